@@ -1,0 +1,15 @@
+// The executable behind all three commands.
+#include <exception>
+#include <iostream>
+
+#include "clipjoin/clipjoin.h"
+
+int main(int count, char** arguments) try {
+  return clipjoin::Run({arguments, static_cast<std::size_t>(count)});
+} catch (const std::exception& escaped) {
+  std::cerr << "Error: " << escaped.what() << '\n';
+  return 1;
+} catch (...) {
+  std::cerr << "Error: something went wrong that has no name\n";
+  return 1;
+}

@@ -1,0 +1,14 @@
+// The usage text.
+#pragma once
+
+#include <string>
+
+#include "clipjoin/options.h"
+
+namespace clipjoin {
+
+// Prints the usage of the command on standard error. `invocation` is the program as it was typed,
+// `name` its last component.
+void PrintUsage(const std::string& invocation, CommandMode mode, const std::string& name);
+
+}  // namespace clipjoin

@@ -1,0 +1,46 @@
+#!/usr/bin/env python3
+"""Checks that every folder includes only what lies below it; says file:line where not."""
+
+import pathlib
+import re
+import sys
+
+SMALL = r"toolbox/(bytes|codes|refused)\.h"
+COMMANDS = r"(clipjoin|input|chapter|utils)/\w+\.h"
+
+# What the files of a folder may include of this project.
+ALLOWED = {
+    "toolbox": rf"{SMALL}|toolbox/atoms/fourcc\.h",
+    "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
+    "toolbox/text": rf"{SMALL}|toolbox/text/\w+\.h",
+    "toolbox/movie": rf"{SMALL}|toolbox/(movie|text)/\w+\.h|toolbox/atoms/(fourcc|malformed|siblings)\.h",
+    "toolbox/files": rf"{SMALL}|toolbox/(files|atoms|movie|text)/\w+\.h",
+    "toolbox/calls": r"toolbox/[\w/]+\.h",
+    "clipjoin": rf"toolbox/toolbox\.h|{COMMANDS}",
+    "input": rf"toolbox/toolbox\.h|{COMMANDS}",
+    "chapter": rf"toolbox/toolbox\.h|{COMMANDS}",
+    "utils": rf"toolbox/toolbox\.h|{COMMANDS}",
+    "tools": r"toolbox/[\w/]+\.h",
+}
+
+# In quotes whatever it names, so that a path relative to the file cannot slip by.
+INCLUDE = re.compile(
+    r'\s*#\s*include\s*(?:"([^"]*)"|<((?:toolbox|clipjoin|input|chapter|utils)/[^>]*)>)'
+)
+
+root = pathlib.Path(__file__).resolve().parent.parent
+checked = violations = 0
+for top in sorted({folder.split("/")[0] for folder in ALLOWED}):
+    for path in sorted((root / top).rglob("*")):
+        if path.suffix not in (".h", ".cpp"):
+            continue
+        folder = path.parent.relative_to(root).as_posix()
+        checked += 1
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            found = INCLUDE.match(line)
+            included = found and (found[1] or found[2])
+            if included and not re.fullmatch(ALLOWED.get(folder, ""), included):
+                print(f"{path}:{number}: {folder}/ must not include {included}")
+                violations += 1
+
+sys.exit(violations > 0 or checked == 0)

@@ -1,0 +1,375 @@
+// The fields of an atom, listed once: read, written, measured and printed by the same list.
+//
+// An atom is a struct with its type and one function that names its fields in file order:
+//
+//   struct TrackLoad {  // 'load'
+//     static constexpr FourCC kType{"load"};
+//     std::uint32_t start = 0, duration = 0;
+//     static void Fields(auto& io, auto& load) {
+//       io("start", load.start);
+//       io("duration", load.duration);
+//     }
+//   };
+//
+// `io` is a FieldReader, FieldWriter, FieldSizer or FieldPrinter. All understand
+//
+//   io(name, field)            an integer, a FourCC or an array of bytes, as wide as it is declared
+//   io.Version(flags, wide)    version 0 or 1 and 24 bits of flags; version 1 makes Wide fields wide
+//   io.Wide(name, field)       32 bits in version 0, 64 bits in version 1
+//   io.Table(name, rows)       a 32-bit count and that many rows
+//   io.List(name, entries)     the same for a few entries kept as a vector
+//   io.Atoms(name, atoms)      a 32-bit count and that many atoms, kept as they are
+//   io.Rest(name, bytes)       everything up to the end of the atom
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <ostream>
+#include <span>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/atoms/rows.h"
+#include "toolbox/bytes.h"
+
+namespace toolbox {
+
+template <class T>
+concept Integer = std::integral<T> && !std::same_as<T, bool>;
+
+template <Integer T>
+constexpr T FromBigEndian(const std::uint8_t* bytes) {
+  std::make_unsigned_t<T> value = 0;
+  for (std::size_t i = 0; i < sizeof(T); ++i) {
+    value = static_cast<std::make_unsigned_t<T>>(std::uint64_t{value} << 8 | bytes[i]);
+  }
+  return static_cast<T>(value);
+}
+
+template <Integer T>
+constexpr void ToBigEndian(T value, std::uint8_t* bytes) {
+  for (std::size_t i = 0; i < sizeof(T); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(static_cast<std::make_unsigned_t<T>>(value) >>
+                                         8 * (sizeof(T) - 1 - i));
+  }
+}
+
+template <Integer T>
+void AppendBigEndian(Bytes& bytes, T value) {
+  bytes.resize(bytes.size() + sizeof(T));
+  ToBigEndian(value, bytes.data() + bytes.size() - sizeof(T));
+}
+
+// Takes fields off the front of an atom's bytes. Throws Malformed where they end too soon.
+class FieldReader {
+ public:
+  explicit FieldReader(ByteSpan bytes) : rest_(bytes) {}
+
+  template <Integer T>
+  void operator()(const char* name, T& value) {
+    value = FromBigEndian<T>(Take(name, sizeof(T)).data());
+  }
+  void operator()(const char* name, FourCC& value) { (*this)(name, value.value); }
+  template <std::size_t N>
+  void operator()(const char* name, std::array<std::uint8_t, N>& value) {
+    std::ranges::copy(Take(name, N), value.begin());
+  }
+
+  void Version(std::uint32_t& flags, bool) {
+    (*this)("version", flags);
+    if (flags >> 24 > 1) throw Malformed("the atom has an unknown version");
+    isWide_ = flags >> 24 == 1;
+    flags &= 0xFFFFFF;
+  }
+  template <Integer T>
+  void Wide(const char* name, T& value) {
+    if (isWide_) return (*this)(name, value);
+    std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t> narrow = 0;
+    (*this)(name, narrow);
+    value = narrow;
+  }
+
+  template <class Row>
+  void Table(const char* name, Rows<Row>& rows) {
+    const std::uint32_t count = Count(name, Row::kSize);
+    rows = Rows<Row>(Take(name, std::size_t{count} * Row::kSize));
+  }
+  template <class Entry>
+  void List(const char* name, std::vector<Entry>& entries) {
+    entries.resize(Count(name, Entry::kSmallestSize));
+    for (Entry& entry : entries) Entry::Fields(*this, entry);
+  }
+  void Atoms(const char* name, std::vector<Bytes>& atoms) {
+    atoms.resize(Count(name, 8));
+    for (Bytes& atom : atoms) {
+      if (rest_.size() < 8) throw Ended(name);
+      const auto size = FromBigEndian<std::uint32_t>(rest_.data());
+      if (size < 8) throw Malformed(std::string("an entry of ") + name + " has an impossible size");
+      const ByteSpan entry = Take(name, size);
+      atom.assign(entry.begin(), entry.end());
+    }
+  }
+  void Rest(const char*, Bytes& bytes) {
+    bytes.assign(rest_.begin(), rest_.end());
+    rest_ = {};
+  }
+  ByteSpan Remaining() const { return rest_; }
+
+ private:
+  static Malformed Ended(const char* name) {
+    return Malformed(std::string("the atom ends inside ") + name);
+  }
+  ByteSpan Take(const char* name, std::size_t size) {
+    if (rest_.size() < size) throw Ended(name);
+    const ByteSpan taken = rest_.first(size);
+    rest_ = rest_.subspan(size);
+    return taken;
+  }
+  // A count is believed only as far as the bytes that are there.
+  std::uint32_t Count(const char* name, std::size_t smallest) {
+    std::uint32_t count = 0;
+    (*this)(name, count);
+    if (count > rest_.size() / smallest) {
+      throw Malformed(std::string("the table of ") + name + " is longer than its atom");
+    }
+    return count;
+  }
+
+  ByteSpan rest_;
+  bool isWide_ = false;
+};
+
+// Writes fields into room that a FieldSizer has measured; the caller owns it.
+class FieldWriter {
+ public:
+  explicit FieldWriter(std::span<std::uint8_t> room) : room_(room) {}
+
+  template <Integer T>
+  void operator()(const char*, T value) {
+    ToBigEndian(value, Take(sizeof(T)));
+  }
+  void operator()(const char* name, FourCC value) { (*this)(name, value.value); }
+  template <std::size_t N>
+  void operator()(const char*, const std::array<std::uint8_t, N>& value) {
+    Append(value);
+  }
+
+  void Version(std::uint32_t flags, bool needsWide) {
+    isWide_ = needsWide;
+    (*this)("version", (needsWide ? 1U << 24 : 0U) | flags);
+  }
+  template <Integer T>
+  void Wide(const char* name, T value) {
+    if (isWide_) {
+      (*this)(name, static_cast<std::uint64_t>(value));
+    } else {
+      (*this)(name, static_cast<std::uint32_t>(value));
+    }
+  }
+
+  template <class Row>
+  void Table(const char* name, const Rows<Row>& rows) {
+    (*this)(name, rows.Count());
+    rows.ForEach([this](const Row& row) { Row::Fields(*this, row); });
+  }
+  template <class Entry>
+  void List(const char* name, const std::vector<Entry>& entries) {
+    (*this)(name, static_cast<std::uint32_t>(entries.size()));
+    for (const Entry& entry : entries) Entry::Fields(*this, entry);
+  }
+  void Atoms(const char* name, const std::vector<Bytes>& atoms) {
+    (*this)(name, static_cast<std::uint32_t>(atoms.size()));
+    for (const Bytes& atom : atoms) Append(atom);
+  }
+  void Rest(const char*, ByteSpan bytes) { Append(bytes); }
+
+  // An atom of type `type` whose content `body` writes.
+  template <class Body>
+  void Atom(FourCC type, Body&& body) {
+    const std::size_t start = at_;
+    Take(4);
+    (*this)("type", type);
+    body();
+    if (at_ - start > UINT32_MAX) throw Malformed("an atom of over 4 GiB cannot be written");
+    ToBigEndian(static_cast<std::uint32_t>(at_ - start), &room_[start]);
+  }
+  void Append(ByteSpan bytes) { std::ranges::copy(bytes, Take(bytes.size())); }
+
+ private:
+  std::uint8_t* Take(std::size_t size) {
+    if (size > room_.size() - at_) throw Malformed("an atom is longer than it was measured");
+    at_ += size;
+    return room_.data() + at_ - size;
+  }
+
+  std::span<std::uint8_t> room_;
+  std::size_t at_ = 0;
+  bool isWide_ = false;
+};
+
+// Adds up the bytes that a FieldWriter would append; looks at no row of a table.
+class FieldSizer {
+ public:
+  std::uint64_t Size() const { return size_; }
+
+  template <Integer T>
+  void operator()(const char*, T) {
+    size_ += sizeof(T);
+  }
+  void operator()(const char*, FourCC) { size_ += 4; }
+  template <std::size_t N>
+  void operator()(const char*, const std::array<std::uint8_t, N>&) {
+    size_ += N;
+  }
+
+  void Version(std::uint32_t, bool needsWide) {
+    isWide_ = needsWide;
+    size_ += 4;
+  }
+  template <Integer T>
+  void Wide(const char*, T) {
+    size_ += isWide_ ? 8 : 4;
+  }
+
+  template <class Row>
+  void Table(const char*, const Rows<Row>& rows) {
+    size_ += 4 + std::uint64_t{rows.Count()} * Row::kSize;
+  }
+  template <class Entry>
+  void List(const char*, const std::vector<Entry>& entries) {
+    size_ += 4;
+    for (const Entry& entry : entries) Entry::Fields(*this, entry);
+  }
+  void Atoms(const char*, const std::vector<Bytes>& atoms) {
+    size_ += 4;
+    for (const Bytes& atom : atoms) Append(atom);
+  }
+  void Rest(const char*, ByteSpan bytes) { Append(bytes); }
+
+  template <class Body>
+  void Atom(FourCC, Body&& body) {
+    size_ += 8;
+    body();
+  }
+  void Append(ByteSpan bytes) { size_ += bytes.size(); }
+
+ private:
+  std::uint64_t size_ = 0;
+  bool isWide_ = false;
+};
+
+// Prints fields on one line as "name=value", a table by its first rows.
+class FieldPrinter {
+ public:
+  explicit FieldPrinter(std::ostream& out) : out_(out) {}
+
+  template <Integer T>
+  void operator()(const char* name, T value) {
+    out_ << ' ' << name << '=' << +value;
+  }
+  void operator()(const char* name, FourCC value) {
+    out_ << ' ' << name << "='" << value.Text() << '\'';
+  }
+  // Bytes without a meaning of their own are not worth a reader's time.
+  template <std::size_t N>
+  void operator()(const char*, const std::array<std::uint8_t, N>&) {}
+
+  void Version(std::uint32_t flags, bool needsWide) {
+    if (needsWide) out_ << " version=1";
+    if (flags != 0) out_ << " flags=" << flags;
+  }
+  template <Integer T>
+  void Wide(const char* name, T value) {
+    (*this)(name, value);
+  }
+
+  template <class Row>
+  void Table(const char* name, const Rows<Row>& rows) {
+    out_ << ' ' << name << '=' << rows.Count();
+    std::uint32_t shown = 0;
+    rows.ForEach([&](const Row& row) {
+      if (shown == kRowsShown) out_ << " ...";
+      if (shown++ < kRowsShown) PrintEntry(row);
+    });
+  }
+  template <class Entry>
+  void List(const char* name, const std::vector<Entry>& entries) {
+    out_ << ' ' << name << '=' << entries.size();
+    for (const Entry& entry : entries) PrintEntry(entry);
+  }
+  void Atoms(const char* name, const std::vector<Bytes>& atoms) {
+    out_ << ' ' << name << '=' << atoms.size();
+    for (const Bytes& atom : atoms) {
+      out_ << " {'" << FourCC(FromBigEndian<std::uint32_t>(&atom[4])).Text() << "' " << atom.size()
+           << " bytes}";
+    }
+  }
+  void Rest(const char* name, ByteSpan bytes) {
+    out_ << ' ' << name << '=' << bytes.size() << " bytes";
+  }
+
+ private:
+  static constexpr std::uint32_t kRowsShown = 4;
+
+  template <class Entry>
+  void PrintEntry(const Entry& entry) {
+    out_ << " {";
+    Entry::Fields(*this, entry);
+    out_ << " }";
+  }
+
+  std::ostream& out_;
+};
+
+template <class Row>
+template <class Visitor>
+void Rows<Row>::ForEach(Visitor&& visit) const {
+  if (produce_) return produce_(std::ref(visit));
+  for (std::size_t at = 0; at < encoded_.size(); at += Row::kSize) {
+    Row row;
+    FieldReader reader(encoded_.subspan(at, Row::kSize));
+    Row::Fields(reader, row);
+    visit(std::as_const(row));
+  }
+}
+
+// The atom that `content` (without size and type) holds.
+template <class A>
+A Decode(ByteSpan content) {
+  return InAtom(A::kType, [&] {
+    A atom;
+    FieldReader reader(content);
+    A::Fields(reader, atom);
+    return atom;
+  });
+}
+
+// Writes or measures the whole atom, size and type included.
+template <class A>
+void PutAtom(auto& io, const A& atom) {
+  io.Atom(A::kType, [&] { A::Fields(io, atom); });
+}
+
+// What `put(io)` writes, as bytes: measured first, then written into room of just that size.
+template <class Put>
+Bytes Encoded(Put&& put) {
+  FieldSizer sizer;
+  put(sizer);
+  Bytes bytes(sizer.Size());
+  FieldWriter writer(bytes);
+  put(writer);
+  return bytes;
+}
+
+// The whole atom as bytes.
+template <class A>
+Bytes Encode(const A& atom) {
+  return Encoded([&](auto& io) { PutAtom(io, atom); });
+}
+
+}  // namespace toolbox

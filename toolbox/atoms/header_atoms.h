@@ -1,0 +1,175 @@
+// The atoms that describe movies, tracks and media, each by its list of fields.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "toolbox/atoms/fields.h"
+
+namespace toolbox {
+
+using MatrixFields = std::array<std::int32_t, 9>;  // a b u c d v tx ty w, as files order them
+
+inline void PutMatrix(auto& io, auto& matrix) {
+  static constexpr const char* kNames[] = {"a", "b", "u", "c", "d", "v", "tx", "ty", "w"};
+  for (std::size_t i = 0; i < matrix.size(); ++i) io(kNames[i], matrix[i]);
+}
+
+struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
+  static constexpr FourCC kType{"ftyp"};
+  FourCC majorBrand;
+  std::uint32_t minorVersion = 0;
+  Bytes compatibleBrands;
+
+  static void Fields(auto& io, auto& type) {
+    io("majorBrand", type.majorBrand);
+    io("minorVersion", type.minorVersion);
+    io.Rest("compatibleBrands", type.compatibleBrands);
+  }
+};
+
+struct MovieHeader {  // 'mvhd', ISO/IEC 14496-12 8.2.2; the times after the matrix are QuickTime's
+  static constexpr FourCC kType{"mvhd"};
+  std::uint32_t flags = 0;
+  std::uint64_t created = 0, modified = 0, duration = 0;
+  std::int32_t scale = 0, rate = 0;
+  std::int16_t volume = 0;
+  std::array<std::uint8_t, 10> reserved{};
+  MatrixFields matrix{};
+  std::uint32_t previewTime = 0, previewDuration = 0, posterTime = 0;
+  std::uint32_t selectionTime = 0, selectionDuration = 0, currentTime = 0;
+  std::uint32_t nextTrackId = 0;
+
+  bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
+  static void Fields(auto& io, auto& header) {
+    io.Version(header.flags, header.NeedsWide());
+    io.Wide("created", header.created);
+    io.Wide("modified", header.modified);
+    io("scale", header.scale);
+    io.Wide("duration", header.duration);
+    io("rate", header.rate);
+    io("volume", header.volume);
+    io("reserved", header.reserved);
+    PutMatrix(io, header.matrix);
+    io("previewTime", header.previewTime);
+    io("previewDuration", header.previewDuration);
+    io("posterTime", header.posterTime);
+    io("selectionTime", header.selectionTime);
+    io("selectionDuration", header.selectionDuration);
+    io("currentTime", header.currentTime);
+    io("nextTrackId", header.nextTrackId);
+  }
+};
+
+struct TrackHeader {  // 'tkhd', ISO/IEC 14496-12 8.3.2
+  static constexpr FourCC kType{"tkhd"};
+  std::uint32_t flags = 0;
+  std::uint64_t created = 0, modified = 0, duration = 0;
+  std::uint32_t id = 0;
+  std::array<std::uint8_t, 4> reserved{};
+  std::array<std::uint8_t, 8> reserved2{};
+  std::int16_t layer = 0, alternateGroup = 0, volume = 0;
+  std::array<std::uint8_t, 2> reserved3{};
+  MatrixFields matrix{};
+  std::int32_t width = 0, height = 0;
+
+  bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
+  static void Fields(auto& io, auto& header) {
+    io.Version(header.flags, header.NeedsWide());
+    io.Wide("created", header.created);
+    io.Wide("modified", header.modified);
+    io("id", header.id);
+    io("reserved", header.reserved);
+    io.Wide("duration", header.duration);
+    io("reserved", header.reserved2);
+    io("layer", header.layer);
+    io("alternateGroup", header.alternateGroup);
+    io("volume", header.volume);
+    io("reserved", header.reserved3);
+    PutMatrix(io, header.matrix);
+    io("width", header.width);
+    io("height", header.height);
+  }
+};
+
+struct EditEntries {  // 'elst', ISO/IEC 14496-12 8.6.6
+  static constexpr FourCC kType{"elst"};
+  struct Entry {
+    static constexpr std::size_t kSmallestSize = 12;
+    std::uint64_t duration = 0;   // movie units
+    std::int64_t mediaTime = -1;  // media units; -1: nothing is shown
+    std::int32_t rate = 0;        // 16.16
+    static void Fields(auto& io, auto& entry) {
+      io.Wide("duration", entry.duration);
+      io.Wide("mediaTime", entry.mediaTime);
+      io("rate", entry.rate);
+    }
+  };
+  std::uint32_t flags = 0;
+  std::vector<Entry> entries;
+
+  bool NeedsWide() const {
+    return std::ranges::any_of(entries, [](const Entry& entry) {
+      return entry.duration > UINT32_MAX || entry.mediaTime > INT32_MAX;
+    });
+  }
+  static void Fields(auto& io, auto& edits) {
+    io.Version(edits.flags, edits.NeedsWide());
+    io.List("entries", edits.entries);
+  }
+};
+
+struct MediaHeader {  // 'mdhd', ISO/IEC 14496-12 8.4.2; quality is QuickTime's
+  static constexpr FourCC kType{"mdhd"};
+  std::uint32_t flags = 0;
+  std::uint64_t created = 0, modified = 0, duration = 0;
+  std::int32_t scale = 0;
+  std::uint16_t language = 0, quality = 0;
+
+  bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
+  static void Fields(auto& io, auto& header) {
+    io.Version(header.flags, header.NeedsWide());
+    io.Wide("created", header.created);
+    io.Wide("modified", header.modified);
+    io("scale", header.scale);
+    io.Wide("duration", header.duration);
+    io("language", header.language);
+    io("quality", header.quality);
+  }
+};
+
+// 'hdlr', ISO/IEC 14496-12 8.4.3.
+// QuickTime: componentType is 'mhlr' or 'dhlr' and the name starts with its length.
+// ISO: componentType is 0 and the name ends with a 0 byte.
+struct Handler {
+  static constexpr FourCC kType{"hdlr"};
+  std::uint32_t versionAndFlags = 0;
+  FourCC componentType, subtype, manufacturer;
+  std::uint32_t componentFlags = 0, componentFlagsMask = 0;
+  Bytes name;
+
+  static void Fields(auto& io, auto& handler) {
+    io("version", handler.versionAndFlags);
+    io("componentType", handler.componentType);
+    io("subtype", handler.subtype);
+    io("manufacturer", handler.manufacturer);
+    io("componentFlags", handler.componentFlags);
+    io("componentFlagsMask", handler.componentFlagsMask);
+    io.Rest("name", handler.name);
+  }
+};
+
+struct DataReferences {  // 'dref', ISO/IEC 14496-12 8.7.2
+  static constexpr FourCC kType{"dref"};
+  std::uint32_t versionAndFlags = 0;
+  std::vector<Bytes> entries;  // whole atoms: size, type, version and flags, data
+
+  static void Fields(auto& io, auto& references) {
+    io("version", references.versionAndFlags);
+    io.Atoms("entries", references.entries);
+  }
+};
+
+}  // namespace toolbox

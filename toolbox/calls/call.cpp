@@ -1,0 +1,42 @@
+#include "toolbox/calls/call.h"
+
+#include <boost/filesystem/exception.hpp>
+#include <new>
+#include <utility>
+
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/files/byte_source.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+// The state of the toolbox: these two and nothing else.
+OSErr moviesError = noErr;
+CallHook callHook;
+
+}  // namespace
+
+void SetCallHook(CallHook hook) { callHook = std::move(hook); }
+
+OSErr MoviesError() { return moviesError; }
+
+void SetMoviesError(OSErr code) { moviesError = code; }
+
+OSErr AskHook(const char* name) { return callHook ? callHook(name) : OSErr{noErr}; }
+
+OSErr CodeOfException() {
+  try {
+    throw;
+  } catch (const Refused& refused) {
+    return refused.code;
+  } catch (const Malformed&) {
+    return badPublicMovieAtom;
+  } catch (const std::bad_alloc&) {
+    return memFullErr;
+  } catch (const boost::filesystem::filesystem_error& failed) {
+    return RefusedBy(failed.code().value()).code;
+  }
+}
+
+}  // namespace toolbox

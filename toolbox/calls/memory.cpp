@@ -1,0 +1,29 @@
+// Handles.
+#include <memory>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/refused.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+Handle NewHandle(std::int64_t size) {
+  return Call("NewHandle", [&] {
+    if (size < 0) throw Refused{paramErr};
+    auto handle = std::make_unique<HandleRecord>();
+    handle->bytes.resize(static_cast<std::size_t>(size));
+    return handle.release();
+  });
+}
+
+std::int64_t GetHandleSize(Handle handle) {
+  return Call("GetHandleSize", [&] {
+    return handle == nullptr ? std::int64_t{0} : static_cast<std::int64_t>(handle->bytes.size());
+  });
+}
+
+void DisposeHandle(Handle handle) {
+  Call("DisposeHandle", [&] { delete handle; });
+}
+
+}  // namespace toolbox

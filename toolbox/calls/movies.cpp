@@ -1,0 +1,47 @@
+// Movies: starting, making, and what holds for the whole of one.
+#include "toolbox/movie/movie.h"
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+OSErr EnterMovies() {
+  return Call("EnterMovies", [] {});
+}
+
+OSErr GetMoviesError() {
+  const OSErr code = MoviesError();
+  SetMoviesError(noErr);
+  return code;
+}
+
+Movie NewMovie(std::int32_t) {
+  return Call("NewMovie", [] {
+    auto movie = std::make_unique<MovieRecord>();
+    movie->created = movie->modified = Now();
+    return movie.release();
+  });
+}
+
+void DisposeMovie(Movie movie) {
+  Call("DisposeMovie", [&] { delete &Valid(movie); });
+}
+
+TimeScale GetMovieTimeScale(Movie movie) {
+  return Call("GetMovieTimeScale", [&] { return Valid(movie).scale; });
+}
+
+void SetMovieTimeScale(Movie movie, TimeScale scale) {
+  Call("SetMovieTimeScale", [&] {
+    if (scale <= 0) throw Refused{paramErr};
+    Valid(movie).SetScale(scale);
+  });
+}
+
+TimeValue GetMovieDuration(Movie movie) {
+  return Call("GetMovieDuration", [&] { return Valid(movie).Duration().units; });
+}
+
+}  // namespace toolbox

@@ -1,0 +1,18 @@
+// Segments: stretches of one movie laid into another.
+#include "toolbox/movie/segments.h"
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn, TimeValue sourceDuration,
+                         TimeValue at) {
+  return Call("InsertMovieSegment", [&] {
+    InsertMovieSegment(Valid(source), Valid(movie), MovieTime{sourceIn}, MovieTime{sourceDuration},
+                       MovieTime{at});
+  });
+}
+
+}  // namespace toolbox

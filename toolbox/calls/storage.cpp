@@ -1,0 +1,138 @@
+// Movie files: opening, creating, writing.
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <memory>
+#include <optional>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/files/file_reference.h"
+#include "toolbox/files/output_file.h"
+#include "toolbox/files/read_movie.h"
+#include "toolbox/files/write_file.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+// An opened movie file: one to be read or updated, or a new one that is being written.
+struct StorageRecord {
+  boost::filesystem::path path;
+  Descriptor existing;
+  std::unique_ptr<OutputFile> output;
+};
+
+namespace {
+
+// The file that a caller's data reference names, whether it exists or not.
+boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
+  if (dataRef == nullptr) throw Refused{nilHandleErr};
+  if (type != FourCC{"alis"}) throw Refused{noDataHandler};
+  const auto path = AbsoluteAliasPath(dataRef->bytes);
+  if (!path) throw Refused{invalidDataRef};
+  return *path;
+}
+
+Existing IfExisting(std::uint32_t createFlags) {
+  return (createFlags & createMovieFileDeleteCurFile) != 0 ? Existing::kReplace : Existing::kRefuse;
+}
+
+// Refuses to write a movie over a file that it will still need.
+void CheckNotItsMedia(const MovieRecord& movie, const boost::filesystem::path& target) {
+  const auto written = IdentityOf(target);
+  if (!written) return;
+  for (const auto& track : movie.tracks) {
+    if (!track->media) continue;
+    for (const DataReference& reference : track->media->dataReferences) {
+      const auto* file = std::get_if<OtherFile>(&reference);
+      if (std::holds_alternative<ThisFile>(reference) && movie.file) file = &*movie.file;
+      if (file != nullptr && IdentityOf(file->path) == written) throw Refused{fBsyErr};
+    }
+  }
+}
+
+void Close(DataHandler handler) {
+  const std::unique_ptr<StorageRecord> storage(handler);
+  if (storage->output) storage->output->Commit();
+}
+
+}  // namespace
+
+OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resourceId, Handle dataRef,
+                          FourCC dataRefType) {
+  return Call("NewMovieFromDataRef", [&] {
+    const bool leave = (flags & newMovieDontResolveDataRefs) != 0;
+    *movie = ReadMovieFile(PathOf(dataRef, dataRefType),
+                           leave ? References::kLeave : References::kResolve)
+                 .release();
+    if (resourceId != nullptr) *resourceId = -1;
+  });
+}
+
+OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags, DataHandler* handler) {
+  return Call("OpenMovieStorage", [&] {
+    auto storage = std::make_unique<StorageRecord>();
+    storage->path = PathOf(dataRef, dataRefType);
+    const bool isToBeWritten = (flags & kDataHCanWrite) != 0;
+    storage->existing = Descriptor(storage->path, isToBeWritten ? O_RDWR : O_RDONLY);
+    if (!storage->existing.IsOpen()) throw RefusedBy(errno);
+    if (isToBeWritten && flock(storage->existing.Number(), LOCK_EX | LOCK_NB) != 0) {
+      throw RefusedBy(errno);
+    }
+    *handler = storage.release();
+  });
+}
+
+OSErr CloseMovieStorage(DataHandler handler) {
+  return Call("CloseMovieStorage", [&] {
+    if (handler == nullptr) throw Refused{fnOpnErr};
+    Close(handler);
+  });
+}
+
+OSErr CloseComponent(DataHandler component) {
+  return Call("CloseComponent", [&] {
+    if (component == nullptr) throw Refused{invalidComponentID};
+    Close(component);
+  });
+}
+
+OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC, std::int16_t,
+                         std::uint32_t flags, DataHandler* handler, Movie*) {
+  return Call("CreateMovieStorage", [&] {
+    auto storage = std::make_unique<StorageRecord>();
+    storage->path = PathOf(dataRef, dataRefType);
+    storage->output = std::make_unique<OutputFile>(storage->path, IfExisting(flags));
+    *handler = storage.release();
+  });
+}
+
+OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
+  return Call("AddMovieToStorage", [&] {
+    const MovieRecord& record = Valid(movie);
+    if (handler == nullptr || !handler->output) throw Refused{dataNotOpenForWrite};
+    CheckNotItsMedia(record, handler->path);
+    const FileLayout layout{.movieFirst = false, .compress = false};
+    WriteFile(PlanReference(record), layout, handler->path, *handler->output);
+  });
+}
+
+Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef, FourCC dataRefType,
+                                FourCC, std::int16_t, std::uint32_t createFlags) {
+  return Call("FlattenMovieDataToDataRef", [&]() -> Movie {
+    const boost::filesystem::path path = PathOf(dataRef, dataRefType);
+    const auto isSet = [flags](std::uint32_t flag) { return (flags & flag) != 0; };
+    const FilePlan plan =
+        PlanFlattened(Valid(movie), {.onlyEnabled = isSet(flattenActiveTracksOnly),
+                                     .interleave = !isSet(flattenDontInterleaveFlatten)});
+    const FileLayout layout{.movieFirst = isSet(flattenForceMovieResourceBeforeMovieData),
+                            .compress = isSet(flattenCompressMovieResource)};
+    OutputFile output(path, IfExisting(createFlags));
+    WriteFile(plan, layout, path, output);
+    output.Commit();
+    return nullptr;
+  });
+}
+
+}  // namespace toolbox

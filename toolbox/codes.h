@@ -1,0 +1,51 @@
+// Result codes of the toolbox calls, by their platform names and numbers.
+#pragma once
+
+#include <cstdint>
+
+namespace toolbox {
+
+using OSErr = std::int16_t;
+
+enum : OSErr {
+  noErr = 0,
+  dskFulErr = -34,
+  ioErr = -36,
+  bdNamErr = -37,
+  fnOpnErr = -38,
+  eofErr = -39,
+  tmfoErr = -42,
+  fnfErr = -43,
+  fLckdErr = -45,
+  vLckdErr = -46,
+  fBsyErr = -47,
+  dupFNErr = -48,
+  opWrErr = -49,
+  paramErr = -50,
+  memFullErr = -108,
+  nilHandleErr = -109,
+  dirNFErr = -120,
+  notAFileErr = -1302,
+  couldNotResolveDataRef = -2000,
+  badPublicMovieAtom = -2002,
+  cantFindHandler = -2003,
+  noMediaHandler = -2006,
+  noDataHandler = -2007,
+  invalidMedia = -2008,
+  invalidTrack = -2009,
+  invalidMovie = -2010,
+  invalidSampleTable = -2011,
+  invalidDataRef = -2012,
+  invalidDuration = -2014,
+  invalidTime = -2015,
+  mediaTypesDontMatch = -2018,
+  badTrackIndex = -2028,
+  dataNotOpenForWrite = -2043,
+  noMovieFound = -2048,
+  noDefaultDataRef = -2051,
+  featureUnsupported = -2053,
+  invalidComponentID = -3000,
+  afpAccessDenied = -5000,
+};
+
+}  // namespace toolbox

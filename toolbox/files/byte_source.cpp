@@ -1,0 +1,76 @@
+#include "toolbox/files/byte_source.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace toolbox {
+
+FileSource::FileSource(const boost::filesystem::path& path) : file_(path, O_RDONLY) {
+  struct stat status;
+  if (!file_.IsOpen() || fstat(file_.Number(), &status) != 0) throw RefusedBy(errno);
+  if (S_ISDIR(status.st_mode)) throw RefusedBy(EISDIR);
+  size_ = static_cast<std::uint64_t>(status.st_size);
+}
+
+void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
+  constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
+  if (at > kFarthest || into.size() > kFarthest - at) throw Refused{eofErr};
+  while (!into.empty()) {
+    const ssize_t got = pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw RefusedBy(errno);
+    if (got == 0) throw Refused{eofErr};
+    into = into.subspan(static_cast<std::size_t>(got));
+    at += static_cast<std::uint64_t>(got);
+  }
+}
+
+void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
+  if (at > bytes_.size() || into.size() > bytes_.size() - at) throw Refused{eofErr};
+  std::ranges::copy(bytes_.subspan(at, into.size()), into.begin());
+}
+
+std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path) {
+  const std::optional<struct stat> status = StatusOf(path);
+  if (!status) return std::nullopt;
+  return FileIdentity{.device = status->st_dev, .inode = status->st_ino};
+}
+
+Refused RefusedBy(int errorNumber) {
+  switch (errorNumber) {
+    case ENOSPC:
+    case EDQUOT:
+      return {dskFulErr};
+    case ENAMETOOLONG:
+    case EILSEQ:
+      return {bdNamErr};
+    case EMFILE:
+    case ENFILE:
+      return {tmfoErr};
+    case ENOENT:
+      return {fnfErr};
+    case EROFS:
+      return {vLckdErr};
+    case ETXTBSY:
+    case EBUSY:
+    case EWOULDBLOCK:
+      return {fBsyErr};  // a lock or a lease in the way
+    case EEXIST:
+      return {dupFNErr};
+    case ENOMEM:
+      return {memFullErr};
+    case EISDIR:
+      return {notAFileErr};
+    case EACCES:
+    case EPERM:
+      return {afpAccessDenied};
+    default:
+      return {ioErr};
+  }
+}
+
+}  // namespace toolbox

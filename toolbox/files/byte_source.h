@@ -1,0 +1,67 @@
+// Where bytes are read from: a file or memory behind one small interface.
+#pragma once
+
+#include <sys/types.h>
+
+#include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "toolbox/bytes.h"
+#include "toolbox/files/descriptor.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+
+struct ByteSource {
+  virtual ~ByteSource() = default;
+  // Length in bytes when the source was opened.
+  virtual std::uint64_t Size() const = 0;
+  // Fills all of `into` from position `at`. Throws Refused: eofErr when the source ends before,
+  // ioErr and its kin when reading fails.
+  virtual void Read(std::uint64_t at, std::span<std::uint8_t> into) const = 0;
+  // The descriptor the kernel can copy from, or -1 where there is none.
+  virtual int Descriptor() const { return -1; }
+};
+
+// A file opened for reading.
+class FileSource final : public ByteSource {
+ public:
+  // Throws Refused: fnfErr, afpAccessDenied, notAFileErr (a directory), tmfoErr, ioErr.
+  explicit FileSource(const boost::filesystem::path& path);
+
+  std::uint64_t Size() const override { return size_; }
+  void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
+  int Descriptor() const override { return file_.Number(); }
+
+ private:
+  toolbox::Descriptor file_;
+  std::uint64_t size_ = 0;
+};
+
+// Bytes that somebody else keeps alive.
+class MemorySource final : public ByteSource {
+ public:
+  explicit MemorySource(ByteSpan bytes) : bytes_(bytes) {}
+  std::uint64_t Size() const override { return bytes_.size(); }
+  void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
+
+ private:
+  ByteSpan bytes_;
+};
+
+// Which file a path leads to, however the path is spelled.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
+// Nothing when the file does not exist. Throws Refused when that cannot be told.
+std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path);
+
+// The refusal that stands for a failed system call.
+Refused RefusedBy(int errorNumber);
+
+}  // namespace toolbox

@@ -1,0 +1,90 @@
+// What an output file will hold and where, before a byte of it is written.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "toolbox/movie/movie.h"
+
+namespace toolbox {
+
+// Consecutive samples that will lie one behind the other in the output.
+struct OutputChunk {
+  std::uint64_t sample = 0;       // the first, as the source's table counts
+  std::uint32_t count = 0;        // of samples
+  std::uint32_t description = 0;  // index in the output
+  std::uint64_t size = 0;         // bytes
+  std::uint64_t destination = 0;  // bytes from the start of the media data
+};
+
+struct TrackPlan {
+  const TrackRecord* source = nullptr;  // whose samples these are
+  // Chunks to copy, in the order of the samples. Empty: the samples stay in the files they are in.
+  std::vector<OutputChunk> chunks;
+};
+
+struct ChunkReference {
+  std::uint32_t track = 0, chunk = 0;  // indexes
+};
+
+// Where a stretch of the output's media data comes from.
+struct CopyRange {
+  const DataReference* from = nullptr;
+  std::uint64_t at = 0, length = 0;  // bytes
+  std::uint64_t destination = 0;     // bytes from the start of the media data
+};
+
+// The source movie must outlive its plan.
+struct FilePlan {
+  std::unique_ptr<MovieRecord> movie;   // as the output will state it
+  std::optional<OtherFile> ownFile;     // what ThisFile means in a range
+  std::vector<TrackPlan> tracks;        // one for each track of `movie`
+  std::vector<ChunkReference> order;    // of the chunks in the media data, front to back
+  std::uint64_t dataSize = 0;           // bytes of media data
+
+  // Calls visit(CopyRange) front to back; ranges that continue one another come as one.
+  template <class Visit>
+  void ForEachRange(Visit&& visit) const;
+};
+
+struct FlattenOptions {
+  bool onlyEnabled = false;  // leave disabled tracks out
+  bool interleave = true;    // else one track behind the other
+};
+
+// A self-contained file: every sample that is shown, and what it needs to be decoded, is copied.
+// Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is shorter than
+// its movie says), invalidSampleTable (samples that lie nowhere), and what opening a file throws.
+FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
+
+// A reference movie: samples stay where they are, but those held in memory are copied.
+// Throws Refused: couldNotResolveDataRef when the movie's own file is unknown.
+FilePlan PlanReference(const MovieRecord& movie);
+
+template <class Visit>
+void FilePlan::ForEachRange(Visit&& visit) const {
+  CopyRange open;
+  for (const ChunkReference& reference : order) {
+    const TrackPlan& track = tracks[reference.track];
+    const OutputChunk& chunk = track.chunks[reference.chunk];
+    const MediaRecord& media = *track.source->media;
+    std::uint64_t destination = chunk.destination;
+    media.samples.ForEachPiece(chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
+      const DataReference& from = media.ReferenceOf(piece.description);
+      if (open.from == &from && open.at + open.length == piece.offset &&
+          open.destination + open.length == destination) {
+        open.length += piece.size;
+      } else {
+        if (open.length != 0) visit(std::as_const(open));
+        open = {&from, piece.offset, piece.size, destination};
+      }
+      destination += piece.size;
+    });
+  }
+  if (open.length != 0) visit(std::as_const(open));
+}
+
+}  // namespace toolbox

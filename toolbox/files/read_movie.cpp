@@ -1,0 +1,309 @@
+#include "toolbox/files/read_movie.h"
+
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <map>
+#include <utility>
+
+#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/header_atoms.h"
+#include "toolbox/files/file_reference.h"
+#include "toolbox/files/read_samples.h"
+#include "toolbox/files/top_level.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+// deflate cannot shrink anything further than this.
+constexpr std::uint64_t kMostInflation = 1032;
+
+// QuickTime: 'cmov' holds the method in 'dcom' and in 'cmvd' the size and bytes of a whole 'moov'.
+Bytes Inflate(ByteSpan compressed) {
+  return InAtom(FourCC{"cmov"}, [&] {
+    Children parts(compressed);
+    FieldReader method(parts.One(FourCC{"dcom"}));
+    FourCC name;
+    method("method", name);
+    if (name != FourCC{"zlib"}) throw Refused{cantFindHandler};
+    FieldReader data(parts.One(FourCC{"cmvd"}));
+    std::uint32_t size = 0;
+    data("size", size);
+    const ByteSpan stream = data.Remaining();
+    if (size > stream.size() * kMostInflation + kMostInflation) {
+      throw Malformed("the compressed movie header cannot be as long as it claims");
+    }
+    Bytes inflated(size);
+    const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
+        libdeflate_alloc_decompressor(), libdeflate_free_decompressor);
+    std::size_t used = 0;
+    if (!inflater || libdeflate_zlib_decompress(inflater.get(), stream.data(), stream.size(),
+                                                inflated.data(), size, &used) != LIBDEFLATE_SUCCESS) {
+      throw Malformed("the compressed movie header is damaged");
+    }
+    inflated.resize(used);
+    const auto frame = ReadFrame(inflated, inflated.size());
+    if (!frame || frame->type != FourCC{"moov"}) {
+      throw Malformed("the compressed movie header holds no movie");
+    }
+    inflated.resize(frame->size);
+    inflated.erase(inflated.begin(), inflated.begin() + static_cast<std::ptrdiff_t>(frame->headerSize));
+    return inflated;
+  });
+}
+
+UserDataRecord ReadUserData(ByteSpan content) {
+  constexpr FourCC kMeta{"meta"};
+  UserDataRecord data;
+  ByteSpan tail;
+  for (const AtomView& atom : SplitAtoms(content, &tail)) {
+    UserDataItem item{atom.type, {atom.content.begin(), atom.content.end()}};
+    // QuickTime writers leave out the version word; readers of the item count on it.
+    const auto frame = ReadFrame(atom.content, atom.content.size());
+    if (atom.type == kMeta && frame && frame->type == Handler::kType) {
+      item.payload.insert(item.payload.begin(), 4, 0);
+    }
+    data.items.push_back(std::move(item));
+  }
+  return data;
+}
+
+UserDataRecord TakeUserData(Children& parent) {
+  const auto content = parent.Maybe(FourCC{"udta"});
+  return content ? ReadUserData(*content) : UserDataRecord{};
+}
+
+std::vector<DataReference> ReadDataReferences(ByteSpan dinf, MediaRecord& media,
+                                              const boost::filesystem::path& referrer, bool resolve) {
+  std::vector<DataReference> references;
+  Children parts(dinf);
+  if (const auto list = parts.Maybe<DataReferences>()) {
+    for (const Bytes& bytes : list->entries) {
+      DataReferenceEntry entry;
+      FieldReader reader(ByteSpan(bytes).subspan(4));
+      reader("kind", entry.kind);
+      reader("flags", entry.versionAndFlags);
+      reader.Rest("data", entry.data);
+      references.push_back(ReadDataReference(entry, referrer, resolve));
+    }
+  }
+  media.dataSiblings = parts.Others();
+  return references;
+}
+
+// Refuses a media that has samples in a file that is not there.
+void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
+  for (const ChunkRun& run : rows.chunkRuns) {
+    if (std::holds_alternative<Unresolved>(media.ReferenceOf(run.description))) {
+      throw Refused{couldNotResolveDataRef};
+    }
+  }
+}
+
+void ReadMediaInformation(ByteSpan content, MediaRecord& media,
+                          const boost::filesystem::path& referrer, bool resolve) {
+  Children parts(content);
+  if (const auto dinf = parts.Maybe(FourCC{"dinf"})) {
+    media.dataReferences = ReadDataReferences(*dinf, media, referrer, resolve);
+  }
+  // Without a list the samples are in the file itself.
+  if (media.dataReferences.empty()) media.dataReferences.push_back(ThisFile{});
+  const ByteSpan table = parts.One(FourCC{"stbl"});
+  InAtom(FourCC{"stbl"}, [&] {
+    auto rows = ReadSamples(table, media);
+    if (resolve) CheckResolved(media, *rows);
+    media.samples = SampleTable(std::move(rows));
+  });
+  media.infoSiblings = parts.Others();
+}
+
+MediaRecord ReadMedia(ByteSpan content, const boost::filesystem::path& referrer, bool resolve) {
+  MediaRecord media;
+  Children parts(content);
+  const auto header = parts.One<MediaHeader>();
+  if (header.scale <= 0) throw Malformed("the media has no time scale");
+  media.flags = header.flags;
+  media.created = header.created;
+  media.modified = header.modified;
+  media.scale = header.scale;
+  media.language = header.language;
+  media.quality = header.quality;
+  const auto handler = parts.One<Handler>();
+  media.handler = {handler.versionAndFlags,    handler.componentType,
+                    handler.subtype,            handler.manufacturer,
+                    handler.componentFlags,     handler.componentFlagsMask,
+                    handler.name};
+  media.userData = TakeUserData(parts);
+  const ByteSpan information = parts.One(FourCC{"minf"});
+  InAtom(FourCC{"minf"}, [&] { ReadMediaInformation(information, media, referrer, resolve); });
+  media.siblings = parts.Others();
+  return media;
+}
+
+// The whole media from movie time 0 on.
+EditList WholeMedia(const TrackRecord& track, std::uint64_t statedDuration) {
+  EditList edits;
+  const MediaTime length{track.media ? track.media->samples.Duration() : 0};
+  const Clock clock = track.TimeClock();
+  MovieTime duration = clock.Lasting(length, 1.0);
+  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(statedDuration, kLongest));
+  if (stated >= duration.units - 1 && stated <= duration.units + 1) duration.units = stated;
+  if (length.units > 0) edits.Append(duration, {0}, 1.0, clock);
+  return edits;
+}
+
+// The edit list as the file states it; nothing when it makes no sense.
+std::optional<EditList> ReadEdits(const EditEntries& stated, const TrackRecord& track) {
+  EditList edits;
+  const Clock clock = track.TimeClock();
+  std::uint64_t total = 0;
+  for (std::size_t i = 0; i < stated.entries.size(); ++i) {
+    const EditEntries::Entry& entry = stated.entries[i];
+    MovieTime duration{static_cast<std::int64_t>(entry.duration)};
+    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media) {
+      // To the end of the media: what writers state that do not know the length yet.
+      const std::int64_t left = track.media->samples.Duration() - entry.mediaTime;
+      duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
+    }
+    total += static_cast<std::uint64_t>(duration.units);
+    if (entry.mediaTime < -1 || entry.mediaTime > kLongest || entry.rate < 0 ||
+        entry.duration > kLongest || total > kLongest) {
+      return std::nullopt;
+    }
+    const bool isEmpty = entry.mediaTime == -1;
+    edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
+  }
+  // Trailing empty space is no part of a track.
+  edits.Delete(edits.Duration(), {}, clock);
+  if (edits.Edits().empty()) return std::nullopt;
+  return edits;
+}
+
+using ReferencedIds = std::vector<std::pair<FourCC, std::vector<std::uint32_t>>>;
+
+ReferencedIds ReadReferences(ByteSpan content) {
+  ReferencedIds references;
+  for (const AtomView& atom : SplitAtoms(content)) {
+    auto& ids = references.emplace_back(atom.type, std::vector<std::uint32_t>{}).second;
+    for (std::size_t at = 0; at + 4 <= atom.content.size(); at += 4) {
+      ids.push_back(FromBigEndian<std::uint32_t>(&atom.content[at]));
+    }
+  }
+  return references;
+}
+
+ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track, const boost::filesystem::path& referrer,
+                        bool resolve) {
+  Children parts(content);
+  const auto header = parts.One<TrackHeader>();
+  track.id = header.id;
+  track.flags = header.flags;
+  track.created = header.created;
+  track.modified = header.modified;
+  track.layer = header.layer;
+  track.alternateGroup = header.alternateGroup;
+  track.volume = header.volume;
+  track.matrix = header.matrix;
+  track.width = header.width;
+  track.height = header.height;
+  if (const auto media = parts.Maybe(FourCC{"mdia"})) {
+    track.media = InAtom(FourCC{"mdia"}, [&] { return ReadMedia(*media, referrer, resolve); });
+  }
+  std::optional<EditList> edits;
+  if (const auto container = parts.Maybe(FourCC{"edts"})) {
+    InAtom(FourCC{"edts"}, [&] {
+      Children inner(*container);
+      if (const auto stated = inner.Maybe<EditEntries>()) edits = ReadEdits(*stated, track);
+      track.editSiblings = inner.Others();
+    });
+  }
+  track.edits = edits ? std::move(*edits) : WholeMedia(track, header.duration);
+  track.userData = TakeUserData(parts);
+  ReferencedIds references;
+  if (const auto container = parts.Maybe(FourCC{"tref"})) {
+    references = InAtom(FourCC{"tref"}, [&] { return ReadReferences(*container); });
+  }
+  track.siblings = parts.Others();
+  return references;
+}
+
+std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem::path& path,
+                                       bool resolve) {
+  auto movie = std::make_unique<MovieRecord>();
+  Children parts(content);
+  const auto header = parts.One<MovieHeader>();
+  if (header.scale <= 0) throw Malformed("the movie has no time scale");
+  if (parts.Maybe(FourCC{"mvex"})) throw Refused{featureUnsupported};
+  movie->scale = header.scale;
+  movie->created = header.created;
+  movie->modified = header.modified;
+  movie->rate = header.rate;
+  movie->volume = header.volume;
+  movie->matrix = header.matrix;
+  movie->previewTime = {header.previewTime};
+  movie->previewDuration = {header.previewDuration};
+  movie->posterTime = {header.posterTime};
+  movie->selectionTime = {header.selectionTime};
+  movie->selectionDuration = {header.selectionDuration};
+  movie->currentTime = {header.currentTime};
+  movie->nextTrackId = header.nextTrackId;
+
+  std::vector<ReferencedIds> references;
+  for (const ByteSpan trak : parts.Each(FourCC{"trak"})) {
+    TrackRecord& track = *movie->tracks.emplace_back(std::make_unique<TrackRecord>());
+    track.movie = movie.get();
+    references.push_back(
+        InAtom(FourCC{"trak"}, [&] { return ReadTrack(trak, track, path, resolve); }));
+    movie->nextTrackId = std::max(movie->nextTrackId, track.id + 1);
+  }
+  std::map<std::uint32_t, const TrackRecord*> byId;
+  for (const auto& track : movie->tracks) byId.emplace(track->id, track.get());
+  for (std::size_t i = 0; i < references.size(); ++i) {
+    for (const auto& [type, ids] : references[i]) {
+      auto& targets = movie->tracks[i]->references.emplace_back(TrackReferences{type, {}}).targets;
+      for (const std::uint32_t id : ids) {
+        const auto found = byId.find(id);
+        targets.push_back(found == byId.end() ? nullptr : found->second);
+      }
+    }
+  }
+  movie->userData = TakeUserData(parts);
+  movie->siblings = parts.Others();
+  movie->file = OtherFile{path};
+  movie->defaultDataReference = OtherFile{path};
+  return movie;
+}
+
+}  // namespace
+
+Bytes ReadMovieHeader(const ByteSource& source) {
+  const auto found = FindTopLevel(source, FourCC{"moov"});
+  if (!found) return {};
+  if (found->atom.size == found->atom.headerSize) throw Malformed("the movie header is empty");
+  Bytes content(found->atom.size - found->atom.headerSize);
+  source.Read(found->at + found->atom.headerSize, content);
+  const auto first = ReadFrame(content, content.size());
+  if (!first || first->type != FourCC{"cmov"}) return content;
+  return InAtom(FourCC{"moov"},
+                [&] { return Inflate(ByteSpan(content).subspan(first->headerSize,
+                                                               first->size - first->headerSize)); });
+}
+
+std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
+                                           References references) try {
+  const FileSource source(path);
+  const Bytes header = ReadMovieHeader(source);
+  if (header.empty()) throw Refused{noMovieFound};
+  // Movies refer to one another by where they really are.
+  const boost::filesystem::path real = boost::filesystem::canonical(path);
+  return InAtom(FourCC{"moov"},
+                [&] { return ReadMovie(header, real, references == References::kResolve); });
+} catch (const Refused& refused) {
+  // The movie file itself is what the caller's reference did not lead to.
+  if (refused.code == fnfErr) throw Refused{couldNotResolveDataRef};
+  throw;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,24 @@
+// The atoms of a file, one behind the other, without reading what is in them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "toolbox/atoms/framing.h"
+#include "toolbox/files/byte_source.h"
+
+namespace toolbox {
+
+struct TopLevelAtom {
+  std::uint64_t at = 0;  // where it starts in the file
+  AtomFrame atom;
+};
+
+// All whole atoms in file order. What follows the last of them is no atom.
+std::vector<TopLevelAtom> TopLevelAtoms(const ByteSource& source);
+
+// The first whole atom of that type. A cut one of that type is Malformed.
+std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);
+
+}  // namespace toolbox

@@ -1,0 +1,146 @@
+#include "toolbox/files/write_file.h"
+
+#include <algorithm>
+#include <list>
+#include <memory>
+
+#include "toolbox/atoms/fields.h"
+#include "toolbox/files/write_movie.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+// A 'wide' and the 8-byte head of 'mdat', or in their place one head with a 64-bit size.
+constexpr std::uint64_t kDataHead = 16;
+
+Bytes DataHead(std::uint64_t size) {
+  return Encoded([size](auto& io) {
+    if (size + 8 <= UINT32_MAX) {
+      io.Atom(FourCC{"wide"}, [] {});
+      io("size", static_cast<std::uint32_t>(size + 8));
+      io("type", FourCC{"mdat"});
+    } else {
+      io("size", std::uint32_t{1});
+      io("type", FourCC{"mdat"});
+      io("size", size + kDataHead);
+    }
+  });
+}
+
+Bytes Padding(std::uint64_t size) {
+  return Encoded([size](auto& io) { io.Atom(FourCC{"free"}, [&] { io.Append(Bytes(size - 8)); }); });
+}
+
+// Keeps a few source files open at a time, however many there are.
+class Sources {
+ public:
+  Sources(const FilePlan& plan, OutputFile& output) : plan_(plan), output_(output) {}
+
+  const ByteSource& Open(const DataReference& reference) {
+    if (&reference == last_) return *opened_.front().source;
+    const auto found = std::ranges::find(opened_, &reference, &Opened::reference);
+    if (found != opened_.end()) {
+      opened_.splice(opened_.begin(), opened_, found);
+    } else {
+      if (opened_.size() == kMost) {
+        // What was copied may still be read from it.
+        output_.Flush();
+        opened_.pop_back();
+      }
+      opened_.push_front({&reference, Make(reference)});
+    }
+    last_ = &reference;
+    return *opened_.front().source;
+  }
+
+ private:
+  static constexpr std::size_t kMost = 32;
+  struct Opened {
+    const DataReference* reference;
+    std::unique_ptr<ByteSource> source;
+  };
+
+  std::unique_ptr<ByteSource> Make(const DataReference& reference) const {
+    if (const auto* memory = std::get_if<InMemory>(&reference)) {
+      return std::make_unique<MemorySource>(*memory->data);
+    }
+    const auto* file = std::get_if<OtherFile>(&reference);
+    return std::make_unique<FileSource>(file != nullptr ? file->path : plan_.ownFile.value().path);
+  }
+
+  const FilePlan& plan_;
+  OutputFile& output_;
+  std::list<Opened> opened_;  // the one used last in front
+  const DataReference* last_ = nullptr;
+};
+
+void CopyMediaData(const FilePlan& plan, OutputFile& output) {
+  output.Append(DataHead(plan.dataSize));
+  Sources sources(plan, output);
+  plan.ForEachRange([&](const CopyRange& range) {
+    output.Copy(sources.Open(*range.from), range.at, range.length);
+  });
+  output.Flush();
+}
+
+// The header of a file that starts with it, padded to the length that its chunk offsets assume.
+Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
+                   const boost::filesystem::path& file) {
+  // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size settles
+  // in a round or two.
+  std::uint64_t size = 0;
+  for (std::uint64_t next = 1; next != size;) {
+    size = next;
+    next = MovieSize(plan, file, start + size + kDataHead);
+  }
+  if (!compress) return EncodeMovie(plan, file, start + size + kDataHead);
+
+  // The compressed size is known only afterwards, and other offsets compress otherwise: what a first
+  // round gives, and a little more, is the room for the next.
+  std::uint64_t room = CompressMovie(EncodeMovie(plan, file, start + size + kDataHead)).size();
+  for (;;) {
+    room += 64 + room / 256;
+    Bytes movie = CompressMovie(EncodeMovie(plan, file, start + room + kDataHead));
+    if (movie.size() == room) return movie;
+    if (movie.size() + 8 <= room) {
+      const Bytes padding = Padding(room - movie.size());
+      movie.insert(movie.end(), padding.begin(), padding.end());
+      return movie;
+    }
+    room = movie.size();
+  }
+}
+
+}  // namespace
+
+void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
+               OutputFile& output) {
+  const Bytes type = QuickTimeFileType();
+  if (plan.dataSize == 0) {
+    const std::uint64_t noData = 0;
+    const Bytes movie = EncodeMovie(plan, file, noData);
+    output.Append(type);
+    output.Append(layout.compress ? CompressMovie(movie) : movie);
+    output.Flush();
+    return;
+  }
+  if (layout.movieFirst) {
+    const Bytes movie = MovieInFront(plan, layout.compress, type.size(), file);
+    output.Reserve(type.size() + movie.size() + kDataHead + plan.dataSize);
+    output.Append(type);
+    output.Append(movie);
+    CopyMediaData(plan, output);
+    return;
+  }
+  const std::uint64_t dataStart = type.size() + kDataHead;
+  Bytes movie = EncodeMovie(plan, file, dataStart);
+  if (layout.compress) movie = CompressMovie(movie);
+  output.Reserve(dataStart + plan.dataSize + movie.size());
+  output.Append(type);
+  CopyMediaData(plan, output);
+  output.Append(movie);
+  output.Flush();
+}
+
+}  // namespace toolbox

@@ -1,0 +1,21 @@
+// A planned file, written: header, media data and the padding between them.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+
+#include "toolbox/files/output_file.h"
+#include "toolbox/files/plan.h"
+
+namespace toolbox {
+
+struct FileLayout {
+  bool movieFirst = true;  // movie header before media data ("fast start")
+  bool compress = true;    // the movie header
+};
+
+// Writes all of the file into `output`, which will stand at `file`, and hands it to the system; does not
+// commit it. Throws Refused.
+void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
+               OutputFile& output);
+
+}  // namespace toolbox

@@ -1,0 +1,202 @@
+#include "toolbox/files/write_samples.h"
+
+#include <algorithm>
+
+#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+std::uint32_t Count(std::uint64_t count) {
+  // A file counts samples in 32 bits.
+  if (count > UINT32_MAX) throw Refused{invalidSampleTable};
+  return static_cast<std::uint32_t>(count);
+}
+
+// Rows that `walk` hands to a visitor; walks once to count them.
+template <class Row, class Walk>
+Rows<Row> RowsOf(Walk walk) {
+  std::uint64_t count = 0;
+  walk([&](const Row&) { ++count; });
+  return Rows<Row>(Count(count), [walk](const auto& visit) { walk(visit); });
+}
+
+// Calls visit(samples, description, offset) for each chunk, front to back.
+class ChunkWalk {
+ public:
+  ChunkWalk(const SampleTable& samples, const std::vector<OutputChunk>* chunks, std::uint64_t dataStart)
+      : samples_(samples), chunks_(chunks), dataStart_(dataStart) {}
+
+  template <class Visit>
+  void operator()(Visit&& visit) const {
+    if (chunks_ != nullptr) {
+      for (const OutputChunk& chunk : *chunks_) {
+        visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
+      }
+      return;
+    }
+    samples_.ForEachPiece(0, samples_.LocatedCount(), [&](const SamplePiece& piece) {
+      visit(piece.count, piece.description, piece.offset);
+    });
+  }
+
+ private:
+  const SampleTable& samples_;
+  const std::vector<OutputChunk>* chunks_;
+  std::uint64_t dataStart_;
+};
+
+SampleDescriptions Descriptions(const MediaRecord& media) {
+  SampleDescriptions list;
+  for (const SampleDescription& description : media.descriptions) {
+    Bytes& entry = list.entries.emplace_back(description.bytes);
+    if (description.HoldsReference()) {
+      ToBigEndian(static_cast<std::uint16_t>(description.dataReference + 1), &entry[14]);
+    }
+  }
+  return list;
+}
+
+// The rows of 'stsc': one for each run of chunks that are alike.
+template <class Visit>
+void ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
+  SampleToChunk::Row run;
+  std::uint32_t chunk = 0;
+  walk([&](std::uint32_t samples, std::uint32_t description, std::uint64_t offset) {
+    ++chunk;
+    const bool isNew = samples != run.samplesPerChunk || description + 1 != run.description;
+    if (isNew) run = {chunk, samples, description + 1};
+    visit(run, isNew, offset);
+  });
+}
+
+template <class Io>
+void AddChunks(ChildWriter<Io>& table, const ChunkWalk& walk) {
+  std::uint64_t runs = 0, chunks = 0, farthest = 0;
+  ForEachChunkRun(walk, [&](const SampleToChunk::Row&, bool isNew, std::uint64_t offset) {
+    runs += isNew;
+    ++chunks;
+    farthest = std::max(farthest, offset);
+  });
+  table.Add(SampleToChunk{
+      0, Rows<SampleToChunk::Row>(Count(runs), [walk](const auto& visit) {
+        ForEachChunkRun(walk, [&](const SampleToChunk::Row& run, bool isNew, std::uint64_t) {
+          if (isNew) visit(run);
+        });
+      })});
+  const auto addOffsets = [&]<class Offset>(ChunkOffsetTable<Offset> offsets) {
+    using Row = typename ChunkOffsetTable<Offset>::Row;
+    offsets.rows = Rows<Row>(Count(chunks), [walk](const auto& visit) {
+      walk([&](std::uint32_t, std::uint32_t, std::uint64_t offset) {
+        visit(Row{static_cast<Offset>(offset)});
+      });
+    });
+    table.Add(std::move(offsets));
+  };
+  if (farthest > UINT32_MAX) {
+    addOffsets(WideChunkOffsets{});
+  } else {
+    addOffsets(ChunkOffsets{});
+  }
+}
+
+template <class Io>
+void AddTimes(ChildWriter<Io>& table, const SampleTable& samples) {
+  table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>([&samples](const auto& visit) {
+    samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+      if (delta > UINT32_MAX) throw Refused{invalidDuration};
+      visit(TimeToSample::Row{count, static_cast<std::uint32_t>(delta)});
+    });
+  })});
+  if (!samples.HasOffsets()) return;
+  table.Add(CompositionOffsets{samples.OffsetsVersion() << 24,
+                               RowsOf<CompositionOffsets::Row>([&samples](const auto& visit) {
+                                 samples.ForEachOffset([&](std::uint32_t count, std::int32_t offset) {
+                                   visit(CompositionOffsets::Row{count, offset});
+                                 });
+                               })});
+}
+
+template <class Io>
+void AddSync(ChildWriter<Io>& table, const SampleTable& samples) {
+  const auto number = [](const auto& visit) {
+    return [&visit](std::uint64_t sample) { visit(SampleNumber{Count(sample + 1)}); };
+  };
+  if (samples.HasSyncTable()) {
+    table.Add(SyncSamples{0, RowsOf<SampleNumber>([&samples, number](const auto& visit) {
+                            samples.ForEachSync(number(visit));
+                          })});
+  }
+  if (samples.HasPartialSync()) {
+    table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>([&samples, number](const auto& visit) {
+                                   samples.ForEachPartialSync(number(visit));
+                                 })});
+  }
+}
+
+template <class Io>
+void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
+  if (const auto size = samples.ConstantSize()) {
+    table.Add(ConstantSampleSize{0, *size, Count(samples.Count())});
+    return;
+  }
+  table.Add(SampleSizes{0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](const auto& visit) {
+                          samples.ForEachSize([&](std::uint32_t size) { visit(SampleSize{size}); });
+                        })});
+}
+
+template <class Io>
+void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
+  for (const SampleGroup* group : samples.Groups()) {
+    if (!group->descriptions.empty()) {
+      table.Add(FourCC{"sgpd"}, [&io, group] { io.Append(group->descriptions); });
+    }
+    if (group->runs.empty()) continue;
+    table.Add(SampleToGroup{group->versionAndFlags, group->grouping, group->parameter,
+                            RowsOf<SampleToGroup::Row>([&samples, group](const auto& visit) {
+                              samples.ForEachGroup(*group, [&](std::uint32_t count, std::uint32_t number) {
+                                visit(SampleToGroup::Row{count, number});
+                              });
+                            })});
+  }
+}
+
+template <class Io>
+void Put(Io& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
+         std::uint64_t dataStart) {
+  static const Siblings kNoOrder;
+  const SampleTable& samples = media.samples;
+  // Tables that nobody reads hold only for just these samples.
+  const SampleRows* whole = samples.WholeRows();
+  io.Atom(FourCC{"stbl"}, [&] {
+    ChildWriter<Io> table(io, whole != nullptr ? whole->otherTables : kNoOrder);
+    table.Add(Descriptions(media));
+    AddTimes(table, samples);
+    AddSync(table, samples);
+    AddChunks(table, ChunkWalk(samples, chunks, dataStart));
+    AddSizes(table, samples);
+    if (samples.HasDependencies()) {
+      Bytes dependencies;
+      samples.ForEachDependency([&](std::uint8_t byte) { dependencies.push_back(byte); });
+      table.Add(SampleDependencies{0, std::move(dependencies)});
+    }
+    AddGroups(table, io, samples);
+    table.Finish();
+  });
+}
+
+}  // namespace
+
+void PutSamples(FieldWriter& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
+                std::uint64_t dataStart) {
+  Put(io, media, chunks, dataStart);
+}
+
+void PutSamples(FieldSizer& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
+                std::uint64_t dataStart) {
+  Put(io, media, chunks, dataStart);
+}
+
+}  // namespace toolbox

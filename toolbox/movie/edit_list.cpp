@@ -1,0 +1,123 @@
+#include "toolbox/movie/edit_list.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace toolbox {
+namespace {
+
+bool Continues(const Edit& first, const Edit& second, Clock clock) {
+  if (first.IsEmpty() || second.IsEmpty()) return first.IsEmpty() && second.IsEmpty();
+  return first.rate == second.rate &&
+         second.mediaTime == first.mediaTime + clock.Shown(first.duration, first.rate);
+}
+
+}  // namespace
+
+MovieTime EditList::Offset() const {
+  return !edits_.empty() && edits_.front().IsEmpty() ? edits_.front().duration : MovieTime{};
+}
+
+void EditList::Add(Edit edit, Clock clock) {
+  if (edit.duration.units <= 0) return;
+  if (edit.start > Duration()) {
+    Add({Duration(), edit.start - Duration(), Edit::kNothing, 1.0}, clock);
+  }
+  if (!edits_.empty() && Continues(edits_.back(), edit, clock)) {
+    edits_.back().duration += edit.duration;
+  } else {
+    edits_.push_back(edit);
+  }
+}
+
+void EditList::Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock) {
+  Add({Duration(), duration, mediaTime, rate}, clock);
+}
+
+std::size_t EditList::Split(MovieTime at, Clock clock) {
+  const auto found = std::ranges::lower_bound(edits_, at, {}, &Edit::End);
+  const auto index = static_cast<std::size_t>(found - edits_.begin());
+  if (found == edits_.end() || found->start >= at) return index;
+  if (found->End() == at) return index + 1;
+  Edit rest = *found;
+  const MovieTime kept = at - rest.start;
+  rest.start = at;
+  rest.duration = found->duration - kept;
+  if (!rest.IsEmpty()) rest.mediaTime += clock.Shown(kept, rest.rate);
+  found->duration = kept;
+  edits_.insert(found + 1, rest);
+  return index + 1;
+}
+
+void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clock clock) {
+  std::vector<Edit> after;
+  if (at < Duration()) {
+    const auto from = edits_.begin() + static_cast<std::ptrdiff_t>(Split(at, clock));
+    after.assign(from, edits_.end());
+    edits_.erase(from, edits_.end());
+  }
+  for (Edit edit : other.edits_) {
+    edit.start += at;
+    Add(edit, clock);
+  }
+  for (Edit edit : after) {
+    edit.start += length;
+    Add(edit, clock);
+  }
+}
+
+void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
+  const std::size_t first = Split(from, clock);
+  const std::size_t last = Split(from + length, clock);
+  std::vector<Edit> after(edits_.begin() + static_cast<std::ptrdiff_t>(last), edits_.end());
+  edits_.resize(first);
+  for (Edit edit : after) {
+    edit.start = edit.start - length;
+    Add(edit, clock);
+  }
+  if (!edits_.empty() && edits_.back().IsEmpty()) edits_.pop_back();
+}
+
+EditList EditList::Segment(MovieTime from, MovieTime length, Clock clock) const {
+  EditList segment;
+  const MovieTime end = from + length;
+  const auto first = std::ranges::upper_bound(edits_, from, {}, &Edit::End);
+  for (auto edit = first; edit != edits_.end() && edit->start < end; ++edit) {
+    Edit part = *edit;
+    if (part.start < from) {
+      const MovieTime cut = from - part.start;
+      if (!part.IsEmpty()) part.mediaTime += clock.Shown(cut, part.rate);
+      part.start = from;
+      part.duration = part.duration - cut;
+    }
+    part.duration = std::min(part.duration, end - part.start);
+    part.start = part.start - from;
+    segment.Add(part, clock);
+  }
+  if (!segment.edits_.empty() && segment.edits_.back().IsEmpty()) segment.edits_.pop_back();
+  return segment;
+}
+
+void EditList::MapBoundaries(const std::function<MovieTime(MovieTime)>& place, bool keepsSpan,
+                             Clock clock) {
+  for (Edit edit : std::exchange(edits_, {})) {
+    const MovieTime length = edit.duration;
+    const MovieTime end = place(edit.End());
+    edit.start = place(edit.start);
+    edit.duration = end - edit.start;
+    if (edit.duration.units <= 0) continue;
+    if (keepsSpan && !edit.IsEmpty()) {
+      edit.rate *= static_cast<double>(length.units) / static_cast<double>(edit.duration.units);
+    }
+    Add(edit, clock);
+  }
+  if (!edits_.empty() && edits_.back().IsEmpty()) edits_.pop_back();
+}
+
+void EditList::ShiftMedia(MediaTime by) {
+  for (Edit& edit : edits_) {
+    if (!edit.IsEmpty()) edit.mediaTime += by;
+  }
+}
+
+}  // namespace toolbox

@@ -1,0 +1,87 @@
+// A media: samples of one kind, what describes them and where they lie.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/siblings.h"
+#include "toolbox/bytes.h"
+#include "toolbox/movie/data_reference.h"
+#include "toolbox/movie/sample_table.h"
+#include "toolbox/movie/time.h"
+#include "toolbox/movie/user_data.h"
+
+namespace toolbox {
+
+// The handler of a media as its file names it.
+// QuickTime: componentType is 'mhlr' and the name starts with its length.
+// ISO: componentType is 0 and the name ends with a 0 byte.
+struct HandlerRecord {
+  std::uint32_t versionAndFlags = 0;
+  FourCC componentType, subtype, manufacturer;
+  std::uint32_t componentFlags = 0, componentFlagsMask = 0;
+  Bytes name;
+};
+
+// One entry of a sample description table: the whole of it, and the data reference it names (an index).
+struct SampleDescription {
+  Bytes bytes;  // size, format, six bytes, data-reference number, then the format's own
+  std::uint32_t dataReference = 0;
+
+  FourCC Format() const;
+  // Some metadata formats have text where others have the data-reference number.
+  bool HoldsReference() const;
+  // Equal but for the data reference.
+  bool SameAs(const SampleDescription& other) const;
+};
+
+// What a new media of the same kind takes over.
+struct MediaSettings {
+  std::uint32_t flags = 0;
+  std::int32_t scale = 600;
+  std::uint16_t language = 0, quality = 0;
+  HandlerRecord handler;
+  UserDataRecord userData;
+  // What else stands in 'mdia', 'minf' and 'dinf': the header of the kind of media among them.
+  Siblings siblings, infoSiblings, dataSiblings;
+};
+
+struct MediaRecord : MediaSettings {
+  std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
+  std::vector<DataReference> dataReferences;
+  std::vector<SampleDescription> descriptions;
+  SampleTable samples;
+
+  FourCC Type() const { return handler.subtype; }
+  // The description used by samples whose description index is `index`.
+  const DataReference& ReferenceOf(std::uint32_t description) const {
+    return dataReferences[descriptions[description].dataReference];
+  }
+
+  // The index of an equal reference, added when there is none.
+  std::uint32_t FindOrAdd(const DataReference& reference);
+  // The index of a description with equal bytes and the same reference, added when there is none.
+  std::uint32_t FindOrAdd(const SampleDescription& description);
+
+  // Appends all samples of `source`, by reference: they stay where they are. `sourceFile` is what the
+  // source calls its own file, `ownFile` what this media does. Returns the media time at which the first of them now stands. A source
+  // that was joined before, and is unchanged since, is not joined twice.
+  MediaTime Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
+                 const std::optional<OtherFile>& ownFile);
+
+ private:
+  struct Joined {
+    std::weak_ptr<const void> identity;
+    std::uint64_t samples = 0;
+    MediaTime base;
+  };
+  std::vector<Joined> joined_;
+  // Tells one media's samples from another's for as long as a join may want to know.
+  std::shared_ptr<const void> identity_ = std::make_shared<const int>();
+};
+
+}  // namespace toolbox

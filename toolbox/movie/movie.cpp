@@ -1,0 +1,98 @@
+#include "toolbox/movie/movie.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+
+namespace toolbox {
+namespace {
+
+constexpr std::uint64_t kUnixEpoch = 2082844800;  // seconds from 1904-01-01 to 1970-01-01
+
+}  // namespace
+
+std::uint64_t Now() {
+  // Whoever needs the same bytes twice fixes the clock, as other tools let them.
+  if (const char* fixed = std::getenv("SOURCE_DATE_EPOCH")) {
+    return kUnixEpoch + std::strtoull(fixed, nullptr, 10);
+  }
+  return kUnixEpoch + static_cast<std::uint64_t>(std::time(nullptr));
+}
+
+Clock TrackRecord::TimeClock() const {
+  return {movie->scale, media ? media->scale : movie->scale};
+}
+
+void TrackRecord::Refer(FourCC type, const TrackRecord& target) {
+  auto found = std::ranges::find(references, type, &TrackReferences::type);
+  if (found == references.end()) found = references.insert(found, {type, {}});
+  if (std::ranges::find(found->targets, &target) == found->targets.end()) {
+    found->targets.push_back(&target);
+  }
+}
+
+MovieTime MovieRecord::Duration() const {
+  MovieTime longest;
+  for (const auto& track : tracks) longest = std::max(longest, track->edits.Duration());
+  return longest;
+}
+
+TrackRecord& MovieRecord::AddTrack() {
+  TrackRecord& track = *tracks.emplace_back(std::make_unique<TrackRecord>());
+  track.movie = this;
+  track.id = nextTrackId++;
+  track.created = track.modified = Now();
+  return track;
+}
+
+TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
+  TrackRecord& track = AddTrack();
+  static_cast<TrackSettings&>(track) = like;
+  if (like.media) {
+    static_cast<MediaSettings&>(track.media.emplace()) = *like.media;
+    track.media->created = track.media->modified = track.created;
+  }
+  return track;
+}
+
+void MovieRecord::RemoveTrack(const TrackRecord& track) {
+  for (const auto& other : tracks) {
+    for (TrackReferences& list : other->references) std::erase(list.targets, &track);
+    std::erase_if(other->references, [](const TrackReferences& list) { return list.targets.empty(); });
+  }
+  std::erase_if(tracks, [&](const auto& candidate) { return candidate.get() == &track; });
+}
+
+std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
+  auto clone = std::make_unique<MovieRecord>();
+  static_cast<MovieProperties&>(*clone) = *this;
+  std::map<const TrackRecord*, const TrackRecord*> copies{{nullptr, nullptr}};
+  for (const auto& track : tracks) {
+    TrackRecord& copy = *clone->tracks.emplace_back(std::make_unique<TrackRecord>(*track));
+    copy.movie = clone.get();
+    copies[track.get()] = &copy;
+  }
+  for (const auto& track : clone->tracks) {
+    for (TrackReferences& list : track->references) {
+      for (const TrackRecord*& target : list.targets) target = copies.at(target);
+    }
+  }
+  return clone;
+}
+
+void MovieRecord::SetScale(std::int32_t newScale) {
+  const std::int32_t oldScale = scale;
+  if (newScale == oldScale) return;
+  const auto place = [oldScale, newScale](MovieTime time) {
+    return MovieTime{Rescale(time.units, oldScale, newScale)};
+  };
+  scale = newScale;
+  for (const auto& track : tracks) track->edits.MapBoundaries(place, false, track->TimeClock());
+  for (MovieTime* time : {&previewTime, &previewDuration, &posterTime, &selectionTime,
+                          &selectionDuration, &currentTime}) {
+    *time = place(*time);
+  }
+}
+
+}  // namespace toolbox

@@ -1,0 +1,57 @@
+// A movie: tracks on one time line, and what holds for all of them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "toolbox/atoms/siblings.h"
+#include "toolbox/movie/data_reference.h"
+#include "toolbox/movie/matrix.h"
+#include "toolbox/movie/track.h"
+#include "toolbox/movie/user_data.h"
+
+namespace toolbox {
+
+// The time as files count it: seconds since 1904-01-01 UTC.
+std::uint64_t Now();
+
+// All of a movie but its tracks.
+struct MovieProperties {
+  std::int32_t scale = 600;
+  std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
+  std::int32_t rate = 0x10000;              // preferred, 16.16
+  std::int16_t volume = 0x100;              // preferred, 8.8
+  Matrix matrix = kIdentityMatrix;
+  MovieTime previewTime, previewDuration, posterTime, selectionTime, selectionDuration, currentTime;
+  std::uint32_t nextTrackId = 1;
+  UserDataRecord userData;
+  Siblings siblings;              // what else stands in 'moov'
+  std::optional<OtherFile> file;  // the file the movie was opened from
+  std::optional<DataReference> defaultDataReference;
+};
+
+struct MovieRecord : MovieProperties {
+  std::vector<std::unique_ptr<TrackRecord>> tracks;
+
+  MovieRecord() = default;
+  MovieRecord(const MovieRecord&) = delete;  // tracks point back to their movie: Clone
+  MovieRecord& operator=(const MovieRecord&) = delete;
+
+  // Where the last track ends.
+  MovieTime Duration() const;
+  // A new track at the end of the list, with the next id.
+  TrackRecord& AddTrack();
+  // A new track with the kind of media and the settings of `like`, without samples, edits or
+  // references.
+  TrackRecord& AddTrackLike(const TrackRecord& like);
+  // Removes the track and every reference to it.
+  void RemoveTrack(const TrackRecord& track);
+  // The same movie once more; sample rows are shared.
+  std::unique_ptr<MovieRecord> Clone() const;
+  // Re-expresses all times in `newScale`, > 0: boundaries are rounded, so nothing drifts.
+  void SetScale(std::int32_t newScale);
+};
+
+}  // namespace toolbox

@@ -1,0 +1,114 @@
+#include "toolbox/movie/sample_rows.h"
+
+#include <algorithm>
+#include <iterator>
+#include <numeric>
+
+namespace toolbox {
+namespace {
+
+// The last of `runs` that starts at or before `key`; the first starts at 0.
+template <class Run, class Key, class Projection>
+const Run& RunAt(const std::vector<Run>& runs, Key key, Projection start) {
+  return *std::prev(std::ranges::upper_bound(runs, key, {}, start));
+}
+
+}  // namespace
+
+void SampleRows::AddTimes(std::uint32_t samples, std::uint32_t delta) {
+  samples = std::min(samples, count - timed_);
+  if (samples == 0) return;
+  times.push_back({timed_, delta, duration});
+  timed_ += samples;
+  duration += std::int64_t{samples} * delta;
+}
+
+void SampleRows::AddOffsets(std::uint32_t samples, std::int32_t offset) {
+  samples = std::min(samples, count - shifted_);
+  if (samples == 0) return;
+  smallestOffset = shifted_ == 0 ? offset : std::min(smallestOffset, offset);
+  largestOffset = shifted_ == 0 ? offset : std::max(largestOffset, offset);
+  offsets.push_back({shifted_, offset});
+  shifted_ += samples;
+}
+
+void SampleRows::AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
+                           std::uint32_t description) {
+  if (samplesPerChunk == 0) return;
+  const std::uint32_t whole = std::min(chunks, (count - located) / samplesPerChunk);
+  if (whole != 0) chunkRuns.push_back({chunk, located, samplesPerChunk, description});
+  located += whole * samplesPerChunk;
+  if (whole == chunks || located == count) return;
+  chunkRuns.push_back({chunk + whole, located, count - located, description});
+  located = count;
+}
+
+const TimeRun& SampleRows::TimeRunOf(std::uint32_t sample) const {
+  return RunAt(times, sample, &TimeRun::sample);
+}
+
+std::int64_t SampleRows::TimeOf(std::uint32_t sample) const {
+  if (sample >= count) return duration;
+  const TimeRun& run = TimeRunOf(sample);
+  return run.time + std::int64_t{sample - run.sample} * run.delta;
+}
+
+std::uint32_t SampleRows::DurationOf(std::uint32_t sample) const { return TimeRunOf(sample).delta; }
+
+std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
+  return offsets.empty() ? 0 : RunAt(offsets, sample, &OffsetRun::sample).offset;
+}
+
+std::pair<std::uint32_t, std::uint32_t> SampleRows::RunAround(std::uint32_t sample) const {
+  const TimeRun* run = &TimeRunOf(sample);
+  return {run->sample, run == &times.back() ? count : run[1].sample};
+}
+
+std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
+  // A run without length starts where the next one does, so it is the last that starts by `time` only
+  // at the very end.
+  const TimeRun& run = RunAt(times, time, &TimeRun::time);
+  if (run.delta == 0) return count - 1;
+  return std::min(count - 1, run.sample + static_cast<std::uint32_t>((time - run.time) / run.delta));
+}
+
+std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {
+  return static_cast<std::size_t>(&RunAt(chunkRuns, sample, &ChunkRun::sample) - chunkRuns.data());
+}
+
+std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
+                                 std::uint32_t description) const {
+  if (const Packing packing = PackingOf(description); packing.bytes != 0) {
+    return (std::uint64_t{samples} + packing.samples - 1) / packing.samples * packing.bytes;
+  }
+  if (constantSize != 0) return std::uint64_t{samples} * constantSize;
+  const auto size = sizes.begin() + first;
+  return std::accumulate(size, size + samples, std::uint64_t{0});
+}
+
+std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
+  if (offsets.empty() || from == to) return 0;
+  const std::int64_t start = TimeOf(from);
+  std::int64_t earliest = start + OffsetOf(from);
+  for (std::uint32_t sample = from + 1; sample < to; ++sample) {
+    const std::int64_t time = TimeOf(sample);
+    if (time + smallestOffset >= earliest) break;
+    earliest = std::min(earliest, time + OffsetOf(sample));
+  }
+  return earliest - start;
+}
+
+std::int64_t SampleRows::ShownUntil(std::uint32_t from, std::uint32_t to) const {
+  const std::int64_t start = TimeOf(from);
+  std::int64_t latest = TimeOf(to);
+  if (offsets.empty() || from == to) return latest - start;
+  latest += OffsetOf(to - 1);
+  for (std::uint32_t sample = to - 1; sample > from; --sample) {
+    const std::int64_t end = TimeOf(sample);
+    if (end + largestOffset <= latest) break;
+    latest = std::max(latest, end + OffsetOf(sample - 1));
+  }
+  return latest - start;
+}
+
+}  // namespace toolbox

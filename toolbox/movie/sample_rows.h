@@ -1,0 +1,99 @@
+// The samples of a media as one file states them: rows with their starts, never an object a sample.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/siblings.h"
+#include "toolbox/bytes.h"
+
+namespace toolbox {
+
+// From `sample` on each lasts `delta` media units; `time` is when the first of them is decoded.
+struct TimeRun {
+  std::uint32_t sample = 0, delta = 0;
+  std::int64_t time = 0;
+};
+// From `sample` on each is shown `offset` media units after it is decoded.
+struct OffsetRun {
+  std::uint32_t sample = 0;
+  std::int32_t offset = 0;
+};
+// From `chunk` on each holds `samplesPerChunk` samples of one description; `sample` is the first.
+struct ChunkRun {
+  std::uint32_t chunk = 0, sample = 0, samplesPerChunk = 0, description = 0;
+};
+// From `sample` on each belongs to the group description of that number, 0 for none.
+struct GroupRun {
+  std::uint32_t sample = 0, group = 0;
+};
+// Sound of a constant rate is stored in packets that must not be split: `samples` samples in `bytes`
+// bytes. bytes 0: there are no packets, each sample has the size that its table states.
+struct Packing {
+  std::uint32_t samples = 1, bytes = 0;
+};
+struct SampleGroup {
+  FourCC grouping;
+  std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
+  Bytes descriptions;                                // the whole 'sgpd' atom, empty where there is none
+  std::vector<GroupRun> runs;
+};
+
+// Indexes start at 0. Once a table shares its rows they never change.
+struct SampleRows {
+  std::uint32_t count = 0;
+  std::vector<TimeRun> times;  // covers all samples
+  std::int64_t duration = 0;   // sum of all deltas
+  std::vector<OffsetRun> offsets;  // empty: every offset is 0
+  std::int32_t smallestOffset = 0, largestOffset = 0;
+  // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
+  std::uint32_t offsetsVersion = 0;
+  std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
+  std::vector<std::uint32_t> sizes;
+  std::vector<ChunkRun> chunkRuns;
+  std::vector<std::uint64_t> chunkOffsets;
+  std::uint32_t located = 0;     // samples that lie in a chunk; the rest cannot be read
+  std::vector<Packing> packings;  // by description; empty: no packets
+  std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
+  std::vector<std::uint32_t> partialSync;
+  Bytes dependencies;  // one byte a sample, or none at all
+  std::vector<SampleGroup> groups;
+  Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
+
+  // For whoever fills a new SampleRows, `count` being known: each adds what the next so many samples or
+  // chunks have in common; what goes beyond `count` is left out.
+  void AddTimes(std::uint32_t samples, std::uint32_t delta);
+  void AddOffsets(std::uint32_t samples, std::int32_t offset);
+  void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
+                 std::uint32_t description);
+
+  // Decode time of a sample; sample == count gives the end.
+  std::int64_t TimeOf(std::uint32_t sample) const;
+  std::uint32_t DurationOf(std::uint32_t sample) const;
+  std::int32_t OffsetOf(std::uint32_t sample) const;
+  // The samples [first, second) around it that last as long.
+  std::pair<std::uint32_t, std::uint32_t> RunAround(std::uint32_t sample) const;
+  // The sample decoded at `time`, 0 <= time < duration.
+  std::uint32_t SampleAt(std::int64_t time) const;
+  // The index into chunkRuns of the run that holds a located sample.
+  std::size_t ChunkRunOf(std::uint32_t sample) const;
+  // Bytes of `samples` samples of one chunk, the first of them being `first`.
+  std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description) const;
+  Packing PackingOf(std::uint32_t description) const {
+    return description < packings.size() ? packings[description] : Packing{};
+  }
+
+  // When the first and last of [from, to) to be shown start and end being so, counted from the decode
+  // time of `from`.
+  std::int64_t ShownFrom(std::uint32_t from, std::uint32_t to) const;
+  std::int64_t ShownUntil(std::uint32_t from, std::uint32_t to) const;
+
+ private:
+  const TimeRun& TimeRunOf(std::uint32_t sample) const;
+  std::uint32_t timed_ = 0, shifted_ = 0;  // samples covered so far by AddTimes and AddOffsets
+};
+
+}  // namespace toolbox

@@ -1,0 +1,310 @@
+#include "toolbox/movie/sample_table.h"
+
+#include <algorithm>
+#include <iterator>
+#include <numeric>
+
+namespace toolbox {
+
+SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
+  std::uint32_t last = 0;
+  for (const ChunkRun& run : rows->chunkRuns) last = std::max(last, run.description);
+  std::vector<std::uint32_t> same(std::max<std::size_t>(last + 1, rows->packings.size()));
+  std::iota(same.begin(), same.end(), 0U);
+  Slice slice;
+  slice.to = rows->count;
+  slice.length = rows->duration;
+  slice.descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(same));
+  slice.rows = std::move(rows);
+  Add(std::move(slice));
+}
+
+std::int64_t SampleTable::AppendSlice(const SampleTable& other, std::uint64_t from,
+                                      std::uint64_t to,
+                                      std::span<const std::uint32_t> descriptions) {
+  const std::uint64_t before = Count();
+  if (from >= to) return Duration();
+  // Walks a copy of the list, for a table may be appended to itself.
+  const std::vector<Slice> slices = other.slices_;
+  for (const Slice& slice : slices) {
+    if (slice.End() <= from) continue;
+    if (slice.first >= to) break;
+    Slice part = slice;
+    part.from = slice.RowOf(std::max(from, slice.first));
+    part.to = slice.RowOf(std::min(to, slice.End()));
+    if (part.to != slice.to) part.stretch = 0;
+    part.rowTime = slice.rows->TimeOf(part.from);
+    part.length = slice.rows->TimeOf(part.to) - part.rowTime + part.stretch;
+    std::vector<std::uint32_t> map;
+    for (const std::uint32_t description : *slice.descriptions) {
+      map.push_back(description < descriptions.size() ? descriptions[description] : 0);
+    }
+    part.descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(map));
+    Add(std::move(part));
+  }
+  return TimeOf(before);
+}
+
+void SampleTable::Add(Slice slice) {
+  if (slice.from == slice.to) return;
+  if (!slices_.empty()) {
+    Slice& last = slices_.back();
+    const bool continues = last.rows == slice.rows && last.to == slice.from && last.stretch == 0 &&
+                           *last.descriptions == *slice.descriptions;
+    if (continues) {
+      slice.from = last.from;
+      slice.rowTime = last.rowTime;
+      slice.length += last.length;
+      slices_.pop_back();
+    } else {
+      const std::int64_t shownFrom = slice.rows->ShownFrom(slice.from, slice.to);
+      const std::int64_t overlap = shownUntil_ - last.EndTime() - shownFrom;
+      if (overlap > 0) {
+        last.stretch += overlap;
+        last.length += overlap;
+      }
+    }
+  }
+  slice.first = Count();
+  slice.time = Duration();
+  const SampleRows& rows = *slice.rows;
+  smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset);
+  largestOffset_ = std::max(largestOffset_, rows.largestOffset);
+  shownUntil_ = std::max(shownUntil_, slice.time + slice.stretch +
+                                          rows.ShownUntil(slice.from, slice.to));
+  slices_.push_back(std::move(slice));
+}
+
+const SampleTable::Slice& SampleTable::SliceOf(std::uint64_t sample) const {
+  return *std::prev(std::ranges::upper_bound(slices_, sample, {}, &Slice::first));
+}
+
+std::int64_t SampleTable::TimeOf(std::uint64_t sample) const {
+  if (sample >= Count()) return Duration();
+  const Slice& slice = SliceOf(sample);
+  return slice.time + slice.rows->TimeOf(slice.RowOf(sample)) - slice.rowTime;
+}
+
+std::int64_t SampleTable::DurationOf(std::uint64_t sample) const {
+  const Slice& slice = SliceOf(sample);
+  const std::int64_t stretch = sample + 1 == slice.End() ? slice.stretch : 0;
+  return slice.rows->DurationOf(slice.RowOf(sample)) + stretch;
+}
+
+std::int64_t SampleTable::ShownAt(std::uint64_t sample) const {
+  const Slice& slice = SliceOf(sample);
+  const std::uint32_t row = slice.RowOf(sample);
+  return slice.time + slice.rows->TimeOf(row) - slice.rowTime + slice.rows->OffsetOf(row);
+}
+
+std::uint64_t SampleTable::SampleAt(std::int64_t time) const {
+  if (time < 0) return 0;
+  if (time >= Duration()) return Count() - 1;
+  const Slice& slice = *std::prev(std::ranges::upper_bound(slices_, time, {}, &Slice::time));
+  const std::uint32_t row = slice.rows->SampleAt(slice.rowTime + (time - slice.time));
+  return slice.first + (std::min(row, slice.to - 1) - slice.from);
+}
+
+std::uint64_t SampleTable::SyncAtOrBefore(std::uint64_t sample) const {
+  const Slice& slice = SliceOf(sample);
+  if (!slice.rows->sync) return sample;
+  const std::uint32_t row = slice.RowOf(sample);
+  std::uint32_t found = slice.from;
+  for (const auto* list : {&*slice.rows->sync, &slice.rows->partialSync}) {
+    const auto after = std::ranges::upper_bound(*list, row);
+    if (after != list->begin()) found = std::max(found, *std::prev(after));
+  }
+  return slice.first + (found - slice.from);
+}
+
+std::pair<std::uint64_t, std::uint64_t> SampleTable::SamplesShownIn(std::int64_t from,
+                                                                    std::int64_t to) const {
+  if (Count() == 0 || to <= from || from >= std::max(Duration(), shownUntil_)) return {0, 0};
+  if (smallestOffset_ == 0 && largestOffset_ == 0) return {SampleAt(from), SampleAt(to - 1) + 1};
+
+  // The sample on show at `from` is the one shown last at or before it. One that is certainly shown by
+  // then bounds how far back that one can be decoded.
+  const std::uint64_t certain = SampleAt(from - largestOffset_);
+  const std::uint64_t start =
+      SampleAt(TimeOf(certain) + std::int64_t{smallestOffset_} - largestOffset_);
+  const std::uint64_t undecided = SampleAt(from - smallestOffset_) + 1;  // from here on: shown later
+  std::uint64_t onShow = undecided, earliest = undecided;
+  for (std::uint64_t sample = start; sample < undecided; ++sample) {
+    const std::int64_t shown = ShownAt(sample);
+    if (shown <= from) {
+      if (onShow == undecided || shown >= ShownAt(onShow)) onShow = sample;
+    } else if (shown < to) {
+      earliest = std::min(earliest, sample);
+    }
+  }
+  std::uint64_t last = SampleAt(to - 1 - smallestOffset_);
+  const std::uint64_t first = std::min({onShow, earliest, last});
+  while (last > first && ShownAt(last) >= to) --last;
+  return {first, std::max(last, onShow < undecided ? onShow : last) + 1};
+}
+
+std::pair<std::uint64_t, std::uint64_t> SampleTable::WholePackets(std::uint64_t from,
+                                                                  std::uint64_t to) const {
+  const auto aligned = [this](std::uint64_t sample, bool up) {
+    const Slice& slice = SliceOf(sample);
+    const std::uint32_t row = slice.RowOf(sample);
+    if (slice.rows->packings.empty() || row >= slice.rows->located) return sample;
+    const ChunkRun& run = slice.rows->chunkRuns[slice.rows->ChunkRunOf(row)];
+    const std::uint32_t packet = slice.rows->PackingOf(run.description).samples;
+    const std::uint32_t inChunk = (row - run.sample) % run.samplesPerChunk;
+    const std::uint32_t over = inChunk % packet;
+    if (over == 0) return sample;
+    if (!up) return sample - std::min<std::uint64_t>(over, sample - slice.first);
+    const std::uint32_t missing = std::min(packet - over, run.samplesPerChunk - inChunk);
+    return std::min(sample + missing, slice.End());
+  };
+  return {aligned(from, false), to == Count() ? to : aligned(to, true)};
+}
+
+std::optional<std::uint32_t> SampleTable::RollDistance(std::uint64_t sample) const {
+  const Slice& slice = SliceOf(sample);
+  for (const SampleGroup& group : slice.rows->groups) {
+    // 'sgpd' of version 1: size, type, version, grouping, length of an entry, count, entries.
+    const Bytes& atom = group.descriptions;
+    if (group.grouping != FourCC{"roll"} || atom.size() < 26 || group.runs.empty()) continue;
+    const auto after =
+        std::ranges::upper_bound(group.runs, slice.RowOf(sample), {}, &GroupRun::sample);
+    if (after == group.runs.begin()) continue;
+    const std::size_t at = 24 + 2 * (std::size_t{std::prev(after)->group} - 1);
+    if (std::prev(after)->group == 0 || atom[8] != 1 || atom[19] != 2 || at + 2 > atom.size()) {
+      continue;
+    }
+    const auto distance = static_cast<std::int16_t>(atom[at] << 8 | atom[at + 1]);
+    if (distance < 0) return static_cast<std::uint32_t>(-distance);
+  }
+  return std::nullopt;
+}
+
+bool SampleTable::IsLocated(std::uint64_t from, std::uint64_t to) const {
+  return std::ranges::all_of(slices_, [from, to](const Slice& slice) {
+    if (slice.first >= to || slice.End() <= from) return true;
+    return slice.RowOf(std::min(to, slice.End())) <= slice.rows->located;
+  });
+}
+
+std::uint64_t SampleTable::LocatedCount() const {
+  const auto cut = std::ranges::find_if(
+      slices_, [](const Slice& slice) { return slice.to > slice.rows->located; });
+  if (cut == slices_.end()) return Count();
+  return cut->first + (std::max(cut->from, cut->rows->located) - cut->from);
+}
+
+std::uint64_t SampleTable::SizeOf(std::uint64_t first, std::uint32_t samples,
+                                  std::uint32_t description) const {
+  const Slice& slice = SliceOf(first);
+  const auto row = std::ranges::find(*slice.descriptions, description);
+  return slice.rows->SizeOf(slice.RowOf(first), samples,
+                            static_cast<std::uint32_t>(row - slice.descriptions->begin()));
+}
+
+std::uint32_t SampleTable::PacketLength(std::uint64_t sample) const {
+  const Slice& slice = SliceOf(sample);
+  if (slice.rows->packings.empty() || slice.RowOf(sample) >= slice.rows->located) return 1;
+  const std::size_t run = slice.rows->ChunkRunOf(slice.RowOf(sample));
+  return slice.rows->PackingOf(slice.rows->chunkRuns[run].description).samples;
+}
+
+void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
+                                   std::vector<bool>& used) const {
+  for (const Slice& slice : slices_) {
+    if (slice.End() <= from) continue;
+    if (slice.first >= to) break;
+    const std::vector<ChunkRun>& runs = slice.rows->chunkRuns;
+    const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
+    const auto allMarked = [&] {
+      return std::ranges::all_of(*slice.descriptions, [&](std::uint32_t i) { return used[i]; });
+    };
+    for (std::size_t run = slice.rows->ChunkRunOf(slice.RowOf(std::max(from, slice.first)));
+         run < runs.size() && runs[run].sample < end && !allMarked(); ++run) {
+      used[(*slice.descriptions)[runs[run].description]] = true;
+    }
+  }
+}
+
+void SampleTable::TimeCursor::Find(std::uint64_t sample) {
+  if (sample >= table_.Count()) {
+    first_ = table_.Count();
+    end_ = UINT64_MAX;
+    time_ = table_.Duration();
+    delta_ = 0;
+    return;
+  }
+  const Slice& slice = table_.SliceOf(sample);
+  const std::uint32_t row = slice.RowOf(sample);
+  delta_ = table_.DurationOf(sample);
+  if (slice.stretch != 0 && row + 1 == slice.to) {
+    first_ = sample;
+    end_ = slice.End();
+  } else {
+    const auto [from, to] = slice.rows->RunAround(row);
+    first_ = slice.first + (std::max(from, slice.from) - slice.from);
+    end_ = slice.first + (std::min(to, slice.to) - slice.from) - (slice.stretch != 0 && to >= slice.to);
+  }
+  time_ = table_.TimeOf(first_);
+}
+
+std::optional<std::uint32_t> SampleTable::ConstantSize() const {
+  if (slices_.empty()) return std::nullopt;
+  const std::uint32_t size = slices_.front().rows->constantSize;
+  const bool isShared = std::ranges::all_of(
+      slices_, [size](const Slice& slice) { return slice.rows->constantSize == size; });
+  return isShared && size != 0 ? std::optional(size) : std::nullopt;
+}
+
+bool SampleTable::HasOffsets() const {
+  return std::ranges::any_of(slices_,
+                             [](const Slice& slice) { return !slice.rows->offsets.empty(); });
+}
+
+std::uint32_t SampleTable::OffsetsVersion() const {
+  std::uint32_t version = 0;
+  for (const Slice& slice : slices_) version = std::max(version, slice.rows->offsetsVersion);
+  return version;
+}
+
+bool SampleTable::HasSyncTable() const {
+  return std::ranges::any_of(slices_,
+                             [](const Slice& slice) { return slice.rows->sync.has_value(); });
+}
+
+bool SampleTable::HasPartialSync() const {
+  return std::ranges::any_of(slices_,
+                             [](const Slice& slice) { return !slice.rows->partialSync.empty(); });
+}
+
+bool SampleTable::HasDependencies() const {
+  return std::ranges::any_of(slices_,
+                             [](const Slice& slice) { return !slice.rows->dependencies.empty(); });
+}
+
+std::vector<const SampleGroup*> SampleTable::Groups() const {
+  std::vector<const SampleGroup*> groups;
+  if (slices_.empty()) return groups;
+  for (const SampleGroup& group : slices_.front().rows->groups) {
+    const bool isShared = std::ranges::all_of(slices_, [&](const Slice& slice) {
+      return FindGroup(*slice.rows, group) != nullptr;
+    });
+    if (isShared) groups.push_back(&group);
+  }
+  return groups;
+}
+
+const SampleGroup* SampleTable::FindGroup(const SampleRows& rows, const SampleGroup& like) {
+  const auto found = std::ranges::find_if(rows.groups, [&](const SampleGroup& group) {
+    return group.grouping == like.grouping && group.versionAndFlags == like.versionAndFlags &&
+           group.parameter == like.parameter && group.descriptions == like.descriptions;
+  });
+  return found == rows.groups.end() ? nullptr : &*found;
+}
+
+const SampleRows* SampleTable::WholeRows() const {
+  if (slices_.size() != 1 || slices_[0].from != 0 || slices_[0].stretch != 0) return nullptr;
+  return slices_[0].to == slices_[0].rows->count ? slices_[0].rows.get() : nullptr;
+}
+
+}  // namespace toolbox

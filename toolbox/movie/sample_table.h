@@ -1,0 +1,163 @@
+// The samples of a media: stretches of rows that files state, laid one behind the other.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "toolbox/movie/sample_rows.h"
+
+namespace toolbox {
+
+// Consecutive samples of one description that lie one behind the other in their file.
+struct SamplePiece {
+  std::uint64_t sample = 0;       // index of the first
+  std::uint32_t count = 0;        // of samples
+  std::uint32_t description = 0;  // index
+  std::uint64_t offset = 0;       // bytes, from the start of the file
+  std::uint64_t size = 0;         // bytes
+};
+
+// Rows are shared, so a table joined from others costs a slice a stretch, whatever it holds: an
+// hour of sound, a thousand clips and ten hours of film cost the same few bytes each time.
+class SampleTable {
+ public:
+  class TimeCursor;
+
+  SampleTable() = default;
+  // All of `rows`, descriptions as they are numbered there.
+  explicit SampleTable(std::shared_ptr<const SampleRows> rows);
+
+  std::uint64_t Count() const { return slices_.empty() ? 0 : slices_.back().End(); }
+  // Sum of the decode durations, in media units.
+  std::int64_t Duration() const { return slices_.empty() ? 0 : slices_.back().EndTime(); }
+
+  // Adds the samples [from, to) of `other` at the end: the one way in which samples get from one media
+  // into another. Description d there is descriptions[d] here. Where samples already here would still
+  // be shown when the new ones begin to be, the last of them is made longer first.
+  //
+  //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
+  //
+  // Returns the decode time at which the first of them now stands. O(slices).
+  std::int64_t AppendSlice(const SampleTable& other, std::uint64_t from, std::uint64_t to,
+                           std::span<const std::uint32_t> descriptions);
+
+  std::int64_t TimeOf(std::uint64_t sample) const;  // sample == Count() gives the end
+  std::int64_t DurationOf(std::uint64_t sample) const;
+  std::int64_t ShownAt(std::uint64_t sample) const;  // decode time and offset
+  // The sample decoded at `time`, the first or last where time lies outside; Count() > 0.
+  std::uint64_t SampleAt(std::int64_t time) const;
+  // The last sync sample (partial ones included) at or before `sample`; the first sample when none is.
+  std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
+  // The samples [first, second) that are decoded to show the media times [from, to): those shown and
+  // all between them, not what they depend on.
+  std::pair<std::uint64_t, std::uint64_t> SamplesShownIn(std::int64_t from, std::int64_t to) const;
+  // The smallest stretch around [from, to) that splits no packet.
+  std::pair<std::uint64_t, std::uint64_t> WholePackets(std::uint64_t from, std::uint64_t to) const;
+  // How far before a sample decoding has to start for it to sound right, in samples: the distance of
+  // its roll group, ISO/IEC 14496-12 10.1; nothing when it has none.
+  std::optional<std::uint32_t> RollDistance(std::uint64_t sample) const;
+
+  // True when every sample of [from, to) lies in a chunk.
+  bool IsLocated(std::uint64_t from, std::uint64_t to) const;
+  // How many samples from the first on lie in a chunk.
+  std::uint64_t LocatedCount() const;
+  // Bytes of `samples` samples of one chunk, the first of them being `first`.
+  std::uint64_t SizeOf(std::uint64_t first, std::uint32_t samples, std::uint32_t description) const;
+  // How many samples a packet holds there; 1 where there are no packets.
+  std::uint32_t PacketLength(std::uint64_t sample) const;
+  // The one size of all samples, or nothing.
+  std::optional<std::uint32_t> ConstantSize() const;
+  bool HasOffsets() const;
+  std::uint32_t OffsetsVersion() const;
+  bool HasSyncTable() const;
+  bool HasPartialSync() const;
+  bool HasDependencies() const;
+  // The groupings that every sample's rows know, with equal descriptions.
+  std::vector<const SampleGroup*> Groups() const;
+  // Marks, by index, the descriptions that samples of [from, to) use; they are located.
+  void MarkDescriptions(std::uint64_t from, std::uint64_t to, std::vector<bool>& used) const;
+  // The rows when the table is all of them and nothing else, else null.
+  const SampleRows* WholeRows() const;
+
+  // Calls visit(samples, delta): runs of samples of one duration; neighbours differ.
+  template <class Visit>
+  void ForEachTime(Visit&& visit) const;
+  // Calls visit(samples, offset) likewise.
+  template <class Visit>
+  void ForEachOffset(Visit&& visit) const;
+  // Calls visit(samples, group) likewise, for a group that Groups gave.
+  template <class Visit>
+  void ForEachGroup(const SampleGroup& group, Visit&& visit) const;
+  // Calls visit(size) for each sample.
+  template <class Visit>
+  void ForEachSize(Visit&& visit) const;
+  // Calls visit(sample) for each sync sample, or each partial one.
+  template <class Visit>
+  void ForEachSync(Visit&& visit) const;
+  template <class Visit>
+  void ForEachPartialSync(Visit&& visit) const;
+  // Calls visit(byte) for each sample.
+  template <class Visit>
+  void ForEachDependency(Visit&& visit) const;
+  // Calls visit(SamplePiece) for [from, to), a piece a chunk of the file; every sample is located.
+  template <class Visit>
+  void ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
+
+ private:
+  struct Slice {
+    std::shared_ptr<const SampleRows> rows;
+    std::uint32_t from = 0, to = 0;  // of the rows
+    std::uint64_t first = 0;         // index here of the sample `from`
+    std::int64_t time = 0;           // its decode time here
+    std::int64_t rowTime = 0;        // its decode time in the rows
+    std::int64_t length = 0;         // decode durations, `stretch` included
+    std::int64_t stretch = 0;        // by how much the last sample is longer than its row says
+    std::shared_ptr<const std::vector<std::uint32_t>> descriptions;  // index in rows -> here
+
+    std::uint64_t End() const { return first + (to - from); }
+    std::int64_t EndTime() const { return time + length; }
+    std::uint32_t RowOf(std::uint64_t sample) const {
+      return from + static_cast<std::uint32_t>(sample - first);
+    }
+  };
+
+  const Slice& SliceOf(std::uint64_t sample) const;
+  static const SampleGroup* FindGroup(const SampleRows& rows, const SampleGroup& like);
+  void Add(Slice slice);
+
+  std::vector<Slice> slices_;
+  std::int64_t shownUntil_ = 0;  // when the last of all samples stops being shown
+  std::int32_t smallestOffset_ = 0, largestOffset_ = 0;
+};
+
+// Answers for samples in their order without a search each time.
+class SampleTable::TimeCursor {
+ public:
+  explicit TimeCursor(const SampleTable& table) : table_(table) {}
+  std::int64_t TimeOf(std::uint64_t sample) {
+    Reach(sample);
+    return time_ + static_cast<std::int64_t>(sample - first_) * delta_;
+  }
+  std::int64_t DurationOf(std::uint64_t sample) {
+    Reach(sample);
+    return delta_;
+  }
+
+ private:
+  void Reach(std::uint64_t sample) {
+    if (sample < first_ || sample >= end_) Find(sample);
+  }
+  void Find(std::uint64_t sample);
+
+  const SampleTable& table_;
+  std::uint64_t first_ = 0, end_ = 0;  // the run at hand
+  std::int64_t time_ = 0, delta_ = 0;
+};
+
+}  // namespace toolbox
+
+#include "toolbox/movie/sample_table_visits.h"

@@ -1,0 +1,161 @@
+// The walks over a sample table; part of sample_table.h, apart because only their code is here.
+#pragma once
+
+#include <algorithm>
+
+#include "toolbox/movie/sample_table.h"
+
+namespace toolbox {
+
+// Joins neighbouring runs of one value before they reach `visit`.
+template <class Value, class Visit>
+class RunJoiner {
+ public:
+  explicit RunJoiner(Visit& visit) : visit_(visit) {}
+  void Add(std::uint64_t samples, Value value) {
+    if (samples == 0) return;
+    if (samples_ != 0 && value != value_) Flush();
+    value_ = value;
+    samples_ += samples;
+  }
+  void Flush() {
+    // A file states the length of a run in 32 bits.
+    for (; samples_ > UINT32_MAX; samples_ -= UINT32_MAX) visit_(UINT32_MAX, value_);
+    if (samples_ != 0) visit_(static_cast<std::uint32_t>(samples_), value_);
+    samples_ = 0;
+  }
+
+ private:
+  Visit& visit_;
+  std::uint64_t samples_ = 0;
+  Value value_{};
+};
+
+// Calls add(samples, value) for the part of `runs` within [from, to).
+template <class Run, class Value, class Add>
+void ForEachRunIn(const std::vector<Run>& runs, std::uint32_t from, std::uint32_t to, Value Run::*value,
+                  Add&& add) {
+  auto run = std::ranges::upper_bound(runs, from, {}, &Run::sample);
+  if (run != runs.begin()) --run;
+  for (; run != runs.end() && run->sample < to; ++run) {
+    const std::uint32_t end = std::next(run) == runs.end() ? to : std::min(to, std::next(run)->sample);
+    const std::uint32_t start = std::max(from, run->sample);
+    if (end > start) add(end - start, (*run).*value);
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachTime(Visit&& visit) const {
+  RunJoiner<std::int64_t, Visit> joiner(visit);
+  for (const Slice& slice : slices_) {
+    const std::uint32_t plain = slice.stretch == 0 ? slice.to : slice.to - 1;
+    ForEachRunIn(slice.rows->times, slice.from, plain, &TimeRun::delta,
+                 [&](std::uint32_t samples, std::uint32_t delta) { joiner.Add(samples, delta); });
+    if (slice.stretch != 0) joiner.Add(1, slice.rows->DurationOf(slice.to - 1) + slice.stretch);
+  }
+  joiner.Flush();
+}
+
+template <class Visit>
+void SampleTable::ForEachOffset(Visit&& visit) const {
+  RunJoiner<std::int32_t, Visit> joiner(visit);
+  for (const Slice& slice : slices_) {
+    if (slice.rows->offsets.empty()) {
+      joiner.Add(slice.to - slice.from, 0);
+    } else {
+      ForEachRunIn(slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
+                   [&](std::uint32_t samples, std::int32_t offset) { joiner.Add(samples, offset); });
+    }
+  }
+  joiner.Flush();
+}
+
+template <class Visit>
+void SampleTable::ForEachGroup(const SampleGroup& group, Visit&& visit) const {
+  RunJoiner<std::uint32_t, Visit> joiner(visit);
+  for (const Slice& slice : slices_) {
+    const SampleGroup& here = *FindGroup(*slice.rows, group);
+    ForEachRunIn(here.runs, slice.from, slice.to, &GroupRun::group,
+                 [&](std::uint32_t samples, std::uint32_t number) { joiner.Add(samples, number); });
+  }
+  joiner.Flush();
+}
+
+template <class Visit>
+void SampleTable::ForEachSize(Visit&& visit) const {
+  for (const Slice& slice : slices_) {
+    const SampleRows& rows = *slice.rows;
+    for (std::uint32_t row = slice.from; row < slice.to; ++row) {
+      visit(rows.constantSize != 0 ? rows.constantSize : rows.sizes[row]);
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachSync(Visit&& visit) const {
+  for (const Slice& slice : slices_) {
+    if (!slice.rows->sync) {
+      for (std::uint64_t sample = slice.first; sample < slice.End(); ++sample) visit(sample);
+      continue;
+    }
+    const std::vector<std::uint32_t>& sync = *slice.rows->sync;
+    for (auto row = std::ranges::lower_bound(sync, slice.from); row != sync.end() && *row < slice.to;
+         ++row) {
+      visit(slice.first + (*row - slice.from));
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachPartialSync(Visit&& visit) const {
+  for (const Slice& slice : slices_) {
+    const std::vector<std::uint32_t>& sync = slice.rows->partialSync;
+    for (auto row = std::ranges::lower_bound(sync, slice.from); row != sync.end() && *row < slice.to;
+         ++row) {
+      visit(slice.first + (*row - slice.from));
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachDependency(Visit&& visit) const {
+  for (const Slice& slice : slices_) {
+    const Bytes& dependencies = slice.rows->dependencies;
+    for (std::uint32_t row = slice.from; row < slice.to; ++row) {
+      visit(dependencies.empty() ? std::uint8_t{0} : dependencies[row]);
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
+  if (from >= to) return;
+  for (const Slice* slice = &SliceOf(from); from < to; ++slice) {
+    const SampleRows& rows = *slice->rows;
+    std::uint32_t row = slice->RowOf(from);
+    const std::uint32_t end = slice->RowOf(std::min(to, slice->End()));
+    for (std::size_t index = rows.ChunkRunOf(row); row < end; ++index) {
+      const ChunkRun& run = rows.chunkRuns[index];
+      const std::uint32_t runEnd =
+          index + 1 < rows.chunkRuns.size() ? rows.chunkRuns[index + 1].sample : rows.located;
+      std::uint32_t chunk = run.chunk + (row - run.sample) / run.samplesPerChunk;
+      const std::uint32_t description = (*slice->descriptions)[run.description];
+      while (row < end && row < runEnd) {
+        const std::uint32_t chunkStart = run.sample + (chunk - run.chunk) * run.samplesPerChunk;
+        const std::uint32_t count =
+            std::min({end, runEnd, chunkStart + run.samplesPerChunk}) - row;
+        SamplePiece piece{from, count, description, rows.chunkOffsets[chunk], 0};
+        if (row != chunkStart) {
+          piece.offset += rows.SizeOf(chunkStart, row - chunkStart, run.description);
+        }
+        piece.size = rows.SizeOf(row, count, run.description);
+        visit(piece);
+        row += count;
+        from += count;
+        ++chunk;
+      }
+    }
+  }
+}
+
+}  // namespace toolbox

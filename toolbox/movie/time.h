@@ -1,0 +1,74 @@
+// Times that know their line, and the one way from one time scale to another.
+#pragma once
+
+#include <cmath>
+#include <compare>
+#include <cstdint>
+
+namespace toolbox {
+
+// A point or a length on one time line, in units of that line's scale.
+template <class Line>
+struct Time {
+  std::int64_t units = 0;
+
+  friend constexpr auto operator<=>(Time, Time) = default;
+  friend constexpr Time operator+(Time a, Time b) { return {a.units + b.units}; }
+  friend constexpr Time operator-(Time a, Time b) { return {a.units - b.units}; }
+  constexpr Time& operator+=(Time other) { return *this = *this + other; }
+};
+using MovieTime = Time<struct MovieLine>;
+using MediaTime = Time<struct MediaLine>;
+
+// Far beyond any real time, near enough that the sum of two cannot overflow.
+inline constexpr std::int64_t kLongest = INT64_MAX / 4;
+
+enum class Rounding { kNearest, kDown, kUp };  // kNearest: halves up
+
+// The same time in another scale: units * to / from, both scales above 0. 128-bit inside; a result
+// beyond kLongest becomes kLongest.
+constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64_t to,
+                               Rounding rounding = Rounding::kNearest) {
+  __extension__ using Wide = __int128;
+  if (from == to) return units;
+  Wide product = Wide{units} * to;
+  Wide divisor = from;
+  if (rounding == Rounding::kNearest) {
+    product = 2 * product + from;
+    divisor = 2 * divisor;
+  } else if (rounding == Rounding::kUp) {
+    product += from - 1;
+  }
+  Wide quotient = product / divisor;
+  if (product % divisor < 0) --quotient;
+  if (quotient > kLongest) return kLongest;
+  if (quotient < -kLongest) return -kLongest;
+  return static_cast<std::int64_t>(quotient);
+}
+
+// The scales that an edit list stands between, in units per second.
+struct Clock {
+  std::int32_t movie = 600;
+  std::int32_t media = 600;
+
+  // The media units that `length` movie units show at `rate`.
+  MediaTime Shown(MovieTime length, double rate, Rounding rounding = Rounding::kNearest) const {
+    if (rate == 1.0) return {Rescale(length.units, movie, media, rounding)};
+    return {Round(static_cast<long double>(length.units) * rate * media / movie, rounding)};
+  }
+  // The movie units that `span` media units last at `rate`.
+  MovieTime Lasting(MediaTime span, double rate, Rounding rounding = Rounding::kNearest) const {
+    if (rate == 1.0) return {Rescale(span.units, media, movie, rounding)};
+    return {Round(static_cast<long double>(span.units) * movie / media / rate, rounding)};
+  }
+
+ private:
+  static std::int64_t Round(long double value, Rounding rounding) {
+    if (!(std::fabs(value) < kLongest)) return value < 0 ? -kLongest : kLongest;
+    if (rounding == Rounding::kDown) return static_cast<std::int64_t>(std::floor(value));
+    if (rounding == Rounding::kUp) return static_cast<std::int64_t>(std::ceil(value));
+    return static_cast<std::int64_t>(std::floor(value + 0.5L));
+  }
+};
+
+}  // namespace toolbox

@@ -1,0 +1,102 @@
+#include "utils/movie_file.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <iostream>
+#include <tuple>
+
+#include "clipjoin/report.h"
+
+namespace utils {
+namespace {
+
+using clipjoin::kUtils;
+using clipjoin::QTError;
+using clipjoin::Report;
+using clipjoin::Require;
+
+constexpr toolbox::FourCC kCreator{"TVOD"};
+
+void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
+                        const DataReference& reference) {
+  toolbox::FlattenMovieDataToDataRef(movie, flattenFlags | toolbox::flattenAddMovieToDataFork,
+                                     reference.handle, reference.type, kCreator,
+                                     toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
+  Require({"FlattenMovieDataToDataRef", kUtils}, toolbox::GetMoviesError());
+}
+
+void WriteReference(toolbox::Movie movie, const DataReference& reference) {
+  toolbox::DataHandler storage = nullptr;
+  Require({"CreateMovieStorage", kUtils},
+          toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
+                                      toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile,
+                                      &storage, nullptr));
+  std::ignore = toolbox::AddMovieToStorage(movie, storage);
+  Require({"AddMovieToStorage", kUtils}, toolbox::GetMoviesError());
+  // Only now does the file take its place, so only now is it known to be there.
+  Require({"CloseComponent", kUtils}, toolbox::CloseComponent(storage));
+}
+
+void Explain(const QTError& error, const std::string& path) {
+  switch (error.Code()) {
+    case toolbox::fBsyErr:
+      std::cerr << "The output file " << path
+                << " is busy.\nPlease check to see if another application has it open\n"
+                << std::flush;
+      break;
+    case toolbox::afpAccessDenied:
+      std::cerr << "You do not have permission to overwrite the output file\n" << path << '\n';
+      break;
+    default:
+      std::cerr << error << '\n';
+  }
+}
+
+}  // namespace
+
+toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) {
+  boost::filesystem::path whole(path);
+  if (whole.is_relative()) whole = boost::filesystem::current_path() / whole;
+  const toolbox::CFStringRef text = toolbox::CFStringCreateWithCString(
+      nullptr, path.empty() ? "" : whole.c_str(), toolbox::kCFStringEncodingUTF8);
+  const toolbox::OSErr code = toolbox::QTNewDataReferenceFromFullPathCFString(
+      text, toolbox::kQTPOSIXPathStyle, 0, &reference.handle, &reference.type);
+  toolbox::CFRelease(text);
+  return code;
+}
+
+toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t newMovieFlags,
+                         toolbox::DataHandler* storage) {
+  DataReference reference;
+  Require({"PathToDataRef", kUtils}, PathToDataRef(path, reference));
+  toolbox::Movie movie = nullptr;
+  std::int16_t resourceId = 0;
+  Require({"NewMovieFromDataRef", kUtils},
+          toolbox::NewMovieFromDataRef(&movie, newMovieFlags, &resourceId, reference.handle,
+                                       reference.type));
+  std::uint32_t flags = 0;
+  if ((access & kRead) != 0) flags |= toolbox::kDataHCanRead;
+  if ((access & kWrite) != 0) flags |= toolbox::kDataHCanWrite;
+  const toolbox::OSErr opened =
+      toolbox::OpenMovieStorage(reference.handle, reference.type, flags, storage);
+  if (opened != toolbox::noErr) toolbox::DisposeMovie(movie);
+  Require({"OpenMovieStorage", kUtils}, opened);
+  return movie;
+}
+
+void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
+                std::uint32_t flattenFlags) {
+  DataReference reference;
+  // Without a reference the call below fails as well, and says what the run comes to.
+  Report({"PathToDataRef", kUtils}, PathToDataRef(path, reference));
+  try {
+    if (selfContained) {
+      WriteSelfContained(movie, flattenFlags, reference);
+    } else {
+      WriteReference(movie, reference);
+    }
+  } catch (const QTError& error) {
+    Explain(error, path);
+  }
+}
+
+}  // namespace utils
