@@ -19,8 +19,9 @@ void Append(toolbox::Movie movie, toolbox::Movie output) {
   if (const auto code = toolbox::GetMoviesError()) {
     return Report({"GetMoviesError", kClipjoin}, code);
   }
-  Report({"InsertMovieSegment", kClipjoin},
-         toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
+  Report(
+      {"InsertMovieSegment", kClipjoin},
+      toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
 }
 
 }  // namespace

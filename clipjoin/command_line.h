@@ -12,8 +12,8 @@ struct ExitStatus {
   int value;
 };
 
-// `arguments` starts with the program's name, which chooses the command. Either what is asked for, or
-// the status to end with: the reason has been printed.
+// `arguments` starts with the program's name, which chooses the command. Either what is asked for,
+// or the status to end with: the reason has been printed.
 std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments);
 
 }  // namespace clipjoin

@@ -12,8 +12,8 @@ namespace clipjoin {
 
 enum class CommandMode : std::uint8_t {
   kConcatenate = 0,  // clipjoin: end to end
-  kMultiplex = 1,    // clipstak: in parallel
-  kModify = 2,       // cliptune: one movie
+  kMultiplex = 1,  // clipstak: in parallel
+  kModify = 2,  // cliptune: one movie
 };
 
 // The settings of one input: a copy of the global ones, changed by the options behind its name.
@@ -22,8 +22,8 @@ struct FileOptions {
   std::int16_t openFlags = toolbox::newMovieDontAskUnresolvedDataRefs;
 };
 
-// One entry of the input list. Its movie, once opened, lives until the process ends: what is written
-// later refers to its media.
+// One entry of the input list. Its movie, once opened, lives until the process ends: what is
+// written later refers to its media.
 struct InputMovie {
   FileOptions options;
   toolbox::Movie movie = nullptr;

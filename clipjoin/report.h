@@ -9,8 +9,8 @@
 
 namespace clipjoin {
 
-// Where a check stands: the function that failed, and a source and line that the user can quote to us.
-// The source names the part of the program, whatever file the check stands in today.
+// Where a check stands: the function that failed, and a source and line that the user can quote to
+// us. The source names the part of the program, whatever file the check stands in today.
 struct CallSite {
   const char* function;
   const char* source;

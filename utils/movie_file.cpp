@@ -18,9 +18,9 @@ constexpr toolbox::FourCC kCreator{"TVOD"};
 
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
                         const DataReference& reference) {
-  toolbox::FlattenMovieDataToDataRef(movie, flattenFlags | toolbox::flattenAddMovieToDataFork,
-                                     reference.handle, reference.type, kCreator,
-                                     toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
+  toolbox::FlattenMovieDataToDataRef(
+      movie, flattenFlags | toolbox::flattenAddMovieToDataFork, reference.handle, reference.type,
+      kCreator, toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
   Require({"FlattenMovieDataToDataRef", kUtils}, toolbox::GetMoviesError());
 }
 
@@ -28,8 +28,8 @@ void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   toolbox::DataHandler storage = nullptr;
   Require({"CreateMovieStorage", kUtils},
           toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
-                                      toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile,
-                                      &storage, nullptr));
+                                      toolbox::smSystemScript,
+                                      toolbox::createMovieFileDeleteCurFile, &storage, nullptr));
   std::ignore = toolbox::AddMovieToStorage(movie, storage);
   Require({"AddMovieToStorage", kUtils}, toolbox::GetMoviesError());
   // Only now does the file take its place, so only now is it known to be there.

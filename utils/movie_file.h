@@ -20,7 +20,8 @@ class DataReference {
   toolbox::FourCC type;
 };
 
-// The reference for a path, which is completed against the working directory. Returns a toolbox code.
+// The reference for a path, which is completed against the working directory. Returns a toolbox
+// code.
 [[nodiscard]] toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference);
 
 // How a movie is opened: bits.

@@ -14,11 +14,10 @@
 // `io` is a FieldReader, FieldWriter, FieldSizer or FieldPrinter. All understand
 //
 //   io(name, field)            an integer, a FourCC or an array of bytes, as wide as it is declared
-//   io.Version(flags, wide)    version 0 or 1 and 24 bits of flags; version 1 makes Wide fields wide
-//   io.Wide(name, field)       32 bits in version 0, 64 bits in version 1
-//   io.Table(name, rows)       a 32-bit count and that many rows
-//   io.List(name, entries)     the same for a few entries kept as a vector
-//   io.Atoms(name, atoms)      a 32-bit count and that many atoms, kept as they are
+//   io.Version(flags, wide)    version 0 or 1 and 24 bits of flags; version 1 makes Wide fields
+//   wide io.Wide(name, field)       32 bits in version 0, 64 bits in version 1 io.Table(name, rows)
+//   a 32-bit count and that many rows io.List(name, entries)     the same for a few entries kept as
+//   a vector io.Atoms(name, atoms)      a 32-bit count and that many atoms, kept as they are
 //   io.Rest(name, bytes)       everything up to the end of the atom
 #pragma once
 

@@ -40,9 +40,8 @@ Children::Children(ByteSpan content) {
 }
 
 std::optional<ByteSpan> Children::Maybe(FourCC type) {
-  const auto found = std::ranges::find_if(children_, [type](const Child& child) {
-    return child.atom.type == type && !child.isTaken;
-  });
+  const auto found = std::ranges::find_if(
+      children_, [type](const Child& child) { return child.atom.type == type && !child.isTaken; });
   if (found == children_.end()) return std::nullopt;
   found->isTaken = true;
   return found->atom.content;

@@ -1,5 +1,5 @@
-// Atoms inside atoms: sizes in 32 bits, in 64 bits and to the end; children by quantity, strangers in
-// their place.
+// Atoms inside atoms: sizes in 32 bits, in 64 bits and to the end; children by quantity, strangers
+// in their place.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/fourcc.h"
-#include "toolbox/bytes.h"
 #include "toolbox/atoms/siblings.h"
+#include "toolbox/bytes.h"
 
 namespace toolbox {
 
@@ -18,17 +18,18 @@ namespace toolbox {
 struct AtomFrame {
   FourCC type;
   std::uint64_t headerSize = 8;  // 16 with a 64-bit size
-  std::uint64_t size = 0;        // header included
+  std::uint64_t size = 0;  // header included
 };
 
-// The frame at the front of `bytes`, when `available` bytes follow from its start to the end of what
-// holds it; size 0 means all of them. Nothing when the frame is cut short or reaches past the end.
+// The frame at the front of `bytes`, when `available` bytes follow from its start to the end of
+// what holds it; size 0 means all of them. Nothing when the frame is cut short or reaches past the
+// end.
 std::optional<AtomFrame> ReadFrame(ByteSpan bytes, std::uint64_t available);
 
 // One atom among its siblings, as a view of its parent's bytes.
 struct AtomView {
   FourCC type;
-  ByteSpan whole;    // size and type included
+  ByteSpan whole;  // size and type included
   ByteSpan content;  // without them
 };
 

@@ -98,9 +98,9 @@ struct EditEntries {  // 'elst', ISO/IEC 14496-12 8.6.6
   static constexpr FourCC kType{"elst"};
   struct Entry {
     static constexpr std::size_t kSmallestSize = 12;
-    std::uint64_t duration = 0;   // movie units
+    std::uint64_t duration = 0;  // movie units
     std::int64_t mediaTime = -1;  // media units; -1: nothing is shown
-    std::int32_t rate = 0;        // 16.16
+    std::int32_t rate = 0;  // 16.16
     static void Fields(auto& io, auto& entry) {
       io.Wide("duration", entry.duration);
       io.Wide("mediaTime", entry.mediaTime);

@@ -10,7 +10,7 @@
 namespace toolbox {
 
 struct Malformed : std::exception {
-  std::string path;    // the atoms around the fault, outermost first: "/moov/trak/mdhd"
+  std::string path;  // the atoms around the fault, outermost first: "/moov/trak/mdhd"
   std::string reason;  // "the atom ends inside duration"
 
   explicit Malformed(std::string why) : reason(std::move(why)) {}

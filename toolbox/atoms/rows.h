@@ -1,5 +1,5 @@
-// The rows of a table in an atom: decoded when they are looked at, made when they are written, never
-// held a second time in memory.
+// The rows of a table in an atom: decoded when they are looked at, made when they are written,
+// never held a second time in memory.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,8 @@
 
 namespace toolbox {
 
-// A row is a struct with a fixed `kSize` in bytes and a list of fields. Rows read from an atom point
-// into its bytes and must not outlive them.
+// A row is a struct with a fixed `kSize` in bytes and a list of fields. Rows read from an atom
+// point into its bytes and must not outlive them.
 template <class Row>
 class Rows {
  public:

@@ -1,4 +1,5 @@
-// The children of one atom in the order they had in the file, those that nobody reads kept as bytes.
+// The children of one atom in the order they had in the file, those that nobody reads kept as
+// bytes.
 #pragma once
 
 #include <algorithm>

@@ -9,8 +9,8 @@
 
 namespace toolbox {
 
-// Asked before each call, by its name; a code other than noErr is given in the call's place. For traces
-// and for tests that make the n-th call of a name fail. Empty: none.
+// Asked before each call, by its name; a code other than noErr is given in the call's place. For
+// traces and for tests that make the n-th call of a name fail. Empty: none.
 using CallHook = std::function<OSErr(std::string_view name)>;
 void SetCallHook(CallHook hook);
 
@@ -23,8 +23,8 @@ OSErr AskHook(const char* name);
 // The code for the exception being handled: Refused, Malformed, lack of memory, anything else.
 OSErr CodeOfException();
 
-// Runs `body` as the call `name` and leaves its code as the movies error. Returns the code when the body
-// returns nothing, else what it returns, or the default of that type when it fails.
+// Runs `body` as the call `name` and leaves its code as the movies error. Returns the code when the
+// body returns nothing, else what it returns, or the default of that type when it fails.
 template <class Body>
 auto Call(const char* name, Body&& body) {
   using Result = std::invoke_result_t<Body>;

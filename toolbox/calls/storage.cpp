@@ -59,8 +59,8 @@ void Close(DataHandler handler) {
 
 }  // namespace
 
-OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resourceId, Handle dataRef,
-                          FourCC dataRefType) {
+OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resourceId,
+                          Handle dataRef, FourCC dataRefType) {
   return Call("NewMovieFromDataRef", [&] {
     const bool leave = (flags & newMovieDontResolveDataRefs) != 0;
     *movie = ReadMovieFile(PathOf(dataRef, dataRefType),
@@ -70,7 +70,8 @@ OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resour
   });
 }
 
-OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags, DataHandler* handler) {
+OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
+                       DataHandler* handler) {
   return Call("OpenMovieStorage", [&] {
     auto storage = std::make_unique<StorageRecord>();
     storage->path = PathOf(dataRef, dataRefType);
@@ -118,8 +119,9 @@ OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
   });
 }
 
-Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef, FourCC dataRefType,
-                                FourCC, std::int16_t, std::uint32_t createFlags) {
+Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef,
+                                FourCC dataRefType, FourCC, std::int16_t,
+                                std::uint32_t createFlags) {
   return Call("FlattenMovieDataToDataRef", [&]() -> Movie {
     const boost::filesystem::path path = PathOf(dataRef, dataRefType);
     const auto isSet = [flags](std::uint32_t flag) { return (flags & flag) != 0; };

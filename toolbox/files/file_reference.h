@@ -38,8 +38,8 @@ std::optional<boost::filesystem::path> ResolveAlias(ByteSpan record,
 std::optional<boost::filesystem::path> ResolveUrl(ByteSpan url,
                                                   const boost::filesystem::path& referrer);
 
-// The path that a record made by AliasRecord names, whether or not the file exists; nothing when the
-// record is malformed or names none.
+// The path that a record made by AliasRecord names, whether or not the file exists; nothing when
+// the record is malformed or names none.
 std::optional<boost::filesystem::path> AbsoluteAliasPath(ByteSpan record);
 
 // What an entry of a movie read from `referrer` refers to. With `resolve` off nothing outside the

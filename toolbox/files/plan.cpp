@@ -59,7 +59,7 @@ class ChunkCutter {
         Close();
         continue;
       }
-      taken = std::max(taken, std::min(piece.count, media_.samples.PacketLength(piece.sample)));
+      if (taken == 0) taken = std::min(piece.count, media_.samples.PacketLength(piece.sample));
       Take(piece, taken, description);
     }
   }
@@ -68,7 +68,8 @@ class ChunkCutter {
   // How many samples of `piece` still go into the open chunk, or into a new one; whole packets.
   std::uint32_t Fitting(const SamplePiece& piece) {
     const std::int64_t room = isOpen_ ? longest_ - duration_ : longest_;
-    const std::uint64_t bytes = isOpen_ ? kLargestChunk - std::min(kLargestChunk, chunks_.back().size) : kLargestChunk;
+    const std::uint64_t bytes =
+        isOpen_ ? kLargestChunk - std::min(kLargestChunk, chunks_.back().size) : kLargestChunk;
     const SampleTable& samples = media_.samples;
     std::uint32_t fitting = piece.count;
     if (piece.count == 1) {
@@ -122,9 +123,7 @@ class ChunkCutter {
 };
 
 // Sound is laid in front of the picture it belongs to, everything else behind.
-int Rank(FourCC type) {
-  return type == FourCC{"soun"} ? 0 : type == FourCC{"vide"} ? 1 : 2;
-}
+int Rank(FourCC type) { return type == FourCC{"soun"} ? 0 : type == FourCC{"vide"} ? 1 : 2; }
 
 class Planner {
  public:
@@ -174,7 +173,8 @@ std::vector<std::uint32_t> Planner::MergeDescriptions(const MediaRecord& source,
   for (std::size_t i = 0; i < map.size(); ++i) {
     // A media without samples keeps what it says of them.
     if (!isUsed[i] && !used.empty()) continue;
-    if (isUsed[i]) sourceEnds_[i] = sizes_.Of(source.dataReferences[source.descriptions[i].dataReference]);
+    if (isUsed[i])
+      sourceEnds_[i] = sizes_.Of(source.dataReferences[source.descriptions[i].dataReference]);
     SampleDescription description = source.descriptions[i];
     description.dataReference = 0;
     map[i] = media.FindOrAdd(description);
@@ -209,7 +209,8 @@ void Planner::Copy(std::size_t index) {
       cutter.Add(piece);
     });
     for (std::size_t i = before; i < track.chunks.size(); ++i) {
-      timed_.push_back({FirstShown(*track.source, part, track.chunks[i].sample), Rank(source.Type()),
+      timed_.push_back({FirstShown(*track.source, part, track.chunks[i].sample),
+                        Rank(source.Type()),
                         {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
     }
   }
@@ -266,9 +267,9 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
     const TrackRecord& track = *plan.tracks[i].source;
     const bool isBroken = IsBrokenHint(track);
     if (isBroken || (options.onlyEnabled && !track.IsEnabled())) planner.Drop(i);
-    if (isBroken) std::erase_if(plan.movie->userData.items, [](const UserDataItem& item) {
-      return item.type == FourCC{"hnti"};
-    });
+    if (isBroken)
+      std::erase_if(plan.movie->userData.items,
+                    [](const UserDataItem& item) { return item.type == FourCC{"hnti"}; });
   }
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     if (plan.tracks[i].source->media) planner.Copy(i);

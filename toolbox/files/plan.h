@@ -13,10 +13,10 @@ namespace toolbox {
 
 // Consecutive samples that will lie one behind the other in the output.
 struct OutputChunk {
-  std::uint64_t sample = 0;       // the first, as the source's table counts
-  std::uint32_t count = 0;        // of samples
+  std::uint64_t sample = 0;  // the first, as the source's table counts
+  std::uint32_t count = 0;  // of samples
   std::uint32_t description = 0;  // index in the output
-  std::uint64_t size = 0;         // bytes
+  std::uint64_t size = 0;  // bytes
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
@@ -34,16 +34,16 @@ struct ChunkReference {
 struct CopyRange {
   const DataReference* from = nullptr;
   std::uint64_t at = 0, length = 0;  // bytes
-  std::uint64_t destination = 0;     // bytes from the start of the media data
+  std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
 // The source movie must outlive its plan.
 struct FilePlan {
-  std::unique_ptr<MovieRecord> movie;   // as the output will state it
-  std::optional<OtherFile> ownFile;     // what ThisFile means in a range
-  std::vector<TrackPlan> tracks;        // one for each track of `movie`
-  std::vector<ChunkReference> order;    // of the chunks in the media data, front to back
-  std::uint64_t dataSize = 0;           // bytes of media data
+  std::unique_ptr<MovieRecord> movie;  // as the output will state it
+  std::optional<OtherFile> ownFile;  // what ThisFile means in a range
+  std::vector<TrackPlan> tracks;  // one for each track of `movie`
+  std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
+  std::uint64_t dataSize = 0;  // bytes of media data
 
   // Calls visit(CopyRange) front to back; ranges that continue one another come as one.
   template <class Visit>
@@ -52,12 +52,13 @@ struct FilePlan {
 
 struct FlattenOptions {
   bool onlyEnabled = false;  // leave disabled tracks out
-  bool interleave = true;    // else one track behind the other
+  bool interleave = true;  // else one track behind the other
 };
 
 // A self-contained file: every sample that is shown, and what it needs to be decoded, is copied.
-// Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is shorter than
-// its movie says), invalidSampleTable (samples that lie nowhere), and what opening a file throws.
+// Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is shorter
+// than its movie says), invalidSampleTable (samples that lie nowhere), and what opening a file
+// throws.
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
 
 // A reference movie: samples stay where they are, but those held in memory are copied.
@@ -72,17 +73,18 @@ void FilePlan::ForEachRange(Visit&& visit) const {
     const OutputChunk& chunk = track.chunks[reference.chunk];
     const MediaRecord& media = *track.source->media;
     std::uint64_t destination = chunk.destination;
-    media.samples.ForEachPiece(chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-      const DataReference& from = media.ReferenceOf(piece.description);
-      if (open.from == &from && open.at + open.length == piece.offset &&
-          open.destination + open.length == destination) {
-        open.length += piece.size;
-      } else {
-        if (open.length != 0) visit(std::as_const(open));
-        open = {&from, piece.offset, piece.size, destination};
-      }
-      destination += piece.size;
-    });
+    media.samples.ForEachPiece(chunk.sample, chunk.sample + chunk.count,
+                               [&](const SamplePiece& piece) {
+                                 const DataReference& from = media.ReferenceOf(piece.description);
+                                 if (open.from == &from && open.at + open.length == piece.offset &&
+                                     open.destination + open.length == destination) {
+                                   open.length += piece.size;
+                                 } else {
+                                   if (open.length != 0) visit(std::as_const(open));
+                                   open = {&from, piece.offset, piece.size, destination};
+                                 }
+                                 destination += piece.size;
+                               });
   }
   if (open.length != 0) visit(std::as_const(open));
 }

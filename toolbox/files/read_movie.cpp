@@ -39,8 +39,9 @@ Bytes Inflate(ByteSpan compressed) {
     const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
         libdeflate_alloc_decompressor(), libdeflate_free_decompressor);
     std::size_t used = 0;
-    if (!inflater || libdeflate_zlib_decompress(inflater.get(), stream.data(), stream.size(),
-                                                inflated.data(), size, &used) != LIBDEFLATE_SUCCESS) {
+    if (!inflater ||
+        libdeflate_zlib_decompress(inflater.get(), stream.data(), stream.size(), inflated.data(),
+                                   size, &used) != LIBDEFLATE_SUCCESS) {
       throw Malformed("the compressed movie header is damaged");
     }
     inflated.resize(used);
@@ -49,7 +50,8 @@ Bytes Inflate(ByteSpan compressed) {
       throw Malformed("the compressed movie header holds no movie");
     }
     inflated.resize(frame->size);
-    inflated.erase(inflated.begin(), inflated.begin() + static_cast<std::ptrdiff_t>(frame->headerSize));
+    inflated.erase(inflated.begin(),
+                   inflated.begin() + static_cast<std::ptrdiff_t>(frame->headerSize));
     return inflated;
   });
 }
@@ -76,7 +78,8 @@ UserDataRecord TakeUserData(Children& parent) {
 }
 
 std::vector<DataReference> ReadDataReferences(ByteSpan dinf, MediaRecord& media,
-                                              const boost::filesystem::path& referrer, bool resolve) {
+                                              const boost::filesystem::path& referrer,
+                                              bool resolve) {
   std::vector<DataReference> references;
   Children parts(dinf);
   if (const auto list = parts.Maybe<DataReferences>()) {
@@ -131,10 +134,9 @@ MediaRecord ReadMedia(ByteSpan content, const boost::filesystem::path& referrer,
   media.language = header.language;
   media.quality = header.quality;
   const auto handler = parts.One<Handler>();
-  media.handler = {handler.versionAndFlags,    handler.componentType,
-                    handler.subtype,            handler.manufacturer,
-                    handler.componentFlags,     handler.componentFlagsMask,
-                    handler.name};
+  media.handler = {
+      handler.versionAndFlags, handler.componentType,      handler.subtype, handler.manufacturer,
+      handler.componentFlags,  handler.componentFlagsMask, handler.name};
   media.userData = TakeUserData(parts);
   const ByteSpan information = parts.One(FourCC{"minf"});
   InAtom(FourCC{"minf"}, [&] { ReadMediaInformation(information, media, referrer, resolve); });
@@ -194,8 +196,8 @@ ReferencedIds ReadReferences(ByteSpan content) {
   return references;
 }
 
-ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track, const boost::filesystem::path& referrer,
-                        bool resolve) {
+ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
+                        const boost::filesystem::path& referrer, bool resolve) {
   Children parts(content);
   const auto header = parts.One<TrackHeader>();
   track.id = header.id;
@@ -286,9 +288,9 @@ Bytes ReadMovieHeader(const ByteSource& source) {
   source.Read(found->at + found->atom.headerSize, content);
   const auto first = ReadFrame(content, content.size());
   if (!first || first->type != FourCC{"cmov"}) return content;
-  return InAtom(FourCC{"moov"},
-                [&] { return Inflate(ByteSpan(content).subspan(first->headerSize,
-                                                               first->size - first->headerSize)); });
+  return InAtom(FourCC{"moov"}, [&] {
+    return Inflate(ByteSpan(content).subspan(first->headerSize, first->size - first->headerSize));
+  });
 }
 
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,

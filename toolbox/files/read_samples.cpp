@@ -18,23 +18,24 @@ void ReadDescriptions(Children& table, MediaRecord& media) {
     SampleDescription description{std::move(bytes)};
     if (description.HoldsReference()) {
       const auto number = FromBigEndian<std::uint16_t>(&description.bytes[14]);
-      if (number >= 1 && number <= media.dataReferences.size()) description.dataReference = number - 1U;
+      if (number >= 1 && number <= media.dataReferences.size())
+        description.dataReference = number - 1U;
     }
     media.descriptions.push_back(std::move(description));
   }
 }
 
-// Bytes of one frame of sound that is not compressed, by the format and the fields of a description of
-// version 0; 0 for any other format.
+// Bytes of one frame of sound that is not compressed, by the format and the fields of a description
+// of version 0; 0 for any other format.
 std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_t bits) {
   struct Known {
     FourCC format;
     std::uint32_t bits;  // 0: as the description says
   };
-  static constexpr Known kKnown[] = {{FourCC{"raw "}, 0},  {FourCC{"twos"}, 0},  {FourCC{"sowt"}, 0},
-                                     {FourCC{"NONE"}, 0},  {FourCC{"in24"}, 24}, {FourCC{"in32"}, 32},
-                                     {FourCC{"fl32"}, 32}, {FourCC{"fl64"}, 64}, {FourCC{"ulaw"}, 8},
-                                     {FourCC{"alaw"}, 8}};
+  static constexpr Known kKnown[] = {
+      {FourCC{"raw "}, 0},  {FourCC{"twos"}, 0},  {FourCC{"sowt"}, 0},  {FourCC{"NONE"}, 0},
+      {FourCC{"in24"}, 24}, {FourCC{"in32"}, 32}, {FourCC{"fl32"}, 32}, {FourCC{"fl64"}, 64},
+      {FourCC{"ulaw"}, 8},  {FourCC{"alaw"}, 8}};
   const auto known = std::ranges::find(kKnown, format, &Known::format);
   if (known == std::end(kKnown)) return 0;
   return channels * ((known->bits != 0 ? known->bits : bits) / 8);
@@ -96,7 +97,8 @@ void ReadTimes(Children& table, SampleRows& rows) {
     times->rows.ForEach([&](const TimeToSample::Row& row) {
       rows.AddTimes(row.count, row.delta);
       if (row.count != 0) delta = row.delta;
-      if (rows.duration > INT64_MAX / 8) throw Malformed("the samples last longer than can be told");
+      if (rows.duration > INT64_MAX / 8)
+        throw Malformed("the samples last longer than can be told");
     });
   }
   // Samples without a time go on like the last that has one.

@@ -28,7 +28,8 @@ class FrameReader {
   Bytes block_;
 };
 
-// Calls visit(TopLevelAtom) for each whole atom until it returns false; gives back where the walk ended.
+// Calls visit(TopLevelAtom) for each whole atom until it returns false; gives back where the walk
+// ended.
 template <class Visit>
 std::uint64_t Walk(const ByteSource& source, FrameReader& reader, Visit&& visit) {
   std::uint64_t at = 0;

@@ -12,7 +12,7 @@ constexpr FourCC kSound{"soun"};
 std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
   if (media.Type() != kSound || media.samples.DurationOf(sample) <= 1) return sample;
   const std::uint64_t distance = media.samples.RollDistance(sample).value_or(1);
-  return sample - std::min(distance, sample);
+  return sample - std::min(distance, sample - media.samples.StretchStart(sample));
 }
 
 }  // namespace
@@ -23,7 +23,8 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
   const std::int64_t start = edit.mediaTime.units;
   // A rate of 0 dwells on one sample.
-  const auto [first, last] = samples.SamplesShownIn(start, start + std::max<std::int64_t>(span.units, 1));
+  const auto [first, last] =
+      samples.SamplesShownIn(start, start + std::max<std::int64_t>(span.units, 1));
   if (first == last) return {};
   const std::uint64_t needed = RollBack(*track.media, samples.SyncAtOrBefore(first));
   const auto [from, to] = samples.WholePackets(needed, last);
@@ -57,7 +58,8 @@ MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uin
   const Edit& edit = *used.edit;
   const MediaTime into{track.media->samples.ShownAt(sample) - edit.mediaTime.units};
   if (into.units <= 0 || edit.rate == 0) return edit.start;
-  return edit.start + std::min(edit.duration, track.TimeClock().Lasting(into, edit.rate, Rounding::kDown));
+  return edit.start +
+         std::min(edit.duration, track.TimeClock().Lasting(into, edit.rate, Rounding::kDown));
 }
 
 }  // namespace toolbox

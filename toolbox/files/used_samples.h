@@ -21,8 +21,8 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit);
 // All samples in use, in their order, each once: with the first edit in movie time that needs it.
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track);
 
-// The movie time at which the first edit that needs a sample shows it first; the start of that edit for
-// a sample it does not show.
+// The movie time at which the first edit that needs a sample shows it first; the start of that edit
+// for a sample it does not show.
 MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uint64_t sample);
 
 }  // namespace toolbox

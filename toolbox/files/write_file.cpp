@@ -29,7 +29,8 @@ Bytes DataHead(std::uint64_t size) {
 }
 
 Bytes Padding(std::uint64_t size) {
-  return Encoded([size](auto& io) { io.Atom(FourCC{"free"}, [&] { io.Append(Bytes(size - 8)); }); });
+  return Encoded(
+      [size](auto& io) { io.Atom(FourCC{"free"}, [&] { io.Append(Bytes(size - 8)); }); });
 }
 
 // Keeps a few source files open at a time, however many there are.
@@ -87,8 +88,8 @@ void CopyMediaData(const FilePlan& plan, OutputFile& output) {
 // The header of a file that starts with it, padded to the length that its chunk offsets assume.
 Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
                    const boost::filesystem::path& file) {
-  // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size settles
-  // in a round or two.
+  // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size
+  // settles in a round or two.
   std::uint64_t size = 0;
   for (std::uint64_t next = 1; next != size;) {
     size = next;
@@ -96,8 +97,8 @@ Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
   }
   if (!compress) return EncodeMovie(plan, file, start + size + kDataHead);
 
-  // The compressed size is known only afterwards, and other offsets compress otherwise: what a first
-  // round gives, and a little more, is the room for the next.
+  // The compressed size is known only afterwards, and other offsets compress otherwise: what a
+  // first round gives, and a little more, is the room for the next.
   std::uint64_t room = CompressMovie(EncodeMovie(plan, file, start + size + kDataHead)).size();
   for (;;) {
     room += 64 + room / 256;
@@ -118,10 +119,10 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
                OutputFile& output) {
   const Bytes type = QuickTimeFileType();
   if (plan.dataSize == 0) {
-    const std::uint64_t noData = 0;
-    const Bytes movie = EncodeMovie(plan, file, noData);
+    Bytes movie = EncodeMovie(plan, file, 0);
+    if (layout.compress) movie = CompressMovie(movie);
     output.Append(type);
-    output.Append(layout.compress ? CompressMovie(movie) : movie);
+    output.Append(movie);
     output.Flush();
     return;
   }

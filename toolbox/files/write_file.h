@@ -10,11 +10,11 @@ namespace toolbox {
 
 struct FileLayout {
   bool movieFirst = true;  // movie header before media data ("fast start")
-  bool compress = true;    // the movie header
+  bool compress = true;  // the movie header
 };
 
-// Writes all of the file into `output`, which will stand at `file`, and hands it to the system; does not
-// commit it. Throws Refused.
+// Writes all of the file into `output`, which will stand at `file`, and hands it to the system;
+// does not commit it. Throws Refused.
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                OutputFile& output);
 

@@ -217,7 +217,8 @@ Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
 }
 
 Bytes CompressMovie(ByteSpan movie) {
-  // The fastest level: a header of 100 MB shrinks by a few percent more with the next, in twice the time.
+  // The fastest level: a header of 100 MB shrinks by a few percent more with the next, in twice the
+  // time.
   constexpr int kLevel = 1;
   const std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> compressor(
       libdeflate_alloc_compressor(kLevel), libdeflate_free_compressor);
@@ -225,8 +226,8 @@ Bytes CompressMovie(ByteSpan movie) {
   // Left uninitialized: most of the room is never touched.
   const std::size_t room = libdeflate_zlib_compress_bound(compressor.get(), movie.size());
   const auto stream = std::make_unique_for_overwrite<std::uint8_t[]>(room);
-  const std::size_t size = libdeflate_zlib_compress(compressor.get(), movie.data(), movie.size(),
-                                                    stream.get(), room);
+  const std::size_t size =
+      libdeflate_zlib_compress(compressor.get(), movie.data(), movie.size(), stream.get(), room);
   return Encoded([&](auto& io) {
     io.Atom(FourCC{"moov"}, [&] {
       io.Atom(FourCC{"cmov"}, [&] {

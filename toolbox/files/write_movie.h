@@ -13,8 +13,8 @@ namespace toolbox {
 std::uint64_t MovieSize(const FilePlan& plan, const boost::filesystem::path& file,
                         std::uint64_t dataStart);
 
-// The whole 'moov' of a QuickTime movie file that will stand at `file`, its media data starting at byte
-// `dataStart`.
+// The whole 'moov' of a QuickTime movie file that will stand at `file`, its media data starting at
+// byte `dataStart`.
 Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
                   std::uint64_t dataStart);
 

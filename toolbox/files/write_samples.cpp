@@ -26,7 +26,8 @@ Rows<Row> RowsOf(Walk walk) {
 // Calls visit(samples, description, offset) for each chunk, front to back.
 class ChunkWalk {
  public:
-  ChunkWalk(const SampleTable& samples, const std::vector<OutputChunk>* chunks, std::uint64_t dataStart)
+  ChunkWalk(const SampleTable& samples, const std::vector<OutputChunk>* chunks,
+            std::uint64_t dataStart)
       : samples_(samples), chunks_(chunks), dataStart_(dataStart) {}
 
   template <class Visit>
@@ -80,12 +81,12 @@ void AddChunks(ChildWriter<Io>& table, const ChunkWalk& walk) {
     ++chunks;
     farthest = std::max(farthest, offset);
   });
-  table.Add(SampleToChunk{
-      0, Rows<SampleToChunk::Row>(Count(runs), [walk](const auto& visit) {
-        ForEachChunkRun(walk, [&](const SampleToChunk::Row& run, bool isNew, std::uint64_t) {
-          if (isNew) visit(run);
-        });
-      })});
+  table.Add(SampleToChunk{0, Rows<SampleToChunk::Row>(Count(runs), [walk](const auto& visit) {
+                            ForEachChunkRun(walk, [&](const SampleToChunk::Row& run, bool isNew,
+                                                      std::uint64_t) {
+                              if (isNew) visit(run);
+                            });
+                          })});
   const auto addOffsets = [&]<class Offset>(ChunkOffsetTable<Offset> offsets) {
     using Row = typename ChunkOffsetTable<Offset>::Row;
     offsets.rows = Rows<Row>(Count(chunks), [walk](const auto& visit) {
@@ -105,17 +106,18 @@ void AddChunks(ChildWriter<Io>& table, const ChunkWalk& walk) {
 template <class Io>
 void AddTimes(ChildWriter<Io>& table, const SampleTable& samples) {
   table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>([&samples](const auto& visit) {
-    samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
-      if (delta > UINT32_MAX) throw Refused{invalidDuration};
-      visit(TimeToSample::Row{count, static_cast<std::uint32_t>(delta)});
-    });
-  })});
+                           samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+                             if (delta > UINT32_MAX) throw Refused{invalidDuration};
+                             visit(TimeToSample::Row{count, static_cast<std::uint32_t>(delta)});
+                           });
+                         })});
   if (!samples.HasOffsets()) return;
   table.Add(CompositionOffsets{samples.OffsetsVersion() << 24,
                                RowsOf<CompositionOffsets::Row>([&samples](const auto& visit) {
-                                 samples.ForEachOffset([&](std::uint32_t count, std::int32_t offset) {
-                                   visit(CompositionOffsets::Row{count, offset});
-                                 });
+                                 samples.ForEachOffset(
+                                     [&](std::uint32_t count, std::int32_t offset) {
+                                       visit(CompositionOffsets::Row{count, offset});
+                                     });
                                })});
 }
 
@@ -142,9 +144,10 @@ void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
     table.Add(ConstantSampleSize{0, *size, Count(samples.Count())});
     return;
   }
-  table.Add(SampleSizes{0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](const auto& visit) {
-                          samples.ForEachSize([&](std::uint32_t size) { visit(SampleSize{size}); });
-                        })});
+  table.Add(
+      SampleSizes{0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](const auto& visit) {
+                    samples.ForEachSize([&](std::uint32_t size) { visit(SampleSize{size}); });
+                  })});
 }
 
 template <class Io>
@@ -156,9 +159,10 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
     if (group->runs.empty()) continue;
     table.Add(SampleToGroup{group->versionAndFlags, group->grouping, group->parameter,
                             RowsOf<SampleToGroup::Row>([&samples, group](const auto& visit) {
-                              samples.ForEachGroup(*group, [&](std::uint32_t count, std::uint32_t number) {
-                                visit(SampleToGroup::Row{count, number});
-                              });
+                              samples.ForEachGroup(*group,
+                                                   [&](std::uint32_t count, std::uint32_t number) {
+                                                     visit(SampleToGroup::Row{count, number});
+                                                   });
                             })});
   }
 }

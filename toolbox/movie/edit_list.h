@@ -10,10 +10,10 @@
 namespace toolbox {
 
 struct Edit {
-  MovieTime start;      // where it stands in the movie
-  MovieTime duration;   // > 0
+  MovieTime start;  // where it stands in the movie
+  MovieTime duration;  // > 0
   MediaTime mediaTime;  // what is shown first; kNothing for a stretch without media
-  double rate = 1.0;    // media seconds shown a movie second; 1.0 where nothing is shown
+  double rate = 1.0;  // media seconds shown a movie second; 1.0 where nothing is shown
 
   static constexpr MediaTime kNothing{-1};
   bool IsEmpty() const { return mediaTime == kNothing; }
@@ -21,8 +21,8 @@ struct Edit {
   friend bool operator==(const Edit&, const Edit&) = default;
 };
 
-// Edits one behind the other from movie time 0, always in normal form: none without length, neighbours
-// that continue one another merged, no empty stretch at the end.
+// Edits one behind the other from movie time 0, always in normal form: none without length,
+// neighbours that continue one another merged, no empty stretch at the end.
 //
 // An edit list does not know its scales: every change that cuts or joins edits is told the Clock.
 class EditList {
@@ -38,8 +38,8 @@ class EditList {
   // Adds one edit behind the last. An empty one waits unseen until something follows it.
   void Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock);
 
-  // Lays `other` in at `at` and moves what follows right by `length`, at least other.Duration(). A gap
-  // in front or behind becomes an empty edit.
+  // Lays `other` in at `at` and moves what follows right by `length`, at least other.Duration(). A
+  // gap in front or behind becomes an empty edit.
   //
   //   |   A   |   B   |            |   A   | other |   B   |
   //           ^ at            ->           |<length>
@@ -54,8 +54,8 @@ class EditList {
   // The edits within [from, from + length), moved to start at 0.
   EditList Segment(MovieTime from, MovieTime length, Clock clock) const;
 
-  // Moves every boundary b to place(b), which must be monotone with place(0) = 0. What an edit shows
-  // stays what it was when `keepsSpan` (its rate changes), else its rate stays.
+  // Moves every boundary b to place(b), which must be monotone with place(0) = 0. What an edit
+  // shows stays what it was when `keepsSpan` (its rate changes), else its rate stays.
   void MapBoundaries(const std::function<MovieTime(MovieTime)>& place, bool keepsSpan, Clock clock);
 
   // Shows later media instead: every media time moves by `by`.
@@ -64,7 +64,8 @@ class EditList {
   friend bool operator==(const EditList&, const EditList&) = default;
 
  private:
-  // Ends an edit at `at`, if one stands across it, and returns the index of the first edit from there.
+  // Ends an edit at `at`, if one stands across it, and returns the index of the first edit from
+  // there.
   std::size_t Split(MovieTime at, Clock clock);
   void Add(Edit edit, Clock clock);
 

@@ -27,7 +27,8 @@ struct HandlerRecord {
   Bytes name;
 };
 
-// One entry of a sample description table: the whole of it, and the data reference it names (an index).
+// One entry of a sample description table: the whole of it, and the data reference it names (an
+// index).
 struct SampleDescription {
   Bytes bytes;  // size, format, six bytes, data-reference number, then the format's own
   std::uint32_t dataReference = 0;
@@ -67,9 +68,10 @@ struct MediaRecord : MediaSettings {
   // The index of a description with equal bytes and the same reference, added when there is none.
   std::uint32_t FindOrAdd(const SampleDescription& description);
 
-  // Appends all samples of `source`, by reference: they stay where they are. `sourceFile` is what the
-  // source calls its own file, `ownFile` what this media does. Returns the media time at which the first of them now stands. A source
-  // that was joined before, and is unchanged since, is not joined twice.
+  // Appends all samples of `source`, by reference: they stay where they are. `sourceFile` is what
+  // the source calls its own file, `ownFile` what this media does. Returns the media time at which
+  // the first of them now stands. A source that was joined before, and is unchanged since, is not
+  // joined twice.
   MediaTime Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
                  const std::optional<OtherFile>& ownFile);
 

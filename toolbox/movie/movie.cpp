@@ -20,9 +20,7 @@ std::uint64_t Now() {
   return kUnixEpoch + static_cast<std::uint64_t>(std::time(nullptr));
 }
 
-Clock TrackRecord::TimeClock() const {
-  return {movie->scale, media ? media->scale : movie->scale};
-}
+Clock TrackRecord::TimeClock() const { return {movie->scale, media ? media->scale : movie->scale}; }
 
 void TrackRecord::Refer(FourCC type, const TrackRecord& target) {
   auto found = std::ranges::find(references, type, &TrackReferences::type);
@@ -59,7 +57,8 @@ TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
 void MovieRecord::RemoveTrack(const TrackRecord& track) {
   for (const auto& other : tracks) {
     for (TrackReferences& list : other->references) std::erase(list.targets, &track);
-    std::erase_if(other->references, [](const TrackReferences& list) { return list.targets.empty(); });
+    std::erase_if(other->references,
+                  [](const TrackReferences& list) { return list.targets.empty(); });
   }
   std::erase_if(tracks, [&](const auto& candidate) { return candidate.get() == &track; });
 }

@@ -21,13 +21,13 @@ std::uint64_t Now();
 struct MovieProperties {
   std::int32_t scale = 600;
   std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
-  std::int32_t rate = 0x10000;              // preferred, 16.16
-  std::int16_t volume = 0x100;              // preferred, 8.8
+  std::int32_t rate = 0x10000;  // preferred, 16.16
+  std::int16_t volume = 0x100;  // preferred, 8.8
   Matrix matrix = kIdentityMatrix;
   MovieTime previewTime, previewDuration, posterTime, selectionTime, selectionDuration, currentTime;
   std::uint32_t nextTrackId = 1;
   UserDataRecord userData;
-  Siblings siblings;              // what else stands in 'moov'
+  Siblings siblings;  // what else stands in 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from
   std::optional<DataReference> defaultDataReference;
 };

@@ -65,11 +65,12 @@ std::pair<std::uint32_t, std::uint32_t> SampleRows::RunAround(std::uint32_t samp
 }
 
 std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
-  // A run without length starts where the next one does, so it is the last that starts by `time` only
-  // at the very end.
+  // A run without length starts where the next one does, so it is the last that starts by `time`
+  // only at the very end.
   const TimeRun& run = RunAt(times, time, &TimeRun::time);
   if (run.delta == 0) return count - 1;
-  return std::min(count - 1, run.sample + static_cast<std::uint32_t>((time - run.time) / run.delta));
+  return std::min(count - 1,
+                  run.sample + static_cast<std::uint32_t>((time - run.time) / run.delta));
 }
 
 std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {

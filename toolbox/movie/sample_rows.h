@@ -30,15 +30,15 @@ struct ChunkRun {
 struct GroupRun {
   std::uint32_t sample = 0, group = 0;
 };
-// Sound of a constant rate is stored in packets that must not be split: `samples` samples in `bytes`
-// bytes. bytes 0: there are no packets, each sample has the size that its table states.
+// Sound of a constant rate is stored in packets that must not be split: `samples` samples in
+// `bytes` bytes. bytes 0: there are no packets, each sample has the size that its table states.
 struct Packing {
   std::uint32_t samples = 1, bytes = 0;
 };
 struct SampleGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
-  Bytes descriptions;                                // the whole 'sgpd' atom, empty where there is none
+  Bytes descriptions;  // the whole 'sgpd' atom, empty where there is none
   std::vector<GroupRun> runs;
 };
 
@@ -46,7 +46,7 @@ struct SampleGroup {
 struct SampleRows {
   std::uint32_t count = 0;
   std::vector<TimeRun> times;  // covers all samples
-  std::int64_t duration = 0;   // sum of all deltas
+  std::int64_t duration = 0;  // sum of all deltas
   std::vector<OffsetRun> offsets;  // empty: every offset is 0
   std::int32_t smallestOffset = 0, largestOffset = 0;
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
@@ -55,7 +55,7 @@ struct SampleRows {
   std::vector<std::uint32_t> sizes;
   std::vector<ChunkRun> chunkRuns;
   std::vector<std::uint64_t> chunkOffsets;
-  std::uint32_t located = 0;     // samples that lie in a chunk; the rest cannot be read
+  std::uint32_t located = 0;  // samples that lie in a chunk; the rest cannot be read
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
@@ -63,8 +63,8 @@ struct SampleRows {
   std::vector<SampleGroup> groups;
   Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
 
-  // For whoever fills a new SampleRows, `count` being known: each adds what the next so many samples or
-  // chunks have in common; what goes beyond `count` is left out.
+  // For whoever fills a new SampleRows, `count` being known: each adds what the next so many
+  // samples or chunks have in common; what goes beyond `count` is left out.
   void AddTimes(std::uint32_t samples, std::uint32_t delta);
   void AddOffsets(std::uint32_t samples, std::int32_t offset);
   void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
@@ -86,8 +86,8 @@ struct SampleRows {
     return description < packings.size() ? packings[description] : Packing{};
   }
 
-  // When the first and last of [from, to) to be shown start and end being so, counted from the decode
-  // time of `from`.
+  // When the first and last of [from, to) to be shown start and end being so, counted from the
+  // decode time of `from`.
   std::int64_t ShownFrom(std::uint32_t from, std::uint32_t to) const;
   std::int64_t ShownUntil(std::uint32_t from, std::uint32_t to) const;
 

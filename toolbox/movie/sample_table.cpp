@@ -70,8 +70,8 @@ void SampleTable::Add(Slice slice) {
   const SampleRows& rows = *slice.rows;
   smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset);
   largestOffset_ = std::max(largestOffset_, rows.largestOffset);
-  shownUntil_ = std::max(shownUntil_, slice.time + slice.stretch +
-                                          rows.ShownUntil(slice.from, slice.to));
+  shownUntil_ =
+      std::max(shownUntil_, slice.time + slice.stretch + rows.ShownUntil(slice.from, slice.to));
   slices_.push_back(std::move(slice));
 }
 
@@ -122,12 +122,13 @@ std::pair<std::uint64_t, std::uint64_t> SampleTable::SamplesShownIn(std::int64_t
   if (Count() == 0 || to <= from || from >= std::max(Duration(), shownUntil_)) return {0, 0};
   if (smallestOffset_ == 0 && largestOffset_ == 0) return {SampleAt(from), SampleAt(to - 1) + 1};
 
-  // The sample on show at `from` is the one shown last at or before it. One that is certainly shown by
-  // then bounds how far back that one can be decoded.
+  // The sample on show at `from` is the one shown last at or before it. One that is certainly shown
+  // by then bounds how far back that one can be decoded.
   const std::uint64_t certain = SampleAt(from - largestOffset_);
   const std::uint64_t start =
       SampleAt(TimeOf(certain) + std::int64_t{smallestOffset_} - largestOffset_);
-  const std::uint64_t undecided = SampleAt(from - smallestOffset_) + 1;  // from here on: shown later
+  const std::uint64_t undecided =
+      SampleAt(from - smallestOffset_) + 1;  // from here on: shown later
   std::uint64_t onShow = undecided, earliest = undecided;
   for (std::uint64_t sample = start; sample < undecided; ++sample) {
     const std::int64_t shown = ShownAt(sample);
@@ -243,7 +244,8 @@ void SampleTable::TimeCursor::Find(std::uint64_t sample) {
   } else {
     const auto [from, to] = slice.rows->RunAround(row);
     first_ = slice.first + (std::max(from, slice.from) - slice.from);
-    end_ = slice.first + (std::min(to, slice.to) - slice.from) - (slice.stretch != 0 && to >= slice.to);
+    end_ = slice.first + (std::min(to, slice.to) - slice.from) -
+           (slice.stretch != 0 && to >= slice.to);
   }
   time_ = table_.TimeOf(first_);
 }
@@ -286,9 +288,8 @@ std::vector<const SampleGroup*> SampleTable::Groups() const {
   std::vector<const SampleGroup*> groups;
   if (slices_.empty()) return groups;
   for (const SampleGroup& group : slices_.front().rows->groups) {
-    const bool isShared = std::ranges::all_of(slices_, [&](const Slice& slice) {
-      return FindGroup(*slice.rows, group) != nullptr;
-    });
+    const bool isShared = std::ranges::all_of(
+        slices_, [&](const Slice& slice) { return FindGroup(*slice.rows, group) != nullptr; });
     if (isShared) groups.push_back(&group);
   }
   return groups;

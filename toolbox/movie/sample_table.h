@@ -14,11 +14,11 @@ namespace toolbox {
 
 // Consecutive samples of one description that lie one behind the other in their file.
 struct SamplePiece {
-  std::uint64_t sample = 0;       // index of the first
-  std::uint32_t count = 0;        // of samples
+  std::uint64_t sample = 0;  // index of the first
+  std::uint32_t count = 0;  // of samples
   std::uint32_t description = 0;  // index
-  std::uint64_t offset = 0;       // bytes, from the start of the file
-  std::uint64_t size = 0;         // bytes
+  std::uint64_t offset = 0;  // bytes, from the start of the file
+  std::uint64_t size = 0;  // bytes
 };
 
 // Rows are shared, so a table joined from others costs a slice a stretch, whatever it holds: an
@@ -35,9 +35,9 @@ class SampleTable {
   // Sum of the decode durations, in media units.
   std::int64_t Duration() const { return slices_.empty() ? 0 : slices_.back().EndTime(); }
 
-  // Adds the samples [from, to) of `other` at the end: the one way in which samples get from one media
-  // into another. Description d there is descriptions[d] here. Where samples already here would still
-  // be shown when the new ones begin to be, the last of them is made longer first.
+  // Adds the samples [from, to) of `other` at the end: the one way in which samples get from one
+  // media into another. Description d there is descriptions[d] here. Where samples already here
+  // would still be shown when the new ones begin to be, the last of them is made longer first.
   //
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
@@ -50,15 +50,19 @@ class SampleTable {
   std::int64_t ShownAt(std::uint64_t sample) const;  // decode time and offset
   // The sample decoded at `time`, the first or last where time lies outside; Count() > 0.
   std::uint64_t SampleAt(std::int64_t time) const;
-  // The last sync sample (partial ones included) at or before `sample`; the first sample when none is.
+  // The last sync sample (partial ones included) at or before `sample`; the first sample when none
+  // is.
   std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
-  // The samples [first, second) that are decoded to show the media times [from, to): those shown and
-  // all between them, not what they depend on.
+  // The samples [first, second) that are decoded to show the media times [from, to): those shown
+  // and all between them, not what they depend on.
   std::pair<std::uint64_t, std::uint64_t> SamplesShownIn(std::int64_t from, std::int64_t to) const;
   // The smallest stretch around [from, to) that splits no packet.
   std::pair<std::uint64_t, std::uint64_t> WholePackets(std::uint64_t from, std::uint64_t to) const;
-  // How far before a sample decoding has to start for it to sound right, in samples: the distance of
-  // its roll group, ISO/IEC 14496-12 10.1; nothing when it has none.
+  // The first sample of the stretch of rows that `sample` belongs to: none before it has to do with
+  // it.
+  std::uint64_t StretchStart(std::uint64_t sample) const { return SliceOf(sample).first; }
+  // How far before a sample decoding has to start for it to sound right, in samples: the distance
+  // of its roll group, ISO/IEC 14496-12 10.1; nothing when it has none.
   std::optional<std::uint32_t> RollDistance(std::uint64_t sample) const;
 
   // True when every sample of [from, to) lies in a chunk.
@@ -111,11 +115,11 @@ class SampleTable {
   struct Slice {
     std::shared_ptr<const SampleRows> rows;
     std::uint32_t from = 0, to = 0;  // of the rows
-    std::uint64_t first = 0;         // index here of the sample `from`
-    std::int64_t time = 0;           // its decode time here
-    std::int64_t rowTime = 0;        // its decode time in the rows
-    std::int64_t length = 0;         // decode durations, `stretch` included
-    std::int64_t stretch = 0;        // by how much the last sample is longer than its row says
+    std::uint64_t first = 0;  // index here of the sample `from`
+    std::int64_t time = 0;  // its decode time here
+    std::int64_t rowTime = 0;  // its decode time in the rows
+    std::int64_t length = 0;  // decode durations, `stretch` included
+    std::int64_t stretch = 0;  // by how much the last sample is longer than its row says
     std::shared_ptr<const std::vector<std::uint32_t>> descriptions;  // index in rows -> here
 
     std::uint64_t End() const { return first + (to - from); }

@@ -33,12 +33,13 @@ class RunJoiner {
 
 // Calls add(samples, value) for the part of `runs` within [from, to).
 template <class Run, class Value, class Add>
-void ForEachRunIn(const std::vector<Run>& runs, std::uint32_t from, std::uint32_t to, Value Run::*value,
-                  Add&& add) {
+void ForEachRunIn(const std::vector<Run>& runs, std::uint32_t from, std::uint32_t to,
+                  Value Run::*value, Add&& add) {
   auto run = std::ranges::upper_bound(runs, from, {}, &Run::sample);
   if (run != runs.begin()) --run;
   for (; run != runs.end() && run->sample < to; ++run) {
-    const std::uint32_t end = std::next(run) == runs.end() ? to : std::min(to, std::next(run)->sample);
+    const std::uint32_t end =
+        std::next(run) == runs.end() ? to : std::min(to, std::next(run)->sample);
     const std::uint32_t start = std::max(from, run->sample);
     if (end > start) add(end - start, (*run).*value);
   }
@@ -63,8 +64,9 @@ void SampleTable::ForEachOffset(Visit&& visit) const {
     if (slice.rows->offsets.empty()) {
       joiner.Add(slice.to - slice.from, 0);
     } else {
-      ForEachRunIn(slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
-                   [&](std::uint32_t samples, std::int32_t offset) { joiner.Add(samples, offset); });
+      ForEachRunIn(
+          slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
+          [&](std::uint32_t samples, std::int32_t offset) { joiner.Add(samples, offset); });
     }
   }
   joiner.Flush();
@@ -99,8 +101,8 @@ void SampleTable::ForEachSync(Visit&& visit) const {
       continue;
     }
     const std::vector<std::uint32_t>& sync = *slice.rows->sync;
-    for (auto row = std::ranges::lower_bound(sync, slice.from); row != sync.end() && *row < slice.to;
-         ++row) {
+    for (auto row = std::ranges::lower_bound(sync, slice.from);
+         row != sync.end() && *row < slice.to; ++row) {
       visit(slice.first + (*row - slice.from));
     }
   }
@@ -110,8 +112,8 @@ template <class Visit>
 void SampleTable::ForEachPartialSync(Visit&& visit) const {
   for (const Slice& slice : slices_) {
     const std::vector<std::uint32_t>& sync = slice.rows->partialSync;
-    for (auto row = std::ranges::lower_bound(sync, slice.from); row != sync.end() && *row < slice.to;
-         ++row) {
+    for (auto row = std::ranges::lower_bound(sync, slice.from);
+         row != sync.end() && *row < slice.to; ++row) {
       visit(slice.first + (*row - slice.from));
     }
   }
@@ -142,8 +144,7 @@ void SampleTable::ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& vis
       const std::uint32_t description = (*slice->descriptions)[run.description];
       while (row < end && row < runEnd) {
         const std::uint32_t chunkStart = run.sample + (chunk - run.chunk) * run.samplesPerChunk;
-        const std::uint32_t count =
-            std::min({end, runEnd, chunkStart + run.samplesPerChunk}) - row;
+        const std::uint32_t count = std::min({end, runEnd, chunkStart + run.samplesPerChunk}) - row;
         SamplePiece piece{from, count, description, rows.chunkOffsets[chunk], 0};
         if (row != chunkStart) {
           piece.offset += rows.SizeOf(chunkStart, row - chunkStart, run.description);

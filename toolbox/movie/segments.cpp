@@ -29,9 +29,9 @@ bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
 }
 
 bool Fits(const TrackRecord& track, const TrackRecord& source) {
-  return track.media && MayShareMedia(*track.media, *source.media) &&
-         track.width == source.width && track.height == source.height &&
-         track.matrix == source.matrix && track.alternateGroup == source.alternateGroup &&
+  return track.media && MayShareMedia(*track.media, *source.media) && track.width == source.width &&
+         track.height == source.height && track.matrix == source.matrix &&
+         track.alternateGroup == source.alternateGroup &&
          SameAtom(track.siblings, source.siblings, FourCC{"clip"}) &&
          SameAtom(track.siblings, source.siblings, FourCC{"matt"});
 }
