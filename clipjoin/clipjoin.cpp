@@ -5,7 +5,6 @@
 
 #include "clipjoin/command_line.h"
 #include "clipjoin/report.h"
-#include "input/open_input.h"
 #include "toolbox/toolbox.h"
 #include "utils/output.h"
 
@@ -34,8 +33,8 @@ int Run(std::span<const char* const> arguments) {
 
   // The first input's movie becomes the output, the others are joined to it.
   toolbox::Movie output = nullptr;
-  for (InputMovie& input : line.inputs) {
-    const toolbox::Movie movie = input::OpenInput(input);
+  for (input::InputMovie& input : line.inputs) {
+    const toolbox::Movie movie = input.Open();
     if (output == nullptr) {
       output = movie;
     } else {

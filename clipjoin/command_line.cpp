@@ -92,8 +92,7 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
   while (!next.AtEnd()) {
     const std::string argument = next();
     if (!parser.optionsAllowed || !argument.starts_with('-')) {
-      line.inputs.push_back({parser.global});
-      line.inputs.back().options.path = argument;
+      line.inputs.emplace_back(parser.global).options.path = argument;
       continue;
     }
     const Option* option = FindOption(argument, line.mode);
@@ -115,7 +114,7 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
     PrintUsage(invocation, line.mode, name);
     return ExitStatus{2};
   }
-  return line;
+  return std::move(line);
 }
 
 }  // namespace clipjoin

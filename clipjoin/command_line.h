@@ -3,10 +3,18 @@
 
 #include <span>
 #include <variant>
+#include <vector>
 
 #include "clipjoin/options.h"
+#include "input/input_movie.h"
 
 namespace clipjoin {
+
+struct CommandLine {
+  CommandMode mode = CommandMode::kConcatenate;
+  OutputOptions output;
+  std::vector<input::InputMovie> inputs;
+};
 
 struct ExitStatus {
   int value;

@@ -22,26 +22,12 @@ struct FileOptions {
   std::int16_t openFlags = toolbox::newMovieDontAskUnresolvedDataRefs;
 };
 
-// One entry of the input list. Its movie, once opened, lives until the process ends: what is
-// written later refers to its media.
-struct InputMovie {
-  FileOptions options;
-  toolbox::Movie movie = nullptr;
-  toolbox::DataHandler storage = nullptr;
-};
-
 struct OutputOptions {
   bool quiet = false;
   bool selfContained = false;
   std::uint32_t flattenFlags =
       toolbox::flattenCompressMovieResource | toolbox::flattenForceMovieResourceBeforeMovieData;
   std::optional<std::string> outputPath;  // as given
-};
-
-struct CommandLine {
-  CommandMode mode = CommandMode::kConcatenate;
-  OutputOptions output;
-  std::vector<InputMovie> inputs;
 };
 
 }  // namespace clipjoin

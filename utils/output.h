@@ -1,7 +1,7 @@
 // The output step: where the movie goes and in which form.
 #pragma once
 
-#include "clipjoin/options.h"
+#include "clipjoin/command_line.h"
 
 namespace utils {
 

@@ -2,9 +2,11 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <optional>
+#include <utility>
+#include <vector>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
@@ -52,8 +54,27 @@ void CheckNotItsMedia(const MovieRecord& movie, const boost::filesystem::path& t
   }
 }
 
+// Every storage that is open. One that nobody closes is discarded when the process ends.
+std::vector<std::unique_ptr<StorageRecord>>& OpenStorages() {
+  static std::vector<std::unique_ptr<StorageRecord>> storages;
+  return storages;
+}
+
+auto Find(DataHandler handler) {
+  auto& storages = OpenStorages();
+  const auto found = std::ranges::find(storages, handler, &std::unique_ptr<StorageRecord>::get);
+  if (found == storages.end()) throw Refused{fnOpnErr};
+  return found;
+}
+
+DataHandler Keep(std::unique_ptr<StorageRecord> storage) {
+  return OpenStorages().emplace_back(std::move(storage)).get();
+}
+
 void Close(DataHandler handler) {
-  const std::unique_ptr<StorageRecord> storage(handler);
+  const auto found = Find(handler);
+  const std::unique_ptr<StorageRecord> storage = std::move(*found);
+  OpenStorages().erase(found);
   if (storage->output) storage->output->Commit();
 }
 
@@ -81,15 +102,12 @@ OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
     if (isToBeWritten && flock(storage->existing.Number(), LOCK_EX | LOCK_NB) != 0) {
       throw RefusedBy(errno);
     }
-    *handler = storage.release();
+    *handler = Keep(std::move(storage));
   });
 }
 
 OSErr CloseMovieStorage(DataHandler handler) {
-  return Call("CloseMovieStorage", [&] {
-    if (handler == nullptr) throw Refused{fnOpnErr};
-    Close(handler);
-  });
+  return Call("CloseMovieStorage", [&] { Close(handler); });
 }
 
 OSErr CloseComponent(DataHandler component) {
@@ -105,17 +123,18 @@ OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC, std::int16_
     auto storage = std::make_unique<StorageRecord>();
     storage->path = PathOf(dataRef, dataRefType);
     storage->output = std::make_unique<OutputFile>(storage->path, IfExisting(flags));
-    *handler = storage.release();
+    *handler = Keep(std::move(storage));
   });
 }
 
 OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
   return Call("AddMovieToStorage", [&] {
     const MovieRecord& record = Valid(movie);
-    if (handler == nullptr || !handler->output) throw Refused{dataNotOpenForWrite};
-    CheckNotItsMedia(record, handler->path);
+    const StorageRecord& storage = **Find(handler);
+    if (!storage.output) throw Refused{dataNotOpenForWrite};
+    CheckNotItsMedia(record, storage.path);
     const FileLayout layout{.movieFirst = false, .compress = false};
-    WriteFile(PlanReference(record), layout, handler->path, *handler->output);
+    WriteFile(PlanReference(record), layout, storage.path, *storage.output);
   });
 }
 

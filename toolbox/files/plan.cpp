@@ -67,7 +67,7 @@ class ChunkCutter {
  private:
   // How many samples of `piece` still go into the open chunk, or into a new one; whole packets.
   std::uint32_t Fitting(const SamplePiece& piece) {
-    const std::int64_t room = isOpen_ ? longest_ - duration_ : longest_;
+    const std::int64_t room = isOpen_ ? std::max<std::int64_t>(longest_ - duration_, 0) : longest_;
     const std::uint64_t bytes =
         isOpen_ ? kLargestChunk - std::min(kLargestChunk, chunks_.back().size) : kLargestChunk;
     const SampleTable& samples = media_.samples;

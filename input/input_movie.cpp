@@ -1,4 +1,4 @@
-#include "input/open_input.h"
+#include "input/input_movie.h"
 
 #include <iostream>
 #include <tuple>
@@ -39,17 +39,20 @@ void Explain(const std::string& path, toolbox::OSErr code) {
 
 }  // namespace
 
-toolbox::Movie OpenInput(clipjoin::InputMovie& input) {
-  const clipjoin::FileOptions& options = input.options;
+InputMovie::~InputMovie() {
+  if (movie_ != nullptr) toolbox::DisposeMovie(movie_);
+}
+
+toolbox::Movie InputMovie::Open() {
+  toolbox::DataHandler storage = nullptr;
   try {
-    input.movie = utils::OpenMovie(options.path, utils::kRead, options.openFlags, &input.storage);
+    movie_ = utils::OpenMovie(options.path, utils::kRead, options.openFlags, &storage);
   } catch (const clipjoin::QTError& error) {
     Explain(options.path, error.Code());
-    return input.movie = toolbox::NewMovie(0);
+    return movie_ = toolbox::NewMovie(0);
   }
-  std::ignore = toolbox::CloseMovieStorage(input.storage);
-  input.storage = nullptr;
-  return input.movie;
+  std::ignore = toolbox::CloseMovieStorage(storage);
+  return movie_;
 }
 
 }  // namespace input

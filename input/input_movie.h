@@ -1,0 +1,30 @@
+// One input: its settings, and its movie once it is opened.
+#pragma once
+
+#include <utility>
+
+#include "clipjoin/options.h"
+#include "toolbox/toolbox.h"
+
+namespace input {
+
+// Owns its movie, which lives as long as the input list: what is written later refers to its media.
+class InputMovie {
+ public:
+  clipjoin::FileOptions options;
+
+  explicit InputMovie(clipjoin::FileOptions settings) : options(std::move(settings)) {}
+  InputMovie(InputMovie&& other) noexcept
+      : options(std::move(other.options)), movie_(std::exchange(other.movie_, nullptr)) {}
+  InputMovie& operator=(InputMovie&&) = delete;
+  ~InputMovie();
+
+  // Opens the movie, and gives it back. One that cannot be opened is reported, and an empty movie
+  // takes its place; the run goes on.
+  toolbox::Movie Open();
+
+ private:
+  toolbox::Movie movie_ = nullptr;
+};
+
+}  // namespace input

@@ -1,0 +1,206 @@
+"""What the whole-run tests share: running the commands, and what independent readers say of a file.
+
+The programs under test stand in the folder that REELWORK_BIN names. Real movies come from the
+corpus, a folder "shared" beside the project; tests that need it are skipped where it is missing.
+"""
+
+import array
+import collections
+import concurrent.futures
+import functools
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resolve()
+RELEASE_BIN = ROOT / "build" / "bin"
+CORPUS = ROOT.parent / "shared"
+MEDIA = CORPUS / "media"
+
+SKIPPED = 77  # what ctest takes for "skipped"
+CONTACT = "<reelwork@example.org>"
+REFERENCE_NOTICE = "A non-self-contained movie is being created. Do not delete your original movie"
+HINT = (
+    "Make sure the file exists and that special characters are properly quoted or\n"
+    "escaped. You may wish to drag the file from the Finder into the Terminal window.\n"
+)
+NOT_A_MOVIE = " does not appear to be a valid movie file. Skipping it.\n"
+ONE_ERROR = (
+    f"(Yes, we know this error message stinks. Email us at {CONTACT}\n"
+    "if you can't figure out what it means.)\n"
+)
+MORE_ERRORS = (
+    f"(Yes, we know these error messages stink. Email us at {CONTACT}\n"
+    "if you can't figure out what they mean.)\n"
+)
+
+needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"the corpus {MEDIA} is not here")
+needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become somebody else")
+
+Result = collections.namedtuple("Result", "status out err")
+Packet = collections.namedtuple("Packet", "pts dts duration flags hash")
+
+
+def has_tools(*names):
+    missing = [name for name in names if shutil.which(name) is None]
+    return unittest.skipIf(missing, "not installed: " + " ".join(missing))
+
+
+def run(program, *arguments, cwd=None, timeout=60, **more):
+    """Runs a program of the build, or whatever an absolute path names, with a fixed clock."""
+    environment = {**os.environ, "SOURCE_DATE_EPOCH": "1000000000", **more.pop("env", {})}
+    done = subprocess.run(
+        [os.fspath(BIN / program), *arguments],
+        cwd=cwd,
+        env=environment,
+        capture_output=True,
+        stdin=subprocess.DEVNULL,
+        timeout=timeout,
+        **more,
+    )
+    text = (stream.decode("utf-8", "surrogateescape") for stream in (done.stdout, done.stderr))
+    return Result(done.returncode, *text)
+
+
+def read_by(tool, *arguments):
+    """What another tool prints on standard output, and what it complains about."""
+    done = subprocess.run([tool, *map(os.fspath, arguments)], capture_output=True, timeout=120)
+    return done.stdout, done.stderr.decode("utf-8", "replace")
+
+
+def in_parallel(work, items):
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        return list(pool.map(work, items))
+
+
+class RunTest(unittest.TestCase):
+    """A test with a folder of its own, in which the commands run."""
+
+    maxDiff = None
+
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+    def run_in_folder(self, program, *arguments, **more):
+        return run(program, *map(os.fspath, arguments), cwd=self.folder, **more)
+
+    def join(self, output, *inputs, options=()):
+        """Runs clipjoin, which must succeed without a word; the path of its output."""
+        done = self.run_in_folder("clipjoin", *inputs, "-q", *options, "-o", output)
+        self.assertEqual(done, Result(0, "", ""))
+        return self.folder / output
+
+    def join_whole(self, output, *inputs):
+        return self.join(output, *inputs, options=["-self-contained"])
+
+
+# Clips
+
+
+def make_clip(path, *arguments):
+    """A movie by ffmpeg, reproducible to the byte."""
+    command = ["ffmpeg", "-v", "error", "-y", "-fflags", "+bitexact", *arguments]
+    command += ["-flags:v", "+bitexact", "-flags:a", "+bitexact", os.fspath(path)]
+    subprocess.run(command, check=True, stdin=subprocess.DEVNULL, timeout=120)
+    return path
+
+
+# Readers
+
+
+def identity(path):
+    path = pathlib.Path(path).resolve()
+    status = path.stat()
+    return path, status.st_size, status.st_mtime_ns
+
+
+def packets(path, *options):
+    """The packets of every stream in file order, by stream number; `options` go to ffprobe."""
+    return _packets(identity(path), options)
+
+
+@functools.lru_cache(maxsize=None)
+def _packets(file, options):
+    entries = "packet=stream_index,pts,dts,duration,flags,data_hash"
+    command = [*options, "-show_packets", "-show_data_hash", "crc32", "-show_entries", entries]
+    out, _ = read_by("ffprobe", "-v", "error", *command, "-of", "compact=p=0", file[0])
+    streams = collections.defaultdict(list)
+    for line in out.decode().splitlines():
+        # Side data of a packet may follow on the line; it says nothing of the file.
+        fields = dict(part.partition("=")[::2] for part in line.split("|"))
+        if "stream_index" not in fields:
+            continue
+        values = (fields.get(name) for name in ("pts", "dts", "duration", "flags", "data_hash"))
+        streams[int(fields["stream_index"])].append(Packet(*values))
+    return dict(streams)
+
+
+def all_packets(path):
+    """The packets without regard to edit lists."""
+    return packets(path, "-ignore_editlist", "1")
+
+
+def description(path, *options):
+    """What ffprobe says of the file and its streams."""
+    out, _ = read_by(
+        "ffprobe", "-v", "error", *options, "-show_format", "-show_streams", "-of", "json", path
+    )
+    return json.loads(out)
+
+
+def complaints(path, *options):
+    """What ffmpeg has to say while it plays the file, without the addresses of its objects."""
+    _, err = read_by("ffmpeg", "-v", "error", *options, "-i", path, "-f", "null", "-")
+    return sorted({line.partition("] ")[2] or line for line in err.splitlines()})
+
+
+Frame = collections.namedtuple("Frame", "time hash")
+
+
+def frames(path, stream="v:0", *options):
+    """The decoded frames of a stream: presentation time in seconds, and hash."""
+    out, _ = read_by(
+        "ffmpeg", "-v", "error", *options, "-i", path, "-map", f"0:{stream}",
+        "-fps_mode", "passthrough", "-copyts", "-f", "framemd5", "-",
+    )  # fmt: skip
+    found, base = [], 1.0
+    for line in out.decode().splitlines():
+        if line.startswith("#tb"):
+            above, below = line.split()[-1].split("/")
+            base = int(above) / int(below)
+        elif not line.startswith("#"):
+            fields = [field.strip() for field in line.split(",")]
+            found.append(Frame(round(int(fields[2]) * base, 6), fields[5]))
+    return found
+
+
+def sound(path, stream="a:0"):
+    """The decoded samples of a sound stream as they play: 16 bits, interleaved."""
+    out, _ = read_by(
+        "ffmpeg", "-v", "error", "-i", path, "-map", f"0:{stream}", "-f", "s16le", "-"
+    )  # fmt: skip
+    return array.array("h", out)
+
+
+class _Outcome(unittest.TextTestResult):
+    ran = 0
+
+    def addSuccess(self, test):
+        super().addSuccess(test)
+        self.ran += 1
+
+
+def main():
+    """Runs the tests of the program; its status says when there was nothing but skipped ones."""
+    runner = unittest.TextTestRunner(resultclass=_Outcome, verbosity=2)
+    result = unittest.main(module="__main__", exit=False, testRunner=runner).result
+    if not result.wasSuccessful():
+        sys.exit(1)
+    sys.exit(0 if result.ran else SKIPPED)
