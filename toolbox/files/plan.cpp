@@ -224,6 +224,7 @@ void Planner::Copy(std::size_t index) {
     }
     output.edits.Append(edit.duration, mediaTime, edit.rate, output.TimeClock());
   }
+  output.edits.TrimEnd();
 }
 
 void Planner::Arrange(bool interleave) {

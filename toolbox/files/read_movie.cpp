@@ -177,8 +177,7 @@ std::optional<EditList> ReadEdits(const EditEntries& stated, const TrackRecord& 
     const bool isEmpty = entry.mediaTime == -1;
     edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
   }
-  // Trailing empty space is no part of a track.
-  edits.Delete(edits.Duration(), {}, clock);
+  edits.TrimEnd();
   if (edits.Edits().empty()) return std::nullopt;
   return edits;
 }
@@ -300,8 +299,12 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   if (header.empty()) throw Refused{noMovieFound};
   // Movies refer to one another by where they really are.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
-  return InAtom(FourCC{"moov"},
-                [&] { return ReadMovie(header, real, references == References::kResolve); });
+  auto movie = InAtom(FourCC{"moov"},
+                      [&] { return ReadMovie(header, real, references == References::kResolve); });
+  for (const TopLevelAtom& other : OtherTopLevelAtoms(source)) {
+    movie->fileAtoms.push_back({other.atom.type, other.at, other.atom.size});
+  }
+  return movie;
 } catch (const Refused& refused) {
   // The movie file itself is what the caller's reference did not lead to.
   if (refused.code == fnfErr) throw Refused{couldNotResolveDataRef};

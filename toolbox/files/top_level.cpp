@@ -43,11 +43,16 @@ std::uint64_t Walk(const ByteSource& source, FrameReader& reader, Visit&& visit)
 
 }  // namespace
 
-std::vector<TopLevelAtom> TopLevelAtoms(const ByteSource& source) {
+std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source) {
+  // 'meta' locates items by their place in the file.
+  static constexpr FourCC kOwn[] = {FourCC{"ftyp"}, FourCC{"moov"}, FourCC{"mdat"}, FourCC{"free"},
+                                    FourCC{"skip"}, FourCC{"wide"}, FourCC{"pnot"}, FourCC{"meta"},
+                                    FourCC{"moof"}, FourCC{"mfra"}, FourCC{"sidx"}, FourCC{"ssix"},
+                                    FourCC{"styp"}, FourCC{"emsg"}, FourCC{"prft"}};
   std::vector<TopLevelAtom> atoms;
   FrameReader reader(source);
   Walk(source, reader, [&](const TopLevelAtom& atom) {
-    atoms.push_back(atom);
+    if (std::ranges::find(kOwn, atom.atom.type) == std::end(kOwn)) atoms.push_back(atom);
     return true;
   });
   return atoms;

@@ -15,8 +15,9 @@ struct TopLevelAtom {
   AtomFrame atom;
 };
 
-// All whole atoms in file order. What follows the last of them is no atom.
-std::vector<TopLevelAtom> TopLevelAtoms(const ByteSource& source);
+// The atoms of the file that are neither its movie and media, nor room or an index that only hold
+// for the file as it is.
+std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source);
 
 // The first whole atom of that type. A cut one of that type is Malformed.
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);

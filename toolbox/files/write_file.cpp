@@ -85,6 +85,14 @@ void CopyMediaData(const FilePlan& plan, OutputFile& output) {
   output.Flush();
 }
 
+// What else belongs to the movie goes behind everything else.
+void CopyFileAtoms(const FilePlan& plan, OutputFile& output) {
+  if (plan.movie->fileAtoms.empty()) return;
+  const FileSource source(plan.ownFile.value().path);
+  for (const FileAtom& atom : plan.movie->fileAtoms) output.Copy(source, atom.at, atom.size);
+  output.Flush();  // while the source is open
+}
+
 // The header of a file that starts with it, padded to the length that its chunk offsets assume.
 Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
                    const boost::filesystem::path& file) {
@@ -113,17 +121,14 @@ Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
   }
 }
 
-}  // namespace
-
-void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
-               OutputFile& output) {
+void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
+                        const boost::filesystem::path& file, OutputFile& output) {
   const Bytes type = QuickTimeFileType();
   if (plan.dataSize == 0) {
     Bytes movie = EncodeMovie(plan, file, 0);
     if (layout.compress) movie = CompressMovie(movie);
     output.Append(type);
     output.Append(movie);
-    output.Flush();
     return;
   }
   if (layout.movieFirst) {
@@ -141,6 +146,14 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
   output.Append(type);
   CopyMediaData(plan, output);
   output.Append(movie);
+}
+
+}  // namespace
+
+void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
+               OutputFile& output) {
+  WriteMovieAndMedia(plan, layout, file, output);
+  CopyFileAtoms(plan, output);
   output.Flush();
 }
 

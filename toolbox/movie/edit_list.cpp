@@ -75,7 +75,7 @@ void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
     edit.start = edit.start - length;
     Add(edit, clock);
   }
-  if (!edits_.empty() && edits_.back().IsEmpty()) edits_.pop_back();
+  TrimEnd();
 }
 
 EditList EditList::Segment(MovieTime from, MovieTime length, Clock clock) const {
@@ -94,7 +94,7 @@ EditList EditList::Segment(MovieTime from, MovieTime length, Clock clock) const 
     part.start = part.start - from;
     segment.Add(part, clock);
   }
-  if (!segment.edits_.empty() && segment.edits_.back().IsEmpty()) segment.edits_.pop_back();
+  segment.TrimEnd();
   return segment;
 }
 
@@ -111,6 +111,10 @@ void EditList::MapBoundaries(const std::function<MovieTime(MovieTime)>& place, b
     }
     Add(edit, clock);
   }
+  TrimEnd();
+}
+
+void EditList::TrimEnd() {
   if (!edits_.empty() && edits_.back().IsEmpty()) edits_.pop_back();
 }
 

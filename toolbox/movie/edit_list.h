@@ -58,6 +58,9 @@ class EditList {
   // shows stays what it was when `keepsSpan` (its rate changes), else its rate stays.
   void MapBoundaries(const std::function<MovieTime(MovieTime)>& place, bool keepsSpan, Clock clock);
 
+  // Takes away an empty stretch at the end: space after the last thing shown is no part of a track.
+  void TrimEnd();
+
   // Shows later media instead: every media time moves by `by`.
   void ShiftMedia(MediaTime by);
 

@@ -17,6 +17,12 @@ namespace toolbox {
 // The time as files count it: seconds since 1904-01-01 UTC.
 std::uint64_t Now();
 
+// An atom that stands beside the movie in its file: it is looked at only when it is copied.
+struct FileAtom {
+  FourCC type;
+  std::uint64_t at = 0, size = 0;  // bytes
+};
+
 // All of a movie but its tracks.
 struct MovieProperties {
   std::int32_t scale = 600;
@@ -29,6 +35,7 @@ struct MovieProperties {
   UserDataRecord userData;
   Siblings siblings;  // what else stands in 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from
+  std::vector<FileAtom> fileAtoms;  // what else of that file belongs to the movie
   std::optional<DataReference> defaultDataReference;
 };
 
