@@ -8,7 +8,10 @@
 // Times are 64-bit counts of a time scale's units (units per second).
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "toolbox/atoms/fourcc.h"
 #include "toolbox/bytes.h"
@@ -17,6 +20,9 @@
 namespace toolbox {
 
 struct MovieRecord;
+struct TrackRecord;
+struct MediaRecord;
+struct UserDataRecord;
 struct StorageRecord;
 struct StringRecord;
 
@@ -25,12 +31,29 @@ struct HandleRecord {
   Bytes bytes;
 };
 
+// A folder or file found by FSFindFolder; empty until then.
+struct FSRef {
+  std::string path;
+};
+
+struct RGBColor {
+  std::uint16_t red = 0, green = 0, blue = 0;
+};
+
+// a b u / c d v / tx ty w, row by row: u, v and w are 2.30, the others Fixed. A point (x, y) goes
+// to (a x + c y + tx, b x + d y + ty); y grows downwards.
+using MatrixRecord = std::array<std::int32_t, 9>;
+
 using Movie = MovieRecord*;
+using Track = TrackRecord*;
+using Media = MediaRecord*;
+using UserData = UserDataRecord*;
 using DataHandler = StorageRecord*;
 using CFStringRef = const StringRecord*;
 using Handle = HandleRecord*;
 using TimeValue = std::int64_t;
 using TimeScale = std::int32_t;
+using Fixed = std::int32_t;  // 16.16
 using CFStringEncoding = std::uint32_t;
 
 // New-movie flags.
@@ -44,6 +67,15 @@ inline constexpr std::uint32_t flattenActiveTracksOnly = 0x2;
 inline constexpr std::uint32_t flattenDontInterleaveFlatten = 0x4;
 inline constexpr std::uint32_t flattenCompressMovieResource = 0x20;
 inline constexpr std::uint32_t flattenForceMovieResourceBeforeMovieData = 0x40;
+
+// Track look-up flags.
+inline constexpr std::int32_t movieTrackMediaType = 1;
+inline constexpr std::int32_t movieTrackCharacteristic = 2;
+inline constexpr std::int32_t movieTrackEnabledOnly = 4;
+
+// Folders.
+inline constexpr std::int16_t kUserDomain = -32763;
+inline constexpr FourCC kDesktopFolderType{"desk"};
 
 // Storage.
 inline constexpr std::uint32_t createMovieFileDeleteCurFile = 0x80000000;
@@ -76,6 +108,38 @@ void SetMovieTimeScale(Movie movie, TimeScale scale);
 // Where the last track ends, in movie units.
 TimeValue GetMovieDuration(Movie movie);
 
+// The movie selection; it may reach past the end. invalidTime (start < 0: nothing changes),
+// invalidDuration (duration < 0: the selection becomes empty at `start`).
+void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
+// Overwrites the destination's preferred rate and volume, clipping region, matrix and user data.
+[[nodiscard]] OSErr CopyMovieSettings(Movie source, Movie destination);
+// The movie's user data; valid as long as the movie. Null only for a null movie.
+UserData GetMovieUserData(Movie movie);
+
+// --- Tracks (calls/tracks.cpp)
+
+// Number of tracks.
+std::int32_t GetMovieTrackCount(Movie movie);
+// The track at that number, the first being 1; badTrackIndex and null when there is none.
+Track GetMovieIndTrack(Movie movie, std::int32_t number);
+// Counts only tracks of the media type or characteristic ('eyes', 'ears') `what`, as `flags` say;
+// null without an error when there is none. paramErr unless exactly one of the two kinds is asked
+// for.
+Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags);
+// Where the track ends, in movie units from movie time 0.
+TimeValue GetTrackDuration(Track track);
+// Null for a track without media.
+Media GetTrackMedia(Track track);
+// A new track in `destination` with the media type and settings of `source` and no samples. A null
+// data reference: the media starts without one.
+[[nodiscard]] OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef,
+                                         FourCC dataRefType, Track* track);
+// Any result may be null. `creatorName` is left alone.
+void GetMediaHandlerDescription(Media media, FourCC* type, char* creatorName, FourCC* manufacturer);
+// The display name of the kind of media, length-prefixed.
+[[nodiscard]] OSErr MediaGetName(Media handler, unsigned char* name, std::int32_t wantedLanguage,
+                                 std::int32_t* actualLanguage);
+
 // --- Segments (calls/segments.cpp)
 
 // Lays [sourceIn, sourceIn + sourceDuration) of `source` (its units) into `movie` at `at` (movie
@@ -83,6 +147,38 @@ TimeValue GetMovieDuration(Movie movie);
 // invalidDuration, couldNotResolveDataRef, invalidSampleTable.
 [[nodiscard]] OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
+
+// Lays the whole of `source` beside the tracks of `movie`, in new ones: from the start of the
+// movie's selection, stretched to fill it or, when it is empty, at its own length.
+void AddMovieSelection(Movie movie, Movie source);
+// Lays a stretch of one track into another of the same kind at `at`; by reference. invalidTrack,
+// noMediaHandler, mediaTypesDontMatch (also for sound of unequal time scales), invalidTime,
+// invalidDuration.
+[[nodiscard]] OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn,
+                                       TimeValue sourceDuration, TimeValue at);
+
+// --- User data (calls/user_data.cpp); items of one type are numbered from 1
+
+std::int16_t CountUserDataType(UserData data, FourCC type);
+// The type that first appears after `previous` (0: the first); 0 at the end.
+FourCC GetNextUserDataType(UserData data, FourCC previous);
+// The payload of an item. userDataItemNotFound.
+[[nodiscard]] OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number);
+// Replaces the payload of an item, or adds one behind the last; 0 means the first. The data are
+// copied. paramErr (size < 0), userDataItemNotFound.
+[[nodiscard]] OSErr SetUserDataItem(UserData data, const void* bytes, std::int32_t size,
+                                    FourCC type, std::int32_t number);
+// Later items of the type move down. userDataItemNotFound.
+[[nodiscard]] OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number);
+
+// --- Matrices (calls/matrices.cpp): pure arithmetic, no movies error; each is done after what the
+// matrix did before. Factors, distances, degrees and centres are Fixed
+
+void SetIdentityMatrix(MatrixRecord* matrix);
+void TranslateMatrix(MatrixRecord* matrix, Fixed dx, Fixed dy);
+void ScaleMatrix(MatrixRecord* matrix, Fixed sx, Fixed sy, Fixed aboutX, Fixed aboutY);
+// Clockwise on the screen.
+void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed aboutY);
 
 // --- Storage (calls/storage.cpp)
 
@@ -109,6 +205,10 @@ TimeValue GetMovieDuration(Movie movie);
 // Writes the movie as a reference movie: no media but what is held in memory. fBsyErr when the file
 // it would replace holds some of that media; dskFulErr, ioErr.
 [[nodiscard]] OSErr AddMovieToStorage(Movie movie, DataHandler handler);
+// Replaces the movie in the file that `handler` opened for writing; media data stay where they are.
+// At every instant the file holds one whole movie. fBsyErr (the file has changed since it was
+// opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported.
+[[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
 // Writes a self-contained movie with all media in use, and gives it its name and place. Always
 // null: the result is the movies error (couldNotResolveDataRef, eofErr, invalidSampleTable, file
 // errors).
@@ -139,5 +239,18 @@ void CFRelease(CFStringRef string);
 [[nodiscard]] OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style,
                                                            std::uint32_t flags, Handle* dataRef,
                                                            FourCC* dataRefType);
+
+// A boolean of the user's settings file of `application`. `*valid`: the key is there and is one.
+[[nodiscard]] bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application,
+                                                   bool* valid);
+
+// --- Folders (calls/folders.cpp)
+
+// The user's desktop folder (kUserDomain, kDesktopFolderType), made when it is missing and `create`
+// is set. fnfErr, paramErr (another folder), file errors.
+[[nodiscard]] OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder);
+// The path as UTF-8 with a 0 behind it. pathTooLongErr when it does not fit into `size` bytes;
+// errFSBadFSRef for an empty reference.
+[[nodiscard]] OSErr FSRefMakePath(const FSRef* reference, unsigned char* path, std::uint32_t size);
 
 }  // namespace toolbox

@@ -1,1 +1,78 @@
-int main() { return 0; }
+// moviedump [-atoms | -model] [-dates] FILE: prints the atoms of a movie file and the movie they
+// make.
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <iostream>
+#include <new>
+#include <string_view>
+
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/files/read_movie.h"
+#include "toolbox/refused.h"
+#include "tools/dump_atoms.h"
+#include "tools/dump_model.h"
+
+namespace {
+
+struct Options {
+  const char* file = nullptr;
+  bool showsAtoms = true, showsModel = true, showsDates = false;
+};
+
+bool Parse(int count, char** arguments, Options& options) {
+  for (int i = 1; i < count; ++i) {
+    const std::string_view argument = arguments[i];
+    if (argument == "-atoms") {
+      options.showsModel = false;
+    } else if (argument == "-model") {
+      options.showsAtoms = false;
+    } else if (argument == "-dates") {
+      options.showsDates = true;
+    } else if (options.file == nullptr) {
+      options.file = arguments[i];
+    } else {
+      return false;
+    }
+  }
+  return options.file != nullptr && (options.showsAtoms || options.showsModel);
+}
+
+void Dump(const Options& options) {
+  const auto path = boost::filesystem::absolute(options.file);
+  const toolbox::FileSource source(path);
+  if (options.showsAtoms) tools::DumpAtoms(source, options.showsDates, std::cout);
+  if (options.showsModel) {
+    const auto movie = toolbox::ReadMovieFile(path, toolbox::References::kLeave);
+    tools::DumpModel(*movie, options.showsDates, std::cout);
+  }
+}
+
+int Fail(const Options& options, const std::string& why) {
+  std::cout.flush();
+  std::cerr << "moviedump: " << options.file << ": " << why << '\n';
+  return 1;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  Options options;
+  if (!Parse(count, arguments, options)) {
+    std::cerr << "usage: moviedump [-atoms | -model] [-dates] FILE\n";
+    return 2;
+  }
+  try {
+    Dump(options);
+  } catch (const toolbox::Malformed& fault) {
+    return Fail(options, "in " + fault.path + ": " + fault.reason);
+  } catch (const toolbox::Refused& refused) {
+    return Fail(options, refused.code == toolbox::noMovieFound
+                             ? "there is no movie in it"
+                             : "cannot be read (" + std::to_string(refused.code) + ")");
+  } catch (const boost::filesystem::filesystem_error& failed) {
+    return Fail(options, failed.code().message());
+  } catch (const std::bad_alloc&) {
+    return Fail(options, "too large for the memory here");
+  }
+  return 0;
+}

@@ -5,17 +5,21 @@ corpus, a folder "shared" beside the project; tests that need it are skipped whe
 """
 
 import array
+import bisect
 import collections
 import concurrent.futures
+import fractions
 import functools
 import json
 import os
 import pathlib
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
 import unittest
+import zlib
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resolve()
@@ -88,6 +92,13 @@ class RunTest(unittest.TestCase):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
 
+    def assert_same(self, found, expected, what=""):
+        """Two sequences are equal. Says where they part, not all that they hold."""
+        at = next((i for i, pair in enumerate(zip(found, expected)) if pair[0] != pair[1]), None)
+        if at is not None:
+            self.fail(f"{what} at {at}: {found[at]!r} where {expected[at]!r} was expected")
+        self.assertEqual(len(found), len(expected), f"{what}: so many")
+
     def run_in_folder(self, program, *arguments, **more):
         return run(program, *map(os.fspath, arguments), cwd=self.folder, **more)
 
@@ -135,8 +146,8 @@ def _packets(file, options):
     for line in out.decode().splitlines():
         # Side data of a packet may follow on the line; it says nothing of the file.
         fields = dict(part.partition("=")[::2] for part in line.split("|"))
-        if "stream_index" not in fields:
-            continue
+        if not {"stream_index", "data_hash"} <= fields.keys():
+            continue  # a new description, which comes without a sample
         values = (fields.get(name) for name in ("pts", "dts", "duration", "flags", "data_hash"))
         streams[int(fields["stream_index"])].append(Packet(*values))
     return dict(streams)
@@ -161,6 +172,122 @@ def complaints(path, *options):
     return sorted({line.partition("] ")[2] or line for line in err.splitlines()})
 
 
+# What a file says of its tracks. Edits are not read by ffprobe's eyes: it shows whole packets where
+# an edit shows a part, knows no gaps between edits, and forgives edits that end early.
+
+Edit = collections.namedtuple("Edit", "start duration media rate")  # seconds, seconds, media units
+Track = collections.namedtuple("Track", "number kind scale language edits references")
+
+
+def atoms(data):
+    """(type, content) of each atom in `data`."""
+    at = 0
+    while at + 8 <= len(data):
+        size, kind = struct.unpack_from(">I4s", data, at)
+        head = 8
+        if size == 1:
+            (size,) = struct.unpack_from(">Q", data, at + 8)
+            head = 16
+        size = size or len(data) - at
+        yield kind.decode("latin-1"), data[at + head : at + size]
+        at += max(size, head)
+
+
+def child(data, *path):
+    """The content of the first atom at that place, or nothing."""
+    for kind in path:
+        data = next((content for name, content in atoms(data) if name == kind), b"")
+    return data
+
+
+def movie_header(path):
+    """The content of the movie atom, inflated where it is compressed."""
+    header = child(pathlib.Path(path).read_bytes(), "moov")
+    packed = child(header, "cmov", "cmvd")
+    return child(zlib.decompress(packed[4:]), "moov") if packed else header
+
+
+def time_scale(header):
+    """Of an 'mvhd' or 'mdhd'."""
+    return struct.unpack_from(">I", header, 20 if header[0] else 12)[0]
+
+
+def movie_duration(path):
+    """In seconds, where the last edit ends: what the movie header says is not always true."""
+    return max(
+        edit.start + edit.duration for track in tracks(path).values() for edit in track.edits
+    )
+
+
+def edits_of(track, scale):
+    table = child(track, "edts", "elst")
+    if not table:
+        return None
+    form = ">QqI" if table[0] else ">IiI"
+    found, start = [], fractions.Fraction(0)
+    for length, media, rate in struct.iter_unpack(form, table[8:]):
+        duration = fractions.Fraction(length, scale)
+        found.append(Edit(start, duration, media, fractions.Fraction(rate, 1 << 16)))
+        start += duration
+    return found
+
+
+def tracks(path):
+    """The tracks by their numbers; `edits` are nothing where the file has none."""
+    header = movie_header(path)
+    scale = time_scale(child(header, "mvhd"))
+    found = {}
+    for name, track in atoms(header):
+        if name != "trak":
+            continue
+        track_header, media = child(track, "tkhd"), child(track, "mdia", "mdhd")
+        (number,) = struct.unpack_from(">I", track_header, 20 if track_header[0] else 12)
+        (language,) = struct.unpack_from(">H", media, 32 if media[0] else 20)
+        references = [
+            (kind, [target for (target,) in struct.iter_unpack(">I", content)])
+            for kind, content in atoms(child(track, "tref"))
+        ]
+        found[number] = Track(
+            number, child(track, "mdia", "hdlr")[8:12].decode("latin-1"), time_scale(media),
+            language, edits_of(track, scale), references,
+        )  # fmt: skip
+    return found
+
+
+def samples_by_track(path):
+    """The packets without regard to edit lists, by track number."""
+    streams = description(path, "-ignore_editlist", "1")["streams"]
+    found = all_packets(path)
+    return {int(s["id"], 16): found.get(s["index"], []) for s in streams if "id" in s}
+
+
+def shown(path, number):
+    """What a track shows: (seconds at which it would start, hash) of each sample that an edit
+    shows a part of, edit after edit in display order."""
+    track = tracks(path)[number]
+    samples = sorted(
+        (int(p.pts), int(p.duration or 0), p.hash)
+        for p in samples_by_track(path).get(number, [])
+        if p.pts not in (None, "N/A")
+    )  # fmt: skip
+    if track.edits is None:
+        return [(fractions.Fraction(pts, track.scale), content) for pts, _, content in samples]
+    found = []
+    longest = max((duration for _, duration, _ in samples), default=0)
+    for edit in track.edits:
+        if edit.media < 0:
+            continue
+        end = edit.media + max(edit.duration * track.scale * edit.rate, 1)
+        first = bisect.bisect_left(samples, (edit.media - longest,))
+        for pts, duration, content in samples[first:]:
+            if pts >= end:
+                break
+            if pts >= edit.media or pts + duration > edit.media:
+                into = fractions.Fraction(pts - edit.media, track.scale) / (edit.rate or 1)
+                found.append((edit.start + into, content))
+    return found
+
+
 Frame = collections.namedtuple("Frame", "time hash")
 
 
@@ -168,7 +295,7 @@ def frames(path, stream="v:0", *options):
     """The decoded frames of a stream: presentation time in seconds, and hash."""
     out, _ = read_by(
         "ffmpeg", "-v", "error", *options, "-i", path, "-map", f"0:{stream}",
-        "-fps_mode", "passthrough", "-copyts", "-f", "framemd5", "-",
+        "-fps_mode", "passthrough", "-enc_time_base", "-1", "-f", "framemd5", "-",
     )  # fmt: skip
     found, base = [], 1.0
     for line in out.decode().splitlines():

@@ -1,6 +1,8 @@
 // Movies: starting, making, and what holds for the whole of one.
 #include "toolbox/movie/movie.h"
 
+#include <algorithm>
+
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/toolbox.h"
@@ -42,6 +44,25 @@ void SetMovieTimeScale(Movie movie, TimeScale scale) {
 
 TimeValue GetMovieDuration(Movie movie) {
   return Call("GetMovieDuration", [&] { return Valid(movie).Duration().units; });
+}
+
+void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
+  Call("SetMovieSelection", [&] {
+    MovieRecord& record = Valid(movie);
+    if (start < 0) throw Refused{invalidTime};
+    record.selectionTime = {start};
+    record.selectionDuration = {std::max<TimeValue>(duration, 0)};
+    // What is added there later still lands where it was meant to.
+    if (duration < 0) throw Refused{invalidDuration};
+  });
+}
+
+OSErr CopyMovieSettings(Movie source, Movie destination) {
+  return Call("CopyMovieSettings", [&] { Valid(destination).TakeSettings(Valid(source)); });
+}
+
+UserData GetMovieUserData(Movie movie) {
+  return Call("GetMovieUserData", [&] { return &Valid(movie).userData; });
 }
 
 }  // namespace toolbox

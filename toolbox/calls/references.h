@@ -12,10 +12,23 @@ struct StringRecord {
   std::string text;  // UTF-8, or the bytes of a path
 };
 
-// The movie that the caller names; throws Refused when it names none.
+// What the caller names; throws Refused when it names nothing.
 inline MovieRecord& Valid(Movie movie) {
   if (movie == nullptr) throw Refused{invalidMovie};
   return *movie;
+}
+
+inline TrackRecord& Valid(Track track) {
+  if (track == nullptr) throw Refused{invalidTrack};
+  return *track;
+}
+inline MediaRecord& Valid(Media media) {
+  if (media == nullptr) throw Refused{invalidMedia};
+  return *media;
+}
+inline UserDataRecord& Valid(UserData data) {
+  if (data == nullptr) throw Refused{paramErr};
+  return *data;
 }
 
 }  // namespace toolbox

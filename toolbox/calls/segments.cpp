@@ -15,4 +15,16 @@ OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn, TimeValu
   });
 }
 
+void AddMovieSelection(Movie movie, Movie source) {
+  Call("AddMovieSelection", [&] { AddMovieSelection(Valid(source), Valid(movie)); });
+}
+
+OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn, TimeValue sourceDuration,
+                         TimeValue at) {
+  return Call("InsertTrackSegment", [&] {
+    InsertTrackSegment(Valid(source), Valid(track), MovieTime{sourceIn}, MovieTime{sourceDuration},
+                       MovieTime{at});
+  });
+}
+
 }  // namespace toolbox

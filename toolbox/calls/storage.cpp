@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/file_reference.h"
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/read_movie.h"
 #include "toolbox/files/write_file.h"
@@ -26,15 +26,6 @@ struct StorageRecord {
 };
 
 namespace {
-
-// The file that a caller's data reference names, whether it exists or not.
-boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
-  if (dataRef == nullptr) throw Refused{nilHandleErr};
-  if (type != FourCC{"alis"}) throw Refused{noDataHandler};
-  const auto path = AbsoluteAliasPath(dataRef->bytes);
-  if (!path) throw Refused{invalidDataRef};
-  return *path;
-}
 
 Existing IfExisting(std::uint32_t createFlags) {
   return (createFlags & createMovieFileDeleteCurFile) != 0 ? Existing::kReplace : Existing::kRefuse;

@@ -2,11 +2,14 @@
 #include <limits.h>
 
 #include <boost/filesystem/path.hpp>
+#include <boost/property_tree/ini_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
 #include <memory>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/files/file_reference.h"
+#include "toolbox/files/user_folders.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
@@ -34,6 +37,25 @@ OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style, std::u
     }
     *dataRef = std::make_unique<HandleRecord>(HandleRecord{AliasRecord(file, {})}).release();
     *dataRefType = FourCC{"alis"};
+  });
+}
+
+bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application, bool* valid) {
+  *valid = false;
+  return Call("CFPreferencesGetAppBooleanValue", [&] {
+    if (key == nullptr || application == nullptr) throw Refused{paramErr};
+    const auto folder = ConfigurationFolder();
+    boost::property_tree::ptree settings;
+    if (!folder) return false;
+    try {
+      boost::property_tree::read_ini((*folder / (application->text + ".conf")).native(), settings);
+    } catch (const boost::property_tree::ini_parser_error&) {
+      return false;  // no settings, or none that can be read
+    }
+    const auto text = settings.get<std::string>(key->text, {});
+    const bool isTrue = text == "true" || text == "yes" || text == "1";
+    *valid = isTrue || text == "false" || text == "no" || text == "0";
+    return isTrue;
   });
 }
 

@@ -46,9 +46,8 @@ struct AliasHeader {
   std::array<std::uint8_t, 64> name{};
   std::uint32_t fileId = 0, created = 0;
   FourCC creator{"TVOD"}, type{"MooV"};
-  std::int16_t levelsFrom =
-      -1;  // components of the movie's path below the common folder, or unknown
-  std::int16_t levelsTo = -1;  // the same for the target
+  // Components of the movie's and of the target's path below their common folder; -1 unknown.
+  std::int16_t levelsFrom = -1, levelsTo = -1;
   std::uint32_t volumeAttributes = 0;
   std::uint16_t volumeFileSystem = 0;
   std::array<std::uint8_t, 10> reserved{};
@@ -113,8 +112,8 @@ std::string Join(const Names& names, char separator) {
   return path;
 }
 
-// A name as the other side of the platform spells it: ':' separates there and '/' is an ordinary
-// character, here it is the other way round. Its own inverse, but a name never holds both.
+// A name as colon paths spell it: there ':' separates and '/' is an ordinary character, in POSIX
+// paths it is the other way round.
 std::string ColonName(std::string name) {
   std::ranges::replace(name, ':', '/');
   return name;

@@ -118,9 +118,9 @@ void EditList::TrimEnd() {
   if (!edits_.empty() && edits_.back().IsEmpty()) edits_.pop_back();
 }
 
-void EditList::ShiftMedia(MediaTime by) {
+void EditList::MapMedia(const std::function<MediaTime(MediaTime)>& place) {
   for (Edit& edit : edits_) {
-    if (!edit.IsEmpty()) edit.mediaTime += by;
+    if (!edit.IsEmpty()) edit.mediaTime = place(edit.mediaTime);
   }
 }
 

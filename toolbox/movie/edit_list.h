@@ -61,8 +61,8 @@ class EditList {
   // Takes away an empty stretch at the end: space after the last thing shown is no part of a track.
   void TrimEnd();
 
-  // Shows later media instead: every media time moves by `by`.
-  void ShiftMedia(MediaTime by);
+  // Shows other media instead: every media time becomes place(it).
+  void MapMedia(const std::function<MediaTime(MediaTime)>& place);
 
   friend bool operator==(const EditList&, const EditList&) = default;
 

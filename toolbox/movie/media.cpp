@@ -57,6 +57,13 @@ std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description) {
   return index;
 }
 
+void MediaRecord::SetScale(std::int32_t newScale) {
+  if (newScale == scale) return;
+  samples = samples.Rescaled(scale, newScale);
+  for (Joined& joined : joined_) joined.base.units = Rescale(joined.base.units, scale, newScale);
+  scale = newScale;
+}
+
 MediaTime MediaRecord::Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
                             const std::optional<OtherFile>& ownFile) {
   const auto before = std::ranges::find_if(joined_, [&](const Joined& joined) {

@@ -68,6 +68,8 @@ struct MediaRecord : MediaSettings {
   // The index of a description with equal bytes and the same reference, added when there is none.
   std::uint32_t FindOrAdd(const SampleDescription& description);
 
+  // Re-expresses all times of the samples in `newScale`. Throws Refused (invalidDuration).
+  void SetScale(std::int32_t newScale);
   // Appends all samples of `source`, by reference: they stay where they are. `sourceFile` is what
   // the source calls its own file, `ownFile` what this media does. Returns the media time at which
   // the first of them now stands. A source that was joined before, and is unchanged since, is not

@@ -80,6 +80,17 @@ std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
   return clone;
 }
 
+void MovieRecord::TakeSettings(const MovieRecord& other) {
+  constexpr FourCC kClip{"clip"};
+  rate = other.rate;
+  volume = other.volume;
+  matrix = other.matrix;
+  userData = other.userData;
+  if (&other == this) return;
+  std::erase_if(siblings, [](const Sibling& sibling) { return sibling.type == kClip; });
+  if (const Sibling* clip = FindSibling(other.siblings, kClip)) siblings.push_back(*clip);
+}
+
 void MovieRecord::SetScale(std::int32_t newScale) {
   const std::int32_t oldScale = scale;
   if (newScale == oldScale) return;

@@ -57,6 +57,8 @@ struct MovieRecord : MovieProperties {
   void RemoveTrack(const TrackRecord& track);
   // The same movie once more; sample rows are shared.
   std::unique_ptr<MovieRecord> Clone() const;
+  // Takes over the preferred rate and volume, the clipping region, the matrix and the user data.
+  void TakeSettings(const MovieRecord& other);
   // Re-expresses all times in `newScale`, > 0: boundaries are rounded, so nothing drifts.
   void SetScale(std::int32_t newScale);
 };

@@ -4,6 +4,9 @@
 #include <iterator>
 #include <numeric>
 
+#include "toolbox/movie/time.h"
+#include "toolbox/refused.h"
+
 namespace toolbox {
 namespace {
 
@@ -85,6 +88,38 @@ std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
   if (constantSize != 0) return std::uint64_t{samples} * constantSize;
   const auto size = sizes.begin() + first;
   return std::accumulate(size, size + samples, std::uint64_t{0});
+}
+
+SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
+  SampleRows rows = *this;
+  rows.times.clear();
+  rows.offsets.clear();
+  rows.timed_ = rows.shifted_ = 0;
+  rows.duration = 0;
+  const auto addTime = [&rows](std::uint32_t samples, std::int64_t delta) {
+    if (delta > UINT32_MAX) throw Refused{invalidDuration};
+    rows.AddTimes(samples, static_cast<std::uint32_t>(delta));
+  };
+  const auto addOffset = [&rows](std::uint32_t samples, std::int64_t offset) {
+    if (offset > INT32_MAX || offset < INT32_MIN) throw Refused{invalidDuration};
+    rows.AddOffsets(samples, static_cast<std::int32_t>(offset));
+  };
+  const auto place = [from, to](std::int64_t time) { return Rescale(time, from, to); };
+  if (to % from == 0) {
+    for (const TimeRun& run : times)
+      addTime(RunAround(run.sample).second - run.sample, place(run.delta));
+    for (std::size_t i = 0; i < offsets.size(); ++i) {
+      const std::uint32_t end = i + 1 < offsets.size() ? offsets[i + 1].sample : count;
+      addOffset(end - offsets[i].sample, place(offsets[i].offset));
+    }
+    return rows;
+  }
+  for (std::uint32_t sample = 0; sample < count; ++sample) {
+    const std::int64_t time = TimeOf(sample);
+    addTime(1, place(TimeOf(sample + 1)) - place(time));
+    if (!offsets.empty()) addOffset(1, place(time + OffsetOf(sample)) - place(time));
+  }
+  return rows;
 }
 
 std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {

@@ -86,6 +86,11 @@ struct SampleRows {
     return description < packings.size() ? packings[description] : Packing{};
   }
 
+  // The same samples with their times in another scale: exact when `to` is a multiple of `from`,
+  // else rounded by their decode times, so that nothing drifts. Throws Refused (invalidDuration)
+  // when a duration or an offset no longer has room.
+  SampleRows Rescaled(std::int32_t from, std::int32_t to) const;
+
   // When the first and last of [from, to) to be shown start and end being so, counted from the
   // decode time of `from`.
   std::int64_t ShownFrom(std::uint32_t from, std::uint32_t to) const;

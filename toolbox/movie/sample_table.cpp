@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <numeric>
+
+#include "toolbox/movie/time.h"
 
 namespace toolbox {
 
@@ -73,6 +76,21 @@ void SampleTable::Add(Slice slice) {
   shownUntil_ =
       std::max(shownUntil_, slice.time + slice.stretch + rows.ShownUntil(slice.from, slice.to));
   slices_.push_back(std::move(slice));
+}
+
+SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
+  SampleTable table;
+  std::map<const SampleRows*, std::shared_ptr<const SampleRows>> converted;
+  for (Slice slice : slices_) {
+    auto& rows = converted[slice.rows.get()];
+    if (!rows) rows = std::make_shared<const SampleRows>(slice.rows->Rescaled(from, to));
+    slice.rows = rows;
+    slice.stretch = Rescale(slice.stretch, from, to);
+    slice.rowTime = rows->TimeOf(slice.from);
+    slice.length = rows->TimeOf(slice.to) - slice.rowTime + slice.stretch;
+    table.Add(std::move(slice));
+  }
+  return table;
 }
 
 const SampleTable::Slice& SampleTable::SliceOf(std::uint64_t sample) const {

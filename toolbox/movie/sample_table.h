@@ -45,6 +45,9 @@ class SampleTable {
   std::int64_t AppendSlice(const SampleTable& other, std::uint64_t from, std::uint64_t to,
                            std::span<const std::uint32_t> descriptions);
 
+  // The same samples with their times in another scale, as SampleRows::Rescaled has them.
+  SampleTable Rescaled(std::int32_t from, std::int32_t to) const;
+
   std::int64_t TimeOf(std::uint64_t sample) const;  // sample == Count() gives the end
   std::int64_t DurationOf(std::uint64_t sample) const;
   std::int64_t ShownAt(std::uint64_t sample) const;  // decode time and offset

@@ -1,4 +1,4 @@
-// Edits of whole movies: stretches of one movie laid into another.
+// Stretches of one movie or track laid into another.
 #pragma once
 
 #include "toolbox/movie/movie.h"
@@ -17,8 +17,27 @@ namespace toolbox {
 // used once; where none fits, a track like the source's is made. References between tracks that
 // came along are kept. Media are joined by reference.
 //
-// Throws Refused: invalidTime, invalidDuration; then nothing has changed.
+// Throws Refused: invalidTime, invalidDuration, couldNotResolveDataRef, invalidSampleTable; then
+// nothing has changed.
 void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime from,
+                        MovieTime length, MovieTime at);
+
+// Lays the whole of `source` beside what `movie` holds, in tracks of its own: from the start of the
+// movie's selection, stretched to its length, or as long as it is when the selection has none.
+//
+//   movie   |   A   |   B   |        |   A   |   B   |
+//               [selection]     ->       |   src   |
+//
+// Tracks of `movie` without any media are removed. Throws Refused like InsertMovieSegment.
+void AddMovieSelection(const MovieRecord& source, MovieRecord& movie);
+
+// Lays [from, from + length) of the track `source` into `track` at `at`, each in its own movie's
+// units; later edits move right. The tracks hold the same kind of media; media time scales are
+// brought together, but not those of sound.
+//
+// Throws Refused: noMediaHandler, mediaTypesDontMatch, invalidTime, invalidDuration,
+// couldNotResolveDataRef, invalidSampleTable; then nothing has changed.
+void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at);
 
 }  // namespace toolbox

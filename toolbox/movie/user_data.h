@@ -1,6 +1,7 @@
 // User data: typed items of a movie, a track or a media, in file order.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "toolbox/atoms/fourcc.h"
@@ -14,10 +15,26 @@ struct UserDataItem {
   friend bool operator==(const UserDataItem&, const UserDataItem&) = default;
 };
 
-// The k-th item of one type is its item number k.
+// The k-th item of one type is its item number k, the first being 1.
 struct UserDataRecord {
   std::vector<UserDataItem> items;
+
+  std::size_t Count(FourCC type) const;
+  // Throws Refused: userDataItemNotFound.
+  const Bytes& Item(FourCC type, std::size_t number) const;
+  // Replaces the payload of an item; the one behind the last is added. Number 0 means the first.
+  // Throws Refused: userDataItemNotFound.
+  void Set(FourCC type, std::size_t number, Bytes payload);
+  // Later items of the type move down. Throws Refused: userDataItemNotFound.
+  void Remove(FourCC type, std::size_t number);
+  // The type that first appears after that of `previous`, or the first one for a null type; null at
+  // the end.
+  FourCC NextType(FourCC previous) const;
+
   friend bool operator==(const UserDataRecord&, const UserDataRecord&) = default;
+
+ private:
+  std::vector<UserDataItem>::iterator Find(FourCC type, std::size_t number);
 };
 
 }  // namespace toolbox

@@ -6,6 +6,7 @@
 #include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -20,6 +21,8 @@ namespace {
 namespace fs = boost::filesystem;
 using namespace std::string_literals;
 using Path = std::optional<fs::path>;
+
+constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"}, kResource{"rsrc"};
 
 Bytes Raw(std::string_view text) { return {text.begin(), text.end()}; }
 std::string Zeros(std::size_t count) { return std::string(count, '\0'); }
@@ -53,21 +56,15 @@ bool Holds(const Bytes& record, std::string_view part) {
 }
 
 TEST(AliasRecord, IsThisForAFileInASiblingFolder) {
-  const std::string expected = "\0\0\0\0\x01\x10\0\x02\0\0\x0CMacintosh HD"s +
-                               Zeros(19) +  // size 272, version 2
-                               "H+"s + Zeros(6) +
-                               "\x05"s
-                               "a.mov"s +
-                               Zeros(66) +  // target name
-                               "TVODMooV\0\x02\0\x02"s + Zeros(16) +  // levels
-                               "\0\0\0\x05"s
-                               "clips\0"s  // folder
-                               "\0\x02\0\x1EMacintosh HD:media:clips:a.mov"s  // colon path
-                               "\0\x0E\0\x0C\0\x05\0a\0.\0m\0o\0v"s  // name
-                               "\0\x0F\0\x1A\0\x0C\0M\0a\0c\0i\0n\0t\0o\0s\0h\0 \0H\0D"s  // volume
-                               "\0\x12\0\x11media/clips/a.mov\0"s  // path below
-                               "\0\x13\0\x01/\0"s  // the mount point
-                               "\xFF\xFF\0\0"s;
+  std::string expected = "\0\0\0\0\x01\x10\0\x02\0\0\x0CMacintosh HD"s;  // size 272, version 2
+  expected += Zeros(19) + "H+" + Zeros(6) + "\x05\x61.mov" + Zeros(66);
+  expected += "TVODMooV\0\x02\0\x02"s + Zeros(16);  // levels
+  expected += "\0\0\0\x05\x63lips\0"s;  // folder
+  expected += "\0\x02\0\x1EMacintosh HD:media:clips:a.mov"s;
+  expected += "\0\x0E\0\x0C\0\x05\0a\0.\0m\0o\0v"s;
+  expected += "\0\x0F\0\x1A\0\x0C\0M\0a\0c\0i\0n\0t\0o\0s\0h\0 \0H\0D"s;
+  expected += "\0\x12\0\x11media/clips/a.mov\0"s;
+  expected += "\0\x13\0\x01/\0\xFF\xFF\0\0"s;
   ASSERT_EQ(expected.size(), 272U);
   EXPECT_EQ(AliasRecord("/media/clips/a.mov", "/media/out/ref.mov"), Raw(expected));
 }
@@ -87,9 +84,7 @@ TEST(AliasRecord, CountsTheLevelsOnBothSidesOfTheCommonFolder) {
 
 TEST(AliasRecord, KeepsEveryNameWhole) {
   const Bytes swapped = AliasRecord("/m:n/a:b.mov", "");
-  EXPECT_TRUE(Holds(swapped,
-                    "\x07"
-                    "a/b.mov\0"s));
+  EXPECT_TRUE(Holds(swapped, "\aa/b.mov\0"s));
   EXPECT_TRUE(Holds(swapped, Tagged(0, "m/n")));
   EXPECT_TRUE(Holds(swapped, Tagged(2, "Macintosh HD:m/n:a/b.mov")));
   EXPECT_TRUE(Holds(swapped, Tagged(14, Wide("a/b.mov"))));
@@ -191,6 +186,9 @@ TEST_F(FileReference, ReadsRecordsOfOtherPrograms) {
   EXPECT_EQ(ResolveAlias(Version2(1, 1, "", Tagged(2, "Disk:gone:b/c.mov") + kEnd), ref), target);
   EXPECT_EQ(ResolveAlias(Version2(-1, -1, "b/c.mov", ""), ref), target);
 
+  const Path odd = File("out/\uFFFDx");  // a name with half a surrogate pair
+  EXPECT_EQ(ResolveAlias(Version3(Tagged(14, "\0\x02\xD8\x3C\0x"s) + kEnd), ref), odd);
+
   EXPECT_EQ(ResolveAlias(Version2(1, 3, "z", Tagged(18, "Users/b:c.mov") + kEnd), ref), Path());
   EXPECT_EQ(ResolveAlias(Version2(32767, 1, "z", Tagged(18, "b:c.mov") + kEnd), ref), Path());
 }
@@ -257,18 +255,18 @@ TEST(Url, LeadsToAPathOnThisHost) {
 
 TEST_F(FileReference, IsReadAsOneOfFourCases) {
   const fs::path target = File("clips/a.mov"), ref = File("out/ref.mov");
-  const DataReferenceEntry alias{FourCC{"alis"}, 0, AliasRecord(target, ref)};
-  const DataReferenceEntry url{FourCC{"url "}, 0, Raw("../clips/a.mov\0"s)};
+  const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
+  const DataReferenceEntry url{kUrl, 0, Raw("../clips/a.mov\0"s)};
   const auto asItCame = [](const DataReferenceEntry& entry) {
     return DataReference(Unresolved{entry.kind, entry.versionAndFlags, entry.data});
   };
-  EXPECT_EQ(ReadDataReference({FourCC{"url "}, 1, {}}, ref, false), DataReference(ThisFile{}));
+  EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
   for (const auto& entry : {alias, url}) {
     EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(OtherFile{target}));
     EXPECT_EQ(ReadDataReference(entry, ref, false), asItCame(entry));
   }
   fs::remove(target);
-  const DataReferenceEntry resource{FourCC{"rsrc"}, 0x01000002, alias.data};
+  const DataReferenceEntry resource{kResource, 0x01000002, alias.data};
   for (const auto& entry : {alias, url, resource}) {
     EXPECT_EQ(ReadDataReference(entry, ref, true), asItCame(entry));
     EXPECT_EQ(WriteDataReference(asItCame(entry), ref), entry);
@@ -277,32 +275,22 @@ TEST_F(FileReference, IsReadAsOneOfFourCases) {
 
 TEST(HandleReference, IsABlockOfMemoryWhenItBringsItsBytes) {
   const auto block = [](const std::string& data) -> std::optional<Bytes> {
-    const auto read = ReadDataReference({FourCC{"hndl"}, 0, Raw(data)}, "/ref.mov", false);
+    const auto read = ReadDataReference({kHandle, 0, Raw(data)}, "/ref.mov", false);
     if (const auto* memory = std::get_if<InMemory>(&read)) return *memory->data;
-    EXPECT_EQ(read, DataReference(Unresolved{FourCC{"hndl"}, 0, Raw(data)}));
+    EXPECT_EQ(read, DataReference(Unresolved{kHandle, 0, Raw(data)}));
     return {};
   };
-  EXPECT_EQ(block("\0\0\0\0\0\0\0\0\x0A"
-                  "dataxy"s),
-            Raw("xy"));
-  EXPECT_EQ(block("abcd\x03"
-                  "a.m\0\0\0\x0C"
-                  "ftypMooV\0\0\0\x08"
-                  "data"s),
-            Bytes());
-  EXPECT_EQ(block("\0\0\0\0\0\0\0\0\x0B"
-                  "dataxy"s),
-            std::nullopt);
-  EXPECT_EQ(block("\0\0\0\0\0\0\0\0\x07"
-                  "data"s),
-            std::nullopt);
+  const std::string noName = Zeros(4) + "\0"s;
+  EXPECT_EQ(block(noName + "\0\0\0\ndataxy"s), Raw("xy"));
+  EXPECT_EQ(block("abcd\3a.m\0\0\0\fftypMooV\0\0\0\bdata"s), Bytes());
+  EXPECT_EQ(block(noName + "\0\0\0\vdataxy"s), std::nullopt);  // the atom ends too soon
+  EXPECT_EQ(block(noName + "\0\0\0\adata"s), std::nullopt);
   EXPECT_EQ(block("\0\0\0\0\xFF"s), std::nullopt);
   EXPECT_EQ(block(""), std::nullopt);
 }
 
 TEST_F(FileReference, IsWrittenForTheRealPlaceOfBothFiles) {
-  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov"),
-            (DataReferenceEntry{FourCC{"alis"}, 1, {}}));
+  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov"), (DataReferenceEntry{kAlias, 1, {}}));
   EXPECT_THROW(WriteDataReference(InMemory{std::make_shared<Bytes>()}, "/ref.mov"), Refused);
 
   const fs::path target = File("clips/a.mov");
@@ -310,7 +298,7 @@ TEST_F(FileReference, IsWrittenForTheRealPlaceOfBothFiles) {
   fs::create_directory_symlink(root_ / "out", root_ / "link");
   fs::create_symlink(target, root_ / "out/a.mov");
   EXPECT_EQ(WriteDataReference(OtherFile{root_ / "link/a.mov"}, root_ / "link/../link/new.mov"),
-            (DataReferenceEntry{FourCC{"alis"}, 0, AliasRecord(target, root_ / "out/new.mov")}));
+            (DataReferenceEntry{kAlias, 0, AliasRecord(target, root_ / "out/new.mov")}));
 }
 
 }  // namespace

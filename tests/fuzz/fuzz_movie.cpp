@@ -1,0 +1,193 @@
+// Bytes taken for a movie file: opened, joined, written and opened again as the commands do it.
+#include <sys/resource.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <cstdlib>
+#include <memory>
+#include <tuple>
+
+#include "tests/fuzz/seeds.h"
+#include "toolbox/atoms/header_atoms.h"
+#include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/toolbox.h"
+
+namespace {
+
+using toolbox::Bytes;
+using toolbox::FourCC;
+
+constexpr std::uint32_t kSamples = 6;
+
+// A track of six samples of two bytes, in two chunks from `offset` on.
+void PutTrack(auto& io, std::uint32_t id, FourCC type, const Bytes& description,
+              std::uint32_t offset) {
+  using toolbox::PutAtom;
+  const auto chunks = [&](const auto& visit) {
+    visit(toolbox::ChunkOffsets::Row{offset});
+    visit(toolbox::ChunkOffsets::Row{offset + kSamples});
+  };
+  const auto oneTime = [](const auto& visit) { visit(toolbox::TimeToSample::Row{kSamples, 100}); };
+  const auto oneRun = [](const auto& visit) {
+    visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1});
+  };
+  io.Atom(FourCC{"trak"}, [&] {
+    PutAtom(io, toolbox::TrackHeader{.flags = 0xF, .duration = kSamples * 100, .id = id});
+    io.Atom(FourCC{"mdia"}, [&] {
+      PutAtom(io, toolbox::MediaHeader{.duration = kSamples * 100, .scale = 600});
+      PutAtom(io, toolbox::Handler{.componentType = FourCC{"mhlr"}, .subtype = type});
+      io.Atom(FourCC{"minf"}, [&] {
+        io.Atom(FourCC{"stbl"}, [&] {
+          PutAtom(io, toolbox::SampleDescriptions{.entries = {description}});
+          PutAtom(io, toolbox::TimeToSample{.rows = {1, oneTime}});
+          PutAtom(io, toolbox::SampleToChunk{.rows = {1, oneRun}});
+          PutAtom(io, toolbox::ConstantSampleSize{.size = 2, .count = kSamples});
+          PutAtom(io, toolbox::ChunkOffsets{.rows = {2, chunks}});
+        });
+      });
+    });
+  });
+}
+
+// A description of `size` bytes whose samples lie in the first data reference.
+Bytes Description(FourCC format, std::uint8_t size) {
+  Bytes bytes(size);
+  toolbox::ToBigEndian(std::uint32_t{size}, bytes.data());
+  toolbox::ToBigEndian(format.value, &bytes[4]);
+  bytes[15] = 1;
+  return bytes;
+}
+
+// One second of picture and of sound.
+Bytes GoodMovie() {
+  constexpr std::uint32_t kDataStart = 8, kTrackBytes = 2 * kSamples;
+  Bytes sound = Description(FourCC{"sowt"}, 36);
+  sound[25] = 1;  // channels
+  sound[27] = 16;  // bits
+  return toolbox::Encoded([&](auto& io) {
+    io.Atom(FourCC{"mdat"}, [&] { io.Append(Bytes(2 * kTrackBytes, 0x5A)); });
+    io.Atom(FourCC{"moov"}, [&] {
+      toolbox::PutAtom(io, toolbox::MovieHeader{.duration = kSamples * 100, .scale = 600});
+      PutTrack(io, 1, FourCC{"vide"}, Description(FourCC{"raw "}, 86), kDataStart);
+      PutTrack(io, 2, FourCC{"soun"}, sound, kDataStart + kTrackBytes);
+    });
+  });
+}
+
+// A folder that goes with the process.
+class Folder {
+ public:
+  Folder() {
+    const auto name = boost::filesystem::temp_directory_path() / "reelwork-%%%%%%%%";
+    path_ = boost::filesystem::canonical(name.parent_path()) /
+            boost::filesystem::unique_path(name.filename());
+    boost::filesystem::create_directory(path_);
+    fuzz::WriteFile(Path("good.mov"), GoodMovie());
+  }
+  ~Folder() { boost::filesystem::remove_all(path_); }
+  boost::filesystem::path Path(const char* name) const { return path_ / name; }
+
+ private:
+  boost::filesystem::path path_;
+};
+
+const Folder& Files() {
+  static const Folder folder;
+  return folder;
+}
+
+struct Dispose {
+  void operator()(toolbox::Movie movie) const { toolbox::DisposeMovie(movie); }
+  void operator()(toolbox::Handle handle) const { toolbox::DisposeHandle(handle); }
+};
+using OwnedMovie = std::unique_ptr<toolbox::MovieRecord, Dispose>;
+using OwnedHandle = std::unique_ptr<toolbox::HandleRecord, Dispose>;
+
+OwnedHandle ReferenceTo(const char* name) {
+  const toolbox::CFStringRef text = toolbox::CFStringCreateWithCString(
+      nullptr, Files().Path(name).c_str(), toolbox::kCFStringEncodingUTF8);
+  toolbox::Handle handle = nullptr;
+  FourCC type;
+  fuzz::Check(toolbox::QTNewDataReferenceFromFullPathCFString(text, toolbox::kQTPOSIXPathStyle, 0,
+                                                              &handle, &type) == toolbox::noErr,
+              "a path becomes a data reference");
+  toolbox::CFRelease(text);
+  return OwnedHandle(handle);
+}
+
+// Null where the file cannot be opened.
+OwnedMovie Open(const char* name, std::int16_t flags = 0) {
+  toolbox::Movie movie = nullptr;
+  std::ignore =
+      toolbox::NewMovieFromDataRef(&movie, flags, nullptr, ReferenceTo(name).get(), FourCC{"alis"});
+  return OwnedMovie(movie);
+}
+
+// Appends all of `source` to `movie`.
+void Join(toolbox::Movie movie, toolbox::Movie source) {
+  toolbox::SetMovieTimeScale(source, toolbox::GetMovieTimeScale(movie));
+  std::ignore = toolbox::InsertMovieSegment(source, movie, 0, toolbox::GetMovieDuration(source),
+                                            toolbox::GetMovieDuration(movie));
+}
+
+toolbox::OSErr WriteReference(toolbox::Movie movie, toolbox::Handle target) {
+  toolbox::DataHandler storage = nullptr;
+  const toolbox::OSErr created =
+      toolbox::CreateMovieStorage(target, FourCC{"alis"}, {}, toolbox::smSystemScript,
+                                  toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
+  if (created != toolbox::noErr) return created;
+  const toolbox::OSErr added = toolbox::AddMovieToStorage(movie, storage);
+  const toolbox::OSErr closed = toolbox::CloseMovieStorage(storage);
+  return added != toolbox::noErr ? added : closed;
+}
+
+void WriteAndReopen(toolbox::Movie movie) {
+  constexpr char kName[] = "output.mov";
+  const OwnedHandle target = ReferenceTo(kName);
+  const auto reopen = [&](toolbox::OSErr written, const char* what) {
+    if (written == toolbox::noErr) fuzz::Check(Open(kName) != nullptr, what);
+    boost::filesystem::remove(Files().Path(kName));
+  };
+  reopen(WriteReference(movie, target.get()), "a reference movie that was written opens");
+  constexpr std::uint32_t kFastStartCompressed = toolbox::flattenAddMovieToDataFork |
+                                                 toolbox::flattenCompressMovieResource |
+                                                 toolbox::flattenForceMovieResourceBeforeMovieData;
+  for (const std::uint32_t flags : {toolbox::flattenAddMovieToDataFork, kFastStartCompressed}) {
+    toolbox::FlattenMovieDataToDataRef(movie, flags, target.get(), FourCC{"alis"}, {},
+                                       toolbox::smSystemScript,
+                                       toolbox::createMovieFileDeleteCurFile);
+    reopen(toolbox::GetMoviesError(), "a flattened movie opens");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  // Sixty thousand chunks may all claim the same bytes: what is written out ends somewhere.
+  constexpr rlimit kLargestFile{16 << 20, 16 << 20};
+  fuzz::Check(setrlimit(RLIMIT_FSIZE, &kLargestFile) == 0, "the size of files can be limited");
+  fuzz::WriteSeed("good.mov", GoodMovie());
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::ignore = toolbox::EnterMovies();
+  constexpr char kInput[] = "input.mov", kGood[] = "good.mov";
+  fuzz::WriteFile(Files().Path(kInput), {data, size});
+  const OwnedMovie movie = Open(kInput);
+  if (!movie) {
+    Open(kInput, toolbox::newMovieDontResolveDataRefs);
+    return 0;
+  }
+  // The input first, so that its time scale and tracks are those of the output.
+  Join(movie.get(), Open(kInput).get());
+  Join(movie.get(), Open(kGood).get());
+  WriteAndReopen(movie.get());
+
+  const OwnedMovie good = Open(kGood);
+  fuzz::Check(good != nullptr, "a good movie opens");
+  Join(good.get(), Open(kInput).get());
+  toolbox::SetMovieTimeScale(good.get(), 90000);
+  Join(good.get(), Open(kInput).get());
+  WriteAndReopen(good.get());
+  return 0;
+}

@@ -1,0 +1,34 @@
+// Folders of the user.
+#include <boost/filesystem/operations.hpp>
+#include <cstring>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/files/user_folders.h"
+#include "toolbox/refused.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder) {
+  return Call("FSFindFolder", [&] {
+    if (domain != kUserDomain || type != kDesktopFolderType) throw Refused{paramErr};
+    const auto desktop = DesktopFolder();
+    if (!desktop) throw Refused{fnfErr};
+    if (create) {
+      boost::filesystem::create_directories(*desktop);
+    } else if (!boost::filesystem::is_directory(*desktop)) {
+      throw Refused{fnfErr};
+    }
+    folder->path = desktop->native();
+  });
+}
+
+OSErr FSRefMakePath(const FSRef* reference, unsigned char* path, std::uint32_t size) {
+  return Call("FSRefMakePath", [&] {
+    if (reference == nullptr || reference->path.empty()) throw Refused{errFSBadFSRef};
+    if (reference->path.size() >= size) throw Refused{pathTooLongErr};
+    std::memcpy(path, reference->path.c_str(), reference->path.size() + 1);
+  });
+}
+
+}  // namespace toolbox

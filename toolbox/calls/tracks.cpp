@@ -1,0 +1,90 @@
+// Tracks: finding, making, and what holds for the whole of one.
+#include "toolbox/movie/track.h"
+
+#include <algorithm>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/movie/media_types.h"
+#include "toolbox/movie/movie.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+std::int32_t GetMovieTrackCount(Movie movie) {
+  return Call("GetMovieTrackCount",
+              [&] { return static_cast<std::int32_t>(Valid(movie).tracks.size()); });
+}
+
+Track GetMovieIndTrack(Movie movie, std::int32_t number) {
+  return Call("GetMovieIndTrack", [&] {
+    const auto& tracks = Valid(movie).tracks;
+    const auto index = static_cast<std::size_t>(number) - 1;
+    if (number < 1 || index >= tracks.size()) throw Refused{badTrackIndex};
+    return tracks[index].get();
+  });
+}
+
+Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags) {
+  return Call("GetMovieIndTrackType", [&]() -> Track {
+    const bool byType = (flags & movieTrackMediaType) != 0;
+    const bool byCharacteristic = (flags & movieTrackCharacteristic) != 0;
+    if (byType == byCharacteristic) throw Refused{paramErr};
+    const auto matches = [&](const TrackRecord& track) {
+      if (!track.media) return false;
+      if ((flags & movieTrackEnabledOnly) != 0 && !track.IsEnabled()) return false;
+      if (byType) return track.media->Type() == what;
+      const MediaType type = DescribeMediaType(track.media->Type());
+      return (what == FourCC{"eyes"} && type.isSeen) || (what == FourCC{"ears"} && type.isHeard);
+    };
+    for (const auto& track : Valid(movie).tracks) {
+      if (matches(*track) && --number == 0) return track.get();
+    }
+    return nullptr;
+  });
+}
+
+TimeValue GetTrackDuration(Track track) {
+  return Call("GetTrackDuration", [&] { return Valid(track).edits.Duration().units; });
+}
+
+Media GetTrackMedia(Track track) {
+  return Call("GetTrackMedia", [&]() -> Media {
+    auto& media = Valid(track).media;
+    return media ? &*media : nullptr;
+  });
+}
+
+OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, FourCC dataRefType,
+                           Track* track) {
+  *track = nullptr;
+  return Call("AddEmptyTrackToMovie", [&] {
+    const TrackRecord& like = Valid(source);
+    MovieRecord& movie = Valid(destination);
+    std::optional<DataReference> reference;
+    if (dataRef != nullptr) reference = OtherFile{PathOf(dataRef, dataRefType)};
+    TrackRecord& made = movie.AddTrackLike(like);
+    if (reference && made.media) made.media->dataReferences.push_back(*reference);
+    *track = &made;
+  });
+}
+
+void GetMediaHandlerDescription(Media media, FourCC* type, char*, FourCC* manufacturer) {
+  Call("GetMediaHandlerDescription", [&] {
+    const HandlerRecord& handler = Valid(media).handler;
+    if (type != nullptr) *type = handler.subtype;
+    if (manufacturer != nullptr) *manufacturer = handler.manufacturer;
+  });
+}
+
+OSErr MediaGetName(Media handler, unsigned char* name, std::int32_t, std::int32_t* actualLanguage) {
+  return Call("MediaGetName", [&] {
+    const std::string text = DescribeMediaType(Valid(handler).Type()).name;
+    name[0] = static_cast<unsigned char>(text.size());
+    std::ranges::copy(text, name + 1);
+    if (actualLanguage != nullptr) *actualLanguage = 0;
+  });
+}
+
+}  // namespace toolbox

@@ -1,0 +1,48 @@
+// User data: items by type and number.
+#include "toolbox/movie/user_data.h"
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+namespace {
+
+// A negative number is that of no item.
+std::size_t ItemNumber(std::int32_t number) {
+  if (number < 0) throw Refused{userDataItemNotFound};
+  return static_cast<std::size_t>(number);
+}
+
+}  // namespace
+
+std::int16_t CountUserDataType(UserData data, FourCC type) {
+  return Call("CountUserDataType",
+              [&] { return static_cast<std::int16_t>(Valid(data).Count(type)); });
+}
+
+FourCC GetNextUserDataType(UserData data, FourCC previous) {
+  return Call("GetNextUserDataType", [&] { return Valid(data).NextType(previous); });
+}
+
+OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number) {
+  return Call("GetUserData", [&] {
+    if (out == nullptr) throw Refused{nilHandleErr};
+    out->bytes = Valid(data).Item(type, ItemNumber(number));
+  });
+}
+
+OSErr SetUserDataItem(UserData data, const void* bytes, std::int32_t size, FourCC type,
+                      std::int32_t number) {
+  return Call("SetUserDataItem", [&] {
+    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
+    const auto* first = static_cast<const std::uint8_t*>(bytes);
+    Valid(data).Set(type, ItemNumber(number), Bytes(first, first + size));
+  });
+}
+
+OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number) {
+  return Call("RemoveUserData", [&] { Valid(data).Remove(type, ItemNumber(number)); });
+}
+
+}  // namespace toolbox

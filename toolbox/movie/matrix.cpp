@@ -1,0 +1,79 @@
+#include "toolbox/movie/matrix.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <numbers>
+
+namespace toolbox {
+namespace {
+
+constexpr double kFixed = 65536.0;
+constexpr double kFract = 1073741824.0;  // the last of each row: 2.30
+
+// Row by row; the value of one unit of an element.
+constexpr std::array<double, 9> kUnit{kFixed, kFixed, kFract, kFixed, kFixed,
+                                      kFract, kFixed, kFixed, kFract};
+
+// The matrix of real numbers, rounded to what files hold.
+Matrix Rounded(const std::array<double, 9>& values) {
+  Matrix matrix;
+  for (std::size_t i = 0; i < matrix.size(); ++i) {
+    const double units = std::round(values[i] * kUnit[i]);
+    matrix[i] = static_cast<std::int32_t>(std::clamp(units, double{INT32_MIN}, double{INT32_MAX}));
+  }
+  return matrix;
+}
+
+double Real(std::int32_t fixed) { return fixed / kFixed; }
+
+// The linear map (a b / c d), leaving the point (x, y) where it is.
+Matrix About(double a, double b, double c, double d, std::int32_t x, std::int32_t y) {
+  const double px = Real(x), py = Real(y);
+  return Rounded({a, b, 0, c, d, 0, px - a * px - c * py, py - b * px - d * py, 1});
+}
+
+}  // namespace
+
+Matrix Concatenated(const Matrix& first, const Matrix& second) {
+  std::array<double, 9> product{};
+  for (std::size_t row = 0; row < 3; ++row) {
+    for (std::size_t column = 0; column < 3; ++column) {
+      for (std::size_t i = 0; i < 3; ++i) {
+        product[3 * row + column] += first[3 * row + i] / kUnit[3 * row + i] *
+                                     (second[3 * i + column] / kUnit[3 * i + column]);
+      }
+    }
+  }
+  return Rounded(product);
+}
+
+Matrix Translation(std::int32_t dx, std::int32_t dy) {
+  Matrix matrix = kIdentityMatrix;
+  matrix[6] = dx;
+  matrix[7] = dy;
+  return matrix;
+}
+
+Matrix Scaling(std::int32_t sx, std::int32_t sy, std::int32_t x, std::int32_t y) {
+  return About(Real(sx), 0, 0, Real(sy), x, y);
+}
+
+Matrix Rotation(std::int32_t degrees, std::int32_t x, std::int32_t y) {
+  constexpr std::int32_t kQuarter = 90 << 16;
+  double cosine, sine;
+  if (degrees % kQuarter == 0) {
+    // What the library gives for 90 degrees is not quite 0 and 1.
+    constexpr double kSines[] = {0, 1, 0, -1};
+    const int quarters = (degrees / kQuarter % 4 + 4) % 4;
+    sine = kSines[quarters];
+    cosine = kSines[(quarters + 1) % 4];
+  } else {
+    const double angle = Real(degrees) * std::numbers::pi / 180;
+    cosine = std::cos(angle);
+    sine = std::sin(angle);
+  }
+  return About(cosine, sine, -sine, cosine, x, y);
+}
+
+}  // namespace toolbox

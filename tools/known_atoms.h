@@ -1,0 +1,21 @@
+// Every atom that the toolbox knows by its fields.
+#pragma once
+
+#include <tuple>
+
+#include "toolbox/atoms/header_atoms.h"
+#include "toolbox/atoms/sample_atoms.h"
+
+namespace tools {
+
+// 'stsz' stands for two; the one with a size for each sample comes first.
+using KnownAtoms =
+    std::tuple<toolbox::FileType, toolbox::MovieHeader, toolbox::TrackHeader, toolbox::EditEntries,
+               toolbox::MediaHeader, toolbox::Handler, toolbox::DataReferences,
+               toolbox::SampleDescriptions, toolbox::TimeToSample, toolbox::CompositionOffsets,
+               toolbox::SyncSamples, toolbox::PartialSyncSamples, toolbox::SampleToChunk,
+               toolbox::SampleSizes, toolbox::ConstantSampleSize, toolbox::CompactSampleSizes,
+               toolbox::ChunkOffsets, toolbox::WideChunkOffsets, toolbox::SampleDependencies,
+               toolbox::SampleToGroup>;
+
+}  // namespace tools
