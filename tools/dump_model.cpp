@@ -140,7 +140,7 @@ class Model {
     if (std::holds_alternative<toolbox::ThisFile>(reference)) return "this file";
     if (std::holds_alternative<toolbox::InMemory>(reference)) return "memory";
     if (const auto* file = std::get_if<toolbox::OtherFile>(&reference)) {
-      return "file " + Readable(FromHere(file->path));
+      return "file " + FromHere(file->path);
     }
     const auto& unresolved = std::get<toolbox::Unresolved>(reference);
     return '\'' + unresolved.kind.Text() + "' " + WhereTo(unresolved);

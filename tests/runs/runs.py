@@ -141,15 +141,11 @@ def packets(path, *options):
 def _packets(file, options):
     entries = "packet=stream_index,pts,dts,duration,flags,data_hash"
     command = [*options, "-show_packets", "-show_data_hash", "crc32", "-show_entries", entries]
-    out, _ = read_by("ffprobe", "-v", "error", *command, "-of", "compact=p=0", file[0])
+    out, _ = read_by("ffprobe", "-v", "error", *command, "-of", "json", file[0])
     streams = collections.defaultdict(list)
-    for line in out.decode().splitlines():
-        # Side data of a packet may follow on the line; it says nothing of the file.
-        fields = dict(part.partition("=")[::2] for part in line.split("|"))
-        if not {"stream_index", "data_hash"} <= fields.keys():
-            continue  # a new description, which comes without a sample
-        values = (fields.get(name) for name in ("pts", "dts", "duration", "flags", "data_hash"))
-        streams[int(fields["stream_index"])].append(Packet(*values))
+    for packet in json.loads(out or "{}").get("packets", []):
+        values = (packet.get(name) for name in ("pts", "dts", "duration", "flags", "data_hash"))
+        streams[packet["stream_index"]].append(Packet(*values))
     return dict(streams)
 
 
@@ -160,10 +156,14 @@ def all_packets(path):
 
 def description(path, *options):
     """What ffprobe says of the file and its streams."""
-    out, _ = read_by(
-        "ffprobe", "-v", "error", *options, "-show_format", "-show_streams", "-of", "json", path
-    )
-    return json.loads(out)
+    return _description(identity(path), options)
+
+
+@functools.lru_cache(maxsize=None)
+def _description(file, options):
+    command = [*options, "-show_format", "-show_streams", "-of", "json", file[0]]
+    out, _ = read_by("ffprobe", "-v", "error", *command)
+    return {"streams": [], **json.loads(out or "{}")}
 
 
 def complaints(path, *options):
@@ -176,7 +176,7 @@ def complaints(path, *options):
 # an edit shows a part, knows no gaps between edits, and forgives edits that end early.
 
 Edit = collections.namedtuple("Edit", "start duration media rate")  # seconds, seconds, media units
-Track = collections.namedtuple("Track", "number kind scale language edits references")
+Track = collections.namedtuple("Track", "number kind duration scale language edits references")
 
 
 def atoms(data):
@@ -214,9 +214,12 @@ def time_scale(header):
 
 def movie_duration(path):
     """In seconds, where the last edit ends: what the movie header says is not always true."""
-    return max(
-        edit.start + edit.duration for track in tracks(path).values() for edit in track.edits
-    )
+    return max(track.duration for track in tracks(path).values())
+
+
+def media_duration(header):
+    (length,) = struct.unpack_from(">Q" if header[0] else ">I", header, 24 if header[0] else 16)
+    return fractions.Fraction(length, time_scale(header))
 
 
 def edits_of(track, scale):
@@ -234,7 +237,12 @@ def edits_of(track, scale):
 
 def tracks(path):
     """The tracks by their numbers; `edits` are nothing where the file has none."""
-    header = movie_header(path)
+    return _tracks(identity(path))
+
+
+@functools.lru_cache(maxsize=None)
+def _tracks(file):
+    header = movie_header(file[0])
     scale = time_scale(child(header, "mvhd"))
     found = {}
     for name, track in atoms(header):
@@ -242,14 +250,16 @@ def tracks(path):
             continue
         track_header, media = child(track, "tkhd"), child(track, "mdia", "mdhd")
         (number,) = struct.unpack_from(">I", track_header, 20 if track_header[0] else 12)
+        edits = edits_of(track, scale)
+        duration = sum(e.duration for e in edits) if edits else media_duration(media)
         (language,) = struct.unpack_from(">H", media, 32 if media[0] else 20)
         references = [
             (kind, [target for (target,) in struct.iter_unpack(">I", content)])
             for kind, content in atoms(child(track, "tref"))
         ]
         found[number] = Track(
-            number, child(track, "mdia", "hdlr")[8:12].decode("latin-1"), time_scale(media),
-            language, edits_of(track, scale), references,
+            number, child(track, "mdia", "hdlr")[8:12].decode("latin-1"), duration,
+            time_scale(media), language, edits, references,
         )  # fmt: skip
     return found
 
@@ -268,7 +278,7 @@ def shown(path, number):
     samples = sorted(
         (int(p.pts), int(p.duration or 0), p.hash)
         for p in samples_by_track(path).get(number, [])
-        if p.pts not in (None, "N/A")
+        if p.pts is not None
     )  # fmt: skip
     if track.edits is None:
         return [(fractions.Fraction(pts, track.scale), content) for pts, _, content in samples]

@@ -13,19 +13,39 @@
 #include "toolbox/calls/references.h"
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/read_movie.h"
+#include "toolbox/files/update_file.h"
 #include "toolbox/files/write_file.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
 
+// What changes when somebody writes to a file or replaces it.
+struct FileState {
+  FileIdentity identity;
+  off_t size = 0;
+  timespec modified = {};
+  friend bool operator==(const FileState& a, const FileState& b) {
+    return a.identity == b.identity && a.size == b.size && a.modified.tv_sec == b.modified.tv_sec &&
+           a.modified.tv_nsec == b.modified.tv_nsec;
+  }
+};
+
 // An opened movie file: one to be read or updated, or a new one that is being written.
 struct StorageRecord {
   boost::filesystem::path path;
   Descriptor existing;
+  bool isToBeUpdated = false;
+  FileState state;  // as the existing file was when it was opened
   std::unique_ptr<OutputFile> output;
 };
 
 namespace {
+
+FileState StateOf(const boost::filesystem::path& path) {
+  const auto status = StatusOf(path);
+  if (!status) throw Refused{fBsyErr};
+  return {{status->st_dev, status->st_ino}, status->st_size, status->st_mtim};
+}
 
 Existing IfExisting(std::uint32_t createFlags) {
   return (createFlags & createMovieFileDeleteCurFile) != 0 ? Existing::kReplace : Existing::kRefuse;
@@ -87,10 +107,11 @@ OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
   return Call("OpenMovieStorage", [&] {
     auto storage = std::make_unique<StorageRecord>();
     storage->path = PathOf(dataRef, dataRefType);
-    const bool isToBeWritten = (flags & kDataHCanWrite) != 0;
-    storage->existing = Descriptor(storage->path, isToBeWritten ? O_RDWR : O_RDONLY);
+    storage->isToBeUpdated = (flags & kDataHCanWrite) != 0;
+    storage->existing = Descriptor(storage->path, storage->isToBeUpdated ? O_RDWR : O_RDONLY);
     if (!storage->existing.IsOpen()) throw RefusedBy(errno);
-    if (isToBeWritten && flock(storage->existing.Number(), LOCK_EX | LOCK_NB) != 0) {
+    storage->state = StateOf(storage->path);
+    if (storage->isToBeUpdated && flock(storage->existing.Number(), LOCK_EX | LOCK_NB) != 0) {
       throw RefusedBy(errno);
     }
     *handler = Keep(std::move(storage));
@@ -126,6 +147,18 @@ OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
     CheckNotItsMedia(record, storage.path);
     const FileLayout layout{.movieFirst = false, .compress = false};
     WriteFile(PlanReference(record), layout, storage.path, *storage.output);
+  });
+}
+
+OSErr UpdateMovieInStorage(Movie movie, DataHandler handler) {
+  return Call("UpdateMovieInStorage", [&] {
+    const MovieRecord& record = Valid(movie);
+    StorageRecord& storage = **Find(handler);
+    if (!storage.isToBeUpdated) throw Refused{dataNotOpenForWrite};
+    // Somebody who keeps to no lock may have changed the file, or put another in its place.
+    if (StateOf(storage.path) != storage.state) throw Refused{fBsyErr};
+    UpdateFile(record, storage.path, storage.existing);
+    storage.state = StateOf(storage.path);
   });
 }
 

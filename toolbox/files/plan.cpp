@@ -130,9 +130,6 @@ class Planner {
   Planner(const MovieRecord& movie, FilePlan& plan) : plan_(plan), sizes_(movie.file) {
     plan.movie = movie.Clone();
     plan.ownFile = movie.file;
-    // Object descriptors speak of tracks in a way that only the file they came in bears out.
-    std::erase_if(plan.movie->siblings,
-                  [](const Sibling& sibling) { return sibling.type == FourCC{"iods"}; });
     for (const auto& track : movie.tracks) plan.tracks.push_back({track.get(), {}});
   }
 
@@ -259,11 +256,18 @@ bool IsBrokenHint(const TrackRecord& track) {
   });
 }
 
+// They speak of tracks in a way that only the file they came in bears out.
+void DropObjectDescriptors(MovieRecord& movie) {
+  std::erase_if(movie.siblings,
+                [](const Sibling& sibling) { return sibling.type == FourCC{"iods"}; });
+}
+
 }  // namespace
 
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
   Planner planner(movie, plan);
+  DropObjectDescriptors(*plan.movie);
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *plan.tracks[i].source;
     const bool isBroken = IsBrokenHint(track);
@@ -280,23 +284,32 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
 }
 
 FilePlan PlanReference(const MovieRecord& movie) {
-  FilePlan plan;
-  Planner planner(movie, plan);
-  const auto isInMemory = [](const DataReference& reference) {
-    return std::holds_alternative<InMemory>(reference);
-  };
+  FilePlan plan = PlanUpdate(movie);
+  plan.keepsKind = false;
+  DropObjectDescriptors(*plan.movie);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     auto& media = plan.movie->tracks[i]->media;
-    if (!media) continue;
-    if (std::ranges::any_of(media->dataReferences, isInMemory)) {
-      planner.Copy(i);
-      continue;
-    }
+    if (!media || !plan.tracks[i].chunks.empty()) continue;
     for (DataReference& reference : media->dataReferences) {
       if (!std::holds_alternative<ThisFile>(reference)) continue;
       if (!movie.file) throw Refused{couldNotResolveDataRef};
       reference = *movie.file;
     }
+  }
+  return plan;
+}
+
+FilePlan PlanUpdate(const MovieRecord& movie) {
+  FilePlan plan;
+  plan.keepsKind = true;
+  Planner planner(movie, plan);
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
+    const auto& media = plan.movie->tracks[i]->media;
+    const bool isInMemory =
+        media && std::ranges::any_of(media->dataReferences, [](const DataReference& reference) {
+          return std::holds_alternative<InMemory>(reference);
+        });
+    if (isInMemory) planner.Copy(i);
   }
   planner.Arrange(true);
   return plan;

@@ -37,6 +37,12 @@ struct CopyRange {
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
+// From byte `from` of the movie's own file on, everything will stand `by` bytes further on.
+struct OffsetShift {
+  std::uint64_t from = 0;
+  std::int64_t by = 0;
+};
+
 // The source movie must outlive its plan.
 struct FilePlan {
   std::unique_ptr<MovieRecord> movie;  // as the output will state it
@@ -44,6 +50,11 @@ struct FilePlan {
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
   std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
   std::uint64_t dataSize = 0;  // bytes of media data
+
+  // Where the movie's own file goes, for samples that stay in it; sorted. Empty: nowhere.
+  std::vector<OffsetShift> shifts;
+  // The file stays of the kind it is; else it becomes a QuickTime movie.
+  bool keepsKind = false;
 
   // Calls visit(CopyRange) front to back; ranges that continue one another come as one.
   template <class Visit>
@@ -64,6 +75,10 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
 // A reference movie: samples stay where they are, but those held in memory are copied.
 // Throws Refused: couldNotResolveDataRef when the movie's own file is unknown.
 FilePlan PlanReference(const MovieRecord& movie);
+
+// The movie saved into its own file: samples stay where they are, but those held in memory are
+// copied.
+FilePlan PlanUpdate(const MovieRecord& movie);
 
 template <class Visit>
 void FilePlan::ForEachRange(Visit&& visit) const {

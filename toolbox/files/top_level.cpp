@@ -43,17 +43,25 @@ std::uint64_t Walk(const ByteSource& source, FrameReader& reader, Visit&& visit)
 
 }  // namespace
 
+TopLevelLayout TopLevelAtoms(const ByteSource& source) {
+  TopLevelLayout layout;
+  FrameReader reader(source);
+  layout.end = Walk(source, reader, [&](const TopLevelAtom& atom) {
+    layout.atoms.push_back(atom);
+    return true;
+  });
+  return layout;
+}
+
 std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source) {
   // 'meta' locates items by their place in the file.
   static constexpr FourCC kOwn[] = {FourCC{"ftyp"}, FourCC{"moov"}, FourCC{"mdat"}, FourCC{"free"},
                                     FourCC{"skip"}, FourCC{"wide"}, FourCC{"pnot"}, FourCC{"meta"},
                                     FourCC{"moof"}, FourCC{"mfra"}, FourCC{"sidx"}, FourCC{"ssix"},
                                     FourCC{"styp"}, FourCC{"emsg"}, FourCC{"prft"}};
-  std::vector<TopLevelAtom> atoms;
-  FrameReader reader(source);
-  Walk(source, reader, [&](const TopLevelAtom& atom) {
-    if (std::ranges::find(kOwn, atom.atom.type) == std::end(kOwn)) atoms.push_back(atom);
-    return true;
+  std::vector<TopLevelAtom> atoms = TopLevelAtoms(source).atoms;
+  std::erase_if(atoms, [](const TopLevelAtom& atom) {
+    return std::ranges::find(kOwn, atom.atom.type) != std::end(kOwn);
   });
   return atoms;
 }

@@ -15,6 +15,13 @@ struct TopLevelAtom {
   AtomFrame atom;
 };
 
+struct TopLevelLayout {
+  std::vector<TopLevelAtom> atoms;  // all whole ones, in file order
+  std::uint64_t end = 0;  // where the last of them ends
+};
+
+TopLevelLayout TopLevelAtoms(const ByteSource& source);
+
 // The atoms of the file that are neither its movie and media, nor room or an index that only hold
 // for the file as it is.
 std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source);

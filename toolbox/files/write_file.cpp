@@ -11,23 +11,6 @@
 namespace toolbox {
 namespace {
 
-// A 'wide' and the 8-byte head of 'mdat', or in their place one head with a 64-bit size.
-constexpr std::uint64_t kDataHead = 16;
-
-Bytes DataHead(std::uint64_t size) {
-  return Encoded([size](auto& io) {
-    if (size + 8 <= UINT32_MAX) {
-      io.Atom(FourCC{"wide"}, [] {});
-      io("size", static_cast<std::uint32_t>(size + 8));
-      io("type", FourCC{"mdat"});
-    } else {
-      io("size", std::uint32_t{1});
-      io("type", FourCC{"mdat"});
-      io("size", size + kDataHead);
-    }
-  });
-}
-
 Bytes Padding(std::uint64_t size) {
   return Encoded(
       [size](auto& io) { io.Atom(FourCC{"free"}, [&] { io.Append(Bytes(size - 8)); }); });
@@ -76,6 +59,22 @@ class Sources {
   const DataReference* last_ = nullptr;
 };
 
+}  // namespace
+
+Bytes DataHead(std::uint64_t size) {
+  return Encoded([size](auto& io) {
+    if (size + 8 <= UINT32_MAX) {
+      io.Atom(FourCC{"wide"}, [] {});
+      io("size", static_cast<std::uint32_t>(size + 8));
+      io("type", FourCC{"mdat"});
+    } else {
+      io("size", std::uint32_t{1});
+      io("type", FourCC{"mdat"});
+      io("size", size + kDataHead);
+    }
+  });
+}
+
 void CopyMediaData(const FilePlan& plan, OutputFile& output) {
   output.Append(DataHead(plan.dataSize));
   Sources sources(plan, output);
@@ -84,6 +83,8 @@ void CopyMediaData(const FilePlan& plan, OutputFile& output) {
   });
   output.Flush();
 }
+
+namespace {
 
 // What else belongs to the movie goes behind everything else.
 void CopyFileAtoms(const FilePlan& plan, OutputFile& output) {

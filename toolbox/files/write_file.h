@@ -18,4 +18,12 @@ struct FileLayout {
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                OutputFile& output);
 
+// The head of the media data: a 'wide' and the 8-byte head of 'mdat', or in their place one head
+// with a 64-bit size.
+inline constexpr std::uint64_t kDataHead = 16;
+Bytes DataHead(std::uint64_t size);
+
+// Appends the media data of the plan, head included.
+void CopyMediaData(const FilePlan& plan, OutputFile& output);
+
 }  // namespace toolbox

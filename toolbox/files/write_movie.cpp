@@ -24,7 +24,7 @@ std::uint32_t Narrow(MovieTime time) {
 }
 
 // QuickTime counts the characters of a name, ISO ends them with a 0 byte; the characters are kept.
-Handler QuickTimeHandler(const HandlerRecord& record) {
+Handler HandlerFor(const HandlerRecord& record, bool keepsKind) {
   Handler handler;
   handler.versionAndFlags = record.versionAndFlags;
   handler.componentType = record.componentType;
@@ -33,7 +33,7 @@ Handler QuickTimeHandler(const HandlerRecord& record) {
   handler.componentFlags = record.componentFlags;
   handler.componentFlagsMask = record.componentFlagsMask;
   handler.name = record.name;
-  if (record.componentType != FourCC()) return handler;
+  if (keepsKind || record.componentType != FourCC()) return handler;
   handler.componentType = FourCC{"mhlr"};
   const auto end = std::ranges::find(handler.name, std::uint8_t{0});
   handler.name.erase(end, handler.name.end());
@@ -164,17 +164,14 @@ class MovieAtoms {
     header.quality = media.quality;
     Container(FourCC{"mdia"}, media.siblings, [&](Writer& children) {
       children.Add(header);
-      children.Add(QuickTimeHandler(media.handler));
+      children.Add(HandlerFor(media.handler, plan_.keepsKind));
       children.Add(FourCC{"minf"}, [&] {
         Container(FourCC{"minf"}, media.infoSiblings, [&](Writer& inner) {
           inner.Add(FourCC{"dinf"}, [&] {
             Container(FourCC{"dinf"}, media.dataSiblings,
                       [&](Writer& list) { list.Add(References(media)); });
           });
-          inner.Add(FourCC{"stbl"}, [&] {
-            const std::vector<OutputChunk>& chunks = plan_.tracks[index].chunks;
-            PutSamples(io_, media, chunks.empty() ? nullptr : &chunks, dataStart_);
-          });
+          inner.Add(FourCC{"stbl"}, [&] { PutSamples(io_, plan_, index, dataStart_); });
         });
       });
       AddUserData(children, media.userData);

@@ -1,6 +1,7 @@
 #include "toolbox/files/write_samples.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
@@ -26,26 +27,35 @@ Rows<Row> RowsOf(Walk walk) {
 // Calls visit(samples, description, offset) for each chunk, front to back.
 class ChunkWalk {
  public:
-  ChunkWalk(const SampleTable& samples, const std::vector<OutputChunk>* chunks,
-            std::uint64_t dataStart)
-      : samples_(samples), chunks_(chunks), dataStart_(dataStart) {}
+  ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
+      : plan_(plan),
+        media_(*plan.movie->tracks[track]->media),
+        chunks_(plan.tracks[track].chunks),
+        dataStart_(dataStart) {}
 
   template <class Visit>
   void operator()(Visit&& visit) const {
-    if (chunks_ != nullptr) {
-      for (const OutputChunk& chunk : *chunks_) {
-        visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
-      }
-      return;
+    for (const OutputChunk& chunk : chunks_) {
+      visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
     }
-    samples_.ForEachPiece(0, samples_.LocatedCount(), [&](const SamplePiece& piece) {
-      visit(piece.count, piece.description, piece.offset);
+    if (!chunks_.empty()) return;
+    media_.samples.ForEachPiece(0, media_.samples.LocatedCount(), [&](const SamplePiece& piece) {
+      visit(piece.count, piece.description, plan_.shifts.empty() ? piece.offset : Shifted(piece));
     });
   }
 
  private:
-  const SampleTable& samples_;
-  const std::vector<OutputChunk>* chunks_;
+  std::uint64_t Shifted(const SamplePiece& piece) const {
+    if (!std::holds_alternative<ThisFile>(media_.ReferenceOf(piece.description)))
+      return piece.offset;
+    const auto after = std::ranges::upper_bound(plan_.shifts, piece.offset, {}, &OffsetShift::from);
+    if (after == plan_.shifts.begin()) return piece.offset;
+    return piece.offset + static_cast<std::uint64_t>(std::prev(after)->by);
+  }
+
+  const FilePlan& plan_;
+  const MediaRecord& media_;
+  const std::vector<OutputChunk>& chunks_;
   std::uint64_t dataStart_;
 };
 
@@ -168,9 +178,9 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
 }
 
 template <class Io>
-void Put(Io& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
-         std::uint64_t dataStart) {
+void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
   static const Siblings kNoOrder;
+  const MediaRecord& media = *plan.movie->tracks[track]->media;
   const SampleTable& samples = media.samples;
   // Tables that nobody reads hold only for just these samples.
   const SampleRows* whole = samples.WholeRows();
@@ -179,7 +189,7 @@ void Put(Io& io, const MediaRecord& media, const std::vector<OutputChunk>* chunk
     table.Add(Descriptions(media));
     AddTimes(table, samples);
     AddSync(table, samples);
-    AddChunks(table, ChunkWalk(samples, chunks, dataStart));
+    AddChunks(table, ChunkWalk(plan, track, dataStart));
     AddSizes(table, samples);
     if (samples.HasDependencies()) {
       Bytes dependencies;
@@ -193,14 +203,12 @@ void Put(Io& io, const MediaRecord& media, const std::vector<OutputChunk>* chunk
 
 }  // namespace
 
-void PutSamples(FieldWriter& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
-                std::uint64_t dataStart) {
-  Put(io, media, chunks, dataStart);
+void PutSamples(FieldWriter& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
+  Put(io, plan, track, dataStart);
 }
 
-void PutSamples(FieldSizer& io, const MediaRecord& media, const std::vector<OutputChunk>* chunks,
-                std::uint64_t dataStart) {
-  Put(io, media, chunks, dataStart);
+void PutSamples(FieldSizer& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
+  Put(io, plan, track, dataStart);
 }
 
 }  // namespace toolbox

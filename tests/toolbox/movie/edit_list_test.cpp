@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <ostream>
-#include <random>
 
+#include "tests/toolbox/random.h"
 #include "toolbox/movie/movie.h"
 
 namespace toolbox {
@@ -34,7 +34,7 @@ void ExpectNormal(const EditList& list, Clock clock = kEqual) {
   for (const Edit& edit : list.Edits()) {
     EXPECT_EQ(edit.start, end);
     EXPECT_GT(edit.duration.units, 0);
-    if (edit.IsEmpty()) EXPECT_EQ(edit.rate, 1.0);
+    EXPECT_TRUE(!edit.IsEmpty() || edit.rate == 1.0);
     if (before != nullptr) {
       EXPECT_FALSE(before->IsEmpty() && edit.IsEmpty());
       const bool continues =
@@ -97,8 +97,9 @@ TEST(EditList, FillsGapsWithEmptyEdits) {
                                  {{330}, {50}, {700}}}));
 }
 
-TEST(EditList, ShowsNoEmptySpaceBeforeSomethingFollowsIt) {
+TEST(EditList, LosesEmptySpaceThatNothingFollows) {
   EditList list = ListOf({{100, 0}, {50, -1}});
+  list.TrimEnd();
   EXPECT_EQ(list.Duration().units, 100);
   EXPECT_EQ(list.Edits(), (Edits{{{0}, {100}, {0}}}));
 }
@@ -166,19 +167,20 @@ TEST(TimeScale, DropsEditsTooShortToTellAndNeverDrifts) {
 }
 
 TEST(TimeScale, MultiplesAreReversible) {
-  std::mt19937 random(1);
+  Random random(1);
   for (int round = 0; round < 200; ++round) {
     std::vector<std::pair<std::int64_t, std::int64_t>> parts;
-    for (unsigned i = 0; i < 1 + random() % 8; ++i) {
-      parts.emplace_back(1 + random() % 50, random() % 3 == 0 ? -1 : std::int64_t{random() % 900});
+    for (unsigned i = 0; i < 1 + random.Below(8); ++i) {
+      parts.emplace_back(1 + random.Below(50),
+                         random.Below(3) == 0 ? -1 : std::int64_t{random.Below(900)});
     }
     parts.emplace_back(10, 12345);
     MovieRecord movie;
     WithEdits(movie, ListOf(parts, {600, 600}));
-    movie.selectionTime = {random() % 1000};
+    movie.selectionTime = {random.Below(1000)};
     const EditList before = movie.tracks[0]->edits;
     const MovieTime selection = movie.selectionTime;
-    movie.SetScale(600 * static_cast<std::int32_t>(2 + random() % 160));
+    movie.SetScale(600 * static_cast<std::int32_t>(2 + random.Below(160)));
     movie.SetScale(600);
     ASSERT_EQ(movie.tracks[0]->edits, before);
     ASSERT_EQ(movie.selectionTime, selection);
@@ -221,7 +223,9 @@ Cells Repeated(const Cells& cells, std::int64_t factor) {
 
 class EditModel : public testing::TestWithParam<unsigned> {
  protected:
-  std::int64_t Below(std::int64_t limit) { return static_cast<std::int64_t>(random_()) % limit; }
+  std::int64_t Below(std::int64_t limit) {
+    return random_.Below(static_cast<std::uint64_t>(limit));
+  }
 
   // A list that starts with up to one gap and shows up to three stretches of media.
   std::pair<EditList, Cells> SomeList() {
@@ -242,7 +246,7 @@ class EditModel : public testing::TestWithParam<unsigned> {
   void CutOut();
   void Scale();
 
-  std::mt19937 random_{GetParam()};
+  Random random_{GetParam()};
   EditList list_;
   Cells cells_;
 };

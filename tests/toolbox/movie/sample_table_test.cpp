@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
-#include <random>
+
+#include "tests/toolbox/random.h"
 
 namespace toolbox {
 namespace {
@@ -31,12 +31,12 @@ struct Features {
   bool offsets, sync, partial, dependencies, constantSize;
 };
 
-void FillTimes(std::mt19937& random, const Features& has, SampleRows& rows,
+void FillTimes(Random& random, const Features& has, SampleRows& rows,
                std::vector<Sample>& samples) {
   for (std::size_t i = 0; i < samples.size();) {
-    const auto run = std::min<std::size_t>(1 + random() % 4, samples.size() - i);
-    const std::uint32_t delta = 1 + random() % 5;
-    const auto offset = static_cast<std::int32_t>(random() % 16) - 5;
+    const auto run = std::min<std::size_t>(1 + random.Below(4), samples.size() - i);
+    const std::uint32_t delta = 1 + random.Below(5);
+    const auto offset = static_cast<std::int32_t>(random.Below(16)) - 5;
     rows.AddTimes(static_cast<std::uint32_t>(run), delta);
     if (has.offsets) rows.AddOffsets(static_cast<std::uint32_t>(run), offset);
     for (const std::size_t end = i + run; i < end; ++i) {
@@ -46,23 +46,23 @@ void FillTimes(std::mt19937& random, const Features& has, SampleRows& rows,
   }
 }
 
-void FillSizes(std::mt19937& random, const Features& has, SampleRows& rows,
+void FillSizes(Random& random, const Features& has, SampleRows& rows,
                std::vector<Sample>& samples) {
   if (has.constantSize) rows.constantSize = 3;
   for (Sample& sample : samples) {
-    sample.size = has.constantSize ? 3 : random() % 9;
+    sample.size = has.constantSize ? 3 : random.Below(9);
     if (!has.constantSize) rows.sizes.push_back(sample.size);
   }
-  std::uint64_t place = 1000 + random() % 100;
+  std::uint64_t place = 1000 + random.Below(100);
   for (std::uint32_t i = 0, chunk = 0; i < samples.size();) {
-    const auto perChunk = std::min(static_cast<std::uint32_t>(1 + random() % 3),
+    const auto perChunk = std::min(static_cast<std::uint32_t>(1 + random.Below(3)),
                                    static_cast<std::uint32_t>(samples.size()) - i);
-    const auto chunks = std::min(static_cast<std::uint32_t>(1 + random() % 3),
+    const auto chunks = std::min(static_cast<std::uint32_t>(1 + random.Below(3)),
                                  (static_cast<std::uint32_t>(samples.size()) - i) / perChunk);
-    const std::uint32_t description = random() % 3;
+    const std::uint32_t description = random.Below(3);
     rows.AddChunks(chunk, chunks, perChunk, description);
     for (std::uint32_t k = 0; k < chunks; ++k, ++chunk) {
-      place += random() % 20;
+      place += random.Below(20);
       rows.chunkOffsets.push_back(place);
       for (std::uint32_t end = i + perChunk; i < end; ++i) {
         samples[i].description = description;
@@ -73,9 +73,9 @@ void FillSizes(std::mt19937& random, const Features& has, SampleRows& rows,
   }
 }
 
-Source SomeSource(std::mt19937& random, std::size_t count) {
-  const auto flip = [&] { return random() % 2 == 0; };
-  const Features has{flip(), flip(), random() % 4 == 0, flip(), flip()};
+Source SomeSource(Random& random, std::size_t count) {
+  const Features has{random.Flip(), random.Flip(), random.Below(4) == 0, random.Flip(),
+                     random.Flip()};
   Source source;
   source.samples.resize(count);
   auto rows = std::make_shared<SampleRows>();
@@ -85,12 +85,12 @@ Source SomeSource(std::mt19937& random, std::size_t count) {
   if (has.sync) rows->sync.emplace();
   for (std::uint32_t i = 0; i < count; ++i) {
     Sample& sample = source.samples[i];
-    if (has.sync && !(sample.isSync = random() % 3 == 0) && has.partial) {
-      if ((sample.isPartial = flip())) rows->partialSync.push_back(i);
+    if (has.sync && !(sample.isSync = random.Below(3) == 0) && has.partial) {
+      if ((sample.isPartial = random.Flip())) rows->partialSync.push_back(i);
     }
     if (has.sync && sample.isSync) rows->sync->push_back(i);
     if (has.dependencies) {
-      sample.dependency = static_cast<std::uint8_t>(random());
+      sample.dependency = static_cast<std::uint8_t>(random.Below(256));
       rows->dependencies.push_back(sample.dependency);
     }
   }
@@ -108,12 +108,12 @@ std::vector<std::int64_t> TimesOf(const std::vector<Sample>& samples) {
 class Joined : public testing::TestWithParam<unsigned> {
  protected:
   Joined() {
-    for (int i = 0; i < 3; ++i) sources_.push_back(SomeSource(random_, 1 + random_() % 25));
+    for (int i = 0; i < 3; ++i) sources_.push_back(SomeSource(random_, 1 + random_.Below(25)));
     for (int i = 0; i < 8; ++i) Append();
   }
   void Append();
 
-  std::mt19937 random_{GetParam()};
+  Random random_{GetParam()};
   std::vector<Source> sources_;
   SampleTable table_;
   std::vector<Sample> samples_;
@@ -123,18 +123,21 @@ class Joined : public testing::TestWithParam<unsigned> {
 };
 
 void Joined::Append() {
-  const std::size_t index = random_() % sources_.size();
+  const std::size_t index = random_.Below(sources_.size());
   const Source& source = sources_[index];
   const std::uint64_t count = source.samples.size();
-  std::uint64_t from = random_() % count;
+  std::uint64_t from = random_.Below(count);
   const auto& [lastIndex, lastEnd, lastMap] = last_;
-  if (index == lastIndex && lastEnd < count && random_() % 2 == 0) from = lastEnd;
-  const std::uint64_t to = from + random_() % (count - from + 1);
-  std::vector<std::uint32_t> map{random_() % 2, 2 + random_() % 2, 4};
+  if (index == lastIndex && lastEnd < count && random_.Flip()) from = lastEnd;
+  const std::uint64_t to = from + random_.Below(count - from + 1);
+  std::vector<std::uint32_t> map{random_.Below(2), 2 + random_.Below(2), 4};
   const bool continues = index == lastIndex && from == lastEnd && map == lastMap;
 
   const std::int64_t base = table_.AppendSlice(source.table, from, to, map);
-  if (from == to) return EXPECT_EQ(base, TimesOf(samples_).back());
+  if (from == to) {
+    EXPECT_EQ(base, TimesOf(samples_).back());
+    return;
+  }
 
   const std::int64_t end = TimesOf(samples_).back();
   std::int64_t time = 0, shownFrom = INT64_MAX, shownUntil = INT64_MIN;
@@ -172,7 +175,7 @@ TEST_P(Joined, TellsTheTimeOfEverySample) {
     EXPECT_EQ(table_.ShownAt(i), times[i] + samples_[i].offset);
     EXPECT_EQ(forward.TimeOf(i), times[i]);
     EXPECT_EQ(forward.DurationOf(i), samples_[i].duration);
-    const std::uint64_t other = random_() % (samples_.size() + 1);
+    const std::uint64_t other = random_.Below(samples_.size() + 1);
     EXPECT_EQ(anyhow.TimeOf(other), times[other]);
   }
   EXPECT_EQ(table_.SampleAt(-1), 0U);
@@ -230,8 +233,8 @@ TEST_P(Joined, FindsTheBytesOfEveryStretch) {
   EXPECT_EQ(table_.LocatedCount(), samples_.size());
   EXPECT_TRUE(table_.IsLocated(0, samples_.size()));
   for (int round = 0; round < 30; ++round) {
-    const std::uint64_t from = random_() % samples_.size();
-    const std::uint64_t to = from + random_() % (samples_.size() - from + 1);
+    const std::uint64_t from = random_.Below(samples_.size());
+    const std::uint64_t to = from + random_.Below(samples_.size() - from + 1);
     std::uint64_t next = from;
     std::vector<bool> used(5), expectedUse(5);
     table_.ForEachPiece(from, to, [&](const SamplePiece& piece) {
@@ -276,8 +279,8 @@ std::pair<std::uint64_t, std::uint64_t> ShownByBruteForce(const std::vector<Samp
 TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
   const std::int64_t end = std::min(table_.Duration(), shownUntil_);
   for (int round = 0; round < 200; ++round) {
-    const auto from = static_cast<std::int64_t>(random_()) % end;
-    const std::int64_t to = from + 1 + random_() % 12;
+    const auto from = std::int64_t{random_.Below(static_cast<std::uint64_t>(end))};
+    const std::int64_t to = from + 1 + random_.Below(12);
     const auto expected = ShownByBruteForce(samples_, from, to);
     if (expected.first == samples_.size()) continue;  // before the first is shown
     ASSERT_EQ(table_.SamplesShownIn(from, to), expected) << from << " to " << to;

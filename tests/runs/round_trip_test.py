@@ -1,0 +1,254 @@
+#!/usr/bin/env python3
+"""Every movie of the corpus, written again: what independent readers say of it stays the same."""
+
+import itertools
+import json
+import pathlib
+import shutil
+import tempfile
+import unittest
+
+import runs
+from runs import MEDIA, Result
+
+# Whole files that cannot be opened: what is said of them.
+NOT_OPENED = {
+    "truncated/fixture-moov.mov": -2002,
+    "truncated/zero_empty_stsc.mp4": -2002,
+}
+# Kinds of file that are not read, by folder or name.
+NOT_READ = {
+    "adts": runs.NOT_A_MOVIE,
+    "fragmented": "Error -2053 reading ",
+    "subtitles-metadata/sample.text.mp4": "Error -2053 reading ",
+}
+# Files whose media is not all there, or whose tables do not say where. They can be referred to.
+NOT_COPIED = {
+    "classic-mov/QuickTime.mov": -2011,
+    "classic-mov/pentax_320x240.mov": -39,
+    "core-media-mp4/37.mp4": -2011,
+    "tags/QuickTime.m4a": -2011,
+    "truncated/keyed.mp4": -39,
+    "truncated/large_stbl_truncated_after_moov.m4b": -39,
+    "truncated/sample_qt.mp4": -39,
+}
+
+# What ffprobe says of a stream that a copy must leave as it is.
+STREAM_FACTS = (
+    "codec_name", "codec_tag_string", "profile", "level", "width", "height", "pix_fmt",
+    "sample_aspect_ratio", "sample_rate", "channels", "channel_layout", "start_time", "time_base",
+    "disposition", "side_data_list",
+)  # fmt: skip
+# Of its tags, what ffmpeg reads from the file rather than works out.
+STREAM_TAGS = ("language", "handler_name", "creation_time", "rotate", "timecode", "title")
+
+# What exiftool says that follows from the file, its place and its layout, not from the movie.
+FILE_FACTS = {
+    "SourceFile", "ExifToolVersion", "FileName", "Directory", "FileSize", "FileModifyDate",
+    "FileAccessDate", "FileInodeChangeDate", "FilePermissions", "FileType", "FileTypeExtension",
+    "MIMEType", "MajorBrand", "MinorVersion", "CompatibleBrands", "ModifyDate", "TrackModifyDate",
+    "MediaModifyDate", "MediaDataSize", "MediaDataOffset", "AvgBitrate", "NextTrackID", "Warning",
+    "Error", "Compression", "HandlerVendorID", "Duration", "TrackDuration", "MediaDuration", "Wide",
+}  # fmt: skip
+
+
+def corpus():
+    return sorted(str(path.relative_to(MEDIA)) for path in MEDIA.glob("*/*")) if MEDIA.is_dir() else []
+
+
+def refusal(name):
+    """What is said when the file is opened, if it cannot be."""
+    if name in NOT_OPENED:
+        return f"Error {NOT_OPENED[name]} reading "
+    return NOT_READ.get(name) or NOT_READ.get(name.split("/")[0])
+
+
+class Written:
+    """The outputs made of one movie."""
+
+    def __init__(self, folder, name):
+        self.name = name
+        self.source = MEDIA / name
+        self.folder = folder / name.replace("/", "-")
+        self.folder.mkdir()
+        whole = ("-q", "-self-contained", "-o")
+        self.copy, self.reference, self.flat = (
+            self.folder / form for form in ("copy.mov", "reference.mov", "flat.mov")
+        )
+        self.copied = runs.run("clipjoin", self.source, *whole, self.copy)
+        self.referred = runs.run("clipjoin", self.source, "-q", "-o", self.reference)
+        self.flattened = None
+        if self.reference.exists() and not refusal(name):
+            self.flattened = runs.run("clipjoin", self.reference, *whole, self.flat)
+
+    def read(self):
+        """Asks the readers, so that the tests find the answers at hand."""
+        if self.name not in NOT_COPIED:
+            for path in (self.source, self.copy):
+                runs.samples_by_track(path)
+
+
+def facts_of_streams(path):
+    """What must stay, by track number."""
+    found = {}
+    for stream in runs.description(path)["streams"]:
+        if "id" not in stream:
+            continue
+        facts = {name: stream.get(name) for name in STREAM_FACTS}
+        tags = {k.lower(): v for k, v in stream.get("tags", {}).items()}
+        found[int(stream["id"], 16)] = {**facts, **{name: tags.get(name) for name in STREAM_TAGS}}
+    return found
+
+
+def facts_by_exiftool(paths):
+    out, _ = runs.read_by("exiftool", "-j", "-a", "-G1", "-api", "largefilesupport=1", *paths)
+    facts = {}
+    for movie in json.loads(out):
+        kept = {k: v for k, v in movie.items() if k.rpartition(":")[2] not in FILE_FACTS}
+        facts[pathlib.Path(movie["SourceFile"])] = kept
+    return facts
+
+
+def is_subsequence(part, whole):
+    rest = iter(whole)
+    return all(item in rest for item in part)
+
+
+@runs.needs_corpus
+@runs.has_tools("ffprobe", "ffmpeg", "exiftool")
+class EveryMovie(runs.RunTest):
+    @classmethod
+    def setUpClass(cls):
+        folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
+        cls.addClassCleanup(shutil.rmtree, folder)
+        cls.written = runs.in_parallel(lambda name: Written(folder, name), corpus())
+        cls.copies = [w for w in cls.written if not refusal(w.name) and w.name not in NOT_COPIED]
+        runs.in_parallel(Written.read, cls.copies)
+
+    def assert_unchanged(self, before, after, what=""):
+        changed = [
+            f"{name}: {before.get(name)!r} -> {after.get(name)!r}"
+            for name in sorted(before.keys() | after.keys())
+            if before.get(name) != after.get(name)
+        ]
+        self.assertFalse(changed, "\n".join([what, *changed]))
+
+    def test_movies_are_written_or_refused_with_the_reason_that_is_known(self):
+        self.assertGreater(len(self.copies), len(self.written) / 2)
+        for movie in self.written:
+            with self.subTest(movie.name):
+                done = [d for d in (movie.copied, movie.referred, movie.flattened) if d is not None]
+                self.assertEqual({(d.status, d.out) for d in done}, {(0, "")})
+                if refusal(movie.name):
+                    self.assertIn(refusal(movie.name), movie.copied.err)
+                    self.assertEqual(movie.referred.err, movie.copied.err)
+                    continue
+                self.assertEqual(movie.referred.err, "")
+                for copied in (movie.copied, movie.flattened):
+                    if movie.name in NOT_COPIED:
+                        self.assertRegex(
+                            copied.err,
+                            r"^Error in FlattenMovieDataToDataRef at line \d+ of utils\.cpp: "
+                            rf"{NOT_COPIED[movie.name]}\n$",
+                        )
+                    else:
+                        self.assertEqual(copied.err, "")
+                self.assertEqual(movie.copy.exists(), movie.name not in NOT_COPIED)
+
+    def test_a_reference_movie_flattens_to_what_a_copy_holds(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                self.assertTrue(movie.flat.read_bytes() == movie.copy.read_bytes())
+
+    def test_samples_keep_their_bytes_and_their_order(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                before, after = (runs.samples_by_track(p) for p in (movie.source, movie.copy))
+                for number, samples in after.items():
+                    kept = [packet.hash for packet in samples]
+                    whole = [packet.hash for packet in before[number]]
+                    if self.is_uncompressed(movie, number):
+                        # ffprobe cuts it into packets as the chunks are cut.
+                        kept, whole = (self.bytes_of(p, number) for p in (movie.copy, movie.source))
+                        self.assertIn(kept, whole, f"track {number}")
+                    else:
+                        self.assertTrue(is_subsequence(kept, whole), f"track {number}")
+
+    def test_what_is_shown_stays_shown_at_its_time(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                # Hint tracks speak of samples by number and may have to go.
+                kept = {n for n, t in runs.tracks(movie.source).items() if t.kind != "hint"}
+                self.assertLessEqual(kept, runs.tracks(movie.copy).keys())
+                for number in sorted(kept):
+                    if self.is_uncompressed(movie, number):
+                        continue
+                    shown = runs.shown(movie.source, number)
+                    self.assert_same(runs.shown(movie.copy, number), shown, f"track {number}")
+
+    def test_edit_lists_and_durations_stay(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                before, after = runs.tracks(movie.source), runs.tracks(movie.copy)
+                for number, track in after.items():
+                    self.assertEqual(track.scale, before[number].scale)
+                    self.assertEqual(track.language, before[number].language)
+                    if before[number].edits:
+                        spans = [
+                            [(e.start, e.duration, e.media < 0, e.rate) for e in t.edits if e.duration]
+                            for t in (before[number], track)
+                        ]
+                        self.assertEqual(self.without_empty_end(spans[1]), self.without_empty_end(spans[0]))
+
+    @staticmethod
+    def without_empty_end(spans):
+        while spans and spans[-1][2]:
+            spans = spans[:-1]
+        return spans
+
+    def test_references_between_tracks_stay(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                before, after = runs.tracks(movie.source), runs.tracks(movie.copy)
+                for number, track in after.items():
+                    kept = [
+                        (kind, targets)
+                        for kind, targets in before[number].references
+                        if all(target in after for target in targets)
+                    ]
+                    self.assertEqual(track.references, kept, f"track {number}")
+
+    def test_ffprobe_says_the_same_of_every_stream(self):
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                before, after = facts_of_streams(movie.source), facts_of_streams(movie.copy)
+                for number, facts in after.items():
+                    self.assert_unchanged(before[number], facts, f"track {number}")
+
+    def test_exiftool_finds_the_same_metadata(self):
+        facts = facts_by_exiftool([w.source for w in self.copies] + [w.copy for w in self.copies])
+        for movie in self.copies:
+            with self.subTest(movie.name):
+                self.assert_unchanged(facts[movie.source], facts[movie.copy])
+
+    @staticmethod
+    def stream(path, number):
+        (stream,) = [s for s in runs.description(path)["streams"] if int(s.get("id", "0"), 16) == number]
+        return stream
+
+    def is_uncompressed(self, movie, number):
+        if runs.tracks(movie.source)[number].kind != "soun":
+            return False
+        return self.stream(movie.source, number).get("codec_name", "").startswith("pcm_")
+
+    def bytes_of(self, path, number):
+        index = self.stream(path, number)["index"]
+        out, _ = runs.read_by(
+            "ffmpeg", "-v", "error", "-ignore_editlist", "1", "-i", path, "-map", f"0:{index}",
+            "-c", "copy", "-f", "data", "-",
+        )  # fmt: skip
+        return out
+
+
+if __name__ == "__main__":
+    runs.main()

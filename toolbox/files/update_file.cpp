@@ -1,0 +1,170 @@
+#include "toolbox/files/update_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "toolbox/files/output_file.h"
+#include "toolbox/files/plan.h"
+#include "toolbox/files/top_level.h"
+#include "toolbox/files/write_file.h"
+#include "toolbox/files/write_movie.h"
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kMovie{"moov"};
+constexpr FourCC kFree{"free"};
+
+void WriteAt(const Descriptor& file, std::uint64_t at, ByteSpan bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = pwrite(file.Number(), bytes.data(), bytes.size(), static_cast<off_t>(at));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) throw RefusedBy(errno);
+    bytes = bytes.subspan(static_cast<std::size_t>(put));
+    at += static_cast<std::uint64_t>(put);
+  }
+}
+
+void Sync(const Descriptor& file) {
+  if (fsync(file.Number()) != 0) throw RefusedBy(errno);
+}
+
+// The size and type in front of an atom.
+Bytes Head(FourCC type, std::uint64_t size) {
+  return Encoded([&](auto& io) {
+    io("size", static_cast<std::uint32_t>(size));
+    io("type", type);
+  });
+}
+
+class Updater {
+ public:
+  Updater(const MovieRecord& movie, const boost::filesystem::path& path, Descriptor& file)
+      : movie_(movie), path_(path), file_(file), source_(path), layout_(TopLevelAtoms(source_)) {
+    const auto found = std::ranges::find_if(
+        layout_.atoms, [](const TopLevelAtom& atom) { return atom.atom.type == kMovie; });
+    if (found == layout_.atoms.end()) throw Refused{featureUnsupported};
+    old_ = *found;
+  }
+
+  void Update() {
+    FilePlan plan = PlanUpdate(movie_);
+    // Nothing can follow bytes that are no atom.
+    if (layout_.end != source_.Size() || !CloseLastAtom()) return Rewrite(plan);
+    if (plan.dataSize != 0 || !PutIntoRoom(EncodeMovie(plan, path_, 0))) Append(plan);
+    WriteAt(file_, old_.at + 4, Bytes{'f', 'r', 'e', 'e'});
+    Sync(file_);
+  }
+
+ private:
+  // Gives the last atom a size when it has none but "to the end"; false where there is no room for
+  // one.
+  bool CloseLastAtom() {
+    const TopLevelAtom& last = layout_.atoms.back();
+    Bytes size(4);
+    source_.Read(last.at, size);
+    if (std::ranges::any_of(size, std::identity())) return true;
+    if (last.atom.size <= UINT32_MAX) {
+      WriteAt(file_, last.at, Head(last.atom.type, last.atom.size));
+      return true;
+    }
+    const std::size_t count = layout_.atoms.size();
+    const TopLevelAtom* before = count < 2 ? nullptr : &layout_.atoms[count - 2];
+    if (before == nullptr || before->atom.type != FourCC{"wide"} || before->atom.size != 8)
+      return false;
+    WriteAt(file_, before->at, Encoded([&](auto& io) {
+              io("size", std::uint32_t{1});
+              io("type", last.atom.type);
+              io("size", last.atom.size + 8);
+            }));
+    return true;
+  }
+
+  // Puts the new movie into free room that fits; false where there is none.
+  bool PutIntoRoom(const Bytes& movie) {
+    const auto room = std::ranges::find_if(layout_.atoms, [&](const TopLevelAtom& candidate) {
+      const AtomFrame& atom = candidate.atom;
+      const bool isFree = atom.type == kFree || atom.type == FourCC{"skip"};
+      return isFree && atom.headerSize == 8 &&
+             (atom.size == movie.size() || atom.size >= movie.size() + 8);
+    });
+    if (room == layout_.atoms.end()) return false;
+    // All but the head first: until that is written, the room is still free.
+    WriteAt(file_, room->at + 8, ByteSpan(movie).subspan(8));
+    if (room->atom.size > movie.size()) {
+      WriteAt(file_, room->at + movie.size(), Head(kFree, room->atom.size - movie.size()));
+    }
+    Sync(file_);
+    WriteAt(file_, room->at, ByteSpan(movie).first(8));
+    Sync(file_);
+    return true;
+  }
+
+  void Append(const FilePlan& plan) {
+    try {
+      std::uint64_t at = source_.Size();
+      if (plan.dataSize != 0) {
+        const Bytes head = DataHead(plan.dataSize);
+        WriteAt(file_, at, head);
+        at += head.size();
+      }
+      const std::uint64_t dataStart = at;
+      plan.ForEachRange([&](const CopyRange& range) {
+        // Only what is held in memory is new.
+        const Bytes& data = *std::get<InMemory>(*range.from).data;
+        WriteAt(file_, at, ByteSpan(data).subspan(range.at, range.length));
+        at += range.length;
+      });
+      WriteAt(file_, at, EncodeMovie(plan, path_, dataStart));
+      Sync(file_);
+    } catch (const Refused&) {
+      // What was appended is no part of the movie.
+      if (ftruncate(file_.Number(), static_cast<off_t>(source_.Size())) != 0)
+        throw RefusedBy(errno);
+      throw;
+    }
+  }
+
+  // A new file: the first atom if it names the kind of file, the new movie, and all the rest.
+  void Rewrite(FilePlan& plan) {
+    // The lock would stand in our own way; the new file is another one.
+    flock(file_.Number(), LOCK_UN);
+    OutputFile output(path_);
+    const TopLevelAtom& first = layout_.atoms.front();
+    const std::uint64_t start = first.atom.type == FourCC{"ftyp"} ? first.atom.size : 0;
+    const std::uint64_t head = plan.dataSize == 0 ? 0 : kDataHead;
+    std::uint64_t size = 0;
+    for (std::uint64_t next = 1; next != size;) {
+      size = next;
+      const auto shift = static_cast<std::int64_t>(size + head + plan.dataSize);
+      plan.shifts = {{start, shift}, {old_.at, shift - static_cast<std::int64_t>(old_.atom.size)}};
+      next = MovieSize(plan, path_, start + size + head);
+    }
+    output.Copy(source_, 0, start);
+    output.Append(EncodeMovie(plan, path_, start + size + head));
+    if (plan.dataSize != 0) CopyMediaData(plan, output);
+    output.Copy(source_, start, old_.at - start);
+    const std::uint64_t after = old_.at + old_.atom.size;
+    output.Copy(source_, after, source_.Size() - after);
+    output.Commit();
+  }
+
+  const MovieRecord& movie_;
+  const boost::filesystem::path& path_;
+  Descriptor& file_;
+  const FileSource source_;
+  const TopLevelLayout layout_;
+  TopLevelAtom old_;
+};
+
+}  // namespace
+
+void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path, Descriptor& file) {
+  Updater(movie, path, file).Update();
+}
+
+}  // namespace toolbox
