@@ -3,6 +3,8 @@
 #include <tuple>
 #include <variant>
 
+#include "chapter/playback.h"
+#include "clipjoin/combine.h"
 #include "clipjoin/command_line.h"
 #include "clipjoin/report.h"
 #include "toolbox/toolbox.h"
@@ -11,23 +13,25 @@
 namespace clipjoin {
 namespace {
 
-// Appends the whole of `movie` at the end of `output`. What fails is reported.
-void Append(toolbox::Movie movie, toolbox::Movie output) {
-  toolbox::SetMovieTimeScale(movie, toolbox::GetMovieTimeScale(output));
-  const toolbox::TimeValue duration = toolbox::GetMovieDuration(movie);
-  if (const auto code = toolbox::GetMoviesError()) {
-    return Report({"GetMoviesError", kClipjoin}, code);
-  }
-  Report(
-      {"InsertMovieSegment", kClipjoin},
-      toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
+// Whether the user's settings ask every run to be quiet.
+bool PrefersQuiet() {
+  constexpr char kDomain[] = "org.reelwork.Reelwork", kKey[] = "quiet";
+  const auto text = [](const char* characters) {
+    return toolbox::CFStringCreateWithCString(nullptr, characters, toolbox::kCFStringEncodingUTF8);
+  };
+  const toolbox::CFStringRef domain = text(kDomain), key = text(kKey);
+  bool isValid = false;
+  const bool isQuiet = toolbox::CFPreferencesGetAppBooleanValue(key, domain, &isValid);
+  toolbox::CFRelease(key);
+  toolbox::CFRelease(domain);
+  return isValid && isQuiet;
 }
 
 }  // namespace
 
 int Run(std::span<const char* const> arguments) {
   std::ignore = toolbox::EnterMovies();
-  auto parsed = ParseCommandLine(arguments);
+  auto parsed = ParseCommandLine(arguments, PrefersQuiet());
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return status->value;
   auto& line = std::get<CommandLine>(parsed);
 
@@ -38,11 +42,14 @@ int Run(std::span<const char* const> arguments) {
     if (output == nullptr) {
       output = movie;
     } else {
-      Append(movie, output);
+      Combine(movie, input.options, output, line);
     }
   }
-  utils::FinishOutput(output, line);
-  return Close(line.output.quiet, 0);
+  if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
+  chapter::ApplyPlaybackFlags(output, line.output);
+  const int status = utils::FinishOutput(output, line);
+  if (line.SavesInPlace()) line.inputs.front().SaveInPlace();
+  return Close(line.output.quiet, status);
 }
 
 }  // namespace clipjoin

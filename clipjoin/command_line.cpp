@@ -4,73 +4,21 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "clipjoin/option_rows.h"
 #include "clipjoin/report.h"
 #include "clipjoin/usage.h"
+#include "clipjoin/values.h"
 
 namespace clipjoin {
 namespace {
 
-// Walks the arguments; an option takes its values from it.
-class Cursor {
- public:
-  explicit Cursor(std::span<const char* const> arguments) : rest_(arguments) {}
-
-  bool AtEnd() const { return rest_.empty(); }
-  // Throws NeedMoreArguments at the end.
-  const char* operator()() {
-    if (AtEnd()) throw NeedMoreArguments{};
-    const char* argument = rest_.front();
-    rest_ = rest_.subspan(1);
-    return argument;
-  }
-
- private:
-  std::span<const char* const> rest_;
-};
-
-struct Parser {
-  CommandLine line;
-  FileOptions global;
-  bool optionsAllowed = true;
-
-  // The record that file options change: that of the last file named, or the global one.
-  FileOptions& Current() { return line.inputs.empty() ? global : line.inputs.back().options; }
-};
-
-// Which commands know an option: a bit for each CommandMode.
-constexpr unsigned kEvery = 0b111;
-
-struct Option {
-  const char* name;
-  unsigned commands;
-  void (*carryOut)(Cursor& next, Parser& parser);
-};
-
-// In the order in which they are compared.
-constexpr Option kOptions[] = {
-    {"-clipjoin", kEvery, [](Cursor&, Parser& p) { p.line.mode = CommandMode::kConcatenate; }},
-    {"-clipstak", kEvery, [](Cursor&, Parser& p) { p.line.mode = CommandMode::kMultiplex; }},
-    {"-cliptune", kEvery, [](Cursor&, Parser& p) { p.line.mode = CommandMode::kModify; }},
-    {"-q", kEvery, [](Cursor&, Parser& p) { p.line.output.quiet = true; }},
-    {"-self-contained", kEvery, [](Cursor&, Parser& p) { p.line.output.selfContained = true; }},
-    {"-no-fast-start", kEvery,
-     [](Cursor&, Parser& p) {
-       p.line.output.flattenFlags &= ~toolbox::flattenForceMovieResourceBeforeMovieData;
-     }},
-    {"-no-compressed-header", kEvery,
-     [](Cursor&, Parser& p) {
-       p.line.output.flattenFlags &= ~toolbox::flattenCompressMovieResource;
-     }},
-    {"-o", kEvery, [](Cursor& next, Parser& p) { p.line.output.outputPath = next(); }},
-    {"-", kEvery, [](Cursor&, Parser& p) { p.optionsAllowed = false; }},
-};
-
 const Option* FindOption(std::string_view argument, CommandMode mode) {
-  const auto* found = std::ranges::find_if(kOptions, [&](const Option& option) {
+  const auto found = std::ranges::find_if(Options(), [&](const Option& option) {
     return option.name == argument && (option.commands >> static_cast<unsigned>(mode) & 1U) != 0;
   });
-  return found == std::end(kOptions) ? nullptr : found;
+  return found == Options().end() ? nullptr : &*found;
 }
 
 CommandMode ModeOf(std::string_view name) {
@@ -79,42 +27,84 @@ CommandMode ModeOf(std::string_view name) {
   return CommandMode::kConcatenate;
 }
 
-}  // namespace
+// One parse of one command line.
+class Reader {
+ public:
+  Reader(std::span<const char* const> arguments, bool quiet)
+      : next_(arguments), invocation_(next_.AtEnd() ? "clipjoin" : next_()) {
+    name_ = invocation_.substr(invocation_.rfind('/') + 1);
+    parser_.line.mode = ModeOf(name_);
+    parser_.line.output.quiet = quiet;
+  }
 
-std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments) {
-  Cursor next(arguments);
-  const std::string invocation = next.AtEnd() ? "clipjoin" : next();
-  const std::string name = invocation.substr(invocation.rfind('/') + 1);
-  Parser parser;
-  CommandLine& line = parser.line;
-  line.mode = ModeOf(name);
-
-  while (!next.AtEnd()) {
-    const std::string argument = next();
-    if (!parser.optionsAllowed || !argument.starts_with('-')) {
-      line.inputs.emplace_back(parser.global).options.path = argument;
-      continue;
+  std::variant<CommandLine, ExitStatus> Read() {
+    while (!next_.AtEnd()) {
+      const char* argument = next_();
+      if (!parser_.optionsAllowed || argument[0] != '-') {
+        TakeFileName(argument);
+      } else if (!TakeOption(argument)) {
+        return ExitStatus{1};
+      }
     }
-    const Option* option = FindOption(argument, line.mode);
+    if (parser_.line.inputs.empty()) {
+      std::cerr << "No movies found\n";
+      ExplainUsage();
+      return ExitStatus{2};
+    }
+    return std::move(parser_.line);
+  }
+
+ private:
+  void TakeFileName(const char* argument) {
+    if (parser_.line.output.namesFromStdin) {
+      std::cerr << "Ignoring argument " << argument << " because -names-from-stdin was passed\n";
+      return;
+    }
+    parser_.AddInput(parser_.global, argument);
+    parser_.current = parser_.line.inputs.size() - 1;
+  }
+
+  // False when the run ends with it; the reason has been printed.
+  bool TakeOption(const char* argument) try {
+    const Option* option = FindOption(argument, parser_.line.mode);
     if (option == nullptr) {
       std::cerr << "Unrecognized option " << argument << '\n';
-      PrintUsage(invocation, line.mode, name);
-      return ExitStatus{1};
+      ExplainUsage();
+      return false;
     }
-    try {
-      option->carryOut(next, parser);
-    } catch (const NeedMoreArguments&) {
-      std::cerr << "Option " << argument << " needs more arguments\n";
-      PrintUsage(invocation, line.mode, name);
-      return ExitStatus{1};
-    }
+    option->carryOut(argument, next_, parser_);
+    return true;
+  } catch (const NeedMoreArguments&) {
+    std::cerr << "Option " << argument << " needs more arguments\n";
+    ExplainUsage();
+    return false;
+  } catch (const BadDuration& bad) {
+    std::cerr << "Error processing option " << argument << ": ";
+    PrintDurationHelp(bad.text);
+    return false;
   }
-  if (line.inputs.empty()) {
-    std::cerr << "No movies found\n";
-    PrintUsage(invocation, line.mode, name);
-    return ExitStatus{2};
-  }
-  return std::move(line);
+
+  void ExplainUsage() const { PrintUsage(invocation_, parser_.line.mode, name_); }
+
+  Cursor next_;
+  std::string invocation_, name_;
+  Parser parser_;
+};
+
+}  // namespace
+
+const char* CommandLine::Name() const {
+  static constexpr const char* kNames[] = {"clipjoin", "clipstak", "cliptune"};
+  return kNames[static_cast<std::size_t>(mode)];
+}
+
+bool CommandLine::SavesInPlace() const {
+  return mode == CommandMode::kModify && inputs.front().options.saveInPlace;
+}
+
+std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments,
+                                                       bool quiet) {
+  return Reader(arguments, quiet).Read();
 }
 
 }  // namespace clipjoin

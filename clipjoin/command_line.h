@@ -13,15 +13,21 @@ namespace clipjoin {
 struct CommandLine {
   CommandMode mode = CommandMode::kConcatenate;
   OutputOptions output;
-  std::vector<input::InputMovie> inputs;
+  std::vector<input::InputMovie> inputs;  // in command-line order, never empty
+
+  // The command as messages call it.
+  const char* Name() const;
+  // The input is saved into its own file, and nothing else is written.
+  bool SavesInPlace() const;
 };
 
 struct ExitStatus {
   int value;
 };
 
-// `arguments` starts with the program's name, which chooses the command. Either what is asked for,
-// or the status to end with: the reason has been printed.
-std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments);
+// `arguments` starts with the program's name, which chooses the command; `quiet` is the user's
+// preference. Either what is asked for, or the status to end with: the reason has been printed.
+std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments,
+                                                       bool quiet);
 
 }  // namespace clipjoin

@@ -17,8 +17,8 @@ struct CallSite {
   int line = __builtin_LINE();
 };
 
-inline constexpr char kClipjoin[] = "clipjoin.cpp";
-inline constexpr char kUtils[] = "utils.cpp";
+inline constexpr char kClipjoinSource[] = "clipjoin.cpp";
+inline constexpr char kUtilsSource[] = "utils.cpp";
 
 // A failed call that ends a piece of work; caught where that work began.
 class QTError {
@@ -36,6 +36,11 @@ class QTError {
 
 // An option asked for more values than the command line holds.
 struct NeedMoreArguments {};
+
+// A duration that cannot be read.
+struct BadDuration {
+  std::string text;
+};
 
 // Prints and counts a failed call; does nothing when `code` is noErr.
 void Report(CallSite site, toolbox::OSErr code);

@@ -19,7 +19,8 @@ constexpr char kExistenceHint[] =
     "Make sure the file exists and that special characters are properly quoted or\n"
     "escaped. You may wish to drag the file from the Finder into the Terminal window.\n";
 
-void Explain(const std::string& path, toolbox::OSErr code) {
+void Explain(const clipjoin::FileOptions& options, toolbox::OSErr code) {
+  const std::string& path = options.path;
   switch (code) {
     case toolbox::noMovieFound:
       std::cerr << path << " does not appear to be a valid movie file. Skipping it.\n";
@@ -29,6 +30,7 @@ void Explain(const std::string& path, toolbox::OSErr code) {
       break;
     case toolbox::afpAccessDenied:
       std::cerr << "Permissions error reading " << path << '\n';
+      if (options.saveInPlace) std::cerr << "Make sure the movie file is readable and writeable\n";
       break;
     default:
       std::cerr << "Error " << code << " reading " << path << '\n';
@@ -40,19 +42,30 @@ void Explain(const std::string& path, toolbox::OSErr code) {
 }  // namespace
 
 InputMovie::~InputMovie() {
+  if (storage_ != nullptr) std::ignore = toolbox::CloseMovieStorage(storage_);
   if (movie_ != nullptr) toolbox::DisposeMovie(movie_);
 }
 
 toolbox::Movie InputMovie::Open() {
-  toolbox::DataHandler storage = nullptr;
+  const unsigned access = options.saveInPlace ? utils::kRead | utils::kWrite : utils::kRead;
   try {
-    movie_ = utils::OpenMovie(options.path, utils::kRead, options.openFlags, &storage);
+    movie_ = utils::OpenMovie(options.path, access, options.openFlags, &storage_);
+    isOpen_ = true;
   } catch (const clipjoin::QTError& error) {
-    Explain(options.path, error.Code());
+    Explain(options, error.Code());
     return movie_ = toolbox::NewMovie(0);
   }
-  std::ignore = toolbox::CloseMovieStorage(storage);
+  if (!options.saveInPlace) {
+    std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
+  }
   return movie_;
+}
+
+void InputMovie::SaveInPlace() {
+  if (!options.saveInPlace || movie_ == nullptr || storage_ == nullptr) return;
+  clipjoin::Report({"UpdateMovieInStorage", clipjoin::kUtilsSource},
+                   toolbox::UpdateMovieInStorage(movie_, storage_));
+  std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
 }
 
 }  // namespace input

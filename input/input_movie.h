@@ -15,16 +15,25 @@ class InputMovie {
 
   explicit InputMovie(clipjoin::FileOptions settings) : options(std::move(settings)) {}
   InputMovie(InputMovie&& other) noexcept
-      : options(std::move(other.options)), movie_(std::exchange(other.movie_, nullptr)) {}
+      : options(std::move(other.options)),
+        movie_(std::exchange(other.movie_, nullptr)),
+        storage_(std::exchange(other.storage_, nullptr)),
+        isOpen_(other.isOpen_) {}
   InputMovie& operator=(InputMovie&&) = delete;
   ~InputMovie();
 
   // Opens the movie, and gives it back. One that cannot be opened is reported, and an empty movie
   // takes its place; the run goes on.
   toolbox::Movie Open();
+  // Whether Open found a movie.
+  bool IsOpen() const { return isOpen_; }
+  // Saves the movie back into its file. A failure is reported and counted.
+  void SaveInPlace();
 
  private:
   toolbox::Movie movie_ = nullptr;
+  toolbox::DataHandler storage_ = nullptr;  // open only to save in place
+  bool isOpen_ = false;
 };
 
 }  // namespace input

@@ -1,5 +1,3 @@
-#include "tools/dump_atoms.h"
-
 #include <algorithm>
 #include <string>
 #include <tuple>
@@ -7,6 +5,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/files/read_movie.h"
+#include "tools/dump.h"
 #include "tools/known_atoms.h"
 
 namespace tools {
@@ -16,17 +15,20 @@ using toolbox::Bytes;
 using toolbox::ByteSource;
 using toolbox::ByteSpan;
 using toolbox::FourCC;
+using toolbox::FromBigEndian;
 
-constexpr FourCC kMeta{"meta"}, kCompressed{"cmov"};
-constexpr FourCC kContainers[] = {"moov", "trak", "mdia", "minf", "stbl",     "edts",
-                                  "dinf", "udta", "tref", "gmhd", "tapt",     "clip",
-                                  "matt", "mvex", "moof", "traf", "mfra",     "rmra",
-                                  "rmda", "sinf", "schi", kMeta,  kCompressed};
+constexpr FourCC kContainers[] = {"moov", "trak", "mdia", "minf", "stbl", "edts", "dinf", "udta",
+                                  "tref", "gmhd", "tapt", "clip", "matt", "mvex", "moof", "traf",
+                                  "mfra", "rmra", "rmda", "sinf", "schi", "meta", "cmov"};
 // Nothing to know about them but their size.
 constexpr FourCC kPlain[] = {"mdat", "free", "skip", "wide"};
 
 // Deeper than any movie, shallow enough for the stack.
 constexpr int kDeepest = 32;
+
+bool IsOneOf(std::span<const FourCC> types, FourCC type) {
+  return std::ranges::find(types, type) != types.end();
+}
 
 class Dump {
  public:
@@ -37,8 +39,9 @@ class Dump {
     while (at < end) {
       const Bytes start = Read(source, at, std::min<std::uint64_t>(16, end - at));
       const auto frame = toolbox::ReadFrame(start, end - at);
-      if (!frame) return PrintTail(source, at, end, start, depth);
-      StartLine(at, depth) << '\'' << frame->type.Text() << "' " << frame->size;
+      StartLine(at, depth);
+      if (!frame) return PrintRest(source, start, at, end, depth);
+      out_ << '\'' << frame->type.Text() << "' " << frame->size;
       PrintContent(source, frame->type, at + frame->headerSize, at + frame->size, depth);
       at += frame->size;
     }
@@ -51,50 +54,40 @@ class Dump {
     return bytes;
   }
 
-  std::ostream& StartLine(std::uint64_t at, int depth) {
+  void StartLine(std::uint64_t at, int depth) {
     out_ << std::string(2 * static_cast<std::size_t>(depth), ' ');
-    if (isInflated_) out_ << "in cmov ";
-    return out_ << at << ' ';
+    out_ << (isInflated_ ? "in cmov " : "") << at << ' ';
   }
 
-  // What stands behind the last whole atom: padding, or an atom that claims more than there is.
-  void PrintTail(const ByteSource& source, std::uint64_t at, std::uint64_t end, const Bytes& start,
+  // What stands behind the last whole atom: padding, or an atom cut short.
+  void PrintRest(const ByteSource& source, const Bytes& start, std::uint64_t at, std::uint64_t end,
                  int depth) {
-    const std::uint64_t size = end - at;
-    if (size < 8) {
-      const bool isPadding = std::ranges::none_of(start, std::identity());
-      StartLine(at, depth) << (isPadding ? "padding " : "malformed: no atom in ") << size << '\n';
+    const std::uint64_t left = end - at;
+    if (left < 8) {
+      out_ << (std::ranges::any_of(start, std::identity()) ? "malformed: " : "padding: ") << left
+           << " bytes\n";
       return;
     }
-    const FourCC type(toolbox::FromBigEndian<std::uint32_t>(&start[4]));
-    StartLine(at, depth) << '\'' << type.Text() << "' malformed: its size "
-                         << toolbox::FromBigEndian<std::uint32_t>(start.data())
-                         << " is impossible, " << size << " are left";
-    if (IsContainer(type)) {
-      PrintContent(source, type, at + 8, end, depth);
-    } else {
-      out_ << '\n';
-    }
-  }
-
-  static bool IsContainer(FourCC type) {
-    return std::ranges::find(kContainers, type) != std::end(kContainers);
+    const FourCC type(FromBigEndian<std::uint32_t>(&start[4]));
+    out_ << '\'' << type.Text() << "' malformed: claims "
+         << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
+    // What is left of a container can still be looked at.
+    PrintContent(source, IsOneOf(kContainers, type) ? type : kPlain[0], at + 8, end, depth);
   }
 
   void PrintContent(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end,
                     int depth) {
-    if (IsContainer(type)) {
-      if (depth == kDeepest) {
-        out_ << " malformed: nested too deep\n";
-        return;
-      }
+    const bool isContainer = IsOneOf(kContainers, type);
+    if (isContainer && depth < kDeepest) {
       out_ << '\n';
-      if (type == kMeta) at += VersionSize(source, at, end);
+      if (type == FourCC{"meta"}) at += VersionSize(source, at, end);
       Walk(source, at, end, depth + 1);
-      if (type == kCompressed) PrintInflated(Read(source, at, end - at), depth + 1);
+      if (type == FourCC{"cmov"}) PrintInflated(Read(source, at, end - at), depth + 1);
       return;
     }
-    if (std::ranges::find(kPlain, type) == std::end(kPlain)) {
+    if (isContainer) {
+      out_ << " malformed: nested too deep";
+    } else if (!IsOneOf(kPlain, type)) {
       PrintFields(source, type, at, end, std::type_identity<KnownAtoms>());
     }
     out_ << '\n';
@@ -102,11 +95,9 @@ class Dump {
 
   // ISO: a word of version and flags stands before the children. QuickTime: it does not.
   static std::uint64_t VersionSize(const ByteSource& source, std::uint64_t at, std::uint64_t end) {
-    if (end - at < 4) return 0;
-    const Bytes start = Read(source, at, std::min<std::uint64_t>(8, end - at));
-    const bool startsWithAtom =
-        start.size() == 8 && std::equal(start.begin() + 4, start.end(), "hdlr");
-    return startsWithAtom ? 0 : 4;
+    if (end - at < 8) return 0;
+    const Bytes start = Read(source, at + 4, 4);
+    return FromBigEndian<std::uint32_t>(start.data()) == FourCC{"hdlr"}.value ? 0 : 4;
   }
 
   template <class... A>
@@ -118,11 +109,11 @@ class Dump {
     }
     const Bytes content = Read(source, at, end - at);
     try {
-      // Of two atoms with one type the first is it, unless the bytes say otherwise.
-      const bool isConstantSize = type == toolbox::ConstantSampleSize::kType &&
-                                  content.size() >= 8 &&
-                                  toolbox::FromBigEndian<std::uint32_t>(&content[4]) != 0;
-      if (isConstantSize) return PrintAs<toolbox::ConstantSampleSize>(content);
+      // Of the two atoms with this type only one has a size here.
+      if (type == toolbox::ConstantSampleSize::kType && content.size() >= 8 &&
+          FromBigEndian<std::uint32_t>(&content[4]) != 0) {
+        return PrintAs<toolbox::ConstantSampleSize>(content);
+      }
       std::ignore = ((A::kType == type && (PrintAs<A>(content), true)) || ...);
     } catch (const toolbox::Malformed& fault) {
       out_ << " malformed: " << fault.reason;
@@ -139,27 +130,24 @@ class Dump {
     if (!reader.Remaining().empty()) out_ << " and " << reader.Remaining().size() << " bytes";
   }
 
-  // `content` is that of 'cmov'. What it holds is a movie header: its bytes are counted from the
-  // end of its own size and type.
+  // `content` is that of 'cmov'. What is compressed there counts its bytes from its first child on.
   void PrintInflated(const Bytes& content, int depth) {
-    if (isInflated_) {
-      out_ << std::string(2 * static_cast<std::size_t>(depth), ' ')
-           << "malformed: compressed twice\n";
-      return;
-    }
-    isInflated_ = true;
+    const Bytes file = toolbox::Encoded([&](auto& io) {
+      io.Atom(FourCC{"moov"}, [&] { io.Atom(FourCC{"cmov"}, [&] { io.Append(content); }); });
+    });
     try {
-      const Bytes file = toolbox::Encoded([&](auto& io) {
-        io.Atom(FourCC{"moov"}, [&] { io.Atom(kCompressed, [&] { io.Append(content); }); });
-      });
+      if (isInflated_) throw toolbox::Malformed("it is compressed twice");
       const Bytes inflated = toolbox::ReadMovieHeader(toolbox::MemorySource(file));
+      isInflated_ = true;
       Walk(toolbox::MemorySource(inflated), 0, inflated.size(), depth);
+      isInflated_ = false;
     } catch (const toolbox::Malformed& fault) {
-      StartLine(0, depth) << "malformed: " << fault.reason << '\n';
-    } catch (const toolbox::Refused& refused) {
-      StartLine(0, depth) << "unreadable (" << refused.code << ")\n";
+      StartLine(0, depth);
+      out_ << "malformed: " << fault.reason << '\n';
+    } catch (const toolbox::Refused&) {
+      StartLine(0, depth);
+      out_ << "compressed in an unknown way\n";
     }
-    isInflated_ = false;
   }
 
   const bool showsDates_;

@@ -8,9 +8,7 @@
 
 #include "toolbox/atoms/malformed.h"
 #include "toolbox/files/read_movie.h"
-#include "toolbox/refused.h"
-#include "tools/dump_atoms.h"
-#include "tools/dump_model.h"
+#include "tools/dump.h"
 
 namespace {
 
@@ -19,9 +17,8 @@ struct Options {
   bool showsAtoms = true, showsModel = true, showsDates = false;
 };
 
-bool Parse(int count, char** arguments, Options& options) {
-  for (int i = 1; i < count; ++i) {
-    const std::string_view argument = arguments[i];
+bool Parse(std::span<const char* const> arguments, Options& options) {
+  for (const std::string_view argument : arguments) {
     if (argument == "-atoms") {
       options.showsModel = false;
     } else if (argument == "-model") {
@@ -29,7 +26,7 @@ bool Parse(int count, char** arguments, Options& options) {
     } else if (argument == "-dates") {
       options.showsDates = true;
     } else if (options.file == nullptr) {
-      options.file = arguments[i];
+      options.file = argument.data();
     } else {
       return false;
     }
@@ -41,10 +38,9 @@ void Dump(const Options& options) {
   const auto path = boost::filesystem::absolute(options.file);
   const toolbox::FileSource source(path);
   if (options.showsAtoms) tools::DumpAtoms(source, options.showsDates, std::cout);
-  if (options.showsModel) {
-    const auto movie = toolbox::ReadMovieFile(path, toolbox::References::kLeave);
-    tools::DumpModel(*movie, options.showsDates, std::cout);
-  }
+  if (!options.showsModel) return;
+  const auto movie = toolbox::ReadMovieFile(path, toolbox::References::kLeave);
+  tools::DumpModel(*movie, options.showsDates, std::cout);
 }
 
 int Fail(const Options& options, const std::string& why) {
@@ -57,22 +53,22 @@ int Fail(const Options& options, const std::string& why) {
 
 int main(int count, char** arguments) {
   Options options;
-  if (!Parse(count, arguments, options)) {
+  if (!Parse({arguments + 1, static_cast<std::size_t>(count - 1)}, options)) {
     std::cerr << "usage: moviedump [-atoms | -model] [-dates] FILE\n";
     return 2;
   }
   try {
     Dump(options);
+    return 0;
   } catch (const toolbox::Malformed& fault) {
-    return Fail(options, "in " + fault.path + ": " + fault.reason);
+    return Fail(options, fault.path.empty() ? fault.reason : fault.path + ": " + fault.reason);
   } catch (const toolbox::Refused& refused) {
     return Fail(options, refused.code == toolbox::noMovieFound
-                             ? "there is no movie in it"
-                             : "cannot be read (" + std::to_string(refused.code) + ")");
+                             ? "no movie in it"
+                             : "cannot be read: " + std::to_string(refused.code));
   } catch (const boost::filesystem::filesystem_error& failed) {
     return Fail(options, failed.code().message());
   } catch (const std::bad_alloc&) {
     return Fail(options, "too large for the memory here");
   }
-  return 0;
 }

@@ -9,7 +9,7 @@
 namespace utils {
 namespace {
 
-using clipjoin::kUtils;
+using clipjoin::kUtilsSource;
 using clipjoin::QTError;
 using clipjoin::Report;
 using clipjoin::Require;
@@ -21,19 +21,19 @@ void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
   toolbox::FlattenMovieDataToDataRef(
       movie, flattenFlags | toolbox::flattenAddMovieToDataFork, reference.handle, reference.type,
       kCreator, toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
-  Require({"FlattenMovieDataToDataRef", kUtils}, toolbox::GetMoviesError());
+  Require({"FlattenMovieDataToDataRef", kUtilsSource}, toolbox::GetMoviesError());
 }
 
 void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   toolbox::DataHandler storage = nullptr;
-  Require({"CreateMovieStorage", kUtils},
+  Require({"CreateMovieStorage", kUtilsSource},
           toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
                                       toolbox::smSystemScript,
                                       toolbox::createMovieFileDeleteCurFile, &storage, nullptr));
   std::ignore = toolbox::AddMovieToStorage(movie, storage);
-  Require({"AddMovieToStorage", kUtils}, toolbox::GetMoviesError());
+  Require({"AddMovieToStorage", kUtilsSource}, toolbox::GetMoviesError());
   // Only now does the file take its place, so only now is it known to be there.
-  Require({"CloseComponent", kUtils}, toolbox::CloseComponent(storage));
+  Require({"CloseComponent", kUtilsSource}, toolbox::CloseComponent(storage));
 }
 
 void Explain(const QTError& error, const std::string& path) {
@@ -67,10 +67,10 @@ toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) 
 toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t newMovieFlags,
                          toolbox::DataHandler* storage) {
   DataReference reference;
-  Require({"PathToDataRef", kUtils}, PathToDataRef(path, reference));
+  Require({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   toolbox::Movie movie = nullptr;
   std::int16_t resourceId = 0;
-  Require({"NewMovieFromDataRef", kUtils},
+  Require({"NewMovieFromDataRef", kUtilsSource},
           toolbox::NewMovieFromDataRef(&movie, newMovieFlags, &resourceId, reference.handle,
                                        reference.type));
   std::uint32_t flags = 0;
@@ -79,7 +79,7 @@ toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t 
   const toolbox::OSErr opened =
       toolbox::OpenMovieStorage(reference.handle, reference.type, flags, storage);
   if (opened != toolbox::noErr) toolbox::DisposeMovie(movie);
-  Require({"OpenMovieStorage", kUtils}, opened);
+  Require({"OpenMovieStorage", kUtilsSource}, opened);
   return movie;
 }
 
@@ -87,7 +87,7 @@ void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContaine
                 std::uint32_t flattenFlags) {
   DataReference reference;
   // Without a reference the call below fails as well, and says what the run comes to.
-  Report({"PathToDataRef", kUtils}, PathToDataRef(path, reference));
+  Report({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   try {
     if (selfContained) {
       WriteSelfContained(movie, flattenFlags, reference);

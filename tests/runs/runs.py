@@ -268,7 +268,8 @@ def samples_by_track(path):
     """The packets without regard to edit lists, by track number."""
     streams = description(path, "-ignore_editlist", "1")["streams"]
     found = all_packets(path)
-    return {int(s["id"], 16): found.get(s["index"], []) for s in streams if "id" in s}
+    numbers = {s["index"]: int(s.get("id", "0"), 16) for s in streams}
+    return {number: found.get(index, []) for index, number in numbers.items() if number}
 
 
 def shown(path, number):

@@ -94,13 +94,16 @@ TEST_F(ReadMovie, TellsWhatTheHeadersSay) {
   EXPECT_EQ(track.id, 7U);
   EXPECT_EQ(track.flags, 1U);
   EXPECT_EQ(track.created, 0x100000000U);
-  EXPECT_EQ(std::tuple(track.layer, track.alternateGroup, track.volume), std::tuple(3, 4, 0x80));
+  EXPECT_EQ(track.layer, 3);
+  EXPECT_EQ(track.alternateGroup, 4);
+  EXPECT_EQ(track.volume, 0x80);
   EXPECT_EQ(std::pair(track.width, track.height), std::pair(5, 6));
   EXPECT_EQ(track.userData, items);
   ASSERT_EQ(track.references.size(), 1U);
   EXPECT_EQ(track.references[0].targets, (std::vector<const TrackRecord*>{&track, nullptr}));
   EXPECT_EQ(track.media->scale, 44100);
-  EXPECT_EQ(std::pair(track.media->language, track.media->quality), std::pair(0x15C7, 9));
+  EXPECT_EQ(track.media->language, 0x15C7);
+  EXPECT_EQ(track.media->quality, 9);
   EXPECT_EQ(track.media->Type(), FourCC{"vide"});
   EXPECT_EQ(track.media->descriptions.size(), 1U);
 }

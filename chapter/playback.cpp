@@ -1,0 +1,84 @@
+#include "chapter/playback.h"
+
+#include <array>
+#include <tuple>
+
+namespace chapter {
+namespace {
+
+using toolbox::FourCC;
+using toolbox::Movie;
+using toolbox::OSErr;
+
+constexpr FourCC kPlay{"play"};  // one byte, 1
+constexpr FourCC kLoop{"LOOP"};  // 32 bits, 0: play over and over
+
+OSErr ReplaceItems(Movie movie, FourCC type, std::span<const std::uint8_t> bytes) {
+  if (const OSErr code = RemoveMovieUserData(movie, type)) return code;
+  return toolbox::SetUserDataItem(toolbox::GetMovieUserData(movie), bytes.data(),
+                                  static_cast<std::int32_t>(bytes.size()), type, 0);
+}
+
+// The payload of the first item of the type, if it has `size` bytes or more.
+toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
+  toolbox::Bytes bytes;
+  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+  const toolbox::Handle item = toolbox::NewHandle(0);
+  if (data != nullptr && toolbox::GetUserData(data, item, type, 1) == toolbox::noErr &&
+      item->bytes.size() >= size) {
+    bytes = item->bytes;
+  }
+  toolbox::DisposeHandle(item);
+  return bytes;
+}
+
+}  // namespace
+
+OSErr SetMovieUserDataByte(Movie movie, FourCC type, std::uint8_t value) {
+  return ReplaceItems(movie, type, std::array{value});
+}
+
+OSErr SetMovieUserDataLong(Movie movie, FourCC type, std::int32_t value) {
+  std::array<std::uint8_t, 4> bytes;
+  for (std::size_t i = 0; i < 4; ++i) {
+    bytes[i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) >> (24 - 8 * i));
+  }
+  return ReplaceItems(movie, type, bytes);
+}
+
+OSErr RemoveMovieUserData(Movie movie, FourCC type) {
+  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+  if (data == nullptr) return toolbox::paramErr;
+  for (int left = toolbox::CountUserDataType(data, type); left > 0; --left) {
+    std::ignore = toolbox::RemoveUserData(data, type, 1);
+  }
+  return toolbox::noErr;
+}
+
+bool GetMovieUserDataByte(Movie movie, FourCC type, bool otherwise) {
+  const toolbox::Bytes bytes = FirstItem(movie, type, 1);
+  return bytes.empty() ? otherwise : bytes[0] != 0;
+}
+
+std::int32_t GetMovieUserDataLong(Movie movie, FourCC type, std::int32_t otherwise) {
+  const toolbox::Bytes bytes = FirstItem(movie, type, 4);
+  if (bytes.empty()) return otherwise;
+  std::uint32_t value = 0;
+  for (std::size_t i = 0; i < 4; ++i) value = value << 8 | bytes[i];
+  return static_cast<std::int32_t>(value);
+}
+
+void ApplyPlaybackFlags(Movie movie, const clipjoin::OutputOptions& options) {
+  if (options.setAutoPlay) {
+    std::ignore = SetMovieUserDataByte(movie, kPlay, 1);
+  } else if (options.unsetAutoPlay) {
+    std::ignore = RemoveMovieUserData(movie, kPlay);
+  }
+  if (options.setLooping) {
+    std::ignore = SetMovieUserDataLong(movie, kLoop, 0);
+  } else if (options.unsetLooping) {
+    std::ignore = RemoveMovieUserData(movie, kLoop);
+  }
+}
+
+}  // namespace chapter
