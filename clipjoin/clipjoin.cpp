@@ -1,5 +1,6 @@
 #include "clipjoin/clipjoin.h"
 
+#include <iostream>
 #include <tuple>
 #include <variant>
 
@@ -27,6 +28,42 @@ bool PrefersQuiet() {
   return isValid && isQuiet;
 }
 
+// The first option on the line that asks for work that is not built yet; null when there is none.
+const char* NotBuilt(const CommandLine& line) {
+  const OutputOptions& output = line.output;
+  if (output.uniqueTracks) return "-unique-tracks";
+  if (output.manualJoin) return "-manual-join";
+  if (output.mpeg4) return "-mp4";
+  if (output.chapterToolXml) return "-chapter-tool-xml";
+  if (output.chapterTrackName) return "-chapter-track";
+  if (output.autoChapters) return "-auto-chapters";
+  if (output.addedChaptersSeen) return "-add-chapter";
+  if (output.removeOutputEditList) return "-remove-output-edit-list";
+  const FileOptions plain;
+  for (const input::InputMovie& input : line.inputs) {
+    const FileOptions& file = input.options;
+    if (!file.includeTracks.empty()) return "-track";
+    if (!file.excludeTracks.empty()) return "-notrack";
+    if (!file.enableTracks.empty()) return "-enable";
+    if (!file.disableTracks.empty()) return "-disable";
+    if (!file.includeChapters.empty()) return "-chapter";
+    if (!file.excludeChapters.empty()) return "-nochapter";
+    if (file.listTracks) return "-list";
+    if (file.listChapters) return "-chaplist";
+    if (file.lengthMode != kKeepLength) return "-trimTo and its kin";
+    if (file.startAt != 0) return "-startAt";
+    if (file.resetTrackMatrices) return "-resetmatrix";
+    if (file.resetMovieMatrix) return "-resetmmatrix";
+    if (file.trackMatrix != plain.trackMatrix) return "-sscale, -rotate and their kin";
+    if (file.movieMatrix != plain.movieMatrix) return "-msscale, -mrotate and their kin";
+    if (file.rate != 1.0) return "-rate";
+    if (file.graphicsMode != 0) return "-transparency-mode";
+    if (file.timeScale != 0 || !file.timeScaleReferenceTrack.empty()) return "-timescale";
+    if (file.removeEditList) return "-remove-edit-list";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 int Run(std::span<const char* const> arguments) {
@@ -34,6 +71,11 @@ int Run(std::span<const char* const> arguments) {
   auto parsed = ParseCommandLine(arguments, PrefersQuiet());
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return status->value;
   auto& line = std::get<CommandLine>(parsed);
+
+  if (const char* option = NotBuilt(line)) {
+    std::cerr << "This version does not know yet how to carry out " << option << ".\n";
+    return 1;
+  }
 
   // The first input's movie becomes the output, the others are joined to it.
   toolbox::Movie output = nullptr;

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "toolbox/atoms/fourcc.h"
@@ -113,6 +114,10 @@ TimeValue GetMovieDuration(Movie movie);
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
 // Overwrites the destination's preferred rate and volume, clipping region, matrix and user data.
 [[nodiscard]] OSErr CopyMovieSettings(Movie source, Movie destination);
+// Has `progress` told, while media of the movie are copied, how many bytes of how many are done.
+// Empty: nobody.
+void SetMovieProgressProc(Movie movie,
+                          std::function<void(std::uint64_t done, std::uint64_t all)> progress);
 // The movie's user data; valid as long as the movie. Null only for a null movie.
 UserData GetMovieUserData(Movie movie);
 

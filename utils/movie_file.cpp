@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "clipjoin/report.h"
+#include "utils/progress_line.h"
 
 namespace utils {
 namespace {
@@ -17,11 +18,19 @@ using clipjoin::Require;
 constexpr toolbox::FourCC kCreator{"TVOD"};
 
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
-                        const DataReference& reference) {
+                        const DataReference& reference, bool showProgress) {
+  // Gone before any message is printed.
+  ProgressLine line;
+  if (showProgress && ProgressLine::IsWanted()) {
+    toolbox::SetMovieProgressProc(
+        movie, [&line](std::uint64_t done, std::uint64_t all) { line.Show(done, all); });
+  }
   toolbox::FlattenMovieDataToDataRef(
       movie, flattenFlags | toolbox::flattenAddMovieToDataFork, reference.handle, reference.type,
       kCreator, toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
-  Require({"FlattenMovieDataToDataRef", kUtilsSource}, toolbox::GetMoviesError());
+  const toolbox::OSErr code = toolbox::GetMoviesError();
+  toolbox::SetMovieProgressProc(movie, nullptr);
+  Require({"FlattenMovieDataToDataRef", kUtilsSource}, code);
 }
 
 void WriteReference(toolbox::Movie movie, const DataReference& reference) {
@@ -84,13 +93,13 @@ toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t 
 }
 
 void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
-                std::uint32_t flattenFlags) {
+                std::uint32_t flattenFlags, bool showProgress) {
   DataReference reference;
   // Without a reference the call below fails as well, and says what the run comes to.
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   try {
     if (selfContained) {
-      WriteSelfContained(movie, flattenFlags, reference);
+      WriteSelfContained(movie, flattenFlags, reference, showProgress);
     } else {
       WriteReference(movie, reference);
     }

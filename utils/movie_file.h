@@ -32,8 +32,8 @@ toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t 
                          toolbox::DataHandler* storage);
 
 // Writes the movie to `path`, replacing a file that is there: with all its media, or as a reference
-// movie. Failures are printed.
+// movie. With `showProgress` a user at a terminal sees how far it is. Failures are printed.
 void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
-                std::uint32_t flattenFlags);
+                std::uint32_t flattenFlags, bool showProgress);
 
 }  // namespace utils

@@ -66,7 +66,7 @@ int FinishOutput(toolbox::Movie movie, const clipjoin::CommandLine& line) {
     if (!options.selfContained) WarnOfReference(line.inputs.size());
     WarnOfExtension(Extension(path), line.Name());
   }
-  WriteMovie(movie, path, options.selfContained, options.flattenFlags);
+  WriteMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
   return 0;
 }
 

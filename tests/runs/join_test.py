@@ -2,9 +2,6 @@
 """Joins, judged by how they play: pictures and sound of the parts, one after the other."""
 
 import itertools
-import pathlib
-import shutil
-import tempfile
 
 import runs
 from runs import MEDIA, RunTest, complaints, frames, make_clip, sound
@@ -71,8 +68,7 @@ class JoinTest(RunTest):
 class ClipsOfOneKind(JoinTest):
     @classmethod
     def setUpClass(cls):
-        folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
-        cls.addClassCleanup(shutil.rmtree, folder)
+        folder = runs.temporary_folder(cls)
         cls.clips = [clip(folder / f"clip {number}.mp4", number) for number in (1, 2, 3)]
         cls.one, cls.two, cls.three = cls.clips
         cls.quicktime = clip(folder / "quicktime.mov", 4)

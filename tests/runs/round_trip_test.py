@@ -1,15 +1,11 @@
 #!/usr/bin/env python3
 """Every movie of the corpus, written again: what independent readers say of it stays the same."""
 
-import itertools
 import json
 import pathlib
-import shutil
-import tempfile
-import unittest
 
 import runs
-from runs import MEDIA, Result
+from runs import MEDIA
 
 # Whole files that cannot be opened: what is said of them.
 NOT_OPENED = {
@@ -88,6 +84,7 @@ class Written:
         if self.name not in NOT_COPIED:
             for path in (self.source, self.copy):
                 runs.samples_by_track(path)
+                runs.description(path)
 
 
 def uncounted(name):
@@ -133,8 +130,7 @@ def is_subsequence(part, whole):
 class EveryMovie(runs.RunTest):
     @classmethod
     def setUpClass(cls):
-        folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
-        cls.addClassCleanup(shutil.rmtree, folder)
+        folder = runs.temporary_folder(cls)
         cls.written = runs.in_parallel(lambda name: Written(folder, name), corpus())
         cls.copies = [w for w in cls.written if not refusal(w.name) and w.name not in NOT_COPIED]
         runs.in_parallel(Written.read, cls.copies)
@@ -179,8 +175,8 @@ class EveryMovie(runs.RunTest):
             with self.subTest(movie.name):
                 before, after = (runs.samples_by_track(p) for p in (movie.source, movie.copy))
                 for number, samples in after.items():
-                    kept = [packet.hash for packet in samples]
-                    whole = [packet.hash for packet in before[number]]
+                    kept = [packet.data_hash for packet in samples]
+                    whole = [packet.data_hash for packet in before[number]]
                     if self.is_uncompressed(movie, number):
                         # ffprobe cuts it into packets as the chunks are cut.
                         kept, whole = (self.bytes_of(p, number) for p in (movie.copy, movie.source))

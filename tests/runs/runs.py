@@ -48,12 +48,19 @@ needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"the corpus {MEDIA} is not h
 needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become somebody else")
 
 Result = collections.namedtuple("Result", "status out err")
-Packet = collections.namedtuple("Packet", "pts dts duration flags hash")
+Packet = collections.namedtuple("Packet", "pts dts duration flags data_hash")
 
 
 def has_tools(*names):
     missing = [name for name in names if shutil.which(name) is None]
     return unittest.skipIf(missing, "not installed: " + " ".join(missing))
+
+
+def temporary_folder(test_class):
+    """A folder that lasts as long as the tests of the class."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
+    test_class.addClassCleanup(shutil.rmtree, folder)
+    return folder
 
 
 def run(program, *arguments, cwd=None, timeout=60, **more):
@@ -132,38 +139,35 @@ def identity(path):
     return path, status.st_size, status.st_mtime_ns
 
 
-def packets(path, *options):
-    """The packets of every stream in file order, by stream number; `options` go to ffprobe."""
-    return _packets(identity(path), options)
+def ffprobe(path, *options):
+    """Its answer, which is asked for once. It is slow to start and a file has much to tell."""
+    return _ffprobe(identity(path), options)
 
 
 @functools.lru_cache(maxsize=None)
-def _packets(file, options):
-    entries = "packet=stream_index,pts,dts,duration,flags,data_hash"
-    command = [*options, "-show_packets", "-show_data_hash", "crc32", "-show_entries", entries]
-    out, _ = read_by("ffprobe", "-v", "error", *command, "-of", "json", file[0])
-    streams = collections.defaultdict(list)
-    for packet in json.loads(out or "{}").get("packets", []):
-        values = (packet.get(name) for name in ("pts", "dts", "duration", "flags", "data_hash"))
-        streams[packet["stream_index"]].append(Packet(*values))
-    return dict(streams)
+def _ffprobe(file, options):
+    out, _ = read_by("ffprobe", "-v", "error", *options, "-of", "json", file[0])
+    return {"streams": [], "packets": [], **json.loads(out or "{}")}
 
 
-def all_packets(path):
-    """The packets without regard to edit lists."""
-    return packets(path, "-ignore_editlist", "1")
-
-
-def description(path, *options):
+def description(path):
     """What ffprobe says of the file and its streams."""
-    return _description(identity(path), options)
+    return ffprobe(path, "-show_format", "-show_streams")
 
 
-@functools.lru_cache(maxsize=None)
-def _description(file, options):
-    command = [*options, "-show_format", "-show_streams", "-of", "json", file[0]]
-    out, _ = read_by("ffprobe", "-v", "error", *command)
-    return {"streams": [], **json.loads(out or "{}")}
+def samples_by_track(path):
+    """The packets without regard to edit lists, by track number."""
+    answer = ffprobe(
+        path, "-ignore_editlist", "1", "-show_streams", "-show_packets", "-show_data_hash", "crc32",
+        "-show_entries", "stream=index,id:packet=stream_index,pts,dts,duration,flags,data_hash",
+    )  # fmt: skip
+    numbers = {s["index"]: int(s.get("id", "0"), 16) for s in answer["streams"]}
+    found = {number: [] for number in numbers.values() if number}  # a cover has none
+    for packet in answer["packets"]:
+        number = numbers.get(packet["stream_index"])
+        if number:
+            found[number].append(Packet(*map(packet.get, Packet._fields)))
+    return found
 
 
 def complaints(path, *options):
@@ -264,20 +268,12 @@ def _tracks(file):
     return found
 
 
-def samples_by_track(path):
-    """The packets without regard to edit lists, by track number."""
-    streams = description(path, "-ignore_editlist", "1")["streams"]
-    found = all_packets(path)
-    numbers = {s["index"]: int(s.get("id", "0"), 16) for s in streams}
-    return {number: found.get(index, []) for index, number in numbers.items() if number}
-
-
 def shown(path, number):
     """What a track shows: (seconds at which it would start, hash) of each sample that an edit
     shows a part of, edit after edit in display order."""
     track = tracks(path)[number]
     samples = sorted(
-        (int(p.pts), int(p.duration or 0), p.hash)
+        (p.pts, p.duration or 0, p.data_hash)
         for p in samples_by_track(path).get(number, [])
         if p.pts is not None
     )  # fmt: skip

@@ -2,6 +2,7 @@
 #include "toolbox/movie/movie.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
@@ -59,6 +60,11 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
 
 OSErr CopyMovieSettings(Movie source, Movie destination) {
   return Call("CopyMovieSettings", [&] { Valid(destination).TakeSettings(Valid(source)); });
+}
+
+void SetMovieProgressProc(Movie movie,
+                          std::function<void(std::uint64_t done, std::uint64_t all)> progress) {
+  Call("SetMovieProgressProc", [&] { Valid(movie).progress = std::move(progress); });
 }
 
 UserData GetMovieUserData(Movie movie) {

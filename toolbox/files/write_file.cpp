@@ -78,8 +78,16 @@ Bytes DataHead(std::uint64_t size) {
 void CopyMediaData(const FilePlan& plan, OutputFile& output) {
   output.Append(DataHead(plan.dataSize));
   Sources sources(plan, output);
+  // Often enough for a reader, too seldom to cost anything.
+  constexpr std::uint64_t kStep = 8 << 20;
+  std::uint64_t done = 0, told = 0;
   plan.ForEachRange([&](const CopyRange& range) {
     output.Copy(sources.Open(*range.from), range.at, range.length);
+    done += range.length;
+    if (plan.movie->progress && done - told >= kStep) {
+      told = done;
+      plan.movie->progress(done, plan.dataSize);
+    }
   });
   output.Flush();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -37,6 +38,8 @@ struct MovieProperties {
   std::optional<OtherFile> file;  // the file the movie was opened from
   std::vector<FileAtom> fileAtoms;  // what else of that file belongs to the movie
   std::optional<DataReference> defaultDataReference;
+  // Told, while media of the movie are copied, how many bytes of how many are done. May be empty.
+  std::function<void(std::uint64_t done, std::uint64_t all)> progress;
 };
 
 struct MovieRecord : MovieProperties {

@@ -1,0 +1,38 @@
+#!/usr/bin/env python3
+"""Joins with itself, both ways, every input that a fuzz target once fell over: none may make a
+sanitizer speak or end the program by a signal. The programs stand in the folder REELWORK_BIN."""
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+BIN = pathlib.Path(os.environ["REELWORK_BIN"])
+FINDS = pathlib.Path(__file__).resolve().parent.parent / "data" / "finds"
+REPORTS = ("Sanitizer", "runtime error:")
+
+
+def fault(command):
+    """What is wrong with a run of the command; nothing when all is well."""
+    try:
+        done = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=60)
+    except subprocess.TimeoutExpired:
+        return "takes longer than a minute"
+    if done.returncode < 0:
+        return f"ended by signal {-done.returncode}"
+    return done.stderr if any(report in done.stderr for report in REPORTS) else None
+
+
+failed = 0
+finds = sorted(path for path in FINDS.glob("*") if path.name != "README.md")
+with tempfile.TemporaryDirectory() as folder:
+    output = os.path.join(folder, "output.mov")
+    for find in finds:
+        for options in ([], ["-self-contained"]):
+            command = [BIN / "clipjoin", "-q", find, find, *options, "-o", output]
+            if what := fault(command):
+                print(f"{find.name} {' '.join(options)}: {what}")
+                failed += 1
+print(f"{len(finds)} finds, {failed} runs failed")
+sys.exit(failed > 0)
