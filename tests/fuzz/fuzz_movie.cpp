@@ -9,6 +9,7 @@
 #include "tests/fuzz/seeds.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/movie/matrix.h"
 #include "toolbox/toolbox.h"
 
 namespace {
@@ -31,7 +32,10 @@ void PutTrack(auto& io, std::uint32_t id, FourCC type, const Bytes& description,
     visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1});
   };
   io.Atom(FourCC{"trak"}, [&] {
-    PutAtom(io, toolbox::TrackHeader{.flags = 0xF, .duration = kSamples * 100, .id = id});
+    PutAtom(io, toolbox::TrackHeader{.flags = 0xF,
+                                     .duration = kSamples * 100,
+                                     .id = id,
+                                     .matrix = toolbox::kIdentityMatrix});
     io.Atom(FourCC{"mdia"}, [&] {
       PutAtom(io, toolbox::MediaHeader{.duration = kSamples * 100, .scale = 600});
       PutAtom(io, toolbox::Handler{.componentType = FourCC{"mhlr"}, .subtype = type});
@@ -66,7 +70,9 @@ Bytes GoodMovie() {
   return toolbox::Encoded([&](auto& io) {
     io.Atom(FourCC{"mdat"}, [&] { io.Append(Bytes(2 * kTrackBytes, 0x5A)); });
     io.Atom(FourCC{"moov"}, [&] {
-      toolbox::PutAtom(io, toolbox::MovieHeader{.duration = kSamples * 100, .scale = 600});
+      toolbox::PutAtom(
+          io, toolbox::MovieHeader{
+                  .duration = kSamples * 100, .scale = 600, .matrix = toolbox::kIdentityMatrix});
       PutTrack(io, 1, FourCC{"vide"}, Description(FourCC{"raw "}, 86), kDataStart);
       PutTrack(io, 2, FourCC{"soun"}, sound, kDataStart + kTrackBytes);
     });

@@ -18,7 +18,9 @@ struct ThisFile {
 // Another file; the path is absolute.
 struct OtherFile {
   boost::filesystem::path path;
-  friend bool operator==(const OtherFile&, const OtherFile&) = default;
+  friend bool operator==(const OtherFile& a, const OtherFile& b) {
+    return a.path.native() == b.path.native();
+  }
 };
 // A block of memory, shared by every media that carries the reference; equal only to itself.
 struct InMemory {

@@ -42,14 +42,29 @@ bool SampleDescription::SameAs(const SampleDescription& other) const {
 }
 
 std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
-  const auto found = std::ranges::find(dataReferences, reference);
-  const auto index = static_cast<std::uint32_t>(found - dataReferences.begin());
-  if (found == dataReferences.end()) dataReferences.push_back(reference);
-  return index;
+  const auto count = static_cast<std::uint32_t>(dataReferences.size());
+  const auto* file = std::get_if<OtherFile>(&reference);
+  if (file == nullptr) {
+    const auto found = std::ranges::find(dataReferences, reference);
+    if (found != dataReferences.end()) {
+      return static_cast<std::uint32_t>(found - dataReferences.begin());
+    }
+  } else {
+    for (; indexed_ < count; ++indexed_) {
+      if (const auto* other = std::get_if<OtherFile>(&dataReferences[indexed_])) {
+        fileIndex_.try_emplace(other->path.native(), indexed_);
+      }
+    }
+    const auto found = fileIndex_.find(file->path.native());
+    if (found != fileIndex_.end()) return found->second;
+  }
+  dataReferences.push_back(reference);
+  return count;
 }
 
-std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description) {
-  const auto found = std::ranges::find_if(descriptions, [&](const SampleDescription& here) {
+std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description, std::size_t first) {
+  const auto from = descriptions.begin() + static_cast<std::ptrdiff_t>(first);
+  const auto found = std::find_if(from, descriptions.end(), [&](const SampleDescription& here) {
     return here.dataReference == description.dataReference && here.SameAs(description);
   });
   const auto index = static_cast<std::uint32_t>(found - descriptions.begin());
@@ -60,26 +75,32 @@ std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description) {
 void MediaRecord::SetScale(std::int32_t newScale) {
   if (newScale == scale) return;
   samples = samples.Rescaled(scale, newScale);
-  for (Joined& joined : joined_) joined.base.units = Rescale(joined.base.units, scale, newScale);
+  for (auto& [media, joined] : joined_) {
+    joined.base.units = Rescale(joined.base.units, scale, newScale);
+  }
   scale = newScale;
 }
 
 MediaTime MediaRecord::Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
                             const std::optional<OtherFile>& ownFile) {
-  const auto before = std::ranges::find_if(joined_, [&](const Joined& joined) {
-    return joined.identity.lock() == source.identity_ && joined.samples == source.samples.Count();
-  });
-  if (before != joined_.end()) return before->base;
+  const std::uint64_t count = source.samples.Count();
+  const auto before = joined_.find(source.identity_.get());
+  if (before != joined_.end() && before->second.identity.lock() == source.identity_ &&
+      before->second.samples == count) {
+    return before->second.base;
+  }
 
   std::vector<std::uint32_t> map;
+  const std::size_t references = dataReferences.size(), known = descriptions.size();
   for (SampleDescription description : source.descriptions) {
     const DataReference& reference = source.dataReferences[description.dataReference];
     description.dataReference = FindOrAdd(SeenFrom(ownFile, reference, sourceFile));
-    map.push_back(FindOrAdd(description));
+    // Nothing that was here can name a reference that was not.
+    const bool isNew = description.dataReference >= references;
+    map.push_back(FindOrAdd(description, isNew ? known : 0));
   }
-  const std::uint64_t count = source.samples.Count();
   const MediaTime base{samples.AppendSlice(source.samples, 0, count, map)};
-  joined_.push_back({source.identity_, count, base});
+  joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;
 }
 

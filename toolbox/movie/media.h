@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "toolbox/atoms/fourcc.h"
@@ -65,8 +66,9 @@ struct MediaRecord : MediaSettings {
 
   // The index of an equal reference, added when there is none.
   std::uint32_t FindOrAdd(const DataReference& reference);
-  // The index of a description with equal bytes and the same reference, added when there is none.
-  std::uint32_t FindOrAdd(const SampleDescription& description);
+  // The index of a description with equal bytes and the same reference, from `first` on; added when
+  // there is none.
+  std::uint32_t FindOrAdd(const SampleDescription& description, std::size_t first = 0);
 
   // Re-expresses all times of the samples in `newScale`. Throws Refused (invalidDuration).
   void SetScale(std::int32_t newScale);
@@ -83,9 +85,13 @@ struct MediaRecord : MediaSettings {
     std::uint64_t samples = 0;
     MediaTime base;
   };
-  std::vector<Joined> joined_;
+  std::unordered_map<const void*, Joined> joined_;
   // Tells one media's samples from another's for as long as a join may want to know.
   std::shared_ptr<const void> identity_ = std::make_shared<const int>();
+  // Where the references to other files stand, so that joining a thousand of them takes no search
+  // each.
+  std::unordered_map<std::string, std::uint32_t> fileIndex_;
+  std::uint32_t indexed_ = 0;  // references looked at so far
 };
 
 }  // namespace toolbox

@@ -20,9 +20,10 @@ bool SameAtom(const Siblings& a, const Siblings& b, FourCC type) {
 }
 
 // A description that names no data reference reads the first file, so its media cannot come to lie
-// in two.
+// in two. One that does lie in two need not be asked.
 bool MayLieInSeveralFiles(const MediaRecord& media) {
-  return std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
+  return media.dataReferences.size() > 1 ||
+         std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
 }
 
 bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {

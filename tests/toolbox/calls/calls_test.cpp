@@ -74,7 +74,7 @@ TEST_F(Calls, AnswerNullReferencesWithTheirCodes) {
   EXPECT_EQ(InsertMovieSegment(movie, nullptr, 0, 1, 0), invalidMovie);
   EXPECT_EQ(NewMovieFromDataRef(&opened, 0, nullptr, nullptr, kAlias), nilHandleErr);
   EXPECT_EQ(OpenMovieStorage(nullptr, kAlias, 0, &handler), nilHandleErr);
-  EXPECT_EQ(AddMovieToStorage(movie, nullptr), dataNotOpenForWrite);
+  EXPECT_EQ(AddMovieToStorage(movie, nullptr), fnOpnErr);
   EXPECT_EQ(CloseMovieStorage(nullptr), fnOpnErr);
   EXPECT_EQ(CloseComponent(nullptr), invalidComponentID);
   EXPECT_EQ(Flatten(nullptr, folder_ / "out.mov"), invalidMovie);

@@ -124,7 +124,7 @@ TEST(Rescale, RoundsAsAskedFarBeyond64Bits) {
   EXPECT_EQ(Rescale(-1, 2, 1, Rounding::kDown), -1);
   EXPECT_EQ(Rescale(1, 3, 1, Rounding::kUp), 1);
   EXPECT_EQ(Rescale(-1, 3, 1, Rounding::kUp), 0);
-  EXPECT_EQ(Rescale(INT64_MAX / 8, 1000, 1001), INT64_MAX / 8 / 1000 * 1001 + 847);
+  EXPECT_EQ(Rescale(INT64_MAX / 8, 1000, 1001), INT64_MAX / 8 / 1000 * 1001 + 976);
   EXPECT_EQ(Rescale(INT64_MAX, 1, INT32_MAX), kLongest);
   EXPECT_EQ(Rescale(-INT64_MAX, 1, INT32_MAX), -kLongest);
   EXPECT_EQ((Clock{600, 44100}.Lasting({1000000}, 1.0)).units, 13605);

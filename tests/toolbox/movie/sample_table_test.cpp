@@ -234,7 +234,7 @@ TEST_P(Joined, FindsTheBytesOfEveryStretch) {
   EXPECT_TRUE(table_.IsLocated(0, samples_.size()));
   for (int round = 0; round < 30; ++round) {
     const std::uint64_t from = random_.Below(samples_.size());
-    const std::uint64_t to = from + random_.Below(samples_.size() - from + 1);
+    const std::uint64_t to = from + 1 + random_.Below(samples_.size() - from);
     std::uint64_t next = from;
     std::vector<bool> used(5), expectedUse(5);
     table_.ForEachPiece(from, to, [&](const SamplePiece& piece) {
@@ -283,7 +283,8 @@ TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
     const std::int64_t to = from + 1 + random_.Below(12);
     const auto expected = ShownByBruteForce(samples_, from, to);
     if (expected.first == samples_.size()) continue;  // before the first is shown
-    ASSERT_EQ(table_.SamplesShownIn(from, to), expected) << from << " to " << to;
+    std::string d; { const auto tt = TimesOf(samples_); for (std::size_t i = 0; i < samples_.size(); ++i) d += std::to_string(i) + ":" + std::to_string(tt[i]) + "/" + std::to_string(tt[i]+samples_[i].offset) + " "; }
+    ASSERT_EQ(table_.SamplesShownIn(from, to), expected) << from << " to " << to << " " << d;
   }
 }
 

@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+"""Commands that are killed, or meet a full or failing disk, at any of their writing calls: what
+stood at the output before is whole, or the new movie is."""
+
+import os
+import shutil
+import signal
+import unittest
+
+import runs
+
+# The library goes with the program's own runtime, which a build with sanitizers brings along.
+LIBRARY = runs.BIN / "libfault.so"
+PROGRAM = runs.RELEASE_BIN / "clipjoin"
+FORMS = {"self-contained": ["-self-contained"], "reference": []}
+
+
+@runs.has_tools("ffmpeg")
+@unittest.skipUnless(PROGRAM.exists(), f"there is no release build: {PROGRAM}")
+@unittest.skipUnless(LIBRARY.exists(), f"{LIBRARY} is not built")
+class FailingDisk(runs.RunTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.movies = runs.temporary_folder(cls)
+        cls.source = runs.make_clip(
+            cls.movies / "source.mov", "-f", "lavfi", "-i", "testsrc2=s=320x240:r=25:d=4",
+            "-f", "lavfi", "-i", "sine=d=4", "-c:v", "mpeg4", "-b:v", "2M",
+        )  # fmt: skip
+        cls.old = b"what stood here before\n" * 1000
+
+    def setUp(self):
+        super().setUp()
+        self.out = self.folder / "out.mov"
+
+    def run_with(self, options, **faults):
+        """The source twice, over an old output."""
+        for name in os.listdir(self.folder):
+            (self.folder / name).unlink()
+        self.out.write_bytes(self.old)
+        return self.run_in_folder(
+            PROGRAM, self.source, self.source, "-q", *options, "-o", "out.mov",
+            env={"LD_PRELOAD": str(LIBRARY), **faults},
+        )  # fmt: skip
+
+    def whole(self, options):
+        """The new movie and the number of calls that it takes."""
+        count = self.movies / "count"
+        self.assertEqual(self.run_with(options, FAULT_COUNT_FILE=str(count)), (0, "", ""))
+        calls = int(count.read_text())
+        self.assertGreater(calls, 3)
+        return self.out.read_bytes(), calls
+
+    def test_killed_at_any_call(self):
+        for form, options in FORMS.items():
+            new, calls = self.whole(options)
+            replaced = 0
+            for call in range(1, calls + 1):
+                with self.subTest(form, call=call):
+                    done = self.run_with(options, FAULT_AT=str(call), FAULT_KIND="kill")
+                    self.assertEqual(done.status, -signal.SIGKILL)
+                    self.assertIn(self.out.read_bytes(), (self.old, new))
+                    replaced += self.out.read_bytes() == new
+            self.assertLess(replaced, calls / 2)
+
+    def test_a_full_or_failing_disk_at_any_call(self):
+        for kind, code in (("ENOSPC", -34), ("EIO", -36)):
+            for form, options in FORMS.items():
+                new, calls = self.whole(options)
+                for call in range(1, calls + 1):
+                    with self.subTest(form, kind=kind, call=call):
+                        done = self.run_with(options, FAULT_AT=str(call), FAULT_KIND=kind)
+                        self.assertEqual((done.status, done.out), (0, ""))
+                        left = self.out.read_bytes()
+                        self.assertIn(left, (self.old, new))
+                        self.assertEqual(os.listdir(self.folder), ["out.mov"])
+                        # Only what merely makes the writing quicker may fail unheard.
+                        error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
+                        may_be_silent = "?" if left == new else ""
+                        self.assertRegex(done.err, f"^({error}){may_be_silent}$")
+
+    def test_the_old_output_keeps_its_rights_and_the_new_one_has_them(self):
+        new, calls = self.whole([])
+        for faults in ({}, {"FAULT_AT": str(calls - 2), "FAULT_KIND": "EIO"}):
+            self.out.unlink()
+            self.out.write_bytes(self.old)
+            self.out.chmod(0o640)
+            self.run_in_folder(
+                PROGRAM, self.source, "-q", "-o", "out.mov",
+                env={"LD_PRELOAD": str(LIBRARY), **faults},
+            )  # fmt: skip
+            self.assertEqual(self.out.stat().st_mode & 0o777, 0o640)
+
+
+if __name__ == "__main__":
+    runs.main()
