@@ -135,6 +135,15 @@ void Join(toolbox::Movie movie, toolbox::Movie source) {
                                             toolbox::GetMovieDuration(movie));
 }
 
+// Appends the first track of `source` to the first of `movie`, whatever their time scales.
+void JoinTracks(toolbox::Movie movie, toolbox::Movie source) {
+  const toolbox::Track track = toolbox::GetMovieIndTrack(movie, 1);
+  const toolbox::Track other = toolbox::GetMovieIndTrack(source, 1);
+  if (track == nullptr || other == nullptr) return;
+  std::ignore = toolbox::InsertTrackSegment(other, track, 0, toolbox::GetTrackDuration(other),
+                                            toolbox::GetTrackDuration(track));
+}
+
 toolbox::OSErr WriteReference(toolbox::Movie movie, toolbox::Handle target) {
   toolbox::DataHandler storage = nullptr;
   const toolbox::OSErr created =
@@ -194,6 +203,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Join(good.get(), Open(kInput).get());
   toolbox::SetMovieTimeScale(good.get(), 90000);
   Join(good.get(), Open(kInput).get());
+  JoinTracks(good.get(), Open(kInput).get());
+  toolbox::AddMovieSelection(good.get(), Open(kInput).get());
   WriteAndReopen(good.get());
   return 0;
 }

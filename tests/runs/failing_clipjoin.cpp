@@ -4,6 +4,7 @@
 //
 // fails the first call of the one name with -50 and every call of the other with -108. At exit the
 // program ends with status 125 if a failure that was asked for did not come about.
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every check of a toolbox call: what is said when the call fails, counted or not, and the status."""
+"""Every check of a toolbox call: what is said when it fails, counted or not, and the status."""
 
 import os
 import re
@@ -141,8 +141,11 @@ class InjectedFailures(runs.RunTest):
             ("CloseComponent", []),
         ):
             for code, message in (
-                (-47, BUSY), (-5000, NO_PERMISSION), (-34, error(call, -34)), (-39, error(call, -39)),
-            ):  # fmt: skip
+                (-47, BUSY),
+                (-5000, NO_PERMISSION),
+                (-34, error(call, -34)),
+                (-39, error(call, -39)),
+            ):
                 with self.subTest(call=call, code=code):
                     self.assert_not_counted(
                         f"{call}:1:{code}", [self.one, *options], message, written=False

@@ -176,8 +176,8 @@ def complaints(path, *options):
     return sorted({line.partition("] ")[2] or line for line in err.splitlines()})
 
 
-# What a file says of its tracks. Edits are not read by ffprobe's eyes: it shows whole packets where
-# an edit shows a part, knows no gaps between edits, and forgives edits that end early.
+# What a file says of its tracks. Edit lists are read here and not by ffprobe, which knows no gaps
+# between edits and leaves out packets across which a later edit starts.
 
 Edit = collections.namedtuple("Edit", "start duration media rate")  # seconds, seconds, media units
 Track = collections.namedtuple("Track", "number kind duration scale language edits references")

@@ -65,7 +65,8 @@ class Transcripts(runs.RunTest):
         self.assert_run(["one.mov", "-q", "-o", "out.mov"])
 
     def test_a_file_name_may_hold_any_byte(self):
-        names = ["with two  spaces.mov", "Größe, кино, 映画.mov", "a:b;'\"\\*?$(x).mov", "new\nline.mov"]
+        names = ["with two  spaces.mov", "Größe, кино, 映画.mov"]
+        names += ["a:b;'\"\\*?$(x).mov", "new\nline.mov"]
         names += [os.fsdecode(b"latin-1 \xe9t\xe9.mov"), os.fsdecode(b"\xff\xfe.mov")]
         for name in names:
             with self.subTest(name.encode("utf-8", "backslashreplace")):

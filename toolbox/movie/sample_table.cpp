@@ -27,11 +27,14 @@ std::int64_t SampleTable::AppendSlice(const SampleTable& other, std::uint64_t fr
                                       std::span<const std::uint32_t> descriptions) {
   const std::uint64_t before = Count();
   if (from >= to) return Duration();
-  // Walks a copy of the list, for a table may be appended to itself.
-  const std::vector<Slice> slices = other.slices_;
+  // Slices move when some are added, and a table may be appended to itself.
+  std::vector<Slice> own;
+  std::span<const Slice> slices = other.SlicesIn(from, to);
+  if (&other == this) {
+    own.assign(slices.begin(), slices.end());
+    slices = own;
+  }
   for (const Slice& slice : slices) {
-    if (slice.End() <= from) continue;
-    if (slice.first >= to) break;
     Slice part = slice;
     part.from = slice.RowOf(std::max(from, slice.first));
     part.to = slice.RowOf(std::min(to, slice.End()));
@@ -95,6 +98,13 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
 
 const SampleTable::Slice& SampleTable::SliceOf(std::uint64_t sample) const {
   return *std::prev(std::ranges::upper_bound(slices_, sample, {}, &Slice::first));
+}
+
+std::span<const SampleTable::Slice> SampleTable::SlicesIn(std::uint64_t from,
+                                                          std::uint64_t to) const {
+  const auto first = std::ranges::upper_bound(slices_, from, {}, &Slice::End);
+  const auto last = std::ranges::lower_bound(slices_, to, {}, &Slice::first);
+  return first < last ? std::span(first, last) : std::span<const Slice>();
 }
 
 std::int64_t SampleTable::TimeOf(std::uint64_t sample) const {
@@ -200,8 +210,7 @@ std::optional<std::uint32_t> SampleTable::RollDistance(std::uint64_t sample) con
 }
 
 bool SampleTable::IsLocated(std::uint64_t from, std::uint64_t to) const {
-  return std::ranges::all_of(slices_, [from, to](const Slice& slice) {
-    if (slice.first >= to || slice.End() <= from) return true;
+  return std::ranges::all_of(SlicesIn(from, to), [to](const Slice& slice) {
     return slice.RowOf(std::min(to, slice.End())) <= slice.rows->located;
   });
 }
@@ -230,9 +239,7 @@ std::uint32_t SampleTable::PacketLength(std::uint64_t sample) const {
 
 void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
                                    std::vector<bool>& used) const {
-  for (const Slice& slice : slices_) {
-    if (slice.End() <= from) continue;
-    if (slice.first >= to) break;
+  for (const Slice& slice : SlicesIn(from, to)) {
     const std::vector<ChunkRun>& runs = slice.rows->chunkRuns;
     const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
     const auto allMarked = [&] {

@@ -133,6 +133,8 @@ class SampleTable {
   };
 
   const Slice& SliceOf(std::uint64_t sample) const;
+  // Those that hold samples of [from, to).
+  std::span<const Slice> SlicesIn(std::uint64_t from, std::uint64_t to) const;
   static const SampleGroup* FindGroup(const SampleRows& rows, const SampleGroup& like);
   void Add(Slice slice);
 
