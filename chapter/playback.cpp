@@ -39,7 +39,7 @@ OSErr SetMovieUserDataByte(Movie movie, FourCC type, std::uint8_t value) {
 }
 
 OSErr SetMovieUserDataLong(Movie movie, FourCC type, std::int32_t value) {
-  std::array<std::uint8_t, 4> bytes;
+  std::array<std::uint8_t, 4> bytes{};
   for (std::size_t i = 0; i < 4; ++i) {
     bytes[i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) >> (24 - 8 * i));
   }

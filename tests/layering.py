@@ -20,7 +20,7 @@ ALLOWED = {
     "input": rf"toolbox/toolbox\.h|{COMMANDS}",
     "chapter": rf"toolbox/toolbox\.h|{COMMANDS}",
     "utils": rf"toolbox/toolbox\.h|{COMMANDS}",
-    "tools": r"toolbox/[\w/]+\.h",
+    "tools": r"(toolbox/[\w/]+|tools/\w+)\.h",
 }
 
 # In quotes whatever it names, so that a path relative to the file cannot slip by.

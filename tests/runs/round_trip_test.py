@@ -203,9 +203,9 @@ class EveryMovie(runs.RunTest):
                 for number, track in after.items():
                     self.assertEqual(track.scale, before[number].scale)
                     self.assertEqual(track.language, before[number].language)
-                        if before[number].edits:
-                            spans = self.spans(before[number].edits)
-                            self.assertEqual(self.spans(track.edits), spans, f"track {number}")
+                    if before[number].edits:
+                        spans = self.spans(before[number].edits)
+                        self.assertEqual(self.spans(track.edits), spans, f"track {number}")
 
     @staticmethod
     def spans(edits):

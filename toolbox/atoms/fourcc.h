@@ -13,7 +13,7 @@ struct FourCC {
   constexpr FourCC() = default;
   constexpr explicit FourCC(std::uint32_t number) : value(number) {}
   // A literal of four characters: FourCC{"moov"}.
-  consteval FourCC(const char (&text)[5]) {
+  constexpr FourCC(const char (&text)[5]) {
     for (int i = 0; i < 4; ++i) value = value << 8 | static_cast<std::uint8_t>(text[i]);
   }
 

@@ -20,7 +20,8 @@ void SetMoviesError(OSErr code);
 
 // What the hook says to a call of that name.
 OSErr AskHook(const char* name);
-// The code for the exception being handled: Refused, Malformed, lack of memory, anything else.
+// The code for the exception being handled: Refused, Malformed, lack of memory, a path that the
+// system refuses. Any other is a fault of ours and goes on.
 OSErr CodeOfException();
 
 // Runs `body` as the call `name` and leaves its code as the movies error. Returns the code when the

@@ -142,11 +142,14 @@ OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC, std::int16_
 OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
   return Call("AddMovieToStorage", [&] {
     const MovieRecord& record = Valid(movie);
-    const StorageRecord& storage = **Find(handler);
-    if (!storage.output) throw Refused{dataNotOpenForWrite};
+    StorageRecord& storage = **Find(handler);
+    // Out of the storage while it has a part missing: nobody gives it its name then.
+    std::unique_ptr<OutputFile> output = std::move(storage.output);
+    if (!output) throw Refused{dataNotOpenForWrite};
     CheckNotItsMedia(record, storage.path);
     const FileLayout layout{.movieFirst = false, .compress = false};
-    WriteFile(PlanReference(record), layout, storage.path, *storage.output);
+    WriteFile(PlanReference(record), layout, storage.path, *output);
+    storage.output = std::move(output);
   });
 }
 

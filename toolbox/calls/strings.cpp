@@ -1,5 +1,5 @@
 // String objects and the paths they hold.
-#include <limits.h>
+#include <climits>
 
 #include <boost/filesystem/path.hpp>
 #include <boost/property_tree/ini_parser.hpp>

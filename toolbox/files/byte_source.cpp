@@ -10,7 +10,7 @@
 namespace toolbox {
 
 FileSource::FileSource(const boost::filesystem::path& path) : file_(path, O_RDONLY) {
-  struct stat status;
+  struct stat status {};
   if (!file_.IsOpen() || fstat(file_.Number(), &status) != 0) throw RefusedBy(errno);
   if (S_ISDIR(status.st_mode)) throw RefusedBy(EISDIR);
   size_ = static_cast<std::uint64_t>(status.st_size);
@@ -52,6 +52,7 @@ Refused RefusedBy(int errorNumber) {
     case ENFILE:
       return {tmfoErr};
     case ENOENT:
+    case ENOTDIR:
       return {fnfErr};
     case EROFS:
       return {vLckdErr};

@@ -25,7 +25,7 @@ void Descriptor::Close() {
 }
 
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
-  struct stat status;
+  struct stat status {};
   if (stat(path.c_str(), &status) == 0) return status;
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
   throw RefusedBy(errno);

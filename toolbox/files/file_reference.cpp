@@ -386,7 +386,7 @@ std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
   std::string_view text = Text(url);
   text = text.substr(0, text.find('\0'));
   const std::size_t mark = text.find_first_of(":/");
-  const bool hasScheme = mark != text.npos && text[mark] == ':';
+  const bool hasScheme = mark != std::string_view::npos && text[mark] == ':';
   if (hasScheme) {
     if (!boost::iequals(text.substr(0, mark), "file")) return {};
     text.remove_prefix(mark + 1);
@@ -398,7 +398,7 @@ std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
     text.remove_prefix(host.size());
   }
   const std::string path = PercentDecoded(text);
-  if (path.empty() || path.find('\0') != path.npos) return {};
+  if (path.empty() || path.find('\0') != std::string::npos) return {};
   if (path[0] == '/') return fs::path(path).lexically_normal();
   if (hasScheme || referrer.empty()) return {};
   return (RealPath(referrer).parent_path() / path).lexically_normal();

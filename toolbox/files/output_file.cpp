@@ -45,7 +45,7 @@ bool IsOpenHere(const struct stat& file) {
   boost::system::error_code failed;
   for (fs::directory_iterator entry("/proc/self/fd", failed), end; !failed && entry != end;
        entry.increment(failed)) {
-    struct stat open;
+    struct stat open {};
     if (stat(entry->path().c_str(), &open) == 0 && open.st_dev == file.st_dev &&
         open.st_ino == file.st_ino) {
       return true;

@@ -246,12 +246,12 @@ bool UsesAllSamples(const TrackRecord& track) {
 }
 
 // Whether a hint track would speak of samples by numbers that they no longer have.
-bool IsBrokenHint(const TrackRecord& track) {
+bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
   if (!track.media || track.media->Type() != FourCC{"hint"}) return false;
   if (!UsesAllSamples(track)) return true;
-  return std::ranges::any_of(track.references, [](const TrackReferences& list) {
-    return std::ranges::any_of(list.targets, [](const TrackRecord* target) {
-      return target == nullptr || !UsesAllSamples(*target);
+  return std::ranges::any_of(track.references, [&](const TrackReferences& list) {
+    return std::ranges::any_of(list.targets, [&](const TrackRecord* target) {
+      return target == nullptr || !UsesAllSamples(*target) || (onlyEnabled && !target->IsEnabled());
     });
   });
 }
@@ -270,7 +270,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   DropObjectDescriptors(*plan.movie);
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *plan.tracks[i].source;
-    const bool isBroken = IsBrokenHint(track);
+    const bool isBroken = IsBrokenHint(track, options.onlyEnabled);
     if (isBroken || (options.onlyEnabled && !track.IsEnabled())) planner.Drop(i);
     if (isBroken)
       std::erase_if(plan.movie->userData.items,

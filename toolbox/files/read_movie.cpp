@@ -61,6 +61,8 @@ UserDataRecord ReadUserData(ByteSpan content) {
   UserDataRecord data;
   ByteSpan tail;
   for (const AtomView& atom : SplitAtoms(content, &tail)) {
+    // Four zero bytes may end the list.
+    if (FromBigEndian<std::uint32_t>(atom.whole.data()) == 0) break;
     UserDataItem item{atom.type, {atom.content.begin(), atom.content.end()}};
     // QuickTime writers leave out the version word; readers of the item count on it.
     const auto frame = ReadFrame(atom.content, atom.content.size());
@@ -112,7 +114,7 @@ void ReadMediaInformation(ByteSpan content, MediaRecord& media,
     media.dataReferences = ReadDataReferences(*dinf, media, referrer, resolve);
   }
   // Without a list the samples are in the file itself.
-  if (media.dataReferences.empty()) media.dataReferences.push_back(ThisFile{});
+  if (media.dataReferences.empty()) media.dataReferences.emplace_back(ThisFile{});
   const ByteSpan table = parts.One(FourCC{"stbl"});
   InAtom(FourCC{"stbl"}, [&] {
     auto rows = ReadSamples(table, media);
@@ -161,10 +163,12 @@ std::optional<EditList> ReadEdits(const EditEntries& stated, const TrackRecord& 
   EditList edits;
   const Clock clock = track.TimeClock();
   std::uint64_t total = 0;
+  if (stated.entries.empty()) return std::nullopt;
   for (std::size_t i = 0; i < stated.entries.size(); ++i) {
     const EditEntries::Entry& entry = stated.entries[i];
     MovieTime duration{static_cast<std::int64_t>(entry.duration)};
-    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media) {
+    const bool isEmpty = entry.mediaTime == -1;
+    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
       // To the end of the media: what writers state that do not know the length yet.
       const std::int64_t left = track.media->samples.Duration() - entry.mediaTime;
       duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
@@ -174,11 +178,9 @@ std::optional<EditList> ReadEdits(const EditEntries& stated, const TrackRecord& 
         entry.duration > kLongest || total > kLongest) {
       return std::nullopt;
     }
-    const bool isEmpty = entry.mediaTime == -1;
     edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
   }
   edits.TrimEnd();
-  if (edits.Edits().empty()) return std::nullopt;
   return edits;
 }
 
@@ -201,6 +203,7 @@ ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
   const auto header = parts.One<TrackHeader>();
   track.id = header.id;
   track.flags = header.flags;
+  track.reserved = header.reserved;
   track.created = header.created;
   track.modified = header.modified;
   track.layer = header.layer;
@@ -237,6 +240,8 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem
   const auto header = parts.One<MovieHeader>();
   if (header.scale <= 0) throw Malformed("the movie has no time scale");
   if (parts.Maybe(FourCC{"mvex"})) throw Refused{featureUnsupported};
+  movie->flags = header.flags;
+  movie->reserved = header.reserved;
   movie->scale = header.scale;
   movie->created = header.created;
   movie->modified = header.modified;
@@ -257,7 +262,7 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem
     track.movie = movie.get();
     references.push_back(
         InAtom(FourCC{"trak"}, [&] { return ReadTrack(trak, track, path, resolve); }));
-    movie->nextTrackId = std::max(movie->nextTrackId, track.id + 1);
+    if (track.id >= movie->nextTrackId) movie->nextTrackId = track.id + 1;
   }
   std::map<std::uint32_t, const TrackRecord*> byId;
   for (const auto& track : movie->tracks) byId.emplace(track->id, track.get());

@@ -30,7 +30,7 @@ void ReadDescriptions(Children& table, MediaRecord& media) {
 std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_t bits) {
   struct Known {
     FourCC format;
-    std::uint32_t bits;  // 0: as the description says
+    std::uint32_t bits = 0;  // 0: as the description says
   };
   static constexpr Known kKnown[] = {
       {FourCC{"raw "}, 0},  {FourCC{"twos"}, 0},  {FourCC{"sowt"}, 0},  {FourCC{"NONE"}, 0},
@@ -211,7 +211,7 @@ std::shared_ptr<const SampleRows> ReadSamples(ByteSpan content, MediaRecord& med
       ReadNumbers<PartialSyncSamples>(table, rows->count).value_or(std::vector<std::uint32_t>{});
   if (auto dependencies = table.Maybe<SampleDependencies>()) {
     rows->dependencies = std::move(dependencies->samples);
-    rows->dependencies.resize(rows->count);
+    rows->dependencies.resize(std::min<std::size_t>(rows->dependencies.size(), rows->count));
   }
   ReadGroups(table, *rows);
   if (media.Type() == kSound && rows->constantSize != 0) {

@@ -25,7 +25,7 @@ void CarryOn(int) {}
 // Puts `now` in the place of `before`. Signals that somebody else handles or ignores stay as they
 // are.
 void Exchange(int signal, void (*before)(int), void (*now)(int)) {
-  struct sigaction action;
+  struct sigaction action {};
   if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != before) return;
   action.sa_handler = now;
   // Back to the default as the handler starts, so that raising the signal again there ends the
@@ -38,7 +38,7 @@ void Exchange(int signal, void (*before)(int), void (*now)(int)) {
 class EndingsHeld {
  public:
   EndingsHeld() {
-    sigset_t endings;
+    sigset_t endings{};
     sigemptyset(&endings);
     for (const int signal : kEndings) sigaddset(&endings, signal);
     pthread_sigmask(SIG_BLOCK, &endings, &before_);
@@ -48,7 +48,7 @@ class EndingsHeld {
   EndingsHeld& operator=(const EndingsHeld&) = delete;
 
  private:
-  sigset_t before_;
+  sigset_t before_{};
 };
 
 // The hidden name beside `target`, up to the random letters; the middle is cut where the whole
@@ -88,9 +88,9 @@ TemporaryFile::TemporaryFile(const boost::filesystem::path& target, std::optiona
   } while (!file_.IsOpen() && errno == EEXIST);
   if (!file_.IsOpen()) throw RefusedBy(errno);
   if (mode && fchmod(file_.Number(), *mode) != 0) {
-    const Refused refused = RefusedBy(errno);
+    const int why = errno;
     unlink(path_.c_str());
-    throw refused;
+    throw RefusedBy(why);
   }
   Enlist();
 }

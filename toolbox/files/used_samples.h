@@ -8,7 +8,7 @@
 
 namespace toolbox {
 
-// The samples [from, to), needed for one edit first.
+// The samples [from, to), needed for one edit first; null where no edit can show them.
 struct UsedSamples {
   std::uint64_t from = 0, to = 0;
   const Edit* edit = nullptr;

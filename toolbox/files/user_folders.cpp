@@ -20,7 +20,7 @@ std::optional<fs::path> FolderIn(const char* variable) {
 }  // namespace
 
 std::optional<fs::path> ConfigurationFolder() {
-  if (const auto folder = FolderIn("XDG_CONFIG_HOME")) return folder;
+  if (auto folder = FolderIn("XDG_CONFIG_HOME")) return folder;
   const auto home = FolderIn("HOME");
   return home ? std::optional(*home / ".config") : std::nullopt;
 }

@@ -42,8 +42,25 @@ Handler HandlerFor(const HandlerRecord& record, bool keepsKind) {
   return handler;
 }
 
+// A track that shows its whole media once needs no list, and gets none where it had none: some
+// players take any list for a reason to move the picture.
+bool NeedsEditList(const TrackRecord& track) {
+  const bool hadList =
+      std::ranges::find(track.siblings, FourCC{"edts"}, &Sibling::type) != track.siblings.end();
+  const std::int64_t whole = track.media ? track.media->samples.Duration() : 0;
+  const std::vector<Edit>& edits = track.edits.Edits();
+  if (edits.empty()) return whole != 0;
+  const std::int64_t difference =
+      edits[0].duration.units - track.TimeClock().Lasting({whole}, 1.0).units;
+  const bool isPlain = edits.size() == 1 && edits[0].mediaTime == MediaTime{} &&
+                       edits[0].rate == 1.0 && difference >= -1 && difference <= 1;
+  return hadList || !isPlain;
+}
+
 EditEntries Edits(const EditList& list) {
   EditEntries edits;
+  // A track that shows nothing of its media says so; without a list it would show all.
+  if (list.Edits().empty()) edits.entries.push_back({0, -1, 0x10000});
   for (const Edit& edit : list.Edits()) {
     const double rate = std::round(edit.rate * 65536);
     edits.entries.push_back({Unsigned(edit.duration), edit.mediaTime.units,
@@ -96,6 +113,8 @@ class MovieAtoms {
 
   MovieHeader Header(const MovieRecord& movie) const {
     MovieHeader header;
+    header.flags = movie.flags;
+    header.reserved = movie.reserved;
     header.created = movie.created;
     header.modified = now_;
     header.scale = movie.scale;
@@ -117,6 +136,7 @@ class MovieAtoms {
     const TrackRecord& track = *plan_.movie->tracks[index];
     TrackHeader header;
     header.flags = track.flags;
+    header.reserved = track.reserved;
     header.created = track.created;
     header.modified = now_;
     header.duration = Unsigned(track.edits.Duration());
@@ -129,7 +149,7 @@ class MovieAtoms {
     header.height = track.height;
     Container(FourCC{"trak"}, track.siblings, [&](Writer& children) {
       children.Add(header);
-      if (!track.edits.Edits().empty()) {
+      if (NeedsEditList(track)) {
         children.Add(FourCC{"edts"}, [&] {
           Container(FourCC{"edts"}, track.editSiblings,
                     [&](Writer& inner) { inner.Add(Edits(track.edits)); });

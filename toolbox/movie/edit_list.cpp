@@ -78,6 +78,25 @@ void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
   TrimEnd();
 }
 
+void EditList::EndWithMedia(MediaTime end, Clock clock) {
+  const auto reachesBeyond = [&](const Edit& edit) {
+    if (edit.IsEmpty() || edit.rate == 0) return false;
+    const MediaTime left = std::max(end - edit.mediaTime, MediaTime{});
+    return edit.duration > clock.Lasting(left, edit.rate, Rounding::kUp);
+  };
+  if (std::ranges::none_of(edits_, reachesBeyond)) return;
+  for (const Edit& edit : std::exchange(edits_, {})) {
+    MovieTime shown = edit.duration;
+    if (reachesBeyond(edit)) {
+      const MediaTime left = std::max(end - edit.mediaTime, MediaTime{});
+      shown = clock.Lasting(left, edit.rate, Rounding::kUp);
+    }
+    Append(shown, edit.mediaTime, edit.rate, clock);
+    Append(edit.duration - shown, Edit::kNothing, 1.0, clock);
+  }
+  TrimEnd();
+}
+
 EditList EditList::Segment(MovieTime from, MovieTime length, Clock clock) const {
   EditList segment;
   const MovieTime end = from + length;

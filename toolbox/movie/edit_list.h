@@ -35,7 +35,7 @@ class EditList {
   // The length of the empty stretch in front.
   MovieTime Offset() const;
 
-  // Adds one edit behind the last. An empty one waits unseen until something follows it.
+  // Adds one edit behind the last; whoever adds an empty one follows it up, or calls TrimEnd.
   void Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock);
 
   // Lays `other` in at `at` and moves what follows right by `length`, at least other.Duration(). A
@@ -53,6 +53,9 @@ class EditList {
 
   // The edits within [from, from + length), moved to start at 0.
   EditList Segment(MovieTime from, MovieTime length, Clock clock) const;
+
+  // Cuts what edits show beyond the media's end `end`: there is nothing to be seen.
+  void EndWithMedia(MediaTime end, Clock clock);
 
   // Moves every boundary b to place(b), which must be monotone with place(0) = 0. What an edit
   // shows stays what it was when `keepsSpan` (its rate changes), else its rate stays.

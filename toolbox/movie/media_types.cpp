@@ -8,8 +8,8 @@ namespace {
 
 struct Known {
   FourCC type;
-  const char* name;
-  bool isSeen, isHeard;
+  const char* name = "";
+  bool isSeen = false, isHeard = false;
 };
 
 constexpr Known kKnown[] = {

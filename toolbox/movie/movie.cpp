@@ -39,6 +39,12 @@ MovieTime MovieRecord::Duration() const {
 TrackRecord& MovieRecord::AddTrack() {
   TrackRecord& track = *tracks.emplace_back(std::make_unique<TrackRecord>());
   track.movie = this;
+  // An id that no track has, even where a file has used up the numbers.
+  const auto isTaken = [this](std::uint32_t id) {
+    return id == 0 ||
+           std::ranges::any_of(tracks, [id](const auto& other) { return other->id == id; });
+  };
+  while (isTaken(nextTrackId)) ++nextTrackId;
   track.id = nextTrackId++;
   track.created = track.modified = Now();
   return track;
@@ -46,9 +52,10 @@ TrackRecord& MovieRecord::AddTrack() {
 
 TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
   TrackRecord& track = AddTrack();
-  static_cast<TrackSettings&>(track) = like;
+  static_cast<TrackSettings&>(track) = static_cast<const TrackSettings&>(like);
   if (like.media) {
-    static_cast<MediaSettings&>(track.media.emplace()) = *like.media;
+    static_cast<MediaSettings&>(track.media.emplace()) =
+        static_cast<const MediaSettings&>(*like.media);
     track.media->created = track.media->modified = track.created;
   }
   return track;
@@ -65,7 +72,7 @@ void MovieRecord::RemoveTrack(const TrackRecord& track) {
 
 std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
   auto clone = std::make_unique<MovieRecord>();
-  static_cast<MovieProperties&>(*clone) = *this;
+  static_cast<MovieProperties&>(*clone) = static_cast<const MovieProperties&>(*this);
   std::map<const TrackRecord*, const TrackRecord*> copies{{nullptr, nullptr}};
   for (const auto& track : tracks) {
     TrackRecord& copy = *clone->tracks.emplace_back(std::make_unique<TrackRecord>(*track));
@@ -81,7 +88,7 @@ std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
 }
 
 void MovieRecord::TakeSettings(const MovieRecord& other) {
-  constexpr FourCC kClip{"clip"};
+  static constexpr FourCC kClip{"clip"};
   rate = other.rate;
   volume = other.volume;
   matrix = other.matrix;

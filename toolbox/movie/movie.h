@@ -1,6 +1,7 @@
 // A movie: tracks on one time line, and what holds for all of them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -33,6 +34,8 @@ struct MovieProperties {
   Matrix matrix = kIdentityMatrix;
   MovieTime previewTime, previewDuration, posterTime, selectionTime, selectionDuration, currentTime;
   std::uint32_t nextTrackId = 1;
+  std::uint32_t flags = 0;  // of the movie header
+  std::array<std::uint8_t, 10> reserved{};  // as they came
   UserDataRecord userData;
   Siblings siblings;  // what else stands in 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from

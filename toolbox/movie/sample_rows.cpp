@@ -4,6 +4,7 @@
 #include <iterator>
 #include <numeric>
 
+#include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/time.h"
 #include "toolbox/refused.h"
 
@@ -62,9 +63,15 @@ std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
   return offsets.empty() ? 0 : RunAt(offsets, sample, &OffsetRun::sample).offset;
 }
 
-std::pair<std::uint32_t, std::uint32_t> SampleRows::RunAround(std::uint32_t sample) const {
+std::pair<std::uint32_t, std::uint32_t> SampleRows::TimesAround(std::uint32_t sample) const {
   const TimeRun* run = &TimeRunOf(sample);
   return {run->sample, run == &times.back() ? count : run[1].sample};
+}
+
+std::pair<std::uint32_t, std::uint32_t> SampleRows::OffsetsAround(std::uint32_t sample) const {
+  if (offsets.empty()) return {0, count};
+  const OffsetRun* run = &RunAt(offsets, sample, &OffsetRun::sample);
+  return {run->sample, run == &offsets.back() ? count : run[1].sample};
 }
 
 std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
@@ -107,26 +114,35 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   const auto place = [from, to](std::int64_t time) { return Rescale(time, from, to); };
   if (to % from == 0) {
     for (const TimeRun& run : times)
-      addTime(RunAround(run.sample).second - run.sample, place(run.delta));
+      addTime(TimesAround(run.sample).second - run.sample, place(run.delta));
     for (std::size_t i = 0; i < offsets.size(); ++i) {
       const std::uint32_t end = i + 1 < offsets.size() ? offsets[i + 1].sample : count;
       addOffset(end - offsets[i].sample, place(offsets[i].offset));
     }
     return rows;
   }
+  // Each sample is rounded on its own; beyond this many that takes too long to be worth it.
+  constexpr std::uint32_t kMost = 1 << 25;
+  if (count > kMost) throw Refused{invalidDuration};
+  RunJoiner<std::int64_t, decltype(addTime)> deltas(addTime);
+  RunJoiner<std::int64_t, decltype(addOffset)> shifts(addOffset);
   for (std::uint32_t sample = 0; sample < count; ++sample) {
     const std::int64_t time = TimeOf(sample);
-    addTime(1, place(TimeOf(sample + 1)) - place(time));
-    if (!offsets.empty()) addOffset(1, place(time + OffsetOf(sample)) - place(time));
+    deltas.Add(1, place(TimeOf(sample + 1)) - place(time));
+    if (!offsets.empty()) shifts.Add(1, place(time + OffsetOf(sample)) - place(time));
   }
+  deltas.Flush();
+  shifts.Flush();
   return rows;
 }
 
 std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
   if (offsets.empty() || from == to) return 0;
+  // Of samples with one offset the first is shown first.
   const std::int64_t start = TimeOf(from);
   std::int64_t earliest = start + OffsetOf(from);
-  for (std::uint32_t sample = from + 1; sample < to; ++sample) {
+  for (std::uint32_t sample = OffsetsAround(from).second; sample < to;
+       sample = OffsetsAround(sample).second) {
     const std::int64_t time = TimeOf(sample);
     if (time + smallestOffset >= earliest) break;
     earliest = std::min(earliest, time + OffsetOf(sample));
@@ -136,13 +152,14 @@ std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
 
 std::int64_t SampleRows::ShownUntil(std::uint32_t from, std::uint32_t to) const {
   const std::int64_t start = TimeOf(from);
-  std::int64_t latest = TimeOf(to);
-  if (offsets.empty() || from == to) return latest - start;
-  latest += OffsetOf(to - 1);
-  for (std::uint32_t sample = to - 1; sample > from; --sample) {
-    const std::int64_t end = TimeOf(sample);
-    if (end + largestOffset <= latest) break;
-    latest = std::max(latest, end + OffsetOf(sample - 1));
+  if (offsets.empty() || from == to) return TimeOf(to) - start;
+  // Of samples with one offset the last is shown last.
+  std::int64_t latest = TimeOf(to) + OffsetOf(to - 1);
+  for (std::uint32_t end = OffsetsAround(to - 1).first; end > from;
+       end = OffsetsAround(end - 1).first) {
+    const std::int64_t time = TimeOf(end);
+    if (time + largestOffset <= latest) break;
+    latest = std::max(latest, time + OffsetOf(end - 1));
   }
   return latest - start;
 }

@@ -59,7 +59,7 @@ struct SampleRows {
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
-  Bytes dependencies;  // one byte a sample, or none at all
+  Bytes dependencies;  // one byte a sample; 0 for samples beyond them
   std::vector<SampleGroup> groups;
   Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
 
@@ -74,8 +74,10 @@ struct SampleRows {
   std::int64_t TimeOf(std::uint32_t sample) const;
   std::uint32_t DurationOf(std::uint32_t sample) const;
   std::int32_t OffsetOf(std::uint32_t sample) const;
-  // The samples [first, second) around it that last as long.
-  std::pair<std::uint32_t, std::uint32_t> RunAround(std::uint32_t sample) const;
+  // The samples [first, second) around it that last as long, or that are shown as long after
+  // decoding.
+  std::pair<std::uint32_t, std::uint32_t> TimesAround(std::uint32_t sample) const;
+  std::pair<std::uint32_t, std::uint32_t> OffsetsAround(std::uint32_t sample) const;
   // The sample decoded at `time`, 0 <= time < duration.
   std::uint32_t SampleAt(std::int64_t time) const;
   // The index into chunkRuns of the run that holds a located sample.

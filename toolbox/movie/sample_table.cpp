@@ -76,9 +76,15 @@ void SampleTable::Add(Slice slice) {
   const SampleRows& rows = *slice.rows;
   smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset);
   largestOffset_ = std::max(largestOffset_, rows.largestOffset);
-  shownUntil_ =
-      std::max(shownUntil_, slice.time + slice.stretch + rows.ShownUntil(slice.from, slice.to));
+  shownUntil_ = std::max(shownUntil_, slice.time + rows.ShownUntil(slice.from, slice.to));
   slices_.push_back(std::move(slice));
+}
+
+void SampleTable::StretchTo(std::int64_t time) {
+  if (slices_.empty() || time <= Duration()) return;
+  Slice& last = slices_.back();
+  last.stretch += time - Duration();
+  last.length = time - last.time;
 }
 
 SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
@@ -151,25 +157,50 @@ std::pair<std::uint64_t, std::uint64_t> SampleTable::SamplesShownIn(std::int64_t
   if (smallestOffset_ == 0 && largestOffset_ == 0) return {SampleAt(from), SampleAt(to - 1) + 1};
 
   // The sample on show at `from` is the one shown last at or before it. One that is certainly shown
-  // by then bounds how far back that one can be decoded.
+  // by then bounds how far back that one can be decoded; from `undecided` on all are shown later.
   const std::uint64_t certain = SampleAt(from - largestOffset_);
   const std::uint64_t start =
       SampleAt(TimeOf(certain) + std::int64_t{smallestOffset_} - largestOffset_);
-  const std::uint64_t undecided =
-      SampleAt(from - smallestOffset_) + 1;  // from here on: shown later
-  std::uint64_t onShow = undecided, earliest = undecided;
-  for (std::uint64_t sample = start; sample < undecided; ++sample) {
-    const std::int64_t shown = ShownAt(sample);
-    if (shown <= from) {
-      if (onShow == undecided || shown >= ShownAt(onShow)) onShow = sample;
-    } else if (shown < to) {
-      earliest = std::min(earliest, sample);
+  const std::uint64_t undecided = SampleAt(from - smallestOffset_) + 1;
+  // All before `late` are shown before `to`, none from `end` on is.
+  const std::uint64_t late = std::max(undecided, SampleAt(to - 1 - largestOffset_));
+  const std::uint64_t end = std::max(late, SampleAt(to - 1 - smallestOffset_) + 1);
+
+  std::optional<std::uint64_t> onShow, first, last;
+  std::int64_t onShowSince = 0;
+  const auto look = [&](std::uint64_t sample, std::uint32_t count, std::int64_t shown,
+                        std::int64_t delta) {
+    // How many of the stretch are shown by `time`.
+    const auto shownBy = [&](std::int64_t time) -> std::uint64_t {
+      if (shown > time) return 0;
+      if (delta == 0) return count;
+      return static_cast<std::uint64_t>(std::min<std::int64_t>((time - shown) / delta + 1, count));
+    };
+    const std::uint64_t before = shownBy(from), until = shownBy(to - 1);
+    if (before != 0) {
+      const std::int64_t since = shown + static_cast<std::int64_t>(before - 1) * delta;
+      if (!onShow || since >= onShowSince) {
+        onShow = sample + before - 1;
+        onShowSince = since;
+      }
     }
+    if (until > before) {
+      if (!first) first = sample + before;
+      last = sample + until - 1;
+    }
+  };
+  ForEachStretch(start, undecided, look);
+  if (late > undecided) {
+    if (!first) first = undecided;
+    last = late - 1;
   }
-  std::uint64_t last = SampleAt(to - 1 - smallestOffset_);
-  const std::uint64_t first = std::min({onShow, earliest, last});
-  while (last > first && ShownAt(last) >= to) --last;
-  return {first, std::max(last, onShow < undecided ? onShow : last) + 1};
+  ForEachStretch(late, end, look);
+  if (onShow) {
+    first = std::min(first.value_or(*onShow), *onShow);
+    last = std::max(last.value_or(*onShow), *onShow);
+  }
+  if (!first) return {0, 0};
+  return {*first, *last + 1};
 }
 
 std::pair<std::uint64_t, std::uint64_t> SampleTable::WholePackets(std::uint64_t from,
@@ -267,7 +298,7 @@ void SampleTable::TimeCursor::Find(std::uint64_t sample) {
     first_ = sample;
     end_ = slice.End();
   } else {
-    const auto [from, to] = slice.rows->RunAround(row);
+    const auto [from, to] = slice.rows->TimesAround(row);
     first_ = slice.first + (std::max(from, slice.from) - slice.from);
     end_ = slice.first + (std::min(to, slice.to) - slice.from) -
            (slice.stretch != 0 && to >= slice.to);

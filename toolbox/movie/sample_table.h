@@ -61,9 +61,20 @@ class SampleTable {
   std::pair<std::uint64_t, std::uint64_t> SamplesShownIn(std::int64_t from, std::int64_t to) const;
   // The smallest stretch around [from, to) that splits no packet.
   std::pair<std::uint64_t, std::uint64_t> WholePackets(std::uint64_t from, std::uint64_t to) const;
-  // The first sample of the stretch of rows that `sample` belongs to: none before it has to do with
-  // it.
-  std::uint64_t StretchStart(std::uint64_t sample) const { return SliceOf(sample).first; }
+  // The samples [first, second) of the same file as `sample`: none beyond them has to do with it.
+  std::pair<std::uint64_t, std::uint64_t> FileStretch(std::uint64_t sample) const {
+    const Slice& slice = SliceOf(sample);
+    return {slice.first, slice.End()};
+  }
+  // When the last of them has been decoded, whatever it was made longer by.
+  std::int64_t FileStretchEnd(std::uint64_t sample) const {
+    const Slice& slice = SliceOf(sample);
+    return slice.EndTime() - slice.stretch;
+  }
+  // When the last of all samples stops being shown.
+  std::int64_t ShownUntil() const { return shownUntil_; }
+  // Makes the last sample longer, if need be, so that Duration() is `time` or more.
+  void StretchTo(std::int64_t time);
   // How far before a sample decoding has to start for it to sound right, in samples: the distance
   // of its roll group, ISO/IEC 14496-12 10.1; nothing when it has none.
   std::optional<std::uint32_t> RollDistance(std::uint64_t sample) const;
@@ -133,6 +144,10 @@ class SampleTable {
   };
 
   const Slice& SliceOf(std::uint64_t sample) const;
+  // Calls visit(sample, count, shown, delta) for the stretches of [from, to) in which each sample
+  // is shown `delta` after the one before; the first at `shown`.
+  template <class Visit>
+  void ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
   // Those that hold samples of [from, to).
   std::span<const Slice> SlicesIn(std::uint64_t from, std::uint64_t to) const;
   static const SampleGroup* FindGroup(const SampleRows& rows, const SampleGroup& like);

@@ -2,34 +2,12 @@
 #pragma once
 
 #include <algorithm>
+#include <iterator>
 
+#include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
-
-// Joins neighbouring runs of one value before they reach `visit`.
-template <class Value, class Visit>
-class RunJoiner {
- public:
-  explicit RunJoiner(Visit& visit) : visit_(visit) {}
-  void Add(std::uint64_t samples, Value value) {
-    if (samples == 0) return;
-    if (samples_ != 0 && value != value_) Flush();
-    value_ = value;
-    samples_ += samples;
-  }
-  void Flush() {
-    // A file states the length of a run in 32 bits.
-    for (; samples_ > UINT32_MAX; samples_ -= UINT32_MAX) visit_(UINT32_MAX, value_);
-    if (samples_ != 0) visit_(static_cast<std::uint32_t>(samples_), value_);
-    samples_ = 0;
-  }
-
- private:
-  Visit& visit_;
-  std::uint64_t samples_ = 0;
-  Value value_{};
-};
 
 // Calls add(samples, value) for the part of `runs` within [from, to).
 template <class Run, class Value, class Add>
@@ -124,7 +102,24 @@ void SampleTable::ForEachDependency(Visit&& visit) const {
   for (const Slice& slice : slices_) {
     const Bytes& dependencies = slice.rows->dependencies;
     for (std::uint32_t row = slice.from; row < slice.to; ++row) {
-      visit(dependencies.empty() ? std::uint8_t{0} : dependencies[row]);
+      visit(row < dependencies.size() ? dependencies[row] : std::uint8_t{0});
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
+  for (const Slice& slice : SlicesIn(from, to)) {
+    const SampleRows& rows = *slice.rows;
+    std::uint32_t row = slice.RowOf(std::max(from, slice.first));
+    const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
+    while (row < end) {
+      const std::uint32_t next =
+          std::min({rows.TimesAround(row).second, rows.OffsetsAround(row).second, end});
+      visit(slice.first + (row - slice.from), next - row,
+            slice.time + rows.TimeOf(row) - slice.rowTime + rows.OffsetOf(row),
+            std::int64_t{rows.DurationOf(row)});
+      row = next;
     }
   }
 }

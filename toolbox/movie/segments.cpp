@@ -30,10 +30,16 @@ bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
   return a.Type() == b.Type() && MayLieInSeveralFiles(a) && MayLieInSeveralFiles(b);
 }
 
+// QuickTime: 0x7FFF is no particular language.  ISO: it is 'und', packed.
+std::uint16_t Language(const MediaRecord& media) {
+  constexpr std::uint16_t kUnspecified = 0x7FFF, kUndetermined = 0x55C4;
+  return media.language == kUndetermined ? kUnspecified : media.language;
+}
+
 bool Fits(const TrackRecord& track, const TrackRecord& source) {
   return track.media && MayShareMedia(*track.media, *source.media) &&
          track.media->scale == source.media->scale &&
-         track.media->language == source.media->language && track.width == source.width &&
+         Language(*track.media) == Language(*source.media) && track.width == source.width &&
          track.height == source.height && track.matrix == source.matrix &&
          track.alternateGroup == source.alternateGroup &&
          SameAtom(track.siblings, source.siblings, FourCC{"clip"}) &&
@@ -63,10 +69,24 @@ EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTi
   return edits;
 }
 
+// An edit may reach past the end of its media, if only by rounding: there it shows nothing, and
+// must not come to show what is joined.
+void MakeRoomBehind(TrackRecord& track) {
+  SampleTable& samples = track.media->samples;
+  const Clock clock = track.TimeClock();
+  track.edits.EndWithMedia({std::max(samples.Duration(), samples.ShownUntil())}, clock);
+  for (const Edit& edit : track.edits.Edits()) {
+    if (edit.IsEmpty()) continue;
+    samples.StretchTo(
+        (edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp)).units);
+  }
+}
+
 // Joins the media of `source`, whose times are those of `sourceMedia`, and lays its edits in.
 void Lay(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edits,
          TrackRecord& track, MovieTime at, MovieTime room) {
   if (&*source.media != &*track.media) {
+    MakeRoomBehind(track);
     const MediaTime base = track.media->Join(sourceMedia, source.movie->file, track.movie->file);
     edits.MapMedia([base](MediaTime time) { return time + base; });
   }

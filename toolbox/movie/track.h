@@ -1,6 +1,7 @@
 // A track: a media, the edits that show it, and its place in the movie.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -27,6 +28,7 @@ struct TrackSettings {
   std::int16_t layer = 0, alternateGroup = 0, volume = 0;
   Matrix matrix = kIdentityMatrix;
   std::int32_t width = 0, height = 0;  // 16.16
+  std::array<std::uint8_t, 14> reserved{};  // the reserved bytes of its header, as they came
   UserDataRecord userData;
   Siblings siblings;  // what else stands in 'trak': clip, matt, load, tapt, ...
 };

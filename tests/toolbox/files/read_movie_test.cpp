@@ -281,7 +281,7 @@ TEST_F(ReadMovie, RefusesTablesThatContradictThemselves) {
 
 TEST_F(ReadMovie, KnowsThePacketsOfCompressedSound) {
   const Bytes description = Atom("ima4", Zeros(6), U16(1), U16(1), Zeros(6), U16(2), U16(16),
-                                 U32(0), U32(44100 << 16), U32(64), U32(34), U32(68), U32(2));
+                                 U32(0), U32(44100U << 16), U32(64), U32(34), U32(68), U32(2));
   const SampleTable table =
       ReadTrack({.kind = "soun",
                  .table = Join(Atom("stsd", U32(0), U32(1), description),
