@@ -17,11 +17,6 @@ inline void PutMatrix(auto& io, auto& matrix) {
   for (std::size_t i = 0; i < matrix.size(); ++i) io(kNames[i], matrix[i]);
 }
 
-// Bytes [from, to) of what an atom reserves in several places.
-inline void PutReserved(auto& io, auto& bytes, std::size_t from, std::size_t to) {
-  for (std::size_t i = from; i < to; ++i) io("reserved", bytes[i]);
-}
-
 struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
   static constexpr FourCC kType{"ftyp"};
   FourCC majorBrand;
@@ -73,8 +68,10 @@ struct TrackHeader {  // 'tkhd', ISO/IEC 14496-12 8.3.2
   std::uint32_t flags = 0;
   std::uint64_t created = 0, modified = 0, duration = 0;
   std::uint32_t id = 0;
-  std::array<std::uint8_t, 14> reserved{};  // 4 bytes behind the id, 8 behind the duration, 2 more
+  std::array<std::uint8_t, 4> reserved{};
+  std::array<std::uint8_t, 8> reserved2{};
   std::int16_t layer = 0, alternateGroup = 0, volume = 0;
+  std::array<std::uint8_t, 2> reserved3{};
   MatrixFields matrix{};
   std::int32_t width = 0, height = 0;
 
@@ -84,13 +81,13 @@ struct TrackHeader {  // 'tkhd', ISO/IEC 14496-12 8.3.2
     io.Wide("created", header.created);
     io.Wide("modified", header.modified);
     io("id", header.id);
-    PutReserved(io, header.reserved, 0, 4);
+    io("reserved", header.reserved);
     io.Wide("duration", header.duration);
-    PutReserved(io, header.reserved, 4, 12);
+    io("reserved", header.reserved2);
     io("layer", header.layer);
     io("alternateGroup", header.alternateGroup);
     io("volume", header.volume);
-    PutReserved(io, header.reserved, 12, 14);
+    io("reserved", header.reserved3);
     PutMatrix(io, header.matrix);
     io("width", header.width);
     io("height", header.height);

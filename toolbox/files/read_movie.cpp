@@ -204,6 +204,8 @@ ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
   track.id = header.id;
   track.flags = header.flags;
   track.reserved = header.reserved;
+  track.reserved2 = header.reserved2;
+  track.reserved3 = header.reserved3;
   track.created = header.created;
   track.modified = header.modified;
   track.layer = header.layer;

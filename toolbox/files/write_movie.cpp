@@ -137,6 +137,8 @@ class MovieAtoms {
     TrackHeader header;
     header.flags = track.flags;
     header.reserved = track.reserved;
+    header.reserved2 = track.reserved2;
+    header.reserved3 = track.reserved3;
     header.created = track.created;
     header.modified = now_;
     header.duration = Unsigned(track.edits.Duration());

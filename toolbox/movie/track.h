@@ -28,7 +28,10 @@ struct TrackSettings {
   std::int16_t layer = 0, alternateGroup = 0, volume = 0;
   Matrix matrix = kIdentityMatrix;
   std::int32_t width = 0, height = 0;  // 16.16
-  std::array<std::uint8_t, 14> reserved{};  // the reserved bytes of its header, as they came
+  // What its header reserves, as it came.
+  std::array<std::uint8_t, 4> reserved{};
+  std::array<std::uint8_t, 8> reserved2{};
+  std::array<std::uint8_t, 2> reserved3{};
   UserDataRecord userData;
   Siblings siblings;  // what else stands in 'trak': clip, matt, load, tapt, ...
 };

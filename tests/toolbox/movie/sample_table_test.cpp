@@ -223,7 +223,7 @@ TEST_P(Joined, WalksEverySample) {
       --before;
     }
     EXPECT_EQ(table_.SyncAtOrBefore(i), before);
-    EXPECT_EQ(table_.StretchStart(i), sample.stretchStart);
+    EXPECT_EQ(table_.FileStretch(i).first, sample.stretchStart);
   }
   EXPECT_EQ(sync, expectedSync);
   EXPECT_EQ(partial, expectedPartial);
