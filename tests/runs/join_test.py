@@ -98,13 +98,20 @@ class ClipsOfOneKind(JoinTest):
         for parts in ((quicktime, self.one), (self.one, quicktime)):
             self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_tracks_of_different_languages_stay_apart(self):
+    def test_tracks_without_a_language_join_whatever_the_format_calls_that(self):
         # ffmpeg says "unspecified" in one format and "undetermined" in the other.
-        joined = self.join_whole("out.mov", self.one, self.quicktime)
+        parts = [self.one, self.quicktime]
+        self.assert_plays(self.join_whole("out.mov", *parts), parts)
+
+    def test_tracks_of_different_languages_stay_apart(self):
+        french = self.folder / "french.mp4"
+        runs.read_by("ffmpeg", "-v", "error", "-y", "-i", self.two, "-c", "copy",
+                     "-metadata:s", "language=fra", french)
+        joined = self.join_whole("out.mov", self.one, french)
         kinds = [track.kind for track in runs.tracks(joined).values()]
         self.assertEqual(kinds, ["vide", "soun"] * 2)
-        self.assertEqual(hashes(joined, "v:1"), hashes(self.quicktime))
-        self.assertTrue(sound(joined, "a:1") == sound(self.quicktime))
+        self.assertEqual(hashes(joined, "v:1"), hashes(french))
+        self.assertTrue(sound(joined, "a:1") == sound(french))
 
     def test_movies_of_different_time_scales_join(self):
         for parts in ((self.other_scale, self.one), (self.one, self.other_scale, self.two)):
@@ -234,7 +241,7 @@ class RealMovies(JoinTest):
     """Sound and pictures of real movies seldom end together: what follows starts when the longer
     of the two has ended."""
 
-    def assert_joins(self, *names, kinds=("vide", "soun")):
+    def assert_joins(self, *names, kinds=("vide", "soun"), quietly=True):
         parts = [MEDIA / name for name in names]
         joined = self.join_whole("out.mov", *parts)
         for kind in kinds:
@@ -246,7 +253,8 @@ class RealMovies(JoinTest):
                     start += runs.movie_duration(part)
                 self.assert_same(self.shown(joined, kind), expected, kind)
         self.assertEqual(runs.movie_duration(joined), start)
-        self.assert_complains_no_more(joined, parts)
+        if quietly:
+            self.assert_complains_no_more(joined, parts)
         return joined, parts
 
     def shown(self, path, kind):
@@ -276,7 +284,9 @@ class RealMovies(JoinTest):
         self.assert_joins(*["video-codecs/count_video.mp4"] * 2, kinds=["vide"])
 
     def test_edits_that_reach_past_their_media(self):
-        self.assert_joins(*["edit-lists/example1.mp4"] * 2)
+        # The picture ends before the sound, so a gap stands between its two edits. ffmpeg knows no
+        # such gaps, and has something to say of the times it gives the pictures around it.
+        self.assert_joins(*["edit-lists/example1.mp4"] * 2, quietly=False)
 
 
 if __name__ == "__main__":

@@ -28,7 +28,11 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   if (first == last) return {};
   // An edit up to the end of the decode times means all there is, also what is shown only later or
   // for no time at all.
-  if (end >= samples.FileStretchEnd(last - 1)) last = samples.FileStretch(last - 1).second;
+  const MediaTime left{samples.FileStretchEnd(last - 1) - start};
+  if (edit.duration >=
+      track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
+    last = samples.FileStretch(last - 1).second;
+  }
   const std::uint64_t needed = RollBack(*track.media, samples.SyncAtOrBefore(first));
   const auto [from, to] = samples.WholePackets(needed, last);
   return {from, to, &edit};
