@@ -171,55 +171,250 @@ const std::vector<Case> kCases{
     {kEvery, {"-remove-output-edit-list"}, "", "removeOutputEditList=1 "},
 };
 
-bool StartsWithUsage(const std::string& text, const std::string& command) {
-  return text.starts_with(command + " version 1.2.4 (August 24, 2006)\n");
+// A run that ends with a complaint, and the usage of the command behind it.
+void ExpectRefused(const Parsed& parsed, const std::string& complaint, const std::string& command) {
+  EXPECT_EQ(parsed.Status(), 1);
+  ASSERT_TRUE(parsed.said.starts_with(complaint)) << parsed.said;
+  const std::string rest = parsed.said.substr(complaint.size());
+  EXPECT_TRUE(rest.starts_with(command + " version 1.2.4 (August 24, 2006)\n")) << rest;
 }
 
-class EveryOption : public testing::TestWithParam<Case> {};
-
-TEST_P(EveryOption, IsTakenByTheCommandsThatKnowIt) {
-  const Case& row = GetParam();
-  for (std::size_t mode = 0; mode < kCommands.size(); ++mode) {
-    const Words command{"bin/" + kCommands[mode]};
-    const Parsed before = Parse(command + row.words + Words{"1", "2"});
-    const Parsed between = Parse(command + Words{"1"} + row.words + Words{"2"});
-    if ((row.commands >> mode & 1U) == 0) {
-      const std::string complaint = "Unrecognized option " + row.words[0] + '\n';
-      EXPECT_EQ(before.Status(), 1);
-      ASSERT_TRUE(before.said.starts_with(complaint)) << before.said;
-      EXPECT_TRUE(StartsWithUsage(before.said.substr(complaint.size()), kCommands[mode]));
-      continue;
+TEST(Options, ChangeTheirRecordUnderTheCommandsThatKnowThem) {
+  for (const Case& row : kCases) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    for (std::size_t mode = 0; mode < kCommands.size(); ++mode) {
+      const Words command{"bin/" + kCommands[mode]};
+      const Parsed before = Parse(command + row.words + Words{"1", "2"});
+      const Parsed between = Parse(command + Words{"1"} + row.words + Words{"2"});
+      if ((row.commands >> mode & 1U) == 0) {
+        ExpectRefused(before, "Unrecognized option " + row.words[0] + '\n', kCommands[mode]);
+        continue;
+      }
+      ASSERT_EQ(before.said + between.said, "");
+      EXPECT_EQ(before.Line().mode, static_cast<CommandMode>(mode));
+      EXPECT_EQ(Changes(before.File(0)), row.file) << "a global option is for every file";
+      EXPECT_EQ(Changes(before.File(1)), row.file);
+      EXPECT_EQ(Changes(between.File(0)), row.file) << "one behind a file is for that file alone";
+      EXPECT_EQ(Changes(between.File(1)), "");
+      EXPECT_EQ(Changes(before.Line().output), row.output);
+      EXPECT_EQ(Changes(between.Line().output), row.output);
     }
-    ASSERT_EQ(before.said + between.said, "");
-    EXPECT_EQ(before.Line().mode, static_cast<CommandMode>(mode));
-    EXPECT_EQ(Changes(before.File(0)), row.file) << "a global option is for every file";
-    EXPECT_EQ(Changes(before.File(1)), row.file);
-    EXPECT_EQ(Changes(between.File(0)), row.file) << "one behind a file is for that file alone";
-    EXPECT_EQ(Changes(between.File(1)), "");
-    EXPECT_EQ(Changes(before.Line().output), row.output);
-    EXPECT_EQ(Changes(between.Line().output), row.output);
   }
 }
 
-TEST_P(EveryOption, SaysSoWhenAValueIsMissing) {
-  Words words = GetParam().words;
-  const auto isOption = [](const std::string& word) {
-    return std::ranges::find(Options(), word, &Option::name) != Options().end();
-  };
-  // The last option of the row, which has its last value taken away.
-  const auto start = std::find_if(words.rbegin(), words.rend(), [&](const std::string& word) {
-    return isOption(word) && &word != &words.back();
-  });
-  const bool explainsItself = words[0] == "-transparency-mode";
-  if (start == words.rend() || isOption(words[0] == "-o" ? "" : words.back())) return;
-  if (explainsItself || std::ranges::find(words, "-about") != words.end()) return;
-  const std::string option = *start;
-  words.pop_back();
-  const std::size_t mode = (GetParam().commands & kClipjoin) != 0 ? 0
-                           : (GetParam().commands & kClipstak) != 0 ? 1 : 2;
-  const Parsed parsed = Parse(Words{kCommands[mode], "1"} + words);
-  const std::string complaint = "Option " + option + " needs more arguments\n";
-  EXPECT_EQ(parsed.Status(), 1);
-  ASSERT_TRUE(parsed.said.starts_with(complaint)) << parsed.said;
-  EXPECT_TRUE(StartsWithUsage(parsed.said.substr(complaint.size()), kCommands[mode]));
+TEST(Options, AreAllTestedHere) {
+  // These have tests of their own.
+  std::set<std::string> tested{"-clipjoin",
+                               "-clipstak",
+                               "-cliptune",
+                               "-",
+                               "-names-from-stdin",
+                               "-name-from-stdin",
+                               "-trimToLengthOfMovie",
+                               "-scaleToLengthOfMovie",
+                               "-scaleMovieToLengthOfMovie"};
+  for (const Case& row : kCases) tested.insert(row.words.begin(), row.words.end());
+  for (const Option& option : Options()) EXPECT_TRUE(tested.contains(option.name)) << option.name;
 }
+
+TEST(Options, SayWhenAValueIsMissing) {
+  const std::set<std::string> withValues{"-chapter-tool-xml",
+                                         "-chapter-track",
+                                         "-placeAt",
+                                         "-trimToLengthOf",
+                                         "-scaleToLengthOf",
+                                         "-trimToLengthOfMovie",
+                                         "-scaleToLengthOfMovie",
+                                         "-scaleMovieToLengthOfMovie",
+                                         "-startAt",
+                                         "-trimTo",
+                                         "-duration",
+                                         "-trimBy",
+                                         "-scaleTo",
+                                         "-scaleMovieTo",
+                                         "-chapter",
+                                         "-nochapter",
+                                         "-track",
+                                         "-notrack",
+                                         "-enable",
+                                         "-disable",
+                                         "-sscale",
+                                         "-vscale",
+                                         "-hscale",
+                                         "-vtranslate",
+                                         "-htranslate",
+                                         "-rotate",
+                                         "-msscale",
+                                         "-mvscale",
+                                         "-mhscale",
+                                         "-mrotate",
+                                         "-rate",
+                                         "-timescale",
+                                         "-chapter-name",
+                                         "-add-chapter",
+                                         "-o"};
+  const auto expectMissing = [](const std::string& command, const Words& words) {
+    ExpectRefused(Parse(Words{command, "1"} + words),
+                  "Option " + words[0] + " needs more arguments\n", command);
+  };
+  for (const Option& option : Options()) {
+    SCOPED_TRACE(option.name);
+    for (std::size_t mode = 0; mode < kCommands.size(); ++mode) {
+      if ((option.commands >> mode & 1U) == 0) continue;
+      if (withValues.contains(option.name)) {
+        expectMissing(kCommands[mode], {option.name});
+      } else {
+        EXPECT_EQ(Parse({kCommands[mode], "1", option.name}).Status(), 0);
+      }
+    }
+  }
+  expectMissing("clipjoin", {"-add-chapter", "a"});
+  expectMissing("cliptune", {"-timescale", "-sameAsTrack"});
+}
+
+TEST(Options, WithAPointCutShortGoOnWithoutIt) {
+  const Parsed parsed = Parse({"cliptune", "1", "-sscale", "2", "-about", "10"});
+  EXPECT_EQ(parsed.said, "Error: -about requires two arguments\n");
+  EXPECT_EQ(Changes(parsed.File(0)), "trackMatrix=2;0;0;2;0;0; ");
+}
+
+TEST(Options, WithABadTransparencyModeGoOnWithNone) {
+  const Words words{"clipstak",           "1",      "-transparency-mode", "blend", "1,1,1",
+                    "-transparency-mode", "opaque", "-placeAt",           "1"};
+  const Parsed parsed = Parse(words);
+  ASSERT_TRUE(parsed.IsAccepted());
+  EXPECT_TRUE(parsed.said.starts_with("Unrecognized transparency mode opaque.\n")) << parsed.said;
+  EXPECT_EQ(parsed.File(0).graphicsMode, 0);
+  EXPECT_EQ(parsed.File(0).placeAt, 1);
+}
+
+TEST(Options, WithABadDurationEndTheRunWithoutUsage) {
+  for (const Words& words : {Words{"-trimTo", "1:75"}, {"-add-chapter", "a", "1:75"}}) {
+    const Parsed parsed = Parse(Words{"clipjoin", "1"} + words);
+    EXPECT_EQ(parsed.Status(), 1);
+    EXPECT_TRUE(parsed.said.starts_with("Error processing option " + words[0] +
+                                        ": Bad duration syntax: 1:75\nDuration should be "))
+        << parsed.said;
+    EXPECT_TRUE(parsed.said.ends_with("\n48:00:00        48 hours.\n")) << parsed.said;
+  }
+}
+
+TEST(Commands, AreChosenByTheProgramsNameAndByOptions) {
+  const auto modeOf = [](const Words& words) { return Parse(words).Line().mode; };
+  EXPECT_EQ(modeOf({"clipstak", "1"}), CommandMode::kMultiplex);
+  EXPECT_EQ(modeOf({"/usr/bin/cliptune", "1"}), CommandMode::kModify);
+  for (const char* name : {"clipjoin", "Clipstak", "clipstak2", "cliptune/x", ""}) {
+    EXPECT_EQ(modeOf({name, "1"}), CommandMode::kConcatenate) << name;
+  }
+  EXPECT_EQ(modeOf({"cliptune", "-clipjoin", "1"}), CommandMode::kConcatenate);
+  EXPECT_EQ(modeOf({"clipjoin", "1", "-clipstak"}), CommandMode::kMultiplex);
+  EXPECT_EQ(modeOf({"clipstak", "-cliptune", "-save-in-place", "1"}), CommandMode::kModify);
+  EXPECT_STREQ(Parse({"a/program", "-cliptune", "1"}).Line().Name(), "cliptune");
+}
+
+TEST(Commands, KnowTheirOptionsFromWhereTheyAreChosen) {
+  EXPECT_TRUE(Parse({"clipjoin", "-clipstak", "-placeAt", "1", "1"}).IsAccepted());
+  EXPECT_TRUE(Parse({"clipjoin", "-unique-tracks", "-clipstak", "-scale", "1"}).IsAccepted());
+  ExpectRefused(Parse({"clipjoin", "-placeAt", "1", "-clipstak", "1"}),
+                "Unrecognized option -placeAt\n", "clipjoin");
+}
+
+TEST(FileNames, StartWithWhatTheGlobalOptionsSayThen) {
+  const Parsed parsed = Parse({"clipjoin", "-list", "-sscale", "2", "-track", "a", "1", "-nolist",
+                               "-sscale", "2", "-track", "b", "2", "3", "-rate", "2"});
+  ASSERT_EQ(parsed.Line().inputs.size(), 3U);
+  EXPECT_EQ(parsed.File(0).path, "1");
+  EXPECT_EQ(Changes(parsed.File(0)), "includeTracks=a;b; trackMatrix=4;0;0;4;0;0; ");
+  EXPECT_EQ(parsed.File(1).path, "2");
+  EXPECT_EQ(Changes(parsed.File(1)), "includeTracks=a; listTracks=1 trackMatrix=2;0;0;2;0;0; ");
+  EXPECT_EQ(Changes(parsed.File(2)),
+            "includeTracks=a; listTracks=1 trackMatrix=2;0;0;2;0;0; rate=2 ");
+}
+
+TEST(FileNames, AreAllThatFollowsALoneDash) {
+  const Parsed parsed = Parse({"clipjoin", "", "-q", "-", "-q", "-", "--", "-unknown", "-o"});
+  ASSERT_EQ(parsed.said, "");
+  Words paths;
+  for (const auto& input : parsed.Line().inputs) paths.push_back(input.options.path);
+  EXPECT_EQ(paths, (Words{"", "-q", "-", "--", "-unknown", "-o"}));
+  EXPECT_TRUE(parsed.Line().output.quiet);
+  EXPECT_EQ(parsed.Line().output.outputPath, std::nullopt);
+}
+
+TEST(FileNames, MustBeThere) {
+  for (const std::string& command : kCommands) {
+    const Parsed parsed = Parse({command, "-q", "-"});
+    EXPECT_EQ(parsed.Status(), 2);
+    EXPECT_TRUE(parsed.said.starts_with("No movies found\n" + command + " version "));
+  }
+}
+
+TEST(NamesFromStandardInput, AreItsLinesWithTheSettingsOfThatMoment) {
+  for (const char* option : {"-names-from-stdin", "-name-from-stdin"}) {
+    for (const std::string& command : kCommands) {
+      const Parsed parsed =
+          Parse({command, "-list", option, "-rate", "2"}, false, "a b.mov\n\n -q \r\nlast");
+      ASSERT_EQ(parsed.said, "") << command << ' ' << option;
+      Words paths;
+      for (const auto& input : parsed.Line().inputs) {
+        paths.push_back(input.options.path);
+        EXPECT_EQ(Changes(input.options), "listTracks=1 ") << "later options are not theirs";
+      }
+      EXPECT_EQ(paths, (Words{"a b.mov", "", " -q \r", "last"}));
+    }
+  }
+}
+
+TEST(NamesFromStandardInput, TakeTheSettingsOfTheFileNamedBefore) {
+  const Parsed parsed = Parse({"clipjoin", "-list", "1", "-rate", "3", "-names-from-stdin", "-rate",
+                               "2", "ignored", "-nolist", "-", "-too"},
+                              false, "2\n3\n");
+  EXPECT_EQ(parsed.said,
+            "Ignoring argument ignored because -names-from-stdin was passed\n"
+            "Ignoring argument -too because -names-from-stdin was passed\n");
+  ASSERT_EQ(parsed.Line().inputs.size(), 3U);
+  EXPECT_EQ(Changes(parsed.File(0)), "rate=2 ") << "it stays the one that options change";
+  EXPECT_EQ(Changes(parsed.File(1)), "listTracks=1 rate=3 ");
+  EXPECT_EQ(Changes(parsed.File(2)), "listTracks=1 rate=3 ");
+}
+
+TEST(Quiet, MayBeTheUsersPreference) {
+  EXPECT_TRUE(Parse({"clipjoin", "1"}, true).Line().output.quiet);
+  EXPECT_FALSE(Parse({"clipjoin", "1"}, false).Line().output.quiet);
+}
+
+TEST(SavingInPlace, IsAskedForByTheFirstFile) {
+  EXPECT_TRUE(Parse({"cliptune", "1", "-save-in-place", "2"}).Line().SavesInPlace());
+  EXPECT_FALSE(Parse({"cliptune", "1", "2", "-save-in-place"}).Line().SavesInPlace());
+  EXPECT_FALSE(Parse({"cliptune", "-save-in-place", "-clipjoin", "1"}).Line().SavesInPlace());
+}
+
+class LengthOfMovie : public toolbox::InFolder {};
+
+TEST_F(LengthOfMovie, IsReadAtOnceWithoutTheGlobalSettings) {
+  using namespace toolbox;  // the bytes of a movie
+  const std::string movie =
+      Store("3 s.mov",
+            Join(Atom("mdat", Zeros(60)),
+                 Atom("moov", MovieHeaderAtom(), TrackAtom({.table = PlainTable(6, 300, 10, 8)}))))
+          .native();
+  const std::string missing = (folder_ / "none.mov").native();
+  const std::vector<std::pair<std::string, std::string>> modes{
+      {"-trimToLengthOfMovie", "3"},
+      {"-scaleToLengthOfMovie", "7"},
+      {"-scaleMovieToLengthOfMovie", "9"},
+  };
+  for (const auto& [option, mode] : modes) {
+    const Parsed parsed = Parse({"clipjoin", "-noresolve", "1", "-trimBy", "2", option, movie});
+    EXPECT_EQ(parsed.said, "");
+    EXPECT_EQ(Changes(parsed.File(0)), "lengthMode=" + mode + " lengthTarget=3 openFlags=6 ");
+
+    const Parsed failed = Parse({"clipjoin", "1", "-trimBy", "2", option, missing, "-list"});
+    EXPECT_TRUE(failed.said.ends_with("Error getting movie " + option + '\n')) << failed.said;
+    EXPECT_EQ(Changes(failed.File(0)), "listTracks=1 lengthMode=5 lengthTarget=2 ")
+        << "the settings stay, and parsing goes on";
+  }
+}
+
+}  // namespace
+}  // namespace clipjoin
