@@ -34,21 +34,11 @@ class Differences {
   void Put(const toolbox::MatrixRecord& matrix) {
     for (const std::size_t i : {0, 1, 3, 4, 6, 7}) text_ << matrix[i] / 65536.0 << ';';
   }
-  void Put(const std::vector<chapter::Chapter>& chapters) {
-    for (const auto& added : chapters) {
-      text_ << added.title << '@' << static_cast<double>(added.start) / added.scale << ';';
-    }
-  }
   void Put(const std::optional<std::string>& text) { text_ << text.value_or("nothing"); }
   void Put(const auto& value) { text_ << value; }
 
   std::ostringstream text_;
 };
-
-bool operator==(const chapter::Chapter& a, const chapter::Chapter& b) {
-  return std::tie(a.scale, a.start, a.duration, a.title) ==
-         std::tie(b.scale, b.start, b.duration, b.title);
-}
 
 std::string Changes(const FileOptions& file) {
   const FileOptions fresh;
@@ -73,10 +63,15 @@ std::string Changes(const OutputOptions& output) {
   MEMBER(quiet), MEMBER(selfContained), MEMBER(flattenFlags), MEMBER(uniqueTracks);
   MEMBER(forceSameTracks), MEMBER(manualJoin), MEMBER(mpeg4), MEMBER(chapterToolXml);
   MEMBER(chapterTrackName), MEMBER(autoChapters), MEMBER(autoChaptersMerge);
-  MEMBER(scaleToOutput), MEMBER(addedChaptersSeen), MEMBER(addedChapters), MEMBER(outputPath);
+  MEMBER(scaleToOutput), MEMBER(addedChaptersSeen), MEMBER(outputPath);
   MEMBER(setAutoPlay), MEMBER(unsetAutoPlay), MEMBER(setLooping), MEMBER(unsetLooping);
   MEMBER(removeOutputEditList), MEMBER(namesFromStdin);
 #undef MEMBER
+  std::ostringstream chapters;
+  for (const chapter::Chapter& added : output.addedChapters) {
+    chapters << added.title << '@' << static_cast<double>(added.start) / added.scale << ';';
+  }
+  all("addedChapters", chapters.str(), std::string());
   return all.Text();
 }
 

@@ -12,8 +12,8 @@ namespace toolbox {
 namespace {
 
 // The last of `runs` that starts at or before `key`; the first starts at 0.
-template <class Run, class Key, class Projection>
-const Run& RunAt(const std::vector<Run>& runs, Key key, Projection start) {
+template <class Runs, class Key, class Projection>
+const typename Runs::value_type& RunAt(const Runs& runs, Key key, Projection start) {
   return *std::prev(std::ranges::upper_bound(runs, key, {}, start));
 }
 
@@ -85,16 +85,6 @@ std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
 
 std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {
   return static_cast<std::size_t>(&RunAt(chunkRuns, sample, &ChunkRun::sample) - chunkRuns.data());
-}
-
-std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
-                                 std::uint32_t description) const {
-  if (const Packing packing = PackingOf(description); packing.bytes != 0) {
-    return (std::uint64_t{samples} + packing.samples - 1) / packing.samples * packing.bytes;
-  }
-  if (constantSize != 0) return std::uint64_t{samples} * constantSize;
-  const auto size = sizes.begin() + first;
-  return std::accumulate(size, size + samples, std::uint64_t{0});
 }
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {

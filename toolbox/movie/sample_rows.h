@@ -45,16 +45,16 @@ struct SampleGroup {
 // Indexes start at 0. Once a table shares its rows they never change.
 struct SampleRows {
   std::uint32_t count = 0;
-  std::vector<TimeRun> times;  // covers all samples
+  Table<TimeRun> times;  // covers all samples
   std::int64_t duration = 0;  // sum of all deltas
-  std::vector<OffsetRun> offsets;  // empty: every offset is 0
+  Table<OffsetRun> offsets;  // empty: every offset is 0
   std::int32_t smallestOffset = 0, largestOffset = 0;
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
   std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
-  std::vector<std::uint32_t> sizes;
-  std::vector<ChunkRun> chunkRuns;
-  std::vector<std::uint64_t> chunkOffsets;
+  Table<std::uint32_t> sizes;
+  Table<ChunkRun> chunkRuns;
+  Table<std::uint64_t> chunkOffsets;
   std::uint32_t located = 0;  // samples that lie in a chunk; the rest cannot be read
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
@@ -102,5 +102,17 @@ struct SampleRows {
   const TimeRun& TimeRunOf(std::uint32_t sample) const;
   std::uint32_t timed_ = 0, shifted_ = 0;  // samples covered so far by AddTimes and AddOffsets
 };
+
+// Inline, for it is asked once a chunk.
+inline std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
+                                        std::uint32_t description) const {
+  if (const Packing packing = PackingOf(description); packing.bytes != 0) {
+    return (std::uint64_t{samples} + packing.samples - 1) / packing.samples * packing.bytes;
+  }
+  if (constantSize != 0) return std::uint64_t{samples} * constantSize;
+  std::uint64_t size = 0;
+  for (std::uint32_t sample = first; sample < first + samples; ++sample) size += sizes[sample];
+  return size;
+}
 
 }  // namespace toolbox

@@ -271,7 +271,7 @@ std::uint32_t SampleTable::PacketLength(std::uint64_t sample) const {
 void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
                                    std::vector<bool>& used) const {
   for (const Slice& slice : SlicesIn(from, to)) {
-    const std::vector<ChunkRun>& runs = slice.rows->chunkRuns;
+    const Table<ChunkRun>& runs = slice.rows->chunkRuns;
     const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
     const auto allMarked = [&] {
       return std::ranges::all_of(*slice.descriptions, [&](std::uint32_t i) { return used[i]; });

@@ -10,9 +10,9 @@
 namespace toolbox {
 
 // Calls add(samples, value) for the part of `runs` within [from, to).
-template <class Run, class Value, class Add>
-void ForEachRunIn(const std::vector<Run>& runs, std::uint32_t from, std::uint32_t to,
-                  Value Run::*value, Add&& add) {
+template <class Runs, class Run, class Value, class Add>
+void ForEachRunIn(const Runs& runs, std::uint32_t from, std::uint32_t to, Value Run::*value,
+                  Add&& add) {
   auto run = std::ranges::upper_bound(runs, from, {}, &Run::sample);
   if (run != runs.begin()) --run;
   for (; run != runs.end() && run->sample < to; ++run) {
