@@ -74,18 +74,16 @@ def laid_out(clip, *parts):
     (ftyp,), (movie,), (media,) = (whole_atoms(clip, kind) for kind in ("ftyp", "moov", "mdat"))
     was = next(start for kind, start, _ in layout(clip) if kind == "mdat")
     pieces = {"ftyp": ftyp, "mdat": media, "mdat to the end": bytes(4) + media[4:]}
-    distance, used = 0, None
-    while used != distance:  # a compressed movie may change its size with its offsets
-        used = distance
+    distance = 0
+    for _ in range(2):  # the second time with offsets that are right
         pieces["moov"] = moved(movie, distance)
         pieces["cmov"] = compressed(pieces["moov"])
-        named = [(part, pieces.get(part, part)) for part in parts]
-        at = 0
-        for name, content in named:
-            if name in ("mdat", "mdat to the end"):
-                distance = at - was
-            at += len(content)
-    return b"".join(content for _, content in named)
+        starts, whole = {}, b""
+        for part in parts:
+            starts[part] = len(whole)
+            whole += pieces.get(part, part)
+        distance = starts.get("mdat", starts.get("mdat to the end")) - was
+    return whole
 
 
 LAYOUTS = {
@@ -95,7 +93,7 @@ LAYOUTS = {
     "media to the end": ("ftyp", "moov", WIDE, "mdat to the end"),
     "room in front": ("ftyp", free(4000), "mdat", "moov", STRANGER),
     "room behind": ("ftyp", "moov", "mdat", free(4000)),
-    "compressed header": ("ftyp", "cmov", "mdat"),
+    "compressed header": ("ftyp", "mdat", "cmov"),
 }
 # Nothing can be appended to this, so a new file takes its place.
 TRAILER = b"\0\0\0\5no atom"
