@@ -160,7 +160,6 @@ class Saving(SavingTest):
                     head = 4 if name == "media to the end" and kind == "mdat" else 0
                     if kind not in ("moov", "free"):
                         self.assertEqual(new[start + head : end], old[start + head : end], kind)
-                        self.assertEqual(start, new.index(old[start + 4 : end]) - 4)
                 kinds = [kind for kind, _, _ in layout(new)]
                 self.assertEqual(kinds.count("moov"), 1)
                 self.assertEqual(layout(new)[-1][2], len(new), "atoms to the end")
