@@ -1,0 +1,71 @@
+#!/usr/bin/env python3
+"""A terminal is told how far copying has come; nobody else is."""
+
+import os
+import pty
+import subprocess
+import threading
+import time
+import unittest
+
+import runs
+
+
+@runs.has_tools("ffmpeg")
+class Progress(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = runs.temporary_folder(cls)
+        cls.movie = cls.folder / "raw.mov"
+        # 50 MB, so that there is something to tell of.
+        source = "testsrc2=size=640x360:rate=25:duration=3"
+        runs.read_by("ffmpeg", "-v", "error", "-f", "lavfi", "-i", source,
+                     "-c:v", "rawvideo", "-pix_fmt", "yuyv422", cls.movie)
+        cls.outlet = cls.folder / "outlet.mov"
+        os.mkfifo(cls.outlet)
+
+    def copy_slowly(self, stderr, *options):
+        """Copies into a pipe whose reader takes its time, as a slow disk would."""
+        size = self.movie.stat().st_size
+
+        def drain():
+            with open(self.outlet, "rb", buffering=0) as pipe:
+                while pipe.read(1 << 20):
+                    time.sleep(1.5 * (1 << 16) / size)  # a pipe holds 64 KiB
+        reader = threading.Thread(target=drain)
+        reader.start()
+        command = [runs.BIN / "cliptune", *options, self.movie, "-self-contained",
+                   "-o", self.outlet]
+        done = subprocess.run(command, stderr=stderr, stdout=subprocess.PIPE, check=False)
+        reader.join()
+        self.assertEqual(done.returncode, 0)
+        return done
+
+    def on_a_terminal(self, *options):
+        ours, theirs = pty.openpty()
+        self.copy_slowly(theirs, *options)
+        os.close(theirs)
+        told = b""
+        try:
+            while piece := os.read(ours, 65536):
+                told += piece
+        except OSError:  # the other end is closed
+            pass
+        os.close(ours)
+        return told.decode()
+
+    def test_a_terminal_sees_a_line_that_is_gone_in_the_end(self):
+        told = self.on_a_terminal()
+        self.assertRegex(told, r"\d+%  \d+ MB of \d+ MB  [\d.]+ [kM]B/s  \d+:\d\d left")
+        self.assertTrue(told.endswith("\r\033[K"), repr(told[-80:]))
+
+    def test_quiet_means_no_line_either(self):
+        self.assertEqual(self.on_a_terminal("-q"), "")
+
+    def test_a_pipe_gets_only_messages(self):
+        done = self.copy_slowly(subprocess.PIPE)
+        self.assertEqual(done.stderr, b"")
+
+
+if __name__ == "__main__":
+    runs.main()
