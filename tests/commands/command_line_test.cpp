@@ -32,7 +32,7 @@ class Differences {
     for (const std::string& name : names) text_ << name << ';';
   }
   void Put(const toolbox::MatrixRecord& matrix) {
-    for (const std::size_t i : {0, 1, 3, 4, 6, 7}) text_ << matrix[i] / 65536.0 << ';';
+    for (const std::size_t i : {0U, 1U, 3U, 4U, 6U, 7U}) text_ << matrix[i] / 65536.0 << ';';
   }
   void Put(const std::optional<std::string>& text) { text_ << text.value_or("nothing"); }
   void Put(const auto& value) { text_ << value; }

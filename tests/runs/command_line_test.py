@@ -138,7 +138,8 @@ class Values(CommandLineTest):
 
 class NamesFromStandardInput(CommandLineTest):
     def test_they_are_joined_and_names_that_follow_are_ignored(self):
-        for program, option in (("clipjoin", "-names-from-stdin"), ("cliptune", "-name-from-stdin")):
+        for program, name in (("clipjoin", "names"), ("cliptune", "name")):
+            option = f"-{name}-from-stdin"
             done = self.run_on_names(
                 "one.mov\ntwo.mov\n", program, "-q", "-self-contained", option, "three.mov",
                 "-o", "out.mov",

@@ -233,8 +233,8 @@ class Saving(SavingTest):
         self.assertEqual(now["format"]["tags"], said["format"]["tags"])
 
     def handlers(self, path):
-        tracks = [content for kind, content in runs.atoms(runs.movie_header(path)) if kind == "trak"]
-        return [child(track, "mdia", "hdlr") for track in tracks]
+        atoms = runs.atoms(runs.movie_header(path))
+        return [child(content, "mdia", "hdlr") for kind, content in atoms if kind == "trak"]
 
     def test_a_file_saved_often_does_not_grow_without_end(self):
         for name, parts in LAYOUTS.items():
@@ -279,6 +279,17 @@ class Saving(SavingTest):
         done = self.save(path, "-set-looping", "-o", "other.mov", env=home)
         self.assertEqual(done, Result(0, "", ""))
         self.assertEqual(os.listdir(self.folder), ["movie.mov"])
+
+    def test_what_is_appended_is_referred_to(self):
+        path, other = self.store(LAYOUTS["movie in front"]), self.folder / "other.mov"
+        other.write_bytes(self.clips[".mov"].read_bytes())
+        self.assertEqual(
+            self.run_in_folder("cliptune", path, "-save-in-place", other), Result(0, "", "")
+        )
+        self.assertLess(path.stat().st_size, 2 * other.stat().st_size)
+        flat = self.join_whole("flat.mov", path)
+        own = [frame.hash for frame in runs.frames(other)]
+        self.assertEqual([frame.hash for frame in runs.frames(flat)], own * 2)
 
     # Failures
 

@@ -171,11 +171,16 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
   return Call("FlattenMovieDataToDataRef", [&]() -> Movie {
     const boost::filesystem::path path = PathOf(dataRef, dataRefType);
     const auto isSet = [flags](std::uint32_t flag) { return (flags & flag) != 0; };
+    // A header of many chunks costs more to compress than it costs to pack the samples.
+    const bool isCompressed = isSet(flattenCompressMovieResource);
+    const bool interleave = !isSet(flattenDontInterleaveFlatten);
+    const std::uint64_t mostChunks = isCompressed ? 300'000 : UINT64_MAX;
     const FilePlan plan =
         PlanFlattened(Valid(movie), {.onlyEnabled = isSet(flattenActiveTracksOnly),
-                                     .interleave = !isSet(flattenDontInterleaveFlatten)});
+                                     .interleave = interleave,
+                                     .mostChunksKept = interleave ? mostChunks : 0});
     const FileLayout layout{.movieFirst = isSet(flattenForceMovieResourceBeforeMovieData),
-                            .compress = isSet(flattenCompressMovieResource)};
+                            .compress = isCompressed};
     OutputFile output(path, IfExisting(createFlags));
     WriteFile(plan, layout, path, output);
     output.Commit();

@@ -5,6 +5,7 @@
 #include <map>
 #include <tuple>
 
+#include "toolbox/files/kept_places.h"
 #include "toolbox/files/used_samples.h"
 #include "toolbox/refused.h"
 
@@ -97,7 +98,7 @@ class ChunkCutter {
 
   void Take(SamplePiece& piece, std::uint32_t count, std::uint32_t description) {
     if (!isOpen_) {
-      chunks_.push_back({piece.sample, 0, description, 0, 0});
+      chunks_.push_back({.sample = piece.sample, .description = description});
       duration_ = 0;
       isOpen_ = true;
     }
@@ -138,15 +139,30 @@ class Planner {
     plan_.tracks.erase(plan_.tracks.begin() + static_cast<std::ptrdiff_t>(track));
   }
 
-  // Plans to copy what the track at that index shows.
-  void Copy(std::size_t index);
+  // Leaves in the output track at that index what the source's shows.
+  void Prepare(std::size_t index);
+  // Plans to copy the samples of a prepared track as they lie in their files, all tracks together;
+  // false where that cannot be done, and nothing is planned.
+  bool KeepPlaces(std::uint64_t mostChunks);
+  // Plans to copy them chunk by chunk.
+  void Cut(std::size_t index);
   // Gives every chunk its place.
   void Arrange(bool interleave);
 
  private:
   // A description for each of the source's, those that are equal once they share a file being one.
-  std::vector<std::uint32_t> MergeDescriptions(const MediaRecord& source, MediaRecord& media,
-                                               const std::vector<UsedSamples>& used);
+  void MergeDescriptions(std::size_t index);
+
+  // What is known of a track once it is prepared.
+  struct Prepared {
+    std::vector<UsedSamples> used;
+    std::vector<std::uint64_t> ends;  // by description: the size of the file its samples lie in
+
+    void CheckEnd(const SamplePiece& piece) const {
+      const std::uint64_t end = ends[piece.description];
+      if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
+    }
+  };
 
   struct Timed {
     MovieTime shown;
@@ -156,62 +172,51 @@ class Planner {
 
   FilePlan& plan_;
   SourceSizes sizes_;
-  std::vector<std::uint64_t> sourceEnds_;  // by description of the track at hand
+  std::map<std::size_t, Prepared> prepared_;  // by track
   std::vector<Timed> timed_;
 };
 
-std::vector<std::uint32_t> Planner::MergeDescriptions(const MediaRecord& source, MediaRecord& media,
-                                                      const std::vector<UsedSamples>& used) {
+void Planner::MergeDescriptions(std::size_t index) {
+  const MediaRecord& source = *plan_.tracks[index].source->media;
+  MediaRecord& media = *plan_.movie->tracks[index]->media;
+  Prepared& prepared = prepared_[index];
+  std::vector<std::uint32_t>& map = plan_.tracks[index].descriptions;
   std::vector<bool> isUsed(source.descriptions.size());
-  for (const UsedSamples& part : used) source.samples.MarkDescriptions(part.from, part.to, isUsed);
+  for (const UsedSamples& part : prepared.used) {
+    source.samples.MarkDescriptions(part.from, part.to, isUsed);
+  }
   media.descriptions.clear();
-  std::vector<std::uint32_t> map(source.descriptions.size());
-  sourceEnds_.assign(map.size(), 0);
-  for (std::size_t i = 0; i < map.size(); ++i) {
+  map.assign(isUsed.size(), 0);
+  prepared.ends.assign(isUsed.size(), 0);
+  for (std::uint32_t i = 0; i < isUsed.size(); ++i) {
     // A media without samples keeps what it says of them.
-    if (!isUsed[i] && !used.empty()) continue;
-    if (isUsed[i])
-      sourceEnds_[i] = sizes_.Of(source.dataReferences[source.descriptions[i].dataReference]);
+    if (!isUsed[i] && !prepared.used.empty()) continue;
+    if (isUsed[i]) prepared.ends[i] = sizes_.Of(source.ReferenceOf(i));
     SampleDescription description = source.descriptions[i];
     description.dataReference = 0;
     map[i] = media.FindOrAdd(description);
   }
-  return map;
 }
 
-void Planner::Copy(std::size_t index) {
+void Planner::Prepare(std::size_t index) {
   TrackPlan& track = plan_.tracks[index];
   TrackRecord& output = *plan_.movie->tracks[index];
   const MediaRecord& source = *track.source->media;
-  const std::vector<UsedSamples> used = SamplesInUse(*track.source);
+  std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
   for (const UsedSamples& part : used) {
     if (!source.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
   }
-  const auto descriptions = MergeDescriptions(source, *output.media, used);
+  MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
 
   // The samples in use close up; `moved` remembers by how much each stretch did.
   output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
-  ChunkCutter cutter(source, descriptions, track.chunks);
   for (const UsedSamples& part : used) {
     const MediaTime now{
-        output.media->samples.AppendSlice(source.samples, part.from, part.to, descriptions)};
+        output.media->samples.AppendSlice(source.samples, part.from, part.to, track.descriptions)};
     moved[part.from] = now - MediaTime{source.samples.TimeOf(part.from)};
-    cutter.Close();
-    const std::size_t before = track.chunks.size();
-    source.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
-      const std::uint64_t end = sourceEnds_[piece.description];
-      if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
-      cutter.Add(piece);
-    });
-    for (std::size_t i = before; i < track.chunks.size(); ++i) {
-      timed_.push_back({FirstShown(*track.source, part, track.chunks[i].sample),
-                        Rank(source.Type()),
-                        {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
-    }
   }
-
   output.edits = {};
   for (const Edit& edit : track.source->edits.Edits()) {
     const UsedSamples needs = SamplesFor(*track.source, edit);
@@ -222,6 +227,36 @@ void Planner::Copy(std::size_t index) {
     output.edits.Append(edit.duration, mediaTime, edit.rate, output.TimeClock());
   }
   output.edits.TrimEnd();
+}
+
+void Planner::Cut(std::size_t index) {
+  TrackPlan& track = plan_.tracks[index];
+  const MediaRecord& source = *track.source->media;
+  ChunkCutter cutter(source, track.descriptions, track.chunks);
+  for (const UsedSamples& part : prepared_[index].used) {
+    cutter.Close();
+    const std::size_t before = track.chunks.size();
+    source.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+      prepared_[index].CheckEnd(piece);
+      cutter.Add(piece);
+    });
+    for (std::size_t i = before; i < track.chunks.size(); ++i) {
+      timed_.push_back({FirstShown(*track.source, part, track.chunks[i].sample),
+                        Rank(source.Type()),
+                        {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
+    }
+  }
+}
+
+bool Planner::KeepPlaces(std::uint64_t mostChunks) {
+  if (mostChunks == 0) return false;
+  KeptPlaces kept(plan_);
+  for (const auto& [index, prepared] : prepared_) {
+    for (const UsedSamples& part : prepared.used) {
+      if (!kept.Add(index, part, prepared.ends) || kept.Chunks() > mostChunks) return false;
+    }
+  }
+  return kept.Take();
 }
 
 void Planner::Arrange(bool interleave) {
@@ -276,9 +311,13 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
       std::erase_if(plan.movie->userData.items,
                     [](const UserDataItem& item) { return item.type == FourCC{"hnti"}; });
   }
+  std::vector<std::size_t> withMedia;
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
-    if (plan.tracks[i].source->media) planner.Copy(i);
+    if (plan.tracks[i].source->media) withMedia.push_back(i);
   }
+  for (const std::size_t i : withMedia) planner.Prepare(i);
+  if (planner.KeepPlaces(options.mostChunksKept)) return plan;
+  for (const std::size_t i : withMedia) planner.Cut(i);
   planner.Arrange(options.interleave);
   return plan;
 }
@@ -309,7 +348,9 @@ FilePlan PlanUpdate(const MovieRecord& movie) {
         media && std::ranges::any_of(media->dataReferences, [](const DataReference& reference) {
           return std::holds_alternative<InMemory>(reference);
         });
-    if (isInMemory) planner.Copy(i);
+    if (!isInMemory) continue;
+    planner.Prepare(i);
+    planner.Cut(i);
   }
   planner.Arrange(true);
   return plan;

@@ -11,19 +11,24 @@
 
 namespace toolbox {
 
-// Consecutive samples that will lie one behind the other in the output.
+// Consecutive samples of the output: packed one behind the other, or, with `keepsPlaces`, among the
+// samples of other tracks as they lie in their file.
 struct OutputChunk {
   std::uint64_t sample = 0;  // the first, as the source's table counts
   std::uint32_t count = 0;  // of samples
-  std::uint32_t description = 0;  // index in the output
-  std::uint64_t size = 0;  // bytes
+  std::uint32_t description = 0;  // index in the output; with keepsPlaces each piece has its own
+  std::uint64_t size = 0;  // bytes; with keepsPlaces of all from the first sample to the last
   std::uint64_t destination = 0;  // bytes from the start of the media data
+  bool keepsPlaces = false;
+  std::uint64_t source = 0;  // with keepsPlaces: where the first sample lies in its file
 };
 
 struct TrackPlan {
   const TrackRecord* source = nullptr;  // whose samples these are
   // Chunks to copy, in the order of the samples. Empty: the samples stay in the files they are in.
   std::vector<OutputChunk> chunks;
+  // By the source's index of a description: that in the output.
+  std::vector<std::uint32_t> descriptions;
 };
 
 struct ChunkReference {
@@ -48,6 +53,7 @@ struct FilePlan {
   std::unique_ptr<MovieRecord> movie;  // as the output will state it
   std::optional<OtherFile> ownFile;  // what ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
+  std::vector<CopyRange> blocks;  // all media data, where chunks keep their places
   std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
   std::uint64_t dataSize = 0;  // bytes of media data
 
@@ -64,6 +70,10 @@ struct FilePlan {
 struct FlattenOptions {
   bool onlyEnabled = false;  // leave disabled tracks out
   bool interleave = true;  // else one track behind the other
+  // Files that are interleaved already, and in use from end to end, are copied as they lie if they
+  // have no more chunks than this: a copy inside the kernel, but all the chunks of the source in
+  // the header.
+  std::uint64_t mostChunksKept = 0;
 };
 
 // A self-contained file: every sample that is shown, and what it needs to be decoded, is copied.
@@ -82,6 +92,7 @@ FilePlan PlanUpdate(const MovieRecord& movie);
 
 template <class Visit>
 void FilePlan::ForEachRange(Visit&& visit) const {
+  for (const CopyRange& block : blocks) visit(block);
   CopyRange open;
   for (const ChunkReference& reference : order) {
     const TrackPlan& track = tracks[reference.track];

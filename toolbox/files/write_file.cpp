@@ -107,10 +107,11 @@ Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
                    const boost::filesystem::path& file) {
   // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size
   // settles in a round or two.
-  std::uint64_t size = 0;
-  for (std::uint64_t next = 1; next != size;) {
+  std::uint64_t size = MovieSize(plan, file, start + kDataHead);
+  while (start + size + kDataHead + plan.dataSize > UINT32_MAX) {
+    const std::uint64_t next = MovieSize(plan, file, start + size + kDataHead);
+    if (next == size) break;
     size = next;
-    next = MovieSize(plan, file, start + size + kDataHead);
   }
   if (!compress) return EncodeMovie(plan, file, start + size + kDataHead);
 

@@ -30,13 +30,22 @@ class ChunkWalk {
   ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
       : plan_(plan),
         media_(*plan.movie->tracks[track]->media),
-        chunks_(plan.tracks[track].chunks),
+        track_(plan.tracks[track]),
+        chunks_(track_.chunks),
         dataStart_(dataStart) {}
 
   template <class Visit>
   void operator()(Visit&& visit) const {
     for (const OutputChunk& chunk : chunks_) {
-      visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
+      if (!chunk.keepsPlaces) {
+        visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
+        continue;
+      }
+      const std::uint64_t start = dataStart_ + chunk.destination - chunk.source;
+      track_.source->media->samples.ForEachPiece(
+          chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
+            visit(piece.count, track_.descriptions[piece.description], start + piece.offset);
+          });
     }
     if (!chunks_.empty()) return;
     media_.samples.ForEachPiece(0, media_.samples.LocatedCount(), [&](const SamplePiece& piece) {
@@ -55,6 +64,7 @@ class ChunkWalk {
 
   const FilePlan& plan_;
   const MediaRecord& media_;
+  const TrackPlan& track_;
   const std::vector<OutputChunk>& chunks_;
   std::uint64_t dataStart_;
 };
