@@ -90,7 +90,7 @@ int Run(std::span<const char* const> arguments) {
   if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
   chapter::ApplyPlaybackFlags(output, line.output);
   const int status = utils::FinishOutput(output, line);
-  if (line.SavesInPlace()) line.inputs.front().SaveInPlace();
+  for (input::InputMovie& input : line.inputs) input.SaveInPlace();
   return Close(line.output.quiet, status);
 }
 

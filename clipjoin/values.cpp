@@ -1,5 +1,6 @@
 #include "clipjoin/values.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
@@ -29,7 +30,9 @@ void ReadProportions(std::istream& in, RGBColor& color) {
   double first = 0, second = 0, third = 0;
   in >> first >> between >> second >> between >> third;
   const auto part = [](double proportion) {
-    return static_cast<std::uint16_t>(static_cast<std::int64_t>(proportion * 65535.0));
+    // What no integer can hold has no meaning either.
+    const double value = std::clamp(proportion * 65535.0, double{INT32_MIN}, double{INT32_MAX});
+    return static_cast<std::uint16_t>(static_cast<std::int32_t>(value));
   };
   // The second proportion is the blue one: users' scripts count on it.
   color = {part(first), part(third), part(second)};

@@ -275,10 +275,13 @@ def shown(path, number):
     """What a track shows: (seconds at which it would start, hash) of each sample that an edit
     shows a part of, edit after edit in display order."""
     track = tracks(path)[number]
+    # Of samples that start together the order says nothing, and ffprobe guesses how long those last
+    # that last no time.
     samples = sorted(
-        (p.pts, p.duration or 0, p.data_hash)
-        for p in samples_by_track(path).get(number, [])
-        if p.pts is not None
+        ((p.pts, p.duration or 0, p.data_hash)
+         for p in samples_by_track(path).get(number, [])
+         if p.pts is not None),
+        key=lambda sample: (sample[0], sample[2]),
     )  # fmt: skip
     if track.edits is None:
         return [(fractions.Fraction(pts, track.scale), content) for pts, _, content in samples]

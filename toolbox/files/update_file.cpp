@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/plan.h"
@@ -52,15 +53,47 @@ class Updater {
   }
 
   void Update() {
+    FreeLeftovers();
     FilePlan plan = PlanUpdate(movie_);
     // Nothing can follow bytes that are no atom.
     if (layout_.end != source_.Size() || !CloseLastAtom()) return Rewrite(plan);
     if (plan.dataSize != 0 || !PutIntoRoom(EncodeMovie(plan, path_, 0))) Append(plan);
-    WriteAt(file_, old_.at + 4, Bytes{'f', 'r', 'e', 'e'});
+    try {
+      WriteType(old_.at, kFree);
+    } catch (const Refused&) {
+      TakeBack();
+      throw;
+    }
     Sync(file_);
   }
 
  private:
+  void WriteType(std::uint64_t atom, FourCC type) {
+    WriteAt(file_, atom + 4, Encoded([type](auto& io) { io("type", type); }));
+  }
+
+  // A save that was cut short may have left its movie behind the old one. The old one counts, and
+  // once it is freed nobody must take the other for the newest.
+  void FreeLeftovers() {
+    bool found = false;
+    for (TopLevelAtom& atom : layout_.atoms) {
+      if (atom.atom.type != kMovie || atom.at == old_.at) continue;
+      WriteType(atom.at, kFree);
+      atom.atom.type = kFree;
+      found = true;
+    }
+    if (found) Sync(file_);
+  }
+
+  // The old movie stays: the new one goes, as far as it can be told to.
+  void TakeBack() {
+    if (room_) {
+      WriteType(*room_, kFree);
+    } else if (ftruncate(file_.Number(), static_cast<off_t>(source_.Size())) != 0) {
+      throw RefusedBy(errno);
+    }
+  }
+
   // Gives the last atom a size when it has none but "to the end"; false where there is no room for
   // one.
   bool CloseLastAtom() {
@@ -93,6 +126,7 @@ class Updater {
              (atom.size == movie.size() || atom.size >= movie.size() + 8);
     });
     if (room == layout_.atoms.end()) return false;
+    room_ = room->at;
     // All but the head first: until that is written, the room is still free.
     WriteAt(file_, room->at + 8, ByteSpan(movie).subspan(8));
     if (room->atom.size > movie.size()) {
@@ -157,8 +191,9 @@ class Updater {
   const boost::filesystem::path& path_;
   Descriptor& file_;
   const FileSource source_;
-  const TopLevelLayout layout_;
+  TopLevelLayout layout_;
   TopLevelAtom old_;
+  std::optional<std::uint64_t> room_;  // where the new movie was put, unless it was appended
 };
 
 }  // namespace
