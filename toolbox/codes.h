@@ -42,6 +42,7 @@ enum : OSErr {
   mediaTypesDontMatch = -2018,
   userDataItemNotFound = -2026,
   badTrackIndex = -2028,
+  invalidSampleDescIndex = -2039,
   dataNotOpenForWrite = -2043,
   noMovieFound = -2048,
   noDefaultDataRef = -2051,
@@ -49,6 +50,7 @@ enum : OSErr {
   pathTooLongErr = -2110,
   invalidComponentID = -3000,
   afpAccessDenied = -5000,
+  badComponentSelector = -32766,  // the low half of 0x80008002
 };
 
 }  // namespace toolbox

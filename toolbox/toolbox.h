@@ -48,6 +48,7 @@ using MatrixRecord = std::array<std::int32_t, 9>;
 using Movie = MovieRecord*;
 using Track = TrackRecord*;
 using Media = MediaRecord*;
+using MediaHandler = MediaRecord*;
 using UserData = UserDataRecord*;
 using DataHandler = StorageRecord*;
 using CFStringRef = const StringRecord*;
@@ -73,6 +74,8 @@ inline constexpr std::uint32_t flattenForceMovieResourceBeforeMovieData = 0x40;
 inline constexpr std::int32_t movieTrackMediaType = 1;
 inline constexpr std::int32_t movieTrackCharacteristic = 2;
 inline constexpr std::int32_t movieTrackEnabledOnly = 4;
+
+inline constexpr Fixed fixedOne = 0x10000;
 
 // Folders.
 inline constexpr std::int16_t kUserDomain = -32763;
@@ -108,6 +111,9 @@ TimeScale GetMovieTimeScale(Movie movie);
 void SetMovieTimeScale(Movie movie, TimeScale scale);
 // Where the last track ends, in movie units.
 TimeValue GetMovieDuration(Movie movie);
+// The matrix that all tracks go through behind their own.
+void GetMovieMatrix(Movie movie, MatrixRecord* matrix);
+void SetMovieMatrix(Movie movie, const MatrixRecord* matrix);
 
 // The movie selection; it may reach past the end. invalidTime (start < 0: nothing changes),
 // invalidDuration (duration < 0: the selection becomes empty at `start`).
@@ -133,17 +139,44 @@ Track GetMovieIndTrack(Movie movie, std::int32_t number);
 Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags);
 // Where the track ends, in movie units from movie time 0.
 TimeValue GetTrackDuration(Track track);
+// The length of the empty stretch in front, in movie units.
+TimeValue GetTrackOffset(Track track);
+// ... which is given that length; the rest of the track moves with it. invalidTime (offset < 0).
+void SetTrackOffset(Track track, TimeValue offset);
+void SetTrackEnabled(Track track, bool isEnabled);
+void GetTrackMatrix(Track track, MatrixRecord* matrix);
+void SetTrackMatrix(Track track, const MatrixRecord* matrix);
+// The track's user data; valid as long as the track. Null only for a null track.
+UserData GetTrackUserData(Track track);
 // Null for a track without media.
 Media GetTrackMedia(Track track);
+// Removes the track, its media and every reference to it.
+void DisposeMovieTrack(Track track);
 // A new track in `destination` with the media type and settings of `source` and no samples. A null
 // data reference: the media starts without one.
 [[nodiscard]] OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef,
                                          FourCC dataRefType, Track* track);
+// --- Media (calls/media.cpp); a media handler is the media itself
+
+// Sum of the decode durations of all samples, in media units.
+TimeValue GetMediaDuration(Media media);
+// Units per second; 0 for a null media.
+TimeScale GetMediaTimeScale(Media media);
+// Null only for a null media.
+MediaHandler GetMediaHandler(Media media);
 // Any result may be null. `creatorName` is left alone.
 void GetMediaHandlerDescription(Media media, FourCC* type, char* creatorName, FourCC* manufacturer);
 // The display name of the kind of media, length-prefixed.
-[[nodiscard]] OSErr MediaGetName(Media handler, unsigned char* name, std::int32_t wantedLanguage,
-                                 std::int32_t* actualLanguage);
+[[nodiscard]] OSErr MediaGetName(MediaHandler handler, unsigned char* name,
+                                 std::int32_t wantedLanguage, std::int32_t* actualLanguage);
+// How pictures are laid over what is below them, and the colour that some modes need.
+// badComponentSelector for media that are not seen.
+[[nodiscard]] OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode,
+                                         const RGBColor* opColor);
+std::int32_t GetMediaSampleDescriptionCount(Media media);
+// The whole description, the first being number 1: 32-bit size, format, six zero bytes,
+// data-reference number, then the format's own. invalidSampleDescIndex.
+void GetMediaSampleDescription(Media media, std::int32_t number, Handle description);
 
 // --- Segments (calls/segments.cpp)
 
@@ -161,6 +194,22 @@ void AddMovieSelection(Movie movie, Movie source);
 // invalidDuration.
 [[nodiscard]] OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
+
+// Takes a stretch out; what follows moves left. A stretch may reach past the end. invalidTime
+// (start < 0; in a movie also behind its end), invalidDuration (duration < 0).
+[[nodiscard]] OSErr DeleteTrackSegment(Track track, TimeValue start, TimeValue duration);
+[[nodiscard]] OSErr DeleteMovieSegment(Movie movie, TimeValue start, TimeValue duration);
+// Makes a stretch last `newDuration`, showing what it showed, slower or faster. invalidTime
+// (start < 0), invalidDuration (a duration that is not above 0).
+[[nodiscard]] OSErr ScaleTrackSegment(Track track, TimeValue start, TimeValue oldDuration,
+                                      TimeValue newDuration);
+[[nodiscard]] OSErr ScaleMovieSegment(Movie movie, TimeValue start, TimeValue oldDuration,
+                                      TimeValue newDuration);
+// Shows media (its units) in the track from `trackStart` (movie units) on, at `rate`; what follows
+// moves right. A start of -1 is the end of the track. No duration: nothing changes. noMediaHandler,
+// invalidTime, invalidDuration (a duration below 0, a rate that is not above 0).
+[[nodiscard]] OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
+                                         TimeValue mediaDuration, Fixed rate);
 
 // --- User data (calls/user_data.cpp); items of one type are numbered from 1
 
@@ -180,6 +229,9 @@ FourCC GetNextUserDataType(UserData data, FourCC previous);
 // matrix did before. Factors, distances, degrees and centres are Fixed
 
 void SetIdentityMatrix(MatrixRecord* matrix);
+[[nodiscard]] bool EqualMatrix(const MatrixRecord* a, const MatrixRecord* b);
+// `matrix` becomes itself followed by `next`.
+void ConcatMatrix(const MatrixRecord* next, MatrixRecord* matrix);
 void TranslateMatrix(MatrixRecord* matrix, Fixed dx, Fixed dy);
 void ScaleMatrix(MatrixRecord* matrix, Fixed sx, Fixed sy, Fixed aboutX, Fixed aboutY);
 // Clockwise on the screen.

@@ -7,6 +7,12 @@ namespace toolbox {
 
 void SetIdentityMatrix(MatrixRecord* matrix) { *matrix = kIdentityMatrix; }
 
+bool EqualMatrix(const MatrixRecord* a, const MatrixRecord* b) { return *a == *b; }
+
+void ConcatMatrix(const MatrixRecord* next, MatrixRecord* matrix) {
+  *matrix = Concatenated(*matrix, *next);
+}
+
 void TranslateMatrix(MatrixRecord* matrix, Fixed dx, Fixed dy) {
   *matrix = Concatenated(*matrix, Translation(dx, dy));
 }

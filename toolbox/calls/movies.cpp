@@ -47,6 +47,14 @@ TimeValue GetMovieDuration(Movie movie) {
   return Call("GetMovieDuration", [&] { return Valid(movie).Duration().units; });
 }
 
+void GetMovieMatrix(Movie movie, MatrixRecord* matrix) {
+  Call("GetMovieMatrix", [&] { *matrix = Valid(movie).matrix; });
+}
+
+void SetMovieMatrix(Movie movie, const MatrixRecord* matrix) {
+  Call("SetMovieMatrix", [&] { Valid(movie).matrix = *matrix; });
+}
+
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
   Call("SetMovieSelection", [&] {
     MovieRecord& record = Valid(movie);

@@ -1,11 +1,10 @@
 // Tracks: finding, making, and what holds for the whole of one.
 #include "toolbox/movie/track.h"
 
-#include <algorithm>
-
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/movie/cuts.h"
 #include "toolbox/movie/media_types.h"
 #include "toolbox/movie/movie.h"
 #include "toolbox/toolbox.h"
@@ -49,6 +48,33 @@ TimeValue GetTrackDuration(Track track) {
   return Call("GetTrackDuration", [&] { return Valid(track).edits.Duration().units; });
 }
 
+TimeValue GetTrackOffset(Track track) {
+  return Call("GetTrackOffset", [&] { return Valid(track).edits.Offset().units; });
+}
+
+void SetTrackOffset(Track track, TimeValue offset) {
+  Call("SetTrackOffset", [&] { SetOffset(Valid(track), {offset}); });
+}
+
+void SetTrackEnabled(Track track, bool isEnabled) {
+  Call("SetTrackEnabled", [&] {
+    std::uint32_t& flags = Valid(track).flags;
+    flags = isEnabled ? flags | TrackRecord::kEnabled : flags & ~TrackRecord::kEnabled;
+  });
+}
+
+void GetTrackMatrix(Track track, MatrixRecord* matrix) {
+  Call("GetTrackMatrix", [&] { *matrix = Valid(track).matrix; });
+}
+
+void SetTrackMatrix(Track track, const MatrixRecord* matrix) {
+  Call("SetTrackMatrix", [&] { Valid(track).matrix = *matrix; });
+}
+
+UserData GetTrackUserData(Track track) {
+  return Call("GetTrackUserData", [&] { return &Valid(track).userData; });
+}
+
 Media GetTrackMedia(Track track) {
   return Call("GetTrackMedia", [&]() -> Media {
     auto& media = Valid(track).media;
@@ -70,21 +96,8 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
   });
 }
 
-void GetMediaHandlerDescription(Media media, FourCC* type, char*, FourCC* manufacturer) {
-  Call("GetMediaHandlerDescription", [&] {
-    const HandlerRecord& handler = Valid(media).handler;
-    if (type != nullptr) *type = handler.subtype;
-    if (manufacturer != nullptr) *manufacturer = handler.manufacturer;
-  });
-}
-
-OSErr MediaGetName(Media handler, unsigned char* name, std::int32_t, std::int32_t* actualLanguage) {
-  return Call("MediaGetName", [&] {
-    const std::string text = DescribeMediaType(Valid(handler).Type()).name;
-    name[0] = static_cast<unsigned char>(text.size());
-    std::ranges::copy(text, name + 1);
-    if (actualLanguage != nullptr) *actualLanguage = 0;
-  });
+void DisposeMovieTrack(Track track) {
+  Call("DisposeMovieTrack", [&] { Valid(track).movie->RemoveTrack(*track); });
 }
 
 }  // namespace toolbox

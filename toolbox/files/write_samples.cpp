@@ -72,10 +72,7 @@ class ChunkWalk {
 SampleDescriptions Descriptions(const MediaRecord& media) {
   SampleDescriptions list;
   for (const SampleDescription& description : media.descriptions) {
-    Bytes& entry = list.entries.emplace_back(description.bytes);
-    if (description.HoldsReference()) {
-      ToBigEndian(static_cast<std::uint16_t>(description.dataReference + 1), &entry[14]);
-    }
+    list.entries.push_back(description.Numbered());
   }
   return list;
 }

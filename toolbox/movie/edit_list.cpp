@@ -1,6 +1,7 @@
 #include "toolbox/movie/edit_list.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace toolbox {
@@ -10,6 +11,16 @@ bool Continues(const Edit& first, const Edit& second, Clock clock) {
   if (first.IsEmpty() || second.IsEmpty()) return first.IsEmpty() && second.IsEmpty();
   return first.rate == second.rate &&
          second.mediaTime == first.mediaTime + clock.Shown(first.duration, first.rate);
+}
+
+// The rate at which what took `before` takes `now`. A rate that a file can state is that rate to
+// the last bit, however often it was stretched and brought back.
+double Stretched(double rate, MovieTime before, MovieTime now) {
+  constexpr double kFixed = 65536, kSame = 1e-6;
+  if (before == now) return rate;
+  rate *= static_cast<double>(before.units) / static_cast<double>(now.units);
+  const double stated = std::round(rate * kFixed);
+  return std::fabs(rate * kFixed - stated) < kSame ? stated / kFixed : rate;
 }
 
 }  // namespace
@@ -78,6 +89,18 @@ void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
   TrimEnd();
 }
 
+void EditList::Scale(MovieTime from, MovieTime length, MovieTime newLength, Clock clock) {
+  const MovieTime end = from + length;
+  Split(from, clock);
+  Split(end, clock);
+  const auto place = [&](MovieTime time) {
+    if (time <= from) return time;
+    if (time >= end) return time + newLength - length;
+    return from + MovieTime{Rescale((time - from).units, length.units, newLength.units)};
+  };
+  MapBoundaries(place, true, clock);
+}
+
 void EditList::EndWithMedia(MediaTime end, Clock clock) {
   const auto reachesBeyond = [&](const Edit& edit) {
     if (edit.IsEmpty() || edit.rate == 0) return false;
@@ -126,7 +149,7 @@ void EditList::MapBoundaries(const std::function<MovieTime(MovieTime)>& place, b
     edit.duration = end - edit.start;
     if (edit.duration.units <= 0) continue;
     if (keepsSpan && !edit.IsEmpty()) {
-      edit.rate *= static_cast<double>(length.units) / static_cast<double>(edit.duration.units);
+      edit.rate = Stretched(edit.rate, length, edit.duration);
     }
     Add(edit, clock);
   }

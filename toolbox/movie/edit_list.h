@@ -51,6 +51,13 @@ class EditList {
   //        ^---^              ->
   void Delete(MovieTime from, MovieTime length, Clock clock);
 
+  // Makes [from, from + length) last `newLength`, both above 0, and moves what follows. What is
+  // shown stays what it was; an edit that is left without a unit is gone.
+  //
+  //   |   A   |   B   |            |   A  |     |     |  B  |
+  //        ^---^              ->
+  void Scale(MovieTime from, MovieTime length, MovieTime newLength, Clock clock);
+
   // The edits within [from, from + length), moved to start at 0.
   EditList Segment(MovieTime from, MovieTime length, Clock clock) const;
 

@@ -34,6 +34,16 @@ bool SampleDescription::HoldsReference() const {
                      [](std::uint8_t byte) { return byte == 0; });
 }
 
+Bytes SampleDescription::Numbered() const {
+  Bytes numbered = bytes;
+  if (HoldsReference()) {
+    const std::uint32_t number = dataReference + 1;
+    numbered[kReferenceAt] = static_cast<std::uint8_t>(number >> 8);
+    numbered[kReferenceAt + 1] = static_cast<std::uint8_t>(number);
+  }
+  return numbered;
+}
+
 bool SampleDescription::SameAs(const SampleDescription& other) const {
   if (!HoldsReference() || !other.HoldsReference()) return bytes == other.bytes;
   const ByteSpan a(bytes), b(other.bytes);

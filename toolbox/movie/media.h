@@ -37,6 +37,8 @@ struct SampleDescription {
   FourCC Format() const;
   // Some metadata formats have text where others have the data-reference number.
   bool HoldsReference() const;
+  // The bytes with the number of the data reference in its place.
+  Bytes Numbered() const;
   // Equal but for the data reference.
   bool SameAs(const SampleDescription& other) const;
 };

@@ -1,0 +1,67 @@
+// Media: what they hold and how it is shown.
+#include "toolbox/movie/media.h"
+
+#include <algorithm>
+
+#include "toolbox/atoms/graphics_mode.h"
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/movie/media_types.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+TimeValue GetMediaDuration(Media media) {
+  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration(); });
+}
+
+TimeScale GetMediaTimeScale(Media media) {
+  return Call("GetMediaTimeScale", [&] { return Valid(media).scale; });
+}
+
+MediaHandler GetMediaHandler(Media media) {
+  return Call("GetMediaHandler", [&] { return &Valid(media); });
+}
+
+void GetMediaHandlerDescription(Media media, FourCC* type, char*, FourCC* manufacturer) {
+  Call("GetMediaHandlerDescription", [&] {
+    const HandlerRecord& handler = Valid(media).handler;
+    if (type != nullptr) *type = handler.subtype;
+    if (manufacturer != nullptr) *manufacturer = handler.manufacturer;
+  });
+}
+
+OSErr MediaGetName(MediaHandler handler, unsigned char* name, std::int32_t,
+                   std::int32_t* actualLanguage) {
+  return Call("MediaGetName", [&] {
+    const std::string text = DescribeMediaType(Valid(handler).Type()).name;
+    name[0] = static_cast<unsigned char>(text.size());
+    std::ranges::copy(text, name + 1);
+    if (actualLanguage != nullptr) *actualLanguage = 0;
+  });
+}
+
+OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode, const RGBColor* opColor) {
+  return Call("MediaSetGraphicsMode", [&] {
+    if (!DescribeMediaType(Valid(handler).Type()).isSeen) throw Refused{badComponentSelector};
+    SetGraphicsMode(handler->infoSiblings, static_cast<std::uint16_t>(mode),
+                    {opColor->red, opColor->green, opColor->blue});
+  });
+}
+
+std::int32_t GetMediaSampleDescriptionCount(Media media) {
+  return Call("GetMediaSampleDescriptionCount",
+              [&] { return static_cast<std::int32_t>(Valid(media).descriptions.size()); });
+}
+
+void GetMediaSampleDescription(Media media, std::int32_t number, Handle description) {
+  Call("GetMediaSampleDescription", [&] {
+    const auto& descriptions = Valid(media).descriptions;
+    const auto index = static_cast<std::size_t>(number) - 1;
+    if (description == nullptr) throw Refused{nilHandleErr};
+    if (number < 1 || index >= descriptions.size()) throw Refused{invalidSampleDescIndex};
+    description->bytes = descriptions[index].Numbered();
+  });
+}
+
+}  // namespace toolbox

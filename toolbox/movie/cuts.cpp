@@ -1,0 +1,65 @@
+#include "toolbox/movie/cuts.h"
+
+#include <algorithm>
+
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+void CheckScaling(MovieTime from, MovieTime length, MovieTime newLength) {
+  if (from.units < 0) throw Refused{invalidTime};
+  // Nothing can be made to last, and what lasts no time would be lost.
+  if (length.units <= 0 || newLength.units <= 0) throw Refused{invalidDuration};
+}
+
+}  // namespace
+
+void DeleteSegment(TrackRecord& track, MovieTime from, MovieTime length) {
+  if (from.units < 0) throw Refused{invalidTime};
+  if (length.units < 0) throw Refused{invalidDuration};
+  length = std::min(length, track.edits.Duration() - from);
+  if (length.units > 0) track.edits.Delete(from, length, track.TimeClock());
+}
+
+void DeleteSegment(MovieRecord& movie, MovieTime from, MovieTime length) {
+  if (from.units < 0 || from > movie.Duration()) throw Refused{invalidTime};
+  for (const auto& track : movie.tracks) DeleteSegment(*track, from, length);
+  const MovieTime end = movie.Duration();
+  for (MovieTime* time : {&movie.previewTime, &movie.posterTime}) *time = std::min(*time, end);
+  movie.previewDuration = std::min(movie.previewDuration, end - movie.previewTime);
+}
+
+void ScaleSegment(TrackRecord& track, MovieTime from, MovieTime length, MovieTime newLength) {
+  CheckScaling(from, length, newLength);
+  track.edits.Scale(from, length, newLength, track.TimeClock());
+}
+
+void ScaleSegment(MovieRecord& movie, MovieTime from, MovieTime length, MovieTime newLength) {
+  CheckScaling(from, length, newLength);
+  for (const auto& track : movie.tracks) {
+    track->edits.Scale(from, length, newLength, track->TimeClock());
+  }
+}
+
+void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime mediaTime,
+                 MediaTime length, double rate) {
+  if (!track.media) throw Refused{noMediaHandler};
+  const MediaTime end{track.media->samples.Duration()};
+  if ((at && at->units < 0) || mediaTime.units < 0 || mediaTime > end) throw Refused{invalidTime};
+  if (length.units < 0 || rate <= 0) throw Refused{invalidDuration};
+  if (length.units == 0) return;
+  const Clock clock = track.TimeClock();
+  EditList edits;
+  edits.Append(std::max(clock.Lasting(length, rate), MovieTime{1}), mediaTime, rate, clock);
+  track.edits.Insert(edits, at.value_or(track.edits.Duration()), edits.Duration(), clock);
+}
+
+void SetOffset(TrackRecord& track, MovieTime offset) {
+  if (offset.units < 0) throw Refused{invalidTime};
+  const Clock clock = track.TimeClock();
+  track.edits.Delete({}, track.edits.Offset(), clock);
+  track.edits.Insert({}, {}, offset, clock);
+}
+
+}  // namespace toolbox
