@@ -104,17 +104,23 @@ TEST(EditList, LosesEmptySpaceThatNothingFollows) {
   EXPECT_EQ(list.Edits(), (Edits{{{0}, {100}, {0}}}));
 }
 
-TEST(EditList, ScalingKeepsWhatAnEditShows) {
+TEST(EditList, ScalingKeepsWhatIsShownAndMovesTheRest) {
   EditList list = ListOf({{600, 0}});
-  const auto longer = [](MovieTime time) { return MovieTime{time.units * 3 / 2}; };
-  const auto shorter = [](MovieTime time) { return MovieTime{time.units * 2 / 3}; };
-  list.MapBoundaries(longer, true, kEqual);
-  ASSERT_EQ(list.Edits().size(), 1U);
-  EXPECT_EQ(list.Duration().units, 900);
-  EXPECT_NEAR(list.Edits()[0].rate, 2.0 / 3, 1e-12);
+  list.Scale({}, {600}, {900}, kEqual);
+  EXPECT_EQ(list.Edits(), (Edits{{{0}, {900}, {0}, 2.0 / 3}}));
   EXPECT_EQ(kEqual.Shown(list.Duration(), list.Edits()[0].rate).units, 600);
-  list.MapBoundaries(shorter, true, kEqual);
-  EXPECT_NEAR(list.Edits()[0].rate, 1.0, 1e-12);
+  list.Scale({}, {900}, {600}, kEqual);
+  EXPECT_EQ(list.Edits(), (Edits{{{0}, {600}, {0}}}));
+
+  list = ListOf({{100, 0}, {50, -1}, {100, 5000}});
+  list.Scale({80}, {90}, {180}, kEqual);  // beyond the gap on both sides
+  EXPECT_EQ(list.Edits(), (Edits{{{0}, {80}, {0}},
+                                 {{80}, {40}, {80}, 0.5},
+                                 {{120}, {100}, {-1}},
+                                 {{220}, {40}, {5000}, 0.5},
+                                 {{260}, {80}, {5020}}}));
+  list.Scale({220}, {1000}, {1}, kEqual);  // reaches past the end; what becomes too short is gone
+  EXPECT_EQ(list.Duration().units, 120);
 }
 
 TEST(Rescale, RoundsAsAskedFarBeyond64Bits) {
@@ -244,7 +250,8 @@ class EditModel : public testing::TestWithParam<unsigned> {
   void Insert();
   void Delete();
   void CutOut();
-  void Scale();
+  void Stretch();
+  void ScaleThereAndBack();
 
   Random random_{GetParam()};
   EditList list_;
@@ -281,7 +288,7 @@ void EditModel::CutOut() {
   ASSERT_EQ(CellsOf(segment), expected);
 }
 
-void EditModel::Scale() {
+void EditModel::Stretch() {
   if (cells_.size() > 60) return;
   const std::int64_t factor = 1 + Below(3);
   list_.MapBoundaries([=](MovieTime time) { return MovieTime{time.units * factor}; }, false,
@@ -289,9 +296,24 @@ void EditModel::Scale() {
   cells_ = Repeated(cells_, factor);
 }
 
+// To any greater length and back: nothing has changed.
+void EditModel::ScaleThereAndBack() {
+  const EditList before = list_;
+  const std::int64_t size = static_cast<std::int64_t>(cells_.size());
+  const MovieTime from{Below(size + 3)}, length{1 + Below(20)};
+  const MovieTime newLength = length + MovieTime{Below(1000)};
+  list_.Scale(from, length, newLength, kEqual);
+  ExpectNormal(list_);
+  if (from + length <= before.Duration()) {
+    ASSERT_EQ(list_.Duration(), before.Duration() - length + newLength);
+  }
+  list_.Scale(from, newLength, length, kEqual);
+  ASSERT_EQ(list_, before);
+}
+
 TEST_P(EditModel, AgreesAfterAnySequenceOfEdits) {
   for (int step = 0; step < 400 && !HasFailure(); ++step) {
-    switch (Below(6)) {
+    switch (Below(7)) {
       case 0:
       case 1:
         Insert();
@@ -300,7 +322,10 @@ TEST_P(EditModel, AgreesAfterAnySequenceOfEdits) {
         CutOut();
         break;
       case 3:
-        Scale();
+        Stretch();
+        break;
+      case 4:
+        ScaleThereAndBack();
         break;
       default:
         Delete();

@@ -1,0 +1,91 @@
+#include "toolbox/movie/cuts.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/toolbox/movies.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kVideo{"vide"}, kSound{"soun"};
+
+OSErr CodeOf(const std::function<void()>& body) {
+  try {
+    body();
+  } catch (const Refused& refused) {
+    return refused.code;
+  }
+  return noErr;
+}
+
+class Cuts : public testing::Test {
+ protected:
+  // 100 samples of 20 units: 2000 movie units; sound of 44100 units a second, 1800 movie units.
+  MovieRecord movie_;
+  TrackRecord& video_ = AddPlainTrack(movie_, kVideo, 600, PlainRows(100, 20, 10));
+  TrackRecord& sound_ = AddPlainTrack(movie_, kSound, 44100, PlainRows(132300, 1, 4));
+};
+
+TEST_F(Cuts, RefusesWhatIsNoStretchAndChangesNothing) {
+  const EditList before = video_.edits;
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {-1}, {5}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {0}, {-5}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(movie_, {2001}, {5}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(movie_, {1000}, {-1}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(video_, {-1}, {5}, {6}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(movie_, {0}, {0}, {6}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(movie_, {0}, {6}, {0}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, MovieTime{-2}, {0}, {5}, 1); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {2001}, {5}, 1); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {0}, {-5}, 1); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {0}, {5}, 0); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(movie_.AddTrack(), {}, {0}, {5}, 1); }), noMediaHandler);
+  EXPECT_EQ(CodeOf([&] { SetOffset(video_, {-1}); }), invalidTime);
+  // Nothing to do is no failure.
+  DeleteSegment(video_, {0}, {0});
+  DeleteSegment(video_, {2000}, {5});
+  InsertMedia(video_, {}, {2000}, {0}, 1);
+  EXPECT_EQ(video_.edits, before);
+}
+
+TEST_F(Cuts, TracksStayInStepWhateverIsCut) {
+  movie_.previewTime = {1900};
+  movie_.previewDuration = {100};
+  for (int i = 0; i < 1000; ++i) {
+    const MovieTime from{17 * i % 900};
+    ScaleSegment(movie_, from, {7}, {9});
+    DeleteSegment(movie_, from, {2});
+    ASSERT_EQ(video_.edits.Duration().units, 2000);
+    ASSERT_EQ(sound_.edits.Duration().units, 1800);
+  }
+  DeleteSegment(movie_, {1700}, {kLongest});
+  EXPECT_EQ(video_.edits.Duration().units, 1700);
+  EXPECT_EQ(sound_.edits.Duration().units, 1700);
+  EXPECT_EQ(movie_.previewTime.units + movie_.previewDuration.units, 1700);
+}
+
+TEST_F(Cuts, MediaIsShownForAsLongAsItLasts) {
+  DeleteSegment(sound_, {0}, {1800});
+  InsertMedia(sound_, MovieTime{300}, {0}, {100000}, 1);  // behind a gap: 1360.54 units
+  InsertMedia(sound_, {}, {7}, {1}, 1);  // not a unit long, and yet there
+  const std::vector<Edit> expected{
+      {{0}, {300}, Edit::kNothing}, {{300}, {1361}, {0}}, {{1661}, {1}, {7}}};
+  EXPECT_EQ(sound_.edits.Edits(), expected);
+  InsertMedia(sound_, MovieTime{0}, {0}, {44100}, 2);
+  EXPECT_EQ(sound_.edits.Edits()[0], (Edit{{0}, {300}, {0}, 2.0}));
+  EXPECT_EQ(sound_.edits.Duration().units, 1962);
+}
+
+TEST_F(Cuts, AnOffsetMovesTheRest) {
+  SetOffset(video_, {50});
+  SetOffset(video_, {30});
+  EXPECT_EQ(video_.edits.Offset().units, 30);
+  EXPECT_EQ(video_.edits.Duration().units, 2030);
+  DeleteSegment(video_, video_.edits.Offset(), video_.edits.Duration());
+  SetOffset(video_, {30});
+  EXPECT_EQ(video_.edits, EditList());
+}
+
+}  // namespace
+}  // namespace toolbox
