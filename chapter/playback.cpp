@@ -3,6 +3,8 @@
 #include <array>
 #include <tuple>
 
+#include "utils/owned_handle.h"
+
 namespace chapter {
 namespace {
 
@@ -21,15 +23,13 @@ OSErr ReplaceItems(Movie movie, FourCC type, std::span<const std::uint8_t> bytes
 
 // The payload of the first item of the type, if it has `size` bytes or more.
 toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
-  toolbox::Bytes bytes;
   const toolbox::UserData data = toolbox::GetMovieUserData(movie);
-  const toolbox::Handle item = toolbox::NewHandle(0);
-  if (data != nullptr && toolbox::GetUserData(data, item, type, 1) == toolbox::noErr &&
-      item->bytes.size() >= size) {
-    bytes = item->bytes;
+  const utils::OwnedHandle item;
+  if (data == nullptr || toolbox::GetUserData(data, item, type, 1) != toolbox::noErr ||
+      item.Bytes().size() < size) {
+    return {};
   }
-  toolbox::DisposeHandle(item);
-  return bytes;
+  return item.Bytes();
 }
 
 }  // namespace

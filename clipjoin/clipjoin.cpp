@@ -9,6 +9,7 @@
 #include "clipjoin/command_line.h"
 #include "clipjoin/report.h"
 #include "toolbox/toolbox.h"
+#include "utils/edit_lists.h"
 #include "utils/output.h"
 
 namespace clipjoin {
@@ -33,33 +34,15 @@ const char* NotBuilt(const CommandLine& line) {
   const OutputOptions& output = line.output;
   if (output.uniqueTracks) return "-unique-tracks";
   if (output.manualJoin) return "-manual-join";
-  if (output.mpeg4) return "-mp4";
   if (output.chapterToolXml) return "-chapter-tool-xml";
   if (output.chapterTrackName) return "-chapter-track";
   if (output.autoChapters) return "-auto-chapters";
   if (output.addedChaptersSeen) return "-add-chapter";
-  if (output.removeOutputEditList) return "-remove-output-edit-list";
-  const FileOptions plain;
   for (const input::InputMovie& input : line.inputs) {
     const FileOptions& file = input.options;
-    if (!file.includeTracks.empty()) return "-track";
-    if (!file.excludeTracks.empty()) return "-notrack";
-    if (!file.enableTracks.empty()) return "-enable";
-    if (!file.disableTracks.empty()) return "-disable";
     if (!file.includeChapters.empty()) return "-chapter";
     if (!file.excludeChapters.empty()) return "-nochapter";
-    if (file.listTracks) return "-list";
     if (file.listChapters) return "-chaplist";
-    if (file.lengthMode != kKeepLength) return "-trimTo and its kin";
-    if (file.startAt != 0) return "-startAt";
-    if (file.resetTrackMatrices) return "-resetmatrix";
-    if (file.resetMovieMatrix) return "-resetmmatrix";
-    if (file.trackMatrix != plain.trackMatrix) return "-sscale, -rotate and their kin";
-    if (file.movieMatrix != plain.movieMatrix) return "-msscale, -mrotate and their kin";
-    if (file.rate != 1.0) return "-rate";
-    if (file.graphicsMode != 0) return "-transparency-mode";
-    if (file.timeScale != 0 || !file.timeScaleReferenceTrack.empty()) return "-timescale";
-    if (file.removeEditList) return "-remove-edit-list";
   }
   return nullptr;
 }
@@ -88,6 +71,7 @@ int Run(std::span<const char* const> arguments) {
     }
   }
   if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
+  if (line.output.removeOutputEditList) utils::RemoveEditLists(output);
   chapter::ApplyPlaybackFlags(output, line.output);
   const int status = utils::FinishOutput(output, line);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "clipjoin/report.h"
+#include "input/edits.h"
 #include "utils/movie_file.h"
 
 namespace input {
@@ -55,6 +56,7 @@ toolbox::Movie InputMovie::Open() {
     Explain(options, error.Code());
     return movie_ = toolbox::NewMovie(0);
   }
+  EditMovie(movie_, options);
   if (!options.saveInPlace) {
     std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
   }

@@ -22,8 +22,8 @@ class InputMovie {
   InputMovie& operator=(InputMovie&&) = delete;
   ~InputMovie();
 
-  // Opens the movie, and gives it back. One that cannot be opened is reported, and an empty movie
-  // takes its place; the run goes on.
+  // Opens the movie, edits it as the options say, and gives it back. One that cannot be opened is
+  // reported, and an empty movie takes its place; the run goes on.
   toolbox::Movie Open();
   // Whether Open found a movie.
   bool IsOpen() const { return isOpen_; }

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <boost/filesystem/path.hpp>
+#include <initializer_list>
 #include <iostream>
 #include <string_view>
 #include <vector>
 
 #include "clipjoin/report.h"
 #include "utils/movie_file.h"
+#include "utils/mpeg4_compatibility.h"
 
 namespace utils {
 namespace {
@@ -17,23 +19,64 @@ std::string Extension(const std::string& path) {
   return boost::filesystem::path(path).extension().native();
 }
 
+bool IsOneOf(const std::string& extension, std::initializer_list<std::string_view> names) {
+  return std::ranges::find(names, extension) != names.end();
+}
+
 void WarnOfReference(std::size_t inputs) {
   std::cerr << "A non-self-contained movie is being created. Do not delete your original movie"
             << (inputs > 1 ? "s" : "") << ".\n";
 }
 
 void WarnOfExtension(const std::string& extension, const char* program) {
-  static constexpr std::string_view kMpeg4[] = {".m4v", ".m4a", ".mp4", ".m4b"};
-  if (std::ranges::find(kMpeg4, extension) != std::end(kMpeg4)) {
+  if (IsOneOf(extension, {".m4v", ".m4a", ".mp4", ".m4b"})) {
     std::cerr << "Warning: if you want to create an MPEG-4 or AAC file, you must use\n"
                  "the -mp4 option. By default "
               << program << " produces QuickTime\nmovies. Using a " << extension
               << " extension may be confusing.\n";
-  } else if (!extension.empty() && extension != ".mov") {
+  } else if (!IsOneOf(extension, {"", ".mov"})) {
     std::cerr << "Warning: " << program << " produces QuickTime movies\nUsing a " << extension
               << " extension may confuse some programs.\n"
                  "Use no extension or a .mov extension.\n";
   }
+}
+
+int WriteQuickTime(toolbox::Movie movie, const std::string& path,
+                   const clipjoin::CommandLine& line) {
+  const clipjoin::OutputOptions& options = line.output;
+  if (!options.quiet) {
+    if (!options.selfContained) WarnOfReference(line.inputs.size());
+    WarnOfExtension(Extension(path), line.Name());
+  }
+  WriteMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
+  return 0;
+}
+
+void Refuse(bool hasForcedTracks) {
+  std::cerr << "The file cannot be output as MPEG-4 without conversion.\n";
+  if (hasForcedTracks) {
+    std::cerr << "You can convert the file with iTunes (if audio only), QuickTime Pro, or "
+                 "convtool.\nType \"man Reelwork\" for more information.\n";
+  } else {
+    std::cerr << "Try using the -force-same-tracks option.\n";
+  }
+}
+
+int WriteMPEG4(toolbox::Movie movie, const std::string& path,
+               const clipjoin::OutputOptions& options) {
+  constexpr int kRefused = 4;
+  if (!isMPEG4Compatible(movie)) {
+    Refuse(options.forceSameTracks);
+    return kRefused;
+  }
+  const std::string extension = Extension(path);
+  if (!options.quiet && !IsOneOf(extension, {"", ".mp4", ".m4a", ".m4b"})) {
+    std::cerr << "Warning: the \"-mp4\" option produces MPEG-4 files\nUsing a " << extension
+              << " extension may confuse some programs.\n"
+                 "Use no extension or .mp4, .m4a, or .m4b.\n";
+  }
+  std::cerr << "This version does not know yet how to carry out -mp4.\n";
+  return 1;
 }
 
 }  // namespace
@@ -62,12 +105,7 @@ int FinishOutput(toolbox::Movie movie, const clipjoin::CommandLine& line) {
           ? *options.outputPath
           : (boost::filesystem::path(DesktopFolderPath()) / (options.mpeg4 ? "out.mp4" : "out.mov"))
                 .native();
-  if (!options.quiet) {
-    if (!options.selfContained) WarnOfReference(line.inputs.size());
-    WarnOfExtension(Extension(path), line.Name());
-  }
-  WriteMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
-  return 0;
+  return options.mpeg4 ? WriteMPEG4(movie, path, options) : WriteQuickTime(movie, path, line);
 }
 
 }  // namespace utils

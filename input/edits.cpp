@@ -1,0 +1,177 @@
+#include "input/edits.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <optional>
+#include <tuple>
+
+#include "clipjoin/report.h"
+#include "input/track_selection.h"
+#include "utils/edit_lists.h"
+
+namespace input {
+namespace {
+
+using clipjoin::FileOptions;
+using toolbox::MatrixRecord;
+using toolbox::Movie;
+using toolbox::TimeScale;
+using toolbox::TimeValue;
+using toolbox::Track;
+
+// Seconds in units of the movie as it is now.
+TimeValue Units(Movie movie, double seconds) {
+  return std::lrint(seconds * toolbox::GetMovieTimeScale(movie));
+}
+
+void Warn(const std::string& text) { std::cerr << "Warning: " << text << '\n'; }
+
+template <class Body>
+void ForEachTrack(Movie movie, Body body) {
+  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
+    body(toolbox::GetMovieIndTrack(movie, i));
+  }
+}
+
+void SetTimeScale(Movie movie, const TrackSelection& tracks, const FileOptions& options) {
+  TimeScale scale = options.timeScale;
+  const std::string& name = options.timeScaleReferenceTrack;
+  if (const Track track = name.empty() ? nullptr : tracks.Find(name)) {
+    scale = toolbox::GetMediaTimeScale(toolbox::GetTrackMedia(track));
+  }
+  if (scale == 0 && !name.empty()) {
+    Warn("the time scale track " + name + " was not found in\n" + options.path +
+         "\nUse -list to get a list of valid track names");
+  }
+  if (scale == 0) return;
+  if (options.fixRoundoffErrors) utils::FixRoundoffErrors(movie, scale);
+  toolbox::SetMovieTimeScale(movie, scale);
+  clipjoin::Report({"SetMovieTimeScale", clipjoin::kClipjoinSource}, toolbox::GetMoviesError());
+}
+
+// What is there goes through `then` as well; with `isReset` it is forgotten first.
+MatrixRecord Transformed(MatrixRecord matrix, bool isReset, const MatrixRecord& then) {
+  if (isReset) toolbox::SetIdentityMatrix(&matrix);
+  toolbox::ConcatMatrix(&then, &matrix);
+  return matrix;
+}
+
+bool ChangesAnything(bool isReset, const MatrixRecord& matrix) {
+  MatrixRecord identity;
+  toolbox::SetIdentityMatrix(&identity);
+  return isReset || !toolbox::EqualMatrix(&matrix, &identity);
+}
+
+void TransformTracks(Movie movie, const FileOptions& options) {
+  if (!ChangesAnything(options.resetTrackMatrices, options.trackMatrix)) return;
+  ForEachTrack(movie, [&](Track track) {
+    MatrixRecord matrix;
+    toolbox::GetTrackMatrix(track, &matrix);
+    matrix = Transformed(matrix, options.resetTrackMatrices, options.trackMatrix);
+    toolbox::SetTrackMatrix(track, &matrix);
+  });
+}
+
+void TransformMovie(Movie movie, const FileOptions& options) {
+  if (!ChangesAnything(options.resetMovieMatrix, options.movieMatrix)) return;
+  MatrixRecord matrix;
+  toolbox::GetMovieMatrix(movie, &matrix);
+  matrix = Transformed(matrix, options.resetMovieMatrix, options.movieMatrix);
+  toolbox::SetMovieMatrix(movie, &matrix);
+}
+
+// That of the named track; one that is not there asks for nothing.
+TimeValue LengthOfNamed(const TrackSelection& tracks, const std::string& name) {
+  const Track track = tracks.Find(name);
+  if (track != nullptr) return toolbox::GetTrackDuration(track);
+  Warn("could not find track " + name);
+  return 0;
+}
+
+// The length that the options state or that tracks have, in movie units.
+TimeValue WantedLength(Movie movie, const FileOptions& options) {
+  const unsigned source = options.lengthMode & clipjoin::kLengthSource;
+  if (source == 0) return Units(movie, options.lengthTarget);
+  TimeValue length = source == clipjoin::kShortestTrack ? toolbox::GetMovieDuration(movie) : 0;
+  ForEachTrack(movie, [&](Track track) {
+    const TimeValue duration = toolbox::GetTrackDuration(track);
+    length = source == clipjoin::kShortestTrack ? std::min(length, duration)
+                                                : std::max(length, duration);
+  });
+  return length;
+}
+
+// Lengths that make no sense, such as one beyond the end, are for the toolbox to refuse.
+void SetLength(Movie movie, unsigned operation, TimeValue length) {
+  const TimeValue duration = toolbox::GetMovieDuration(movie);
+  switch (operation) {
+    case clipjoin::kScaleTracks:
+      ForEachTrack(movie, [length](Track track) {
+        const TimeValue old = toolbox::GetTrackDuration(track);
+        if (old != length) std::ignore = toolbox::ScaleTrackSegment(track, 0, old, length);
+      });
+      break;
+    case clipjoin::kScaleMovie:
+      std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, length);
+      break;
+    case clipjoin::kTrimTo:
+      // A length of 0 trims nothing: nobody wants a movie of no length.
+      if (length != 0) {
+        std::ignore = toolbox::DeleteMovieSegment(movie, length, duration - length);
+      }
+      break;
+    case clipjoin::kTrimBy:
+      if (length != duration) {
+        std::ignore = toolbox::DeleteMovieSegment(movie, duration - length, length);
+      }
+      break;
+    default:
+      break;
+  }
+}
+
+void SetTransparency(Movie movie, const FileOptions& options) {
+  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
+    const Track track = toolbox::GetMovieIndTrackType(movie, i, toolbox::FourCC{"eyes"},
+                                                      toolbox::movieTrackCharacteristic);
+    if (track == nullptr) break;
+    std::ignore =
+        toolbox::MediaSetGraphicsMode(toolbox::GetMediaHandler(toolbox::GetTrackMedia(track)),
+                                      options.graphicsMode, &options.opColor);
+  }
+}
+
+void SetRate(Movie movie, double rate) {
+  const TimeValue duration = toolbox::GetMovieDuration(movie);
+  const double wanted = static_cast<double>(duration) / rate;
+  std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, std::lrint(wanted));
+}
+
+}  // namespace
+
+void EditMovie(Movie movie, const FileOptions& options) {
+  const TrackSelection tracks(movie, options);
+  SetTimeScale(movie, tracks, options);
+  if (options.removeEditList) utils::RemoveEditLists(movie);
+
+  std::optional<TimeValue> namedLength;
+  if ((options.lengthMode & clipjoin::kLengthSource) == clipjoin::kNamedTrack) {
+    namedLength = LengthOfNamed(tracks, options.lengthReferenceTrack);
+  }
+
+  tracks.Apply();
+  TransformTracks(movie, options);
+  TransformMovie(movie, options);
+  if (options.startAt != 0) {
+    std::ignore = toolbox::DeleteMovieSegment(movie, 0, Units(movie, options.startAt));
+  }
+  if ((options.lengthMode & clipjoin::kChangeLength) != 0) {
+    SetLength(movie, options.lengthMode & clipjoin::kLengthOperation,
+              namedLength ? *namedLength : WantedLength(movie, options));
+  }
+  if (options.graphicsMode != 0) SetTransparency(movie, options);
+  if (options.rate != 1.0) SetRate(movie, options.rate);
+}
+
+}  // namespace input

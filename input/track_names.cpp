@@ -1,0 +1,59 @@
+#include "input/track_names.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "utils/owned_handle.h"
+
+namespace input {
+namespace {
+
+using toolbox::FourCC;
+using toolbox::Movie;
+using toolbox::Track;
+
+Track OfType(Movie movie, std::int32_t number, FourCC type) {
+  return toolbox::GetMovieIndTrackType(movie, number, type, toolbox::movieTrackMediaType);
+}
+
+std::string KindName(Track track) {
+  std::array<unsigned char, 256> name{};
+  std::ignore = toolbox::MediaGetName(toolbox::GetMediaHandler(toolbox::GetTrackMedia(track)),
+                                      name.data(), 0, nullptr);
+  return {name.begin() + 1, name.begin() + 1 + name[0]};
+}
+
+}  // namespace
+
+std::string TrackName(Movie movie, Track track) {
+  const utils::OwnedHandle item;
+  if (toolbox::GetUserData(toolbox::GetTrackUserData(track), item, FourCC{"name"}, 1) ==
+      toolbox::noErr) {
+    return {item.Bytes().begin(), item.Bytes().end()};
+  }
+  std::string name = KindName(track) + " Track";
+  FourCC type;
+  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(track), &type, nullptr, nullptr);
+  if (OfType(movie, 2, type) == nullptr) return name;
+  std::int32_t number = 1;
+  while (OfType(movie, number, type) != track) ++number;
+  return name + ' ' + std::to_string(number);
+}
+
+std::vector<std::string> TrackNames(Movie movie) {
+  std::vector<std::string> names;
+  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
+    names.push_back(TrackName(movie, toolbox::GetMovieIndTrack(movie, i)));
+  }
+  return names;
+}
+
+Track FindTrackByName(Movie movie, const std::string& name) {
+  const std::vector<std::string> names = TrackNames(movie);
+  const auto found = std::ranges::find(names, name);
+  if (found == names.end()) return nullptr;
+  return toolbox::GetMovieIndTrack(movie, static_cast<std::int32_t>(found - names.begin()) + 1);
+}
+
+}  // namespace input

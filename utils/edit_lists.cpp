@@ -1,0 +1,54 @@
+#include "utils/edit_lists.h"
+
+#include "clipjoin/report.h"
+
+namespace utils {
+namespace {
+
+using clipjoin::CallSite;
+using clipjoin::kUtilsSource;
+using clipjoin::Report;
+using toolbox::Media;
+using toolbox::TimeScale;
+using toolbox::TimeValue;
+using toolbox::Track;
+
+constexpr CallSite kDelete{"DeleteTrackSegment", kUtilsSource, 704};
+constexpr CallSite kInsertWhole{"InsertMediaIntoTrack", kUtilsSource, 720};
+constexpr CallSite kAppendMissing{"InsertMediaIntoTrack", kUtilsSource, 692};
+
+// Of a duration in media units, what one way into the old movie scale and back leaves.
+TimeValue ThereAndBack(TimeValue duration, TimeScale oldScale, TimeScale newScale) {
+  const TimeValue inOld = duration * oldScale / newScale;
+  return newScale * inOld / oldScale;
+}
+
+}  // namespace
+
+void RemoveEditLists(toolbox::Movie movie) {
+  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
+    const Track track = toolbox::GetMovieIndTrack(movie, i);
+    Report(kDelete, toolbox::DeleteTrackSegment(track, toolbox::GetTrackOffset(track),
+                                                toolbox::GetTrackDuration(track)));
+    const TimeValue whole = toolbox::GetMediaDuration(toolbox::GetTrackMedia(track));
+    Report(kInsertWhole, toolbox::InsertMediaIntoTrack(track, 0, 0, whole, toolbox::fixedOne));
+  }
+}
+
+void FixRoundoffErrors(toolbox::Movie movie, TimeScale newScale) {
+  const TimeScale oldScale = toolbox::GetMovieTimeScale(movie);
+  toolbox::SetMovieTimeScale(movie, newScale);
+  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
+    const Track track = toolbox::GetMovieIndTrack(movie, i);
+    const Media media = toolbox::GetTrackMedia(track);
+    if (toolbox::GetMediaTimeScale(media) != newScale) continue;
+    const TimeValue shown = toolbox::GetTrackDuration(track);
+    const TimeValue whole = toolbox::GetMediaDuration(media);
+    // More than rounding can explain was left out on purpose.
+    if (shown >= whole || shown < ThereAndBack(whole, oldScale, newScale)) continue;
+    Report(kAppendMissing,
+           toolbox::InsertMediaIntoTrack(track, -1, shown, whole - shown, toolbox::fixedOne));
+  }
+}
+
+}  // namespace utils

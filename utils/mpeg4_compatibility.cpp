@@ -1,0 +1,55 @@
+#include "utils/mpeg4_compatibility.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <set>
+
+#include "utils/owned_handle.h"
+
+namespace utils {
+namespace {
+
+using toolbox::FourCC;
+using toolbox::Media;
+using toolbox::Movie;
+using toolbox::Track;
+
+enum class Verdict : std::uint8_t { kAbsent, kGood, kBad };
+
+std::set<std::uint32_t> Formats(Media media) {
+  std::set<std::uint32_t> formats;
+  for (std::int32_t i = 1; i <= toolbox::GetMediaSampleDescriptionCount(media); ++i) {
+    const OwnedHandle description;
+    toolbox::GetMediaSampleDescription(media, i, description);
+    std::uint32_t format = 0;  // behind the size
+    for (std::size_t k = 4; k < 8 && k < description.Bytes().size(); ++k) {
+      format = format << 8 | description.Bytes()[k];
+    }
+    formats.insert(format);
+  }
+  return formats;
+}
+
+// All descriptions must have one and the same of the formats.
+Verdict Judge(Movie movie, FourCC type, std::initializer_list<FourCC> accepted) {
+  constexpr std::int32_t kFlags = toolbox::movieTrackMediaType | toolbox::movieTrackEnabledOnly;
+  const Track track = toolbox::GetMovieIndTrackType(movie, 1, type, kFlags);
+  if (track == nullptr) return Verdict::kAbsent;
+  if (toolbox::GetMovieIndTrackType(movie, 2, type, kFlags) != nullptr) return Verdict::kBad;
+  const std::set<std::uint32_t> formats = Formats(toolbox::GetTrackMedia(track));
+  const bool isGood = formats.empty() || std::ranges::any_of(accepted, [&](FourCC format) {
+                        return formats == std::set{format.value};
+                      });
+  return isGood ? Verdict::kGood : Verdict::kBad;
+}
+
+}  // namespace
+
+bool isMPEG4Compatible(Movie movie) {
+  const Verdict video = Judge(movie, FourCC{"vide"}, {FourCC{"mp4v"}, FourCC{"avc1"}});
+  const Verdict sound = Judge(movie, FourCC{"soun"}, {FourCC{"mp4a"}});
+  if (video == Verdict::kBad || sound == Verdict::kBad) return false;
+  return video == Verdict::kGood || sound == Verdict::kGood;
+}
+
+}  // namespace utils
