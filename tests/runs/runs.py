@@ -183,7 +183,9 @@ def complaints(path, *options):
 # between edits and leaves out packets across which a later edit starts.
 
 Edit = collections.namedtuple("Edit", "start duration media rate")  # seconds, seconds, media units
-Track = collections.namedtuple("Track", "number kind duration scale language edits references")
+Track = collections.namedtuple(
+    "Track", "number kind duration scale language edits references media_end"  # media units
+)
 
 
 def atoms(data):
@@ -266,7 +268,7 @@ def _tracks(file):
         ]
         found[number] = Track(
             number, child(track, "mdia", "hdlr")[8:12].decode("latin-1"), duration,
-            time_scale(media), language, edits, references,
+            time_scale(media), language, edits, references, int(media_duration(media) * time_scale(media)),
         )  # fmt: skip
     return found
 
