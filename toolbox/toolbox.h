@@ -279,6 +279,9 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 
 // `size` zero bytes; null when size < 0 or memory is short.
 [[nodiscard]] Handle NewHandle(std::int64_t size);
+[[nodiscard]] Handle NewHandleClear(std::int64_t size);
+// Appends a copy of the bytes. nilHandleErr, paramErr (size < 0).
+[[nodiscard]] OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size);
 std::int64_t GetHandleSize(Handle handle);
 // Null is allowed.
 void DisposeHandle(Handle handle);

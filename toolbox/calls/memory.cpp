@@ -16,6 +16,18 @@ Handle NewHandle(std::int64_t size) {
   });
 }
 
+// Every handle is zeroed.
+Handle NewHandleClear(std::int64_t size) { return NewHandle(size); }
+
+OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size) {
+  return Call("PtrAndHand", [&] {
+    if (handle == nullptr) throw Refused{nilHandleErr};
+    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
+    const auto* first = static_cast<const std::uint8_t*>(bytes);
+    handle->bytes.insert(handle->bytes.end(), first, first + size);
+  });
+}
+
 std::int64_t GetHandleSize(Handle handle) {
   return Call("GetHandleSize", [&] {
     return handle == nullptr ? std::int64_t{0} : static_cast<std::int64_t>(handle->bytes.size());
