@@ -88,8 +88,15 @@ inline constexpr std::uint32_t kDataHCanWrite = 8;
 inline constexpr std::int16_t smSystemScript = -1;
 
 // Strings and paths.
+inline constexpr CFStringEncoding kCFStringEncodingMacRoman = 0;
+inline constexpr CFStringEncoding kCFStringEncodingUnicode = 0x100;  // UTF-16
 inline constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
 inline constexpr int kQTPOSIXPathStyle = 0;
+
+// What does not matter of a script, a language and a region.
+inline constexpr std::int16_t kTextScriptDontCare = -128;
+inline constexpr std::int16_t kTextLanguageDontCare = -128;
+inline constexpr std::int16_t kTextRegionDontCare = -128;
 
 // --- Start and errors (calls/movies.cpp)
 
@@ -224,6 +231,15 @@ FourCC GetNextUserDataType(UserData data, FourCC previous);
                                     FourCC type, std::int32_t number);
 // Later items of the type move down. userDataItemNotFound.
 [[nodiscard]] OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number);
+// The text of an item in a language, in its encoding. For language 0, which is in Mac Roman, that
+// of no stated language or of an ISO one serves where it has none. userDataItemNotFound.
+[[nodiscard]] OSErr GetUserDataText(UserData data, Handle out, FourCC type, std::int32_t number,
+                                    std::int16_t language);
+// Adds the text in a language to an item, or replaces it there; makes the first item. Bytes behind
+// 65535 are lost. paramErr (a type without the copyright sign, or an item that is not of texts),
+// userDataItemNotFound.
+[[nodiscard]] OSErr AddUserDataText(UserData data, Handle text, FourCC type, std::int32_t number,
+                                    std::int16_t language);
 
 // --- Matrices (calls/matrices.cpp): pure arithmetic, no movies error; each is done after what the
 // matrix did before. Factors, distances, degrees and centres are Fixed
@@ -288,10 +304,36 @@ void DisposeHandle(Handle handle);
 
 // --- Strings and paths (calls/strings.cpp)
 
-// A string of the text, which is UTF-8; a path may hold other bytes, which are kept. Null for any
-// other encoding. The caller releases it.
+// Units of UTF-16.
+struct CFRange {
+  std::int64_t location = 0, length = 0;
+};
+
+// A string of the text; in UTF-8 a path may hold other bytes, which are kept. Null when it is not
+// valid in the encoding or the encoding has no converter. The caller releases it.
 [[nodiscard]] CFStringRef CFStringCreateWithCString(const void* allocator, const char* text,
                                                     CFStringEncoding encoding);
+// Bytes that are not UTF-8 are not valid here. `markMayLead`: a byte-order mark is not part of the
+// text.
+[[nodiscard]] CFStringRef CFStringCreateWithBytes(const void* allocator, const std::uint8_t* bytes,
+                                                  std::int64_t size, CFStringEncoding encoding,
+                                                  bool markMayLead);
+// In units of UTF-16; 0 for null.
+std::int64_t CFStringGetLength(CFStringRef string);
+// Puts the units of the range that convert and fit into `buffer`, and their size into `*used`;
+// returns how many they are. A null buffer only counts; `used` may be null. `lossByte` stands in
+// for each code point that does not convert; 0: the first of them ends it. UTF-16 is big-endian and
+// has no mark. paramErr (a range outside the string).
+std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
+                              std::uint8_t lossByte, bool isExternal, std::uint8_t* buffer,
+                              std::int64_t size, std::int64_t* used);
+// The whole string with a 0 behind it; false when it does not convert or does not fit.
+[[nodiscard]] bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
+                                      CFStringEncoding encoding);
+// The encoding of a language or, where that does not matter, of a script. paramErr (none, or one
+// without a converter).
+[[nodiscard]] OSErr GetTextEncodingFromScriptInfo(std::int16_t script, std::int16_t language,
+                                                  std::int16_t region, CFStringEncoding* encoding);
 void CFRelease(CFStringRef string);
 // An alias data reference to the file at `path`, which is absolute and need not exist; the caller
 // disposes of it. paramErr (null, empty or relative path, or a style but kQTPOSIXPathStyle),

@@ -1,5 +1,7 @@
-// String objects and the paths they hold.
+// String objects, their encodings and the paths they hold.
+#include <algorithm>
 #include <climits>
+#include <cstring>
 
 #include <boost/filesystem/path.hpp>
 #include <boost/property_tree/ini_parser.hpp>
@@ -10,14 +12,95 @@
 #include "toolbox/calls/references.h"
 #include "toolbox/files/file_reference.h"
 #include "toolbox/files/user_folders.h"
+#include "toolbox/text/encoding.h"
+#include "toolbox/text/language.h"
+#include "toolbox/text/unicode.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
 
+namespace {
+
+CFStringRef NewString(std::string text) {
+  return std::make_unique<StringRecord>(StringRecord{std::move(text)}).release();
+}
+
+CFStringRef NewString(ByteSpan bytes, CFStringEncoding encoding, bool markMayLead) {
+  auto text = Decoded(bytes, encoding, markMayLead);
+  if (!text) throw Refused{paramErr};
+  return NewString(std::move(*text));
+}
+
+// The units of the range.
+std::u16string_view Part(const std::u16string& text, CFRange range) {
+  const auto size = static_cast<std::int64_t>(text.size());
+  if (range.location < 0 || range.location > size || range.length < 0 ||
+      range.length > size - range.location) {
+    throw Refused{paramErr};
+  }
+  return std::u16string_view(text).substr(static_cast<std::size_t>(range.location),
+                                          static_cast<std::size_t>(range.length));
+}
+
+}  // namespace
+
 CFStringRef CFStringCreateWithCString(const void*, const char* text, CFStringEncoding encoding) {
-  return Call("CFStringCreateWithCString", [&]() -> CFStringRef {
-    if (text == nullptr || encoding != kCFStringEncodingUTF8) throw Refused{paramErr};
-    return std::make_unique<StringRecord>(StringRecord{text}).release();
+  return Call("CFStringCreateWithCString", [&] {
+    if (text == nullptr) throw Refused{paramErr};
+    if (encoding == kCFStringEncodingUTF8) return NewString(text);
+    return NewString({reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)}, encoding,
+                     false);
+  });
+}
+
+CFStringRef CFStringCreateWithBytes(const void*, const std::uint8_t* bytes, std::int64_t size,
+                                    CFStringEncoding encoding, bool markMayLead) {
+  return Call("CFStringCreateWithBytes", [&] {
+    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
+    return NewString({bytes, static_cast<std::size_t>(size)}, encoding, markMayLead);
+  });
+}
+
+std::int64_t CFStringGetLength(CFStringRef string) {
+  return Call("CFStringGetLength", [&] {
+    return string == nullptr ? std::int64_t{0}
+                             : static_cast<std::int64_t>(Utf16(string->text).size());
+  });
+}
+
+std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
+                              std::uint8_t lossByte, bool, std::uint8_t* buffer, std::int64_t size,
+                              std::int64_t* used) {
+  if (used != nullptr) *used = 0;
+  return Call("CFStringGetBytes", [&] {
+    if (string == nullptr || size < 0) throw Refused{paramErr};
+    const std::u16string text = Utf16(string->text);
+    const std::size_t most = buffer == nullptr ? text.max_size() : static_cast<std::size_t>(size);
+    const EncodedText done = Encoded(Part(text, range), encoding, lossByte, most);
+    if (buffer != nullptr) std::ranges::copy(done.bytes, buffer);
+    if (used != nullptr) *used = static_cast<std::int64_t>(done.bytes.size());
+    return static_cast<std::int64_t>(done.length);
+  });
+}
+
+bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
+                        CFStringEncoding encoding) {
+  return Call("CFStringGetCString", [&] {
+    if (string == nullptr || buffer == nullptr || size < 1) throw Refused{paramErr};
+    const std::u16string text = Utf16(string->text);
+    const EncodedText done = Encoded(text, encoding, 0, static_cast<std::size_t>(size) - 1);
+    if (done.length < text.size()) return false;
+    *std::ranges::copy(done.bytes, buffer).out = 0;
+    return true;
+  });
+}
+
+OSErr GetTextEncodingFromScriptInfo(std::int16_t script, std::int16_t language, std::int16_t,
+                                    CFStringEncoding* encoding) {
+  return Call("GetTextEncodingFromScriptInfo", [&] {
+    const auto found = EncodingOf(script, language);
+    if (encoding == nullptr || !found) throw Refused{paramErr};
+    *encoding = *found;
   });
 }
 

@@ -1,8 +1,9 @@
-// User data: items by type and number.
+// User data: items by type and number, texts by language.
 #include "toolbox/movie/user_data.h"
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/movie/user_text.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
@@ -43,6 +44,24 @@ OSErr SetUserDataItem(UserData data, const void* bytes, std::int32_t size, FourC
 
 OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number) {
   return Call("RemoveUserData", [&] { Valid(data).Remove(type, ItemNumber(number)); });
+}
+
+OSErr GetUserDataText(UserData data, Handle out, FourCC type, std::int32_t number,
+                      std::int16_t language) {
+  return Call("GetUserDataText", [&] {
+    if (out == nullptr) throw Refused{nilHandleErr};
+    out->bytes =
+        TextOf(Valid(data), type, ItemNumber(number), static_cast<std::uint16_t>(language));
+  });
+}
+
+OSErr AddUserDataText(UserData data, Handle text, FourCC type, std::int32_t number,
+                      std::int16_t language) {
+  return Call("AddUserDataText", [&] {
+    if (text == nullptr) throw Refused{nilHandleErr};
+    SetText(Valid(data), type, ItemNumber(number), static_cast<std::uint16_t>(language),
+            text->bytes);
+  });
 }
 
 }  // namespace toolbox

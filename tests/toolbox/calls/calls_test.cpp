@@ -88,7 +88,7 @@ TEST_F(Calls, AnswerNullReferencesWithTheirCodes) {
   EXPECT_EQ(errorOf([&] { SetMovieTimeScale(movie, 0); }), paramErr);
   EXPECT_EQ(errorOf([] { DisposeHandle(nullptr); }), noErr);
   EXPECT_EQ(errorOf([] { std::ignore = NewHandle(-1); }), paramErr);
-  EXPECT_EQ(errorOf([] { std::ignore = CFStringCreateWithCString(nullptr, "x", 0); }), paramErr);
+  EXPECT_EQ(errorOf([] { std::ignore = CFStringCreateWithCString(nullptr, "x", 9); }), paramErr);
   EXPECT_EQ(GetMovieTimeScale(movie), 600);
   DisposeMovie(movie);
 }

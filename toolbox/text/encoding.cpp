@@ -1,0 +1,205 @@
+#include "toolbox/text/encoding.h"
+
+#include <unicode/ucnv.h>
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+
+#include "toolbox/text/unicode.h"
+#include "toolbox/text/upper_halves.h"
+
+namespace toolbox {
+namespace {
+
+// What converts an encoding: a converter of the library or a table of ours.
+struct Row {
+  TextEncoding encoding;
+  const char* converter;
+  const UpperHalf* upper = nullptr;
+};
+
+// The East Asian ones are the plain standards, without what the Macintosh adds to them.
+constexpr Row kRows[] = {
+    {kMacRoman, "macintosh"},
+    {1, "Shift_JIS"},
+    {2, "Big5"},
+    {3, "EUC-KR"},
+    {4, nullptr, &kArabicUpper},
+    {5, nullptr, &kHebrewUpper},
+    {6, "x-mac-greek"},
+    {7, "x-mac-cyrillic"},
+    {21, nullptr, &kThaiUpper},
+    {25, "GB2312"},
+    {29, "x-mac-centraleurroman"},
+    {35, "x-mac-turkish"},
+    {36, nullptr, &kCroatianUpper},
+    {37, nullptr, &kIcelandicUpper},
+    {38, nullptr, &kRomanianUpper},
+    {140, nullptr, &kFarsiUpper},
+};
+
+const Row* FindRow(TextEncoding encoding) {
+  const auto* row = std::ranges::find(kRows, encoding, &Row::encoding);
+  return row == std::end(kRows) ? nullptr : row;
+}
+
+using Converter = std::unique_ptr<UConverter, decltype(&ucnv_close)>;
+
+// Stops at whatever does not convert; null when the library was built without it.
+Converter Open(const char* name) {
+  UErrorCode error = U_ZERO_ERROR;
+  Converter converter(ucnv_open(name, &error), &ucnv_close);
+  ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
+                        &error);
+  ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+  return U_SUCCESS(error) ? std::move(converter) : Converter(nullptr, &ucnv_close);
+}
+
+// Turns code points into bytes, one after the other.
+class Encoder {
+ public:
+  explicit Encoder(TextEncoding encoding) : encoding_(encoding) {
+    const Row* row = FindRow(encoding);
+    if (row == nullptr) return;
+    upper_ = row->upper;
+    if (upper_ == nullptr) converter_ = Open(row->converter);
+  }
+
+  // False when it has none there.
+  bool Append(std::u16string_view codePoint, Bytes& bytes) const {
+    if (encoding_ == kUtf8) {
+      const std::string utf8 = Utf8(codePoint);
+      bytes.insert(bytes.end(), utf8.begin(), utf8.end());
+      return true;
+    }
+    if (encoding_ == kUtf16) return AppendUnits(codePoint, bytes);
+    if (codePoint[0] < 0x80 && (upper_ != nullptr || converter_ != nullptr)) {
+      bytes.push_back(static_cast<std::uint8_t>(codePoint[0]));
+      return true;
+    }
+    if (upper_ != nullptr) return AppendFromTable(codePoint, bytes);
+    return converter_ != nullptr && AppendConverted(codePoint, bytes);
+  }
+
+ private:
+  static bool AppendUnits(std::u16string_view codePoint, Bytes& bytes) {
+    if (!IsValid(codePoint)) return false;
+    for (const char16_t unit : codePoint) {
+      bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
+      bytes.push_back(static_cast<std::uint8_t>(unit));
+    }
+    return true;
+  }
+
+  bool AppendFromTable(std::u16string_view codePoint, Bytes& bytes) const {
+    const auto* found = std::ranges::find(*upper_, codePoint[0]);
+    if (codePoint.size() > 1 || found == upper_->end()) return false;
+    bytes.push_back(static_cast<std::uint8_t>(0x80 + (found - upper_->begin())));
+    return true;
+  }
+
+  bool AppendConverted(std::u16string_view codePoint, Bytes& bytes) const {
+    char converted[8];
+    UErrorCode error = U_ZERO_ERROR;
+    const std::int32_t size =
+        ucnv_fromUChars(converter_.get(), converted, sizeof converted, codePoint.data(),
+                        static_cast<std::int32_t>(codePoint.size()), &error);
+    if (U_FAILURE(error) || size <= 0) return false;
+    bytes.insert(bytes.end(), converted, converted + size);
+    return true;
+  }
+
+  TextEncoding encoding_;
+  const UpperHalf* upper_ = nullptr;
+  Converter converter_{nullptr, &ucnv_close};
+};
+
+std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
+  if (bytes.size() % 2 != 0) return std::nullopt;
+  const bool isSwapped = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
+  std::u16string text;
+  for (std::size_t at = 0; at < bytes.size(); at += 2) {
+    const int high = bytes[at + (isSwapped ? 1 : 0)], low = bytes[at + (isSwapped ? 0 : 1)];
+    text += static_cast<char16_t>(high << 8 | low);
+  }
+  return text;
+}
+
+std::optional<std::u16string> DecodedByTable(ByteSpan bytes, const UpperHalf& upper) {
+  std::u16string text;
+  for (const std::uint8_t byte : bytes) {
+    text += byte < 0x80 ? byte : upper[byte - 0x80U];
+    if (text.back() == 0 && byte != 0) return std::nullopt;
+  }
+  return text;
+}
+
+std::optional<std::u16string> DecodedByLibrary(ByteSpan bytes, const char* name) {
+  const Converter converter = Open(name);
+  if (converter == nullptr || bytes.size() > INT_MAX) return std::nullopt;
+  const auto size = static_cast<std::int32_t>(bytes.size());
+  std::u16string text(bytes.size(), 0);
+  UErrorCode error = U_ZERO_ERROR;
+  const std::int32_t length =
+      ucnv_toUChars(converter.get(), text.data(), size, reinterpret_cast<const char*>(bytes.data()),
+                    size, &error);
+  if (U_FAILURE(error)) return std::nullopt;
+  text.resize(static_cast<std::size_t>(length));
+  return text;
+}
+
+std::optional<std::u16string> Units(ByteSpan bytes, TextEncoding encoding) {
+  if (encoding == kUtf16) return DecodedUnits(bytes);
+  if (encoding == kUtf8) {
+    return Utf16({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  }
+  const Row* row = FindRow(encoding);
+  if (row == nullptr) return std::nullopt;
+  return row->upper != nullptr ? DecodedByTable(bytes, *row->upper)
+                               : DecodedByLibrary(bytes, row->converter);
+}
+
+}  // namespace
+
+bool HasConverter(TextEncoding encoding) {
+  if (encoding == kUtf8 || encoding == kUtf16) return true;
+  const Row* row = FindRow(encoding);
+  return row != nullptr && (row->upper != nullptr || Open(row->converter) != nullptr);
+}
+
+std::optional<std::string> Decoded(ByteSpan bytes, TextEncoding encoding, bool markMayLead) {
+  std::optional<std::u16string> text = Units(bytes, encoding);
+  if (!text || !IsValid(*text)) return std::nullopt;
+  if (markMayLead && text->starts_with(u'\uFEFF')) text->erase(0, 1);
+  return Utf8(*text);
+}
+
+EncodedText Encoded(std::u16string_view text, TextEncoding encoding, std::uint8_t loss,
+                    std::size_t most) {
+  const Encoder encoder(encoding);
+  const bool composes = encoding != kUtf8 && encoding != kUtf16;
+  EncodedText done;
+  Bytes bytes;
+  while (done.length < text.size()) {
+    const std::u16string_view rest = text.substr(done.length);
+    const std::size_t length = composes ? FirstCharacter(rest) : UnitsOf(FirstCodePoint(rest));
+    const std::u16string composed =
+        composes ? Composed(rest.substr(0, length)) : std::u16string(rest.substr(0, length));
+    bytes.clear();
+    for (std::u16string_view left = composed; !left.empty();) {
+      const std::size_t units = UnitsOf(FirstCodePoint(left));
+      if (!encoder.Append(left.substr(0, units), bytes)) {
+        if (loss == 0) return done;
+        bytes.push_back(loss);
+      }
+      left.remove_prefix(units);
+    }
+    if (bytes.size() > most - done.bytes.size()) break;
+    done.bytes.insert(done.bytes.end(), bytes.begin(), bytes.end());
+    done.length += length;
+  }
+  return done;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,102 @@
+#include "toolbox/text/unicode.h"
+
+#include <unicode/unorm2.h>
+
+#include <boost/locale/utf.hpp>
+#include <iterator>
+#include <new>
+
+namespace toolbox {
+namespace {
+
+using Of8 = boost::locale::utf::utf_traits<char>;
+using Of16 = boost::locale::utf::utf_traits<char16_t>;
+
+constexpr char32_t kEscape = 0xDC00;  // what is added to a byte that is not UTF-8
+
+const UNormalizer2& Composer() {
+  UErrorCode error = U_ZERO_ERROR;
+  const UNormalizer2* composer = unorm2_getNFCInstance(&error);
+  if (U_FAILURE(error)) throw std::bad_alloc();  // it is part of the library
+  return *composer;
+}
+
+bool IsSurrogate(char32_t codePoint) { return codePoint >= 0xD800 && codePoint < 0xE000; }
+
+}  // namespace
+
+std::u16string Utf16(std::string_view utf8) {
+  std::u16string text;
+  text.reserve(utf8.size());
+  for (const char* at = utf8.data(); at != utf8.data() + utf8.size();) {
+    const char* next = at;
+    const auto codePoint = Of8::decode(next, utf8.data() + utf8.size());
+    if (boost::locale::utf::is_valid_codepoint(codePoint)) {
+      Of16::encode(codePoint, std::back_inserter(text));
+      at = next;
+    } else {
+      text += static_cast<char16_t>(kEscape + static_cast<unsigned char>(*at++));
+    }
+  }
+  return text;
+}
+
+std::string Utf8(std::u16string_view utf16) {
+  std::string text;
+  text.reserve(utf16.size());
+  while (!utf16.empty()) {
+    const char32_t codePoint = FirstCodePoint(utf16);
+    if (IsSurrogate(codePoint)) {
+      text += static_cast<char>(codePoint - kEscape);
+    } else {
+      Of8::encode(codePoint, std::back_inserter(text));
+    }
+    utf16.remove_prefix(UnitsOf(codePoint));
+  }
+  return text;
+}
+
+bool IsValid(std::u16string_view utf16) {
+  while (!utf16.empty()) {
+    const char32_t codePoint = FirstCodePoint(utf16);
+    if (IsSurrogate(codePoint)) return false;
+    utf16.remove_prefix(UnitsOf(codePoint));
+  }
+  return true;
+}
+
+char32_t FirstCodePoint(std::u16string_view text) {
+  const char16_t* at = text.data();
+  const auto codePoint = Of16::decode(at, at + text.size());
+  return boost::locale::utf::is_valid_codepoint(codePoint) ? codePoint : text[0];
+}
+
+std::size_t FirstCharacter(std::u16string_view text) {
+  std::size_t end = UnitsOf(FirstCodePoint(text));
+  while (end < text.size()) {
+    const char32_t next = FirstCodePoint(text.substr(end));
+    // Nothing below is composed with what stands before it.
+    constexpr char32_t kFirstMark = 0x300;
+    if (next < kFirstMark ||
+        unorm2_hasBoundaryBefore(&Composer(), static_cast<UChar32>(next)) != 0) {
+      break;
+    }
+    end += UnitsOf(next);
+  }
+  return end;
+}
+
+std::u16string Composed(std::u16string_view text) {
+  if (text.size() == 1 && text[0] < 0x80) return std::u16string(text);
+  // The composed form is at most three times as long.
+  std::u16string composed(3 * text.size(), 0);
+  UErrorCode error = U_ZERO_ERROR;
+  const std::int32_t size =
+      unorm2_normalize(&Composer(), text.data(), static_cast<std::int32_t>(text.size()),
+                       composed.data(), static_cast<std::int32_t>(composed.size()), &error);
+  if (U_FAILURE(error)) throw std::bad_alloc();
+  composed.resize(static_cast<std::size_t>(size));
+  return composed;
+}
+
+}  // namespace toolbox
