@@ -3,6 +3,7 @@
 #include <iostream>
 #include <tuple>
 
+#include "chapter/annotations.h"
 #include "clipjoin/report.h"
 #include "input/edits.h"
 #include "utils/movie_file.h"
@@ -57,6 +58,7 @@ toolbox::Movie InputMovie::Open() {
     return movie_ = toolbox::NewMovie(0);
   }
   EditMovie(movie_, options);
+  if (!options.noTagConversion) chapter::ConvertMovieTags(movie_);
   if (!options.saveInPlace) {
     std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
   }
