@@ -72,8 +72,9 @@ class Written:
             self.folder / f"{form}.mov" for form in ("copy", "plain", "reference", "flat")
         )
         self.copied = runs.run("clipjoin", self.source, *whole, self.copy)
-        # exiftool reads no compressed headers.
-        runs.run("clipjoin", self.source, "-no-compressed-header", *whole, self.plain)
+        # exiftool reads no compressed headers. Tags converted would be found beside the tags.
+        plainly = ("-no-compressed-header", "-no-convert-tags")
+        runs.run("clipjoin", self.source, *plainly, *whole, self.plain)
         self.referred = runs.run("clipjoin", self.source, "-q", "-o", self.reference)
         self.flattened = None
         if self.reference.exists() and not refusal(name):
