@@ -49,8 +49,8 @@ constexpr UsageEntry kEntries[] = {
      "        Make chapters for movies that don't have them, and use the chapters of\n"
      "        those that do.\n"},
     {kClipjoin,
-     "    -unique-tracks    Put each track from each movie in its own track. By default\n"
-     "        tracks are reused. This helps with movies that 'skip'.\n"},
+     "    -unique-tracks    Put each track from each movie in its own track. By\n"
+     "        default tracks are reused. This helps with movies that 'skip'.\n"},
     {kClipjoin,
      "    -force-same-tracks\n"
      "        Force the use of as few tracks as possible. Useful with -mp4.\n"},
@@ -87,7 +87,8 @@ constexpr UsageEntry kEntries[] = {
     {kEvery, "    -no-convert-tags  Don't attempt to convert AAC tags.\n"},
     {kEvery, "    -list             List the names of the tracks.\n"},
     {kEvery,
-     "    -nolist           Don't list the names of the tracks (cancels a global -list).\n"},
+     "    -nolist           Don't list the names of the tracks (cancels a global\n"
+     "        -list).\n"},
     {kEvery, "    -chaplist         List the names of the chapters.\n"},
     {kEvery,
      "    -nochaplist       Don't list the names of the chapters (cancels a global\n"
@@ -102,22 +103,23 @@ constexpr UsageEntry kEntries[] = {
      "        % -transparency-mode help\n"
      "        for the modes there are.\n"},
     {kClipstak,
-     "    -placeAt time     Multiplex the input starting at that time in the output. This\n"
-     "        has no effect on the first file.\n"},
+     "    -placeAt time     Multiplex the input starting at that time in the output.\n"
+     "        This has no effect on the first file.\n"},
     {kEvery,
-     "    -sscale factor    Scale each visual track in both directions. factor can be an\n"
-     "        integer, a floating point number, or a fraction n/d.\n"},
+     "    -sscale factor    Scale each visual track in both directions. factor can be\n"
+     "        an integer, a floating point number, or a fraction n/d.\n"},
     {kEvery, "    -vscale factor    Scale each visual track vertically.\n"},
     {kEvery, "    -hscale factor    Scale each visual track horizontally.\n"},
     {kEvery, "    -rotate degrees   Rotate each visual track clockwise.\n"},
     {kEvery,
-     "    -about X Y        By default rotation and scaling are centered at the origin.\n"
-     "        Follow a -Xscale or -rotate argument by -about to center it elsewhere.\n"},
+     "    -about X Y        By default rotation and scaling are centered at the\n"
+     "        origin. Follow a -Xscale or -rotate argument by -about to center it\n"
+     "        elsewhere.\n"},
     {kEvery, "    -vtranslate pixels\n        Move each visual track down.\n"},
     {kEvery, "    -htranslate pixels\n        Move each visual track to the right.\n"},
     {kEvery,
-     "    -resetmatrix      Reset track matrices to identity before applying scaling and\n"
-     "        translation options.\n"},
+     "    -resetmatrix      Reset track matrices to identity before applying scaling\n"
+     "        and translation options.\n"},
     {kEvery, "    -msscale factor   Scale the movie in both directions.\n"},
     {kEvery, "    -mvscale factor   Scale the movie vertically.\n"},
     {kEvery, "    -mhscale factor   Scale the movie horizontally.\n"},
@@ -179,8 +181,8 @@ constexpr UsageEntry kEntries[] = {
      "    -track name       Only include the named track. May be repeated to include\n"
      "        several tracks.\n"},
     {kEvery,
-     "    -notrack name     Include all but the named track. May be repeated to leave out\n"
-     "        several tracks.\n"
+     "    -notrack name     Include all but the named track. May be repeated to leave\n"
+     "        out several tracks.\n"
      "    Using both -track and -notrack on the same command line produces undefined\n"
      "    results.\n"},
     {kEvery, "    -enable name      Enable the named track.\n"},
@@ -189,8 +191,8 @@ constexpr UsageEntry kEntries[] = {
      "    -chapter name     Only include the named chapter. May be repeated to include\n"
      "        several chapters.\n"},
     {kEvery,
-     "    -nochapter name   Include all but the named chapter. May be repeated to leave\n"
-     "        out several chapters.\n"
+     "    -nochapter name   Include all but the named chapter. May be repeated to\n"
+     "        leave out several chapters.\n"
      "    Using both -chapter and -nochapter on the same command line produces undefined\n"
      "    results.\n"},
     {kClipjoin,

@@ -188,6 +188,29 @@ TEST_F(Calls, NeverWriteAMovieOverItsOwnMedia) {
   DisposeMovie(movie);
 }
 
+TEST_F(Calls, NeverUpdateAFileThatSomebodyHasChanged) {
+  const fs::path path = StoreMovie("in.mov");
+  for (const bool isReplaced : {false, true}) {
+    Movie movie = nullptr;
+    DataHandler handler = nullptr;
+    ASSERT_EQ(Open(path, movie), noErr);
+    ASSERT_EQ(OpenMovieStorage(To(path), kAlias, kDataHCanRead | kDataHCanWrite, &handler), noErr);
+    if (isReplaced) {
+      StoreMovie("other.mov");
+      fs::rename(folder_ / "other.mov", path);
+    } else {
+      Bytes longer = Stored(path);
+      longer.resize(longer.size() + 8);
+      Store("in.mov", longer);
+    }
+    const Bytes before = Stored(path);
+    EXPECT_EQ(UpdateMovieInStorage(movie, handler), fBsyErr);
+    EXPECT_EQ(Stored(path), before);
+    EXPECT_EQ(CloseMovieStorage(handler), noErr);
+    DisposeMovie(movie);
+  }
+}
+
 TEST_F(Calls, SayWhyAFileCannotBeWritten) {
   const Movie movie = NewMovie(0);
   DataHandler handler = nullptr;
