@@ -11,6 +11,7 @@
 #include "chapter/genres.h"
 #include "chapter/text.h"
 #include "clipjoin/report.h"
+#include "utils/owned_handle.h"
 
 namespace chapter {
 namespace {
@@ -18,8 +19,8 @@ namespace {
 using toolbox::ByteSpan;
 using toolbox::CFStringEncoding;
 using toolbox::FourCC;
-using toolbox::Handle;
 using toolbox::UserData;
+using utils::OwnedHandle;
 
 constexpr FourCC kFullName{"\251nam"}, kItemList{"ilst"}, kFree{"free"}, kMeta{"meta"};
 constexpr FourCC kCover{"covr"}, kTrackNumber{"trkn"}, kGenre{"gnre"}, kWindowLocation{"WLOC"};
@@ -28,21 +29,6 @@ constexpr char kQuestionMark = '?';
 constexpr std::int16_t kLanguages = 152;
 // An item list holds no lists. A file that nests them is not followed far, whatever it holds.
 constexpr int kDeepestList = 4;
-
-// A handle of this scope; null when there was no memory for it.
-class OwnHandle {
- public:
-  explicit OwnHandle(std::int64_t size) : handle_(toolbox::NewHandleClear(size)) {}
-  ~OwnHandle() { toolbox::DisposeHandle(handle_); }
-  OwnHandle(const OwnHandle&) = delete;
-  OwnHandle& operator=(const OwnHandle&) = delete;
-
-  operator Handle() const { return handle_; }
-  Handle operator->() const { return handle_; }
-
- private:
-  Handle handle_;
-};
 
 struct Release {
   void operator()(const toolbox::StringRecord* string) const { toolbox::CFRelease(string); }
@@ -157,7 +143,7 @@ Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
 
 void AddRendering(UserData data, FourCC type, toolbox::CFStringRef string, std::int64_t length,
                   const Rendering& as) {
-  const OwnHandle text(as.bytes);
+  const OwnedHandle text(as.bytes);
   if (text == nullptr) return;
   toolbox::CFStringGetBytes(string, {0, length}, as.encoding, kQuestionMark, false,
                             text->bytes.data(), as.bytes, nullptr);
@@ -169,7 +155,7 @@ void AddRendering(UserData data, FourCC type, toolbox::CFStringRef string, std::
 void ConvertMovieTags(toolbox::Movie movie) {
   const UserData data = toolbox::GetMovieUserData(movie);
   if (data == nullptr) return;
-  const OwnHandle meta(0);
+  const OwnedHandle meta(0);
   if (meta == nullptr) return;
   const toolbox::OSErr code = toolbox::GetUserData(data, meta, kMeta, 1);
   if (code == toolbox::userDataItemNotFound) return;
@@ -194,7 +180,7 @@ void AddUserDataTextUtf8(UserData data, FourCC type, const std::string& text) {
   const std::int64_t length = toolbox::CFStringGetLength(string.get());
   const Rendering best = BestRendering(string.get(), length);
   if (best.characters == 0) {
-    const OwnHandle raw(0);
+    const OwnedHandle raw(0);
     if (raw == nullptr) return;
     raw->bytes.assign(text.begin(), text.end());
     std::ignore = toolbox::AddUserDataText(data, raw, type, 1, 0);
@@ -211,7 +197,7 @@ void AddUserDataTextUtf8(UserData data, FourCC type, const std::string& text) {
 
 std::string GetMovieFullName(toolbox::Movie movie) {
   const UserData data = toolbox::GetMovieUserData(movie);
-  const OwnHandle name(0);
+  const OwnedHandle name(0);
   if (data == nullptr || name == nullptr ||
       toolbox::GetUserDataText(data, name, kFullName, 1, 0) != toolbox::noErr) {
     return {};

@@ -26,10 +26,10 @@ toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
   const toolbox::UserData data = toolbox::GetMovieUserData(movie);
   const utils::OwnedHandle item;
   if (data == nullptr || toolbox::GetUserData(data, item, type, 1) != toolbox::noErr ||
-      item.Bytes().size() < size) {
+      item->bytes.size() < size) {
     return {};
   }
-  return item.Bytes();
+  return item->bytes;
 }
 
 }  // namespace

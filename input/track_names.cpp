@@ -30,7 +30,7 @@ std::string TrackName(Movie movie, Track track) {
   const utils::OwnedHandle item;
   if (toolbox::GetUserData(toolbox::GetTrackUserData(track), item, FourCC{"name"}, 1) ==
       toolbox::noErr) {
-    return {item.Bytes().begin(), item.Bytes().end()};
+    return {item->bytes.begin(), item->bytes.end()};
   }
   std::string name = KindName(track) + " Track";
   FourCC type;

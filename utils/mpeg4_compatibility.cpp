@@ -22,8 +22,8 @@ std::set<std::uint32_t> Formats(Media media) {
     const OwnedHandle description;
     toolbox::GetMediaSampleDescription(media, i, description);
     std::uint32_t format = 0;  // behind the size
-    for (std::size_t k = 4; k < 8 && k < description.Bytes().size(); ++k) {
-      format = format << 8 | description.Bytes()[k];
+    for (std::size_t k = 4; k < 8 && k < description->bytes.size(); ++k) {
+      format = format << 8 | description->bytes[k];
     }
     formats.insert(format);
   }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "chapter/annotations.h"
 #include "clipjoin/report.h"
 #include "utils/movie_file.h"
 #include "utils/mpeg4_compatibility.h"
@@ -74,6 +75,10 @@ int WriteMPEG4(toolbox::Movie movie, const std::string& path,
     std::cerr << "Warning: the \"-mp4\" option produces MPEG-4 files\nUsing a " << extension
               << " extension may confuse some programs.\n"
                  "Use no extension or .mp4, .m4a, or .m4b.\n";
+  }
+  if (!options.quiet && chapter::HasAnnotations(movie)) {
+    std::cerr << "Warning: the movie has annotations that will not appear in the output file.\n"
+                 "iTunes can be used to manually add annotations to m4a files.\n";
   }
   std::cerr << "This version does not know yet how to carry out -mp4.\n";
   return 1;

@@ -5,15 +5,16 @@
 
 namespace utils {
 
+// Null when there was no memory for it, which every call that is given it will say.
 class OwnedHandle {
  public:
-  OwnedHandle() : handle_(toolbox::NewHandle(0)) {}
+  explicit OwnedHandle(std::int64_t size = 0) : handle_(toolbox::NewHandleClear(size)) {}
   ~OwnedHandle() { toolbox::DisposeHandle(handle_); }
   OwnedHandle(const OwnedHandle&) = delete;
   OwnedHandle& operator=(const OwnedHandle&) = delete;
 
   operator toolbox::Handle() const { return handle_; }  // NOLINT: it stands for the handle
-  const toolbox::Bytes& Bytes() const { return handle_->bytes; }
+  toolbox::Handle operator->() const { return handle_; }
 
  private:
   toolbox::Handle handle_;
