@@ -1,6 +1,5 @@
 #include "chapter/annotations.h"
 
-#include <array>
 #include <cstdint>
 #include <iostream>
 #include <memory>

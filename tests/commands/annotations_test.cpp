@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 
@@ -173,6 +174,25 @@ TEST(Annotations, StopWhereAListIsMalformed) {
   movie.userData.items = {{kMeta, {0, 0}}};
   ConvertMovieTags(&movie);
   ConvertMovieTags(nullptr);
+}
+
+// Under the sanitizers: nothing is read behind what is there.
+TEST(Annotations, OfAListThatIsCutAreTheFirstOnes) {
+  const Bytes list = Atom("ilst", Tag("trkn", Bytes{0, 0, 0, 3, 0, 12}), Tag("\251nam", Text("x")),
+                          Atom("ilst", Tag("tmpo", U16(9))), Tag("\251ART", Text("y")));
+  const Items all = Converted(list).items;
+  const clipjoin::Redirected err(std::cerr);
+  for (std::size_t size = 0; size < list.size(); ++size) {
+    const Bytes cut(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(size));
+    UserDataRecord data;
+    ConvertTagAtoms(&data, cut, static_cast<std::int64_t>(list.size()), false);
+    EXPECT_EQ(data.items, Items()) << "the list ends outside";
+    // As it is found inside the list, whose end is told but not there.
+    ConvertTagAtoms(&data, ByteSpan(cut).subspan(std::min<std::size_t>(size, 8)),
+                    static_cast<std::int64_t>(list.size()), true);
+    ASSERT_LE(data.items.size(), all.size());
+    EXPECT_TRUE(std::equal(data.items.begin(), data.items.end(), all.begin())) << size;
+  }
 }
 
 TEST(Annotations, DoNotFollowListsIntoTheDeep) {

@@ -51,11 +51,12 @@ std::optional<std::vector<TextEntry>> TextEntries(ByteSpan payload) {
   std::vector<TextEntry> entries;
   while (!payload.empty()) {
     if (payload.size() < kHeaderSize) return std::nullopt;
-    const std::size_t size = payload[0] << 8 | payload[1];
+    const auto size = static_cast<std::size_t>(payload[0] << 8 | payload[1]);
     const auto language = static_cast<std::uint16_t>(payload[2] << 8 | payload[3]);
     payload = payload.subspan(kHeaderSize);
     if (size > payload.size()) return std::nullopt;
-    entries.push_back({language, Bytes(payload.begin(), payload.begin() + size)});
+    const ByteSpan text = payload.first(size);
+    entries.push_back({language, Bytes(text.begin(), text.end())});
     payload = payload.subspan(size);
   }
   return entries;
@@ -82,7 +83,8 @@ void SetText(UserDataRecord& data, FourCC type, std::size_t number, std::uint16_
   if (!entries) throw Refused{paramErr};
   auto entry = std::ranges::find(*entries, language, &TextEntry::language);
   if (entry == entries->end()) entry = entries->insert(entry, {language, {}});
-  entry->text.assign(text.begin(), text.begin() + std::min(text.size(), kLongestText));
+  const ByteSpan kept = text.first(std::min(text.size(), kLongestText));
+  entry->text.assign(kept.begin(), kept.end());
   data.Set(type, number, Payload(*entries));
 }
 
