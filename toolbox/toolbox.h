@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "toolbox/atoms/fourcc.h"
@@ -30,11 +31,17 @@ struct StringRecord;
 // A resizable block of bytes; whoever makes one disposes of it.
 struct HandleRecord {
   Bytes bytes;
+  // Of a data reference to memory: the block that it stands for, once it has been used as one.
+  std::shared_ptr<Bytes> block;
 };
 
 // A folder or file found by FSFindFolder; empty until then.
 struct FSRef {
   std::string path;
+};
+
+struct Rect {
+  std::int16_t top = 0, left = 0, bottom = 0, right = 0;
 };
 
 struct RGBColor {
@@ -76,6 +83,17 @@ inline constexpr std::int32_t movieTrackCharacteristic = 2;
 inline constexpr std::int32_t movieTrackEnabledOnly = 4;
 
 inline constexpr Fixed fixedOne = 0x10000;
+
+// Interesting-time flags.
+inline constexpr std::int16_t nextTimeMediaSample = 0x0001;
+inline constexpr std::int16_t nextTimeEdgeOK = 0x4000;
+
+// Sample flags.
+inline constexpr std::int16_t mediaSampleNotSync = 1;
+
+// Text media.
+inline constexpr std::int16_t teJustCenter = 1;
+inline constexpr std::int32_t dfClipToTextBox = 4;
 
 // Folders.
 inline constexpr std::int16_t kUserDomain = -32763;
@@ -131,6 +149,12 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
 // Empty: nobody.
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress);
+// A copy of the data reference of media that are made without one; the caller disposes of it.
+// noDefaultDataRef, and null, when there is none.
+[[nodiscard]] OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType);
+// Takes a copy: 'alis', a file, or 'hndl', a block of memory (a new one for a handle of zeros; the
+// same each time for the same handle). nilHandleErr, invalidDataRef, noDataHandler.
+[[nodiscard]] OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType);
 // The movie's user data; valid as long as the movie. Null only for a null movie.
 UserData GetMovieUserData(Movie movie);
 
@@ -163,6 +187,24 @@ void DisposeMovieTrack(Track track);
 // data reference: the media starts without one.
 [[nodiscard]] OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef,
                                          FourCC dataRefType, Track* track);
+// A new track without media behind all others, enabled. Width and height are Fixed; full volume is
+// 0x100.
+Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume);
+// Gives the track an empty media of that type, its data in `dataRef` or, when that is null, in the
+// movie's default. noDefaultDataRef (there is none), paramErr (scale <= 0), invalidDataRef.
+Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, FourCC dataRefType);
+
+// --- Track references (calls/track_references.cpp): to other tracks, by type, numbered from 1
+
+std::int32_t GetTrackReferenceCount(Track track, FourCC type);
+// The track referred to; null without an error where there is none.
+Track GetTrackReference(Track track, FourCC type, std::int32_t number);
+// Appends one, be it there already or not; its number goes to `number`, which may be null.
+// trackNotInMovie (a target in another movie).
+[[nodiscard]] OSErr AddTrackReference(Track track, Track target, FourCC type, std::int32_t* number);
+// Later ones of the type move down. badTrackIndex.
+[[nodiscard]] OSErr DeleteTrackReference(Track track, FourCC type, std::int32_t number);
+
 // --- Media (calls/media.cpp); a media handler is the media itself
 
 // Sum of the decode durations of all samples, in media units.
@@ -184,6 +226,46 @@ std::int32_t GetMediaSampleDescriptionCount(Media media);
 // The whole description, the first being number 1: 32-bit size, format, six zero bytes,
 // data-reference number, then the format's own. invalidSampleDescIndex.
 void GetMediaSampleDescription(Media media, std::int32_t number, Handle description);
+
+// --- Samples (calls/samples.cpp)
+
+// The next sample that begins to be shown after the movie time `from`, or at it with
+// nextTimeEdgeOK: when, rounded up to a movie unit, and for how long; -1 and 0 when there is none.
+// `time` and `duration` may be null. Only nextTimeMediaSample can be asked for, and only forwards
+// (rate > 0): else featureUnsupported; paramErr unless one kind is asked for.
+void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from, Fixed rate,
+                                 TimeValue* time, TimeValue* duration);
+// What of the media is shown at a movie time, rounded down to a media unit; -1 where nothing is.
+TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
+// The sample on show at the media time `at`: its bytes into `out`, which is made to fit but not
+// longer than `maxGrow` (0: any length). All results may be null; `durationPerSample` is in media
+// units. Gives one sample, or one packet, whatever `maxSamples` is. invalidTime,
+// maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable, eofErr, file errors.
+[[nodiscard]] OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow,
+                                   std::int32_t* size, TimeValue at, TimeValue* sampleTime,
+                                   TimeValue* durationPerSample, Handle description,
+                                   std::int32_t* descriptionNumber, std::int32_t maxSamples,
+                                   std::int32_t* count, std::int16_t* flags);
+// Opens the media for new samples. Their data are held in memory until the movie is written, and
+// then go into its file. dataAlreadyOpenForWrite, noDefaultDataRef, dataNotOpenForWrite.
+[[nodiscard]] OSErr BeginMediaEdits(Media media);
+// Closes it; what was added belongs to the media from now on. dataAlreadyClosed.
+[[nodiscard]] OSErr EndMediaEdits(Media media);
+
+// --- Text media (calls/text_media.cpp)
+
+// Marks the text samples added from now on: with 'encd' by a 32-bit number, their encoding.
+// paramErr (another kind).
+[[nodiscard]] OSErr TextMediaSetTextSampleData(MediaHandler handler, const void* data, FourCC kind);
+// Adds one sample to a media that is open. Colours and box may be null, and `sampleTime`, which
+// gets its media time. Font size, scrolling and highlights are not kept. A text of over 65535 bytes
+// is cut between two characters. dataNotOpenForWrite, invalidDuration, paramErr.
+[[nodiscard]] OSErr TextMediaAddTextSample(
+    MediaHandler handler, const char* text, std::uint32_t size, std::int16_t font,
+    std::int16_t fontSize, std::uint8_t face, const RGBColor* textColor, const RGBColor* backColor,
+    std::int16_t justification, const Rect* box, std::int32_t displayFlags, TimeValue scrollDelay,
+    std::int16_t highlightStart, std::int16_t highlightEnd, const RGBColor* highlightColor,
+    TimeValue duration, TimeValue* sampleTime);
 
 // --- Segments (calls/segments.cpp)
 

@@ -38,7 +38,7 @@ inline TrackRecord& AddPlainTrack(MovieRecord& movie, FourCC type, std::int32_t 
                                   std::shared_ptr<const SampleRows> rows,
                                   DataReference where = ThisFile{}) {
   TrackRecord& track = movie.AddTrack();
-  MediaRecord& media = track.media.emplace();
+  MediaRecord& media = track.SetMedia({});
   media.scale = scale;
   media.handler.componentType = FourCC{"mhlr"};
   media.handler.subtype = type;

@@ -1,4 +1,4 @@
-// Data references as callers hold them: an alias record in a handle.
+// Data references as callers hold them: an alias record or a block of memory in a handle.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -18,5 +18,14 @@ inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
   if (!path) throw Refused{invalidDataRef};
   return *path;
 }
+
+// What a caller's data reference stands for in a movie that was read from `ownFile`. Throws Refused
+// like PathOf; 'hndl' is understood too.
+DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile);
+
+// The same as callers hold it: a new handle, theirs to dispose of. Throws Refused: noDataHandler
+// (a reference that leads nowhere).
+Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
+                 FourCC& type);
 
 }  // namespace toolbox

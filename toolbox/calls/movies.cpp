@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/toolbox.h"
 
@@ -73,6 +74,21 @@ OSErr CopyMovieSettings(Movie source, Movie destination) {
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress) {
   Call("SetMovieProgressProc", [&] { Valid(movie).progress = std::move(progress); });
+}
+
+OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType) {
+  *dataRef = nullptr;
+  return Call("GetMovieDefaultDataRef", [&] {
+    const std::optional<DataReference>& reference = Valid(movie).defaultDataReference;
+    if (!reference) throw Refused{noDefaultDataRef};
+    *dataRef = HandleFor(*reference, movie->file, *dataRefType);
+  });
+}
+
+OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType) {
+  return Call("SetMovieDefaultDataRef", [&] {
+    Valid(movie).defaultDataReference = ReferenceFrom(dataRef, dataRefType, movie->file);
+  });
 }
 
 UserData GetMovieUserData(Movie movie) {

@@ -4,6 +4,7 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/files/new_media.h"
 #include "toolbox/movie/cuts.h"
 #include "toolbox/movie/media_types.h"
 #include "toolbox/movie/movie.h"
@@ -93,6 +94,27 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
     TrackRecord& made = movie.AddTrackLike(like);
     if (reference && made.media) made.media->dataReferences.push_back(*reference);
     *track = &made;
+  });
+}
+
+Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume) {
+  return Call("NewMovieTrack", [&] {
+    TrackRecord& track = Valid(movie).AddTrack();
+    track.width = width;
+    track.height = height;
+    track.volume = volume;
+    return &track;
+  });
+}
+
+Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, FourCC dataRefType) {
+  return Call("NewTrackMedia", [&] {
+    const MovieRecord& movie = *Valid(track).movie;
+    if (scale <= 0) throw Refused{paramErr};
+    std::optional<DataReference> where = movie.defaultDataReference;
+    if (dataRef != nullptr) where = ReferenceFrom(dataRef, dataRefType, movie.file);
+    if (!where) throw Refused{noDefaultDataRef};
+    return &track->SetMedia(NewMedia(type, scale, *where, movie.IsIso()));
   });
 }
 

@@ -188,8 +188,12 @@ using ReferencedIds = std::vector<std::pair<FourCC, std::vector<std::uint32_t>>>
 
 ReferencedIds ReadReferences(ByteSpan content) {
   ReferencedIds references;
+  // One list a type; a second one of a type continues the first.
+  std::map<std::uint32_t, std::size_t> places;
   for (const AtomView& atom : SplitAtoms(content)) {
-    auto& ids = references.emplace_back(atom.type, std::vector<std::uint32_t>{}).second;
+    const auto [place, isNew] = places.try_emplace(atom.type.value, references.size());
+    if (isNew) references.emplace_back(atom.type, std::vector<std::uint32_t>{});
+    std::vector<std::uint32_t>& ids = references[place->second].second;
     for (std::size_t at = 0; at + 4 <= atom.content.size(); at += 4) {
       ids.push_back(FromBigEndian<std::uint32_t>(&atom.content[at]));
     }
@@ -215,7 +219,7 @@ ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
   track.width = header.width;
   track.height = header.height;
   if (const auto media = parts.Maybe(FourCC{"mdia"})) {
-    track.media = InAtom(FourCC{"mdia"}, [&] { return ReadMedia(*media, referrer, resolve); });
+    track.SetMedia(InAtom(FourCC{"mdia"}, [&] { return ReadMedia(*media, referrer, resolve); }));
   }
   std::optional<EditList> edits;
   if (const auto container = parts.Maybe(FourCC{"edts"})) {
@@ -266,7 +270,7 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem
         InAtom(FourCC{"trak"}, [&] { return ReadTrack(trak, track, path, resolve); }));
     if (track.id >= movie->nextTrackId) movie->nextTrackId = track.id + 1;
   }
-  std::map<std::uint32_t, const TrackRecord*> byId;
+  std::map<std::uint32_t, TrackRecord*> byId;
   for (const auto& track : movie->tracks) byId.emplace(track->id, track.get());
   for (std::size_t i = 0; i < references.size(); ++i) {
     for (const auto& [type, ids] : references[i]) {

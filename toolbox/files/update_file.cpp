@@ -10,6 +10,7 @@
 
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/plan.h"
+#include "toolbox/files/sample_data.h"
 #include "toolbox/files/top_level.h"
 #include "toolbox/files/write_file.h"
 #include "toolbox/files/write_movie.h"
@@ -138,6 +139,18 @@ class Updater {
     return true;
   }
 
+  // Mostly from memory; a media that is held there in part comes along from its files too.
+  void AppendRange(const CopyRange& range, std::uint64_t at) {
+    constexpr std::uint64_t kStep = 1 << 20;
+    const auto source = OpenSource(*range.from, movie_.file);
+    Bytes bytes;
+    for (std::uint64_t done = 0; done < range.length; done += bytes.size()) {
+      bytes.resize(std::min(kStep, range.length - done));
+      source->Read(range.at + done, bytes);
+      WriteAt(file_, at + done, bytes);
+    }
+  }
+
   void Append(const FilePlan& plan) {
     try {
       std::uint64_t at = source_.Size();
@@ -148,9 +161,7 @@ class Updater {
       }
       const std::uint64_t dataStart = at;
       plan.ForEachRange([&](const CopyRange& range) {
-        // Only what is held in memory is new.
-        const Bytes& data = *std::get<InMemory>(*range.from).data;
-        WriteAt(file_, at, ByteSpan(data).subspan(range.at, range.length));
+        AppendRange(range, at);
         at += range.length;
       });
       WriteAt(file_, at, EncodeMovie(plan, path_, dataStart));

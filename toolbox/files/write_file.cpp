@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/files/sample_data.h"
 #include "toolbox/files/write_movie.h"
 #include "toolbox/refused.h"
 
@@ -32,7 +33,7 @@ class Sources {
         output_.Flush();
         opened_.pop_back();
       }
-      opened_.push_front({&reference, Make(reference)});
+      opened_.push_front({&reference, OpenSource(reference, plan_.ownFile)});
     }
     last_ = &reference;
     return *opened_.front().source;
@@ -44,14 +45,6 @@ class Sources {
     const DataReference* reference;
     std::unique_ptr<ByteSource> source;
   };
-
-  std::unique_ptr<ByteSource> Make(const DataReference& reference) const {
-    if (const auto* memory = std::get_if<InMemory>(&reference)) {
-      return std::make_unique<MemorySource>(*memory->data);
-    }
-    const auto* file = std::get_if<OtherFile>(&reference);
-    return std::make_unique<FileSource>(file != nullptr ? file->path : plan_.ownFile.value().path);
-  }
 
   const FilePlan& plan_;
   OutputFile& output_;

@@ -54,11 +54,23 @@ struct MediaSettings {
   Siblings siblings, infoSiblings, dataSiblings;
 };
 
+// Samples on their way into a media. Their data are held in memory until a movie file is written.
+struct NewSamples {
+  InMemory block;
+  std::uint32_t dataReference = 0;  // that of the media for `block`
+  SampleRows rows;
+};
+
+struct TrackRecord;
+
 struct MediaRecord : MediaSettings {
+  TrackRecord* track = nullptr;  // the track that owns the media
   std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
   std::vector<DataReference> dataReferences;
   std::vector<SampleDescription> descriptions;
   SampleTable samples;
+  std::optional<NewSamples> newSamples;  // there while the media is open for them
+  std::optional<std::uint32_t> textEncoding;  // that further text samples are marked with
 
   FourCC Type() const { return handler.subtype; }
   // The description used by samples whose description index is `index`.
@@ -71,6 +83,16 @@ struct MediaRecord : MediaSettings {
   // The index of a description with equal bytes and the same reference, from `first` on; added when
   // there is none.
   std::uint32_t FindOrAdd(const SampleDescription& description, std::size_t first = 0);
+
+  // Opens the media for samples: behind those in the block of memory that its first data reference
+  // is, else in a block of its own. Throws Refused: dataAlreadyOpenForWrite, noDefaultDataRef (no
+  // reference), dataNotOpenForWrite (one that leads nowhere).
+  void BeginEdits();
+  // Adds one; returns the media time at which it will stand. Throws Refused: dataNotOpenForWrite,
+  // invalidDuration (one that has no room in a file).
+  MediaTime AddSample(ByteSpan bytes, SampleDescription description, std::int64_t duration);
+  // Closes it: what was added are samples now. Throws Refused: dataAlreadyClosed.
+  void EndEdits();
 
   // Re-expresses all times of the samples in `newScale`. Throws Refused (invalidDuration).
   void SetScale(std::int32_t newScale);

@@ -20,20 +20,17 @@ std::uint64_t Now() {
   return kUnixEpoch + static_cast<std::uint64_t>(std::time(nullptr));
 }
 
-Clock TrackRecord::TimeClock() const { return {movie->scale, media ? media->scale : movie->scale}; }
-
-void TrackRecord::Refer(FourCC type, const TrackRecord& target) {
-  auto found = std::ranges::find(references, type, &TrackReferences::type);
-  if (found == references.end()) found = references.insert(found, {type, {}});
-  if (std::ranges::find(found->targets, &target) == found->targets.end()) {
-    found->targets.push_back(&target);
-  }
-}
-
 MovieTime MovieRecord::Duration() const {
   MovieTime longest;
   for (const auto& track : tracks) longest = std::max(longest, track->edits.Duration());
   return longest;
+}
+
+bool MovieRecord::IsIso() const {
+  const auto isIso = [](const auto& track) {
+    return track->media && track->media->handler.componentType == FourCC();
+  };
+  return std::ranges::any_of(tracks, isIso);
 }
 
 TrackRecord& MovieRecord::AddTrack() {
@@ -54,7 +51,7 @@ TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
   TrackRecord& track = AddTrack();
   static_cast<TrackSettings&>(track) = static_cast<const TrackSettings&>(like);
   if (like.media) {
-    static_cast<MediaSettings&>(track.media.emplace()) =
+    static_cast<MediaSettings&>(track.SetMedia({})) =
         static_cast<const MediaSettings&>(*like.media);
     track.media->created = track.media->modified = track.created;
   }
@@ -73,15 +70,16 @@ void MovieRecord::RemoveTrack(const TrackRecord& track) {
 std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
   auto clone = std::make_unique<MovieRecord>();
   static_cast<MovieProperties&>(*clone) = static_cast<const MovieProperties&>(*this);
-  std::map<const TrackRecord*, const TrackRecord*> copies{{nullptr, nullptr}};
+  std::map<const TrackRecord*, TrackRecord*> copies{{nullptr, nullptr}};
   for (const auto& track : tracks) {
     TrackRecord& copy = *clone->tracks.emplace_back(std::make_unique<TrackRecord>(*track));
     copy.movie = clone.get();
+    if (copy.media) copy.media->track = &copy;
     copies[track.get()] = &copy;
   }
   for (const auto& track : clone->tracks) {
     for (TrackReferences& list : track->references) {
-      for (const TrackRecord*& target : list.targets) target = copies.at(target);
+      for (TrackRecord*& target : list.targets) target = copies.at(target);
     }
   }
   return clone;

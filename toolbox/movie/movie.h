@@ -54,6 +54,8 @@ struct MovieRecord : MovieProperties {
 
   // Where the last track ends.
   MovieTime Duration() const;
+  // Whether its media are those of an MPEG-4 file; else they are QuickTime's.
+  bool IsIso() const;
   // A new track at the end of the list, with the next id.
   TrackRecord& AddTrack();
   // A new track with the kind of media and the settings of `like`, without samples, edits or

@@ -51,6 +51,18 @@ const TimeRun& SampleRows::TimeRunOf(std::uint32_t sample) const {
   return RunAt(times, sample, &TimeRun::sample);
 }
 
+void SampleRows::AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
+                           std::uint32_t description) {
+  if (times.empty() || times.back().delta != delta) times.push_back({count, delta, duration});
+  if (chunkRuns.empty() || chunkRuns.back().description != description) {
+    chunkRuns.push_back({count, count, 1, description});
+  }
+  chunkOffsets.push_back(offset);
+  sizes.push_back(size);
+  duration += delta;
+  timed_ = located = ++count;
+}
+
 std::int64_t SampleRows::TimeOf(std::uint32_t sample) const {
   if (sample >= count) return duration;
   const TimeRun& run = TimeRunOf(sample);

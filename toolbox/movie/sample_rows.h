@@ -69,6 +69,10 @@ struct SampleRows {
   void AddOffsets(std::uint32_t samples, std::int32_t offset);
   void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                  std::uint32_t description);
+  // For whoever makes up samples one at a time: one more behind all others, in a chunk of its own
+  // at `offset` of its file, so that none has to be searched for behind others.
+  void AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
+                 std::uint32_t description);
 
   // Decode time of a sample; sample == count gives the end.
   std::int64_t TimeOf(std::uint32_t sample) const;

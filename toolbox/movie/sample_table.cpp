@@ -203,6 +203,32 @@ std::pair<std::uint64_t, std::uint64_t> SampleTable::SamplesShownIn(std::int64_t
   return {*first, *last + 1};
 }
 
+std::optional<std::int64_t> SampleTable::NextShownAfter(std::int64_t time) const {
+  if (Count() == 0 || time >= std::max(Duration(), shownUntil_)) return std::nullopt;
+  if (smallestOffset_ == 0 && largestOffset_ == 0) {
+    const std::uint64_t sample = SampleAt(time);
+    const std::int64_t next = time < 0 ? 0 : TimeOf(sample) + DurationOf(sample);
+    return next < Duration() ? std::optional(next) : std::nullopt;
+  }
+  // None before `start` is shown after `time`; `later` is, and so are all behind it. None from
+  // `end` on is shown before `later`.
+  const std::uint64_t start = SampleAt(time - largestOffset_);
+  const std::uint64_t later = SampleAt(time - smallestOffset_) + 1;
+  const std::uint64_t end =
+      SampleAt(TimeOf(later) + std::int64_t{largestOffset_} - smallestOffset_) + 1;
+  std::optional<std::int64_t> earliest;
+  ForEachStretch(start, end,
+                 [&](std::uint64_t, std::uint32_t count, std::int64_t shown, std::int64_t delta) {
+                   std::int64_t candidate = shown;
+                   if (shown <= time && delta != 0)
+                     candidate = shown + ((time - shown) / delta + 1) * delta;
+                   const bool isIn =
+                       candidate > time && candidate <= shown + (std::int64_t{count} - 1) * delta;
+                   if (isIn && (!earliest || candidate < *earliest)) earliest = candidate;
+                 });
+  return earliest;
+}
+
 std::pair<std::uint64_t, std::uint64_t> SampleTable::WholePackets(std::uint64_t from,
                                                                   std::uint64_t to) const {
   const auto aligned = [this](std::uint64_t sample, bool up) {

@@ -59,6 +59,8 @@ class SampleTable {
   // The samples [first, second) that are decoded to show the media times [from, to): those shown
   // and all between them, not what they depend on.
   std::pair<std::uint64_t, std::uint64_t> SamplesShownIn(std::int64_t from, std::int64_t to) const;
+  // When the next sample after the media time `time` begins to be shown.
+  std::optional<std::int64_t> NextShownAfter(std::int64_t time) const;
   // The smallest stretch around [from, to) that splits no packet.
   std::pair<std::uint64_t, std::uint64_t> WholePackets(std::uint64_t from, std::uint64_t to) const;
   // The samples [first, second) of the same file as `sample`: none beyond them has to do with it.

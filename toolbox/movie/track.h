@@ -19,7 +19,7 @@ struct MovieRecord;
 // References of one type to other tracks of the movie; null where a file named a track it lacks.
 struct TrackReferences {
   FourCC type;
-  std::vector<const struct TrackRecord*> targets;
+  std::vector<struct TrackRecord*> targets;
 };
 
 // What a new track like another takes over.
@@ -49,8 +49,19 @@ struct TrackRecord : TrackSettings {
 
   bool IsEnabled() const { return (flags & kEnabled) != 0; }
   Clock TimeClock() const;
+  // Gives the track its media.
+  MediaRecord& SetMedia(MediaRecord record);
+
   // Adds `target` to the references of that type unless it is there.
-  void Refer(FourCC type, const TrackRecord& target);
+  void Refer(FourCC type, TrackRecord& target);
+  // References of one type are numbered from 1.
+  std::size_t CountReferences(FourCC type) const;
+  // The track referred to, null where there is none.
+  TrackRecord* Reference(FourCC type, std::size_t number) const;
+  // Appends one, be it there already or not, and returns its number.
+  std::size_t AddReference(FourCC type, TrackRecord& target);
+  // Later ones of the type move down. Throws Refused: badTrackIndex.
+  void RemoveReference(FourCC type, std::size_t number);
 };
 
 }  // namespace toolbox

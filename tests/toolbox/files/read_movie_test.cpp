@@ -100,7 +100,8 @@ TEST_F(ReadMovie, TellsWhatTheHeadersSay) {
   EXPECT_EQ(std::pair(track.width, track.height), std::pair(5, 6));
   EXPECT_EQ(track.userData, items);
   ASSERT_EQ(track.references.size(), 1U);
-  EXPECT_EQ(track.references[0].targets, (std::vector<const TrackRecord*>{&track, nullptr}));
+  EXPECT_EQ(track.references[0].targets,
+            (std::vector{movie->tracks[0].get(), static_cast<TrackRecord*>(nullptr)}));
   EXPECT_EQ(track.media->scale, 44100);
   EXPECT_EQ(track.media->language, 0x15C7);
   EXPECT_EQ(track.media->quality, 9);

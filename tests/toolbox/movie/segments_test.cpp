@@ -138,8 +138,7 @@ TEST(InsertMovieSegment, KeepsReferencesBetweenTracksThatCameAlong) {
     ASSERT_EQ(movie.tracks.size(), 2U);
     ASSERT_EQ(video.references.size(), 1U);
     EXPECT_EQ(video.references[0].type, kChapters);
-    EXPECT_EQ(video.references[0].targets,
-              (std::vector<const TrackRecord*>{movie.tracks[1].get()}));
+    EXPECT_EQ(video.references[0].targets, (std::vector<TrackRecord*>{movie.tracks[1].get()}));
   }
   EXPECT_EQ(movie.tracks[1]->edits.Edits(),
             (Edits{{{0}, {1800}, {-1}}, {{1800}, {1800}, {0}}, {{3600}, {1800}, {0}}}));

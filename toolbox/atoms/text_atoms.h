@@ -1,0 +1,81 @@
+// The atoms of text media, QuickTime's: its header, the description and the parts of its samples.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "toolbox/atoms/fields.h"
+
+namespace toolbox {
+
+struct GenericMediaInformation {  // 'gmin'
+  static constexpr FourCC kType{"gmin"};
+  std::uint32_t versionAndFlags = 0;
+  std::uint16_t mode = 0x40;  // of laying it over what is below: dither copy
+  std::uint16_t red = 0x8000, green = 0x8000, blue = 0x8000;
+  std::int16_t balance = 0;
+  std::uint16_t reserved = 0;
+  static void Fields(auto& io, auto& information) {
+    io("version", information.versionAndFlags);
+    io("mode", information.mode);
+    io("red", information.red);
+    io("green", information.green);
+    io("blue", information.blue);
+    io("balance", information.balance);
+    io("reserved", information.reserved);
+  }
+};
+
+struct TextMediaInformation {  // 'text' in 'gmhd'
+  static constexpr FourCC kType{"text"};
+  std::array<std::int32_t, 9> matrix{0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
+  static void Fields(auto& io, auto& information) {
+    for (auto& element : information.matrix) io("matrix", element);
+  }
+};
+
+struct TextDescription {  // 'text' in 'stsd'
+  static constexpr FourCC kType{"text"};
+  struct Color {
+    std::uint16_t red = 0, green = 0, blue = 0;
+    static void Fields(auto& io, auto& color) {
+      io("red", color.red);
+      io("green", color.green);
+      io("blue", color.blue);
+    }
+  };
+  std::array<std::uint8_t, 6> reserved{};
+  std::uint16_t dataReference = 1;  // number
+  std::uint32_t displayFlags = 0;
+  std::int32_t justification = 0;
+  Color background, foreground;
+  std::array<std::int16_t, 4> box{};  // top, left, bottom, right
+  std::array<std::uint8_t, 8> reserved2{};
+  std::uint16_t font = 0, face = 0;
+  std::array<std::uint8_t, 3> reserved3{};
+  Bytes fontName{0};  // its length, then the name
+
+  static void Fields(auto& io, auto& text) {
+    io("reserved", text.reserved);
+    io("dataReference", text.dataReference);
+    io("displayFlags", text.displayFlags);
+    io("justification", text.justification);
+    TextDescription::Color::Fields(io, text.background);
+    for (auto& side : text.box) io("box", side);
+    io("reserved", text.reserved2);
+    io("font", text.font);
+    io("face", text.face);
+    io("reserved", text.reserved3);
+    TextDescription::Color::Fields(io, text.foreground);
+    io.Rest("fontName", text.fontName);
+  }
+};
+
+struct TextEncodingMark {  // 'encd', behind the text of a sample
+  static constexpr FourCC kType{"encd"};
+  std::uint32_t encoding = 0;
+  static void Fields(auto& io, auto& mark) { io("encoding", mark.encoding); }
+};
+
+}  // namespace toolbox

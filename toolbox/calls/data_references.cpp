@@ -1,0 +1,52 @@
+#include "toolbox/calls/data_references.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kAlias{"alis"}, kMemory{"hndl"};
+
+// The block of memory that the handle stands for: the one it has stood for before, or a new one.
+InMemory BlockOf(HandleRecord& handle) {
+  if (!handle.block) {
+    const DataReference stated = ReadDataReference({kMemory, 0, handle.bytes}, {}, false);
+    if (const auto* memory = std::get_if<InMemory>(&stated)) {
+      handle.block = memory->data;
+    } else if (std::ranges::all_of(handle.bytes, [](std::uint8_t byte) { return byte == 0; })) {
+      handle.block = std::make_shared<Bytes>();
+    } else {
+      throw Refused{invalidDataRef};
+    }
+  }
+  return {handle.block};
+}
+
+}  // namespace
+
+DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile) {
+  if (dataRef != nullptr && type == kMemory) return BlockOf(*dataRef);
+  const OtherFile file{PathOf(dataRef, type)};
+  if (file == ownFile) return ThisFile{};
+  return file;
+}
+
+Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
+                 FourCC& type) {
+  auto handle = std::make_unique<HandleRecord>();
+  const auto* file = std::get_if<OtherFile>(&reference);
+  if (std::holds_alternative<ThisFile>(reference) && ownFile) file = &*ownFile;
+  if (const auto* memory = std::get_if<InMemory>(&reference)) {
+    handle->block = memory->data;
+    type = kMemory;
+  } else if (file != nullptr) {
+    handle->bytes = AliasRecord(file->path, {});
+    type = kAlias;
+  } else {
+    throw Refused{noDataHandler};
+  }
+  return handle.release();
+}
+
+}  // namespace toolbox

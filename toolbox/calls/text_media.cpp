@@ -1,0 +1,51 @@
+// Text media: samples of text and how they look.
+#include <cstring>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/files/new_media.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+namespace {
+
+TextDescription::Color ColorOf(const RGBColor* color) {
+  if (color == nullptr) return {};
+  return {color->red, color->green, color->blue};
+}
+
+}  // namespace
+
+OSErr TextMediaSetTextSampleData(MediaHandler handler, const void* data, FourCC kind) {
+  return Call("TextMediaSetTextSampleData", [&] {
+    MediaRecord& media = Valid(handler);
+    if (data == nullptr || kind != TextEncodingMark::kType) throw Refused{paramErr};
+    std::memcpy(&media.textEncoding.emplace(), data, sizeof(std::uint32_t));
+  });
+}
+
+OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32_t size,
+                             std::int16_t font, std::int16_t, std::uint8_t face,
+                             const RGBColor* textColor, const RGBColor* backColor,
+                             std::int16_t justification, const Rect* box, std::int32_t displayFlags,
+                             TimeValue, std::int16_t, std::int16_t, const RGBColor*,
+                             TimeValue duration, TimeValue* sampleTime) {
+  return Call("TextMediaAddTextSample", [&] {
+    MediaRecord& media = Valid(handler);
+    if (text == nullptr && size > 0) throw Refused{paramErr};
+    TextDescription look;
+    look.displayFlags = static_cast<std::uint32_t>(displayFlags);
+    look.justification = justification;
+    look.background = ColorOf(backColor);
+    look.foreground = ColorOf(textColor);
+    if (box != nullptr) look.box = {box->top, box->left, box->bottom, box->right};
+    look.font = static_cast<std::uint16_t>(font);
+    look.face = face;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text);
+    const MediaTime time = media.AddSample(TextSample({bytes, size}, media.textEncoding),
+                                           DescriptionOf(look), duration);
+    if (sampleTime != nullptr) *sampleTime = time.units;
+  });
+}
+
+}  // namespace toolbox

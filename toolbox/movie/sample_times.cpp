@@ -1,0 +1,71 @@
+#include "toolbox/movie/sample_times.h"
+
+#include <algorithm>
+
+namespace toolbox {
+namespace {
+
+// The media time that an edit shows `into` movie units behind its start.
+MediaTime Shows(const Edit& edit, MovieTime into, Clock clock) {
+  return edit.mediaTime + clock.Shown(into, edit.rate, Rounding::kDown);
+}
+
+// The first movie time at which an edit has come to `time`.
+MovieTime Reaches(const Edit& edit, MediaTime time, Clock clock) {
+  return edit.start + clock.Lasting(time - edit.mediaTime, edit.rate, Rounding::kUp);
+}
+
+// The sample on show at `start`, which begins there or before the edit does.
+std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
+                                       const TrackRecord& track) {
+  const SampleTable& samples = track.media->samples;
+  const Clock clock = track.TimeClock();
+  const std::int64_t time = Shows(edit, start - edit.start, clock).units;
+  const auto [first, last] = samples.SamplesShownIn(time, time + 1);
+  if (first == last) return std::nullopt;
+  const MediaTime end{
+      samples.NextShownAfter(time).value_or(std::max(samples.Duration(), samples.ShownUntil()))};
+  const MovieTime until = std::min(edit.End(), Reaches(edit, end, clock));
+  if (until <= start) return std::nullopt;
+  return SampleOnShow{start, until - start};
+}
+
+// The first sample that begins at or after `from` within the edit.
+std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
+                                        const TrackRecord& track) {
+  if (from <= edit.start) {
+    if (const auto found = OnShowFrom(edit.start, edit, track)) return found;
+    from = edit.start + MovieTime{1};
+  }
+  const Clock clock = track.TimeClock();
+  const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
+  const auto next = track.media->samples.NextShownAfter(before.units);
+  if (!next) return std::nullopt;
+  // Of those that begin within one unit the last is on show when it is over.
+  const MovieTime start = std::max(from, Reaches(edit, {*next}, clock));
+  return start < edit.End() ? OnShowFrom(start, edit, track) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<SampleOnShow> NextSampleOnShow(const TrackRecord& track, MovieTime from,
+                                             bool atFromToo) {
+  if (!track.media || track.media->samples.Count() == 0) return std::nullopt;
+  if (!atFromToo) from += MovieTime{1};
+  const std::vector<Edit>& edits = track.edits.Edits();
+  for (auto edit = std::ranges::upper_bound(edits, from, {}, &Edit::End); edit != edits.end();
+       ++edit) {
+    if (edit->IsEmpty()) continue;
+    if (const auto found = FirstOnShow(from, *edit, track)) return found;
+  }
+  return std::nullopt;
+}
+
+std::optional<MediaTime> MediaTimeAt(const TrackRecord& track, MovieTime time) {
+  const std::vector<Edit>& edits = track.edits.Edits();
+  const auto edit = std::ranges::upper_bound(edits, time, {}, &Edit::End);
+  if (edit == edits.end() || edit->IsEmpty() || edit->start > time) return std::nullopt;
+  return Shows(*edit, time - edit->start, track.TimeClock());
+}
+
+}  // namespace toolbox
