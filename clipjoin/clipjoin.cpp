@@ -2,11 +2,14 @@
 
 #include <iostream>
 #include <tuple>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "chapter/playback.h"
 #include "clipjoin/combine.h"
 #include "clipjoin/command_line.h"
+#include "clipjoin/gather_chapters.h"
 #include "clipjoin/report.h"
 #include "toolbox/toolbox.h"
 #include "utils/edit_lists.h"
@@ -34,16 +37,6 @@ const char* NotBuilt(const CommandLine& line) {
   const OutputOptions& output = line.output;
   if (output.uniqueTracks) return "-unique-tracks";
   if (output.manualJoin) return "-manual-join";
-  if (output.chapterToolXml) return "-chapter-tool-xml";
-  if (output.chapterTrackName) return "-chapter-track";
-  if (output.autoChapters) return "-auto-chapters";
-  if (output.addedChaptersSeen) return "-add-chapter";
-  for (const input::InputMovie& input : line.inputs) {
-    const FileOptions& file = input.options;
-    if (!file.includeChapters.empty()) return "-chapter";
-    if (!file.excludeChapters.empty()) return "-nochapter";
-    if (file.listChapters) return "-chaplist";
-  }
   return nullptr;
 }
 
@@ -62,8 +55,10 @@ int Run(std::span<const char* const> arguments) {
 
   // The first input's movie becomes the output, the others are joined to it.
   toolbox::Movie output = nullptr;
+  std::vector<chapter::Chapter> chapters = line.output.addedChapters;
   for (input::InputMovie& input : line.inputs) {
     const toolbox::Movie movie = input.Open();
+    AddAutomaticChapter(line.output, input.options, movie, output, chapters);
     if (output == nullptr) {
       output = movie;
     } else {
@@ -71,9 +66,11 @@ int Run(std::span<const char* const> arguments) {
     }
   }
   if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
+  AttachChapters(output, line, std::move(chapters));
   if (line.output.removeOutputEditList) utils::RemoveEditLists(output);
   chapter::ApplyPlaybackFlags(output, line.output);
   const int status = utils::FinishOutput(output, line);
+  WriteChapterXml(output, line.output);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();
   return Close(line.output.quiet, status);
 }

@@ -18,6 +18,7 @@ struct CallSite {
 };
 
 inline constexpr char kClipjoinSource[] = "clipjoin.cpp";
+inline constexpr char kChapterSource[] = "chapter.cpp";
 inline constexpr char kUtilsSource[] = "utils.cpp";
 
 // A failed call that ends a piece of work; caught where that work began.

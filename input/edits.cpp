@@ -6,6 +6,7 @@
 #include <optional>
 #include <tuple>
 
+#include "chapter/chapter.h"
 #include "clipjoin/report.h"
 #include "input/track_selection.h"
 #include "utils/edit_lists.h"
@@ -151,6 +152,7 @@ void SetRate(Movie movie, double rate) {
 }  // namespace
 
 void EditMovie(Movie movie, const FileOptions& options) {
+  chapter::FilterChapters(movie, options);
   const TrackSelection tracks(movie, options);
   SetTimeScale(movie, tracks, options);
   if (options.removeEditList) utils::RemoveEditLists(movie);

@@ -17,14 +17,14 @@ Track OfType(Movie movie, std::int32_t number, FourCC type) {
   return toolbox::GetMovieIndTrackType(movie, number, type, toolbox::movieTrackMediaType);
 }
 
+}  // namespace
+
 std::string KindName(Track track) {
   std::array<unsigned char, 256> name{};
   std::ignore = toolbox::MediaGetName(toolbox::GetMediaHandler(toolbox::GetTrackMedia(track)),
                                       name.data(), 0, nullptr);
   return {name.begin() + 1, name.begin() + 1 + name[0]};
 }
-
-}  // namespace
 
 std::string TrackName(Movie movie, Track track) {
   const utils::OwnedHandle item;

@@ -8,6 +8,8 @@
 
 namespace input {
 
+// What the kind of the track's media is called: "Sound".
+std::string KindName(toolbox::Track track);
 // The name that the track's user data give it, else its kind and, where the movie has more of that
 // kind, its place among them: "Sound Track 2".
 std::string TrackName(toolbox::Movie movie, toolbox::Track track);

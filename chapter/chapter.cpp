@@ -1,0 +1,137 @@
+#include "chapter/chapter.h"
+
+#include <algorithm>
+#include <iostream>
+#include <set>
+#include <tuple>
+
+#include "chapter/playback.h"
+#include "chapter/text.h"
+#include "clipjoin/options.h"
+#include "utils/owned_handle.h"
+
+namespace chapter {
+namespace {
+
+using toolbox::ByteSpan;
+using toolbox::FourCC;
+using toolbox::Media;
+using toolbox::Movie;
+using toolbox::TimeValue;
+using toolbox::Track;
+
+constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterList{"chpl"};
+
+// Text is at most 64 KiB, and what may follow says how it looks.
+constexpr std::int32_t kLongestSample = 1 << 20;
+
+std::uint32_t BigEndian(ByteSpan bytes) {
+  std::uint32_t value = 0;
+  for (const std::uint8_t byte : bytes) value = value << 8 | byte;
+  return value;
+}
+
+// The tracks that others name as their chapters, each once.
+std::vector<Track> ChapterTracks(Movie movie) {
+  std::vector<Track> tracks;
+  std::set<Track> known;
+  const std::int32_t count = toolbox::GetMovieTrackCount(movie);
+  for (std::int32_t i = 1; i <= count; ++i) {
+    const Track track = toolbox::GetMovieIndTrack(movie, i);
+    if (track == nullptr) break;
+    const std::int32_t references = toolbox::GetTrackReferenceCount(track, kChapters);
+    for (std::int32_t number = 1; number <= references; ++number) {
+      const Track chapters = toolbox::GetTrackReference(track, kChapters, number);
+      if (chapters != nullptr && known.insert(chapters).second) tracks.push_back(chapters);
+    }
+  }
+  return tracks;
+}
+
+bool IsText(Media media) {
+  FourCC type;
+  toolbox::GetMediaHandlerDescription(media, &type, nullptr, nullptr);
+  return media != nullptr && type == kText;
+}
+
+// The number that the atoms behind the text of a sample give for its encoding.
+toolbox::CFStringEncoding StatedEncoding(ByteSpan atoms) {
+  while (atoms.size() >= 8) {
+    const std::uint32_t size = BigEndian(atoms.first(4));
+    if (size < 8 || size > atoms.size()) break;
+    if (FourCC(BigEndian(atoms.subspan(4, 4))) == kEncoding && size >= 12) {
+      return BigEndian(atoms.subspan(8, 4));
+    }
+    atoms = atoms.subspan(size);
+  }
+  return toolbox::kCFStringEncodingMacRoman;
+}
+
+void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>& chapters) {
+  const Media media = toolbox::GetTrackMedia(track);
+  if (!IsText(media)) return;
+  const utils::OwnedHandle sample;
+  constexpr auto kFirst =
+      static_cast<std::int16_t>(toolbox::nextTimeMediaSample | toolbox::nextTimeEdgeOK);
+  TimeValue time = toolbox::GetTrackOffset(track), duration = 0;
+  toolbox::GetTrackNextInterestingTime(track, kFirst, time, toolbox::fixedOne, &time, &duration);
+  while (time != -1) {
+    const TimeValue mediaTime = toolbox::TrackTimeToMediaTime(time, track);
+    const bool isRead =
+        toolbox::GetMediaSample(media, sample, kLongestSample, nullptr, mediaTime, nullptr, nullptr,
+                                nullptr, nullptr, 1, nullptr, nullptr) == toolbox::noErr;
+    // One that cannot be read is a chapter all the same, without a title.
+    chapters.push_back({scale, time, duration, isRead ? ChapterTitle(sample.Bytes()) : ""});
+    toolbox::GetTrackNextInterestingTime(track, toolbox::nextTimeMediaSample, time,
+                                         toolbox::fixedOne, &time, &duration);
+  }
+}
+
+}  // namespace
+
+std::string ChapterTitle(ByteSpan sample) {
+  if (sample.size() < 2) return {};
+  const std::size_t size = std::min<std::size_t>(BigEndian(sample.first(2)), sample.size() - 2);
+  const ByteSpan text = sample.subspan(2, size);
+  toolbox::CFStringEncoding encoding = StatedEncoding(sample.subspan(2 + size));
+  if (encoding == toolbox::kCFStringEncodingUnicode) {
+    // Most writers that say so mean UTF-8, we among them; UTF-16 starts with its byte order.
+    const std::uint32_t mark = size < 2 ? 0 : BigEndian(text.first(2));
+    if (mark != 0xFEFF && mark != 0xFFFE) encoding = toolbox::kCFStringEncodingUTF8;
+  }
+  return ConvertTextEncoding(std::string(text.begin(), text.end()), encoding,
+                             toolbox::kCFStringEncodingUTF8);
+}
+
+std::vector<Chapter> ReadChapters(Movie movie) {
+  std::vector<Chapter> chapters;
+  const toolbox::TimeScale scale = toolbox::GetMovieTimeScale(movie);
+  for (const Track track : ChapterTracks(movie)) ReadChaptersOf(track, scale, chapters);
+  return chapters;
+}
+
+bool HasChapters(Movie movie) { return !ReadChapters(movie).empty(); }
+
+void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
+  const std::set<std::string>&included = options.includeChapters,
+        &excluded = options.excludeChapters;
+  if (!options.listChapters && included.empty() && excluded.empty()) return;
+  if (options.listChapters) std::cout << "Chapter list for " << options.path << ":\n";
+  std::vector<Chapter> dropped;
+  for (Chapter& chapter : ReadChapters(movie)) {
+    const bool isKept =
+        (included.empty() || included.contains(chapter.title)) && !excluded.contains(chapter.title);
+    if (options.listChapters) {
+      std::cout << '\t' << (isKept ? "* " : "  ") << chapter.title << '\n';
+    }
+    if (!isKept) dropped.push_back(std::move(chapter));
+  }
+  // From the last to the first: what is still to be dropped stays where it is.
+  for (auto chapter = dropped.rbegin(); chapter != dropped.rend(); ++chapter) {
+    std::ignore = toolbox::DeleteMovieSegment(movie, chapter->start, chapter->duration);
+  }
+  // A second list that some files keep would still tell of all.
+  if (!dropped.empty()) std::ignore = RemoveMovieUserData(movie, kChapterList);
+}
+
+}  // namespace chapter

@@ -1,0 +1,168 @@
+// Chapters made into a chapter track.
+#include <algorithm>
+#include <iostream>
+#include <tuple>
+
+#include "chapter/chapter.h"
+#include "chapter/playback.h"
+#include "clipjoin/report.h"
+
+namespace chapter {
+namespace {
+
+using clipjoin::CallSite;
+using clipjoin::kChapterSource;
+using toolbox::FourCC;
+using toolbox::Handle;
+using toolbox::Media;
+using toolbox::Movie;
+using toolbox::OSErr;
+using toolbox::Track;
+
+constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterList{"chpl"};
+constexpr FourCC kSeen{"eyes"}, kHeard{"ears"}, kMemory{"hndl"};
+
+constexpr CallSite kSetSampleData{"TextMediaSetTextSampleData", kChapterSource, 208};
+constexpr CallSite kBeginEdits{"BeginMediaEdits", kChapterSource, 210};
+constexpr CallSite kAddSample{"TextMediaAddTextSample", kChapterSource, 224};
+constexpr CallSite kEndEdits{"EndMediaEdits", kChapterSource, 226};
+constexpr CallSite kInsertMedia{"InsertMediaIntoTrack", kChapterSource, 230};
+constexpr CallSite kAddReference{"AddTrackReference", kChapterSource, 261};
+
+__extension__ using Wide = __int128;
+
+// units * to / from, cut off; a result that has no room becomes the nearest that has.
+std::int64_t Scaled(std::int64_t units, std::int64_t to, std::int64_t from) {
+  constexpr Wide kLowest = INT64_MIN, kHighest = INT64_MAX;
+  return static_cast<std::int64_t>(std::clamp(Wide{units} * to / from, kLowest, kHighest));
+}
+
+bool StartsBefore(const Chapter& a, const Chapter& b) {
+  return Wide{a.start} * b.scale < Wide{b.start} * a.scale;
+}
+
+// Drops the chapters, which are sorted, that start behind the end of the movie.
+void DropLate(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t movieScale) {
+  const auto late = std::ranges::find_if(chapters, [&](const Chapter& chapter) {
+    return chapter.start > Scaled(end, chapter.scale, movieScale);
+  });
+  if (late == chapters.end()) return;
+  std::cerr << "Chapter " << late->title << " starts after the end of the movie.\n";
+  chapters.erase(late, chapters.end());
+}
+
+// Each lasts until the next, the last until the end of the movie.
+void SetDurations(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t movieScale) {
+  for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
+    const Chapter& next = chapters[i + 1];
+    Chapter& chapter = chapters[i];
+    chapter.duration = Scaled(next.start, chapter.scale, next.scale) - chapter.start;
+  }
+  Chapter& last = chapters.back();
+  last.duration = Scaled(end, last.scale, movieScale) - last.start;
+}
+
+// The time scale of the first chapter; a coarser one where a file, which has 32 bits for the length
+// of a sample, has no room for one of them.
+std::int32_t MediaScaleFor(const std::vector<Chapter>& chapters) {
+  std::int32_t scale = chapters.front().scale;
+  const auto hasRoom = [&](const Chapter& chapter) {
+    return Scaled(chapter.duration, scale, chapter.scale) <= INT32_MAX;
+  };
+  while (scale > 1 && !std::ranges::all_of(chapters, hasRoom)) scale /= 2;
+  return scale;
+}
+
+// A text media whose data go where the movie's new data go, or into a block of memory of its own.
+Media NewTextMedia(Movie movie, Track track, std::int32_t scale) {
+  Handle place = nullptr;
+  FourCC type;
+  if (toolbox::GetMovieDefaultDataRef(movie, &place, &type) != toolbox::noErr) {
+    // A handle and a name that are not there yet, and no data to start with.
+    static constexpr std::uint8_t kNoData[] = {0, 0, 0, 8, 'd', 'a', 't', 'a'};
+    place = toolbox::NewHandleClear(5);
+    type = kMemory;
+    std::ignore = toolbox::PtrAndHand(kNoData, place, sizeof kNoData);
+  }
+  const Media media = toolbox::NewTrackMedia(track, kText, scale, place, type);
+  toolbox::DisposeHandle(place);
+  return media;
+}
+
+// Whether the call went well; if not, it has been reported.
+bool Went(const CallSite& site, OSErr code) {
+  clipjoin::Report(site, code);
+  return code == toolbox::noErr;
+}
+
+bool AddSample(Media media, const Chapter& chapter, std::int32_t scale) {
+  constexpr toolbox::Rect kNoBox;
+  return Went(kAddSample,
+              toolbox::TextMediaAddTextSample(
+                  media, chapter.title.data(), static_cast<std::uint32_t>(chapter.title.size()), 0,
+                  0, 0, nullptr, nullptr, toolbox::teJustCenter, &kNoBox, toolbox::dfClipToTextBox,
+                  0, 0, 0, nullptr, Scaled(chapter.duration, scale, chapter.scale), nullptr));
+}
+
+bool AddSamples(Media media, const std::vector<Chapter>& chapters, std::int32_t scale) {
+  const std::uint32_t encoding = toolbox::kCFStringEncodingUnicode;
+  if (!Went(kSetSampleData, toolbox::TextMediaSetTextSampleData(toolbox::GetMediaHandler(media),
+                                                                &encoding, kEncoding)) ||
+      !Went(kBeginEdits, toolbox::BeginMediaEdits(media))) {
+    return false;
+  }
+  const auto add = [&](const Chapter& chapter) { return AddSample(media, chapter, scale); };
+  return std::ranges::all_of(chapters, add) && Went(kEndEdits, toolbox::EndMediaEdits(media));
+}
+
+}  // namespace
+
+Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie) {
+  const std::int64_t end = toolbox::GetMovieDuration(movie);
+  const std::int32_t movieScale = toolbox::GetMovieTimeScale(movie);
+  std::ranges::stable_sort(chapters, StartsBefore);
+  DropLate(chapters, end, movieScale);
+  if (chapters.empty()) return nullptr;
+  SetDurations(chapters, end, movieScale);
+
+  const Track track = toolbox::NewMovieTrack(movie, 0, 0, 0);
+  if (track == nullptr) return nullptr;
+  toolbox::SetTrackEnabled(track, false);
+  const std::int32_t scale = MediaScaleFor(chapters);
+  const Media media = NewTextMedia(movie, track, scale);
+  if (!AddSamples(media, chapters, scale)) return nullptr;
+  const Chapter& first = chapters.front();
+  const bool isShown =
+      Went(kInsertMedia,
+           toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
+                                         toolbox::GetMediaDuration(media), toolbox::fixedOne));
+  return isShown ? track : nullptr;
+}
+
+OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
+  constexpr std::int32_t kEnabledOfKind =
+      toolbox::movieTrackCharacteristic | toolbox::movieTrackEnabledOnly;
+  for (const FourCC kind : {kSeen, kHeard}) {
+    if (target == nullptr) target = toolbox::GetMovieIndTrackType(movie, 1, kind, kEnabledOfKind);
+  }
+  if (target == nullptr) return toolbox::trackNotInMovie;
+  for (std::int32_t i = toolbox::GetMovieTrackCount(movie); i > 0; --i) {
+    const Track track = toolbox::GetMovieIndTrack(movie, i);
+    for (std::int32_t left = toolbox::GetTrackReferenceCount(track, kChapters); left > 0; --left) {
+      std::ignore = toolbox::DeleteTrackReference(track, kChapters, left);
+    }
+  }
+  // A second list that some files keep would contradict the track.
+  std::ignore = RemoveMovieUserData(movie, kChapterList);
+  const OSErr code = toolbox::AddTrackReference(target, chapterTrack, kChapters, nullptr);
+  clipjoin::Report(kAddReference, code);
+  return code;
+}
+
+OSErr AddChapterTrack(const std::vector<Chapter>& chapters, Movie movie, Track target) {
+  const Track track = BuildChapterTrack(chapters, movie);
+  if (track == nullptr) return toolbox::GetMoviesError();
+  return AddChapterReference(movie, track, target);
+}
+
+}  // namespace chapter

@@ -1,0 +1,94 @@
+#include "clipjoin/gather_chapters.h"
+
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+#include "chapter/annotations.h"
+#include "chapter/xml.h"
+#include "clipjoin/report.h"
+#include "input/track_names.h"
+
+namespace clipjoin {
+namespace {
+
+using chapter::Chapter;
+using toolbox::Movie;
+using toolbox::Track;
+
+// The name of a file without its folder and what follows its last dot.
+std::string PlainName(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return name.substr(0, name.rfind('.'));
+}
+
+std::string AutomaticTitle(const FileOptions& file, Movie movie) {
+  if (!file.chapterName.empty()) return file.chapterName;
+  const std::string title = chapter::GetMovieFullName(movie);
+  return title.empty() ? PlainName(file.path) : title;
+}
+
+// The track that is named to be the chapter track; null when none is, or it cannot be.
+Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
+  if (!name) return nullptr;
+  const Track track = input::FindTrackByName(movie, *name);
+  if (track == nullptr) {
+    std::cerr << "No track named " << *name << " found in final movie.\nTrack names:\n";
+    for (const std::string& other : input::TrackNames(movie)) std::cerr << other << '\n';
+    return nullptr;
+  }
+  toolbox::FourCC type;
+  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(track), &type, nullptr, nullptr);
+  if (type == toolbox::FourCC{"text"}) return track;
+  std::cerr << "The track named " << *name << " is a " << input::KindName(track)
+            << " track.\nChapter tracks must be text tracks.\n";
+  return nullptr;
+}
+
+// New media of the movie are held in memory until it is written.
+void KeepNewMediaInMemory(Movie movie) {
+  constexpr toolbox::FourCC kMemory{"hndl"};
+  constexpr std::int64_t kHandleSize = 4;
+  const toolbox::Handle reference = toolbox::NewHandleClear(kHandleSize);
+  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, kMemory);
+  toolbox::DisposeHandle(reference);
+}
+
+}  // namespace
+
+void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, Movie movie,
+                         Movie output, std::vector<Chapter>& chapters) {
+  if (!wanted.autoChapters) return;
+  if (wanted.autoChaptersMerge && chapter::HasChapters(movie)) return;
+  Chapter whole;
+  whole.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie);
+  whole.start = output != nullptr ? toolbox::GetMovieDuration(output) : 0;
+  whole.title = AutomaticTitle(file, movie);
+  chapters.push_back(std::move(whole));
+}
+
+void AttachChapters(Movie output, const CommandLine& line, std::vector<Chapter> chapters) {
+  const OutputOptions& wanted = line.output;
+  if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
+    for (Chapter& there : chapter::ReadChapters(output)) chapters.push_back(std::move(there));
+  }
+  const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
+  toolbox::OSErr code = toolbox::noErr;
+  if (!chapters.empty()) {
+    if (!line.SavesInPlace()) KeepNewMediaInMemory(output);
+    code = chapter::AddChapterTrack(chapters, output, nullptr);
+  } else if (named != nullptr) {
+    code = chapter::AddChapterReference(output, named, nullptr);
+  }
+  Report({"chapter::AddChapterTrack", kClipjoinSource}, code);
+}
+
+void WriteChapterXml(Movie output, const OutputOptions& wanted) {
+  if (!wanted.chapterToolXml) return;
+  std::ofstream file(*wanted.chapterToolXml, std::ios::trunc);
+  if (file) chapter::WriteChapterToolXml(file, chapter::ReadChapters(output));
+}
+
+}  // namespace clipjoin
