@@ -130,8 +130,13 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
   for (auto chapter = dropped.rbegin(); chapter != dropped.rend(); ++chapter) {
     std::ignore = toolbox::DeleteMovieSegment(movie, chapter->start, chapter->duration);
   }
-  // A second list that some files keep would still tell of all.
-  if (!dropped.empty()) std::ignore = RemoveMovieUserData(movie, kChapterList);
+  if (!dropped.empty()) DropStaleList(movie);
+}
+
+void DropStaleList(Movie movie) {
+  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+  if (toolbox::CountUserDataType(data, kChapterList) == 0 || ChapterTracks(movie).empty()) return;
+  std::ignore = RemoveMovieUserData(movie, kChapterList);
 }
 
 }  // namespace chapter

@@ -31,6 +31,10 @@ std::string ChapterTitle(toolbox::ByteSpan sample);
 // out of the movie, with what is shown meanwhile.
 void FilterChapters(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
+// Takes away the list of chapters that some files keep beside their chapter track, where there is a
+// track: whoever edits the movie edits the track alone.
+void DropStaleList(toolbox::Movie movie);
+
 // A new disabled text track with a sample a chapter, sorted by time and each lasting until the
 // next. Chapters that start behind the movie's end are told and left out. Null when there is
 // nothing to build; also when a call fails, which has been reported.

@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "chapter/chapter.h"
-#include "chapter/playback.h"
 #include "clipjoin/report.h"
 
 namespace chapter {
@@ -19,7 +18,7 @@ using toolbox::Movie;
 using toolbox::OSErr;
 using toolbox::Track;
 
-constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterList{"chpl"};
+constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"};
 constexpr FourCC kSeen{"eyes"}, kHeard{"ears"}, kMemory{"hndl"};
 
 constexpr CallSite kSetSampleData{"TextMediaSetTextSampleData", kChapterSource, 208};
@@ -152,10 +151,9 @@ OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
       std::ignore = toolbox::DeleteTrackReference(track, kChapters, left);
     }
   }
-  // A second list that some files keep would contradict the track.
-  std::ignore = RemoveMovieUserData(movie, kChapterList);
   const OSErr code = toolbox::AddTrackReference(target, chapterTrack, kChapters, nullptr);
   clipjoin::Report(kAddReference, code);
+  DropStaleList(movie);
   return code;
 }
 

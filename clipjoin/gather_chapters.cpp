@@ -83,6 +83,7 @@ void AttachChapters(Movie output, const CommandLine& line, std::vector<Chapter> 
     code = chapter::AddChapterReference(output, named, nullptr);
   }
   Report({"chapter::AddChapterTrack", kClipjoinSource}, code);
+  if (line.inputs.size() > 1) chapter::DropStaleList(output);
 }
 
 void WriteChapterXml(Movie output, const OutputOptions& wanted) {

@@ -1,0 +1,299 @@
+#!/usr/bin/env python3
+"""Chapters: those that others wrote, listed and filtered; ours, as other readers find them, however
+the movie was written; and the XML list of them."""
+
+import json
+import re
+import xml.etree.ElementTree
+
+import runs
+from runs import MEDIA, Result
+
+TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # a second each
+NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # only a list
+TWO_SECONDS = "sine=d=2:f="
+
+
+def ffmpeg_chapters(titles, scale=1000, length=1000):
+    rows = [";FFMETADATA1"]
+    for i, title in enumerate(titles):
+        escaped = re.sub(r"([=;#\\])", r"\\\1", title)
+        rows += ["[CHAPTER]", f"TIMEBASE=1/{scale}", f"START={i * length}"]
+        rows += [f"END={(i + 1) * length}", f"title={escaped}"]
+    return "\n".join(rows) + "\n"
+
+
+def chapters(path):
+    """(start in milliseconds, title) of each, as ffprobe tells them."""
+    found = runs.ffprobe(path, "-show_chapters")["chapters"]
+    times = [round(float(c["start_time"]) * 1000) for c in found]
+    return list(zip(times, (c.get("tags", {}).get("title", "") for c in found)))
+
+
+def menu(path):
+    """The same as mediainfo tells them."""
+    told = json.loads(runs.read_by("mediainfo", "--Output=JSON", path)[0])
+    found = []
+    for track in told["media"]["track"]:
+        for key, title in track.get("extra", {}).items() if track["@type"] == "Menu" else ():
+            time = re.fullmatch(r"_(\d\d)_(\d\d)_(\d\d)_(\d\d\d)", key)
+            if time:
+                hours, minutes, seconds, thousandths = map(int, time.groups())
+                found.append((((hours * 60 + minutes) * 60 + seconds) * 1000 + thousandths, title))
+    return found
+
+
+def xml_chapters(path):
+    """(start time as it is written, title) of each."""
+    root = xml.etree.ElementTree.parse(path).getroot()
+    assert (root.tag, root.attrib) == ("chapters", {"version": "1"})
+    assert all([child.tag for child in chapter] == ["title"] for chapter in root)
+    return [(chapter.get("starttime"), chapter[0].text or "") for chapter in root]
+
+
+@runs.has_tools("ffmpeg", "ffprobe", "mediainfo")
+class Chapters(runs.RunTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.clips = runs.temporary_folder(cls)
+        cls.books = {}
+        listed = cls.clips / "chapters.txt"
+        listed.write_text(ffmpeg_chapters(TITLES))
+        for name in ("book.mov", "book.mp4"):
+            cls.books[name] = runs.make_clip(
+                cls.clips / name, "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=4",
+                "-f", "lavfi", "-i", "sine=d=4", "-f", "ffmetadata", "-i", str(listed),
+                "-map_metadata", "2", "-map", "0", "-map", "1", "-c:v", "mpeg4", "-g", "1",
+                "-c:a", "pcm_s16le" if name.endswith("mov") else "aac",
+            )  # fmt: skip
+        cls.plain = runs.make_clip(
+            cls.clips / "plain one.mov", "-f", "lavfi", "-i", TWO_SECONDS + "300",
+            "-c:a", "pcm_s16le",
+        )  # fmt: skip
+        cls.named = runs.make_clip(
+            cls.clips / "2.mp4", "-f", "lavfi", "-i", TWO_SECONDS + "500", "-c:a", "aac",
+            "-metadata", "title=Ein Name",
+        )  # fmt: skip
+
+    def assert_run(self, program, *arguments, out="", err="", status=0, path="out.mov"):
+        done = self.run_in_folder(program, *arguments, "-q", "-o", path)
+        self.assertEqual(done, Result(status, out, err))
+        return self.folder / path
+
+    def assert_chapters(self, path, expected, within=1):
+        """Two readers find them at those milliseconds."""
+        for reader in (chapters, menu):
+            found = reader(path)
+            self.assertEqual([title for _, title in found], [title for _, title in expected])
+            for (time, title), (wanted, _) in zip(found, expected):
+                self.assertLessEqual(abs(time - wanted), within, title)
+
+    def assert_written(self, program, *arguments, expected):
+        """As a reference movie, self-contained with and without a compressed header, and once
+        more out of each."""
+        xml_file = self.folder / "list.xml"
+        for how in ([], ["-self-contained"], ["-self-contained", "-no-compressed-header"]):
+            with self.subTest(how=how):
+                made = self.assert_run(
+                    program, *arguments, *how, "-chapter-tool-xml", xml_file, path="made.mov"
+                )
+                self.assert_chapters(made, expected)
+                listed = [title for _, title in xml_chapters(xml_file)]
+                self.assertEqual(listed, [title for _, title in expected])
+                again = self.assert_run("cliptune", made, "-self-contained", path="again.mov")
+                self.assert_chapters(again, expected)
+        return self.folder / "made.mov"
+
+    def test_of_other_writers_are_listed_and_filtered(self):
+        for name, book in self.books.items():
+            with self.subTest(name):
+                head = f"Chapter list for {book}:\n"
+                lines = "".join(f"\t* {title}\n" for title in TITLES)
+                self.assert_run("cliptune", book, "-chaplist", out=head + lines)
+                self.assert_run("cliptune", book, "-chaplist", "-nochaplist")
+                lines = f"\t  Intro\n\t* {TITLES[1]}\n\t  第三章\n\t* Fin\n"
+                cut = self.assert_run(
+                    "cliptune", book, "-chaplist", "-nochapter", "Intro", "-nochapter", "第三章",
+                    "-self-contained", out=head + lines,
+                )  # fmt: skip
+                self.assert_chapters(cut, [(0, TITLES[1]), (1000, "Fin")], within=3)
+                self.assertAlmostEqual(float(runs.movie_duration(cut)), 2, delta=0.01)
+                # What is left shows what it showed.
+                whole, left = ([f.hash for f in runs.frames(path)] for path in (book, cut))
+                self.assertEqual(left, whole[10:20] + whole[30:40])
+                only = self.assert_run("cliptune", book, "-chapter", "第三章", "-self-contained")
+                self.assert_chapters(only, [(0, "第三章")])
+
+    def test_one_an_input_start_where_it_starts(self):
+        expected = [(0, "plain one"), (2000, "Dritter"), (4000, "Ein Name")]
+        self.assert_written(
+            "clipjoin", "-auto-chapters", self.plain, self.plain, "-chapter-name", "Dritter",
+            self.named, expected=expected,
+        )  # fmt: skip
+
+    def test_are_merged_with_those_the_inputs_bring(self):
+        own = [(2000 + 1000 * i, title) for i, title in enumerate(TITLES)]
+        self.assert_written(
+            "clipjoin", "-auto-chapters-merge", self.plain, self.books["book.mov"], self.named,
+            expected=[(0, "plain one"), *own, (6000, "Ein Name")],
+        )  # fmt: skip
+        self.assert_written(
+            "clipjoin", "-auto-chapters", self.books["book.mp4"], self.plain,
+            expected=[(0, "book"), (4000, "plain one")],
+        )  # fmt: skip
+
+    def test_are_carried_along_by_a_plain_join(self):
+        joined = self.assert_run(
+            "clipjoin", self.books["book.mov"], self.books["book.mov"], "-self-contained"
+        )
+        twice = [(4000 * j + 1000 * i, t) for j in range(2) for i, t in enumerate(TITLES)]
+        self.assert_chapters(joined, twice)
+
+    def test_are_added_to_those_there(self):
+        added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]
+        self.assert_written(
+            "cliptune", self.books["book.mp4"], *added,
+            # At one time with another, it has none of its own.
+            expected=[
+                (0, "Intro"), (1000, TITLES[1]), (1500, "half"), (2000, "第三章"), (3000, "Fin"),
+            ],
+        )  # fmt: skip
+
+    def test_behind_the_end_are_told(self):
+        made = self.assert_run(
+            "cliptune", self.plain, "-add-chapter", "in", "1", "-add-chapter", "end", "2",
+            "-add-chapter", "out", "2.1", "-add-chapter", "far", "99",
+            err="Chapter out starts after the end of the movie.\n",
+        )  # fmt: skip
+        self.assertEqual(menu(made), [(1000, "in"), (2000, "end")])
+        self.assertEqual(chapters(made), [(1000, "in")], "no time at all is no chapter to some")
+
+    def test_are_saved_into_the_file_they_are_in(self):
+        for name in ("book.mov", "book.mp4"):
+            with self.subTest(name):
+                path = self.folder / name
+                path.write_bytes(self.books[name].read_bytes())
+                before = runs.frames(path)
+                done = self.run_in_folder(
+                    "cliptune", "-save-in-place", "-q", path, "-add-chapter", "half", "1.5",
+                    "-chapter-tool-xml", "list.xml",
+                )  # fmt: skip
+                self.assertEqual(done, Result(0, "", ""))
+                expected = [(1000 * i, title) for i, title in enumerate(TITLES)]
+                expected.insert(2, (1500, "half"))
+                self.assert_chapters(path, expected)
+                self.assertEqual([f.hash for f in runs.frames(path)], [f.hash for f in before])
+                times = ["0.00", "01.00", "01.15", "02.00", "03.00"]
+                listed = list(zip(times, (title for _, title in expected)))
+                self.assertEqual(xml_chapters(self.folder / "list.xml"), listed)
+                # And out of it again.
+                done = self.run_in_folder(
+                    "cliptune", "-save-in-place", "-q", path, "-nochapter", "half"
+                )
+                self.assertEqual(done, Result(0, "", ""))
+                # Its sample is still in the file: others, who look at no edits, see it there.
+                del expected[2]
+                cut = [(time - (500 if time >= 2000 else 0), title) for time, title in expected]
+                copy = self.assert_run("cliptune", path, "-self-contained")
+                self.assert_chapters(copy, cut, within=3)
+
+    def test_are_the_samples_of_a_track_that_is_named(self):
+        made = self.assert_run(
+            "cliptune", self.plain, "-add-chapter", "a", "0", "-add-chapter", "b", "1",
+            path="ab.mov",
+        )  # fmt: skip
+        text = self.assert_run(
+            "clipstak", self.named, made, "-chapter-track", "Text Track", "-self-contained",
+            path="named.mov",
+        )  # fmt: skip
+        self.assert_chapters(text, [(0, "a"), (1000, "b")])
+        references = [track.references for track in runs.tracks(text).values()]
+        self.assertEqual([r for r in references if r], [[("chap", [3])]])
+        self.assert_run(
+            "cliptune", made, "-chapter-track", "Sound Track",
+            err="The track named Sound Track is a Sound track.\n"
+            "Chapter tracks must be text tracks.\n",
+        )  # fmt: skip
+        self.assert_run(
+            "cliptune", made, "-chapter-track", "none",
+            err="No track named none found in final movie.\n"
+            "Track names:\nSound Track\nText Track\n",
+        )  # fmt: skip
+
+    def test_need_a_track_to_belong_to(self):
+        silent = self.assert_run(
+            "cliptune", self.plain, "-disable", "Sound Track", path="silent.mov"
+        )
+        told = self.run_in_folder(
+            "cliptune", silent, "-add-chapter", "a", "0", "-q", "-o", "out.mov"
+        )
+        self.assertRegex(
+            told.err, r"^Error in chapter::AddChapterTrack at line \d+ of clipjoin\.cpp: -2030\n$"
+        )
+        self.assertEqual(told.status, 1)
+
+    def test_of_a_thousand_inputs_start_at_their_tick(self):
+        length = 441 * 3 + 1
+        clip = runs.make_clip(
+            self.clips / "short.wav", "-f", "lavfi", "-i", f"sine=r=44100,atrim=end_sample={length}"
+        )
+        clip = runs.make_clip(
+            self.clips / "short.mov", "-i", clip, "-c:a", "pcm_s16le", "-movie_timescale", "44100"
+        )
+        names = [f"{i}.mov" for i in range(1000)]
+        for name in names:
+            (self.folder / name).symlink_to(clip)
+        made = self.assert_run("clipjoin", "-auto-chapters", *names)
+        found = runs.ffprobe(made, "-show_chapters")["chapters"]
+        self.assertEqual({c["time_base"] for c in found}, {"1/44100"})
+        self.assertEqual(
+            [(c["start"], c["tags"]["title"]) for c in found],
+            [(i * length, str(i)) for i in range(1000)],
+        )
+
+    def test_that_cannot_be_made_are_reported(self):
+        lines = {
+            "TextMediaSetTextSampleData": 208, "BeginMediaEdits": 210,
+            "TextMediaAddTextSample": 224, "EndMediaEdits": 226, "InsertMediaIntoTrack": 230,
+            "AddTrackReference": 261,
+        }  # fmt: skip
+        driver = r"Error in chapter::AddChapterTrack at line \d+ of clipjoin\.cpp: -50\n"
+        for call, line in {**lines, "NewMovieTrack": None}.items():
+            with self.subTest(call):
+                done = self.run_in_folder(
+                    "failing_clipjoin", self.plain, "-auto-chapters", "-self-contained", "-q",
+                    "-o", "out.mov", env={"FAIL": f"{call}:1:-50"},
+                )  # fmt: skip
+                own = rf"Error in {call} at line {line} of chapter\.cpp: -50\n" if line else ""
+                self.assertRegex(done.err, f"^{own}{driver}$")
+                self.assertEqual(done.status, 1)
+                told = [track.references for track in runs.tracks(self.folder / "out.mov").values()]
+                self.assertFalse(any(told), "a track that is not whole is no chapter track")
+
+    @runs.needs_corpus
+    def test_of_real_books_are_read_as_others_read_them(self):
+        for path in sorted((MEDIA / "chapters").iterdir()):
+            if path.name in NO_TRACK:
+                continue
+            with self.subTest(path.name):
+                expected = chapters(path)
+                self.assertNotEqual(expected, [])
+                out = f"Chapter list for {path}:\n" + "".join(f"\t* {t}\n" for _, t in expected)
+                if path.name == "test-pod.m4a":
+                    continue  # two tracks of chapters, of which they know one
+                self.assert_run("cliptune", path, "-chaplist", "-self-contained", out=out)
+                xml_file = self.folder / "list.xml"
+                joined = self.assert_run(
+                    "clipjoin", "-auto-chapters-merge", self.plain, path, "-self-contained",
+                    "-chapter-tool-xml", xml_file,
+                )  # fmt: skip
+                shifted = [(0, "plain one")] + [(2000 + time, title) for time, title in expected]
+                self.assertEqual([t for _, t in xml_chapters(xml_file)], [t for _, t in shifted])
+                found = chapters(joined)
+                self.assertEqual([title for _, title in found], [title for _, title in shifted])
+                for (time, title), (wanted, _) in zip(found, shifted):
+                    self.assertLessEqual(abs(time - wanted), 2, title)
+
+
+if __name__ == "__main__":
+    runs.main()
