@@ -1,6 +1,7 @@
 #include "clipjoin/clipjoin.h"
 
 #include <iostream>
+#include <memory>
 #include <tuple>
 #include <utility>
 #include <variant>
@@ -32,14 +33,6 @@ bool PrefersQuiet() {
   return isValid && isQuiet;
 }
 
-// The first option on the line that asks for work that is not built yet; null when there is none.
-const char* NotBuilt(const CommandLine& line) {
-  const OutputOptions& output = line.output;
-  if (output.uniqueTracks) return "-unique-tracks";
-  if (output.manualJoin) return "-manual-join";
-  return nullptr;
-}
-
 }  // namespace
 
 int Run(std::span<const char* const> arguments) {
@@ -48,22 +41,24 @@ int Run(std::span<const char* const> arguments) {
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return status->value;
   auto& line = std::get<CommandLine>(parsed);
 
-  if (const char* option = NotBuilt(line)) {
-    std::cerr << "This version does not know yet how to carry out " << option << ".\n";
-    return 1;
-  }
-
-  // The first input's movie becomes the output, the others are joined to it.
+  // The first input's movie becomes the output, the others are joined to it; a manual join joins
+  // all of them to a new movie.
+  OwnedMovie made;
   toolbox::Movie output = nullptr;
   std::vector<chapter::Chapter> chapters = line.output.addedChapters;
   for (input::InputMovie& input : line.inputs) {
     const toolbox::Movie movie = input.Open();
     AddAutomaticChapter(line.output, input.options, movie, output, chapters);
-    if (output == nullptr) {
+    if (output == nullptr && !line.output.manualJoin) {
       output = movie;
-    } else {
-      Combine(movie, input.options, output, line);
+      continue;
     }
+    if (output == nullptr) {
+      made.reset(toolbox::NewMovie(0));
+      output = made.get();
+      std::ignore = toolbox::CopyMovieSettings(movie, output);
+    }
+    Combine(movie, input.options, output, line);
   }
   if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
   AttachChapters(output, line, std::move(chapters));

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "clipjoin/report.h"
+#include "clipjoin/sample_table_join.h"
 
 namespace clipjoin {
 namespace {
@@ -27,36 +28,55 @@ void Append(Movie movie, TimeValue duration, Movie output) {
       toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
 }
 
-// Lays the whole of `source` into the first track of its kind that takes it; false when none does.
-bool InsertIntoExisting(Track source, Movie output, TimeValue at) {
+// How the tracks of an input become tracks of the output.
+struct TrackPolicy {
+  const char* insertion;  // what reports call it
+  // Puts the whole of `source` into `track`; `at` is where the output ended before the input.
+  OSErr (*insert)(Track track, Track source, TimeValue at);
+  bool reusesTracks;
+};
+
+OSErr InsertWhole(Track track, Track source, TimeValue at) {
+  return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
+}
+
+constexpr TrackPolicy kSameTracks{"InsertTrackSegment", InsertWhole, true};
+constexpr TrackPolicy kUniqueTracks{"myAppendTrack", myAppendTrack, false};
+constexpr TrackPolicy kManualJoin{"myAppendTrack", myAppendTrack, true};
+
+// Null for an output that takes whole movies.
+const TrackPolicy* PolicyOf(const OutputOptions& output) {
+  if (output.forceSameTracks) return &kSameTracks;
+  if (output.uniqueTracks) return &kUniqueTracks;
+  return output.manualJoin ? &kManualJoin : nullptr;
+}
+
+// Puts `source` into the first track of its kind that takes it; false when none does.
+bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
   toolbox::FourCC type;
   toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(source), &type, nullptr, nullptr);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
     if (candidate == nullptr) return false;
-    const TimeValue duration = toolbox::GetTrackDuration(source);
-    if (toolbox::InsertTrackSegment(source, candidate, 0, duration, at) == toolbox::noErr) {
-      return true;
-    }
+    if (policy.insert(candidate, source, at) == toolbox::noErr) return true;
   }
 }
 
-void InsertIntoNew(Track source, Movie output, TimeValue at) {
+void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
   Track made = nullptr;
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
          toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &made));
-  const TimeValue duration = toolbox::GetTrackDuration(source);
-  Report({"InsertTrackSegment", kClipjoinSource},
-         toolbox::InsertTrackSegment(source, made, 0, duration, at));
+  Report({policy.insertion, kClipjoinSource}, policy.insert(made, source, at));
 }
 
-// Appends track by track, into as few tracks of the output as can be.
-void AppendIntoSameTracks(Movie movie, Movie output) {
+// Appends track by track.
+void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
   const TimeValue at = toolbox::GetMovieDuration(output);
   for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
     const Track source = toolbox::GetMovieIndTrack(movie, i);
-    if (!InsertIntoExisting(source, output, at)) InsertIntoNew(source, output, at);
+    if (policy.reusesTracks && InsertIntoExisting(source, output, at, policy)) continue;
+    InsertIntoNew(source, output, at, policy);
   }
 }
 
@@ -70,8 +90,8 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Comman
 
   if (line.mode == CommandMode::kMultiplex) {
     LayInParallel(movie, options, output, line.output.scaleToOutput);
-  } else if (line.output.forceSameTracks) {
-    AppendIntoSameTracks(movie, output);
+  } else if (const TrackPolicy* policy = PolicyOf(line.output)) {
+    AppendTracks(movie, output, *policy);
   } else {
     Append(movie, duration, output);
   }

@@ -25,6 +25,7 @@ struct MovieRecord;
 struct TrackRecord;
 struct MediaRecord;
 struct UserDataRecord;
+struct SampleTableRecord;
 struct StorageRecord;
 struct StringRecord;
 
@@ -58,6 +59,7 @@ using Media = MediaRecord*;
 using MediaHandler = MediaRecord*;
 using UserData = UserDataRecord*;
 using DataHandler = StorageRecord*;
+using QTMutableSampleTableRef = SampleTableRecord*;
 using CFStringRef = const StringRecord*;
 using Handle = HandleRecord*;
 using TimeValue = std::int64_t;
@@ -94,6 +96,13 @@ inline constexpr std::int16_t mediaSampleNotSync = 1;
 // Text media.
 inline constexpr std::int16_t teJustCenter = 1;
 inline constexpr std::int32_t dfClipToTextBox = 4;
+// Attributes of a data reference.
+inline constexpr std::int32_t dataRefSelfReference = 1;
+inline constexpr std::int32_t dataRefWasNotResolved = 2;
+
+// Properties of a sample table.
+inline constexpr FourCC kQTPropertyClass_SampleTable{"qtst"};
+inline constexpr FourCC kQTSampleTablePropertyID_TotalDecodeDuration{"tded"};  // a TimeValue
 
 // Folders.
 inline constexpr std::int16_t kUserDomain = -32763;
@@ -209,6 +218,8 @@ Track GetTrackReference(Track track, FourCC type, std::int32_t number);
 
 // Sum of the decode durations of all samples, in media units.
 TimeValue GetMediaDuration(Media media);
+// The same by the name that tells it from the time for which the samples are shown.
+TimeValue GetMediaDecodeDuration(Media media);
 // Units per second; 0 for a null media.
 TimeScale GetMediaTimeScale(Media media);
 // Null only for a null media.
@@ -227,6 +238,47 @@ std::int32_t GetMediaSampleDescriptionCount(Media media);
 // data-reference number, then the format's own. invalidSampleDescIndex.
 void GetMediaSampleDescription(Media media, std::int32_t number, Handle description);
 
+// How many files and blocks of memory the samples may lie in; they are numbered from 1.
+[[nodiscard]] OSErr GetMediaDataRefCount(Media media, std::int16_t* count);
+// One of them, the movie's own file too, as anybody can follow it; the caller disposes of it.
+// `type` and `attributes` may be null. badDataRefIndex, couldNotResolveDataRef (the movie has no
+// file).
+[[nodiscard]] OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC* type,
+                                    std::int32_t* attributes);
+// Adds a data reference, which is copied, behind the last; `number` may be null. nilHandleErr,
+// invalidDataRef.
+[[nodiscard]] OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type);
+
+// --- Sample tables (calls/sample_tables.cpp): samples on their way between media, with the data
+// references they are read by; numbered from 1. They need no media opened for editing
+
+// An empty table; the caller releases it. paramErr unless scale > 0.
+[[nodiscard]] OSErr QTSampleTableCreateMutable(const void* allocator, TimeScale scale,
+                                               const void* hints, QTMutableSampleTableRef* table);
+std::int64_t QTSampleTableGetNumberOfSamples(QTMutableSampleTableRef table);
+// Writes a property into `room` bytes; `used` may be null. paramErr (too little room),
+// featureUnsupported (another property).
+[[nodiscard]] OSErr QTSampleTableGetProperty(QTMutableSampleTableRef table, FourCC propertyClass,
+                                             FourCC property, std::size_t room, void* value,
+                                             std::size_t* used);
+// Null is allowed.
+void QTSampleTableRelease(QTMutableSampleTableRef table);
+// A new table of the samples from the one decoded at `start` (media units) to the end, or as many
+// as the limits that are above 0 allow, but one. What stood in `*table` is not released.
+// `actualStart` may be null. invalidTime (outside the media), invalidSampleTable,
+// featureUnsupported (encrypted samples), couldNotResolveDataRef.
+[[nodiscard]] OSErr CopyMediaMutableSampleTable(Media media, TimeValue start,
+                                                TimeValue* actualStart, std::int64_t maxSamples,
+                                                TimeValue maxDuration,
+                                                QTMutableSampleTableRef* table);
+// Adds samples at the end of the media, by reference; the track does not show them yet. They are
+// shown from where the media ended on, however much later their own media showed them.
+// `decodeTime`, which may be null, is where the media ended. paramErr (another time scale),
+// invalidSampleNum, featureUnsupported (the samples there are encrypted), mediaTypesDontMatch (a
+// description that cannot name its file).
+[[nodiscard]] OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table,
+                                          std::int64_t first, std::int64_t count,
+                                          TimeValue* decodeTime);
 // --- Samples (calls/samples.cpp)
 
 // The next sample that begins to be shown after the movie time `from`, or at it with

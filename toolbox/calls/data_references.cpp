@@ -32,6 +32,17 @@ DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<Oth
   return file;
 }
 
+DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
+                               const std::optional<OtherFile>& ownFile) {
+  constexpr std::size_t kShortestAlias = 150;
+  if (dataRef == nullptr) throw Refused{nilHandleErr};
+  const bool isAlias = type == kAlias;
+  if (isAlias && dataRef->bytes.size() < kShortestAlias) throw Refused{invalidDataRef};
+  const bool isFollowed = type == kMemory || (isAlias && AbsoluteAliasPath(dataRef->bytes));
+  if (isFollowed) return ReferenceFrom(dataRef, type, ownFile);
+  return Unresolved{type, 0, dataRef->bytes};
+}
+
 Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
                  FourCC& type) {
   auto handle = std::make_unique<HandleRecord>();
@@ -40,11 +51,14 @@ Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>&
   if (const auto* memory = std::get_if<InMemory>(&reference)) {
     handle->block = memory->data;
     type = kMemory;
+  } else if (const auto* unresolved = std::get_if<Unresolved>(&reference)) {
+    handle->bytes = unresolved->record;
+    type = unresolved->kind;
   } else if (file != nullptr) {
     handle->bytes = AliasRecord(file->path, {});
     type = kAlias;
   } else {
-    throw Refused{noDataHandler};
+    throw Refused{couldNotResolveDataRef};
   }
   return handle.release();
 }

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <utility>
+#include <variant>
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/files/file_reference.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"
@@ -23,8 +26,12 @@ inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
 // like PathOf; 'hndl' is understood too.
 DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile);
 
-// The same as callers hold it: a new handle, theirs to dispose of. Throws Refused: noDataHandler
-// (a reference that leads nowhere).
+// ... or Unresolved, where it leads nowhere. Throws Refused: nilHandleErr, invalidDataRef.
+DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
+                               const std::optional<OtherFile>& ownFile);
+
+// The same as callers hold it: a new handle, theirs to dispose of. Throws Refused:
+// couldNotResolveDataRef (ThisFile, where there is none).
 Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
                  FourCC& type);
 

@@ -5,6 +5,7 @@
 
 #include "toolbox/atoms/graphics_mode.h"
 #include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/movie/media_types.h"
 #include "toolbox/toolbox.h"
@@ -13,6 +14,10 @@ namespace toolbox {
 
 TimeValue GetMediaDuration(Media media) {
   return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration(); });
+}
+
+TimeValue GetMediaDecodeDuration(Media media) {
+  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration(); });
 }
 
 TimeScale GetMediaTimeScale(Media media) {
@@ -61,6 +66,40 @@ void GetMediaSampleDescription(Media media, std::int32_t number, Handle descript
     if (description == nullptr) throw Refused{nilHandleErr};
     if (number < 1 || index >= descriptions.size()) throw Refused{invalidSampleDescIndex};
     description->bytes = descriptions[index].Numbered();
+  });
+}
+
+OSErr GetMediaDataRefCount(Media media, std::int16_t* count) {
+  return Call("GetMediaDataRefCount", [&] {
+    constexpr std::size_t kMost = INT16_MAX;
+    *count = static_cast<std::int16_t>(std::min(Valid(media).dataReferences.size(), kMost));
+  });
+}
+
+OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC* type,
+                      std::int32_t* attributes) {
+  *dataRef = nullptr;
+  return Call("GetMediaDataRef", [&] {
+    const MediaRecord& record = Valid(media);
+    const auto index = static_cast<std::size_t>(number) - 1;
+    if (number < 1 || index >= record.dataReferences.size()) throw Refused{badDataRefIndex};
+    const DataReference& reference = record.dataReferences[index];
+    FourCC found;
+    *dataRef = HandleFor(reference, record.OwnFile(), found);
+    if (type != nullptr) *type = found;
+    if (attributes != nullptr) {
+      *attributes = std::holds_alternative<ThisFile>(reference)     ? dataRefSelfReference
+                    : std::holds_alternative<Unresolved>(reference) ? dataRefWasNotResolved
+                                                                    : 0;
+    }
+  });
+}
+
+OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type) {
+  return Call("AddMediaDataRef", [&] {
+    MediaRecord& record = Valid(media);
+    record.dataReferences.push_back(AnyReferenceFrom(dataRef, type, record.OwnFile()));
+    if (number != nullptr) *number = static_cast<std::int16_t>(record.dataReferences.size());
   });
 }
 

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "toolbox/movie/media.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"
 
@@ -25,6 +26,10 @@ inline TrackRecord& Valid(Track track) {
 inline MediaRecord& Valid(Media media) {
   if (media == nullptr) throw Refused{invalidMedia};
   return *media;
+}
+inline SampleTableRecord& Valid(QTMutableSampleTableRef table) {
+  if (table == nullptr) throw Refused{paramErr};
+  return *table;
 }
 inline UserDataRecord& Valid(UserData data) {
   if (data == nullptr) throw Refused{paramErr};

@@ -50,9 +50,10 @@ void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime medi
   if (length.units < 0 || rate <= 0) throw Refused{invalidDuration};
   if (length.units == 0) return;
   const Clock clock = track.TimeClock();
+  if (!at) return track.edits.AppendMedia(mediaTime, length, rate, clock);
   EditList edits;
-  edits.Append(std::max(clock.Lasting(length, rate), MovieTime{1}), mediaTime, rate, clock);
-  track.edits.Insert(edits, at.value_or(track.edits.Duration()), edits.Duration(), clock);
+  edits.AppendMedia(mediaTime, length, rate, clock);
+  track.edits.Insert(edits, *at, edits.Duration(), clock);
 }
 
 void SetOffset(TrackRecord& track, MovieTime offset) {

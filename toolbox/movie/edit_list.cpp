@@ -45,6 +45,18 @@ void EditList::Append(MovieTime duration, MediaTime mediaTime, double rate, Cloc
   Add({Duration(), duration, mediaTime, rate}, clock);
 }
 
+void EditList::AppendMedia(MediaTime mediaTime, MediaTime length, double rate, Clock clock) {
+  if (!edits_.empty() && !edits_.back().IsEmpty() && edits_.back().rate == rate) {
+    Edit& last = edits_.back();
+    const MediaTime shown = mediaTime - last.mediaTime;
+    if (shown.units > 0 && clock.Lasting(shown, rate) == last.duration) {
+      last.duration = clock.Lasting(shown + length, rate);
+      return;
+    }
+  }
+  Append(std::max(clock.Lasting(length, rate), MovieTime{1}), mediaTime, rate, clock);
+}
+
 std::size_t EditList::Split(MovieTime at, Clock clock) {
   const auto found = std::ranges::lower_bound(edits_, at, {}, &Edit::End);
   const auto index = static_cast<std::size_t>(found - edits_.begin());

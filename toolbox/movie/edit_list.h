@@ -38,6 +38,11 @@ class EditList {
   // Adds one edit behind the last; whoever adds an empty one follows it up, or calls TrimEnd.
   void Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock);
 
+  // Adds an edit that shows `length` media units behind the last. Where the last ends, to the unit
+  // of the movie, with what this one starts with, both become one that is rounded once: parts that
+  // follow one another in the media never drift, however many they are.
+  void AppendMedia(MediaTime mediaTime, MediaTime length, double rate, Clock clock);
+
   // Lays `other` in at `at` and moves what follows right by `length`, at least other.Duration(). A
   // gap in front or behind becomes an empty edit.
   //

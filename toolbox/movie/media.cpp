@@ -1,24 +1,15 @@
 #include "toolbox/movie/media.h"
 
 #include <algorithm>
+#include <numeric>
 
+#include "toolbox/movie/movie.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
 
 constexpr std::size_t kReferenceAt = 14;  // size, format, six bytes
-
-// What a reference of a media read from `sourceFile` is called in a movie read from `ownFile`.
-DataReference SeenFrom(const std::optional<OtherFile>& ownFile, const DataReference& reference,
-                       const std::optional<OtherFile>& sourceFile) {
-  DataReference seen = reference;
-  if (std::holds_alternative<ThisFile>(reference)) {
-    if (!sourceFile) throw Refused{couldNotResolveDataRef};
-    seen = *sourceFile;
-  }
-  return ownFile && seen == DataReference(*ownFile) ? DataReference(ThisFile{}) : seen;
-}
 
 }  // namespace
 
@@ -91,8 +82,67 @@ void MediaRecord::SetScale(std::int32_t newScale) {
   scale = newScale;
 }
 
-MediaTime MediaRecord::Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
-                            const std::optional<OtherFile>& ownFile) {
+std::optional<OtherFile> MediaRecord::OwnFile() const {
+  return track == nullptr ? std::nullopt : track->movie->file;
+}
+
+DataReference MediaRecord::SeenFromElsewhere(const DataReference& reference) const {
+  if (!std::holds_alternative<ThisFile>(reference)) return reference;
+  const std::optional<OtherFile> file = OwnFile();
+  if (!file) throw Refused{couldNotResolveDataRef};
+  return *file;
+}
+
+DataReference MediaRecord::SeenFromHere(const DataReference& reference) const {
+  const std::optional<OtherFile> file = OwnFile();
+  return file && reference == DataReference(*file) ? DataReference(ThisFile{}) : reference;
+}
+
+std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescription>& strangers,
+                                              const std::vector<DataReference>& references) {
+  std::vector<std::uint32_t> map;
+  const std::size_t count = dataReferences.size(), known = descriptions.size();
+  for (SampleDescription description : strangers) {
+    description.dataReference = FindOrAdd(references[description.dataReference]);
+    // Nothing that was here can name a reference that was not.
+    const bool isNew = description.dataReference >= count;
+    map.push_back(FindOrAdd(description, isNew ? known : 0));
+  }
+  return map;
+}
+
+SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
+  SampleTableRecord table{scale, {}, descriptions, {}};
+  for (const DataReference& reference : dataReferences) {
+    table.dataReferences.push_back(SeenFromElsewhere(reference));
+  }
+  std::vector<std::uint32_t> same(descriptions.size());
+  std::iota(same.begin(), same.end(), 0U);
+  table.samples.AppendSlice(samples, from, to, same);
+  return table;
+}
+
+MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from,
+                              std::uint64_t to) {
+  std::vector<DataReference> seen;
+  for (const DataReference& reference : table.dataReferences) {
+    seen.push_back(SeenFromHere(reference));
+  }
+  if (!table.descriptions.empty()) {
+    // A description that names no reference means the first.
+    const DataReference& first =
+        dataReferences.empty() ? seen[table.descriptions.front().dataReference] : dataReferences[0];
+    for (const SampleDescription& description : table.descriptions) {
+      if (!description.HoldsReference() && seen[description.dataReference] != first) {
+        throw Refused{mediaTypesDontMatch};
+      }
+    }
+  }
+  const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
+  return {samples.AppendInStep(table.samples, from, to, map)};
+}
+
+MediaTime MediaRecord::Join(const MediaRecord& source) {
   const std::uint64_t count = source.samples.Count();
   const auto before = joined_.find(source.identity_.get());
   if (before != joined_.end() && before->second.identity.lock() == source.identity_ &&
@@ -100,15 +150,11 @@ MediaTime MediaRecord::Join(const MediaRecord& source, const std::optional<Other
     return before->second.base;
   }
 
-  std::vector<std::uint32_t> map;
-  const std::size_t references = dataReferences.size(), known = descriptions.size();
-  for (SampleDescription description : source.descriptions) {
-    const DataReference& reference = source.dataReferences[description.dataReference];
-    description.dataReference = FindOrAdd(SeenFrom(ownFile, reference, sourceFile));
-    // Nothing that was here can name a reference that was not.
-    const bool isNew = description.dataReference >= references;
-    map.push_back(FindOrAdd(description, isNew ? known : 0));
+  std::vector<DataReference> seen;
+  for (const DataReference& reference : source.dataReferences) {
+    seen.push_back(SeenFromHere(source.SeenFromElsewhere(reference)));
   }
+  const std::vector<std::uint32_t> map = Adopt(source.descriptions, seen);
   const MediaTime base{samples.AppendSlice(source.samples, 0, count, map)};
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;

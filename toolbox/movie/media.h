@@ -18,6 +18,8 @@
 
 namespace toolbox {
 
+struct MovieRecord;
+
 // The handler of a media as its file names it.
 // QuickTime: componentType is 'mhlr' and the name starts with its length.
 // ISO: componentType is 0 and the name ends with a 0 byte.
@@ -43,6 +45,14 @@ struct SampleDescription {
   bool SameAs(const SampleDescription& other) const;
 };
 
+// Samples on their way from one media to another, with all it takes to find and to read them.
+struct SampleTableRecord {
+  std::int32_t scale = 600;
+  std::vector<DataReference> dataReferences;  // none of them ThisFile
+  std::vector<SampleDescription> descriptions;
+  SampleTable samples;
+};
+
 // What a new media of the same kind takes over.
 struct MediaSettings {
   std::uint32_t flags = 0;
@@ -64,7 +74,7 @@ struct NewSamples {
 struct TrackRecord;
 
 struct MediaRecord : MediaSettings {
-  TrackRecord* track = nullptr;  // the track that owns the media
+  TrackRecord* track = nullptr;  // the track that owns the media; null for one that stands alone
   std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
   std::vector<DataReference> dataReferences;
   std::vector<SampleDescription> descriptions;
@@ -96,14 +106,30 @@ struct MediaRecord : MediaSettings {
 
   // Re-expresses all times of the samples in `newScale`. Throws Refused (invalidDuration).
   void SetScale(std::int32_t newScale);
-  // Appends all samples of `source`, by reference: they stay where they are. `sourceFile` is what
-  // the source calls its own file, `ownFile` what this media does. Returns the media time at which
-  // the first of them now stands. A source that was joined before, and is unchanged since, is not
-  // joined twice.
-  MediaTime Join(const MediaRecord& source, const std::optional<OtherFile>& sourceFile,
-                 const std::optional<OtherFile>& ownFile);
+  // Appends all samples of `source`, by reference: they stay where they are. Returns the media time
+  // at which the first of them now stands. A source that was joined before, and is unchanged since,
+  // is not joined twice. Throws Refused (couldNotResolveDataRef).
+  MediaTime Join(const MediaRecord& source);
+
+  // The samples [from, to), for any other media. Throws Refused (couldNotResolveDataRef).
+  SampleTableRecord Copy(std::uint64_t from, std::uint64_t to) const;
+  // Appends the samples [from, to) of `table`, whose scale is that of the media, by reference and
+  // as SampleTable::AppendInStep does. Throws Refused (mediaTypesDontMatch) where a description
+  // cannot say which file its samples lie in.
+  MediaTime Append(const SampleTableRecord& table, std::uint64_t from, std::uint64_t to);
+
+  // The file that ThisFile means; nothing for a media that stands alone or was made in memory.
+  std::optional<OtherFile> OwnFile() const;
+  // What a reference of this media is called in a movie that lies elsewhere, and the other way
+  // round. The first throws Refused (couldNotResolveDataRef).
+  DataReference SeenFromElsewhere(const DataReference& reference) const;
+  DataReference SeenFromHere(const DataReference& reference) const;
 
  private:
+  // An index here for each of `descriptions`, which name `references`; added where there is none.
+  std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& descriptions,
+                                   const std::vector<DataReference>& references);
+
   struct Joined {
     std::weak_ptr<const void> identity;
     std::uint64_t samples = 0;

@@ -6,10 +6,12 @@
 #include <numeric>
 
 #include "toolbox/movie/time.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 
 SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
+  if (rows->count == 0) empty_ = rows;
   std::uint32_t last = 0;
   for (const ChunkRun& run : rows->chunkRuns) last = std::max(last, run.description);
   std::vector<std::uint32_t> same(std::max<std::size_t>(last + 1, rows->packings.size()));
@@ -26,16 +28,45 @@ std::int64_t SampleTable::AppendSlice(const SampleTable& other, std::uint64_t fr
                                       std::uint64_t to,
                                       std::span<const std::uint32_t> descriptions) {
   const std::uint64_t before = Count();
-  if (from >= to) return Duration();
-  // Slices move when some are added, and a table may be appended to itself.
-  std::vector<Slice> own;
-  std::span<const Slice> slices = other.SlicesIn(from, to);
-  if (&other == this) {
-    own.assign(slices.begin(), slices.end());
-    slices = own;
-  }
+  for (Slice& slice : other.Cut(from, to, descriptions)) Add(std::move(slice));
+  return TimeOf(before);
+}
+
+std::int64_t SampleTable::AppendInStep(const SampleTable& other, std::uint64_t from,
+                                       std::uint64_t to,
+                                       std::span<const std::uint32_t> descriptions) {
+  const std::int64_t before = Duration();
+  std::vector<Slice> slices = other.Cut(from, to, descriptions);
+  std::int64_t decoded = 0, shownFrom = INT64_MAX;
   for (const Slice& slice : slices) {
-    Slice part = slice;
+    shownFrom =
+        std::min(shownFrom, decoded + slice.rows->ShownFrom(slice.from, slice.to) + slice.shift);
+    decoded += slice.length;
+  }
+  std::int64_t shift = -shownFrom;
+  // What goes on where the last left off keeps its distance to it.
+  if (!slices.empty() && !slices_.empty() && slices_.back().ContinuedBy(slices.front())) {
+    shift = std::int64_t{slices_.back().shift} - slices.front().shift;
+  }
+  const auto hasRoom = [shift](const Slice& slice) {
+    const std::int64_t all = slice.shift + shift;
+    return slice.rows->smallestOffset + all >= INT32_MIN &&
+           slice.rows->largestOffset + all <= INT32_MAX && all >= INT32_MIN && all <= INT32_MAX;
+  };
+  const bool isShifted = std::ranges::all_of(slices, hasRoom);
+  for (Slice& slice : slices) {
+    if (isShifted) slice.shift += static_cast<std::int32_t>(shift);
+    Add(std::move(slice), Room::kNotAsked);
+  }
+  return before;
+}
+
+std::vector<SampleTable::Slice> SampleTable::Cut(
+    std::uint64_t from, std::uint64_t to, std::span<const std::uint32_t> descriptions) const {
+  std::vector<Slice> parts;
+  if (from >= to) return parts;
+  for (const Slice& slice : SlicesIn(from, to)) {
+    Slice& part = parts.emplace_back(slice);
     part.from = slice.RowOf(std::max(from, slice.first));
     part.to = slice.RowOf(std::min(to, slice.End()));
     if (part.to != slice.to) part.stretch = 0;
@@ -46,24 +77,23 @@ std::int64_t SampleTable::AppendSlice(const SampleTable& other, std::uint64_t fr
       map.push_back(description < descriptions.size() ? descriptions[description] : 0);
     }
     part.descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(map));
-    Add(std::move(part));
   }
-  return TimeOf(before);
+  return parts;
 }
 
-void SampleTable::Add(Slice slice) {
+void SampleTable::Add(Slice slice, Room room) {
   if (slice.from == slice.to) return;
   if (!slices_.empty()) {
     Slice& last = slices_.back();
-    const bool continues = last.rows == slice.rows && last.to == slice.from && last.stretch == 0 &&
+    const bool continues = last.ContinuedBy(slice) && last.shift == slice.shift &&
                            *last.descriptions == *slice.descriptions;
     if (continues) {
       slice.from = last.from;
       slice.rowTime = last.rowTime;
       slice.length += last.length;
       slices_.pop_back();
-    } else {
-      const std::int64_t shownFrom = slice.rows->ShownFrom(slice.from, slice.to);
+    } else if (room == Room::kMade) {
+      const std::int64_t shownFrom = slice.rows->ShownFrom(slice.from, slice.to) + slice.shift;
       const std::int64_t overlap = shownUntil_ - last.EndTime() - shownFrom;
       if (overlap > 0) {
         last.stretch += overlap;
@@ -74,9 +104,10 @@ void SampleTable::Add(Slice slice) {
   slice.first = Count();
   slice.time = Duration();
   const SampleRows& rows = *slice.rows;
-  smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset);
-  largestOffset_ = std::max(largestOffset_, rows.largestOffset);
-  shownUntil_ = std::max(shownUntil_, slice.time + rows.ShownUntil(slice.from, slice.to));
+  smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset + slice.shift);
+  largestOffset_ = std::max(largestOffset_, rows.largestOffset + slice.shift);
+  shownUntil_ =
+      std::max(shownUntil_, slice.time + rows.ShownUntil(slice.from, slice.to) + slice.shift);
   slices_.push_back(std::move(slice));
 }
 
@@ -95,6 +126,11 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     if (!rows) rows = std::make_shared<const SampleRows>(slice.rows->Rescaled(from, to));
     slice.rows = rows;
     slice.stretch = Rescale(slice.stretch, from, to);
+    const std::int64_t shift = Rescale(slice.shift, from, to);
+    if (rows->smallestOffset + shift < INT32_MIN || rows->largestOffset + shift > INT32_MAX) {
+      throw Refused{invalidDuration};
+    }
+    slice.shift = static_cast<std::int32_t>(shift);
     slice.rowTime = rows->TimeOf(slice.from);
     slice.length = rows->TimeOf(slice.to) - slice.rowTime + slice.stretch;
     table.Add(std::move(slice));
@@ -128,7 +164,8 @@ std::int64_t SampleTable::DurationOf(std::uint64_t sample) const {
 std::int64_t SampleTable::ShownAt(std::uint64_t sample) const {
   const Slice& slice = SliceOf(sample);
   const std::uint32_t row = slice.RowOf(sample);
-  return slice.time + slice.rows->TimeOf(row) - slice.rowTime + slice.rows->OffsetOf(row);
+  return slice.time + slice.rows->TimeOf(row) - slice.rowTime + slice.rows->OffsetOf(row) +
+         slice.shift;
 }
 
 std::uint64_t SampleTable::SampleAt(std::int64_t time) const {
@@ -340,14 +377,13 @@ std::optional<std::uint32_t> SampleTable::ConstantSize() const {
   return isShared && size != 0 ? std::optional(size) : std::nullopt;
 }
 
-bool SampleTable::HasOffsets() const {
-  return std::ranges::any_of(slices_,
-                             [](const Slice& slice) { return !slice.rows->offsets.empty(); });
-}
+bool SampleTable::HasOffsets() const { return std::ranges::any_of(slices_, &Slice::HasOffsets); }
 
 std::uint32_t SampleTable::OffsetsVersion() const {
   std::uint32_t version = 0;
-  for (const Slice& slice : slices_) version = std::max(version, slice.rows->offsetsVersion);
+  for (const Slice& slice : slices_) {
+    version = std::max(version, slice.shift < 0 ? 1U : slice.rows->offsetsVersion);
+  }
   return version;
 }
 
@@ -386,8 +422,10 @@ const SampleGroup* SampleTable::FindGroup(const SampleRows& rows, const SampleGr
 }
 
 const SampleRows* SampleTable::WholeRows() const {
-  if (slices_.size() != 1 || slices_[0].from != 0 || slices_[0].stretch != 0) return nullptr;
-  return slices_[0].to == slices_[0].rows->count ? slices_[0].rows.get() : nullptr;
+  if (slices_.empty()) return empty_.get();
+  const Slice& first = slices_.front();
+  const bool isWhole = slices_.size() == 1 && first.from == 0 && first.to == first.rows->count;
+  return isWhole && first.stretch == 0 && first.shift == 0 ? first.rows.get() : nullptr;
 }
 
 }  // namespace toolbox

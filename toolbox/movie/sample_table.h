@@ -45,6 +45,15 @@ class SampleTable {
   std::int64_t AppendSlice(const SampleTable& other, std::uint64_t from, std::uint64_t to,
                            std::span<const std::uint32_t> descriptions);
 
+  // Adds samples like AppendSlice, but their decode times go on where those here end: none here
+  // becomes longer. The new ones are shown from there on too, all of them by as much earlier or
+  // later as that takes: what hid the delay of reordered pictures, an edit, does not come along.
+  //
+  //   decoded  |  here  |[ from .. to )|
+  //   shown    |  here  |[ from .. to )|
+  std::int64_t AppendInStep(const SampleTable& other, std::uint64_t from, std::uint64_t to,
+                            std::span<const std::uint32_t> descriptions);
+
   // The same samples with their times in another scale, as SampleRows::Rescaled has them.
   SampleTable Rescaled(std::int32_t from, std::int32_t to) const;
 
@@ -136,12 +145,17 @@ class SampleTable {
     std::int64_t rowTime = 0;  // its decode time in the rows
     std::int64_t length = 0;  // decode durations, `stretch` included
     std::int64_t stretch = 0;  // by how much the last sample is longer than its row says
+    std::int32_t shift = 0;  // by how much each is shown later than its row says
     std::shared_ptr<const std::vector<std::uint32_t>> descriptions;  // index in rows -> here
 
     std::uint64_t End() const { return first + (to - from); }
     std::int64_t EndTime() const { return time + length; }
     std::uint32_t RowOf(std::uint64_t sample) const {
       return from + static_cast<std::uint32_t>(sample - first);
+    }
+    bool HasOffsets() const { return shift != 0 || !rows->offsets.empty(); }
+    bool ContinuedBy(const Slice& next) const {
+      return rows == next.rows && to == next.from && stretch == 0;
     }
   };
 
@@ -153,9 +167,14 @@ class SampleTable {
   // Those that hold samples of [from, to).
   std::span<const Slice> SlicesIn(std::uint64_t from, std::uint64_t to) const;
   static const SampleGroup* FindGroup(const SampleRows& rows, const SampleGroup& like);
-  void Add(Slice slice);
+  // The samples [from, to) as slices to be added to a table in which they have those descriptions.
+  std::vector<Slice> Cut(std::uint64_t from, std::uint64_t to,
+                         std::span<const std::uint32_t> descriptions) const;
+  enum class Room { kMade, kNotAsked };  // whether samples may become longer for others
+  void Add(Slice slice, Room room = Room::kMade);
 
   std::vector<Slice> slices_;
+  std::shared_ptr<const SampleRows> empty_;  // rows without samples, for what else they hold
   std::int64_t shownUntil_ = 0;  // when the last of all samples stops being shown
   std::int32_t smallestOffset_ = 0, largestOffset_ = 0;
 };

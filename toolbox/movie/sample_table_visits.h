@@ -40,11 +40,12 @@ void SampleTable::ForEachOffset(Visit&& visit) const {
   RunJoiner<std::int32_t, Visit> joiner(visit);
   for (const Slice& slice : slices_) {
     if (slice.rows->offsets.empty()) {
-      joiner.Add(slice.to - slice.from, 0);
+      joiner.Add(slice.to - slice.from, slice.shift);
     } else {
-      ForEachRunIn(
-          slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
-          [&](std::uint32_t samples, std::int32_t offset) { joiner.Add(samples, offset); });
+      ForEachRunIn(slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
+                   [&](std::uint32_t samples, std::int32_t offset) {
+                     joiner.Add(samples, offset + slice.shift);
+                   });
     }
   }
   joiner.Flush();
@@ -117,7 +118,7 @@ void SampleTable::ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& v
       const std::uint32_t next =
           std::min({rows.TimesAround(row).second, rows.OffsetsAround(row).second, end});
       visit(slice.first + (row - slice.from), next - row,
-            slice.time + rows.TimeOf(row) - slice.rowTime + rows.OffsetOf(row),
+            slice.time + rows.TimeOf(row) - slice.rowTime + rows.OffsetOf(row) + slice.shift,
             std::int64_t{rows.DurationOf(row)});
       row = next;
     }

@@ -87,7 +87,7 @@ void Lay(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edi
          TrackRecord& track, MovieTime at, MovieTime room) {
   if (&*source.media != &*track.media) {
     MakeRoomBehind(track);
-    const MediaTime base = track.media->Join(sourceMedia, source.movie->file, track.movie->file);
+    const MediaTime base = track.media->Join(sourceMedia);
     edits.MapMedia([base](MediaTime time) { return time + base; });
   }
   track.edits.Insert(edits, at, room, track.TimeClock());
