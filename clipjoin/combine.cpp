@@ -20,6 +20,7 @@ void LayInParallel(Movie movie, const FileOptions& options, Movie output, bool s
   const TimeValue length = scaleToOutput ? toolbox::GetMovieDuration(output) - start : 0;
   toolbox::SetMovieSelection(output, start, length);
   toolbox::AddMovieSelection(output, movie);
+  Report({"AddMovieSelection", kClipjoinSource}, toolbox::GetMoviesError());
 }
 
 void Append(Movie movie, TimeValue duration, Movie output) {

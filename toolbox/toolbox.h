@@ -323,7 +323,8 @@ TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
 
 // Lays [sourceIn, sourceIn + sourceDuration) of `source` (its units) into `movie` at `at` (movie
 // units): into tracks that fit, else into new ones; media by reference. invalidMovie, invalidTime,
-// invalidDuration, couldNotResolveDataRef, invalidSampleTable.
+// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted
+// samples).
 [[nodiscard]] OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
 

@@ -16,6 +16,6 @@ using KnownAtoms =
                toolbox::SyncSamples, toolbox::PartialSyncSamples, toolbox::SampleToChunk,
                toolbox::SampleSizes, toolbox::ConstantSampleSize, toolbox::CompactSampleSizes,
                toolbox::ChunkOffsets, toolbox::WideChunkOffsets, toolbox::SampleDependencies,
-               toolbox::SampleToGroup>;
+               toolbox::DegradationPriorities, toolbox::PaddingBits, toolbox::SampleToGroup>;
 
 }  // namespace tools

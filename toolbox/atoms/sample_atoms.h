@@ -174,6 +174,29 @@ struct SampleDependencies {  // 'sdtp', ISO/IEC 14496-12 8.6.4
   }
 };
 
+struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
+  static constexpr FourCC kType{"stdp"};
+  std::uint32_t versionAndFlags = 0;
+  Bytes samples;  // two bytes each
+
+  static void Fields(auto& io, auto& priorities) {
+    io("version", priorities.versionAndFlags);
+    io.Rest("samples", priorities.samples);
+  }
+};
+
+struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
+  static constexpr FourCC kType{"padb"};
+  std::uint32_t versionAndFlags = 0, count = 0;
+  Bytes samples;  // four bits each, the top one 0
+
+  static void Fields(auto& io, auto& padding) {
+    io("version", padding.versionAndFlags);
+    io("count", padding.count);
+    io.Rest("samples", padding.samples);
+  }
+};
+
 struct SampleToGroup {  // 'sbgp', ISO/IEC 14496-12 8.9.2
   static constexpr FourCC kType{"sbgp"};
   struct Row {

@@ -5,6 +5,7 @@
 #include <map>
 #include <tuple>
 
+#include "toolbox/files/auxiliary_data.h"
 #include "toolbox/files/kept_places.h"
 #include "toolbox/files/used_samples.h"
 #include "toolbox/refused.h"
@@ -148,6 +149,8 @@ class Planner {
   void Cut(std::size_t index);
   // Gives every chunk its place.
   void Arrange(bool interleave);
+  // Plans to copy what lies beside the samples of a prepared track.
+  void AddAuxiliary(std::size_t index);
 
  private:
   // A description for each of the source's, those that are equal once they share a file being one.
@@ -210,12 +213,16 @@ void Planner::Prepare(std::size_t index) {
   output.media->dataReferences = {ThisFile{}};
 
   // The samples in use close up; `moved` remembers by how much each stretch did.
-  output.media->samples = {};
+  if (source.samples.Count() != 0) output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {
     const MediaTime now{
         output.media->samples.AppendSlice(source.samples, part.from, part.to, track.descriptions)};
     moved[part.from] = now - MediaTime{source.samples.TimeOf(part.from)};
+  }
+  // What such a track says of its samples would not be true of some of them.
+  if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
+    throw Refused{featureUnsupported};
   }
   output.edits = {};
   for (const Edit& edit : track.source->edits.Edits()) {
@@ -273,6 +280,29 @@ void Planner::Arrange(bool interleave) {
   }
 }
 
+void Planner::AddAuxiliary(std::size_t index) {
+  TrackPlan& track = plan_.tracks[index];
+  track.auxiliary.emplace();
+  if (plan_.movie->tracks[index]->media->samples.WholeRows() == nullptr) return;
+  const MediaRecord& source = *track.source->media;
+  const Siblings& tables = source.samples.WholeRows()->otherTables;
+  const std::vector<AuxiliaryData> found = FindAuxiliaryData(source);
+  const auto stated = std::ranges::count(tables, FourCC{"saio"}, &Sibling::type);
+  if (source.IsProtected() && found.size() != static_cast<std::size_t>(stated)) {
+    throw Refused{invalidSampleTable};
+  }
+  for (const AuxiliaryData& data : found) {
+    track.auxiliary->push_back({data.table, plan_.dataSize});
+    for (CopyRange range : data.ranges) {
+      const std::uint64_t end = sizes_.Of(*range.from);
+      if (range.at > end || range.length > end - range.at) throw Refused{eofErr};
+      range.destination = plan_.dataSize;
+      plan_.dataSize += range.length;
+      plan_.auxiliary.push_back(range);
+    }
+  }
+}
+
 bool UsesAllSamples(const TrackRecord& track) {
   if (!track.media) return true;
   std::uint64_t count = 0;
@@ -316,9 +346,11 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
     if (plan.tracks[i].source->media) withMedia.push_back(i);
   }
   for (const std::size_t i : withMedia) planner.Prepare(i);
-  if (planner.KeepPlaces(options.mostChunksKept)) return plan;
-  for (const std::size_t i : withMedia) planner.Cut(i);
-  planner.Arrange(options.interleave);
+  if (!planner.KeepPlaces(options.mostChunksKept)) {
+    for (const std::size_t i : withMedia) planner.Cut(i);
+    planner.Arrange(options.interleave);
+  }
+  for (const std::size_t i : withMedia) planner.AddAuxiliary(i);
   return plan;
 }
 

@@ -23,12 +23,20 @@ struct OutputChunk {
   std::uint64_t source = 0;  // with keepsPlaces: where the first sample lies in its file
 };
 
+// Where what one 'saio' leads to goes.
+struct AuxiliaryPlace {
+  std::size_t table = 0;  // the 'saio', as an index into the other tables of the source's rows
+  std::uint64_t destination = 0;  // bytes from the start of the media data
+};
+
 struct TrackPlan {
   const TrackRecord* source = nullptr;  // whose samples these are
   // Chunks to copy, in the order of the samples. Empty: the samples stay in the files they are in.
   std::vector<OutputChunk> chunks;
   // By the source's index of a description: that in the output.
   std::vector<std::uint32_t> descriptions;
+  // What lies beside the samples and is copied with them; nothing: it stays where it is.
+  std::optional<std::vector<AuxiliaryPlace>> auxiliary;
 };
 
 struct ChunkReference {
@@ -55,6 +63,7 @@ struct FilePlan {
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
   std::vector<CopyRange> blocks;  // all media data, where chunks keep their places
   std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
+  std::vector<CopyRange> auxiliary;  // what lies beside the samples, behind all chunks
   std::uint64_t dataSize = 0;  // bytes of media data
 
   // Where the movie's own file goes, for samples that stay in it; sorted. Empty: nowhere.
@@ -78,8 +87,8 @@ struct FlattenOptions {
 
 // A self-contained file: every sample that is shown, and what it needs to be decoded, is copied.
 // Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is shorter
-// than its movie says), invalidSampleTable (samples that lie nowhere), and what opening a file
-// throws.
+// than its movie says), invalidSampleTable (samples that lie nowhere), featureUnsupported (a part
+// of encrypted samples), and what opening a file throws.
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
 
 // A reference movie: samples stay where they are, but those held in memory are copied.
@@ -113,6 +122,7 @@ void FilePlan::ForEachRange(Visit&& visit) const {
                                });
   }
   if (open.length != 0) visit(std::as_const(open));
+  for (const CopyRange& range : auxiliary) visit(range);
 }
 
 }  // namespace toolbox

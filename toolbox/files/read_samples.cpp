@@ -193,7 +193,33 @@ void ReadGroups(Children& table, SampleRows& rows) {
       if (row.count != 0 && sample < rows.count) group->runs.push_back({sample, row.group});
       sample += std::min(row.count, rows.count - sample);
     });
-    if (sample < rows.count) group->runs.push_back({sample, 0});
+    const auto descriptions = ReadGroupDescriptions(group->descriptions);
+    const std::uint32_t standard = descriptions ? descriptions->standard : 0;
+    if (sample < rows.count) group->runs.push_back({sample, standard});
+  }
+}
+
+// The tables with a value for each sample.
+void ReadValues(Children& table, SampleRows& rows) {
+  const auto atMost = [&rows](std::size_t count) {
+    return std::min<std::size_t>(count, rows.count);
+  };
+  if (auto dependencies = table.Maybe<SampleDependencies>()) {
+    rows.dependencies = std::move(dependencies->samples);
+    rows.dependencies.resize(atMost(rows.dependencies.size()));
+  }
+  if (const auto stated = table.Maybe<DegradationPriorities>()) {
+    rows.priorities.resize(atMost(stated->samples.size() / 2));
+    for (std::size_t i = 0; i < rows.priorities.size(); ++i) {
+      rows.priorities[i] = FromBigEndian<std::uint16_t>(&stated->samples[2 * i]);
+    }
+  }
+  if (const auto stated = table.Maybe<PaddingBits>()) {
+    rows.padding.resize(atMost(std::min<std::size_t>(stated->count, 2 * stated->samples.size())));
+    for (std::size_t i = 0; i < rows.padding.size(); ++i) {
+      const std::uint8_t both = stated->samples[i / 2];
+      rows.padding[i] = i % 2 == 0 ? both >> 4U & 7U : both & 7U;
+    }
   }
 }
 
@@ -209,10 +235,7 @@ std::shared_ptr<const SampleRows> ReadSamples(ByteSpan content, MediaRecord& med
   rows->sync = ReadNumbers<SyncSamples>(table, rows->count);
   rows->partialSync =
       ReadNumbers<PartialSyncSamples>(table, rows->count).value_or(std::vector<std::uint32_t>{});
-  if (auto dependencies = table.Maybe<SampleDependencies>()) {
-    rows->dependencies = std::move(dependencies->samples);
-    rows->dependencies.resize(std::min<std::size_t>(rows->dependencies.size(), rows->count));
-  }
+  ReadValues(table, *rows);
   ReadGroups(table, *rows);
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {

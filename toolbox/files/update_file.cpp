@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <optional>
 
+#include "toolbox/files/auxiliary_data.h"
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/plan.h"
 #include "toolbox/files/sample_data.h"
@@ -54,6 +55,7 @@ class Updater {
   }
 
   void Update() {
+    CheckOldMovieMayGo();
     FreeLeftovers();
     FilePlan plan = PlanUpdate(movie_);
     // Nothing can follow bytes that are no atom.
@@ -69,6 +71,22 @@ class Updater {
   }
 
  private:
+  // Refuses to free an old movie that still holds what encrypted samples are decrypted by.
+  void CheckOldMovieMayGo() const {
+    for (const auto& track : movie_.tracks) {
+      if (!track->media) continue;
+      for (const AuxiliaryData& data : FindAuxiliaryData(*track->media)) {
+        for (const CopyRange& range : data.ranges) {
+          const bool isInMovie =
+              range.at < old_.at + old_.atom.size && range.at + range.length > old_.at;
+          if (isInMovie && std::holds_alternative<ThisFile>(*range.from)) {
+            throw Refused{featureUnsupported};
+          }
+        }
+      }
+    }
+  }
+
   void WriteType(std::uint64_t atom, FourCC type) {
     WriteAt(file_, atom + 4, Encoded([type](auto& io) { io("type", type); }));
   }

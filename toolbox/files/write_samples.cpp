@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <utility>
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/files/auxiliary_data.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -57,9 +60,7 @@ class ChunkWalk {
   std::uint64_t Shifted(const SamplePiece& piece) const {
     if (!std::holds_alternative<ThisFile>(media_.ReferenceOf(piece.description)))
       return piece.offset;
-    const auto after = std::ranges::upper_bound(plan_.shifts, piece.offset, {}, &OffsetShift::from);
-    if (after == plan_.shifts.begin()) return piece.offset;
-    return piece.offset + static_cast<std::uint64_t>(std::prev(after)->by);
+    return piece.offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, piece.offset));
   }
 
   const FilePlan& plan_;
@@ -169,40 +170,68 @@ void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
 
 template <class Io>
 void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
-  for (const SampleGroup* group : samples.Groups()) {
-    if (!group->descriptions.empty()) {
-      table.Add(FourCC{"sgpd"}, [&io, group] { io.Append(group->descriptions); });
+  const auto groups = std::make_shared<const std::vector<JoinedGroup>>(samples.Groups());
+  for (const JoinedGroup& group : *groups) {
+    if (!group.descriptions.empty()) {
+      table.Add(FourCC{"sgpd"}, [&io, &group, groups] { io.Append(group.descriptions); });
     }
-    if (group->runs.empty()) continue;
-    table.Add(SampleToGroup{group->versionAndFlags, group->grouping, group->parameter,
-                            RowsOf<SampleToGroup::Row>([&samples, group](const auto& visit) {
-                              samples.ForEachGroup(*group,
-                                                   [&](std::uint32_t count, std::uint32_t number) {
-                                                     visit(SampleToGroup::Row{count, number});
-                                                   });
-                            })});
+    if (!group.isMapped) continue;
+    table.Add(
+        SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
+                      RowsOf<SampleToGroup::Row>([&samples, &group, groups](const auto& visit) {
+                        samples.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
+                          visit(SampleToGroup::Row{count, number});
+                        });
+                      })});
+  }
+}
+
+// The tables with a value for each sample.
+template <class Io>
+void AddValues(ChildWriter<Io>& table, const SampleTable& samples) {
+  Bytes bytes;
+  if (samples.Has(&SampleRows::dependencies)) {
+    samples.ForEachValue(&SampleRows::dependencies,
+                         [&](std::uint8_t byte) { bytes.push_back(byte); });
+    table.Add(SampleDependencies{0, std::exchange(bytes, {})});
+  }
+  if (samples.Has(&SampleRows::priorities)) {
+    samples.ForEachValue(&SampleRows::priorities, [&](std::uint16_t priority) {
+      bytes.push_back(static_cast<std::uint8_t>(priority >> 8U));
+      bytes.push_back(static_cast<std::uint8_t>(priority));
+    });
+    table.Add(DegradationPriorities{0, std::exchange(bytes, {})});
+  }
+  if (samples.Has(&SampleRows::padding)) {
+    bool isSecond = false;
+    samples.ForEachValue(&SampleRows::padding, [&](std::uint8_t bits) {
+      if (isSecond) {
+        bytes.back() |= bits;
+      } else {
+        bytes.push_back(static_cast<std::uint8_t>(bits << 4U));
+      }
+      isSecond = !isSecond;
+    });
+    table.Add(PaddingBits{0, Count(samples.Count()), std::exchange(bytes, {})});
   }
 }
 
 template <class Io>
 void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
-  static const Siblings kNoOrder;
   const MediaRecord& media = *plan.movie->tracks[track]->media;
   const SampleTable& samples = media.samples;
   // Tables that nobody reads hold only for just these samples.
   const SampleRows* whole = samples.WholeRows();
+  const Siblings others =
+      whole != nullptr ? OtherTables(*whole, plan, track, dataStart) : Siblings();
   io.Atom(FourCC{"stbl"}, [&] {
-    ChildWriter<Io> table(io, whole != nullptr ? whole->otherTables : kNoOrder);
+    ChildWriter<Io> table(io, others);
     table.Add(Descriptions(media));
     AddTimes(table, samples);
     AddSync(table, samples);
     AddChunks(table, ChunkWalk(plan, track, dataStart));
     AddSizes(table, samples);
-    if (samples.HasDependencies()) {
-      Bytes dependencies;
-      samples.ForEachDependency([&](std::uint8_t byte) { dependencies.push_back(byte); });
-      table.Add(SampleDependencies{0, std::move(dependencies)});
-    }
+    AddValues(table, samples);
     AddGroups(table, io, samples);
     table.Finish();
   });

@@ -7,39 +7,9 @@
 #include "toolbox/refused.h"
 
 namespace toolbox {
-namespace {
 
-constexpr std::size_t kReferenceAt = 14;  // size, format, six bytes
-
-}  // namespace
-
-FourCC SampleDescription::Format() const {
-  std::uint32_t value = 0;
-  for (std::size_t i = 4; i < 8 && i < bytes.size(); ++i) value = value << 8 | bytes[i];
-  return FourCC(value);
-}
-
-bool SampleDescription::HoldsReference() const {
-  if (bytes.size() < kReferenceAt + 2) return false;
-  return std::all_of(bytes.begin() + 8, bytes.begin() + kReferenceAt,
-                     [](std::uint8_t byte) { return byte == 0; });
-}
-
-Bytes SampleDescription::Numbered() const {
-  Bytes numbered = bytes;
-  if (HoldsReference()) {
-    const std::uint32_t number = dataReference + 1;
-    numbered[kReferenceAt] = static_cast<std::uint8_t>(number >> 8);
-    numbered[kReferenceAt + 1] = static_cast<std::uint8_t>(number);
-  }
-  return numbered;
-}
-
-bool SampleDescription::SameAs(const SampleDescription& other) const {
-  if (!HoldsReference() || !other.HoldsReference()) return bytes == other.bytes;
-  const ByteSpan a(bytes), b(other.bytes);
-  return std::ranges::equal(a.first(kReferenceAt), b.first(kReferenceAt)) &&
-         std::ranges::equal(a.subspan(kReferenceAt + 2), b.subspan(kReferenceAt + 2));
+bool MediaRecord::IsProtected() const {
+  return std::ranges::any_of(descriptions, &SampleDescription::IsProtected);
 }
 
 std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
@@ -66,7 +36,7 @@ std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
 std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description, std::size_t first) {
   const auto from = descriptions.begin() + static_cast<std::ptrdiff_t>(first);
   const auto found = std::find_if(from, descriptions.end(), [&](const SampleDescription& here) {
-    return here.dataReference == description.dataReference && here.SameAs(description);
+    return here.dataReference == description.dataReference && here.SameAs(description, Type());
   });
   const auto index = static_cast<std::uint32_t>(found - descriptions.begin());
   if (found == descriptions.end()) descriptions.push_back(description);
@@ -112,6 +82,8 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 }
 
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
+  if (IsProtected()) throw Refused{featureUnsupported};
+  if (!samples.IsLocated(from, to)) throw Refused{invalidSampleTable};
   SampleTableRecord table{scale, {}, descriptions, {}};
   for (const DataReference& reference : dataReferences) {
     table.dataReferences.push_back(SeenFromElsewhere(reference));
@@ -124,6 +96,7 @@ SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const 
 
 MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from,
                               std::uint64_t to) {
+  if (IsProtected()) throw Refused{featureUnsupported};
   std::vector<DataReference> seen;
   for (const DataReference& reference : table.dataReferences) {
     seen.push_back(SeenFromHere(reference));

@@ -12,6 +12,7 @@
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/data_reference.h"
+#include "toolbox/movie/sample_description.h"
 #include "toolbox/movie/sample_table.h"
 #include "toolbox/movie/time.h"
 #include "toolbox/movie/user_data.h"
@@ -28,21 +29,6 @@ struct HandlerRecord {
   FourCC componentType, subtype, manufacturer;
   std::uint32_t componentFlags = 0, componentFlagsMask = 0;
   Bytes name;
-};
-
-// One entry of a sample description table: the whole of it, and the data reference it names (an
-// index).
-struct SampleDescription {
-  Bytes bytes;  // size, format, six bytes, data-reference number, then the format's own
-  std::uint32_t dataReference = 0;
-
-  FourCC Format() const;
-  // Some metadata formats have text where others have the data-reference number.
-  bool HoldsReference() const;
-  // The bytes with the number of the data reference in its place.
-  Bytes Numbered() const;
-  // Equal but for the data reference.
-  bool SameAs(const SampleDescription& other) const;
 };
 
 // Samples on their way from one media to another, with all it takes to find and to read them.
@@ -83,6 +69,8 @@ struct MediaRecord : MediaSettings {
   std::optional<std::uint32_t> textEncoding;  // that further text samples are marked with
 
   FourCC Type() const { return handler.subtype; }
+  // Whether any of its samples are encrypted: those can be copied whole, but not cut or joined.
+  bool IsProtected() const;
   // The description used by samples whose description index is `index`.
   const DataReference& ReferenceOf(std::uint32_t description) const {
     return dataReferences[descriptions[description].dataReference];
@@ -111,11 +99,12 @@ struct MediaRecord : MediaSettings {
   // is not joined twice. Throws Refused (couldNotResolveDataRef).
   MediaTime Join(const MediaRecord& source);
 
-  // The samples [from, to), for any other media. Throws Refused (couldNotResolveDataRef).
+  // The samples [from, to), for any other media. Throws Refused: couldNotResolveDataRef,
+  // invalidSampleTable (some lie nowhere), featureUnsupported (encrypted samples).
   SampleTableRecord Copy(std::uint64_t from, std::uint64_t to) const;
   // Appends the samples [from, to) of `table`, whose scale is that of the media, by reference and
-  // as SampleTable::AppendInStep does. Throws Refused (mediaTypesDontMatch) where a description
-  // cannot say which file its samples lie in.
+  // as SampleTable::AppendInStep does. Throws Refused: mediaTypesDontMatch (a description cannot
+  // say which file its samples lie in), featureUnsupported (encrypted samples here).
   MediaTime Append(const SampleTableRecord& table, std::uint64_t from, std::uint64_t to);
 
   // The file that ThisFile means; nothing for a media that stands alone or was made in memory.

@@ -101,6 +101,9 @@ std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   SampleRows rows = *this;
+  // It states times of the scale that was.
+  std::erase_if(rows.otherTables,
+                [](const Sibling& table) { return table.type == FourCC{"cslg"}; });
   rows.times.clear();
   rows.offsets.clear();
   rows.timed_ = rows.shifted_ = 0;

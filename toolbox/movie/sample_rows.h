@@ -59,7 +59,10 @@ struct SampleRows {
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
-  Bytes dependencies;  // one byte a sample; 0 for samples beyond them
+  // A value for each sample, in order; 0 for samples beyond them.
+  Bytes dependencies;
+  Bytes padding;  // bits at the end of a sample
+  std::vector<std::uint16_t> priorities;  // of what may be left out when there is too much
   std::vector<SampleGroup> groups;
   Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
 

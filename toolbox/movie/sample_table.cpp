@@ -4,6 +4,7 @@
 #include <iterator>
 #include <map>
 #include <numeric>
+#include <unordered_set>
 
 #include "toolbox/movie/time.h"
 #include "toolbox/refused.h"
@@ -287,17 +288,17 @@ std::pair<std::uint64_t, std::uint64_t> SampleTable::WholePackets(std::uint64_t 
 std::optional<std::uint32_t> SampleTable::RollDistance(std::uint64_t sample) const {
   const Slice& slice = SliceOf(sample);
   for (const SampleGroup& group : slice.rows->groups) {
-    // 'sgpd' of version 1: size, type, version, grouping, length of an entry, count, entries.
-    const Bytes& atom = group.descriptions;
-    if (group.grouping != FourCC{"roll"} || atom.size() < 26 || group.runs.empty()) continue;
+    if (group.grouping != FourCC{"roll"}) continue;
+    const auto stated = ReadGroupDescriptions(group.descriptions);
+    if (!stated) continue;
     const auto after =
         std::ranges::upper_bound(group.runs, slice.RowOf(sample), {}, &GroupRun::sample);
-    if (after == group.runs.begin()) continue;
-    const std::size_t at = 24 + 2 * (std::size_t{std::prev(after)->group} - 1);
-    if (std::prev(after)->group == 0 || atom[8] != 1 || atom[19] != 2 || at + 2 > atom.size()) {
-      continue;
-    }
-    const auto distance = static_cast<std::int16_t>(atom[at] << 8 | atom[at + 1]);
+    const std::uint32_t number =
+        after == group.runs.begin() ? stated->standard : std::prev(after)->group;
+    if (number == 0 || number > stated->entries.size()) continue;
+    const ByteSpan entry = stated->entries[number - 1];
+    if (entry.size() != 2) continue;
+    const auto distance = static_cast<std::int16_t>(entry[0] << 8 | entry[1]);
     if (distance < 0) return static_cast<std::uint32_t>(-distance);
   }
   return std::nullopt;
@@ -397,28 +398,14 @@ bool SampleTable::HasPartialSync() const {
                              [](const Slice& slice) { return !slice.rows->partialSync.empty(); });
 }
 
-bool SampleTable::HasDependencies() const {
-  return std::ranges::any_of(slices_,
-                             [](const Slice& slice) { return !slice.rows->dependencies.empty(); });
-}
-
-std::vector<const SampleGroup*> SampleTable::Groups() const {
-  std::vector<const SampleGroup*> groups;
-  if (slices_.empty()) return groups;
-  for (const SampleGroup& group : slices_.front().rows->groups) {
-    const bool isShared = std::ranges::all_of(
-        slices_, [&](const Slice& slice) { return FindGroup(*slice.rows, group) != nullptr; });
-    if (isShared) groups.push_back(&group);
+std::vector<JoinedGroup> SampleTable::Groups() const {
+  std::vector<const SampleRows*> rows;
+  if (slices_.empty() && empty_) rows.push_back(empty_.get());
+  std::unordered_set<const SampleRows*> seen;
+  for (const Slice& slice : slices_) {
+    if (seen.insert(slice.rows.get()).second) rows.push_back(slice.rows.get());
   }
-  return groups;
-}
-
-const SampleGroup* SampleTable::FindGroup(const SampleRows& rows, const SampleGroup& like) {
-  const auto found = std::ranges::find_if(rows.groups, [&](const SampleGroup& group) {
-    return group.grouping == like.grouping && group.versionAndFlags == like.versionAndFlags &&
-           group.parameter == like.parameter && group.descriptions == like.descriptions;
-  });
-  return found == rows.groups.end() ? nullptr : &*found;
+  return JoinGroups(rows);
 }
 
 const SampleRows* SampleTable::WholeRows() const {

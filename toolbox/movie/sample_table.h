@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "toolbox/movie/sample_groups.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
@@ -104,9 +105,11 @@ class SampleTable {
   std::uint32_t OffsetsVersion() const;
   bool HasSyncTable() const;
   bool HasPartialSync() const;
-  bool HasDependencies() const;
-  // The groupings that every sample's rows know, with equal descriptions.
-  std::vector<const SampleGroup*> Groups() const;
+  // Whether samples have values in that table of their rows.
+  template <class Values>
+  bool Has(Values SampleRows::*table) const;
+  // The groupings that any of the samples' rows know.
+  std::vector<JoinedGroup> Groups() const;
   // Marks, by index, the descriptions that samples of [from, to) use; they are located.
   void MarkDescriptions(std::uint64_t from, std::uint64_t to, std::vector<bool>& used) const;
   // The rows when the table is all of them and nothing else, else null.
@@ -120,7 +123,7 @@ class SampleTable {
   void ForEachOffset(Visit&& visit) const;
   // Calls visit(samples, group) likewise, for a group that Groups gave.
   template <class Visit>
-  void ForEachGroup(const SampleGroup& group, Visit&& visit) const;
+  void ForEachGroup(const JoinedGroup& group, Visit&& visit) const;
   // Calls visit(size) for each sample.
   template <class Visit>
   void ForEachSize(Visit&& visit) const;
@@ -129,9 +132,9 @@ class SampleTable {
   void ForEachSync(Visit&& visit) const;
   template <class Visit>
   void ForEachPartialSync(Visit&& visit) const;
-  // Calls visit(byte) for each sample.
-  template <class Visit>
-  void ForEachDependency(Visit&& visit) const;
+  // Calls visit(value) for each sample, 0 where the table does not reach.
+  template <class Values, class Visit>
+  void ForEachValue(Values SampleRows::*table, Visit&& visit) const;
   // Calls visit(SamplePiece) for [from, to), a piece a chunk of the file; every sample is located.
   template <class Visit>
   void ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
@@ -166,7 +169,6 @@ class SampleTable {
   void ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
   // Those that hold samples of [from, to).
   std::span<const Slice> SlicesIn(std::uint64_t from, std::uint64_t to) const;
-  static const SampleGroup* FindGroup(const SampleRows& rows, const SampleGroup& like);
   // The samples [from, to) as slices to be added to a table in which they have those descriptions.
   std::vector<Slice> Cut(std::uint64_t from, std::uint64_t to,
                          std::span<const std::uint32_t> descriptions) const;

@@ -52,12 +52,19 @@ void SampleTable::ForEachOffset(Visit&& visit) const {
 }
 
 template <class Visit>
-void SampleTable::ForEachGroup(const SampleGroup& group, Visit&& visit) const {
+void SampleTable::ForEachGroup(const JoinedGroup& group, Visit&& visit) const {
   RunJoiner<std::uint32_t, Visit> joiner(visit);
   for (const Slice& slice : slices_) {
-    const SampleGroup& here = *FindGroup(*slice.rows, group);
-    ForEachRunIn(here.runs, slice.from, slice.to, &GroupRun::group,
-                 [&](std::uint32_t samples, std::uint32_t number) { joiner.Add(samples, number); });
+    const auto found = group.numbers.find(slice.rows.get());
+    const auto numbers = found == group.numbers.end() ? JoinedGroup::Numbers{} : found->second;
+    if (numbers.group == nullptr) {
+      joiner.Add(slice.to - slice.from, numbers.standard);
+      continue;
+    }
+    ForEachRunIn(numbers.group->runs, slice.from, slice.to, &GroupRun::group,
+                 [&](std::uint32_t samples, std::uint32_t number) {
+                   joiner.Add(samples, numbers.Of(number));
+                 });
   }
   joiner.Flush();
 }
@@ -98,12 +105,18 @@ void SampleTable::ForEachPartialSync(Visit&& visit) const {
   }
 }
 
-template <class Visit>
-void SampleTable::ForEachDependency(Visit&& visit) const {
+template <class Values>
+bool SampleTable::Has(Values SampleRows::*table) const {
+  return std::ranges::any_of(
+      slices_, [table](const Slice& slice) { return !((*slice.rows).*table).empty(); });
+}
+
+template <class Values, class Visit>
+void SampleTable::ForEachValue(Values SampleRows::*table, Visit&& visit) const {
   for (const Slice& slice : slices_) {
-    const Bytes& dependencies = slice.rows->dependencies;
+    const Values& values = (*slice.rows).*table;
     for (std::uint32_t row = slice.from; row < slice.to; ++row) {
-      visit(row < dependencies.size() ? dependencies[row] : std::uint8_t{0});
+      visit(row < values.size() ? values[row] : typename Values::value_type{0});
     }
   }
 }

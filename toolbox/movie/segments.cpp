@@ -27,7 +27,8 @@ bool MayLieInSeveralFiles(const MediaRecord& media) {
 }
 
 bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
-  return a.Type() == b.Type() && MayLieInSeveralFiles(a) && MayLieInSeveralFiles(b);
+  return a.Type() == b.Type() && MayLieInSeveralFiles(a) && MayLieInSeveralFiles(b) &&
+         !a.IsProtected() && !b.IsProtected();
 }
 
 // QuickTime: 0x7FFF is no particular language.  ISO: it is 'und', packed.
@@ -46,12 +47,13 @@ bool Fits(const TrackRecord& track, const TrackRecord& source) {
          SameAtom(track.siblings, source.siblings, FourCC{"matt"});
 }
 
-// Refuses media whose samples cannot be told from elsewhere.
+// Refuses media whose samples cannot be told from elsewhere, or cannot be decrypted there.
 void CheckJoinable(const TrackRecord& source) {
   const MediaRecord& media = *source.media;
   const bool isOwn = std::ranges::any_of(media.dataReferences, [](const DataReference& reference) {
     return std::holds_alternative<ThisFile>(reference);
   });
+  if (media.IsProtected()) throw Refused{featureUnsupported};
   if (isOwn && !source.movie->file) throw Refused{couldNotResolveDataRef};
   if (media.samples.LocatedCount() < media.samples.Count()) throw Refused{invalidSampleTable};
 }
@@ -202,14 +204,17 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   const std::int32_t here = track.media->scale, there = source.media->scale;
   if (here != there && source.media->Type() == kSound) throw Refused{mediaTypesDontMatch};
   const bool isEmpty = track.media->samples.Count() == 0;
-  if (!isEmpty && !MayShareMedia(*source.media, *track.media)) throw Refused{mediaTypesDontMatch};
+  const bool isOwn = &source == &track;
+  if (!isEmpty && !isOwn && !MayShareMedia(*source.media, *track.media)) {
+    throw Refused{mediaTypesDontMatch};
+  }
 
   length = std::min(length, source.edits.Duration() - from);
   if (length.units <= 0) return;
   const MovieTime room{Rescale(length.units, source.movie->scale, track.movie->scale)};
   EditList edits = SegmentFor(*track.movie, source, from, length);
   if (edits.Edits().empty()) return;
-  CheckJoinable(source);
+  if (!isOwn) CheckJoinable(source);
   if (here == there) return Lay(source, *source.media, std::move(edits), track, at, room);
 
   // A scale that both media have whole numbers of: exact for both. Where it would be too fine, the

@@ -17,8 +17,8 @@ namespace toolbox {
 // used once; where none fits, a track like the source's is made. References between tracks that
 // came along are kept. Media are joined by reference.
 //
-// Throws Refused: invalidTime, invalidDuration, couldNotResolveDataRef, invalidSampleTable; then
-// nothing has changed.
+// Throws Refused: invalidTime, invalidDuration, couldNotResolveDataRef, invalidSampleTable,
+// featureUnsupported (encrypted samples); then nothing has changed.
 void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime from,
                         MovieTime length, MovieTime at);
 
@@ -36,7 +36,8 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie);
 // brought together, but not those of sound.
 //
 // Throws Refused: noMediaHandler, mediaTypesDontMatch, invalidTime, invalidDuration,
-// couldNotResolveDataRef, invalidSampleTable; then nothing has changed.
+// couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted samples); then nothing
+// has changed.
 void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at);
 

@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/files/read_movie.h"
 #include "toolbox/files/top_level.h"
 #include "toolbox/files/write_file.h"
+#include "toolbox/movie/segments.h"
 
 namespace toolbox {
 namespace {
@@ -49,6 +51,9 @@ class WriteMovie : public InFolder {
     WriteFile(plan, layout, folder_ / "out.mov", output);
     output.Commit();
     return Stored(folder_ / "out.mov");
+  }
+  std::unique_ptr<MovieRecord> Opened(const std::string& name, const Bytes& file) const {
+    return ReadMovieFile(Store(name, file), References::kResolve);
   }
   std::unique_ptr<MovieRecord> ReadOutput() const {
     return ReadMovieFile(folder_ / "out.mov", References::kResolve);
@@ -182,6 +187,118 @@ TEST_F(WriteMovie, KeepsAReferenceMoviesTablesByteForByte) {
   };
   const std::size_t size = 8 + FromBigEndian<std::uint32_t>(&*(Find(source, Text("stbl")) - 4));
   EXPECT_EQ(contentOf(file, "stbl", size - 8), contentOf(source, "stbl", size - 8));
+}
+
+// --- Tables with something for each sample
+
+// The content of the first atom of that type; nothing when there is none.
+std::optional<Bytes> Content(const Bytes& file, const char* type) {
+  const auto found = Find(file, Text(type));
+  if (found == file.end()) return std::nullopt;
+  const auto size = static_cast<std::ptrdiff_t>(FromBigEndian<std::uint32_t>(&*(found - 4)));
+  return Bytes(found + 4, found - 4 + size);
+}
+
+// A file of a movie of six samples of ten bytes, with more tables.
+Bytes FileWith(const Bytes& tables, const Bytes& description = Atom("test", Zeros(6), U16(1))) {
+  const Bytes plain = PlainTable(6, 100, 10, 8);
+  const std::ptrdiff_t old = 16 + 16;  // 'stsd' with an entry that says nothing
+  const Bytes table = Join(Atom("stsd", U32(0), U32(1), description),
+                           Bytes(plain.begin() + old, plain.end()), tables);
+  return Join(Atom("mdat", Numbered(60)),
+              Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table})));
+}
+
+Bytes SixOfEach() {
+  return Join(Atom("sdtp", U32(0), Text("abcdef")),
+              Atom("stdp", U32(0), U16(1), U16(2), U16(3), U16(4), U16(5), U16(6)),
+              Atom("padb", U32(0), U32(6), U8(0x12), U8(0x34), U8(0x56)),
+              Atom("stps", U32(0), U32(1), U32(3)), Atom("stss", U32(0), U32(1), U32(1)),
+              Atom("cslg", Zeros(24)), Atom("subs", Zeros(8)));
+}
+
+TEST_F(WriteMovie, CutsAndJoinsTheTablesOfEachSample) {
+  const auto movie = Opened("in.mov", FileWith(SixOfEach()));
+  const auto plain = Opened("plain.mov", FileWith({}));
+  const auto stated = [&](const char* type) {
+    return Content(Flattened(*movie, {.movieFirst = true, .compress = false}), type);
+  };
+  EXPECT_EQ(stated("padb"), Join(U32(0), U32(6), U8(0x12), U8(0x34), U8(0x56)));
+  EXPECT_EQ(stated("cslg"), Zeros(24)) << "no sample has changed";
+
+  InsertMovieSegment(*plain, *movie, {}, {600}, {600});
+  EXPECT_EQ(stated("sdtp"), Join(U32(0), Text("abcdef"), Zeros(6)));
+  EXPECT_EQ(stated("stdp"),
+            Join(U32(0), U16(1), U16(2), U16(3), U16(4), U16(5), U16(6), Zeros(12)));
+  EXPECT_EQ(stated("padb"), Join(U32(0), U32(12), U8(0x12), U8(0x34), U8(0x56), Zeros(3)));
+  EXPECT_EQ(stated("stps"), Join(U32(0), U32(1), U32(3)));
+  EXPECT_EQ(stated("stss"),
+            Join(U32(0), U32(7), U32(1), U32(7), U32(8), U32(9), U32(10), U32(11), U32(12)));
+  EXPECT_EQ(stated("cslg"), std::nullopt);
+  EXPECT_EQ(stated("subs"), std::nullopt);
+
+  // From the partial sync sample on, and an odd number of samples.
+  movie->tracks[0]->edits.Delete({900}, {300}, movie->tracks[0]->TimeClock());
+  movie->tracks[0]->edits.Delete({0}, {200}, movie->tracks[0]->TimeClock());
+  EXPECT_EQ(stated("sdtp"), Join(U32(0), Text("cdef"), Zeros(3)));
+  EXPECT_EQ(stated("padb"), Join(U32(0), U32(7), U8(0x34), U8(0x56), Zeros(2)));
+  EXPECT_EQ(stated("stps"), Join(U32(0), U32(1), U32(1)));
+}
+
+TEST_F(WriteMovie, KeepsTheTablesOfMediaWithoutSamples) {
+  const Bytes groups = Atom("sgpd", U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFF));
+  const Bytes strange = Join(Atom("????", Text("of nothing")), groups);
+  const Bytes table =
+      Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))), Atom("stts", Zeros(8)),
+           Atom("stsc", Zeros(8)), Atom("stsz", Zeros(12)), Atom("stco", Zeros(8)), strange);
+  const auto movie = Opened("in.mov", Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table})));
+  const FileLayout layout{.movieFirst = true, .compress = false};
+  for (const Bytes& file : {Flattened(*movie, layout), Written(PlanReference(*movie), layout)}) {
+    EXPECT_TRUE(Contains(file, strange));
+  }
+}
+
+// Six samples with two bytes each beside them, from byte `at` of the file on.
+Bytes Beside(std::uint32_t at) {
+  return Join(Atom("saiz", U32(0), U8(2), U32(6)), Atom("saio", U32(0), U32(1), U32(at)));
+}
+Bytes Secret() { return Atom("encv", Zeros(6), U16(1)); }
+
+TEST_F(WriteMovie, CopiesWhatLiesBesideTheSamples) {
+  for (const bool movieFirst : {false, true}) {
+    const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
+    const Bytes beside(Numbered(60).begin() + 12, Numbered(60).begin() + 24);
+    const Bytes file = Flattened(*movie, {.movieFirst = movieFirst, .compress = false});
+    const auto offsets = Content(file, "saio");
+    ASSERT_EQ(offsets->size(), 16U);
+    const auto at = static_cast<std::ptrdiff_t>(FromBigEndian<std::uint64_t>(&(*offsets)[8]));
+    EXPECT_EQ(Bytes(file.begin() + at, file.begin() + at + 12), beside);
+    EXPECT_EQ(SampleBytes(*ReadOutput()->tracks[0]), Numbered(60));
+    // In a reference movie it stays where it is.
+    const Bytes reference = Written(PlanReference(*movie), {.movieFirst = true, .compress = false});
+    EXPECT_TRUE(Contains(reference, Beside(20)));
+  }
+}
+
+TEST_F(WriteMovie, RefusesWhatWouldLeaveSamplesEncrypted) {
+  const auto cut = [](MovieRecord& movie) {
+    movie.tracks[0]->edits.Delete({0}, {300}, movie.tracks[0]->TimeClock());
+  };
+  const FileLayout layout{.movieFirst = true, .compress = false};
+  const auto secret = Opened("in.mov", FileWith(Beside(20), Secret()));
+  const auto open = Opened("open.mov", FileWith(Beside(20)));
+  EXPECT_EQ(CodeOf([&] { InsertMovieSegment(*secret, *open, {}, {600}, {600}); }),
+            featureUnsupported);
+  EXPECT_EQ(CodeOf([&] { AddMovieSelection(*secret, *open); }), featureUnsupported);
+  InsertMovieSegment(*open, *secret, {}, {600}, {600});
+  EXPECT_EQ(secret->tracks.size(), 2U) << "what is encrypted is left alone";
+  EXPECT_EQ(CodeOf([&] { Flattened(*secret, layout); }), noErr);
+  cut(*open), cut(*secret);
+  EXPECT_EQ(CodeOf([&] { Flattened(*secret, layout); }), featureUnsupported);
+  EXPECT_EQ(CodeOf([&] { Written(PlanReference(*secret), layout); }), noErr);
+  EXPECT_EQ(Content(Flattened(*open, layout), "saio"), std::nullopt) << "nobody needs it";
+  const auto torn = Opened("torn.mov", FileWith(Atom("saio", U32(0), U32(1), U32(20)), Secret()));
+  EXPECT_EQ(CodeOf([&] { Flattened(*torn, layout); }), invalidSampleTable);
 }
 
 TEST_F(WriteMovie, WritesUserDataWithoutTerminator) {

@@ -97,6 +97,17 @@ TEST(EditList, FillsGapsWithEmptyEdits) {
                                  {{330}, {50}, {700}}}));
 }
 
+TEST(EditList, PartsThatFollowOneAnotherInTheMediaDoNotDrift) {
+  const Clock clock{600, 44100};
+  EditList list;
+  for (std::int64_t i = 0; i < 1000; ++i) list.AppendMedia({i * 100'004}, {100'004}, 1.0, clock);
+  EXPECT_EQ(list.Edits(), (std::vector<Edit>{{{0}, {1360599}, {0}}}));  // 1360598.6
+  list.AppendMedia({5}, {44100}, 1.0, clock);
+  list.AppendMedia({44105}, {44100}, 0.5, clock);
+  EXPECT_EQ(list.Edits().size(), 3U) << "other media, another rate";
+  EXPECT_EQ(list.Duration(), MovieTime{1360599 + 600 + 1200});
+}
+
 TEST(EditList, LosesEmptySpaceThatNothingFollows) {
   EditList list = ListOf({{100, 0}, {50, -1}});
   list.TrimEnd();

@@ -202,7 +202,8 @@ TEST_P(Joined, WalksEverySample) {
   table_.ForEachSize([&](std::uint32_t size) { sizes.push_back(size); });
   table_.ForEachSync([&](std::uint64_t sample) { sync.push_back(sample); });
   table_.ForEachPartialSync([&](std::uint64_t sample) { partial.push_back(sample); });
-  table_.ForEachDependency([&](std::uint8_t byte) { dependencies.push_back(byte); });
+  table_.ForEachValue(&SampleRows::dependencies,
+                      [&](std::uint8_t byte) { dependencies.push_back(byte); });
 
   std::vector<std::uint64_t> expectedSync, expectedPartial;
   ASSERT_EQ(durations.size(), samples_.size());
@@ -390,26 +391,110 @@ TEST(SampleTable, ReadsTheRollDistanceOfASample) {
   EXPECT_EQ(table.RollDistance(9), 3U);
 }
 
-TEST(SampleTable, KeepsGroupsThatAllItsRowsKnow) {
-  const auto rowsWith = [](std::vector<SampleGroup> groups) {
-    auto rows = std::make_shared<SampleRows>();
-    rows->count = 4;
-    rows->AddTimes(4, 1);
-    rows->groups = std::move(groups);
-    return SampleTable(rows);
-  };
-  const SampleGroup roll{FourCC{"roll"}, 0, 0, {1}, {{0, 1}}}, other{FourCC{"rap "}, 0, 0, {2}, {}};
-  SampleTable table;
-  table.AppendSlice(rowsWith({roll, other}), 0, 4, std::vector{0U});
-  EXPECT_EQ(table.Groups().size(), 2U);
-  table.AppendSlice(rowsWith({{FourCC{"roll"}, 0, 0, {1}, {{0, 0}, {2, 1}}}}), 1, 4,
-                    std::vector{0U});
-  ASSERT_EQ(table.Groups().size(), 1U);
-  std::vector<std::uint32_t> numbers;
-  table.ForEachGroup(*table.Groups()[0], [&](std::uint32_t count, std::uint32_t number) {
+TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
+  const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
+  SampleTable joined;
+  EXPECT_EQ(joined.AppendInStep(reordered, 0, 4, std::vector{0U}), 0);
+  EXPECT_EQ(joined.AppendInStep(plain, 0, 2, std::vector{0U}), 40);
+  // In parts it is moved by as much as in one piece.
+  EXPECT_EQ(joined.AppendInStep(reordered, 0, 2, std::vector{0U}), 60);
+  EXPECT_EQ(joined.AppendInStep(reordered, 2, 4, std::vector{0U}), 80);
+  EXPECT_EQ(joined.Duration(), 100);
+  std::vector<std::int64_t> shown;
+  for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(joined.ShownAt(i));
+  EXPECT_EQ(shown, (std::vector<std::int64_t>{0, 30, 10, 20, 40, 50, 60, 90, 70, 80}));
+  EXPECT_EQ(joined.ShownUntil(), 100);
+  std::vector<std::int32_t> offsets;
+  joined.ForEachOffset([&](std::uint32_t count, std::int32_t offset) {
+    offsets.insert(offsets.end(), count, offset);
+  });
+  EXPECT_EQ(offsets, (std::vector<std::int32_t>{0, 20, -10, -10, 0, 0, 0, 20, -10, -10}));
+  EXPECT_EQ(joined.OffsetsVersion(), 1U);
+  EXPECT_EQ(joined.SamplesShownIn(20, 30), (std::pair<std::uint64_t, std::uint64_t>{3, 4}));
+  EXPECT_EQ(joined.Rescaled(600, 1200).ShownAt(1), 60);
+}
+
+SampleTable Grouped(std::vector<SampleGroup> groups, std::uint32_t count = 4) {
+  auto rows = std::make_shared<SampleRows>();
+  rows->count = count;
+  rows->AddTimes(count, 1);
+  rows->groups = std::move(groups);
+  return SampleTable(rows);
+}
+
+// An 'sgpd' of that version with 'rap ' entries of a byte each.
+Bytes Descriptions(std::uint8_t version, const Bytes& entries, std::uint8_t standard = 0) {
+  const auto count = static_cast<std::uint8_t>(entries.size());
+  const auto size = static_cast<std::uint8_t>(20 + 4 * version + count);
+  Bytes atom{0, 0, 0, size, 's', 'g', 'p', 'd', version, 0, 0, 0, 'r', 'a', 'p', ' '};
+  if (version >= 1) atom.insert(atom.end(), {0, 0, 0, 1});
+  if (version >= 2) atom.insert(atom.end(), {0, 0, 0, standard});
+  atom.insert(atom.end(), {0, 0, 0, count});
+  atom.insert(atom.end(), entries.begin(), entries.end());
+  return atom;
+}
+
+using Numbers = std::vector<std::uint32_t>;
+
+Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
+  Numbers numbers;
+  table.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
     numbers.insert(numbers.end(), count, number);
   });
-  EXPECT_EQ(numbers, (std::vector<std::uint32_t>{1, 1, 1, 1, 0, 1, 1}));
+  return numbers;
+}
+
+TEST(SampleTable, NumbersTheGroupsOfAllItsFilesTogether) {
+  constexpr FourCC kRap{"rap "};
+  const auto of = [](Bytes descriptions, std::vector<GroupRun> runs) {
+    return SampleGroup{kRap, 0, 0, std::move(descriptions), std::move(runs)};
+  };
+  const SampleGroup first = of(Descriptions(1, {7, 8}), {{0, 1}, {1, 0}, {3, 2}});
+  struct Case {
+    SampleGroup second;
+    Bytes descriptions;
+    Numbers numbers;  // of the four samples behind
+  };
+  const Case cases[] = {
+      {of(first.descriptions, {{0, 2}, {2, 1}}), first.descriptions, {2, 2, 1, 1}},
+      {of(Descriptions(1, {8, 9}), {{0, 2}, {2, 1}}), Descriptions(1, {7, 8, 9}), {3, 3, 2, 2}},
+      {of(Descriptions(0, {9}), {{0, 1}, {1, 0}}), Descriptions(1, {7, 8, 9}), {3, 0, 0, 0}},
+      {of(Descriptions(2, {9, 7}, 2), {}), Descriptions(1, {7, 8, 9}), {1, 1, 1, 1}},
+      {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, first.descriptions, {0, 0, 0, 0}}};
+  for (const Case& one : cases) {
+    SampleTable table = Grouped({first});
+    table.AppendSlice(Grouped({one.second}), 0, 4, std::vector{0U});
+    const auto groups = table.Groups();
+    ASSERT_FALSE(groups.empty());
+    EXPECT_EQ(groups[0].descriptions, one.descriptions);
+    EXPECT_TRUE(groups[0].isMapped);
+    Numbers expected{1, 0, 0, 2};
+    expected.insert(expected.end(), one.numbers.begin(), one.numbers.end());
+    EXPECT_EQ(NumbersIn(table, groups[0]), expected);
+  }
+}
+
+TEST(SampleTable, StatesTheStandardGroupOnceItNoLongerHoldsForAll) {
+  const SampleGroup standard{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
+  SampleTable table = Grouped({standard});
+  EXPECT_FALSE(table.Groups().at(0).isMapped);
+  table.AppendSlice(Grouped({}), 0, 4, std::vector{0U});
+  const auto groups = table.Groups();
+  EXPECT_TRUE(groups.at(0).isMapped);
+  EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
+}
+
+TEST(SampleTable, LeavesOutGroupsThatCannotBeToldApart) {
+  const auto opaque = [](const Bytes& entries) {
+    Bytes atom = Descriptions(0, entries);
+    std::copy_n("oinf", 4, atom.begin() + 12);
+    return SampleGroup{FourCC{"oinf"}, 0, 0, atom, {{0, 1}}};
+  };
+  SampleTable table = Grouped({opaque({1, 2, 3})});
+  table.AppendSlice(Grouped({opaque({1, 2, 3})}), 1, 4, std::vector{0U});
+  EXPECT_EQ(table.Groups().size(), 1U);
+  table.AppendSlice(Grouped({opaque({1, 2, 4})}), 0, 4, std::vector{0U});
+  EXPECT_TRUE(table.Groups().empty());
 }
 
 TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
