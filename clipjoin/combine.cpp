@@ -69,6 +69,10 @@ void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& 
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
          toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &made));
   Report({policy.insertion, kClipjoinSource}, policy.insert(made, source, at));
+  // A track that got nothing says nothing, and there are readers that take no file with one.
+  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(made)) == 0) {
+    toolbox::DisposeMovieTrack(made);
+  }
 }
 
 // Appends track by track.

@@ -267,7 +267,7 @@ Bytes Secret() { return Atom("encv", Zeros(6), U16(1)); }
 TEST_F(WriteMovie, CopiesWhatLiesBesideTheSamples) {
   for (const bool movieFirst : {false, true}) {
     const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
-    const Bytes beside(Numbered(60).begin() + 12, Numbered(60).begin() + 24);
+    const Bytes data = Numbered(60), beside(data.begin() + 12, data.begin() + 24);
     const Bytes file = Flattened(*movie, {.movieFirst = movieFirst, .compress = false});
     const auto offsets = Content(file, "saio");
     ASSERT_EQ(offsets->size(), 16U);
