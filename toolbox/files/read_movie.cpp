@@ -10,6 +10,8 @@
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/files/file_reference.h"
+#include "toolbox/files/read_edits.h"
+#include "toolbox/files/read_fragments.h"
 #include "toolbox/files/read_samples.h"
 #include "toolbox/files/top_level.h"
 #include "toolbox/refused.h"
@@ -107,8 +109,9 @@ void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
   }
 }
 
-void ReadMediaInformation(ByteSpan content, MediaRecord& media,
-                          const boost::filesystem::path& referrer, bool resolve) {
+std::shared_ptr<SampleRows> ReadMediaInformation(ByteSpan content, MediaRecord& media,
+                                                 const boost::filesystem::path& referrer,
+                                                 bool resolve) {
   Children parts(content);
   if (const auto dinf = parts.Maybe(FourCC{"dinf"})) {
     media.dataReferences = ReadDataReferences(*dinf, media, referrer, resolve);
@@ -116,16 +119,14 @@ void ReadMediaInformation(ByteSpan content, MediaRecord& media,
   // Without a list the samples are in the file itself.
   if (media.dataReferences.empty()) media.dataReferences.emplace_back(ThisFile{});
   const ByteSpan table = parts.One(FourCC{"stbl"});
-  InAtom(FourCC{"stbl"}, [&] {
-    auto rows = ReadSamples(table, media);
-    if (resolve) CheckResolved(media, *rows);
-    media.samples = SampleTable(std::move(rows));
-  });
+  auto rows = InAtom(FourCC{"stbl"}, [&] { return ReadSamples(table, media); });
   media.infoSiblings = parts.Others();
+  return rows;
 }
 
-MediaRecord ReadMedia(ByteSpan content, const boost::filesystem::path& referrer, bool resolve) {
-  MediaRecord media;
+// All of a media but its samples, which it gives back.
+std::shared_ptr<SampleRows> ReadMedia(ByteSpan content, MediaRecord& media,
+                                      const boost::filesystem::path& referrer, bool resolve) {
   Children parts(content);
   const auto header = parts.One<MediaHeader>();
   if (header.scale <= 0) throw Malformed("the media has no time scale");
@@ -141,47 +142,10 @@ MediaRecord ReadMedia(ByteSpan content, const boost::filesystem::path& referrer,
       handler.componentFlags,  handler.componentFlagsMask, handler.name};
   media.userData = TakeUserData(parts);
   const ByteSpan information = parts.One(FourCC{"minf"});
-  InAtom(FourCC{"minf"}, [&] { ReadMediaInformation(information, media, referrer, resolve); });
+  auto rows = InAtom(FourCC{"minf"},
+                     [&] { return ReadMediaInformation(information, media, referrer, resolve); });
   media.siblings = parts.Others();
-  return media;
-}
-
-// The whole media from movie time 0 on.
-EditList WholeMedia(const TrackRecord& track, std::uint64_t statedDuration) {
-  EditList edits;
-  const MediaTime length{track.media ? track.media->samples.Duration() : 0};
-  const Clock clock = track.TimeClock();
-  MovieTime duration = clock.Lasting(length, 1.0);
-  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(statedDuration, kLongest));
-  if (stated >= duration.units - 1 && stated <= duration.units + 1) duration.units = stated;
-  if (length.units > 0) edits.Append(duration, {0}, 1.0, clock);
-  return edits;
-}
-
-// The edit list as the file states it; nothing when it makes no sense.
-std::optional<EditList> ReadEdits(const EditEntries& stated, const TrackRecord& track) {
-  EditList edits;
-  const Clock clock = track.TimeClock();
-  std::uint64_t total = 0;
-  if (stated.entries.empty()) return std::nullopt;
-  for (std::size_t i = 0; i < stated.entries.size(); ++i) {
-    const EditEntries::Entry& entry = stated.entries[i];
-    MovieTime duration{static_cast<std::int64_t>(entry.duration)};
-    const bool isEmpty = entry.mediaTime == -1;
-    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
-      // To the end of the media: what writers state that do not know the length yet.
-      const std::int64_t left = track.media->samples.Duration() - entry.mediaTime;
-      duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
-    }
-    total += static_cast<std::uint64_t>(duration.units);
-    if (entry.mediaTime < -1 || entry.mediaTime > kLongest || entry.rate < 0 ||
-        entry.duration > kLongest || total > kLongest) {
-      return std::nullopt;
-    }
-    edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
-  }
-  edits.TrimEnd();
-  return edits;
+  return rows;
 }
 
 using ReferencedIds = std::vector<std::pair<FourCC, std::vector<std::uint32_t>>>;
@@ -201,8 +165,17 @@ ReferencedIds ReadReferences(ByteSpan content) {
   return references;
 }
 
-ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
-                        const boost::filesystem::path& referrer, bool resolve) {
+// What a track still lacks: more samples may follow behind the header, and what its edits show, and
+// its references lead to, depends on that and on the other tracks.
+struct PendingTrack {
+  std::shared_ptr<SampleRows> rows;  // null without media
+  StatedEdits edits;
+  ReferencedIds references;
+};
+
+PendingTrack ReadTrack(ByteSpan content, TrackRecord& track,
+                       const boost::filesystem::path& referrer, bool resolve) {
+  PendingTrack pending;
   Children parts(content);
   const auto header = parts.One<TrackHeader>();
   track.id = header.id;
@@ -219,33 +192,74 @@ ReferencedIds ReadTrack(ByteSpan content, TrackRecord& track,
   track.width = header.width;
   track.height = header.height;
   if (const auto media = parts.Maybe(FourCC{"mdia"})) {
-    track.SetMedia(InAtom(FourCC{"mdia"}, [&] { return ReadMedia(*media, referrer, resolve); }));
+    pending.rows = InAtom(FourCC{"mdia"}, [&] {
+      return ReadMedia(*media, track.SetMedia({}), referrer, resolve);
+    });
   }
-  std::optional<EditList> edits;
+  pending.edits.duration = header.duration;
   if (const auto container = parts.Maybe(FourCC{"edts"})) {
     InAtom(FourCC{"edts"}, [&] {
       Children inner(*container);
-      if (const auto stated = inner.Maybe<EditEntries>()) edits = ReadEdits(*stated, track);
+      pending.edits.list = inner.Maybe<EditEntries>();
       track.editSiblings = inner.Others();
     });
   }
-  track.edits = edits ? std::move(*edits) : WholeMedia(track, header.duration);
   track.userData = TakeUserData(parts);
-  ReferencedIds references;
   if (const auto container = parts.Maybe(FourCC{"tref"})) {
-    references = InAtom(FourCC{"tref"}, [&] { return ReadReferences(*container); });
+    pending.references = InAtom(FourCC{"tref"}, [&] { return ReadReferences(*container); });
   }
   track.siblings = parts.Others();
-  return references;
+  return pending;
 }
 
-std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem::path& path,
-                                       bool resolve) {
+// Gives the tracks their samples, those in fragments included, and their edits.
+void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
+                  std::optional<ByteSpan> extends, const ByteSource& source, bool resolve) {
+  std::vector<std::int64_t> starts(pending.size());
+  if (extends) {
+    std::vector<FragmentedTrack> fragmented;
+    std::vector<std::size_t> indexes;
+    for (std::size_t i = 0; i < pending.size(); ++i) {
+      if (!pending[i].rows) continue;
+      const TrackRecord& track = *movie.tracks[i];
+      fragmented.push_back({track.id, track.media->descriptions.size(), pending[i].rows.get()});
+      indexes.push_back(i);
+    }
+    ReadFragments(source, *extends, fragmented);
+    for (std::size_t i = 0; i < fragmented.size(); ++i) starts[indexes[i]] = fragmented[i].start;
+  }
+  std::vector<MovieTime> waits;
+  for (std::size_t i = 0; i < pending.size(); ++i) {
+    TrackRecord& track = *movie.tracks[i];
+    if (const auto rows = std::move(pending[i].rows)) {
+      if (resolve) CheckResolved(*track.media, *rows);
+      track.media->samples = SampleTable(rows);
+    }
+    waits.push_back(ReadEdits(pending[i].edits, starts[i], track));
+  }
+  DropCommonWait(movie, waits);
+}
+
+void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending) {
+  std::map<std::uint32_t, const TrackRecord*> byId;
+  for (const auto& track : movie.tracks) byId.emplace(track->id, track.get());
+  for (std::size_t i = 0; i < pending.size(); ++i) {
+    for (const auto& [type, ids] : pending[i].references) {
+      auto& targets = movie.tracks[i]->references.emplace_back(TrackReferences{type, {}}).targets;
+      for (const std::uint32_t id : ids) {
+        const auto found = byId.find(id);
+        targets.push_back(found == byId.end() ? nullptr : found->second);
+      }
+    }
+  }
+}
+
+std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const ByteSource& source,
+                                       const boost::filesystem::path& path, bool resolve) {
   auto movie = std::make_unique<MovieRecord>();
   Children parts(content);
   const auto header = parts.One<MovieHeader>();
   if (header.scale <= 0) throw Malformed("the movie has no time scale");
-  if (parts.Maybe(FourCC{"mvex"})) throw Refused{featureUnsupported};
   movie->flags = header.flags;
   movie->reserved = header.reserved;
   movie->scale = header.scale;
@@ -262,25 +276,16 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const boost::filesystem
   movie->currentTime = {header.currentTime};
   movie->nextTrackId = header.nextTrackId;
 
-  std::vector<ReferencedIds> references;
+  std::vector<PendingTrack> pending;
   for (const ByteSpan trak : parts.Each(FourCC{"trak"})) {
     TrackRecord& track = *movie->tracks.emplace_back(std::make_unique<TrackRecord>());
     track.movie = movie.get();
-    references.push_back(
+    pending.push_back(
         InAtom(FourCC{"trak"}, [&] { return ReadTrack(trak, track, path, resolve); }));
     if (track.id >= movie->nextTrackId) movie->nextTrackId = track.id + 1;
   }
-  std::map<std::uint32_t, TrackRecord*> byId;
-  for (const auto& track : movie->tracks) byId.emplace(track->id, track.get());
-  for (std::size_t i = 0; i < references.size(); ++i) {
-    for (const auto& [type, ids] : references[i]) {
-      auto& targets = movie->tracks[i]->references.emplace_back(TrackReferences{type, {}}).targets;
-      for (const std::uint32_t id : ids) {
-        const auto found = byId.find(id);
-        targets.push_back(found == byId.end() ? nullptr : found->second);
-      }
-    }
-  }
+  FinishTracks(*movie, pending, parts.Maybe(FourCC{"mvex"}), source, resolve);
+  FillReferences(*movie, pending);
   movie->userData = TakeUserData(parts);
   movie->siblings = parts.Others();
   movie->file = OtherFile{path};
@@ -310,8 +315,9 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   if (header.empty()) throw Refused{noMovieFound};
   // Movies refer to one another by where they really are.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
-  auto movie = InAtom(FourCC{"moov"},
-                      [&] { return ReadMovie(header, real, references == References::kResolve); });
+  auto movie = InAtom(FourCC{"moov"}, [&] {
+    return ReadMovie(header, source, real, references == References::kResolve);
+  });
   for (const TopLevelAtom& other : OtherTopLevelAtoms(source)) {
     movie->fileAtoms.push_back({other.atom.type, other.at, other.atom.size});
   }

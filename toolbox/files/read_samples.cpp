@@ -97,13 +97,10 @@ void ReadTimes(Children& table, SampleRows& rows) {
     times->rows.ForEach([&](const TimeToSample::Row& row) {
       rows.AddTimes(row.count, row.delta);
       if (row.count != 0) delta = row.delta;
-      if (rows.duration > INT64_MAX / 8)
-        throw Malformed("the samples last longer than can be told");
     });
   }
   // Samples without a time go on like the last that has one.
   rows.AddTimes(UINT32_MAX, delta);
-  if (rows.duration > INT64_MAX / 8) throw Malformed("the samples last longer than can be told");
 
   if (const auto offsets = table.Maybe<CompositionOffsets>()) {
     rows.offsetsVersion = offsets->versionAndFlags >> 24;
@@ -225,7 +222,7 @@ void ReadValues(Children& table, SampleRows& rows) {
 
 }  // namespace
 
-std::shared_ptr<const SampleRows> ReadSamples(ByteSpan content, MediaRecord& media) {
+std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media) {
   auto rows = std::make_shared<SampleRows>();
   Children table(content);
   ReadDescriptions(table, media);

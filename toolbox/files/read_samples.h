@@ -12,6 +12,6 @@ namespace toolbox {
 // Reads the tables in `content` and puts the sample descriptions into `media`, whose handler and
 // data references are known. Tables that state fewer samples than there are sizes are made to fit;
 // samples without a chunk stay unlocated. Throws Malformed.
-std::shared_ptr<const SampleRows> ReadSamples(ByteSpan content, MediaRecord& media);
+std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media);
 
 }  // namespace toolbox

@@ -3,81 +3,64 @@
 #include <algorithm>
 
 namespace toolbox {
-namespace {
 
-// Reads the file a block at a time, so that a run of small atoms costs one read.
-class FrameReader {
- public:
-  explicit FrameReader(const ByteSource& source) : source_(source) {}
-
-  // The bytes at `at`, up to the 16 that a frame can have.
-  ByteSpan At(std::uint64_t at) {
-    const std::uint64_t wanted = std::min<std::uint64_t>(16, source_.Size() - at);
-    if (at < start_ || at + wanted > start_ + block_.size()) {
-      start_ = at;
-      block_.resize(std::min<std::uint64_t>(kBlock, source_.Size() - at));
-      source_.Read(start_, block_);
-    }
-    return ByteSpan(block_).subspan(at - start_, wanted);
+ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {
+  constexpr std::uint64_t kBlock = 4096;
+  if (at < blockStart_ || at + size > blockStart_ + block_.size()) {
+    blockStart_ = at;
+    block_.resize(std::min(std::max(kBlock, size), source_.Size() - at));
+    source_.Read(at, block_);
   }
-
- private:
-  static constexpr std::size_t kBlock = 4096;
-  const ByteSource& source_;
-  std::uint64_t start_ = 0;
-  Bytes block_;
-};
-
-// Calls visit(TopLevelAtom) for each whole atom until it returns false; gives back where the walk
-// ended.
-template <class Visit>
-std::uint64_t Walk(const ByteSource& source, FrameReader& reader, Visit&& visit) {
-  std::uint64_t at = 0;
-  while (at < source.Size()) {
-    const auto frame = ReadFrame(reader.At(at), source.Size() - at);
-    if (!frame || !visit(TopLevelAtom{at, *frame})) break;
-    at += frame->size;
-  }
-  return at;
+  return ByteSpan(block_).subspan(at - blockStart_, size);
 }
 
-}  // namespace
+std::optional<TopLevelAtom> TopLevelWalk::Next() {
+  const auto frame = ReadFrame(Following(), source_.Size() - at_);
+  if (!frame) return std::nullopt;
+  const TopLevelAtom atom{at_, *frame};
+  at_ += frame->size;
+  return atom;
+}
+
+ByteSpan TopLevelWalk::Content(const TopLevelAtom& atom) {
+  return Read(atom.at + atom.atom.headerSize, atom.atom.size - atom.atom.headerSize);
+}
 
 TopLevelLayout TopLevelAtoms(const ByteSource& source) {
   TopLevelLayout layout;
-  FrameReader reader(source);
-  layout.end = Walk(source, reader, [&](const TopLevelAtom& atom) {
-    layout.atoms.push_back(atom);
-    return true;
-  });
+  TopLevelWalk walk(source);
+  while (const auto atom = walk.Next()) layout.atoms.push_back(*atom);
+  layout.end = walk.End();
   return layout;
+}
+
+bool BelongsToFragments(FourCC type) {
+  static constexpr FourCC kTypes[] = {"moof", "mfra", "sidx", "ssix", "styp", "emsg", "prft"};
+  return std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 
 std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source) {
   // 'meta' locates items by their place in the file.
   static constexpr FourCC kOwn[] = {FourCC{"ftyp"}, FourCC{"moov"}, FourCC{"mdat"}, FourCC{"free"},
-                                    FourCC{"skip"}, FourCC{"wide"}, FourCC{"pnot"}, FourCC{"meta"},
-                                    FourCC{"moof"}, FourCC{"mfra"}, FourCC{"sidx"}, FourCC{"ssix"},
-                                    FourCC{"styp"}, FourCC{"emsg"}, FourCC{"prft"}};
+                                    FourCC{"skip"}, FourCC{"wide"}, FourCC{"pnot"}, FourCC{"meta"}};
   std::vector<TopLevelAtom> atoms = TopLevelAtoms(source).atoms;
   std::erase_if(atoms, [](const TopLevelAtom& atom) {
-    return std::ranges::find(kOwn, atom.atom.type) != std::end(kOwn);
+    const FourCC type = atom.atom.type;
+    return BelongsToFragments(type) || std::ranges::find(kOwn, type) != std::end(kOwn);
   });
   return atoms;
 }
 
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type) {
-  std::optional<TopLevelAtom> found;
-  FrameReader reader(source);
-  const std::uint64_t end = Walk(source, reader, [&](const TopLevelAtom& atom) {
-    if (atom.atom.type == type) found = atom;
-    return !found;
-  });
-  if (!found && end + 8 <= source.Size() &&
-      FromBigEndian<std::uint32_t>(&reader.At(end)[4]) == type.value) {
+  TopLevelWalk walk(source);
+  while (const auto atom = walk.Next()) {
+    if (atom->atom.type == type) return atom;
+  }
+  const ByteSpan cut = walk.Following();
+  if (cut.size() >= 8 && FromBigEndian<std::uint32_t>(&cut[4]) == type.value) {
     throw Malformed("the file ends inside '" + type.Text() + "'");
   }
-  return found;
+  return std::nullopt;
 }
 
 }  // namespace toolbox

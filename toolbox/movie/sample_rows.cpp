@@ -4,12 +4,15 @@
 #include <iterator>
 #include <numeric>
 
+#include "toolbox/atoms/malformed.h"
 #include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/time.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
+
+constexpr std::uint64_t kLongestMedia = kLongest / 2;
 
 // The last of `runs` that starts at or before `key`; the first starts at 0.
 template <class Runs, class Key, class Projection>
@@ -22,9 +25,26 @@ const typename Runs::value_type& RunAt(const Runs& runs, Key key, Projection sta
 void SampleRows::AddTimes(std::uint32_t samples, std::uint32_t delta) {
   samples = std::min(samples, count - timed_);
   if (samples == 0) return;
-  times.push_back({timed_, delta, duration});
+  const std::uint64_t length = std::uint64_t{samples} * delta;
+  if (length > kLongestMedia - static_cast<std::uint64_t>(duration)) {
+    throw Malformed("the samples last longer than can be told");
+  }
+  if (times.empty() || times.back().delta != delta) times.push_back({timed_, delta, duration});
   timed_ += samples;
-  duration += std::int64_t{samples} * delta;
+  duration += static_cast<std::int64_t>(length);
+}
+
+bool SampleRows::MoveEnd(std::int64_t time) {
+  if (count == 0) return false;
+  const TimeRun last = times.back();
+  const std::int64_t start = duration - last.delta;
+  if (time <= start || time - start > UINT32_MAX) return false;
+  if (time == duration) return true;
+  if (last.sample == count - 1) times.pop_back();
+  duration = start;
+  --timed_;
+  AddTimes(1, static_cast<std::uint32_t>(time - start));
+  return true;
 }
 
 void SampleRows::AddOffsets(std::uint32_t samples, std::int32_t offset) {
@@ -32,7 +52,7 @@ void SampleRows::AddOffsets(std::uint32_t samples, std::int32_t offset) {
   if (samples == 0) return;
   smallestOffset = shifted_ == 0 ? offset : std::min(smallestOffset, offset);
   largestOffset = shifted_ == 0 ? offset : std::max(largestOffset, offset);
-  offsets.push_back({shifted_, offset});
+  if (offsets.empty() || offsets.back().offset != offset) offsets.push_back({shifted_, offset});
   shifted_ += samples;
 }
 
@@ -40,7 +60,13 @@ void SampleRows::AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint3
                            std::uint32_t description) {
   if (samplesPerChunk == 0) return;
   const std::uint32_t whole = std::min(chunks, (count - located) / samplesPerChunk);
-  if (whole != 0) chunkRuns.push_back({chunk, located, samplesPerChunk, description});
+  const auto continues = [&](const ChunkRun& run) {
+    return run.samplesPerChunk == samplesPerChunk && run.description == description &&
+           run.chunk + (located - run.sample) / samplesPerChunk == chunk;
+  };
+  if (whole != 0 && (chunkRuns.empty() || !continues(chunkRuns.back()))) {
+    chunkRuns.push_back({chunk, located, samplesPerChunk, description});
+  }
   located += whole * samplesPerChunk;
   if (whole == chunks || located == count) return;
   chunkRuns.push_back({chunk + whole, located, count - located, description});
@@ -100,6 +126,10 @@ std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {
 }
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
+  // Rounding makes none of them longer by more than a unit.
+  if (Rescale(duration, from, to) + count > static_cast<std::int64_t>(kLongestMedia)) {
+    throw Refused{invalidDuration};
+  }
   SampleRows rows = *this;
   // It states times of the scale that was.
   std::erase_if(rows.otherTables,

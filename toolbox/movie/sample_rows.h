@@ -67,7 +67,8 @@ struct SampleRows {
   Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
 
   // For whoever fills a new SampleRows, `count` being known: each adds what the next so many
-  // samples or chunks have in common; what goes beyond `count` is left out.
+  // samples or chunks have in common; what goes beyond `count` is left out. Throws
+  // Malformed where the samples last longer than can be told.
   void AddTimes(std::uint32_t samples, std::uint32_t delta);
   void AddOffsets(std::uint32_t samples, std::int32_t offset);
   void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
@@ -76,6 +77,9 @@ struct SampleRows {
   // at `offset` of its file, so that none has to be searched for behind others.
   void AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
                  std::uint32_t description);
+  // Makes the last sample longer or shorter, so that the next is decoded at `time`. False, and
+  // nothing has changed, where it would last no time or longer than a file can state.
+  bool MoveEnd(std::int64_t time);
 
   // Decode time of a sample; sample == count gives the end.
   std::int64_t TimeOf(std::uint32_t sample) const;

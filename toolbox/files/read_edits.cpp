@@ -1,0 +1,116 @@
+#include "toolbox/files/read_edits.h"
+
+#include <algorithm>
+
+#include "toolbox/atoms/malformed.h"
+
+namespace toolbox {
+namespace {
+
+// The whole media from movie time 0 on.
+EditList WholeMedia(const TrackRecord& track, std::uint64_t statedDuration) {
+  EditList edits;
+  const MediaTime length{track.media ? track.media->samples.Duration() : 0};
+  const Clock clock = track.TimeClock();
+  MovieTime duration = clock.Lasting(length, 1.0);
+  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(statedDuration, kLongest));
+  if (stated >= duration.units - 1 && stated <= duration.units + 1) duration.units = stated;
+  if (length.units > 0) edits.Append(duration, {0}, 1.0, clock);
+  return edits;
+}
+
+// The edit list as the file states it; nothing when it makes no sense.
+std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t start,
+                                    const TrackRecord& track) {
+  EditList edits;
+  const Clock clock = track.TimeClock();
+  std::uint64_t total = 0;
+  if (stated.entries.empty()) return std::nullopt;
+  for (std::size_t i = 0; i < stated.entries.size(); ++i) {
+    const EditEntries::Entry& entry = stated.entries[i];
+    if (entry.mediaTime < -1 || entry.mediaTime > kLongest || entry.rate < 0 ||
+        entry.duration > kLongest) {
+      return std::nullopt;
+    }
+    MovieTime duration{static_cast<std::int64_t>(entry.duration)};
+    const bool isEmpty = entry.mediaTime == -1;
+    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
+      // To the end of the media: what writers state that do not know the length yet.
+      const std::int64_t left = start + track.media->samples.Duration() - entry.mediaTime;
+      duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
+    }
+    total += static_cast<std::uint64_t>(duration.units);
+    if (total > kLongest) return std::nullopt;
+    edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
+  }
+  edits.TrimEnd();
+  return edits;
+}
+
+// When the first sample to be shown is shown, counted from where the media begins.
+MediaTime FirstShown(const TrackRecord& track) {
+  const SampleRows* rows = track.media->samples.WholeRows();
+  return {rows == nullptr ? 0 : std::max<std::int64_t>(rows->ShownFrom(0, rows->count), 0)};
+}
+
+// The same edits of a media whose first sample stands at 0 and not at `start`.
+EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
+  const Clock clock = track.TimeClock();
+  const MediaTime shown = FirstShown(track);
+  EditList moved;
+  for (const Edit& edit : edits.Edits()) {
+    const std::int64_t late = start - edit.mediaTime.units;
+    if (edit.IsEmpty() || late <= 0) {
+      moved.Append(edit.duration, edit.IsEmpty() ? edit.mediaTime : MediaTime{-late}, edit.rate,
+                   clock);
+      continue;
+    }
+    const MovieTime wait =
+        std::min(edit.duration, clock.Lasting(MediaTime{late} + shown, edit.rate));
+    moved.Append(wait, Edit::kNothing, 1.0, clock);
+    moved.Append(edit.duration - wait, shown, edit.rate, clock);
+  }
+  moved.TrimEnd();
+  return moved;
+}
+
+}  // namespace
+
+MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track) {
+  std::optional<EditList> listed;
+  if (stated.list) listed = ListedEdits(*stated.list, start, track);
+  if (listed && start == 0) {
+    track.edits = std::move(*listed);
+    return {};
+  }
+  if (listed) {
+    track.edits = FromFirstSample(*listed, start, track);
+    return track.edits.Offset() - listed->Offset();
+  }
+  track.edits = WholeMedia(track, stated.duration);
+  if (start == 0 || track.edits.Edits().empty()) return {};
+  const Clock clock = track.TimeClock();
+  const MediaTime shown = FirstShown(track);
+  const MovieTime wait = clock.Lasting(MediaTime{start} + shown, 1.0),
+                  length = track.edits.Duration();
+  track.edits = {};
+  track.edits.Append(wait, Edit::kNothing, 1.0, clock);
+  track.edits.Append(length, shown, 1.0, clock);
+  return wait;
+}
+
+void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
+  std::optional<MovieTime> common;
+  for (std::size_t i = 0; i < waits.size(); ++i) {
+    if (movie.tracks[i]->edits.Edits().empty()) continue;
+    common = common ? std::min(*common, waits[i]) : waits[i];
+  }
+  for (const auto& track : movie.tracks) {
+    if (common && common->units > 0) track->edits.Delete({}, *common, track->TimeClock());
+    if (track->edits.Duration().units > kLongest) {
+      throw Malformed("a track begins later than can be told");
+    }
+  }
+}
+
+}  // namespace toolbox
