@@ -8,14 +8,20 @@ namespace toolbox {
 namespace {
 
 // The whole media from movie time 0 on.
-EditList WholeMedia(const TrackRecord& track, std::uint64_t statedDuration) {
+EditList WholeMedia(const TrackRecord& track, const StatedEdits& given) {
   EditList edits;
-  const MediaTime length{track.media ? track.media->samples.Duration() : 0};
+  if (!track.media || track.media->samples.Duration() == 0) return edits;
   const Clock clock = track.TimeClock();
-  MovieTime duration = clock.Lasting(length, 1.0);
-  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(statedDuration, kLongest));
-  if (stated >= duration.units - 1 && stated <= duration.units + 1) duration.units = stated;
-  if (length.units > 0) edits.Append(duration, {0}, 1.0, clock);
+  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(given.duration, kLongest));
+  // Up to the end of the last sample, or of the one that is shown last: as the track says.
+  const std::int64_t decoded = track.media->samples.Duration();
+  const std::int64_t shown = std::max(decoded, track.media->samples.ShownUntil());
+  MovieTime duration = clock.Lasting({given.isOpenEnded ? shown : decoded}, 1.0);
+  for (const std::int64_t length : {decoded, shown}) {
+    const std::int64_t units = clock.Lasting({length}, 1.0).units;
+    if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
+  }
+  edits.Append(duration, {0}, 1.0, clock);
   return edits;
 }
 
@@ -35,8 +41,8 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
     MovieTime duration{static_cast<std::int64_t>(entry.duration)};
     const bool isEmpty = entry.mediaTime == -1;
     if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
-      // To the end of the media: what writers state that do not know the length yet.
-      const std::int64_t left = start + track.media->samples.Duration() - entry.mediaTime;
+      // To the end of what is shown: what writers state that do not know the length yet.
+      const std::int64_t left = start + track.media->samples.ShownUntil() - entry.mediaTime;
       duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
     }
     total += static_cast<std::uint64_t>(duration.units);
@@ -87,7 +93,7 @@ MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& 
     track.edits = FromFirstSample(*listed, start, track);
     return track.edits.Offset() - listed->Offset();
   }
-  track.edits = WholeMedia(track, stated.duration);
+  track.edits = WholeMedia(track, stated);
   if (start == 0 || track.edits.Edits().empty()) return {};
   const Clock clock = track.TimeClock();
   const MediaTime shown = FirstShown(track);

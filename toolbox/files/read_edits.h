@@ -13,6 +13,8 @@ namespace toolbox {
 struct StatedEdits {
   std::uint64_t duration = 0;  // of the track, by its header
   std::optional<EditEntries> list;
+  // The media may lie in fragments: the header cannot know how long it is.
+  bool isOpenEnded = false;
 };
 
 // Gives the track, whose media is read, its edits: without a list that makes sense the whole media

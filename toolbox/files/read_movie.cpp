@@ -235,6 +235,7 @@ void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
       if (resolve) CheckResolved(*track.media, *rows);
       track.media->samples = SampleTable(rows);
     }
+    pending[i].edits.isOpenEnded = extends.has_value();
     waits.push_back(ReadEdits(pending[i].edits, starts[i], track));
   }
   DropCommonWait(movie, waits);

@@ -21,6 +21,7 @@ namespace {
 
 constexpr FourCC kMovie{"moov"};
 constexpr FourCC kFree{"free"};
+constexpr FourCC kFragment{"moof"};
 
 void WriteAt(const Descriptor& file, std::uint64_t at, ByteSpan bytes) {
   while (!bytes.empty()) {
@@ -58,8 +59,13 @@ class Updater {
     CheckOldMovieMayGo();
     FreeLeftovers();
     FilePlan plan = PlanUpdate(movie_);
-    // Nothing can follow bytes that are no atom.
-    if (layout_.end != source_.Size() || !CloseLastAtom()) return Rewrite(plan);
+    // A movie in fragments gets ordinary tables, and nothing may be left of the fragments beside
+    // them. Nothing can follow bytes that are no atom.
+    const bool isFragmented = std::ranges::any_of(
+        layout_.atoms, [](const TopLevelAtom& atom) { return atom.atom.type == kFragment; });
+    if (isFragmented || layout_.end != source_.Size() || !CloseLastAtom()) {
+      return Rewrite(plan, isFragmented);
+    }
     if (plan.dataSize != 0 || !PutIntoRoom(EncodeMovie(plan, path_, 0))) Append(plan);
     try {
       WriteType(old_.at, kFree);
@@ -192,27 +198,65 @@ class Updater {
     }
   }
 
+  struct Stretch {
+    std::uint64_t from = 0, to = 0;  // bytes
+  };
+
+  // What a new file takes over behind its movie: all but the old movie and its fragments.
+  std::vector<Stretch> Kept(std::uint64_t start, bool isFragmented) const {
+    std::vector<Stretch> kept;
+    const auto keep = [&kept](std::uint64_t from, std::uint64_t to) {
+      if (from == to) return;
+      if (kept.empty() || kept.back().to != from) {
+        kept.push_back({from, to});
+      } else {
+        kept.back().to = to;
+      }
+    };
+    for (const TopLevelAtom& atom : layout_.atoms) {
+      const bool isDropped =
+          atom.at == old_.at || (isFragmented && BelongsToFragments(atom.atom.type));
+      if (atom.at >= start && !isDropped) keep(atom.at, atom.at + atom.atom.size);
+    }
+    if (!isFragmented || !EndsInsideFragment()) keep(layout_.end, source_.Size());
+    return kept;
+  }
+
+  // Whether behind the last whole atom stands a piece of a fragment, as in a recording cut off.
+  bool EndsInsideFragment() const {
+    if (source_.Size() - layout_.end < 8) return false;
+    Bytes type(4);
+    source_.Read(layout_.end + 4, type);
+    const FourCC cut(FromBigEndian<std::uint32_t>(type.data()));
+    return cut == FourCC{"mdat"} || BelongsToFragments(cut);
+  }
+
   // A new file: the first atom if it names the kind of file, the new movie, and all the rest.
-  void Rewrite(FilePlan& plan) {
+  void Rewrite(FilePlan& plan, bool isFragmented) {
     // The lock would stand in our own way; the new file is another one.
     flock(file_.Number(), LOCK_UN);
     OutputFile output(path_);
     const TopLevelAtom& first = layout_.atoms.front();
     const std::uint64_t start = first.atom.type == FourCC{"ftyp"} ? first.atom.size : 0;
     const std::uint64_t head = plan.dataSize == 0 ? 0 : kDataHead;
+    const std::vector<Stretch> kept = Kept(start, isFragmented);
     std::uint64_t size = 0;
     for (std::uint64_t next = 1; next != size;) {
       size = next;
-      const auto shift = static_cast<std::int64_t>(size + head + plan.dataSize);
-      plan.shifts = {{start, shift}, {old_.at, shift - static_cast<std::int64_t>(old_.atom.size)}};
+      plan.shifts.clear();
+      std::uint64_t at = start + size + head + plan.dataSize;
+      for (const Stretch& stretch : kept) {
+        plan.shifts.push_back({stretch.from, static_cast<std::int64_t>(at - stretch.from)});
+        at += stretch.to - stretch.from;
+      }
       next = MovieSize(plan, path_, start + size + head);
     }
     output.Copy(source_, 0, start);
     output.Append(EncodeMovie(plan, path_, start + size + head));
     if (plan.dataSize != 0) CopyMediaData(plan, output);
-    output.Copy(source_, start, old_.at - start);
-    const std::uint64_t after = old_.at + old_.atom.size;
-    output.Copy(source_, after, source_.Size() - after);
+    for (const Stretch& stretch : kept) {
+      output.Copy(source_, stretch.from, stretch.to - stretch.from);
+    }
     output.Commit();
   }
 

@@ -16,7 +16,8 @@ namespace toolbox {
 //   ... | old moov | mdat | new moov |            appended (or put where there is room), synced
 //   ... | free     | mdat | new moov |            the old one's type changed, synced
 //
-// Where nothing can be appended, a new file takes the place of the old one.
+// Where nothing can be appended, a new file takes the place of the old one; so it does where the
+// movie lies in fragments, which become one movie with ordinary tables.
 //
 // Throws Refused: featureUnsupported (the file holds no movie header), couldNotResolveDataRef, and
 // what writing throws.

@@ -50,10 +50,15 @@ bool NeedsEditList(const TrackRecord& track) {
   const std::int64_t whole = track.media ? track.media->samples.Duration() : 0;
   const std::vector<Edit>& edits = track.edits.Edits();
   if (edits.empty()) return whole != 0;
-  const std::int64_t difference =
-      edits[0].duration.units - track.TimeClock().Lasting({whole}, 1.0).units;
+  const auto lasts = [&](std::int64_t length) {
+    const std::int64_t difference =
+        edits[0].duration.units - track.TimeClock().Lasting({length}, 1.0).units;
+    return difference >= -1 && difference <= 1;
+  };
+  // Without a list a media is shown up to the last of its samples to be seen.
   const bool isPlain = edits.size() == 1 && edits[0].mediaTime == MediaTime{} &&
-                       edits[0].rate == 1.0 && difference >= -1 && difference <= 1;
+                       edits[0].rate == 1.0 &&
+                       (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : 0));
   return hadList || !isPlain;
 }
 

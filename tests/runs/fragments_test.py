@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+"""Movies in fragments: joined, saved in place and cut off, they show what they showed before."""
+
+import fractions
+import struct
+import unittest
+
+import runs
+from runs import MEDIA
+
+# How ffmpeg is told to lay a movie out in fragments.
+FLAGS = {
+    "base in the file": "frag_keyframe+empty_moov",
+    "base is the fragment": "frag_keyframe+empty_moov+default_base_moof",
+    "no base": "frag_keyframe+empty_moov+omit_tfhd_offset",
+    "edit lists": "frag_keyframe+delay_moov",
+    "offsets below 0": "cmaf+frag_keyframe",
+    "one track a fragment": "frag_keyframe+empty_moov+separate_moof",
+    "samples in the header": "frag_keyframe",
+    "indexes": "dash+global_sidx+frag_keyframe+delay_moov",
+}
+FRAMES = 100  # of the picture
+
+LEFT_OVER = {"moof", "mfra", "sidx", "styp", "emsg"}
+
+
+def top_level(path):
+    return [kind for kind, _ in runs.atoms(path.read_bytes())]
+
+
+def in_step(path):
+    """What a player shows and when: decoded frames of picture and sound, as (seconds, hash)."""
+    return runs.frames(path), runs.frames(path, "a:0")
+
+
+@runs.has_tools("ffmpeg", "ffprobe")
+class Fragments(runs.RunTest):
+    @classmethod
+    def setUpClass(cls):
+        folder = runs.temporary_folder(cls)
+        cls.plain = runs.make_clip(
+            folder / "plain.mp4",
+            "-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=4", "-f", "lavfi", "-i", "sine=d=4",
+            "-c:v", "libx264", "-bf", "2", "-g", "20", "-c:a", "aac",
+        )  # fmt: skip
+        cls.clips = {
+            name: runs.make_clip(
+                folder / f"{flags}.mp4", "-i", cls.plain, "-c", "copy", "-movflags", flags
+            )
+            for name, flags in FLAGS.items()
+        }
+        cls.samples = {
+            number: [packet.data_hash for packet in samples]
+            for number, samples in runs.samples_by_track(cls.plain).items()
+        }
+
+    def assert_ordinary(self, path, samples=None):
+        self.assertFalse(LEFT_OVER & set(top_level(path)), "a part of fragments is left")
+        self.assertEqual(runs.child(runs.movie_header(path), "mvex"), b"")
+        found = runs.samples_by_track(path)
+        for number, hashes in (samples or self.samples).items():
+            self.assert_same([packet.data_hash for packet in found[number]], hashes)
+        self.assertEqual(runs.complaints(path), [])
+
+    def test_every_way_to_lay_them_out_is_read(self):
+        for name, clip in self.clips.items():
+            with self.subTest(name):
+                whole = self.join_whole(f"{name}.mov", clip)
+                self.assert_ordinary(whole)
+                again = self.join_whole("again.mov", self.join("reference.mov", clip))
+                self.assertEqual(again.read_bytes(), whole.read_bytes())
+                found, expected = in_step(whole), in_step(clip)
+                self.assert_same([f.hash for f in found[0]], [f.hash for f in expected[0]])
+                # ffprobe lets pictures whose offsets are below 0 begin a frame late in fragments,
+                # and there it plays the sound that an edit list cuts off.
+                sounds = [dict((f.hash, f.time) for f in sound) for _, sound in (found, expected)]
+                first = next(f.hash for f in found[1][2:] if f.hash in sounds[1])
+                lead = [sound[first] - picture[0].time
+                        for sound, (picture, _) in zip(sounds, (found, expected))]
+                late = 0.04 if "below" in name else 0
+                self.assertAlmostEqual(lead[0], lead[1] + late, delta=0.002)
+
+    def test_they_are_saved_in_place_with_ordinary_tables(self):
+        for name, clip in self.clips.items():
+            with self.subTest(name):
+                path = self.folder / "saved.mp4"
+                stranger = struct.pack(">I4s20s", 28, b"uuid", b"this is not our own.")
+                path.write_bytes(clip.read_bytes() + stranger)
+                done = self.run_in_folder("cliptune", path, "-save-in-place", "-set-looping")
+                self.assertEqual(done, runs.Result(0, "", ""))
+                self.assert_ordinary(path)
+                self.assertEqual(top_level(path)[:2], ["ftyp", "moov"])
+                self.assertTrue(path.read_bytes().endswith(stranger))
+                self.assert_same(
+                    [f.hash for f in runs.frames(path)], [f.hash for f in runs.frames(clip)]
+                )
+
+    def test_what_follows_a_fragmented_movie_starts_where_it_ends(self):
+        both = self.join_whole("both.mov", self.clips["base is the fragment"], self.plain)
+        whole = [hashes + hashes for hashes in self.samples.values()]
+        self.assert_ordinary(both, dict(zip(self.samples, whole)))
+        self.assertEqual(len(runs.frames(both)), 2 * FRAMES)
+
+    def test_a_recording_cut_off_anywhere_opens_up_to_the_last_whole_fragment(self):
+        clip = self.clips["base is the fragment"].read_bytes()
+        ends, at = [], 0
+        for kind, content in runs.atoms(clip):
+            at += len(content) + 8
+            if kind == "mdat":
+                ends.append(at)
+        self.assertEqual(len(ends), FRAMES // 20)
+        cut = self.folder / "cut.mp4"
+        for whole, end in enumerate(ends[:-1], 1):
+            for more in (0, 5, 300, ends[whole] - end - 1):
+                with self.subTest(whole=whole, more=more):
+                    cut.write_bytes(clip[: end + more])
+                    out = self.join_whole("out.mov", cut)
+                    self.assertEqual(len(runs.frames(out)), 20 * whole)
+                    self.assertEqual(runs.complaints(out), [])
+        self.assertEqual(
+            self.run_in_folder("cliptune", cut, "-save-in-place"), runs.Result(0, "", "")
+        )
+        self.assertEqual(len(runs.frames(cut)), FRAMES - 20)
+        self.assertEqual(runs.complaints(cut), [])
+
+    def test_a_recording_of_hours_that_starts_late_begins_at_once(self):
+        """Its clock runs on through the day; the sound begins a little after the picture."""
+        clip = bytearray(self.clips["base is the fragment"].read_bytes())
+        at, late = clip.find(b"tfdt"), {1: 9 * 3600 * 12800, 2: 9 * 3600 * 44100 + 4410}
+        while at >= 0:
+            (track,) = struct.unpack_from(">I", clip, clip.rfind(b"tfhd", 0, at) + 8)
+            (time,) = struct.unpack_from(">Q", clip, at + 8)
+            struct.pack_into(">Q", clip, at + 8, time + late[track])
+            at = clip.find(b"tfdt", at + 4)
+        path = self.folder / "late.mp4"
+        path.write_bytes(clip)
+        out = self.join_whole("out.mov", path)
+        self.assert_ordinary(out)
+        self.assertLess(runs.movie_duration(out), 5)
+        before, after = in_step(self.clips["base is the fragment"]), in_step(out)
+        lead = [shown[1][0].time - shown[0][0].time for shown in (before, after)]
+        self.assertAlmostEqual(lead[1] - lead[0], fractions.Fraction(1, 10), delta=0.002)
+
+    @runs.needs_corpus
+    def test_real_ones_play_as_before(self):
+        for path in sorted((MEDIA / "fragmented").iterdir()):
+            with self.subTest(path.name):
+                done = self.run_in_folder("clipjoin", path, "-self-contained", "-o", "out.mov")
+                if path.name == "cbcs.mp4":
+                    self.assertIn("Error -2053 reading", done.err)
+                    continue
+                self.assertEqual(done.err, "")
+                before = runs.samples_by_track(path)
+                for number, samples in runs.samples_by_track(self.folder / "out.mov").items():
+                    # In fragments ffprobe does not always say how long a packet lasts.
+                    found, expected = ([p._replace(duration=None) for p in packets]
+                                       for packets in (samples, before[number]))
+                    self.assert_same(found, expected, f"track {number}")
+                (self.folder / "out.mov").unlink()
+
+
+if __name__ == "__main__":
+    runs.main()
