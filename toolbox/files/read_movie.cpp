@@ -10,6 +10,7 @@
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/files/file_reference.h"
+#include "toolbox/files/read_adts.h"
 #include "toolbox/files/read_edits.h"
 #include "toolbox/files/read_fragments.h"
 #include "toolbox/files/read_samples.h"
@@ -313,9 +314,13 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references) try {
   const FileSource source(path);
   const Bytes header = ReadMovieHeader(source);
-  if (header.empty()) throw Refused{noMovieFound};
   // Movies refer to one another by where they really are.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
+  if (header.empty()) {
+    auto sound = ReadAdtsFile(source, real);
+    if (!sound) throw Refused{noMovieFound};
+    return sound;
+  }
   auto movie = InAtom(FourCC{"moov"}, [&] {
     return ReadMovie(header, source, real, references == References::kResolve);
   });

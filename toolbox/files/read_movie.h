@@ -13,10 +13,10 @@ namespace toolbox {
 // Media files that the movie refers to: found now, or not even looked for.
 enum class References { kResolve, kLeave };
 
-// Opens the file at `path` (absolute) and reads its first movie.
+// Opens the file at `path` (absolute) and reads its first movie, or takes raw AAC for one.
 // Throws Refused: couldNotResolveDataRef (no such file, or a media file in use is not found),
 // noMovieFound (no movie header), badPublicMovieAtom (a broken one), cantFindHandler (compressed in
-// an unknown way), featureUnsupported (the movie lies in fragments), and what FileSource throws.
+// an unknown way), featureUnsupported (encrypted fragments), and what FileSource throws.
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references);
 
