@@ -3,6 +3,7 @@
 
 #include <tuple>
 
+#include "toolbox/atoms/fragment_atoms.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
 
@@ -16,6 +17,8 @@ using KnownAtoms =
                toolbox::SyncSamples, toolbox::PartialSyncSamples, toolbox::SampleToChunk,
                toolbox::SampleSizes, toolbox::ConstantSampleSize, toolbox::CompactSampleSizes,
                toolbox::ChunkOffsets, toolbox::WideChunkOffsets, toolbox::SampleDependencies,
-               toolbox::DegradationPriorities, toolbox::PaddingBits, toolbox::SampleToGroup>;
+               toolbox::DegradationPriorities, toolbox::PaddingBits, toolbox::SampleToGroup,
+               toolbox::TrackDefaults, toolbox::TrackFragmentHeader, toolbox::FragmentDecodeTime,
+               toolbox::TrackRun>;
 
 }  // namespace tools

@@ -8,7 +8,7 @@ namespace toolbox {
 namespace {
 
 // The whole media from movie time 0 on.
-EditList WholeMedia(const TrackRecord& track, const StatedEdits& given) {
+EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEdits& given) {
   EditList edits;
   if (!track.media || track.media->samples.Duration() == 0) return edits;
   const Clock clock = track.TimeClock();
@@ -21,7 +21,7 @@ EditList WholeMedia(const TrackRecord& track, const StatedEdits& given) {
     const std::int64_t units = clock.Lasting({length}, 1.0).units;
     if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
   }
-  edits.Append(duration, {0}, 1.0, clock);
+  edits.Append(duration + clock.Lasting({start}, 1.0), {0}, 1.0, clock);
   return edits;
 }
 
@@ -83,26 +83,12 @@ EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackR
 }  // namespace
 
 MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track) {
-  std::optional<EditList> listed;
-  if (stated.list) listed = ListedEdits(*stated.list, start, track);
-  if (listed && start == 0) {
-    track.edits = std::move(*listed);
-    return {};
-  }
-  if (listed) {
-    track.edits = FromFirstSample(*listed, start, track);
-    return track.edits.Offset() - listed->Offset();
-  }
-  track.edits = WholeMedia(track, stated);
-  if (start == 0 || track.edits.Edits().empty()) return {};
-  const Clock clock = track.TimeClock();
-  const MediaTime shown = FirstShown(track);
-  const MovieTime wait = clock.Lasting(MediaTime{start} + shown, 1.0),
-                  length = track.edits.Duration();
-  track.edits = {};
-  track.edits.Append(wait, Edit::kNothing, 1.0, clock);
-  track.edits.Append(length, shown, 1.0, clock);
-  return wait;
+  std::optional<EditList> edits;
+  if (stated.list) edits = ListedEdits(*stated.list, start, track);
+  if (!edits) edits = WholeMedia(track, start, stated);
+  const MovieTime offset = edits->Offset();
+  track.edits = start == 0 ? std::move(*edits) : FromFirstSample(*edits, start, track);
+  return start == 0 ? MovieTime{} : track.edits.Offset() - offset;
 }
 
 void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {

@@ -243,7 +243,7 @@ void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
 }
 
 void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending) {
-  std::map<std::uint32_t, const TrackRecord*> byId;
+  std::map<std::uint32_t, TrackRecord*> byId;
   for (const auto& track : movie.tracks) byId.emplace(track->id, track.get());
   for (std::size_t i = 0; i < pending.size(); ++i) {
     for (const auto& [type, ids] : pending[i].references) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/fragment_atoms.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
 
@@ -199,6 +200,19 @@ const std::vector<AtomCase> kCases{
                         " version=16777216 grouping='rap ' parameter=9 rows=1"
                         " { count=7 group=0 }",
                         {.countAt = 12}),
+    Case<TrackDefaults>("trex", Join(U32(0), U32(3), U32(1), U32(1024), U32(4), U32(0x10000)),
+                        " version=0 track=3 description=1 duration=1024 size=4 sampleFlags=65536"),
+    Case<TrackFragmentHeader>("tfhd", Join(U32(0x20000), U32(3)), " version=131072 track=3"),
+    Case<TrackFragmentHeader>(
+        "tfhd_whole",
+        Join(U32(0x3B), U32(3), U64(0x100000000), U32(2), U32(1024), U32(4), U32(0x10000)),
+        " version=59 track=3 baseDataOffset=4294967296 description=2 duration=1024 size=4"
+        " sampleFlags=65536"),
+    Case<FragmentDecodeTime>("tfdt", Join(U32(0x01000000), U64(0x100000000)),
+                             " version=1 time=4294967296"),
+    Case<TrackRun>("trun", Join(U32(0x705), U32(1), U32(0xFFFFFFFC), U32(7), Zeros(12)),
+                   " version=1797 count=1 dataOffset=-4 firstSampleFlags=7 rows=12 bytes",
+                   {.rest = 12}),
 };
 
 class EveryAtom : public testing::TestWithParam<AtomCase> {};
