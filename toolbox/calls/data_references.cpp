@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "toolbox/files/byte_source.h"
+
 namespace toolbox {
 namespace {
 
@@ -27,7 +29,7 @@ InMemory BlockOf(HandleRecord& handle) {
 
 DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile) {
   if (dataRef != nullptr && type == kMemory) return BlockOf(*dataRef);
-  const OtherFile file{PathOf(dataRef, type)};
+  const OtherFile file = FileAt(PathOf(dataRef, type));
   if (file == ownFile) return ThisFile{};
   return file;
 }

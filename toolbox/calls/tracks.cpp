@@ -4,6 +4,7 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/files/byte_source.h"
 #include "toolbox/files/new_media.h"
 #include "toolbox/movie/cuts.h"
 #include "toolbox/movie/media_types.h"
@@ -90,7 +91,7 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
     const TrackRecord& like = Valid(source);
     MovieRecord& movie = Valid(destination);
     std::optional<DataReference> reference;
-    if (dataRef != nullptr) reference = OtherFile{PathOf(dataRef, dataRefType)};
+    if (dataRef != nullptr) reference = FileAt(PathOf(dataRef, dataRefType));
     TrackRecord& made = movie.AddTrackLike(like);
     if (reference && made.media) made.media->dataReferences.push_back(*reference);
     *track = &made;

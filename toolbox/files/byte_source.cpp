@@ -40,6 +40,8 @@ std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path) {
   return FileIdentity{.device = status->st_dev, .inode = status->st_ino};
 }
 
+OtherFile FileAt(const boost::filesystem::path& path) { return {path, IdentityOf(path)}; }
+
 Refused RefusedBy(int errorNumber) {
   switch (errorNumber) {
     case ENOSPC:

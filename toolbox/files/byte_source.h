@@ -1,8 +1,6 @@
 // Where bytes are read from: a file or memory behind one small interface.
 #pragma once
 
-#include <sys/types.h>
-
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <optional>
@@ -10,6 +8,7 @@
 
 #include "toolbox/bytes.h"
 #include "toolbox/files/descriptor.h"
+#include "toolbox/movie/data_reference.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -51,15 +50,11 @@ class MemorySource final : public ByteSource {
   ByteSpan bytes_;
 };
 
-// Which file a path leads to, however the path is spelled.
-struct FileIdentity {
-  dev_t device = 0;
-  ino_t inode = 0;
-  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
-};
-
 // Nothing when the file does not exist. Throws Refused when that cannot be told.
 std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path);
+
+// The reference to the file at `path`, which may not exist. Throws as IdentityOf.
+OtherFile FileAt(const boost::filesystem::path& path);
 
 // The refusal that stands for a failed system call.
 Refused RefusedBy(int errorNumber);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/files/byte_source.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -412,7 +413,7 @@ DataReference ReadDataReference(const DataReferenceEntry& entry, const fs::path&
       return InMemory{std::make_shared<Bytes>(std::move(*data))};
     }
   } else if (resolve) {
-    if (auto path = OtherFilePath(entry, referrer)) return OtherFile{std::move(*path)};
+    if (auto path = OtherFilePath(entry, referrer)) return FileAt(*path);
   }
   return Unresolved{entry.kind, entry.versionAndFlags, entry.data};
 }

@@ -219,8 +219,8 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   if (!reader.Read()) return nullptr;
   auto movie = std::make_unique<MovieRecord>();
   movie->created = movie->modified = Now();
-  movie->file = OtherFile{path};
-  movie->defaultDataReference = OtherFile{path};
+  movie->file = FileAt(path);
+  movie->defaultDataReference = *movie->file;
   TrackRecord& track = movie->AddTrack();
   track.volume = 0x100;
   track.created = track.modified = movie->created;

@@ -290,8 +290,8 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const ByteSource& sourc
   FillReferences(*movie, pending);
   movie->userData = TakeUserData(parts);
   movie->siblings = parts.Others();
-  movie->file = OtherFile{path};
-  movie->defaultDataReference = OtherFile{path};
+  movie->file = FileAt(path);
+  movie->defaultDataReference = *movie->file;
   return movie;
 }
 

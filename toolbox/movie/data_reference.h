@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <variant>
@@ -15,10 +16,18 @@ namespace toolbox {
 struct ThisFile {
   friend bool operator==(const ThisFile&, const ThisFile&) = default;
 };
-// Another file; the path is absolute.
+// Which file a path leads to, however the path is spelled.
+struct FileIdentity {
+  std::uint64_t device = 0, inode = 0;
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+// Another file; the path is absolute. Two paths to one file are the same reference where it is
+// known which file they lead to.
 struct OtherFile {
   boost::filesystem::path path;
+  std::optional<FileIdentity> identity;  // found when the reference was read
   friend bool operator==(const OtherFile& a, const OtherFile& b) {
+    if (a.identity && b.identity) return a.identity == b.identity;
     return a.path.native() == b.path.native();
   }
 };

@@ -8,6 +8,21 @@
 
 namespace toolbox {
 
+namespace {
+
+// What the references to a file are found by: which file it is, where that is known, and its path,
+// which starts with a slash.
+std::vector<std::string> NamesOf(const OtherFile& file) {
+  std::vector<std::string> names{file.path.native()};
+  if (file.identity) {
+    names.push_back(std::to_string(file.identity->device) + ' ' +
+                    std::to_string(file.identity->inode));
+  }
+  return names;
+}
+
+}  // namespace
+
 bool MediaRecord::IsProtected() const {
   return std::ranges::any_of(descriptions, &SampleDescription::IsProtected);
 }
@@ -22,12 +37,15 @@ std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
     }
   } else {
     for (; indexed_ < count; ++indexed_) {
-      if (const auto* other = std::get_if<OtherFile>(&dataReferences[indexed_])) {
-        fileIndex_.try_emplace(other->path.native(), indexed_);
-      }
+      const auto* other = std::get_if<OtherFile>(&dataReferences[indexed_]);
+      if (other == nullptr) continue;
+      for (const std::string& name : NamesOf(*other)) fileIndex_.try_emplace(name, indexed_);
     }
-    const auto found = fileIndex_.find(file->path.native());
-    if (found != fileIndex_.end()) return found->second;
+    for (const std::string& name : NamesOf(*file)) {
+      const auto found = fileIndex_.find(name);
+      if (found != fileIndex_.end() && dataReferences[found->second] == reference)
+        return found->second;
+    }
   }
   dataReferences.push_back(reference);
   return count;

@@ -1,0 +1,194 @@
+#!/usr/bin/env python3
+"""Movies beyond what 32 bits count: bytes, ticks and samples. Holes in files stand for their media."""
+
+import os
+import resource
+import struct
+import unittest
+
+import runs
+
+FOUR_GIB = 1 << 32
+RATE = 44100
+
+
+def atom(kind, *content):
+    data = b"".join(content)
+    return struct.pack(">I4s", 8 + len(data), kind) + data
+
+
+def rebuilt(header, change):
+    """The content of a movie header, of which `change` makes other (type, content) pairs."""
+    inner = b""
+    for kind, content in runs.atoms(header):
+        if kind in ("trak", "mdia", "minf", "stbl"):
+            content = rebuilt(content, change)
+        kind, content = change(kind, content)
+        inner += atom(kind.encode("latin-1"), content)
+    return inner
+
+
+def far_away(clip, path, distance):
+    """The clip with its media behind a hole."""
+    ftyp, media = (runs.child(clip, kind) for kind in ("ftyp", "mdat"))
+    start = clip.index(media)
+
+    def change(kind, content):
+        if kind != "stco":
+            return kind, content
+        offsets = struct.unpack_from(f">{len(content) // 4 - 2}I", content, 8)
+        moved = [distance + offset - start for offset in offsets]
+        return "co64", content[:8] + struct.pack(f">{len(moved)}Q", *moved)
+
+    with open(path, "wb") as file:
+        file.write(atom(b"ftyp", ftyp))
+        file.write(struct.pack(">I4sQ", 1, b"mdat", distance + len(media) - file.tell()))
+        file.seek(distance)
+        file.write(media)
+        file.write(atom(b"moov", rebuilt(runs.child(clip, "moov"), change)))
+
+
+IDENTITY = struct.pack(">9i", 1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30)
+
+
+def plain_sound(path, frames, bits=16):
+    """A movie of uncompressed sound, one channel, all silence: its media is a hole."""
+    size = bits // 8
+    sound = struct.pack(">6xH8xHHI", 1, 1, bits, 0) + struct.pack(">I", RATE << 16)
+    chunk = 4096
+    chunks = -(-frames // chunk)
+    rest = frames - (chunks - 1) * chunk
+    kind = b"sowt" if bits == 16 else b"raw "
+    table = atom(
+        b"stbl",
+        atom(b"stsd", struct.pack(">II", 0, 1), atom(kind, sound)),
+        atom(b"stts", struct.pack(">4I", 0, 1, frames, 1)),
+        atom(b"stsc", struct.pack(">8I", 0, 2, 1, chunk, 1, chunks, rest, 1)),
+        atom(b"stsz", struct.pack(">3I", 0, size, frames)),
+        atom(b"co64", struct.pack(">II", 0, chunks),
+             b"".join(struct.pack(">Q", 16 + i * chunk * size) for i in range(chunks))),
+    )  # fmt: skip
+    media = atom(
+        b"mdia",
+        atom(b"mdhd", struct.pack(">5IHH", 0, 0, 0, RATE, frames, 0, 0)),
+        atom(b"hdlr", struct.pack(">I4s4s12xB", 0, b"mhlr", b"soun", 0)),
+        atom(b"minf", atom(b"smhd", bytes(8)), table),
+    )
+    length = frames * 600 // RATE
+    movie = atom(
+        b"moov",
+        atom(b"mvhd", struct.pack(">5IIH10x", 0, 0, 0, 600, length, 1 << 16, 256), IDENTITY,
+             struct.pack(">24xI", 2)),
+        atom(b"trak", atom(b"tkhd", struct.pack(">6I8xHHHH", 15, 0, 0, 1, 0, length, 0, 0, 256, 0),
+                           IDENTITY, bytes(8)), media),
+    )  # fmt: skip
+    with open(path, "wb") as file:
+        file.write(struct.pack(">I4sQ", 1, b"mdat", 16 + frames * size))
+        file.truncate(16 + frames * size)
+        file.seek(0, os.SEEK_END)
+        file.write(movie)
+    return path
+
+
+def seconds_used(work):
+    def used():
+        usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return usage.ru_utime + usage.ru_stime
+
+    before = used()
+    work()
+    return used() - before
+
+
+@runs.has_tools("ffmpeg", "ffprobe")
+class LargeMovies(runs.RunTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.clip = runs.make_clip(
+            runs.temporary_folder(cls) / "clip.mov",
+            "-f", "lavfi", "-i", "testsrc2=s=64x48:r=10:d=2", "-f", "lavfi", "-i", "sine=d=2",
+            "-c:v", "libx264", "-bf", "2", "-g", "5", "-c:a", "aac",
+        )  # fmt: skip
+
+    def test_media_beyond_four_gibibytes(self):
+        far = self.folder / "far.mov"
+        far_away(self.clip.read_bytes(), far, FOUR_GIB + 12345)
+        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "there are no holes here")
+        self.assertEqual(len(runs.frames(far)), 20, "the test is wrong")
+        whole = self.join_whole("whole.mov", far)
+        self.assertEqual(runs.samples_by_track(whole), runs.samples_by_track(self.clip))
+        joined = self.join("joined.mov", far, self.clip, far)
+        self.assertIn(b"co64", joined.read_bytes())
+        again = self.join_whole("again.mov", joined)
+        self.assertEqual(
+            [f.hash for f in runs.frames(again)], 3 * [f.hash for f in runs.frames(self.clip)]
+        )
+        cut = self.join("cut.mov", far, options=["-self-contained", "-startAt", "1"])
+        self.assertEqual(
+            [f.hash for f in runs.frames(cut)], [f.hash for f in runs.frames(self.clip)][10:]
+        )
+        done = self.run_in_folder("cliptune", far, "-save-in-place", "-set-looping")
+        self.assertEqual(done, runs.Result(0, "", ""))
+        self.assertEqual(len(runs.frames(far)), 20)
+
+    def test_more_than_four_thousand_million_ticks(self):
+        delta = 0x7FFFFFF0
+
+        def change(kind, content):
+            if kind == "stts":
+                content = struct.pack(">4I", 0, 1, struct.unpack_from(">I", content, 8)[0], delta)
+            return (kind, content) if kind not in ("edts", "ctts") else ("free", content)
+
+        data = self.clip.read_bytes()
+        header = runs.child(data, "moov")
+        slow = self.folder / "slow.mov"
+        slow.write_bytes(data.replace(atom(b"moov", header), atom(b"moov", rebuilt(header, change))))
+        scales = {number: track.scale for number, track in runs.tracks(self.clip).items()}
+        counts = {number: len(found) for number, found in runs.samples_by_track(slow).items()}
+        for name, options in (("reference.mov", []), ("whole.mov", ["-self-contained"])):
+            out = self.join(name, slow, slow, options=options)
+            table = runs.movie_header(out)
+            for media in (runs.child(content, "mdia") for kind, content in runs.atoms(table)
+                          if kind == "trak"):
+                self.assertEqual(runs.child(media, "mdhd")[0], 1, "of version 1")
+            self.assertEqual(runs.child(table, "mvhd")[0], 1)
+            longest = max(2 * counts[number] * delta / scales[number] for number in scales)
+            self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
+        found = runs.samples_by_track(self.folder / "whole.mov")[1]
+        # The second clip begins at a whole tick of the movie, which is longer than one of its own.
+        shift = found[counts[1]].dts - counts[1] * delta
+        self.assertTrue(0 <= shift <= scales[1] // 600, shift)
+        times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
+        self.assert_same([p.dts for p in found], times)
+
+    def test_an_hour_of_plain_sound_costs_nothing(self):
+        hour = plain_sound(self.folder / "hour.mov", 3600 * RATE)
+
+        def refer():
+            self.join("reference.mov", hour, hour, hour)
+
+        # The sanitizers make it ten times slower.
+        self.assertLess(seconds_used(refer), 2)
+        self.assertAlmostEqual(
+            float(runs.movie_duration(self.folder / "reference.mov")), 3 * 3600, delta=0.01
+        )
+        cut = self.join(
+            "cut.mov", hour, options=["-self-contained", "-startAt", "1800", "-trimTo", "10"]
+        )
+        self.assertEqual(len(runs.sound(cut)), 10 * RATE)
+        self.assertLess(cut.stat().st_size, 10 * RATE * 2 + 10000)
+
+    def test_samples_are_counted_as_far_as_a_file_can(self):
+        frames = (1 << 31) + 1000
+        long = plain_sound(self.folder / "long.mov", frames, 8)
+        out = self.join("out.mov", long)
+        self.assertAlmostEqual(float(runs.movie_duration(out)), frames / RATE, delta=0.01)
+        cut = self.join("cut.mov", out, options=["-self-contained", "-startAt", "48690"])
+        self.assertEqual(len(runs.sound(cut)), frames - 48690 * RATE)
+        done = self.run_in_folder("clipjoin", long, long, "-o", "two.mov")
+        self.assertRegex(done.err, r"Error in \w+ at line \d+ of utils\.cpp: -2011\n")
+        self.assertFalse((self.folder / "two.mov").exists())
+
+
+if __name__ == "__main__":
+    runs.main()
