@@ -219,6 +219,18 @@ class ReferenceMovies(JoinTest):
         first.unlink()
         self.assert_flattens_to_the_whole(second)
 
+    def test_two_names_of_one_file_are_one_reference(self):
+        other = self.home / "another name.mp4"
+        other.hardlink_to(self.parts[0])
+        reference = self.join(self.home / "movie.mov", self.parts[0], other, self.parts[1])
+        for kind, content in runs.atoms(runs.movie_header(reference)):
+            if kind == "trak":
+                list_of_files = runs.child(content, "mdia", "minf", "dinf", "dref")
+                self.assertEqual(int.from_bytes(list_of_files[4:8], "big"), 2)
+        twice = self.join_whole("twice.mov", self.parts[0], self.parts[0], self.parts[1])
+        flat = self.join_whole("flat.mov", reference)
+        self.assertEqual(flat.read_bytes(), twice.read_bytes())
+
     def test_without_its_media_a_reference_movie_does_not_open(self):
         reference = self.join(self.home / "movie.mov", *self.parts)
         self.parts[1].unlink()
