@@ -143,13 +143,16 @@ class Fragments(runs.RunTest):
 
     @runs.needs_corpus
     def test_real_ones_play_as_before(self):
-        for path in sorted((MEDIA / "fragmented").iterdir()):
+        subtitles = MEDIA / "subtitles-metadata" / "sample.text.mp4"
+        for path in (*sorted((MEDIA / "fragmented").iterdir()), subtitles):
             with self.subTest(path.name):
                 done = self.run_in_folder("clipjoin", path, "-self-contained", "-o", "out.mov")
                 if path.name == "cbcs.mp4":
                     self.assertIn("Error -2053 reading", done.err)
                     continue
                 self.assertEqual(done.err, "")
+                again = self.join_whole("again.mov", self.join("reference.mov", path))
+                self.assertEqual(again.read_bytes(), (self.folder / "out.mov").read_bytes())
                 before = runs.samples_by_track(path)
                 for number, samples in runs.samples_by_track(self.folder / "out.mov").items():
                     # In fragments ffprobe does not always say how long a packet lasts.
