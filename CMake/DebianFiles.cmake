@@ -1,0 +1,31 @@
+# Run by cpack over each tree it is about to pack: puts into a Debian package what policy asks for.
+if(NOT CPACK_GENERATOR STREQUAL DEB)
+  return()
+endif()
+
+set(names_commands reelwork)
+set(names_development libreelwork-dev)
+file(GLOB trees ${CPACK_TEMPORARY_DIRECTORY}/*/usr)
+foreach(tree ${trees})
+  cmake_path(GET tree PARENT_PATH component)
+  cmake_path(GET component FILENAME component)
+  set(package ${names_${component}})
+  set(documents ${tree}/share/doc/${package})
+
+  file(MAKE_DIRECTORY ${documents})
+  file(REMOVE_RECURSE ${tree}/share/doc/reelwork/LICENSE)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/../LICENSE ${documents}/copyright COPYONLY)
+  string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  file(WRITE ${documents}/changelog.Debian
+    "reelwork (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium\n\n"
+    "  * See https://keepachangelog.com and the CHANGELOG.md of the sources.\n\n"
+    " -- ${CPACK_PACKAGE_CONTACT}  ${now}\n")
+  file(CHMOD ${documents}/changelog.Debian ${documents}/copyright
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+
+  file(GLOB to_compress ${documents}/changelog.Debian ${tree}/share/man/man*/*)
+  execute_process(COMMAND gzip -9n ${to_compress} COMMAND_ERROR_IS_FATAL ANY)
+  if(EXISTS ${tree}/share/zsh/site-functions)
+    file(RENAME ${tree}/share/zsh/site-functions ${tree}/share/zsh/vendor-completions)
+  endif()
+endforeach()

@@ -1,0 +1,63 @@
+# What `cmake --install` lays out: the commands with their pages and completions (component
+# "commands"), and the toolbox for other programs (component "development").
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# The commands. Symbolic links are installed as the relative links they are.
+set(bin ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+install(TARGETS clipjoin COMPONENT commands)
+install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
+
+set(completions ${PROJECT_SOURCE_DIR}/completions)
+foreach(name clipjoin clipstak cliptune)
+  install(FILES ${completions}/bash/${name}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT commands)
+  install(FILES ${completions}/fish/${name}.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT commands)
+endforeach()
+install(FILES ${completions}/zsh/_clipjoin
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT commands)
+
+# The manual pages. The three of the commands share the text of the options.
+set(man ${PROJECT_SOURCE_DIR}/man)
+set(pages)
+foreach(name clipjoin clipstak cliptune)
+  set(page ${PROJECT_BINARY_DIR}/man/${name}.1)
+  add_custom_command(OUTPUT ${page}
+    COMMAND awk -v name=${name} -v options=options.mdoc -f pages.awk ${name}.1 > ${page}
+    DEPENDS ${man}/${name}.1 ${man}/options.mdoc ${man}/pages.awk
+    WORKING_DIRECTORY ${man} VERBATIM)
+  list(APPEND pages ${page})
+endforeach()
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+add_custom_target(manual ALL DEPENDS ${pages})
+install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT commands)
+install(FILES ${man}/Reelwork.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT commands)
+
+# The toolbox: its public header and what that includes, the library, and how to find both.
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/reelwork)
+foreach(header toolbox.h bytes.h codes.h atoms/fourcc.h)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES toolbox/${header} DESTINATION ${headers}/toolbox/${folder} COMPONENT development)
+endforeach()
+set_target_properties(toolbox PROPERTIES OUTPUT_NAME reelwork)
+target_compile_features(toolbox PUBLIC cxx_std_20)
+install(TARGETS toolbox EXPORT ReelworkTargets COMPONENT development
+  INCLUDES DESTINATION ${headers})
+
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/Reelwork)
+install(EXPORT ReelworkTargets NAMESPACE Reelwork:: DESTINATION ${package} COMPONENT development)
+configure_package_config_file(CMake/ReelworkConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/ReelworkConfig.cmake INSTALL_DESTINATION ${package})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ReelworkConfig.cmake
+  ${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake CMake/FindDeflate.cmake
+  DESTINATION ${package} COMPONENT development)
+
+# Relative to where the file lies, so that the tree can be moved and installed under any prefix.
+file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(CMake/reelwork.pc.in ${PROJECT_BINARY_DIR}/reelwork.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/reelwork.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

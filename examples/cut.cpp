@@ -1,0 +1,68 @@
+// Cuts a stretch out of a movie with the toolbox, as an example of how to use it:
+//   cut IN FROM LENGTH OUT      (seconds; paths absolute)
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "toolbox/toolbox.h"
+
+namespace {
+
+using namespace toolbox;
+
+// A data reference to the file at `path`; the caller disposes of it. Null when that fails.
+Handle ReferenceTo(const char* path, FourCC* type) {
+  const CFStringRef string = CFStringCreateWithCString(nullptr, path, kCFStringEncodingUTF8);
+  Handle reference = nullptr;
+  if (QTNewDataReferenceFromFullPathCFString(string, kQTPOSIXPathStyle, 0, &reference, type)) {
+    reference = nullptr;
+  }
+  CFRelease(string);
+  return reference;
+}
+
+OSErr Open(const char* path, Movie* movie) {
+  FourCC type;
+  const Handle reference = ReferenceTo(path, &type);
+  const OSErr code = NewMovieFromDataRef(movie, 0, nullptr, reference, type);
+  DisposeHandle(reference);
+  return code;
+}
+
+// Leaves what `movie` shows from `from` on for `length` seconds.
+OSErr Cut(Movie movie, double from, double length) {
+  const auto units = [&](double seconds) {
+    return static_cast<TimeValue>(std::llround(seconds * GetMovieTimeScale(movie)));
+  };
+  if (const OSErr code = DeleteMovieSegment(movie, 0, units(from))) return code;
+  const TimeValue rest = GetMovieDuration(movie) - units(length);
+  return rest > 0 ? DeleteMovieSegment(movie, units(length), rest) : noErr;
+}
+
+OSErr Write(Movie movie, const char* path) {
+  FourCC type;
+  const Handle reference = ReferenceTo(path, &type);
+  FlattenMovieDataToDataRef(
+      movie, flattenAddMovieToDataFork | flattenForceMovieResourceBeforeMovieData, reference, type,
+      FourCC{"TVOD"}, smSystemScript, createMovieFileDeleteCurFile);
+  const OSErr code = GetMoviesError();
+  DisposeHandle(reference);
+  return code;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 5) {
+    std::fprintf(stderr, "usage: cut IN FROM LENGTH OUT\n");
+    return 2;
+  }
+  OSErr code = EnterMovies();
+  Movie movie = nullptr;
+  if (!code) code = Open(arguments[1], &movie);
+  if (!code) code = Cut(movie, std::atof(arguments[2]), std::atof(arguments[3]));
+  if (!code) code = Write(movie, arguments[4]);
+  DisposeMovie(movie);
+  if (code) std::fprintf(stderr, "cut: error %d\n", code);
+  return code != noErr;
+}
