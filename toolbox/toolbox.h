@@ -2,10 +2,18 @@
 // spelling.
 //
 // Each call leaves its result as the movies error (GetMoviesError); calls that return an OSErr
-// return the same. A call that takes a null reference answers with the code for it and changes
-// nothing; a failing edit leaves the movie as it was. All calls are made from one thread.
+// return the same. A call that takes a null reference answers with the code for it (invalidMovie,
+// invalidTrack, invalidMedia, nilHandleErr, paramErr), gives 0 or null and changes nothing; a
+// failing edit leaves the movie as it was. Any call may answer memFullErr. "File errors" are what
+// the system says of a file: fnfErr, ioErr, dskFulErr, tmfoErr, opWrErr, bdNamErr. All calls are
+// made from one thread.
 //
-// Times are 64-bit counts of a time scale's units (units per second).
+// Movies, storages, handles and strings are the caller's to dispose of. Tracks, media and user data
+// belong to their movie and last as long as they are part of it. A handle given for a result is
+// resized to it. Other pointers may be null only where a call says so.
+//
+// Times are 64-bit counts of a time scale's units (units per second): those of movies and tracks in
+// the movie's, those of media in their own.
 #pragma once
 
 #include <array>
@@ -145,7 +153,7 @@ TimeScale GetMovieTimeScale(Movie movie);
 void SetMovieTimeScale(Movie movie, TimeScale scale);
 // Where the last track ends, in movie units.
 TimeValue GetMovieDuration(Movie movie);
-// The matrix that all tracks go through behind their own.
+// The matrix that all tracks go through behind their own. SetMovieMatrix copies it.
 void GetMovieMatrix(Movie movie, MatrixRecord* matrix);
 void SetMovieMatrix(Movie movie, const MatrixRecord* matrix);
 
@@ -153,6 +161,7 @@ void SetMovieMatrix(Movie movie, const MatrixRecord* matrix);
 // invalidDuration (duration < 0: the selection becomes empty at `start`).
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
 // Overwrites the destination's preferred rate and volume, clipping region, matrix and user data.
+// invalidMovie.
 [[nodiscard]] OSErr CopyMovieSettings(Movie source, Movie destination);
 // Has `progress` told, while media of the movie are copied, how many bytes of how many are done.
 // Empty: nobody.
@@ -183,7 +192,9 @@ TimeValue GetTrackDuration(Track track);
 TimeValue GetTrackOffset(Track track);
 // ... which is given that length; the rest of the track moves with it. invalidTime (offset < 0).
 void SetTrackOffset(Track track, TimeValue offset);
+// A track that is not enabled is there but neither shown nor heard.
 void SetTrackEnabled(Track track, bool isEnabled);
+// The matrix that the track's pictures go through before the movie's.
 void GetTrackMatrix(Track track, MatrixRecord* matrix);
 void SetTrackMatrix(Track track, const MatrixRecord* matrix);
 // The track's user data; valid as long as the track. Null only for a null track.
@@ -192,8 +203,9 @@ UserData GetTrackUserData(Track track);
 Media GetTrackMedia(Track track);
 // Removes the track, its media and every reference to it.
 void DisposeMovieTrack(Track track);
-// A new track in `destination` with the media type and settings of `source` and no samples. A null
-// data reference: the media starts without one.
+// A new track in `destination` with the media type and settings of `source` and no samples. The
+// media refers to what `dataRef`, an alias, leads to; null: to nothing yet. invalidTrack,
+// invalidMovie, noDataHandler, invalidDataRef; `*track` is then null.
 [[nodiscard]] OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef,
                                          FourCC dataRefType, Track* track);
 // A new track without media behind all others, enabled. Width and height are Fixed; full volume is
@@ -226,13 +238,15 @@ TimeScale GetMediaTimeScale(Media media);
 MediaHandler GetMediaHandler(Media media);
 // Any result may be null. `creatorName` is left alone.
 void GetMediaHandlerDescription(Media media, FourCC* type, char* creatorName, FourCC* manufacturer);
-// The display name of the kind of media, length-prefixed.
+// The display name of the kind of media, in English whatever is wanted: its length in the first
+// byte of `name`, which has room for 256. `actualLanguage` may be null. invalidMedia.
 [[nodiscard]] OSErr MediaGetName(MediaHandler handler, unsigned char* name,
                                  std::int32_t wantedLanguage, std::int32_t* actualLanguage);
 // How pictures are laid over what is below them, and the colour that some modes need.
-// badComponentSelector for media that are not seen.
+// badComponentSelector (media that are not seen), invalidMedia.
 [[nodiscard]] OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode,
                                          const RGBColor* opColor);
+// Number of sample descriptions.
 std::int32_t GetMediaSampleDescriptionCount(Media media);
 // The whole description, the first being number 1: 32-bit size, format, six zero bytes,
 // data-reference number, then the format's own. invalidSampleDescIndex.
@@ -329,7 +343,7 @@ TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
                                        TimeValue sourceDuration, TimeValue at);
 
 // Lays the whole of `source` beside the tracks of `movie`, in new ones: from the start of the
-// movie's selection, stretched to fill it or, when it is empty, at its own length.
+// movie's selection, stretched to fill it or, when it is empty, at its own length. invalidMovie.
 void AddMovieSelection(Movie movie, Movie source);
 // Lays a stretch of one track into another of the same kind at `at`; by reference. invalidTrack,
 // noMediaHandler, mediaTypesDontMatch (also for sound of unequal time scales), invalidTime,
@@ -355,6 +369,7 @@ void AddMovieSelection(Movie movie, Movie source);
 
 // --- User data (calls/user_data.cpp); items of one type are numbered from 1
 
+// Number of items of the type.
 std::int16_t CountUserDataType(UserData data, FourCC type);
 // The type that first appears after `previous` (0: the first); 0 at the end.
 FourCC GetNextUserDataType(UserData data, FourCC previous);
@@ -379,6 +394,7 @@ FourCC GetNextUserDataType(UserData data, FourCC previous);
 // --- Matrices (calls/matrices.cpp): pure arithmetic, no movies error; each is done after what the
 // matrix did before. Factors, distances, degrees and centres are Fixed
 
+// Makes it the matrix that changes nothing.
 void SetIdentityMatrix(MatrixRecord* matrix);
 [[nodiscard]] bool EqualMatrix(const MatrixRecord* a, const MatrixRecord* b);
 // `matrix` becomes itself followed by `next`.
@@ -388,7 +404,8 @@ void ScaleMatrix(MatrixRecord* matrix, Fixed sx, Fixed sy, Fixed aboutX, Fixed a
 // Clockwise on the screen.
 void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed aboutY);
 
-// --- Storage (calls/storage.cpp)
+// --- Storage (calls/storage.cpp); a data reference that is no alias answers noDataHandler or
+// invalidDataRef
 
 // Opens the movie in the file that `dataRef` (an alias) leads to; the caller disposes of it.
 // `resourceId` may be null; it is set to -1. Flags: newMovieDontResolveDataRefs leaves media in
@@ -433,6 +450,7 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 [[nodiscard]] Handle NewHandleClear(std::int64_t size);
 // Appends a copy of the bytes. nilHandleErr, paramErr (size < 0).
 [[nodiscard]] OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size);
+// In bytes.
 std::int64_t GetHandleSize(Handle handle);
 // Null is allowed.
 void DisposeHandle(Handle handle);

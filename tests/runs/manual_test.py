@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
-"""The manual pages: they name the options that the commands take, and their examples work."""
+"""The manual pages name the options that the commands take; what they and the README show as
+examples works."""
 
+import os
 import re
 import subprocess
 import unittest
@@ -102,14 +104,15 @@ class Examples(runs.RunTest):
         for path in self.inputs.iterdir():
             (self.folder / path.name).write_bytes(path.read_bytes())
 
+    path = {"PATH": f"{BIN}:{os.environ['PATH']}"}
+
     def run_examples(self, page):
         """What each of the page's examples prints on standard output."""
         said = []
         commands = examples(PAGES[page])
         self.assertGreaterEqual(len(commands), 3)
         for command in commands:
-            done = runs.run("/bin/sh", "-c", command, cwd=self.folder,
-                            env={"PATH": f"{BIN}:/usr/bin:/bin"})  # fmt: skip
+            done = runs.run("/bin/sh", "-c", command, cwd=self.folder, env=self.path)
             self.assertEqual((done.status, done.err.replace(TAGS_ARE_LOST, "")), (0, ""), command)
             said.append(done.out)
         return said
@@ -142,6 +145,16 @@ class Examples(runs.RunTest):
                         if t.edits and t.edits[0].media < 0)  # fmt: skip
         self.assertEqual(starts, [3])
         self.assert_written("both.mov", 12, ["video", "video", "audio"])
+
+    def test_the_tour_in_the_readme(self):
+        readme = (ROOT / "README.md").read_text()
+        blocks = re.findall(r"^```console\n(.*?)^```$", readme, re.M | re.S)
+        steps = [step for block in blocks for step in block.removeprefix("$ ").split("\n$ ")]
+        self.assertGreaterEqual(len(steps), 5)
+        for step in steps:
+            command, _, expected = step.rstrip("\n").partition("\n")
+            done = runs.run("/bin/sh", "-c", f"({command}) 2>&1", cwd=self.folder, env=self.path)
+            self.assertEqual(done.out.rstrip("\n"), expected, command)
 
     def test_cliptune(self):
         said = self.run_examples("cliptune")
