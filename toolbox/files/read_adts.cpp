@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/files/new_media.h"
 
 namespace toolbox {
 namespace {
@@ -120,11 +121,7 @@ class AdtsReader {
   void Add(const Frame& frame) {
     if (rows_->count == UINT32_MAX) throw Malformed("the frames cannot be counted");
     const std::uint32_t size = frame.size - frame.headerSize;
-    ++rows_->count;
-    rows_->AddTimes(1, frame.blocks * kBlockLength);
-    rows_->sizes.push_back(size);
-    rows_->chunkOffsets.push_back(at_ + frame.headerSize);
-    rows_->AddChunks(rows_->count - 1, 1, 1, 0);
+    rows_->AddSample(frame.blocks * kBlockLength, size, at_ + frame.headerSize, 0);
     bytes_ += size;
     largest_ = std::max(largest_, size);
     at_ += frame.size;
@@ -198,19 +195,6 @@ SampleDescription AdtsReader::Description() const {
   })};
 }
 
-void FillMedia(AdtsReader& reader, MediaRecord& media) {
-  media.scale = static_cast<std::int32_t>(reader.Rate());
-  media.handler.componentType = FourCC{"mhlr"};
-  media.handler.subtype = FourCC{"soun"};
-  media.handler.name = {5, 'S', 'o', 'u', 'n', 'd'};
-  const FourCC header{"smhd"};
-  media.infoSiblings = {
-      {header, Encoded([&](auto& io) { io.Atom(header, [&] { io.Append(Bytes(8)); }); })}};
-  media.dataReferences = {ThisFile{}};
-  media.descriptions = {reader.Description()};
-  media.samples = SampleTable(reader.Rows());
-}
-
 }  // namespace
 
 std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
@@ -224,9 +208,10 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   TrackRecord& track = movie->AddTrack();
   track.volume = 0x100;
   track.created = track.modified = movie->created;
-  MediaRecord& media = track.media.emplace();
-  media.created = media.modified = movie->created;
-  FillMedia(reader, media);
+  const auto scale = static_cast<std::int32_t>(reader.Rate());
+  MediaRecord& media = track.SetMedia(NewMedia(FourCC{"soun"}, scale, ThisFile{}, false));
+  media.descriptions = {reader.Description()};
+  media.samples = SampleTable(reader.Rows());
   const Clock clock = track.TimeClock();
   track.edits.Append(clock.Lasting({media.samples.Duration()}, 1.0), {0}, 1.0, clock);
   return movie;
