@@ -81,7 +81,7 @@ void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>&
         toolbox::GetMediaSample(media, sample, kLongestSample, nullptr, mediaTime, nullptr, nullptr,
                                 nullptr, nullptr, 1, nullptr, nullptr) == toolbox::noErr;
     // One that cannot be read is a chapter all the same, without a title.
-    chapters.push_back({scale, time, duration, isRead ? ChapterTitle(sample.Bytes()) : ""});
+    chapters.push_back({scale, time, duration, isRead ? ChapterTitle(sample->bytes) : ""});
     toolbox::GetTrackNextInterestingTime(track, toolbox::nextTimeMediaSample, time,
                                          toolbox::fixedOne, &time, &duration);
   }
