@@ -20,6 +20,7 @@ ALLOWED = {
     "input": rf"toolbox/toolbox\.h|{COMMANDS}",
     "chapter": rf"toolbox/toolbox\.h|{COMMANDS}",
     "utils": rf"toolbox/toolbox\.h|{COMMANDS}",
+    "examples": r"toolbox/toolbox\.h",
     "tools": r"(toolbox/[\w/]+|tools/\w+)\.h",
 }
 
