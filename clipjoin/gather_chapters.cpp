@@ -10,6 +10,7 @@
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
+#include "utils/owned_handle.h"
 
 namespace clipjoin {
 namespace {
@@ -51,9 +52,8 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
 void KeepNewMediaInMemory(Movie movie) {
   constexpr toolbox::FourCC kMemory{"hndl"};
   constexpr std::int64_t kHandleSize = 4;
-  const toolbox::Handle reference = toolbox::NewHandleClear(kHandleSize);
+  const utils::OwnedHandle reference(kHandleSize);
   std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, kMemory);
-  toolbox::DisposeHandle(reference);
 }
 
 }  // namespace

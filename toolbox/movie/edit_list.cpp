@@ -90,13 +90,13 @@ void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clo
 }
 
 void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
-  const std::size_t first = Split(from, clock);
-  const std::size_t last = Split(from + length, clock);
-  std::vector<Edit> after(edits_.begin() + static_cast<std::ptrdiff_t>(last), edits_.end());
-  edits_.resize(first);
-  for (Edit edit : after) {
-    edit.start = edit.start - length;
-    Add(edit, clock);
+  const auto first = static_cast<std::ptrdiff_t>(Split(from, clock));
+  const auto last = static_cast<std::ptrdiff_t>(Split(from + length, clock));
+  auto next = edits_.erase(edits_.begin() + first, edits_.begin() + last);
+  std::for_each(next, edits_.end(), [length](Edit& edit) { edit.start = edit.start - length; });
+  if (first != 0 && next != edits_.end() && Continues(next[-1], *next, clock)) {
+    next[-1].duration += next->duration;
+    edits_.erase(next);
   }
   TrimEnd();
 }
