@@ -48,17 +48,17 @@ int Run(std::span<const char* const> arguments) {
   std::vector<chapter::Chapter> chapters = line.output.addedChapters;
   for (input::InputMovie& input : line.inputs) {
     const toolbox::Movie movie = input.Open();
-    AddAutomaticChapter(line.output, input.options, movie, output, chapters);
-    if (output == nullptr && !line.output.manualJoin) {
-      output = movie;
-      continue;
-    }
-    if (output == nullptr) {
+    if (output == nullptr && line.output.manualJoin) {
       made.reset(toolbox::NewMovie(0));
       output = made.get();
       std::ignore = toolbox::CopyMovieSettings(movie, output);
     }
-    Combine(movie, input.options, output, line);
+    AddAutomaticChapter(line.output, input.options, movie, output, chapters);
+    if (output == nullptr) {
+      output = movie;
+    } else {
+      Combine(movie, input.options, output, line);
+    }
   }
   if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
   AttachChapters(output, line, std::move(chapters));

@@ -131,6 +131,13 @@ class Chapters(runs.RunTest):
             self.named, expected=expected,
         )  # fmt: skip
 
+    def test_start_there_however_inputs_are_joined(self):
+        for how in ("-manual-join", "-unique-tracks", "-force-same-tracks"):
+            made = self.assert_run(
+                "clipjoin", how, "-auto-chapters", "-self-contained", *[self.plain] * 3
+            )
+            self.assert_chapters(made, [(2000 * i, "plain one") for i in range(3)])
+
     def test_are_merged_with_those_the_inputs_bring(self):
         own = [(2000 + 1000 * i, title) for i, title in enumerate(TITLES)]
         self.assert_written(
