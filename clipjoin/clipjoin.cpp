@@ -1,6 +1,5 @@
 #include "clipjoin/clipjoin.h"
 
-#include <iostream>
 #include <memory>
 #include <tuple>
 #include <utility>
@@ -32,6 +31,11 @@ bool PrefersQuiet() {
   toolbox::CFRelease(domain);
   return isValid && isQuiet;
 }
+
+struct Dispose {
+  void operator()(toolbox::Movie movie) const { toolbox::DisposeMovie(movie); }
+};
+using OwnedMovie = std::unique_ptr<toolbox::MovieRecord, Dispose>;
 
 }  // namespace
 
