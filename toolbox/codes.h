@@ -46,6 +46,7 @@ enum : OSErr {
   trackNotInMovie = -2030,
   invalidSampleNum = -2037,
   invalidSampleDescIndex = -2039,
+  invalidSampleDescription = -2041,
   dataNotOpenForWrite = -2043,
   dataAlreadyOpenForWrite = -2044,
   dataAlreadyClosed = -2045,

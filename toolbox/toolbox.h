@@ -35,6 +35,7 @@ struct MediaRecord;
 struct UserDataRecord;
 struct SampleTableRecord;
 struct StorageRecord;
+struct ExporterRecord;
 struct StringRecord;
 
 // A resizable block of bytes; whoever makes one disposes of it.
@@ -68,6 +69,7 @@ using MediaHandler = MediaRecord*;
 using UserData = UserDataRecord*;
 using DataHandler = StorageRecord*;
 using QTMutableSampleTableRef = SampleTableRecord*;
+using MovieExportComponent = ExporterRecord*;
 using CFStringRef = const StringRecord*;
 using Handle = HandleRecord*;
 using TimeValue = std::int64_t;
@@ -417,8 +419,8 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 // caller closes it. fBsyErr, afpAccessDenied, file errors.
 [[nodiscard]] OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
                                      DataHandler* handler);
-// Closes the storage; one that was created takes its name and place now. Its errors are those of
-// the last writes.
+// Closes the storage; one that was created takes its name and place now, but one that nothing was
+// added to replaces no other. Its errors are those of the last writes.
 [[nodiscard]] OSErr CloseMovieStorage(DataHandler handler);
 // A new, empty movie file, written beside its place until it is closed.
 // createMovieFileDeleteCurFile replaces a file that is there. Creator, script and movie are
@@ -443,6 +445,25 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 // Closes a storage like CloseMovieStorage; invalidComponentID for null.
 [[nodiscard]] OSErr CloseComponent(DataHandler component);
 
+// --- Export (calls/export.cpp)
+
+// An exporter: ('spit', 'mpg4') writes MPEG-4 files. The caller closes it. cantFindHandler (any
+// other).
+[[nodiscard]] OSErr OpenADefaultComponent(FourCC type, FourCC subtype,
+                                          MovieExportComponent* component);
+[[nodiscard]] OSErr CloseComponent(MovieExportComponent component);
+// Takes over what a container of settings says; the handle stays the caller's. paramErr (a damaged
+// container: nothing changes).
+[[nodiscard]] OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component,
+                                                            Handle settings);
+// Writes the movie, or one track of it, as a file of another type and gives it its name and place,
+// replacing a file that is there. `flags` and `creator` are ignored; without an exporter the
+// settings are the usual ones. featureUnsupported (a type other than 'mpg4', or a movie that needs
+// conversion), invalidSampleDescription, couldNotResolveDataRef, eofErr, file errors.
+[[nodiscard]] OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef,
+                                          FourCC dataRefType, FourCC fileType, FourCC creator,
+                                          std::uint32_t flags, MovieExportComponent component);
+
 // --- Memory (calls/memory.cpp)
 
 // `size` zero bytes; null when size < 0 or memory is short.
@@ -450,6 +471,8 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 [[nodiscard]] Handle NewHandleClear(std::int64_t size);
 // Appends a copy of the bytes. nilHandleErr, paramErr (size < 0).
 [[nodiscard]] OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size);
+// A new handle with a copy of the bytes. paramErr (size < 0).
+[[nodiscard]] OSErr PtrToHand(const void* bytes, Handle* handle, std::int64_t size);
 // In bytes.
 std::int64_t GetHandleSize(Handle handle);
 // Null is allowed.

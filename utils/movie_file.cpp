@@ -19,17 +19,12 @@ constexpr toolbox::FourCC kCreator{"TVOD"};
 
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
                         const DataReference& reference, bool showProgress) {
-  // Gone before any message is printed.
-  ProgressLine line;
-  if (showProgress && ProgressLine::IsWanted()) {
-    toolbox::SetMovieProgressProc(
-        movie, [&line](std::uint64_t done, std::uint64_t all) { line.Show(done, all); });
-  }
-  toolbox::FlattenMovieDataToDataRef(
-      movie, flattenFlags | toolbox::flattenAddMovieToDataFork, reference.handle, reference.type,
-      kCreator, toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
-  const toolbox::OSErr code = toolbox::GetMoviesError();
-  toolbox::SetMovieProgressProc(movie, nullptr);
+  const toolbox::OSErr code = WithProgress(movie, showProgress, [&] {
+    toolbox::FlattenMovieDataToDataRef(
+        movie, flattenFlags | toolbox::flattenAddMovieToDataFork, reference.handle, reference.type,
+        kCreator, toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile);
+    return toolbox::GetMoviesError();
+  });
   Require({"FlattenMovieDataToDataRef", kUtilsSource}, code);
 }
 
@@ -48,9 +43,7 @@ void WriteReference(toolbox::Movie movie, const DataReference& reference) {
 void Explain(const QTError& error, const std::string& path) {
   switch (error.Code()) {
     case toolbox::fBsyErr:
-      std::cerr << "The output file " << path
-                << " is busy.\nPlease check to see if another application has it open\n"
-                << std::flush;
+      ExplainBusy(path);
       break;
     case toolbox::afpAccessDenied:
       std::cerr << "You do not have permission to overwrite the output file\n" << path << '\n';
@@ -61,6 +54,24 @@ void Explain(const QTError& error, const std::string& path) {
 }
 
 }  // namespace
+
+void ExplainBusy(const std::string& path) {
+  std::cerr << "The output file " << path
+            << " is busy.\nPlease check to see if another application has it open\n"
+            << std::flush;
+}
+
+toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
+                            const std::function<toolbox::OSErr()>& write) {
+  ProgressLine line;
+  if (showProgress && ProgressLine::IsWanted()) {
+    toolbox::SetMovieProgressProc(
+        movie, [&line](std::uint64_t done, std::uint64_t all) { line.Show(done, all); });
+  }
+  const toolbox::OSErr code = write();
+  toolbox::SetMovieProgressProc(movie, nullptr);
+  return code;
+}
 
 toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) {
   boost::filesystem::path whole(path);

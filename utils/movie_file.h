@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "toolbox/toolbox.h"
@@ -35,5 +36,13 @@ toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t 
 // movie. With `showProgress` a user at a terminal sees how far it is. Failures are printed.
 void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
                 std::uint32_t flattenFlags, bool showProgress);
+
+// Runs `write`, which writes the movie and returns a toolbox code. With `showProgress` a user at a
+// terminal sees how far it is; the line is gone when this returns.
+[[nodiscard]] toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
+                                          const std::function<toolbox::OSErr()>& write);
+
+// Tells the user that the output file is busy.
+void ExplainBusy(const std::string& path);
 
 }  // namespace utils

@@ -11,6 +11,7 @@
 #include "clipjoin/report.h"
 #include "utils/movie_file.h"
 #include "utils/mpeg4_compatibility.h"
+#include "utils/mpeg4_export.h"
 
 namespace utils {
 namespace {
@@ -80,8 +81,9 @@ int WriteMPEG4(toolbox::Movie movie, const std::string& path,
     std::cerr << "Warning: the movie has annotations that will not appear in the output file.\n"
                  "iTunes can be used to manually add annotations to m4a files.\n";
   }
-  std::cerr << "This version does not know yet how to carry out -mp4.\n";
-  return 1;
+  clipjoin::Report({"writeMovieToMPEG4", clipjoin::kClipjoinSource},
+                   writeMovieToMPEG4(movie, path, !options.quiet));
+  return 0;
 }
 
 }  // namespace

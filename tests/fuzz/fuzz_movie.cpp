@@ -174,6 +174,29 @@ void WriteAndReopen(toolbox::Movie movie) {
   }
 }
 
+// As an MPEG-4 file with hint tracks, where the movie can be one.
+void ExportAndReopen(toolbox::Movie movie) {
+  constexpr char kName[] = "output.mp4", kHead[] = "\0\0\0\x18hint\0\0\0\1\0\0\0\0\0\0\0\0\0\0\0\1";
+  toolbox::MovieExportComponent exporter = nullptr;
+  fuzz::Check(toolbox::OpenADefaultComponent("spit", "mpg4", &exporter) == toolbox::noErr,
+              "there is an exporter");
+  toolbox::HandleRecord settings;
+  settings.bytes.resize(12);
+  toolbox::Bytes root = {0, 0, 0, 44, 's', 'e', 'a', 'n', 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0};
+  root.insert(root.end(), std::begin(kHead), std::end(kHead) - 1);
+  settings.bytes.insert(settings.bytes.end(), root.begin(), root.end());
+  fuzz::Check(
+      toolbox::MovieExportSetSettingsFromAtomContainer(exporter, &settings) == toolbox::noErr,
+      "the settings are taken");
+  const OwnedHandle target = ReferenceTo(kName);
+  if (toolbox::ConvertMovieToDataRef(movie, nullptr, target.get(), "alis", "mpg4", {}, 0,
+                                     exporter) == toolbox::noErr) {
+    fuzz::Check(Open(kName) != nullptr, "an exported movie opens");
+  }
+  boost::filesystem::remove(Files().Path(kName));
+  std::ignore = toolbox::CloseComponent(exporter);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -195,6 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   // The input first, so that its time scale and tracks are those of the output.
   Join(movie.get(), Open(kInput).get());
+  ExportAndReopen(movie.get());
   Join(movie.get(), Open(kGood).get());
   WriteAndReopen(movie.get());
 

@@ -28,6 +28,14 @@ OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size) {
   });
 }
 
+OSErr PtrToHand(const void* bytes, Handle* handle, std::int64_t size) {
+  return Call("PtrToHand", [&] {
+    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
+    const auto* first = static_cast<const std::uint8_t*>(bytes);
+    *handle = std::make_unique<HandleRecord>(HandleRecord{{first, first + size}}).release();
+  });
+}
+
 std::int64_t GetHandleSize(Handle handle) {
   return Call("GetHandleSize", [&] {
     return handle == nullptr ? std::int64_t{0} : static_cast<std::int64_t>(handle->bytes.size());

@@ -86,7 +86,11 @@ void Close(DataHandler handler) {
   const auto found = Find(handler);
   const std::unique_ptr<StorageRecord> storage = std::move(*found);
   OpenStorages().erase(found);
-  if (storage->output) storage->output->Commit();
+  if (!storage->output) return;
+  // With nothing in it, it would take a file away and give nothing for it: perhaps one that a movie
+  // is still to be read from.
+  const bool isEmpty = storage->output->Position() == 0;
+  if (!isEmpty || !IdentityOf(storage->path)) storage->output->Commit();
 }
 
 }  // namespace

@@ -356,7 +356,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
 
 FilePlan PlanReference(const MovieRecord& movie) {
   FilePlan plan = PlanUpdate(movie);
-  plan.keepsKind = false;
+  plan.kind = FileKind::kQuickTime;
   DropObjectDescriptors(*plan.movie);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     auto& media = plan.movie->tracks[i]->media;
@@ -372,7 +372,7 @@ FilePlan PlanReference(const MovieRecord& movie) {
 
 FilePlan PlanUpdate(const MovieRecord& movie) {
   FilePlan plan;
-  plan.keepsKind = true;
+  plan.kind = FileKind::kUnchanged;
   Planner planner(movie, plan);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     const auto& media = plan.movie->tracks[i]->media;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -56,20 +57,36 @@ struct OffsetShift {
   std::int64_t by = 0;
 };
 
+enum class FileKind {
+  kQuickTime,
+  kUnchanged,  // whatever the file is
+  kMpeg4,  // ISO/IEC 14496-14
+};
+
+struct FilePlan;
+
+// Media data that no file holds: made while it is written, and never held as a whole.
+struct MadeData {
+  std::uint64_t size = 0;  // bytes
+  // Hands all of them to `append`, piece by piece, each time it is asked.
+  std::function<void(const FilePlan& plan, const std::function<void(ByteSpan)>& append)> make;
+};
+
 // The source movie must outlive its plan.
 struct FilePlan {
   std::unique_ptr<MovieRecord> movie;  // as the output will state it
+  std::unique_ptr<const MovieRecord> ownSource;  // the source movie where nobody else keeps it
   std::optional<OtherFile> ownFile;  // what ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
   std::vector<CopyRange> blocks;  // all media data, where chunks keep their places
   std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
   std::vector<CopyRange> auxiliary;  // what lies beside the samples, behind all chunks
+  std::vector<MadeData> made;  // media data behind all that is copied
   std::uint64_t dataSize = 0;  // bytes of media data
 
   // Where the movie's own file goes, for samples that stay in it; sorted. Empty: nowhere.
   std::vector<OffsetShift> shifts;
-  // The file stays of the kind it is; else it becomes a QuickTime movie.
-  bool keepsKind = false;
+  FileKind kind = FileKind::kQuickTime;
 
   // Calls visit(CopyRange) front to back; ranges that continue one another come as one.
   template <class Visit>

@@ -68,20 +68,44 @@ Bytes DataHead(std::uint64_t size) {
   });
 }
 
+namespace {
+
+// What stands in front of the media data. ISO knows no 'wide'.
+Bytes HeadOf(const FilePlan& plan) {
+  Bytes head = DataHead(plan.dataSize);
+  const bool hasWide = FromBigEndian<std::uint32_t>(&head[4]) == FourCC{"wide"}.value;
+  if (plan.kind == FileKind::kMpeg4 && hasWide) head.erase(head.begin(), head.begin() + 8);
+  return head;
+}
+
+}  // namespace
+
 void CopyMediaData(const FilePlan& plan, OutputFile& output) {
-  output.Append(DataHead(plan.dataSize));
+  output.Append(HeadOf(plan));
   Sources sources(plan, output);
   // Often enough for a reader, too seldom to cost anything.
   constexpr std::uint64_t kStep = 8 << 20;
   std::uint64_t done = 0, told = 0;
-  plan.ForEachRange([&](const CopyRange& range) {
-    output.Copy(sources.Open(*range.from), range.at, range.length);
-    done += range.length;
+  const auto tell = [&](std::uint64_t bytes) {
+    done += bytes;
     if (plan.movie->progress && done - told >= kStep) {
       told = done;
       plan.movie->progress(done, plan.dataSize);
     }
+  };
+  plan.ForEachRange([&](const CopyRange& range) {
+    output.Copy(sources.Open(*range.from), range.at, range.length);
+    tell(range.length);
   });
+  for (const MadeData& made : plan.made) {
+    const std::uint64_t end = output.Position() + made.size;
+    made.make(plan, [&](ByteSpan bytes) {
+      output.Append(bytes);
+      tell(bytes.size());
+    });
+    // It was made of media that have changed since it was planned.
+    if (output.Position() != end) throw Refused{ioErr};
+  }
   output.Flush();
 }
 
@@ -100,20 +124,21 @@ Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
                    const boost::filesystem::path& file) {
   // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size
   // settles in a round or two.
-  std::uint64_t size = MovieSize(plan, file, start + kDataHead);
-  while (start + size + kDataHead + plan.dataSize > UINT32_MAX) {
-    const std::uint64_t next = MovieSize(plan, file, start + size + kDataHead);
+  start += HeadOf(plan).size();
+  std::uint64_t size = MovieSize(plan, file, start);
+  while (start + size + plan.dataSize > UINT32_MAX) {
+    const std::uint64_t next = MovieSize(plan, file, start + size);
     if (next == size) break;
     size = next;
   }
-  if (!compress) return EncodeMovie(plan, file, start + size + kDataHead);
+  if (!compress) return EncodeMovie(plan, file, start + size);
 
   // The compressed size is known only afterwards, and other offsets compress otherwise: what a
   // first round gives, and a little more, is the room for the next.
-  std::uint64_t room = CompressMovie(EncodeMovie(plan, file, start + size + kDataHead)).size();
+  std::uint64_t room = CompressMovie(EncodeMovie(plan, file, start + size)).size();
   for (;;) {
     room += 64 + room / 256;
-    Bytes movie = CompressMovie(EncodeMovie(plan, file, start + room + kDataHead));
+    Bytes movie = CompressMovie(EncodeMovie(plan, file, start + room));
     if (movie.size() == room) return movie;
     if (movie.size() + 8 <= room) {
       const Bytes padding = Padding(room - movie.size());
@@ -126,7 +151,8 @@ Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
 
 void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
                         const boost::filesystem::path& file, OutputFile& output) {
-  const Bytes type = QuickTimeFileType();
+  const Bytes type = FileTypeOf(plan);
+  const std::uint64_t head = HeadOf(plan).size();
   if (plan.dataSize == 0) {
     Bytes movie = EncodeMovie(plan, file, 0);
     if (layout.compress) movie = CompressMovie(movie);
@@ -136,13 +162,13 @@ void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
   }
   if (layout.movieFirst) {
     const Bytes movie = MovieInFront(plan, layout.compress, type.size(), file);
-    output.Reserve(type.size() + movie.size() + kDataHead + plan.dataSize);
+    output.Reserve(type.size() + movie.size() + head + plan.dataSize);
     output.Append(type);
     output.Append(movie);
     CopyMediaData(plan, output);
     return;
   }
-  const std::uint64_t dataStart = type.size() + kDataHead;
+  const std::uint64_t dataStart = type.size() + head;
   Bytes movie = EncodeMovie(plan, file, dataStart);
   if (layout.compress) movie = CompressMovie(movie);
   output.Reserve(dataStart + plan.dataSize + movie.size());

@@ -24,7 +24,7 @@ std::uint32_t Narrow(MovieTime time) {
 }
 
 // QuickTime counts the characters of a name, ISO ends them with a 0 byte; the characters are kept.
-Handler HandlerFor(const HandlerRecord& record, bool keepsKind) {
+Handler HandlerFor(const HandlerRecord& record, FileKind kind) {
   Handler handler;
   handler.versionAndFlags = record.versionAndFlags;
   handler.componentType = record.componentType;
@@ -33,7 +33,7 @@ Handler HandlerFor(const HandlerRecord& record, bool keepsKind) {
   handler.componentFlags = record.componentFlags;
   handler.componentFlagsMask = record.componentFlagsMask;
   handler.name = record.name;
-  if (keepsKind || record.componentType != FourCC()) return handler;
+  if (kind != FileKind::kQuickTime || record.componentType != FourCC()) return handler;
   handler.componentType = FourCC{"mhlr"};
   const auto end = std::ranges::find(handler.name, std::uint8_t{0});
   handler.name.erase(end, handler.name.end());
@@ -191,7 +191,7 @@ class MovieAtoms {
     header.quality = media.quality;
     Container(FourCC{"mdia"}, media.siblings, [&](Writer& children) {
       children.Add(header);
-      children.Add(HandlerFor(media.handler, plan_.keepsKind));
+      children.Add(HandlerFor(media.handler, plan_.kind));
       children.Add(FourCC{"minf"}, [&] {
         Container(FourCC{"minf"}, media.infoSiblings, [&](Writer& inner) {
           inner.Add(FourCC{"dinf"}, [&] {
@@ -208,7 +208,10 @@ class MovieAtoms {
   DataReferences References(const MediaRecord& media) const {
     DataReferences list;
     for (const DataReference& reference : media.dataReferences) {
-      const DataReferenceEntry entry = WriteDataReference(reference, file_);
+      // ISO knows no aliases, and an MPEG-4 file holds all its media.
+      const DataReferenceEntry entry = plan_.kind == FileKind::kMpeg4
+                                           ? DataReferenceEntry{FourCC{"url "}, 1, {}}
+                                           : WriteDataReference(reference, file_);
       list.entries.push_back(Encoded([&](auto& io) {
         io.Atom(entry.kind, [&] {
           io("flags", entry.versionAndFlags);
@@ -265,8 +268,28 @@ Bytes CompressMovie(ByteSpan movie) {
   });
 }
 
-Bytes QuickTimeFileType() {
-  return Encode(FileType{FourCC{"qt  "}, 0x20050300, {'q', 't', ' ', ' '}});
+Bytes FileTypeOf(const FilePlan& plan) {
+  if (plan.kind != FileKind::kMpeg4) {
+    return Encode(FileType{FourCC{"qt  "}, 0x20050300, {'q', 't', ' ', ' '}});
+  }
+  std::string brands = "mp42isommp41";
+  const auto has = [&plan](auto&& isWanted) {
+    return std::ranges::any_of(plan.movie->tracks, [&](const auto& track) {
+      return track->media && isWanted(*track->media);
+    });
+  };
+  if (has([](const MediaRecord& media) {
+        return std::ranges::any_of(media.descriptions, [](const SampleDescription& description) {
+          return description.Format() == FourCC{"avc1"};
+        });
+      })) {
+    brands += "avc1";
+  }
+  // Who knows this brand knows that offsets can be below 0.
+  if (has([](const MediaRecord& media) { return media.samples.HasOffsetsBelowZero(); })) {
+    brands += "iso4";
+  }
+  return Encode(FileType{FourCC{"mp42"}, 0, {brands.begin(), brands.end()}});
 }
 
 }  // namespace toolbox

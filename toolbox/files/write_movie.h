@@ -13,7 +13,7 @@ namespace toolbox {
 std::uint64_t MovieSize(const FilePlan& plan, const boost::filesystem::path& file,
                         std::uint64_t dataStart);
 
-// The whole 'moov' of a QuickTime movie file that will stand at `file`, its media data starting at
+// The whole 'moov' of a file that will stand at `file`, its media data starting at
 // byte `dataStart`.
 Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
                   std::uint64_t dataStart);
@@ -21,7 +21,7 @@ Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
 // The same movie header, compressed (QuickTime: 'cmov' in 'moov').
 Bytes CompressMovie(ByteSpan movie);
 
-// 'ftyp' of a QuickTime movie file.
-Bytes QuickTimeFileType();
+// 'ftyp' of a new file.
+Bytes FileTypeOf(const FilePlan& plan);
 
 }  // namespace toolbox

@@ -121,8 +121,14 @@ void AddChunks(ChildWriter<Io>& table, const ChunkWalk& walk) {
   }
 }
 
+// ISO states offsets below 0 in version 1; in a file of another kind the version stays what it was.
+std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
+  if (kind != FileKind::kMpeg4) return samples.OffsetsVersion();
+  return samples.HasOffsetsBelowZero() ? 1 : 0;
+}
+
 template <class Io>
-void AddTimes(ChildWriter<Io>& table, const SampleTable& samples) {
+void AddTimes(ChildWriter<Io>& table, const SampleTable& samples, FileKind kind) {
   table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>([&samples](const auto& visit) {
                            samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
                              if (delta > UINT32_MAX) throw Refused{invalidDuration};
@@ -130,7 +136,7 @@ void AddTimes(ChildWriter<Io>& table, const SampleTable& samples) {
                            });
                          })});
   if (!samples.HasOffsets()) return;
-  table.Add(CompositionOffsets{samples.OffsetsVersion() << 24,
+  table.Add(CompositionOffsets{OffsetsVersion(samples, kind) << 24,
                                RowsOf<CompositionOffsets::Row>([&samples](const auto& visit) {
                                  samples.ForEachOffset(
                                      [&](std::uint32_t count, std::int32_t offset) {
@@ -140,7 +146,7 @@ void AddTimes(ChildWriter<Io>& table, const SampleTable& samples) {
 }
 
 template <class Io>
-void AddSync(ChildWriter<Io>& table, const SampleTable& samples) {
+void AddSync(ChildWriter<Io>& table, const SampleTable& samples, FileKind kind) {
   const auto number = [](const auto& visit) {
     return [&visit](std::uint64_t sample) { visit(SampleNumber{Count(sample + 1)}); };
   };
@@ -149,7 +155,8 @@ void AddSync(ChildWriter<Io>& table, const SampleTable& samples) {
                             samples.ForEachSync(number(visit));
                           })});
   }
-  if (samples.HasPartialSync()) {
+  // QuickTime only: where decoding can start, but not cleanly.
+  if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
     table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>([&samples, number](const auto& visit) {
                                    samples.ForEachPartialSync(number(visit));
                                  })});
@@ -216,19 +223,27 @@ void AddValues(ChildWriter<Io>& table, const SampleTable& samples) {
   }
 }
 
+// Leaves of the tables that nobody reads those that ISO knows and that hold whatever the times are.
+void DropForeign(Siblings& tables) {
+  static constexpr FourCC kKept[] = {{"subs"}, {"saiz"}, {"saio"}};
+  std::erase_if(tables, [](const Sibling& table) {
+    return !table.bytes.empty() && std::ranges::find(kKept, table.type) == std::end(kKept);
+  });
+}
+
 template <class Io>
 void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
   const MediaRecord& media = *plan.movie->tracks[track]->media;
   const SampleTable& samples = media.samples;
   // Tables that nobody reads hold only for just these samples.
   const SampleRows* whole = samples.WholeRows();
-  const Siblings others =
-      whole != nullptr ? OtherTables(*whole, plan, track, dataStart) : Siblings();
+  Siblings others = whole != nullptr ? OtherTables(*whole, plan, track, dataStart) : Siblings();
+  if (plan.kind == FileKind::kMpeg4) DropForeign(others);
   io.Atom(FourCC{"stbl"}, [&] {
     ChildWriter<Io> table(io, others);
     table.Add(Descriptions(media));
-    AddTimes(table, samples);
-    AddSync(table, samples);
+    AddTimes(table, samples, plan.kind);
+    AddSync(table, samples, plan.kind);
     AddChunks(table, ChunkWalk(plan, track, dataStart));
     AddSizes(table, samples);
     AddValues(table, samples);

@@ -388,6 +388,12 @@ std::uint32_t SampleTable::OffsetsVersion() const {
   return version;
 }
 
+bool SampleTable::HasOffsetsBelowZero() const {
+  bool isBelow = false;
+  ForEachOffset([&](std::uint32_t, std::int32_t offset) { isBelow = isBelow || offset < 0; });
+  return isBelow;
+}
+
 bool SampleTable::HasSyncTable() const {
   return std::ranges::any_of(slices_,
                              [](const Slice& slice) { return slice.rows->sync.has_value(); });

@@ -103,6 +103,8 @@ class SampleTable {
   std::optional<std::uint32_t> ConstantSize() const;
   bool HasOffsets() const;
   std::uint32_t OffsetsVersion() const;
+  // Whether a sample is shown before it is decoded, by the times of its table.
+  bool HasOffsetsBelowZero() const;
   bool HasSyncTable() const;
   bool HasPartialSync() const;
   // Whether samples have values in that table of their rows.

@@ -76,7 +76,7 @@ TEST_F(Calls, AnswerNullReferencesWithTheirCodes) {
   EXPECT_EQ(OpenMovieStorage(nullptr, kAlias, 0, &handler), nilHandleErr);
   EXPECT_EQ(AddMovieToStorage(movie, nullptr), fnOpnErr);
   EXPECT_EQ(CloseMovieStorage(nullptr), fnOpnErr);
-  EXPECT_EQ(CloseComponent(nullptr), invalidComponentID);
+  EXPECT_EQ(CloseComponent(DataHandler{}), invalidComponentID);
   EXPECT_EQ(Flatten(nullptr, folder_ / "out.mov"), invalidMovie);
   EXPECT_FALSE(fs::exists(folder_ / "out.mov"));
   const auto errorOf = [](auto&& call) {

@@ -106,7 +106,7 @@ TEST_F(WriteMovie, PutsTheBytesOfEverySampleWhereItSaysTheyAre) {
 }
 
 TEST_F(WriteMovie, BeginsAsAQuickTimeMovie) {
-  EXPECT_EQ(QuickTimeFileType(), Atom("ftyp", Text("qt  "), U32(0x20050300), Text("qt  ")));
+  EXPECT_EQ(FileTypeOf({}), Atom("ftyp", Text("qt  "), U32(0x20050300), Text("qt  ")));
 }
 
 TEST_F(WriteMovie, RefersToWhereTheSamplesAre) {
@@ -151,7 +151,7 @@ Bytes Normalized(Bytes movie) {
 
 TEST_F(WriteMovie, KeepsUnknownAtomsByteForByteInTheirPlaces) {
   for (const bool compress : {false, true}) {
-    const Bytes head = QuickTimeFileType();
+    const Bytes head = FileTypeOf({});
     const Bytes source = Join(head, Atom("wide"), Atom("mdat", Numbered(3000)),
                               Atom("moov", MovieHeaderAtom(), FullHeader(36)));
     const auto movie = ReadMovieFile(Store("in.mov", source), References::kResolve);

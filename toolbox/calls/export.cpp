@@ -1,0 +1,65 @@
+// Exporters: movies as files of other types.
+#include <memory>
+
+#include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
+#include "toolbox/calls/references.h"
+#include "toolbox/files/export_mpeg4.h"
+#include "toolbox/files/output_file.h"
+#include "toolbox/files/write_file.h"
+#include "toolbox/toolbox.h"
+
+namespace toolbox {
+
+// An opened exporter.
+struct ExporterRecord {
+  Mpeg4Settings settings;
+};
+
+namespace {
+
+constexpr FourCC kExporter{"spit"}, kMpeg4{"mpg4"};
+
+ExporterRecord& Valid(MovieExportComponent component) {
+  if (component == nullptr) throw Refused{invalidComponentID};
+  return *component;
+}
+
+}  // namespace
+
+OSErr OpenADefaultComponent(FourCC type, FourCC subtype, MovieExportComponent* component) {
+  return Call("OpenADefaultComponent", [&] {
+    *component = nullptr;
+    if (type != kExporter || subtype != kMpeg4) throw Refused{cantFindHandler};
+    *component = std::make_unique<ExporterRecord>().release();
+  });
+}
+
+OSErr CloseComponent(MovieExportComponent component) {
+  return Call("CloseComponent", [&] { delete &Valid(component); });
+}
+
+OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component, Handle settings) {
+  return Call("MovieExportSetSettingsFromAtomContainer", [&] {
+    ExporterRecord& exporter = Valid(component);
+    if (settings == nullptr) throw Refused{nilHandleErr};
+    exporter.settings = ReadMpeg4Settings(settings->bytes);
+  });
+}
+
+OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef, FourCC dataRefType,
+                            FourCC fileType, FourCC, std::uint32_t,
+                            MovieExportComponent component) {
+  return Call("ConvertMovieToDataRef", [&] {
+    const MovieRecord& record = Valid(movie);
+    const boost::filesystem::path path = PathOf(dataRef, dataRefType);
+    if (fileType != kMpeg4) throw Refused{featureUnsupported};
+    const Mpeg4Settings settings = component != nullptr ? component->settings : Mpeg4Settings{};
+    const FilePlan plan = PlanMpeg4(record, only, settings);
+    OutputFile output(path);
+    WriteFile(plan, {.movieFirst = true, .compress = false}, path, output);
+    output.Commit();
+  });
+}
+
+}  // namespace toolbox

@@ -1,0 +1,169 @@
+#include "utils/mpeg4_export.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <tuple>
+
+#include "clipjoin/report.h"
+#include "utils/movie_file.h"
+#include "utils/mpeg4_compatibility.h"
+
+namespace utils {
+namespace {
+
+using clipjoin::CallSite;
+using clipjoin::kUtilsSource;
+using clipjoin::QTError;
+using clipjoin::Report;
+using toolbox::FourCC;
+
+constexpr FourCC kCreator{"TVOD"}, kMpeg4{"mpg4"};
+
+// The settings, put together from the leaves up when the program is compiled.
+
+template <std::size_t... Sizes>
+consteval auto Joined(const std::array<std::uint8_t, Sizes>&... parts) {
+  std::array<std::uint8_t, (std::size_t{0} + ... + Sizes)> whole{};
+  auto at = whole.begin();
+  ((at = std::copy(parts.begin(), parts.end(), at)), ...);
+  return whole;
+}
+
+template <std::size_t kSize>
+consteval std::array<std::uint8_t, kSize> BigEndian(std::uint64_t value) {
+  std::array<std::uint8_t, kSize> bytes{};
+  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, value >>= 8) {
+    *byte = static_cast<std::uint8_t>(value);
+  }
+  return bytes;
+}
+consteval auto U16(std::uint16_t value) { return BigEndian<2>(value); }
+consteval auto U32(std::uint32_t value) { return BigEndian<4>(value); }
+consteval auto U64(std::uint64_t value) { return BigEndian<8>(value); }
+consteval auto Text(FourCC text) { return BigEndian<4>(text.value); }
+
+// The head of a setting: size, type, id, 0, number of children, 0.
+consteval auto Head(FourCC type, std::size_t content, std::uint16_t children) {
+  return Joined(U32(static_cast<std::uint32_t>(20 + content)), Text(type), U32(1), U16(0),
+                U16(children), U32(0));
+}
+template <std::size_t... Sizes>
+consteval auto Parent(FourCC type, const std::array<std::uint8_t, Sizes>&... children) {
+  return Joined(Head(type, (Sizes + ...), sizeof...(children)), children...);
+}
+template <std::size_t... Sizes>
+consteval auto Leaf(FourCC type, const std::array<std::uint8_t, Sizes>&... values) {
+  return Joined(Head(type, (std::size_t{0} + ... + Sizes), 0), values...);
+}
+// An atom without an id, as sound descriptions have them.
+template <std::size_t... Sizes>
+consteval auto Plain(FourCC type, const std::array<std::uint8_t, Sizes>&... content) {
+  return Joined(U32(8 + static_cast<std::uint32_t>((std::size_t{0} + ... + Sizes))), Text(type),
+                content...);
+}
+// A descriptor of ISO/IEC 14496-1, its length in four bytes.
+template <std::size_t... Sizes>
+consteval auto Descriptor(std::uint8_t tag, const std::array<std::uint8_t, Sizes>&... content) {
+  return Joined(BigEndian<1>(tag), U32(0x80808000 | static_cast<std::uint32_t>((Sizes + ...))),
+                content...);
+}
+
+constexpr auto kDecoderConfig = Descriptor(
+    4, BigEndian<1>(0x40), BigEndian<1>(0x15),  // MPEG-4 sound
+    BigEndian<3>(6144), U32(128'000), U32(128'000),  // buffer, highest and average bit rate
+    Descriptor(5, U16(0x1210)));  // AAC, low complexity, 44100 Hz, two channels
+constexpr auto kSoundDecoder = Joined(
+    Plain("frma", Text("mp4a")), Plain("mp4a", U32(0)),
+    Plain("esds", U32(0),
+          Descriptor(3, U16(0), BigEndian<1>(0), kDecoderConfig, Descriptor(6, BigEndian<1>(2)))),
+    Plain("srcq", U32(64)), Plain(FourCC()), U64(0xC5000000));
+
+constexpr std::uint32_t kQuality = 0x300;
+constexpr auto kVideo =
+    Parent("vide", Leaf("sptl", Text("mp4v"), U32(0), U16(32), U32(kQuality)),
+           Leaf("tprl", U32(kQuality), U32(30 << 16), U32(24)),  // 30 a second, a key frame in 24
+           Leaf("drat", U32(112'500), U32(0), U32(kQuality), U32(kQuality)),  // bytes a second
+           Leaf("cflg", U16(0x44)), Leaf("clut"), Leaf("vers", U32(0x00030019), U32(0)));
+constexpr auto kSound = Parent("soun", Leaf("ssct", Text("mp4a")), Leaf("ssrt", U32(44'100U << 16)),
+                               Leaf("ssss", U16(16)), Leaf("sscc", U16(2)),
+                               Leaf("cdec", kSoundDecoder), Leaf("vers", U32(0x00030012), U32(0)));
+constexpr auto kSettings =
+    Joined(std::array<std::uint8_t, 12>{},
+           Parent("sean", kVideo, kSound,  //
+                  Leaf("envi", Text("past")), Leaf("enso", Text("past")),  // pass through
+                  Leaf("conf", Text("isma")), Leaf("arat", U32(128)), Leaf("chan", U32(2)),
+                  Leaf("aqlt", U32(64)), Leaf("hint", U32(1)), Leaf("psiz", U32(1450)),
+                  Leaf("pdur", U32(100))));
+static_assert(kSettings.size() == 703);
+
+class Exporter {
+ public:
+  Exporter() {
+    Report({"OpenADefaultComponent", kUtilsSource},
+           toolbox::OpenADefaultComponent("spit", kMpeg4, &component_));
+  }
+  ~Exporter() { std::ignore = toolbox::CloseComponent(component_); }
+  Exporter(const Exporter&) = delete;
+  Exporter& operator=(const Exporter&) = delete;
+
+  void TakeSettings() const {
+    toolbox::Handle settings = nullptr;
+    std::ignore = toolbox::PtrToHand(kSettings.data(), &settings, kSettings.size());
+    std::ignore = toolbox::MovieExportSetSettingsFromAtomContainer(component_, settings);
+    toolbox::DisposeHandle(settings);
+  }
+  toolbox::MovieExportComponent Component() const { return component_; }
+
+ private:
+  toolbox::MovieExportComponent component_ = nullptr;
+};
+
+// Tries up to ten times while the file is busy or there. Every failure is printed; at most the last
+// one is counted.
+template <class Try>
+toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
+  constexpr int kMostTries = 10;
+  for (int tries = 1;; ++tries) {
+    const toolbox::OSErr code = attempt();
+    const bool mayPass = code == toolbox::fBsyErr || code == toolbox::dupFNErr;
+    if (!mayPass || tries == kMostTries) {
+      Report(site, code);
+      return code;
+    }
+    std::cerr << QTError(site, code) << '\n';
+  }
+}
+
+}  // namespace
+
+std::span<const std::uint8_t> ExportSettings() { return kSettings; }
+
+toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& outputPath,
+                                 bool showProgress) {
+  if (!isMPEG4Compatible(movie)) return toolbox::featureUnsupported;
+  const Exporter exporter;
+  exporter.TakeSettings();
+  DataReference reference;
+  Report({"PathToDataRef", kUtilsSource}, PathToDataRef(outputPath, reference));
+
+  toolbox::DataHandler storage = nullptr;
+  const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource}, [&] {
+    return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
+                                       toolbox::smSystemScript,
+                                       toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
+  });
+  // There is nothing to be put into it: it only shows that the file can be made.
+  std::ignore = toolbox::CloseComponent(storage);
+  if (created == toolbox::fBsyErr) ExplainBusy(outputPath);
+
+  Repeat({"ConvertMovieToDataRef", kUtilsSource}, [&] {
+    return WithProgress(movie, showProgress, [&] {
+      return toolbox::ConvertMovieToDataRef(movie, nullptr, reference.handle, reference.type,
+                                            kMpeg4, kCreator, 0, exporter.Component());
+    });
+  });
+  return toolbox::noErr;
+}
+
+}  // namespace utils
