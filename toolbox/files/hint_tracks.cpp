@@ -126,7 +126,7 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
   // Ten hours have some millions of samples; each is looked at twice.
   constexpr std::uint64_t kMostSamples = 1 << 25;
-  const TrackRecord& hinted = *plan.movie->tracks[index];
+  TrackRecord& hinted = *plan.movie->tracks[index];
   if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
   DescribedPayload described = DescribePayload(*hinted.media);
   Payload& payload = described.payload;
