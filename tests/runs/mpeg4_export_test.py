@@ -16,7 +16,7 @@ from runs import MEDIA, atoms, child
 MOVIES = (
     "android-device/sample_sef_slow_motion.mp4", "apple-device/auth.mov",
     "apple-device/ios9.mov", "apple-device/meta.mov", "chapters/7abc46ad_chapters_QT.m4v",
-    "chapters/sample_with_chapters.mp4", "classic-mov/bt601.mov", 
+    "chapters/sample_with_chapters.mp4", "classic-mov/bt601.mov",
     "edit-lists/edit_list_positive_shift.mp4", "edit-lists/midroll-5s.mp4",
     "edit-lists/sample_edit_list_only_preroll_sync_sample.mp4", "hinted-systems/test-001.mp4", "layout/0001.mp4", "layout/sample_rotate_and_reflect.mp4",
     "phone-3gp/test.3gp",

@@ -193,9 +193,8 @@ PendingTrack ReadTrack(ByteSpan content, TrackRecord& track,
   track.width = header.width;
   track.height = header.height;
   if (const auto media = parts.Maybe(FourCC{"mdia"})) {
-    pending.rows = InAtom(FourCC{"mdia"}, [&] {
-      return ReadMedia(*media, track.SetMedia({}), referrer, resolve);
-    });
+    pending.rows = InAtom(FourCC{"mdia"},
+                          [&] { return ReadMedia(*media, track.SetMedia({}), referrer, resolve); });
   }
   pending.edits.duration = header.duration;
   if (const auto container = parts.Maybe(FourCC{"edts"})) {
