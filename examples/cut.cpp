@@ -36,7 +36,8 @@ OSErr Cut(Movie movie, double from, double length) {
   };
   if (const OSErr code = DeleteMovieSegment(movie, 0, units(from))) return code;
   const TimeValue rest = GetMovieDuration(movie) - units(length);
-  return rest > 0 ? DeleteMovieSegment(movie, units(length), rest) : noErr;
+  if (rest <= 0) return noErr;
+  return DeleteMovieSegment(movie, units(length), rest);
 }
 
 OSErr Write(Movie movie, const char* path) {
