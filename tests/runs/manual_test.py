@@ -133,7 +133,7 @@ class Examples(runs.RunTest):
         self.assert_written("recording.mov", 6, both)
         self.assert_written("all.mov", 18, both)
         book = [(0, "Prologue"), (2, "02"), (5, "03")]
-        self.assert_written("book.mov", 9, ["audio", "subtitle"], book)
+        self.assert_written("book.mov", 9, ["audio"], book)
         self.assert_written("book.m4b", 9, ["audio"])
         told = re.findall("<title>(.*)</title>", (self.folder / "book.xml").read_text())
         self.assertEqual(told, [title for _, title in book])
@@ -172,7 +172,7 @@ class Examples(runs.RunTest):
         self.assertEqual(matrix["rotation"], -90)
         self.assertIn("\n00000002:     70778880           0  1073741824\n", matrix["displaymatrix"])
         chapters = [(0, "Welcome"), (4.5, "The plan")]
-        self.assert_written("talk.mov", 6, [*both, "subtitle"], chapters)
+        self.assert_written("talk.mov", 6, both, chapters)
         self.assertIn("Chapter list for talk.mov:\n\t* Welcome\n\t* The plan\n", said[-1])
 
 
