@@ -23,15 +23,17 @@
 
 #include <algorithm>
 #include <array>
-#include <concepts>
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "toolbox/atoms/big_endian.h"
 #include "toolbox/atoms/fourcc.h"
 #include "toolbox/atoms/malformed.h"
 #include "toolbox/atoms/rows.h"
@@ -39,31 +41,19 @@
 
 namespace toolbox {
 
-template <class T>
-concept Integer = std::integral<T> && !std::same_as<T, bool>;
-
-template <Integer T>
-constexpr T FromBigEndian(const std::uint8_t* bytes) {
-  std::make_unsigned_t<T> value = 0;
-  for (std::size_t i = 0; i < sizeof(T); ++i) {
-    value = static_cast<std::make_unsigned_t<T>>(std::uint64_t{value} << 8 | bytes[i]);
+// Reads the fields of a row; whoever asks for it knows that the bytes are there.
+class RowReader {
+ public:
+  explicit RowReader(const std::uint8_t* at) : at_(at) {}
+  template <Integer T>
+  void operator()(const char*, T& value) {
+    value = FromBigEndian<T>(at_);
+    at_ += sizeof(T);
   }
-  return static_cast<T>(value);
-}
 
-template <Integer T>
-constexpr void ToBigEndian(T value, std::uint8_t* bytes) {
-  for (std::size_t i = 0; i < sizeof(T); ++i) {
-    bytes[i] = static_cast<std::uint8_t>(static_cast<std::make_unsigned_t<T>>(value) >>
-                                         8 * (sizeof(T) - 1 - i));
-  }
-}
-
-template <Integer T>
-void AppendBigEndian(Bytes& bytes, T value) {
-  bytes.resize(bytes.size() + sizeof(T));
-  ToBigEndian(value, bytes.data() + bytes.size() - sizeof(T));
-}
+ private:
+  const std::uint8_t* at_;
+};
 
 // Takes fields off the front of an atom's bytes. Throws Malformed where they end too soon.
 class FieldReader {
@@ -144,14 +134,36 @@ class FieldReader {
   bool isWide_ = false;
 };
 
-// Writes fields into room that a FieldSizer has measured; the caller owns it.
+// Writes the fields of a row; whoever asks for it has made room.
+class RowWriter {
+ public:
+  explicit RowWriter(std::uint8_t* at) : at_(at) {}
+  template <Integer T>
+  void operator()(const char*, T value) {
+    ToBigEndian(value, at_);
+    at_ += sizeof(T);
+  }
+
+ private:
+  std::uint8_t* at_;
+};
+
+// What a FieldSizer found out, in the order in which a FieldWriter that is given the same fields
+// asks for it: the sizes of atoms, and whatever else takes long to measure.
+using Measures = std::vector<std::uint64_t>;
+
+// Writes fields that a FieldSizer has measured into room that the caller owns: room for all of
+// them, or a block that is handed to `take` whenever it is full.
 class FieldWriter {
  public:
-  explicit FieldWriter(std::span<std::uint8_t> room) : room_(room) {}
+  using TakeBlock = std::function<void(ByteSpan)>;
+
+  FieldWriter(const Measures& measures, std::span<std::uint8_t> room, TakeBlock take = {})
+      : measures_(measures), room_(room), take_(std::move(take)) {}
 
   template <Integer T>
   void operator()(const char*, T value) {
-    ToBigEndian(value, Take(sizeof(T)));
+    ToBigEndian(value, Room(sizeof(T)));
   }
   void operator()(const char* name, FourCC value) { (*this)(name, value.value); }
   template <std::size_t N>
@@ -175,7 +187,10 @@ class FieldWriter {
   template <class Row>
   void Table(const char* name, const Rows<Row>& rows) {
     (*this)(name, rows.Count());
-    rows.ForEach([this](const Row& row) { Row::Fields(*this, row); });
+    rows.ForEachBatch([this](std::span<const Row> batch) {
+      RowWriter writer(Room(batch.size() * Row::kSize));
+      for (const Row& row : batch) Row::Fields(writer, row);
+    });
   }
   template <class Entry>
   void List(const char* name, const std::vector<Entry>& entries) {
@@ -191,24 +206,51 @@ class FieldWriter {
   // An atom of type `type` whose content `body` writes.
   template <class Body>
   void Atom(FourCC type, Body&& body) {
-    const std::size_t start = at_;
-    Take(4);
+    const std::uint64_t start = taken_ + at_, size = NextMeasure();
+    if (size > UINT32_MAX) throw Malformed("an atom of over 4 GiB cannot be written");
+    (*this)("size", static_cast<std::uint32_t>(size));
     (*this)("type", type);
     body();
-    if (at_ - start > UINT32_MAX) throw Malformed("an atom of over 4 GiB cannot be written");
-    ToBigEndian(static_cast<std::uint32_t>(at_ - start), &room_[start]);
+    if (taken_ + at_ - start != size) throw NotAsMeasured();
   }
-  void Append(ByteSpan bytes) { std::ranges::copy(bytes, Take(bytes.size())); }
+  void Append(ByteSpan bytes) {
+    for (; take_ && bytes.size() > room_.size(); bytes = bytes.subspan(room_.size())) {
+      Append(bytes.first(room_.size()));
+    }
+    std::ranges::copy(bytes, Room(bytes.size()));
+  }
+
+  // What `measure` gave the FieldSizer.
+  template <class Measure>
+  std::uint64_t Measured(Measure&&) {
+    return NextMeasure();
+  }
+
+  // Hands over what has been written since `take` last got something.
+  void Flush() {
+    take_(room_.first(at_));
+    taken_ += std::exchange(at_, 0);
+  }
 
  private:
-  std::uint8_t* Take(std::size_t size) {
-    if (size > room_.size() - at_) throw Malformed("an atom is longer than it was measured");
+  static Malformed NotAsMeasured() { return Malformed("an atom is not as long as was measured"); }
+  std::uint64_t NextMeasure() {
+    if (nextMeasure_ == measures_.size()) throw NotAsMeasured();
+    return measures_[nextMeasure_++];
+  }
+  std::uint8_t* Room(std::size_t size) {
+    if (size > room_.size() - at_ && take_) Flush();
+    if (size > room_.size() - at_) throw NotAsMeasured();
     at_ += size;
     return room_.data() + at_ - size;
   }
 
+  const Measures& measures_;
+  std::size_t nextMeasure_ = 0;
   std::span<std::uint8_t> room_;
-  std::size_t at_ = 0;
+  TakeBlock take_;
+  std::size_t at_ = 0;  // in the room
+  std::uint64_t taken_ = 0;  // bytes handed over
   bool isWide_ = false;
 };
 
@@ -216,6 +258,7 @@ class FieldWriter {
 class FieldSizer {
  public:
   std::uint64_t Size() const { return size_; }
+  const Measures& Found() const { return found_; }
 
   template <Integer T>
   void operator()(const char*, T) {
@@ -253,13 +296,26 @@ class FieldSizer {
 
   template <class Body>
   void Atom(FourCC, Body&& body) {
-    size_ += 8;
-    body();
+    Measured([&] {
+      const std::uint64_t start = size_;
+      size_ += 8;
+      body();
+      return size_ - start;
+    });
   }
   void Append(ByteSpan bytes) { size_ += bytes.size(); }
 
+  // Runs `measure` and remembers what it gives.
+  template <class Measure>
+  std::uint64_t Measured(Measure&& measure) {
+    const std::size_t place = found_.size();
+    found_.push_back(0);
+    return found_[place] = measure();
+  }
+
  private:
   std::uint64_t size_ = 0;
+  Measures found_;
   bool isWide_ = false;
 };
 
@@ -348,13 +404,29 @@ class FieldPrinter {
 template <class Row>
 template <class Visitor>
 void Rows<Row>::ForEach(Visitor&& visit) const {
-  if (produce_) return produce_(std::ref(visit));
+  if (produce_) {
+    return ForEachBatch([&visit](std::span<const Row> batch) {
+      for (const Row& row : batch) visit(row);
+    });
+  }
   for (std::size_t at = 0; at < encoded_.size(); at += Row::kSize) {
     Row row;
-    FieldReader reader(encoded_.subspan(at, Row::kSize));
+    RowReader reader(&encoded_[at]);
     Row::Fields(reader, row);
     visit(std::as_const(row));
   }
+}
+
+template <class Row>
+template <class Visitor>
+void Rows<Row>::ForEachBatch(Visitor&& visit) const {
+  RowBatches<Row> batches(std::ref(visit));
+  if (produce_) {
+    produce_(batches);
+  } else {
+    ForEach(batches);
+  }
+  batches.Flush();
 }
 
 // The atom that `content` (without size and type) holds.
@@ -380,7 +452,7 @@ Bytes Encoded(Put&& put) {
   FieldSizer sizer;
   put(sizer);
   Bytes bytes(sizer.Size());
-  FieldWriter writer(bytes);
+  FieldWriter writer(sizer.Found(), bytes);
   put(writer);
   return bytes;
 }

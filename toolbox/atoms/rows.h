@@ -2,25 +2,46 @@
 // never held a second time in memory.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <utility>
 
 #include "toolbox/bytes.h"
 
 namespace toolbox {
 
+// Takes rows one at a time and hands them on by the hundred: a call through a pointer costs as much
+// as making the row.
+template <class Row>
+class RowBatches {
+ public:
+  using Take = std::function<void(std::span<const Row>)>;
+
+  explicit RowBatches(Take take) : take_(std::move(take)) {}
+  void operator()(const Row& row) {
+    if (count_ == rows_.size()) Flush();
+    rows_[count_++] = row;
+  }
+  void Flush() { take_(std::span(rows_).first(std::exchange(count_, 0))); }
+
+ private:
+  Take take_;
+  std::array<Row, 256> rows_;
+  std::size_t count_ = 0;
+};
+
 // A row is a struct with a fixed `kSize` in bytes and a list of fields. Rows read from an atom
 // point into its bytes and must not outlive them.
 template <class Row>
 class Rows {
  public:
-  using Visit = std::function<void(const Row&)>;
-  using Produce = std::function<void(const Visit&)>;
+  using Produce = std::function<void(RowBatches<Row>&)>;
 
   Rows() = default;
   explicit Rows(ByteSpan encoded) : encoded_(encoded) {}
-  // `produce` must hand exactly `count` rows to the visitor it is given, each time it is asked.
+  // `produce` must give exactly `count` rows each time it is asked.
   Rows(std::uint32_t count, Produce produce) : produced_(count), produce_(std::move(produce)) {}
 
   std::uint32_t Count() const {
@@ -30,6 +51,9 @@ class Rows {
   // Calls visit(const Row&) for each row, front to back.
   template <class Visitor>
   void ForEach(Visitor&& visit) const;  // in fields.h: decoding needs a FieldReader
+  // Calls visit(std::span<const Row>) for some of them at a time.
+  template <class Visitor>
+  void ForEachBatch(Visitor&& visit) const;
 
  private:
   ByteSpan encoded_;

@@ -23,21 +23,26 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
   if (part.to - part.from > UINT32_MAX) return false;
   bool isInOrder = true;
   Extent* open = nullptr;
+  std::uint64_t end = 0;  // of the file
+  std::uint32_t description = UINT32_MAX;
   media.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
-    const std::uint64_t end = ends[piece.description];
-    if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
-    const DataReference& from = media.ReferenceOf(piece.description);
-    if (open == nullptr || open->from != &from) {
-      open = &extents_.emplace_back();
-      open->file = FileOf(from);
-      open->from = &from;
-      open->track = track;
-      open->shown = FirstShown(source, part, piece.sample);
-      open->begin = open->end = open->chunk.source = piece.offset;
-      open->chunk.sample = piece.sample;
-      open->chunk.keepsPlaces = true;
-      isInOrder = isInOrder && !open->file.empty();
+    if (piece.description != description) {
+      description = piece.description;
+      end = ends[description];
+      const DataReference& from = media.ReferenceOf(description);
+      if (open == nullptr || open->from != &from) {
+        open = &extents_.emplace_back();
+        open->file = FileOf(from);
+        open->from = &from;
+        open->track = track;
+        open->shown = FirstShown(source, part, piece.sample);
+        open->begin = open->end = open->chunk.source = piece.offset;
+        open->chunk.sample = piece.sample;
+        open->chunk.keepsPlaces = true;
+        isInOrder = isInOrder && !open->file.empty();
+      }
     }
+    if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
     isInOrder = isInOrder && piece.offset >= open->end;
     open->end = piece.offset + piece.size;
     open->filled += piece.size;
@@ -90,7 +95,7 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
 
 bool KeptPlaces::IsInterleaved() const {
   // What is shown at one time lies in front of all that is shown two seconds later.
-  constexpr std::int64_t kSeconds = 2, kMostLooks = 100'000;
+  constexpr std::int64_t kSeconds = 2, kMostLooks = 20'000;
   const MovieTime length = plan_.movie->Duration();
   const std::int64_t step =
       std::max<std::int64_t>(kSeconds * plan_.movie->scale, length.units / kMostLooks);

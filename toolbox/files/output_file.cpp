@@ -168,6 +168,16 @@ struct OutputFile::State {
     return {buffer.data() + gathered, size};
   }
 
+  void Append(ByteSpan bytes) {
+    if (bytes.size() < kKernelPiece) {
+      std::ranges::copy(bytes, Room(bytes.size()).begin());
+      gathered += bytes.size();
+    } else {
+      Drain();
+      Write(bytes);
+    }
+  }
+
   // Copies as much as the kernel takes; returns how much that is.
   std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     Drain();
@@ -259,7 +269,7 @@ void OutputFile::Reserve(std::uint64_t size) {
 }
 
 void OutputFile::Append(ByteSpan bytes) {
-  state_->Step([&] { state_->Copy(MemorySource(bytes), 0, bytes.size()); });
+  state_->Step([&] { state_->Append(bytes); });
 }
 
 void OutputFile::Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {

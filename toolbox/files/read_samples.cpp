@@ -120,9 +120,9 @@ void ReadChunkOffsets(Children& table, SampleRows& rows) {
     read(*narrow);
   } else if (const auto wide = table.Maybe<WideChunkOffsets>()) {
     read(*wide);
-  }
-  if (std::ranges::any_of(rows.chunkOffsets, [](std::uint64_t at) { return at > INT64_MAX; })) {
-    throw Malformed("a chunk lies beyond the end of any file");
+    if (std::ranges::any_of(rows.chunkOffsets, [](std::uint64_t at) { return at > INT64_MAX; })) {
+      throw Malformed("a chunk lies beyond the end of any file");
+    }
   }
 }
 

@@ -66,7 +66,7 @@ class Updater {
     if (isFragmented || layout_.end != source_.Size() || !CloseLastAtom()) {
       return Rewrite(plan, isFragmented);
     }
-    if (plan.dataSize != 0 || !PutIntoRoom(EncodeMovie(plan, path_, 0))) Append(plan);
+    if (plan.dataSize != 0 || !PutIntoRoom(MovieWriter(plan, path_).Encode(0))) Append(plan);
     try {
       WriteType(old_.at, kFree);
     } catch (const Refused&) {
@@ -188,7 +188,7 @@ class Updater {
         AppendRange(range, at);
         at += range.length;
       });
-      WriteAt(file_, at, EncodeMovie(plan, path_, dataStart));
+      WriteAt(file_, at, MovieWriter(plan, path_).Encode(dataStart));
       Sync(file_);
     } catch (const Refused&) {
       // What was appended is no part of the movie.
@@ -249,10 +249,12 @@ class Updater {
         plan.shifts.push_back({stretch.from, static_cast<std::int64_t>(at - stretch.from)});
         at += stretch.to - stretch.from;
       }
-      next = MovieSize(plan, path_, start + size + head);
+      next = MovieWriter(plan, path_).SizeAt(start + size + head);
     }
     output.Copy(source_, 0, start);
-    output.Append(EncodeMovie(plan, path_, start + size + head));
+    MovieWriter(plan, path_).Write(start + size + head, [&output](ByteSpan block) {
+      output.Append(block);
+    });
     if (plan.dataSize != 0) CopyMediaData(plan, output);
     for (const Stretch& stretch : kept) {
       output.Copy(source_, stretch.from, stretch.to - stretch.from);

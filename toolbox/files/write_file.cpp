@@ -119,62 +119,88 @@ void CopyFileAtoms(const FilePlan& plan, OutputFile& output) {
   output.Flush();  // while the source is open
 }
 
-// The header of a file that starts with it, padded to the length that its chunk offsets assume.
-Bytes MovieInFront(const FilePlan& plan, bool compress, std::uint64_t start,
-                   const boost::filesystem::path& file) {
-  // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size
-  // settles in a round or two.
-  start += HeadOf(plan).size();
-  std::uint64_t size = MovieSize(plan, file, start);
-  while (start + size + plan.dataSize > UINT32_MAX) {
-    const std::uint64_t next = MovieSize(plan, file, start + size);
-    if (next == size) break;
-    size = next;
-  }
-  if (!compress) return EncodeMovie(plan, file, start + size);
+// The movie header of a file: its size is known before anything is written. Compressed it is held
+// in memory, for only then is that so.
+class Header {
+ public:
+  Header(const FilePlan& plan, const boost::filesystem::path& file, bool isCompressed)
+      : movie_(plan, file), dataHead_(HeadOf(plan).size()), isCompressed_(isCompressed) {}
 
-  // The compressed size is known only afterwards, and other offsets compress otherwise: what a
-  // first round gives, and a little more, is the room for the next.
-  std::uint64_t room = CompressMovie(EncodeMovie(plan, file, start + size)).size();
-  for (;;) {
-    room += 64 + room / 256;
-    Bytes movie = CompressMovie(EncodeMovie(plan, file, start + room));
-    if (movie.size() == room) return movie;
-    if (movie.size() + 8 <= room) {
-      const Bytes padding = Padding(room - movie.size());
-      movie.insert(movie.end(), padding.begin(), padding.end());
-      return movie;
-    }
-    room = movie.size();
+  std::uint64_t Size() const { return size_; }
+
+  // Settles it for media data at byte `dataStart`.
+  void Settle(std::uint64_t dataStart) {
+    dataStart_ = dataStart;
+    if (isCompressed_) compressed_ = CompressMovie(movie_.Encode(dataStart));
+    size_ = isCompressed_ ? compressed_.size() : movie_.SizeAt(dataStart);
   }
-}
+
+  // Settles it for byte `start` and media data behind it, after its head.
+  void SettleInFront(std::uint64_t start) {
+    // Chunk offsets move with the header's size, and it is larger when they need 64 bits: the size
+    // settles in a round or two.
+    size_ = movie_.SizeAt(start + dataHead_);
+    for (std::uint64_t before = 0; before != size_;) {
+      before = size_;
+      size_ = movie_.SizeAt(start + size_ + dataHead_);
+    }
+    dataStart_ = start + size_ + dataHead_;
+    if (isCompressed_) CompressInFront(start);
+  }
+
+  void AppendTo(OutputFile& output) {
+    if (isCompressed_) {
+      output.Append(compressed_);
+    } else {
+      movie_.Write(dataStart_, [&output](ByteSpan block) { output.Append(block); });
+    }
+  }
+
+ private:
+  // The compressed size is known only afterwards, and other offsets compress otherwise: what a
+  // first round gives, and a little more, is the room for the next, and what is left is padding.
+  void CompressInFront(std::uint64_t start) {
+    Settle(dataStart_);
+    std::uint64_t room = 0;
+    do {
+      room = size_ + 64 + size_ / 256;
+      Settle(start + room + dataHead_);
+    } while (size_ != room && size_ + 8 > room);
+    if (size_ != room) {
+      const Bytes padding = Padding(room - size_);
+      compressed_.insert(compressed_.end(), padding.begin(), padding.end());
+      size_ = room;
+    }
+  }
+
+  MovieWriter movie_;
+  const std::uint64_t dataHead_;
+  const bool isCompressed_;
+  Bytes compressed_;
+  std::uint64_t dataStart_ = 0, size_ = 0;
+};
 
 void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
                         const boost::filesystem::path& file, OutputFile& output) {
   const Bytes type = FileTypeOf(plan);
   const std::uint64_t head = HeadOf(plan).size();
+  Header movie(plan, file, layout.compress);
   if (plan.dataSize == 0) {
-    Bytes movie = EncodeMovie(plan, file, 0);
-    if (layout.compress) movie = CompressMovie(movie);
+    movie.Settle(0);
     output.Append(type);
-    output.Append(movie);
+    movie.AppendTo(output);
     return;
   }
   if (layout.movieFirst) {
-    const Bytes movie = MovieInFront(plan, layout.compress, type.size(), file);
-    output.Reserve(type.size() + movie.size() + head + plan.dataSize);
-    output.Append(type);
-    output.Append(movie);
-    CopyMediaData(plan, output);
-    return;
+    movie.SettleInFront(type.size());
+  } else {
+    movie.Settle(type.size() + head);
   }
-  const std::uint64_t dataStart = type.size() + head;
-  Bytes movie = EncodeMovie(plan, file, dataStart);
-  if (layout.compress) movie = CompressMovie(movie);
-  output.Reserve(dataStart + plan.dataSize + movie.size());
+  output.Reserve(type.size() + movie.Size() + head + plan.dataSize);
   output.Append(type);
+  if (layout.movieFirst) movie.AppendTo(output);
   CopyMediaData(plan, output);
-  output.Append(movie);
+  if (!layout.movieFirst) movie.AppendTo(output);
 }
 
 }  // namespace

@@ -78,9 +78,8 @@ EditEntries Edits(const EditList& list) {
 template <class Io>
 class MovieAtoms {
  public:
-  MovieAtoms(Io& io, const FilePlan& plan, const boost::filesystem::path& file,
-             std::uint64_t dataStart)
-      : io_(io), plan_(plan), file_(file), dataStart_(dataStart), now_(Now()) {}
+  MovieAtoms(Io& io, const FilePlan& plan, ReferenceWriter& references, std::uint64_t dataStart)
+      : io_(io), plan_(plan), references_(references), dataStart_(dataStart), now_(Now()) {}
 
   void Put() {
     const MovieRecord& movie = *plan_.movie;
@@ -205,42 +204,71 @@ class MovieAtoms {
     });
   }
 
-  DataReferences References(const MediaRecord& media) const {
+  DataReferences References(const MediaRecord& media) {
     DataReferences list;
     for (const DataReference& reference : media.dataReferences) {
-      // ISO knows no aliases, and an MPEG-4 file holds all its media.
-      const DataReferenceEntry entry = plan_.kind == FileKind::kMpeg4
-                                           ? DataReferenceEntry{FourCC{"url "}, 1, {}}
-                                           : WriteDataReference(reference, file_);
-      list.entries.push_back(Encoded([&](auto& io) {
-        io.Atom(entry.kind, [&] {
-          io("flags", entry.versionAndFlags);
-          io.Append(entry.data);
-        });
-      }));
+      list.entries.push_back(references_.AtomFor(reference));
     }
     return list;
   }
 
   Io& io_;
   const FilePlan& plan_;
-  const boost::filesystem::path& file_;
+  ReferenceWriter& references_;
   const std::uint64_t dataStart_;
   const std::uint64_t now_;
 };
 
 }  // namespace
 
-std::uint64_t MovieSize(const FilePlan& plan, const boost::filesystem::path& file,
-                        std::uint64_t dataStart) {
-  FieldSizer sizer;
-  MovieAtoms(sizer, plan, file, dataStart).Put();
-  return sizer.Size();
+const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
+  const auto* other = std::get_if<OtherFile>(&reference);
+  Bytes& atom = other != nullptr ? aliases_[other->path.native()] : other_;
+  if (other != nullptr && !atom.empty()) return atom;
+  // ISO knows no aliases, and an MPEG-4 file holds all its media.
+  const DataReferenceEntry entry = kind_ == FileKind::kMpeg4
+                                       ? DataReferenceEntry{FourCC{"url "}, 1, {}}
+                                       : WriteDataReference(reference, file_);
+  atom = Encoded([&](auto& io) {
+    io.Atom(entry.kind, [&] {
+      io("flags", entry.versionAndFlags);
+      io.Append(entry.data);
+    });
+  });
+  return atom;
 }
 
-Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
-                  std::uint64_t dataStart) {
-  return Encoded([&](auto& io) { MovieAtoms(io, plan, file, dataStart).Put(); });
+MovieWriter::MovieWriter(const FilePlan& plan, const boost::filesystem::path& file)
+    : plan_(plan), references_(file, plan.kind) {}
+
+std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
+  // Where the data starts shows only in the offsets of its chunks, and these change their width
+  // only beyond 4 GiB.
+  const auto isNear = [this](std::uint64_t start) { return start + plan_.dataSize <= UINT32_MAX; };
+  const bool isSame =
+      measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));
+  if (!isSame) {
+    measured_ = {};
+    MovieAtoms(measured_, plan_, references_, dataStart).Put();
+    measuredFor_ = dataStart;
+  }
+  return measured_.Size();
+}
+
+void MovieWriter::Write(std::uint64_t dataStart, const std::function<void(ByteSpan)>& take) {
+  constexpr std::size_t kBlock = 256 << 10;
+  SizeAt(dataStart);
+  Bytes block(kBlock);
+  FieldWriter writer(measured_.Found(), block, take);
+  MovieAtoms(writer, plan_, references_, dataStart).Put();
+  writer.Flush();
+}
+
+Bytes MovieWriter::Encode(std::uint64_t dataStart) {
+  Bytes movie(SizeAt(dataStart));
+  FieldWriter writer(measured_.Found(), movie);
+  MovieAtoms(writer, plan_, references_, dataStart).Put();
+  return movie;
 }
 
 Bytes CompressMovie(ByteSpan movie) {

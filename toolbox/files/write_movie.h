@@ -3,20 +3,50 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/bytes.h"
 #include "toolbox/files/plan.h"
 
 namespace toolbox {
 
-// The size in bytes of what EncodeMovie gives for the same arguments; looks at no sample.
-std::uint64_t MovieSize(const FilePlan& plan, const boost::filesystem::path& file,
-                        std::uint64_t dataStart);
+// Data references as a movie file at `file` states them. A file that many tracks lie in, or that is
+// asked for again, is looked up once: following its path costs a system call a folder.
+class ReferenceWriter {
+ public:
+  ReferenceWriter(const boost::filesystem::path& file, FileKind kind) : file_(file), kind_(kind) {}
+  // A whole atom of 'dref'.
+  const Bytes& AtomFor(const DataReference& reference);
 
-// The whole 'moov' of a file that will stand at `file`, its media data starting at
-// byte `dataStart`.
-Bytes EncodeMovie(const FilePlan& plan, const boost::filesystem::path& file,
-                  std::uint64_t dataStart);
+ private:
+  const boost::filesystem::path& file_;
+  const FileKind kind_;
+  std::map<std::string, Bytes> aliases_;  // by path
+  Bytes other_;  // what was made last of anything else
+};
+
+// The whole 'moov' of a file that will stand at `file`. Plan and file must outlive it.
+class MovieWriter {
+ public:
+  MovieWriter(const FilePlan& plan, const boost::filesystem::path& file);
+
+  // Its size in bytes when the media data starts at byte `dataStart`. Walks the tables, but only
+  // when that may change something.
+  std::uint64_t SizeAt(std::uint64_t dataStart);
+  // Hands it, a block at a time, to `take`.
+  void Write(std::uint64_t dataStart, const std::function<void(ByteSpan)>& take);
+  Bytes Encode(std::uint64_t dataStart);
+
+ private:
+  const FilePlan& plan_;
+  ReferenceWriter references_;
+  FieldSizer measured_;
+  std::optional<std::uint64_t> measuredFor_;  // dataStart
+};
 
 // The same movie header, compressed (QuickTime: 'cmov' in 'moov').
 Bytes CompressMovie(ByteSpan movie);

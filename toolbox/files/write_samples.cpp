@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "toolbox/atoms/framing.h"
@@ -19,54 +20,76 @@ std::uint32_t Count(std::uint64_t count) {
   return static_cast<std::uint32_t>(count);
 }
 
-// Rows that `walk` hands to a visitor; walks once to count them.
-template <class Row, class Walk>
-Rows<Row> RowsOf(Walk walk) {
-  std::uint64_t count = 0;
-  walk([&](const Row&) { ++count; });
-  return Rows<Row>(Count(count), [walk](const auto& visit) { walk(visit); });
+// Rows that `walk` hands to a visitor; only what measures walks to count them.
+template <class Row, class Io, class Walk>
+Rows<Row> RowsOf(Io& io, Walk walk) {
+  const std::uint64_t count = io.Measured([&] {
+    std::uint64_t rows = 0;
+    walk([&](const Row&) { ++rows; });
+    return rows;
+  });
+  return Rows<Row>(Count(count), [walk](RowBatches<Row>& batches) { walk(batches); });
 }
 
-// Calls visit(samples, description, offset) for each chunk, front to back.
+using ChunkOffsetSpan = std::span<const std::uint64_t>;
+
+// Calls visit(samples, description, offsets, shift) for chunks that are alike, front to back: so
+// many samples in each; a chunk lies `shift` bytes behind its offset.
 class ChunkWalk {
  public:
   ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
       : plan_(plan),
         media_(*plan.movie->tracks[track]->media),
         track_(plan.tracks[track]),
-        chunks_(track_.chunks),
         dataStart_(dataStart) {}
+
+  // Whether a chunk lies beyond 4 GiB.
+  bool ReachesFar() const {
+    if (!track_.chunks.empty() && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
+    std::uint64_t farthest = 0;
+    (*this)([&](std::uint32_t, std::uint32_t, ChunkOffsetSpan offsets, std::uint64_t shift) {
+      for (const std::uint64_t offset : offsets) farthest = std::max(farthest, offset + shift);
+    });
+    return farthest > UINT32_MAX;
+  }
 
   template <class Visit>
   void operator()(Visit&& visit) const {
-    for (const OutputChunk& chunk : chunks_) {
+    for (const OutputChunk& chunk : track_.chunks) {
       if (!chunk.keepsPlaces) {
-        visit(chunk.count, chunk.description, dataStart_ + chunk.destination);
+        visit(chunk.count, chunk.description, std::span(&chunk.destination, 1), dataStart_);
         continue;
       }
-      const std::uint64_t start = dataStart_ + chunk.destination - chunk.source;
-      track_.source->media->samples.ForEachPiece(
-          chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-            visit(piece.count, track_.descriptions[piece.description], start + piece.offset);
+      const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
+      track_.source->media->samples.ForEachChunks(
+          chunk.sample, chunk.sample + chunk.count, [&](const SampleChunks& chunks) {
+            visit(chunks.perChunk, track_.descriptions[chunks.description], chunks.offsets,
+                  shift + chunks.skipped);
           });
     }
-    if (!chunks_.empty()) return;
-    media_.samples.ForEachPiece(0, media_.samples.LocatedCount(), [&](const SamplePiece& piece) {
-      visit(piece.count, piece.description, plan_.shifts.empty() ? piece.offset : Shifted(piece));
+    if (!track_.chunks.empty()) return;
+    const SampleTable& samples = media_.samples;
+    samples.ForEachChunks(0, samples.LocatedCount(), [&](const SampleChunks& chunks) {
+      if (plan_.shifts.empty()) {
+        visit(chunks.perChunk, chunks.description, chunks.offsets, chunks.skipped);
+        return;
+      }
+      for (const std::uint64_t& offset : chunks.offsets) {
+        visit(chunks.perChunk, chunks.description, std::span(&offset, 1),
+              chunks.skipped + ShiftOf(chunks.description, offset + chunks.skipped));
+      }
     });
   }
 
  private:
-  std::uint64_t Shifted(const SamplePiece& piece) const {
-    if (!std::holds_alternative<ThisFile>(media_.ReferenceOf(piece.description)))
-      return piece.offset;
-    return piece.offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, piece.offset));
+  std::uint64_t ShiftOf(std::uint32_t description, std::uint64_t offset) const {
+    if (!std::holds_alternative<ThisFile>(media_.ReferenceOf(description))) return 0;
+    return static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset));
   }
 
   const FilePlan& plan_;
   const MediaRecord& media_;
   const TrackPlan& track_;
-  const std::vector<OutputChunk>& chunks_;
   std::uint64_t dataStart_;
 };
 
@@ -78,46 +101,49 @@ SampleDescriptions Descriptions(const MediaRecord& media) {
   return list;
 }
 
-// The rows of 'stsc': one for each run of chunks that are alike.
+// Calls visit(row) for each row of 'stsc'; returns the number of chunks.
 template <class Visit>
-void ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
+std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
   SampleToChunk::Row run;
-  std::uint32_t chunk = 0;
-  walk([&](std::uint32_t samples, std::uint32_t description, std::uint64_t offset) {
-    ++chunk;
-    const bool isNew = samples != run.samplesPerChunk || description + 1 != run.description;
-    if (isNew) run = {chunk, samples, description + 1};
-    visit(run, isNew, offset);
+  std::uint64_t chunks = 0;
+  walk([&](std::uint32_t samples, std::uint32_t description, ChunkOffsetSpan offsets,
+           std::uint64_t) {
+    if (samples != run.samplesPerChunk || description + 1 != run.description) {
+      run = {static_cast<std::uint32_t>(chunks + 1), samples, description + 1};
+      visit(run);
+    }
+    chunks += offsets.size();
   });
+  return chunks;
+}
+
+template <class Offset>
+void AddOffsets(auto& table, std::uint32_t count, const ChunkWalk& walk) {
+  using Atom = ChunkOffsetTable<Offset>;
+  using Row = typename Atom::Row;
+  table.Add(
+      Atom{0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
+             walk([&](std::uint32_t, std::uint32_t, ChunkOffsetSpan offsets, std::uint64_t shift) {
+               for (const std::uint64_t offset : offsets) {
+                 rows({static_cast<Offset>(offset + shift)});
+               }
+             });
+           })});
 }
 
 template <class Io>
-void AddChunks(ChildWriter<Io>& table, const ChunkWalk& walk) {
-  std::uint64_t runs = 0, chunks = 0, farthest = 0;
-  ForEachChunkRun(walk, [&](const SampleToChunk::Row&, bool isNew, std::uint64_t offset) {
-    runs += isNew;
-    ++chunks;
-    farthest = std::max(farthest, offset);
-  });
-  table.Add(SampleToChunk{0, Rows<SampleToChunk::Row>(Count(runs), [walk](const auto& visit) {
-                            ForEachChunkRun(walk, [&](const SampleToChunk::Row& run, bool isNew,
-                                                      std::uint64_t) {
-                              if (isNew) visit(run);
-                            });
-                          })});
-  const auto addOffsets = [&]<class Offset>(ChunkOffsetTable<Offset> offsets) {
-    using Row = typename ChunkOffsetTable<Offset>::Row;
-    offsets.rows = Rows<Row>(Count(chunks), [walk](const auto& visit) {
-      walk([&](std::uint32_t, std::uint32_t, std::uint64_t offset) {
-        visit(Row{static_cast<Offset>(offset)});
-      });
-    });
-    table.Add(std::move(offsets));
-  };
-  if (farthest > UINT32_MAX) {
-    addOffsets(WideChunkOffsets{});
+void AddChunks(ChildWriter<Io>& table, Io& io, const ChunkWalk& walk) {
+  using Row = SampleToChunk::Row;
+  std::uint64_t runs = 0;
+  const std::uint64_t chunks =
+      io.Measured([&] { return ForEachChunkRun(walk, [&](const Row&) { ++runs; }); });
+  runs = io.Measured([&] { return runs; });
+  table.Add(SampleToChunk{
+      0, Rows<Row>(Count(runs), [walk](RowBatches<Row>& rows) { ForEachChunkRun(walk, rows); })});
+  if (io.Measured([&] { return walk.ReachesFar(); }) != 0) {
+    AddOffsets<std::uint64_t>(table, Count(chunks), walk);
   } else {
-    addOffsets(ChunkOffsets{});
+    AddOffsets<std::uint32_t>(table, Count(chunks), walk);
   }
 }
 
@@ -128,36 +154,36 @@ std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
 }
 
 template <class Io>
-void AddTimes(ChildWriter<Io>& table, const SampleTable& samples, FileKind kind) {
-  table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>([&samples](const auto& visit) {
+void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
+  table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
                            samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
                              if (delta > UINT32_MAX) throw Refused{invalidDuration};
-                             visit(TimeToSample::Row{count, static_cast<std::uint32_t>(delta)});
+                             visit({count, static_cast<std::uint32_t>(delta)});
                            });
                          })});
   if (!samples.HasOffsets()) return;
   table.Add(CompositionOffsets{OffsetsVersion(samples, kind) << 24,
-                               RowsOf<CompositionOffsets::Row>([&samples](const auto& visit) {
+                               RowsOf<CompositionOffsets::Row>(io, [&samples](auto&& visit) {
                                  samples.ForEachOffset(
                                      [&](std::uint32_t count, std::int32_t offset) {
-                                       visit(CompositionOffsets::Row{count, offset});
+                                       visit({count, offset});
                                      });
                                })});
 }
 
 template <class Io>
-void AddSync(ChildWriter<Io>& table, const SampleTable& samples, FileKind kind) {
-  const auto number = [](const auto& visit) {
-    return [&visit](std::uint64_t sample) { visit(SampleNumber{Count(sample + 1)}); };
+void AddSync(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
+  const auto number = [](auto& visit) {
+    return [&visit](std::uint64_t sample) { visit({Count(sample + 1)}); };
   };
   if (samples.HasSyncTable()) {
-    table.Add(SyncSamples{0, RowsOf<SampleNumber>([&samples, number](const auto& visit) {
+    table.Add(SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
                             samples.ForEachSync(number(visit));
                           })});
   }
   // QuickTime only: where decoding can start, but not cleanly.
   if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
-    table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>([&samples, number](const auto& visit) {
+    table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
                                    samples.ForEachPartialSync(number(visit));
                                  })});
   }
@@ -169,10 +195,10 @@ void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
     table.Add(ConstantSampleSize{0, *size, Count(samples.Count())});
     return;
   }
-  table.Add(
-      SampleSizes{0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](const auto& visit) {
-                    samples.ForEachSize([&](std::uint32_t size) { visit(SampleSize{size}); });
-                  })});
+  table.Add(SampleSizes{
+      0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](RowBatches<SampleSize>& rows) {
+        samples.ForEachSize([&](std::uint32_t size) { rows({size}); });
+      })});
 }
 
 template <class Io>
@@ -185,9 +211,9 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
     if (!group.isMapped) continue;
     table.Add(
         SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
-                      RowsOf<SampleToGroup::Row>([&samples, &group, groups](const auto& visit) {
+                      RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
                         samples.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
-                          visit(SampleToGroup::Row{count, number});
+                          visit({count, number});
                         });
                       })});
   }
@@ -242,9 +268,9 @@ void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStar
   io.Atom(FourCC{"stbl"}, [&] {
     ChildWriter<Io> table(io, others);
     table.Add(Descriptions(media));
-    AddTimes(table, samples, plan.kind);
-    AddSync(table, samples, plan.kind);
-    AddChunks(table, ChunkWalk(plan, track, dataStart));
+    AddTimes(table, io, samples, plan.kind);
+    AddSync(table, io, samples, plan.kind);
+    AddChunks(table, io, ChunkWalk(plan, track, dataStart));
     AddSizes(table, samples);
     AddValues(table, samples);
     AddGroups(table, io, samples);

@@ -147,7 +147,7 @@ std::span<const SampleTable::Slice> SampleTable::SlicesIn(std::uint64_t from,
                                                           std::uint64_t to) const {
   const auto first = std::ranges::upper_bound(slices_, from, {}, &Slice::End);
   const auto last = std::ranges::lower_bound(slices_, to, {}, &Slice::first);
-  return first < last ? std::span(first, last) : std::span<const Slice>();
+  return from < to ? std::span(first, last) : std::span<const Slice>();
 }
 
 std::int64_t SampleTable::TimeOf(std::uint64_t sample) const {

@@ -22,6 +22,18 @@ struct SamplePiece {
   std::uint64_t size = 0;  // bytes
 };
 
+// Consecutive samples in chunks of one description and as many samples each, which lie anywhere in
+// their file.
+struct SampleChunks {
+  std::uint64_t sample = 0;  // index of the first
+  std::uint32_t perChunk = 0;  // samples
+  std::uint32_t description = 0;  // index
+  std::span<const std::uint64_t> offsets;  // of the chunks in the file, in bytes
+  // Bytes at the start of the chunk that belong to samples before `sample`; then it is the only
+  // one.
+  std::uint64_t skipped = 0;
+};
+
 // Rows are shared, so a table joined from others costs a slice a stretch, whatever it holds: an
 // hour of sound, a thousand clips and ten hours of film cost the same few bytes each time.
 class SampleTable {
@@ -137,7 +149,11 @@ class SampleTable {
   // Calls visit(value) for each sample, 0 where the table does not reach.
   template <class Values, class Visit>
   void ForEachValue(Values SampleRows::*table, Visit&& visit) const;
-  // Calls visit(SamplePiece) for [from, to), a piece a chunk of the file; every sample is located.
+  // Calls visit(SampleChunks) for [from, to): as many chunks at a time as are alike; every sample
+  // is located.
+  template <class Visit>
+  void ForEachChunks(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
+  // Calls visit(SamplePiece) likewise, a piece a chunk of the file.
   template <class Visit>
   void ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
 
@@ -169,6 +185,10 @@ class SampleTable {
   // is shown `delta` after the one before; the first at `shown`.
   template <class Visit>
   void ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
+  // Calls visit(SampleChunks, rows, row, description in the rows) for what ForEachChunks visits.
+  template <class Visit>
+  void ForEachChunksIn(const Slice& slice, std::uint64_t from, std::uint64_t to,
+                       Visit&& visit) const;
   // Those that hold samples of [from, to).
   std::span<const Slice> SlicesIn(std::uint64_t from, std::uint64_t to) const;
   // The samples [from, to) as slices to be added to a table in which they have those descriptions.

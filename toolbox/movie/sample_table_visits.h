@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
+#include <utility>
 
 #include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/sample_table.h"
@@ -138,33 +140,67 @@ void SampleTable::ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& v
   }
 }
 
+// The chunks of a run that [row, end) takes, the first and the last perhaps in part:
+//
+//      |  chunk  |  chunk  |  chunk  |  chunk  |
+//            [row |         whole         | .. end)
+template <class Visit>
+void SampleTable::ForEachChunksIn(const Slice& slice, std::uint64_t from, std::uint64_t to,
+                                  Visit&& visit) const {
+  const SampleRows& rows = *slice.rows;
+  const Table<ChunkRun>& runs = rows.chunkRuns;
+  std::uint32_t row = slice.RowOf(std::max(from, slice.first));
+  const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
+  const std::vector<std::uint32_t>& descriptions = *slice.descriptions;
+  for (const ChunkRun* run = &runs[rows.ChunkRunOf(row)]; row < end; ++run) {
+    const std::uint32_t runEnd =
+        std::min(end, run == &runs.back() ? rows.located : std::next(run)->sample);
+    while (row < runEnd) {
+      const std::uint32_t left = runEnd - row;
+      SampleChunks chunks{slice.first + (row - slice.from), run->samplesPerChunk,
+                          descriptions[run->description]};
+      std::uint32_t chunk = run->chunk, before = 0;
+      if (row != run->sample) {
+        chunk += (row - run->sample) / run->samplesPerChunk;
+        before = (row - run->sample) % run->samplesPerChunk;
+      }
+      std::uint32_t count = left / run->samplesPerChunk;
+      if (before != 0 || count == 0) {
+        chunks.perChunk = std::min(left, run->samplesPerChunk - before);
+        count = 1;
+      }
+      chunks.offsets = std::span(rows.chunkOffsets).subspan(chunk, count);
+      if (before != 0) chunks.skipped = rows.SizeOf(row - before, before, run->description);
+      visit(std::as_const(chunks), rows, row, run->description);
+      row += count * chunks.perChunk;
+    }
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachChunks(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
+  for (const Slice& slice : SlicesIn(from, to)) {
+    ForEachChunksIn(slice, from, to,
+                    [&](const SampleChunks& chunks, const SampleRows&, std::uint32_t,
+                        std::uint32_t) { visit(chunks); });
+  }
+}
+
 template <class Visit>
 void SampleTable::ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
-  if (from >= to) return;
-  for (const Slice* slice = &SliceOf(from); from < to; ++slice) {
-    const SampleRows& rows = *slice->rows;
-    std::uint32_t row = slice->RowOf(from);
-    const std::uint32_t end = slice->RowOf(std::min(to, slice->End()));
-    for (std::size_t index = rows.ChunkRunOf(row); row < end; ++index) {
-      const ChunkRun& run = rows.chunkRuns[index];
-      const std::uint32_t runEnd =
-          index + 1 < rows.chunkRuns.size() ? rows.chunkRuns[index + 1].sample : rows.located;
-      std::uint32_t chunk = run.chunk + (row - run.sample) / run.samplesPerChunk;
-      const std::uint32_t description = (*slice->descriptions)[run.description];
-      while (row < end && row < runEnd) {
-        const std::uint32_t chunkStart = run.sample + (chunk - run.chunk) * run.samplesPerChunk;
-        const std::uint32_t count = std::min({end, runEnd, chunkStart + run.samplesPerChunk}) - row;
-        SamplePiece piece{from, count, description, rows.chunkOffsets[chunk], 0};
-        if (row != chunkStart) {
-          piece.offset += rows.SizeOf(chunkStart, row - chunkStart, run.description);
-        }
-        piece.size = rows.SizeOf(row, count, run.description);
-        visit(piece);
-        row += count;
-        from += count;
-        ++chunk;
-      }
-    }
+  for (const Slice& slice : SlicesIn(from, to)) {
+    ForEachChunksIn(slice, from, to,
+                    [&](const SampleChunks& chunks, const SampleRows& rows, std::uint32_t row,
+                        std::uint32_t description) {
+                      SamplePiece piece{chunks.sample, chunks.perChunk, chunks.description};
+                      for (const std::uint64_t offset : chunks.offsets) {
+                        piece.offset = offset + chunks.skipped;
+                        piece.size = rows.SizeOf(row, chunks.perChunk, description);
+                        visit(std::as_const(piece));
+                        piece.sample += chunks.perChunk;
+                        row += chunks.perChunk;
+                      }
+                    });
   }
 }
 

@@ -172,7 +172,7 @@ TEST_F(Export, OfOffsetsBelowZeroNamesABrandThatKnowsThem) {
   pictures_->media->samples = SampleTable(rows);
   const FilePlan plan = Planned();
   EXPECT_EQ(FileTypeOf(plan), Atom("ftyp", Text("mp42"), U32(0), Text("mp42isommp41avc1iso4")));
-  const Bytes header = EncodeMovie(plan, folder_ / "out.mp4", 0);
+  const Bytes header = MovieWriter(plan, folder_ / "out.mp4").Encode(0);
   const Bytes table = Atom("ctts", U32(1 << 24), U32(2), U32(1), U32(0xFFFFFF9C), U32(1), U32(0));
   EXPECT_NE(std::search(header.begin(), header.end(), table.begin(), table.end()), header.end());
 }

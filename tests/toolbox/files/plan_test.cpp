@@ -232,10 +232,9 @@ TEST_F(Plan, StatesWideOffsetsOnlyWhereTheyAreNeeded) {
   HasFile(2 * kFar);
   AddPlainTrack(movie_, kVideo, 600, PlainRows(6, 100, 10, kFar + 100));
   AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 10, kFar));
+  const boost::filesystem::path file = folder_ / "out.mov";
   const auto header = [&](const FilePlan& plan, std::uint64_t start) {
-    const Bytes movie = EncodeMovie(plan, folder_ / "out.mov", start);
-    EXPECT_EQ(movie.size(), MovieSize(plan, folder_ / "out.mov", start));
-    return movie;
+    return MovieWriter(plan, file).Encode(start);
   };
   const FilePlan reference = PlanReference(movie_), flat = Flattened({.interleave = false});
   EXPECT_EQ(OffsetTables(header(reference, 0)), (std::vector<std::string>{"co64", "stco"}));
@@ -253,7 +252,7 @@ TEST_F(Plan, HoldsMoreThan4GiB) {
   const FilePlan plan = Flattened();
   EXPECT_EQ(plan.dataSize, std::uint64_t{5} << 30);
   EXPECT_EQ(CopiesOf(plan), (std::vector<Range>{{0, std::uint64_t{5} << 30}}));
-  EXPECT_EQ(OffsetTables(EncodeMovie(plan, folder_ / "out.mov", 36)),
+  EXPECT_EQ(OffsetTables(MovieWriter(plan, folder_ / "out.mov").Encode(36)),
             std::vector<std::string>{"co64"});
 }
 
