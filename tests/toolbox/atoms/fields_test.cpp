@@ -263,6 +263,43 @@ TEST(Fields, StateWhatDoesNotFitIn32BitsInVersion1) {
                                  U16(0), U16(0)));
 }
 
+// A table that claims `stated` rows and makes `made`.
+CompositionOffsets Offsets(std::uint32_t stated, std::uint32_t made) {
+  using Row = CompositionOffsets::Row;
+  return {0, Rows<Row>(stated, [made](RowBatches<Row>& rows) {
+            for (std::uint32_t i = 0; i < made; ++i) rows({i, -static_cast<std::int32_t>(i)});
+          })};
+}
+
+TEST(Fields, WriteEveryRowInOnePieceOrInBlocks) {
+  for (const std::uint32_t count : {0U, 1U, 255U, 256U, 257U, 1000U}) {
+    Bytes content = Join(U32(0), U32(count));
+    for (std::uint32_t i = 0; i < count; ++i) content = Join(content, U32(i), U32(0 - i));
+    const CompositionOffsets table = Offsets(count, count);
+    const Bytes whole = Join(Zeros(5000), Atom("ctts", content));
+    const auto put = [&](auto& io) {
+      io.Append(Zeros(5000));  // more than a block
+      PutAtom(io, table);
+    };
+    EXPECT_EQ(Encoded(put), whole);
+    FieldSizer sizer;
+    put(sizer);
+    Bytes block(4096), joined;
+    FieldWriter writer(sizer.Found(), block, [&](ByteSpan bytes) {
+      EXPECT_LE(bytes.size(), block.size());
+      joined.insert(joined.end(), bytes.begin(), bytes.end());
+    });
+    put(writer);
+    writer.Flush();
+    EXPECT_EQ(joined, whole);
+  }
+}
+
+TEST(Fields, AreNotWrittenOtherwiseThanMeasured) {
+  EXPECT_THROW(Encode(Offsets(300, 299)), Malformed);
+  EXPECT_THROW(Encode(Offsets(300, 301)), Malformed);
+}
+
 TEST(Fields, ReadAndWriteTheEndsOfEveryWidth) {
   const auto roundTrip = []<class T>(T value) {
     std::uint8_t bytes[sizeof(T)];

@@ -243,6 +243,27 @@ TEST_F(Plan, StatesWideOffsetsOnlyWhereTheyAreNeeded) {
   EXPECT_EQ(header(flat, kFar - 50).size() - header(flat, 36).size(), 8U) << "two chunks";
 }
 
+TEST_F(Plan, GivesTheSameHeaderHoweverOftenItWasMeasured) {
+  constexpr std::uint64_t kFar = 0xFFFFFFF0;
+  const std::uint32_t count = 50'000;
+  HasFile(count * 11 + 6 * 100);
+  auto rows = PlainRows(count, 10, 11);  // its sizes fill more than a block
+  rows->sizes[7] = 10;
+  AddPlainTrack(movie_, kVideo, 600, rows, OtherFile{folder_ / "media"});
+  AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 100, count * 11));
+  const FilePlan plan = Flattened({.interleave = false});
+  const boost::filesystem::path file = folder_ / "out.mov";
+  MovieWriter writer(plan, file);
+  for (const std::uint64_t start : {std::uint64_t{36}, kFar, std::uint64_t{500}, kFar - 600'000}) {
+    const Bytes movie = MovieWriter(plan, file).Encode(start);
+    EXPECT_EQ(writer.SizeAt(start), movie.size());
+    EXPECT_EQ(writer.Encode(start), movie);
+    Bytes blocks;
+    writer.Write(start, [&](ByteSpan b) { blocks.insert(blocks.end(), b.begin(), b.end()); });
+    EXPECT_EQ(blocks, movie);
+  }
+}
+
 TEST_F(Plan, HoldsMoreThan4GiB) {
   HasFile(std::uint64_t{5} << 30);
   auto rows = PlainRows(5 << 10, 60, 0);
