@@ -147,6 +147,19 @@ TEST(Rescale, RoundsAsAskedFarBeyond64Bits) {
   EXPECT_EQ((Clock{600, 44100}.Lasting({1000000}, 1.0)).units, 13605);
 }
 
+TEST(Rescale, GivesTheSameIn64BitsAsIn128) {
+  constexpr std::int64_t kEnd = std::int64_t{1} << 32, kFar = 1 << 29;  // scales for 128 bits
+  for (const std::int64_t units : {-kEnd - 1, -kEnd, std::int64_t{-7}, std::int64_t{-1},
+                                   std::int64_t{0}, std::int64_t{5}, kEnd, kEnd + 1}) {
+    for (const auto& [from, to] : {std::pair{2, 1}, {600, 44100}, {44100, 600}, {90000, 999}}) {
+      for (const Rounding rounding : {Rounding::kNearest, Rounding::kDown, Rounding::kUp}) {
+        EXPECT_EQ(Rescale(units, from, to, rounding),
+                  Rescale(units, from * kFar, to * kFar, rounding));
+      }
+    }
+  }
+}
+
 // --- Movie time scales
 
 std::vector<std::int64_t> Boundaries(const EditList& list) {
