@@ -131,6 +131,7 @@ class Header {
   // Settles it for media data at byte `dataStart`.
   void Settle(std::uint64_t dataStart) {
     dataStart_ = dataStart;
+    compressed_ = {};  // frees the last round's before the next needs room
     if (isCompressed_) compressed_ = CompressMovie(movie_.Encode(dataStart));
     size_ = isCompressed_ ? compressed_.size() : movie_.SizeAt(dataStart);
   }
