@@ -23,12 +23,12 @@ constexpr std::uint32_t kSamples = 6;
 void PutTrack(auto& io, std::uint32_t id, FourCC type, const Bytes& description,
               std::uint32_t offset) {
   using toolbox::PutAtom;
-  const auto chunks = [&](const auto& visit) {
+  const auto chunks = [&](auto& visit) {
     visit(toolbox::ChunkOffsets::Row{offset});
     visit(toolbox::ChunkOffsets::Row{offset + kSamples});
   };
-  const auto oneTime = [](const auto& visit) { visit(toolbox::TimeToSample::Row{kSamples, 100}); };
-  const auto oneRun = [](const auto& visit) {
+  const auto oneTime = [](auto& visit) { visit(toolbox::TimeToSample::Row{kSamples, 100}); };
+  const auto oneRun = [](auto& visit) {
     visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1});
   };
   io.Atom(FourCC{"trak"}, [&] {
