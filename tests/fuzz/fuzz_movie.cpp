@@ -28,9 +28,7 @@ void PutTrack(auto& io, std::uint32_t id, FourCC type, const Bytes& description,
     visit(toolbox::ChunkOffsets::Row{offset + kSamples});
   };
   const auto oneTime = [](auto& visit) { visit(toolbox::TimeToSample::Row{kSamples, 100}); };
-  const auto oneRun = [](auto& visit) {
-    visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1});
-  };
+  const auto oneRun = [](auto& visit) { visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1}); };
   io.Atom(FourCC{"trak"}, [&] {
     PutAtom(io, toolbox::TrackHeader{.flags = 0xF,
                                      .duration = kSamples * 100,
