@@ -78,8 +78,9 @@ EditEntries Edits(const EditList& list) {
 template <class Io>
 class MovieAtoms {
  public:
-  MovieAtoms(Io& io, const FilePlan& plan, ReferenceWriter& references, std::uint64_t dataStart)
-      : io_(io), plan_(plan), references_(references), dataStart_(dataStart), now_(Now()) {}
+  MovieAtoms(Io& io, const FilePlan& plan, ReferenceWriter& references, std::uint64_t dataStart,
+             std::uint64_t now)
+      : io_(io), plan_(plan), references_(references), dataStart_(dataStart), now_(now) {}
 
   void Put() {
     const MovieRecord& movie = *plan_.movie;
@@ -239,7 +240,7 @@ const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
 }
 
 MovieWriter::MovieWriter(const FilePlan& plan, const boost::filesystem::path& file)
-    : plan_(plan), references_(file, plan.kind) {}
+    : plan_(plan), references_(file, plan.kind), now_(Now()) {}
 
 std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
   // Where the data starts shows only in the offsets of its chunks, and these change their width
@@ -249,7 +250,7 @@ std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
       measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));
   if (!isSame) {
     measured_ = {};
-    MovieAtoms(measured_, plan_, references_, dataStart).Put();
+    MovieAtoms(measured_, plan_, references_, dataStart, now_).Put();
     measuredFor_ = dataStart;
   }
   return measured_.Size();
@@ -260,14 +261,14 @@ void MovieWriter::Write(std::uint64_t dataStart, const std::function<void(ByteSp
   SizeAt(dataStart);
   Bytes block(kBlock);
   FieldWriter writer(measured_.Found(), block, take);
-  MovieAtoms(writer, plan_, references_, dataStart).Put();
+  MovieAtoms(writer, plan_, references_, dataStart, now_).Put();
   writer.Flush();
 }
 
 Bytes MovieWriter::Encode(std::uint64_t dataStart) {
   Bytes movie(SizeAt(dataStart));
   FieldWriter writer(measured_.Found(), movie);
-  MovieAtoms(writer, plan_, references_, dataStart).Put();
+  MovieAtoms(writer, plan_, references_, dataStart, now_).Put();
   return movie;
 }
 

@@ -44,6 +44,7 @@ class MovieWriter {
  private:
   const FilePlan& plan_;
   ReferenceWriter references_;
+  const std::uint64_t now_;  // however long it takes
   FieldSizer measured_;
   std::optional<std::uint64_t> measuredFor_;  // dataStart
 };
