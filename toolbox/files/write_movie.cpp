@@ -257,7 +257,7 @@ std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
 }
 
 void MovieWriter::Write(std::uint64_t dataStart, const std::function<void(ByteSpan)>& take) {
-  constexpr std::size_t kBlock = 256 << 10;
+  constexpr std::size_t kBlock = 64 << 10;
   SizeAt(dataStart);
   Bytes block(kBlock);
   FieldWriter writer(measured_.Found(), block, take);
