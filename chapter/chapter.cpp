@@ -127,8 +127,9 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
     if (!isKept) dropped.push_back(std::move(chapter));
   }
   // From the last to the first: what is still to be dropped stays where it is.
-  for (auto chapter = dropped.rbegin(); chapter != dropped.rend(); ++chapter) {
-    std::ignore = toolbox::DeleteMovieSegment(movie, chapter->start, chapter->duration);
+  std::ranges::reverse(dropped);
+  for (const Chapter& chapter : dropped) {
+    std::ignore = toolbox::DeleteMovieSegment(movie, chapter.start, chapter.duration);
   }
   if (!dropped.empty()) DropStaleList(movie);
 }

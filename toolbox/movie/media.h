@@ -115,8 +115,8 @@ struct MediaRecord : MediaSettings {
   DataReference SeenFromHere(const DataReference& reference) const;
 
  private:
-  // An index here for each of `descriptions`, which name `references`; added where there is none.
-  std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& descriptions,
+  // An index here for each of `strangers`, which name `references`; added where there is none.
+  std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 
   struct Joined {

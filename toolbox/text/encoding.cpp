@@ -14,8 +14,8 @@ namespace {
 
 // What converts an encoding: a converter of the library or a table of ours.
 struct Row {
-  TextEncoding encoding;
-  const char* converter;
+  TextEncoding encoding = kMacRoman;
+  const char* converter = nullptr;
   const UpperHalf* upper = nullptr;
 };
 
