@@ -137,9 +137,9 @@ class Dump {
     });
     try {
       if (isInflated_) throw toolbox::Malformed("it is compressed twice");
-      const Bytes inflated = toolbox::ReadMovieHeader(toolbox::MemorySource(file));
+      const toolbox::HeldBytes inflated = toolbox::ReadMovieHeader(toolbox::MemorySource(file));
       isInflated_ = true;
-      Walk(toolbox::MemorySource(inflated), 0, inflated.size(), depth);
+      Walk(toolbox::MemorySource(inflated.Span()), 0, inflated.Span().size(), depth);
       isInflated_ = false;
     } catch (const toolbox::Malformed& fault) {
       StartLine(0, depth);

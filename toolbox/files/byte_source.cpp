@@ -1,6 +1,7 @@
 #include "toolbox/files/byte_source.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,33 @@
 #include <limits>
 
 namespace toolbox {
+namespace {
+
+// The pages of a file that hold [at, at + size), all of them read; nothing where the system cannot
+// do so, be it for a damaged disk: reading will tell.
+std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
+#ifdef MADV_POPULATE_READ
+  const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const std::size_t length = before + size;
+  void* pages =
+      mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file, static_cast<off_t>(at - before));
+  if (pages == MAP_FAILED) return std::nullopt;
+  const std::shared_ptr<const void> owner(
+      pages, [length](const void* mapped) { munmap(const_cast<void*>(mapped), length); });
+  if (madvise(pages, length, MADV_POPULATE_READ) != 0) return std::nullopt;
+  return HeldBytes({static_cast<const std::uint8_t*>(pages) + before, size}, owner);
+#else
+  return std::nullopt;
+#endif
+}
+
+}  // namespace
+
+HeldBytes ByteSource::Load(std::uint64_t at, std::size_t size) const {
+  Bytes bytes(size);
+  Read(at, bytes);
+  return HeldBytes(std::move(bytes));
+}
 
 FileSource::FileSource(const boost::filesystem::path& path) : file_(path, O_RDONLY) {
   struct stat status {};
@@ -27,6 +55,14 @@ void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
     into = into.subspan(static_cast<std::size_t>(got));
     at += static_cast<std::uint64_t>(got);
   }
+}
+
+HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
+  constexpr std::size_t kMuch = 1 << 20;
+  if (size >= kMuch && at <= size_ && size <= size_ - at) {
+    if (auto mapped = Map(file_.Number(), at, size)) return *mapped;
+  }
+  return ByteSource::Load(at, size);
 }
 
 void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {

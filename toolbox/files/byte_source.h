@@ -3,6 +3,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 
@@ -13,6 +14,25 @@
 
 namespace toolbox {
 
+// Bytes together with what keeps them there.
+class HeldBytes {
+ public:
+  HeldBytes() = default;
+  explicit HeldBytes(Bytes bytes) {
+    auto held = std::make_shared<const Bytes>(std::move(bytes));
+    span_ = *held;
+    owner_ = std::move(held);
+  }
+  HeldBytes(ByteSpan span, std::shared_ptr<const void> owner)
+      : span_(span), owner_(std::move(owner)) {}
+
+  ByteSpan Span() const { return span_; }
+
+ private:
+  ByteSpan span_;
+  std::shared_ptr<const void> owner_;
+};
+
 struct ByteSource {
   virtual ~ByteSource() = default;
   // Length in bytes when the source was opened.
@@ -20,6 +40,8 @@ struct ByteSource {
   // Fills all of `into` from position `at`. Throws Refused: eofErr when the source ends before,
   // ioErr and its kin when reading fails.
   virtual void Read(std::uint64_t at, std::span<std::uint8_t> into) const = 0;
+  // The bytes [at, at + size), in memory. Throws as Read.
+  virtual HeldBytes Load(std::uint64_t at, std::size_t size) const;
   // The descriptor the kernel can copy from, or -1 where there is none.
   virtual int Descriptor() const { return -1; }
 };
@@ -32,6 +54,9 @@ class FileSource final : public ByteSource {
 
   std::uint64_t Size() const override { return size_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
+  // Much at once is looked at where the system keeps it and not copied. To be dropped soon: whoever
+  // cuts the file short meanwhile ends the process.
+  HeldBytes Load(std::uint64_t at, std::size_t size) const override;
   int Descriptor() const override { return file_.Number(); }
 
  private:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <tuple>
+#include <utility>
 
 #include "toolbox/refused.h"
 
@@ -22,33 +23,44 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
   const MediaRecord& media = *source.media;
   if (part.to - part.from > UINT32_MAX) return false;
   bool isInOrder = true;
-  Extent* open = nullptr;
-  std::uint64_t end = 0;  // of the file
+  // Kept apart from the extents, so that the loop over millions of pieces works on registers.
+  std::uint64_t filled = 0, end = 0, samples = 0, pieces = 0;
+  const auto close = [&] {
+    if (pieces == 0) return;
+    Extent& open = extents_.back();
+    open.end = end;
+    open.filled = std::exchange(filled, 0);
+    open.chunk.count = std::exchange(samples, 0);
+    chunks_ += std::exchange(pieces, 0);
+  };
+  std::uint64_t fileEnd = 0;
   std::uint32_t description = UINT32_MAX;
   media.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
     if (piece.description != description) {
       description = piece.description;
-      end = ends[description];
+      fileEnd = ends[description];
       const DataReference& from = media.ReferenceOf(description);
-      if (open == nullptr || open->from != &from) {
-        open = &extents_.emplace_back();
-        open->file = FileOf(from);
-        open->from = &from;
-        open->track = track;
-        open->shown = FirstShown(source, part, piece.sample);
-        open->begin = open->end = open->chunk.source = piece.offset;
-        open->chunk.sample = piece.sample;
-        open->chunk.keepsPlaces = true;
-        isInOrder = isInOrder && !open->file.empty();
+      if (pieces == 0 || extents_.back().from != &from) {
+        close();
+        Extent& open = extents_.emplace_back();
+        open.file = FileOf(from);
+        open.from = &from;
+        open.track = track;
+        open.shown = FirstShown(source, part, piece.sample);
+        open.begin = end = open.chunk.source = piece.offset;
+        open.chunk.sample = piece.sample;
+        open.chunk.keepsPlaces = true;
+        isInOrder = isInOrder && !open.file.empty();
       }
     }
-    if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
-    isInOrder = isInOrder && piece.offset >= open->end;
-    open->end = piece.offset + piece.size;
-    open->filled += piece.size;
-    open->chunk.count += piece.count;
-    ++chunks_;
+    if (piece.offset > fileEnd || piece.size > fileEnd - piece.offset) throw Refused{eofErr};
+    isInOrder = isInOrder && piece.offset >= end;
+    end = piece.offset + piece.size;
+    filled += piece.size;
+    samples += piece.count;
+    ++pieces;
   });
+  close();
   return isInOrder;
 }
 

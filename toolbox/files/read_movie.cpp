@@ -296,32 +296,33 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const ByteSource& sourc
 
 }  // namespace
 
-Bytes ReadMovieHeader(const ByteSource& source) {
+HeldBytes ReadMovieHeader(const ByteSource& source) {
   const auto found = FindTopLevel(source, FourCC{"moov"});
   if (!found) return {};
   if (found->atom.size == found->atom.headerSize) throw Malformed("the movie header is empty");
-  Bytes content(found->atom.size - found->atom.headerSize);
-  source.Read(found->at + found->atom.headerSize, content);
+  const HeldBytes held = source.Load(found->at + found->atom.headerSize,
+                                     found->atom.size - found->atom.headerSize);
+  const ByteSpan content = held.Span();
   const auto first = ReadFrame(content, content.size());
-  if (!first || first->type != FourCC{"cmov"}) return content;
+  if (!first || first->type != FourCC{"cmov"}) return held;
   return InAtom(FourCC{"moov"}, [&] {
-    return Inflate(ByteSpan(content).subspan(first->headerSize, first->size - first->headerSize));
+    return HeldBytes(Inflate(content.subspan(first->headerSize, first->size - first->headerSize)));
   });
 }
 
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references) try {
   const FileSource source(path);
-  const Bytes header = ReadMovieHeader(source);
+  const HeldBytes header = ReadMovieHeader(source);
   // Movies refer to one another by where they really are.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
-  if (header.empty()) {
+  if (header.Span().empty()) {
     auto sound = ReadAdtsFile(source, real);
     if (!sound) throw Refused{noMovieFound};
     return sound;
   }
   auto movie = InAtom(FourCC{"moov"}, [&] {
-    return ReadMovie(header, source, real, references == References::kResolve);
+    return ReadMovie(header.Span(), source, real, references == References::kResolve);
   });
   for (const TopLevelAtom& other : OtherTopLevelAtoms(source)) {
     movie->fileAtoms.push_back({other.atom.type, other.at, other.atom.size});

@@ -4,7 +4,6 @@
 #include <boost/filesystem/path.hpp>
 #include <memory>
 
-#include "toolbox/bytes.h"
 #include "toolbox/files/byte_source.h"
 #include "toolbox/movie/movie.h"
 
@@ -22,6 +21,6 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
 
 // The content of the first movie header in `source`, inflated if need be; empty when there is none.
 // Throws Malformed or Refused.
-Bytes ReadMovieHeader(const ByteSource& source);
+HeldBytes ReadMovieHeader(const ByteSource& source);
 
 }  // namespace toolbox

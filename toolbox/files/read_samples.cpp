@@ -72,8 +72,9 @@ void ReadSizes(Children& table, SampleRows& rows) {
     rows.constantSize = stated.size;
     if (stated.size != 0) return;
     const auto sizes = Decode<SampleSizes>(*content);
-    rows.sizes.reserve(sizes.rows.Count());
-    sizes.rows.ForEach([&](const SampleSize& row) { rows.sizes.push_back(row.size); });
+    rows.sizes.resize(sizes.rows.Count());
+    std::uint32_t* next = rows.sizes.data();  // no push_back: millions are copied at once
+    sizes.rows.ForEach([&next](const SampleSize& row) { *next++ = row.size; });
   } else if (const auto compact = table.Maybe<CompactSampleSizes>()) {
     const std::uint32_t bits = compact->fieldBits & 0xFF;
     if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
@@ -113,8 +114,9 @@ void ReadTimes(Children& table, SampleRows& rows) {
 
 void ReadChunkOffsets(Children& table, SampleRows& rows) {
   const auto read = [&](const auto& stated) {
-    rows.chunkOffsets.reserve(stated.rows.Count());
-    stated.rows.ForEach([&](const auto& row) { rows.chunkOffsets.push_back(row.offset); });
+    rows.chunkOffsets.resize(stated.rows.Count());
+    std::uint64_t* next = rows.chunkOffsets.data();
+    stated.rows.ForEach([&next](const auto& row) { *next++ = row.offset; });
   };
   if (const auto narrow = table.Maybe<ChunkOffsets>()) {
     read(*narrow);

@@ -59,7 +59,9 @@ void SampleRows::AddOffsets(std::uint32_t samples, std::int32_t offset) {
 void SampleRows::AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                            std::uint32_t description) {
   if (samplesPerChunk == 0) return;
-  const std::uint32_t whole = std::min(chunks, (count - located) / samplesPerChunk);
+  const std::uint32_t left = count - located;
+  const std::uint32_t whole =
+      std::uint64_t{chunks} * samplesPerChunk <= left ? chunks : left / samplesPerChunk;
   const auto continues = [&](const ChunkRun& run) {
     return run.samplesPerChunk == samplesPerChunk && run.description == description &&
            run.chunk + (located - run.sample) / samplesPerChunk == chunk;

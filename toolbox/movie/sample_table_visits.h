@@ -164,7 +164,7 @@ void SampleTable::ForEachChunksIn(const Slice& slice, std::uint64_t from, std::u
         chunk += (row - run->sample) / run->samplesPerChunk;
         before = (row - run->sample) % run->samplesPerChunk;
       }
-      std::uint32_t count = left / run->samplesPerChunk;
+      std::uint32_t count = left == run->samplesPerChunk ? 1 : left / run->samplesPerChunk;
       if (before != 0 || count == 0) {
         chunks.perChunk = std::min(left, run->samplesPerChunk - before);
         count = 1;

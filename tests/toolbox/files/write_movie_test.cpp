@@ -156,8 +156,11 @@ TEST_F(WriteMovie, KeepsUnknownAtomsByteForByteInTheirPlaces) {
                               Atom("moov", MovieHeaderAtom(), FullHeader(36)));
     const auto movie = ReadMovieFile(Store("in.mov", source), References::kResolve);
     const Bytes file = Flattened(*movie, {.movieFirst = false, .compress = compress});
-    Bytes header = ReadMovieHeader(MemorySource(file));
-    Bytes expected = ReadMovieHeader(MemorySource(source));
+    const auto headerOf = [](const Bytes& bytes) {
+      const HeldBytes held = ReadMovieHeader(MemorySource(bytes));
+      return Bytes(held.Span().begin(), held.Span().end());
+    };
+    Bytes header = headerOf(file), expected = headerOf(source);
     // Half a second a chunk, where the source has one chunk.
     const auto table = [](Bytes& bytes, const char* type) {
       const auto at = Find(bytes, Text(type)) - 4;
