@@ -21,7 +21,7 @@ std::unique_ptr<MovieRecord> Clip(int number) {
   auto movie = std::make_unique<MovieRecord>();
   movie->file = OtherFile{"/media/clip" + std::to_string(number) + ".mov"};
   TrackRecord& track = movie->AddTrack();
-  MediaRecord& media = track.media.emplace();
+  MediaRecord& media = track.SetMedia({});
   media.scale = 30000;
   media.handler.subtype = FourCC{"vide"};
   media.dataReferences.push_back(ThisFile{});

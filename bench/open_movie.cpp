@@ -33,7 +33,7 @@ void WriteMovieOf(std::uint32_t samples, const boost::filesystem::path& path) {
   MovieRecord movie;
   movie.file = OtherFile{"/media/clip.mov"};
   TrackRecord& track = movie.AddTrack();
-  MediaRecord& media = track.media.emplace();
+  MediaRecord& media = track.SetMedia({});
   media.scale = 30000;
   media.handler.subtype = FourCC{"vide"};
   media.dataReferences.push_back(*movie.file);

@@ -147,14 +147,17 @@ class Fragments(runs.RunTest):
         for path in (*sorted((MEDIA / "fragmented").iterdir()), subtitles):
             with self.subTest(path.name):
                 done = self.run_in_folder("clipjoin", path, "-self-contained", "-o", "out.mov")
-                if path.name == "cbcs.mp4":
-                    self.assertIn("Error -2053 reading", done.err)
-                    continue
                 self.assertEqual(done.err, "")
                 again = self.join_whole("again.mov", self.join("reference.mov", path))
                 self.assertEqual(again.read_bytes(), (self.folder / "out.mov").read_bytes())
                 before = runs.samples_by_track(path)
                 for number, samples in runs.samples_by_track(self.folder / "out.mov").items():
+                    if path.name == "cbcs.mp4":
+                        # ffprobe gives up on the second fragment of it, for its encryption. Its
+                        # clock has run for ten seconds.
+                        self.assertEqual(len(samples), {1: 182, 2: 5}[number])
+                        samples = [p._replace(pts=p.pts + 240000, dts=p.dts + 240000)
+                                   for p in samples[: len(before[number])]]
                     # In fragments ffprobe does not always say how long a packet lasts.
                     found, expected = ([p._replace(duration=None) for p in packets]
                                        for packets in (samples, before[number]))

@@ -7,6 +7,7 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
@@ -28,6 +29,15 @@ struct Kind {
     io("parameter", kind.parameter);
     return kind;
   }
+  // The same behind a version.
+  Bytes Encoded() const {
+    if ((versionAndFlags & 1) == 0) return {0, 0, 0, 0};
+    return toolbox::Encoded([this](auto& io) {
+      io("flags", std::uint32_t{1});
+      io("type", type);
+      io("parameter", parameter);
+    });
+  }
   bool Is(const Kind& other) const {
     return type == other.type && parameter == other.parameter &&
            (versionAndFlags & 1) == (other.versionAndFlags & 1);
@@ -39,6 +49,19 @@ struct Sizes {
   std::uint32_t count = 0;  // samples
   ByteSpan each;  // where there is no constant one
 
+  // What stands behind the kind.
+  static std::optional<Sizes> Read(FieldReader& io) {
+    Sizes sizes;
+    io("size", sizes.constant);
+    io("count", sizes.count);
+    sizes.each = io.Remaining();
+    if (sizes.constant == 0 && sizes.count > sizes.each.size()) return std::nullopt;
+    return sizes;
+  }
+  std::uint8_t Of(std::uint64_t sample) const {
+    if (sample >= count) return 0;
+    return constant != 0 ? constant : each[sample];
+  }
   // Of the samples [from, to) together.
   std::uint64_t Sum(std::uint64_t from, std::uint64_t to) const {
     from = std::min<std::uint64_t>(from, count);
@@ -54,13 +77,7 @@ std::optional<Sizes> FindSizes(const Siblings& tables, const Kind& kind) {
   for (const Sibling& table : tables) {
     if (table.type != kSizes || table.bytes.size() < kHead) continue;
     FieldReader io(ByteSpan(table.bytes).subspan(kHead));
-    if (!Kind::Read(io).Is(kind)) continue;
-    Sizes sizes;
-    io("size", sizes.constant);
-    io("count", sizes.count);
-    sizes.each = io.Remaining();
-    if (sizes.constant == 0 && sizes.count > sizes.each.size()) return std::nullopt;
-    return sizes;
+    if (Kind::Read(io).Is(kind)) return Sizes::Read(io);
   }
   return std::nullopt;
 }
@@ -70,8 +87,9 @@ struct Offsets {
   std::vector<std::uint64_t> each;
 };
 
-Offsets ReadOffsets(ByteSpan table) {
-  FieldReader io(table.subspan(kHead));
+// `content` is the atom without size and type.
+Offsets ReadOffsets(ByteSpan content) {
+  FieldReader io(content);
   Offsets offsets{Kind::Read(io), {}};
   const bool isWide = offsets.kind.versionAndFlags >> 24 != 0;
   std::uint32_t count = 0;
@@ -110,7 +128,7 @@ Bytes WriteOffsets(const Offsets& offsets) {
 // Nothing where the tables contradict one another.
 std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const SampleRows& rows,
                                                ByteSpan table) try {
-  const Offsets offsets = ReadOffsets(table);
+  const Offsets offsets = ReadOffsets(table.subspan(kHead));
   const auto sizes = FindSizes(rows.otherTables, offsets.kind);
   if (!sizes || offsets.each.empty()) return std::nullopt;
   std::vector<CopyRange> ranges;
@@ -146,6 +164,62 @@ std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media) {
   return found;
 }
 
+std::vector<FragmentAuxiliary::Part> FragmentAuxiliary::Read(ByteSpan sizes, ByteSpan offsets,
+                                                             std::uint64_t base,
+                                                             std::span<const std::uint32_t> runs) {
+  FieldReader io(sizes);
+  const Kind kind = Kind::Read(io);
+  const auto stated = Sizes::Read(io);
+  const Offsets places = ReadOffsets(offsets);
+  const bool isOneEach = places.each.size() == runs.size();
+  if (!stated || !kind.Is(places.kind) || (!isOneEach && places.each.size() != 1)) {
+    throw Refused{featureUnsupported};
+  }
+  std::vector<Part> parts;
+  std::uint64_t sample = 0, next = places.each.front();
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    if (isOneEach) next = places.each[i];
+    Part& part = parts.emplace_back(Part{kind.Encoded(), base + next, Bytes(runs[i])});
+    for (std::uint8_t& size : part.sizes) size = stated->Of(sample++);
+    next += stated->Sum(sample - runs[i], sample);
+  }
+  return parts;
+}
+
+void FragmentAuxiliary::Add(const Part& part, std::uint32_t samples) {
+  if (!part.kind.empty()) {
+    if (!kind_.empty() && kind_ != part.kind) throw Refused{featureUnsupported};
+    kind_ = part.kind;
+    sizes_.resize(samples_);
+    offsets_.resize(chunks_);
+    sizes_.insert(sizes_.end(), part.sizes.begin(), part.sizes.end());
+    offsets_.push_back(part.at);
+  }
+  samples_ += samples;
+  ++chunks_;
+}
+
+void FragmentAuxiliary::PutTables(Siblings& tables) const {
+  if (kind_.empty()) return;
+  Bytes sizes = sizes_;
+  sizes.resize(samples_);
+  std::vector<std::uint64_t> offsets = offsets_;
+  offsets.resize(chunks_);
+  const bool isConstant = sizes.front() != 0 && std::ranges::all_of(sizes, [&](std::uint8_t size) {
+                            return size == sizes.front();
+                          });
+  tables.push_back({kSizes, Encoded([&](auto& io) {
+                      io.Atom(kSizes, [&] {
+                        io.Append(kind_);
+                        io("size", isConstant ? sizes.front() : std::uint8_t{0});
+                        io("count", samples_);
+                        if (!isConstant) io.Append(sizes);
+                      });
+                    })});
+  FieldReader kind(kind_);
+  tables.push_back({kOffsets, WriteOffsets({Kind::Read(kind), std::move(offsets)})});
+}
+
 std::int64_t ShiftAt(std::span<const OffsetShift> shifts, std::uint64_t offset) {
   const auto after = std::ranges::upper_bound(shifts, offset, {}, &OffsetShift::from);
   return after == shifts.begin() ? 0 : std::prev(after)->by;
@@ -164,13 +238,13 @@ Siblings OtherTables(const SampleRows& rows, const FilePlan& plan, std::size_t t
     } else if (places) {
       const auto place = std::ranges::find(*places, i, &AuxiliaryPlace::table);
       if (place == places->end()) continue;
-      Offsets offsets = ReadOffsets(table.bytes);
+      Offsets offsets = ReadOffsets(ByteSpan(table.bytes).subspan(kHead));
       offsets.each = {dataStart + place->destination};
       tables.push_back({kOffsets, WriteOffsets(offsets)});
     } else {
       // The data lie in the file that the samples lie in, and that is where they stay.
       const bool isOwn = std::holds_alternative<ThisFile>(media.dataReferences.front());
-      Offsets offsets = ReadOffsets(table.bytes);
+      Offsets offsets = ReadOffsets(ByteSpan(table.bytes).subspan(kHead));
       for (std::uint64_t& offset : offsets.each) {
         if (isOwn) offset += static_cast<std::uint64_t>(ShiftAt(plan.shifts, offset));
       }

@@ -24,7 +24,8 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
   if (part.to - part.from > UINT32_MAX) return false;
   bool isInOrder = true;
   // Kept apart from the extents, so that the loop over millions of pieces works on registers.
-  std::uint64_t filled = 0, end = 0, samples = 0, pieces = 0;
+  std::uint64_t filled = 0, end = 0, pieces = 0;
+  std::uint32_t samples = 0;
   const auto close = [&] {
     if (pieces == 0) return;
     Extent& open = extents_.back();
@@ -106,13 +107,15 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
 }
 
 bool KeptPlaces::IsInterleaved() const {
-  // What is shown at one time lies in front of all that is shown two seconds later.
-  constexpr std::int64_t kSeconds = 2, kMostLooks = 20'000;
+  // What is shown at one time lies in front of all that is shown two seconds later. In a long movie
+  // that is asked here and there.
+  constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
+  const MovieTime apart{kSeconds * plan_.movie->scale};
   const MovieTime length = plan_.movie->Duration();
-  const std::int64_t step =
-      std::max<std::int64_t>(kSeconds * plan_.movie->scale, length.units / kMostLooks);
+  const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
   std::uint64_t farthest = 0;
-  for (MovieTime time; time < length; time.units += step) {
+  // Whether nothing that is shown at that time lies in front of what was looked at before.
+  const auto isBehind = [&](MovieTime time) {
     std::uint64_t next = farthest;
     for (const TrackPlan& track : plan_.tracks) {
       if (!track.source->media) continue;
@@ -124,6 +127,11 @@ bool KeptPlaces::IsInterleaved() const {
       next = std::max(next, *place);
     }
     farthest = next;
+    return true;
+  };
+  for (MovieTime time; time < length; time = time + step) {
+    if (!isBehind(time)) return false;
+    if (step != apart && !isBehind(time + apart)) return false;
   }
   return true;
 }

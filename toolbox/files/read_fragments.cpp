@@ -10,6 +10,8 @@
 #include "toolbox/atoms/fragment_atoms.h"
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/files/auxiliary_data.h"
+#include "toolbox/files/read_groups.h"
 #include "toolbox/files/top_level.h"
 #include "toolbox/refused.h"
 
@@ -37,6 +39,8 @@ struct RunOfSamples {
   std::uint64_t at = 0, size = 0;  // bytes
   SampleFacts defaults;
   TrackRun run;
+  std::vector<FragmentGroups> groups;  // of all of the fragment; only where this is its first run
+  FragmentAuxiliary::Part auxiliary;
 
   // Calls visit(samples, facts) for all of them, in their order.
   template <class Visit>
@@ -82,6 +86,8 @@ class TrackFiller {
     if (!isBegun_) Begin();
     if (run.run.count > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
     if (run.time) MoveTo(*run.time);
+    for (const FragmentGroups& groups : run.groups) AddFragmentGroups(groups, rows_);
+    auxiliary_.Add(run.auxiliary, run.run.count);
     rows_.count += run.run.count;
     rows_.chunkOffsets.push_back(run.at);
     rows_.AddChunks(static_cast<std::uint32_t>(rows_.chunkOffsets.size() - 1), 1, run.run.count,
@@ -101,6 +107,7 @@ class TrackFiller {
 
   // Once all are there.
   void Finish() {
+    auxiliary_.PutTables(rows_.otherTables);
     if (!isInformative_) return;
     rows_.dependencies.resize(rows_.count);
     for (std::size_t i = 0; i < dependencies_.size(); ++i) {
@@ -120,6 +127,7 @@ class TrackFiller {
   void Begin() {
     isBegun_ = true;
     filled_ = rows_.count;
+    auxiliary_ = FragmentAuxiliary(rows_.count, rows_.chunkOffsets.size());
     if (rows_.located != rows_.count) throw Malformed("samples before the fragments lie nowhere");
     if (rows_.count == 0) {
       rows_.sync.reset();
@@ -129,9 +137,7 @@ class TrackFiller {
     }
     // Tables that nobody reads know only the samples that were there.
     std::erase_if(rows_.otherTables, [](const Sibling& table) { return !table.bytes.empty(); });
-    for (SampleGroup& group : rows_.groups) {
-      if (!group.runs.empty()) group.runs.push_back({rows_.count, 0});
-    }
+    EndSampleGroups(rows_);
   }
 
   // The next sample is decoded at `time`. The sample before lasts until then, so that all stay in
@@ -197,6 +203,7 @@ class TrackFiller {
   std::int64_t start_ = 0;  // what the decode time 0 of the rows is to the writer by now
   std::vector<DependencyRun> dependencies_;
   bool isInformative_ = false;
+  FragmentAuxiliary auxiliary_;
 };
 
 class FragmentReader {
@@ -232,7 +239,10 @@ class FragmentReader {
     // A base that is not stated is the fragment for its first track, for the others where the data
     // of the one before ends.
     std::optional<std::uint64_t> dataEnd;
-    for (const ByteSpan content : Children(walk_.Content(fragment)).Each(FourCC{"traf"})) {
+    Children parts(walk_.Content(fragment));
+    // Keys that change on the way have no place in a movie without fragments.
+    if (parts.Maybe(FourCC{"pssh"})) throw Refused{featureUnsupported};
+    for (const ByteSpan content : parts.Each(FourCC{"traf"})) {
       InAtom(FourCC{"traf"}, [&] { ReadTrack(content, fragment.at, dataEnd); });
     }
   }
@@ -257,6 +267,7 @@ class FragmentReader {
                                : isOwn                     ? fragmentAt
                                                            : *dataEnd;
     std::uint64_t next = base;
+    const std::size_t before = runs_.size();
     for (const ByteSpan stated : parts.Each(TrackRun::kType)) {
       run.run = Decode<TrackRun>(stated);
       // Wraps around for an offset below 0.
@@ -266,7 +277,6 @@ class FragmentReader {
       Measure(run);
       next = run.at + run.size;
       if (track == byId_.end() || run.run.count == 0) continue;
-      RefuseEncrypted(parts);
       run.track = track->second;
       const std::uint32_t number =
           header.Has(kDescription) ? header.description : defaults.description;
@@ -277,6 +287,8 @@ class FragmentReader {
       runs_.push_back(run);
       run.time.reset();
     }
+    if (isWhole_ && runs_.size() != before)
+      ReadExtras(parts, base, std::span(runs_).subspan(before));
     dataEnd = next;
   }
 
@@ -301,18 +313,33 @@ class FragmentReader {
     if (isWhole_) claimed_ += claimed;
   }
 
-  // How its samples are encrypted stands beside them, and would have to be taken along.
-  static void RefuseEncrypted(Children& track) {
-    for (const FourCC type : {FourCC{"senc"}, FourCC{"saiz"}, FourCC{"saio"}}) {
-      if (track.Maybe(type)) throw Refused{featureUnsupported};
+  // Gives the runs, those of one fragment of a track, what it says of all of them together.
+  static void ReadExtras(Children& parts, std::uint64_t base, std::span<RunOfSamples> runs) {
+    const std::uint32_t samples = std::accumulate(
+        runs.begin(), runs.end(), std::uint32_t{0}, [](std::uint32_t sum, const RunOfSamples& run) {
+          return sum > UINT32_MAX - run.run.count ? UINT32_MAX : sum + run.run.count;
+        });
+    runs.front().groups = ReadFragmentGroups(parts, samples);
+    const auto sizes = parts.Maybe(FourCC{"saiz"}), offsets = parts.Maybe(FourCC{"saio"});
+    // Only these say where things lie.
+    if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(parts))) {
+      throw Refused{featureUnsupported};
     }
+    if (!sizes) return;
+    std::vector<std::uint32_t> counts;
+    for (const RunOfSamples& run : runs) counts.push_back(run.run.count);
+    auto auxiliary = FragmentAuxiliary::Read(*sizes, *offsets, base, counts);
+    for (std::size_t i = 0; i < runs.size(); ++i) runs[i].auxiliary = std::move(auxiliary[i]);
+  }
+
+  // Whether it says, in a way that nobody here follows, how its samples are encrypted.
+  static bool IsEncrypted(Children& track) {
+    if (track.Maybe(FourCC{"senc"})) return true;
     static constexpr std::uint8_t kEncryption[] = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
                                                    0xA2, 0x44, 0x6C, 0x42, 0x7C, 0x64, 0x8D, 0xF4};
-    for (const ByteSpan content : track.Each(FourCC{"uuid"})) {
-      if (content.size() >= 16 && std::ranges::equal(content.first(16), kEncryption)) {
-        throw Refused{featureUnsupported};
-      }
-    }
+    return std::ranges::any_of(track.Each(FourCC{"uuid"}), [](ByteSpan content) {
+      return content.size() >= 16 && std::ranges::equal(content.first(16), kEncryption);
+    });
   }
 
   const ByteSource& source_;

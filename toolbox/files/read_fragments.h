@@ -27,7 +27,8 @@ struct FragmentedTrack {
 //   header | moof mdat | moof mdat | moof md          cut short: the third fragment is left out
 //   0      first's time  gap: the sample before it becomes longer
 //
-// Throws Malformed, or Refused: featureUnsupported (samples are encrypted one by one).
+// Throws Malformed, or Refused: featureUnsupported (samples are encrypted, and it is not said where
+// what decrypts them lies, or keys change on the way).
 void ReadFragments(const ByteSource& source, ByteSpan extends, std::span<FragmentedTrack> tracks);
 
 }  // namespace toolbox

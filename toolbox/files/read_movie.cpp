@@ -9,6 +9,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
+#include "toolbox/files/file_atoms.h"
 #include "toolbox/files/file_reference.h"
 #include "toolbox/files/read_adts.h"
 #include "toolbox/files/read_edits.h"
@@ -300,8 +301,8 @@ HeldBytes ReadMovieHeader(const ByteSource& source) {
   const auto found = FindTopLevel(source, FourCC{"moov"});
   if (!found) return {};
   if (found->atom.size == found->atom.headerSize) throw Malformed("the movie header is empty");
-  const HeldBytes held = source.Load(found->at + found->atom.headerSize,
-                                     found->atom.size - found->atom.headerSize);
+  const HeldBytes held =
+      source.Load(found->at + found->atom.headerSize, found->atom.size - found->atom.headerSize);
   const ByteSpan content = held.Span();
   const auto first = ReadFrame(content, content.size());
   if (!first || first->type != FourCC{"cmov"}) return held;
@@ -324,9 +325,7 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   auto movie = InAtom(FourCC{"moov"}, [&] {
     return ReadMovie(header.Span(), source, real, references == References::kResolve);
   });
-  for (const TopLevelAtom& other : OtherTopLevelAtoms(source)) {
-    movie->fileAtoms.push_back({other.atom.type, other.at, other.atom.size});
-  }
+  movie->fileAtoms = FindFileAtoms(source);
   return movie;
 } catch (const Refused& refused) {
   // The movie file itself is what the caller's reference did not lead to.

@@ -5,6 +5,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/files/read_groups.h"
 
 namespace toolbox {
 namespace {
@@ -168,36 +169,6 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint
   return samples;
 }
 
-void ReadGroups(Children& table, SampleRows& rows) {
-  for (const ByteSpan content : table.Each(FourCC{"sgpd"})) {
-    SampleGroup& group = rows.groups.emplace_back();
-    group.descriptions =
-        Encoded([&](auto& io) { io.Atom(FourCC{"sgpd"}, [&] { io.Append(content); }); });
-    FieldReader reader(content);
-    std::uint32_t version = 0;
-    reader("version", version);
-    reader("grouping", group.grouping);
-  }
-  for (const ByteSpan content : table.Each(SampleToGroup::kType)) {
-    const auto stated = Decode<SampleToGroup>(content);
-    auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
-      return candidate.grouping == stated.grouping && candidate.runs.empty();
-    });
-    if (group == rows.groups.end()) group = rows.groups.insert(group, SampleGroup{});
-    group->grouping = stated.grouping;
-    group->versionAndFlags = stated.versionAndFlags;
-    group->parameter = stated.parameter;
-    std::uint32_t sample = 0;
-    stated.rows.ForEach([&](const SampleToGroup::Row& row) {
-      if (row.count != 0 && sample < rows.count) group->runs.push_back({sample, row.group});
-      sample += std::min(row.count, rows.count - sample);
-    });
-    const auto descriptions = ReadGroupDescriptions(group->descriptions);
-    const std::uint32_t standard = descriptions ? descriptions->standard : 0;
-    if (sample < rows.count) group->runs.push_back({sample, standard});
-  }
-}
-
 // The tables with a value for each sample.
 void ReadValues(Children& table, SampleRows& rows) {
   const auto atMost = [&rows](std::size_t count) {
@@ -235,7 +206,7 @@ std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media) {
   rows->partialSync =
       ReadNumbers<PartialSyncSamples>(table, rows->count).value_or(std::vector<std::uint32_t>{});
   ReadValues(table, *rows);
-  ReadGroups(table, *rows);
+  ReadSampleGroups(table, *rows);
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {
       rows->packings.push_back(ReadPacking(description));

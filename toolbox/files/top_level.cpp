@@ -39,18 +39,6 @@ bool BelongsToFragments(FourCC type) {
   return std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 
-std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source) {
-  // 'meta' locates items by their place in the file.
-  static constexpr FourCC kOwn[] = {FourCC{"ftyp"}, FourCC{"moov"}, FourCC{"mdat"}, FourCC{"free"},
-                                    FourCC{"skip"}, FourCC{"wide"}, FourCC{"pnot"}, FourCC{"meta"}};
-  std::vector<TopLevelAtom> atoms = TopLevelAtoms(source).atoms;
-  std::erase_if(atoms, [](const TopLevelAtom& atom) {
-    const FourCC type = atom.atom.type;
-    return BelongsToFragments(type) || std::ranges::find(kOwn, type) != std::end(kOwn);
-  });
-  return atoms;
-}
-
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type) {
   TopLevelWalk walk(source);
   while (const auto atom = walk.Next()) {

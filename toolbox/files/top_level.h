@@ -51,10 +51,6 @@ class TopLevelWalk {
 // movie with sample tables has use for.
 bool BelongsToFragments(FourCC type);
 
-// The atoms of the file that are neither its movie and media, nor room or an index that only hold
-// for the file as it is.
-std::vector<TopLevelAtom> OtherTopLevelAtoms(const ByteSource& source);
-
 // The first whole atom of that type. A cut one of that type is Malformed.
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);
 

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "toolbox/files/auxiliary_data.h"
+#include "toolbox/files/file_atoms.h"
 #include "toolbox/files/output_file.h"
 #include "toolbox/files/plan.h"
 #include "toolbox/files/sample_data.h"
@@ -77,15 +78,21 @@ class Updater {
   }
 
  private:
-  // Refuses to free an old movie that still holds what encrypted samples are decrypted by.
+  // Refuses to free an old movie, or its fragments, that still hold what encrypted samples are
+  // decrypted by.
   void CheckOldMovieMayGo() const {
+    const auto isToGo = [this](const TopLevelAtom& atom) {
+      return atom.at == old_.at || BelongsToFragments(atom.atom.type);
+    };
     for (const auto& track : movie_.tracks) {
       if (!track->media) continue;
       for (const AuxiliaryData& data : FindAuxiliaryData(*track->media)) {
         for (const CopyRange& range : data.ranges) {
-          const bool isInMovie =
-              range.at < old_.at + old_.atom.size && range.at + range.length > old_.at;
-          if (isInMovie && std::holds_alternative<ThisFile>(*range.from)) {
+          const bool isLost = std::ranges::any_of(layout_.atoms, [&](const TopLevelAtom& atom) {
+            return isToGo(atom) && range.at < atom.at + atom.atom.size &&
+                   range.at + range.length > atom.at;
+          });
+          if (isLost && std::holds_alternative<ThisFile>(*range.from)) {
             throw Refused{featureUnsupported};
           }
         }
@@ -148,14 +155,18 @@ class Updater {
       const AtomFrame& atom = candidate.atom;
       const bool isFree = atom.type == kFree || atom.type == FourCC{"skip"};
       return isFree && atom.headerSize == 8 &&
-             (atom.size == movie.size() || atom.size >= movie.size() + 8);
+             (atom.size == movie.size() || atom.size >= movie.size() + 8) &&
+             IsMereRoom(source_, candidate);
     });
     if (room == layout_.atoms.end()) return false;
     room_ = room->at;
     // All but the head first: until that is written, the room is still free.
     WriteAt(file_, room->at + 8, ByteSpan(movie).subspan(8));
     if (room->atom.size > movie.size()) {
-      WriteAt(file_, room->at + movie.size(), Head(kFree, room->atom.size - movie.size()));
+      // Zeros, so that nobody takes the rest of an older header for something to be kept.
+      Bytes rest(room->atom.size - movie.size());
+      std::ranges::copy(Head(kFree, rest.size()), rest.begin());
+      WriteAt(file_, room->at + movie.size(), rest);
     }
     Sync(file_);
     WriteAt(file_, room->at, ByteSpan(movie).first(8));
@@ -233,6 +244,7 @@ class Updater {
 
   // A new file: the first atom if it names the kind of file, the new movie, and all the rest.
   void Rewrite(FilePlan& plan, bool isFragmented) {
+    if (LocatesItems(source_)) throw Refused{featureUnsupported};
     // The lock would stand in our own way; the new file is another one.
     flock(file_.Number(), LOCK_UN);
     OutputFile output(path_);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/files/file_atoms.h"
 #include "toolbox/files/sample_data.h"
 #include "toolbox/files/write_movie.h"
 #include "toolbox/refused.h"
@@ -111,14 +112,6 @@ void CopyMediaData(const FilePlan& plan, OutputFile& output) {
 
 namespace {
 
-// What else belongs to the movie goes behind everything else.
-void CopyFileAtoms(const FilePlan& plan, OutputFile& output) {
-  if (plan.movie->fileAtoms.empty()) return;
-  const FileSource source(plan.ownFile.value().path);
-  for (const FileAtom& atom : plan.movie->fileAtoms) output.Copy(source, atom.at, atom.size);
-  output.Flush();  // while the source is open
-}
-
 // The movie header of a file: its size is known before anything is written. Compressed it is held
 // in memory, for only then is that so.
 class Header {
@@ -185,7 +178,8 @@ void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
                         const boost::filesystem::path& file, OutputFile& output) {
   const Bytes type = FileTypeOf(plan);
   const std::uint64_t head = HeadOf(plan).size();
-  Header movie(plan, file, layout.compress);
+  // From within a compressed header other readers do not find what lies beside the samples.
+  Header movie(plan, file, layout.compress && plan.auxiliary.empty());
   if (plan.dataSize == 0) {
     movie.Settle(0);
     output.Append(type);
@@ -209,7 +203,8 @@ void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                OutputFile& output) {
   WriteMovieAndMedia(plan, layout, file, output);
-  CopyFileAtoms(plan, output);
+  // What else belongs to the movie goes behind everything else.
+  CopyFileAtoms(*plan.movie, output);
   output.Flush();
 }
 

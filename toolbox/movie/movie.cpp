@@ -33,6 +33,10 @@ bool MovieRecord::IsIso() const {
   return std::ranges::any_of(tracks, isIso);
 }
 
+void MovieRecord::DropTrailer() {
+  std::erase_if(fileAtoms, [](const FileAtom& atom) { return atom.type == FileAtom::kTrailer; });
+}
+
 TrackRecord& MovieRecord::AddTrack() {
   TrackRecord& track = *tracks.emplace_back(std::make_unique<TrackRecord>());
   track.movie = this;

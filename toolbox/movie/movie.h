@@ -19,8 +19,11 @@ namespace toolbox {
 // The time as files count it: seconds since 1904-01-01 UTC.
 std::uint64_t Now();
 
-// An atom that stands beside the movie in its file: it is looked at only when it is copied.
+// An atom that stands beside the movie in its file, or what follows the last atom there: it is
+// looked at only when it is copied.
 struct FileAtom {
+  static constexpr FourCC kTrailer{};  // no atom
+
   FourCC type;
   std::uint64_t at = 0, size = 0;  // bytes
 };
@@ -65,6 +68,9 @@ struct MovieRecord : MovieProperties {
   void RemoveTrack(const TrackRecord& track);
   // The same movie once more; sample rows are shared.
   std::unique_ptr<MovieRecord> Clone() const;
+  // For a movie that is about to hold more than its own file did: what follows the last atom of
+  // that file speaks of all of it, and is dropped.
+  void DropTrailer();
   // Takes over the preferred rate and volume, the clipping region, the matrix and the user data.
   void TakeSettings(const MovieRecord& other);
   // Re-expresses all times in `newScale`, > 0: boundaries are rounded, so nothing drifts.

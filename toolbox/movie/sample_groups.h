@@ -22,6 +22,15 @@ struct GroupDescriptions {
 // Nothing where the entries cannot be told apart: version 0 states no lengths.
 std::optional<GroupDescriptions> ReadGroupDescriptions(ByteSpan atom);
 
+// Adds to the atom 'sgpd' in `atom`, empty where there is none yet, the entries of another of the
+// same grouping that it lacks. Returns their numbers there, by the other's numbers from 1 on;
+// nothing, and nothing is added, where entries cannot be told apart.
+std::optional<std::vector<std::uint32_t>> AddGroupDescriptions(FourCC grouping, Bytes& atom,
+                                                               ByteSpan other);
+
+// Adds a run to those of `runs` that end where it starts.
+void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_t group);
+
 // A grouping of samples from several files, as one file states it.
 struct JoinedGroup {
   FourCC grouping;

@@ -4,8 +4,10 @@
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/files/auxiliary_data.h"
 #include "toolbox/files/read_movie.h"
 #include "toolbox/files/update_file.h"
+#include "toolbox/movie/sample_groups.h"
 
 namespace toolbox {
 namespace {
@@ -65,7 +67,7 @@ constexpr std::uint32_t kNoSync = 0x10000;
 
 class ReadFragments : public InFolder {
  protected:
-  // A movie of tracks 1 and 2 of scale 600 whose header is 1000 bytes long with its padding.
+  // A movie of tracks 1 and 2 of scale 600 whose header is 2000 bytes long with its padding.
   std::unique_ptr<MovieRecord> Read(const Bytes& fragments, const TrackInFile& first = {},
                                     const TrackInFile& second = {.id = 2}) {
     const auto track = [](TrackInFile given) {
@@ -235,8 +237,70 @@ TEST_F(ReadFragments, BelieveNothing) {
       << "the same bytes, again and again";
   const Bytes piff = Join(BigEndian(0xA2394F525A9B4F14, 8), BigEndian(0xA2446C427C648DF4, 8));
   for (const Bytes& encryption :
-       {Atom("senc", U32(0), U32(0)), Atom("saiz", Zeros(9)), Atom("uuid", piff, Zeros(8))}) {
+       {Atom("senc", U32(0), U32(0)), Atom("saiz", Zeros(9)), Atom("uuid", piff, Zeros(8)),
+        Join(Atom("saiz", U32(0), U8(0), U32(9), Zeros(8)), Atom("saio", U32(0), U32(1), U32(9))),
+        Join(Atom("saiz", U32(0), U8(1), U32(9)), Atom("saio", U32(0), U32(2), Zeros(8)))}) {
     EXPECT_EQ(CodeOf([&] { read(plain, encryption, RunOf(1)); }), featureUnsupported);
+  }
+}
+
+TEST_F(ReadFragments, LeadToWhatLiesBesideTheSamples) {
+  // Two samples without anything, then five: sizes 1 to 5, in two runs that follow one another.
+  const Bytes beside = Join(Atom("saiz", U32(0), U8(0), U32(5), Bytes{1, 2, 3, 4, 5}),
+                            Atom("saio", U32(0), U32(1), U32(300)));
+  const Bytes bare = Plain(Header(1, 0x20000), RunOf(2));
+  const auto movie = Read(Join(bare, Plain(Header(1, 0x20000), beside, RunOf(2), RunOf(3))));
+  const auto found = FindAuxiliaryData(*movie->tracks[0]->media);
+  ASSERT_EQ(found.size(), 1U);
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+  for (const CopyRange& range : found[0].ranges) ranges.emplace_back(range.at, range.length);
+  const std::uint64_t base = 2000 + bare.size();
+  EXPECT_EQ(ranges, (std::vector<std::pair<std::uint64_t, std::uint64_t>>{
+                        {0, 0}, {base + 300, 3}, {base + 303, 12}}));
+}
+
+std::vector<std::uint32_t> GroupNumbers(const SampleRows& rows, FourCC grouping) {
+  std::vector<std::uint32_t> numbers(rows.count, 99);
+  for (const SampleGroup& group : rows.groups) {
+    if (group.grouping != grouping) continue;
+    for (const GroupRun& run : group.runs) {
+      std::fill(numbers.begin() + std::min(run.sample, rows.count), numbers.end(), run.group);
+    }
+  }
+  return numbers;
+}
+
+TEST_F(ReadFragments, PutSamplesIntoGroupsOfTheMovieAndOfTheirOwn) {
+  const auto described = [](std::uint32_t version, const Bytes& more, std::uint16_t roll) {
+    return Atom("sgpd", U32(version << 24), Text("roll"), U32(2), more, U32(1), U16(roll));
+  };
+  const auto mapped = [](const auto&... rows) {
+    return Atom("sbgp", U32(0), Text("roll"), U32(sizeof...(rows)), rows...);
+  };
+  const auto row = [](std::uint32_t count, std::uint32_t number) {
+    return Join(U32(count), U32(number));
+  };
+  const Bytes own = Join(described(1, {}, 0xFFFE), mapped(row(1, 0x10001), row(1, 1)));
+  const Bytes again = Join(described(1, {}, 0xFFFF), mapped(row(9, 0x10001)));
+  const Bytes packed = Atom("csgp", U32(0x15), Text("roll"), U32(1), U8(2), U8(3), U8(0), U8(1));
+  const auto fragment = [](const Bytes& groups) {
+    return Plain(Header(1, 0x20000), groups, RunOf(1), RunOf(2));
+  };
+  for (const bool hasStandard : {false, true}) {
+    const Bytes table =
+        Join(kDescriptions, described(hasStandard ? 2 : 1, hasStandard ? U32(1) : Bytes(), 0xFFFF));
+    const auto movie =
+        Read(Join(fragment({}), fragment(own), fragment(again), fragment(packed), fragment({})),
+             {.table = table});
+    const SampleRows& rows = *movie->tracks[0]->media->samples.WholeRows();
+    const std::uint32_t none = hasStandard ? 1 : 0;
+    EXPECT_EQ(GroupNumbers(rows, FourCC{"roll"}),
+              (std::vector<std::uint32_t>{none, none, none, 2, 1, none, 1, 1, 1, 0, 1, 0, none,
+                                          none, none}));
+    const auto all = ReadGroupDescriptions(rows.groups.at(0).descriptions);
+    ASSERT_TRUE(all);
+    EXPECT_EQ(all->entries.size(), 2U);
+    EXPECT_EQ(all->standard, none);
   }
 }
 
