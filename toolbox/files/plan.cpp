@@ -321,10 +321,16 @@ bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
   });
 }
 
-// They speak of tracks in a way that only the file they came in bears out.
-void DropObjectDescriptors(MovieRecord& movie) {
-  std::erase_if(movie.siblings,
+// Descriptors and scenes of MPEG-4 systems (ISO/IEC 14496-1) speak of tracks in a way that only the
+// file they came in bears out, and readers of QuickTime movies stumble over them.
+void DropSystems(FilePlan& plan, Planner& planner) {
+  static constexpr FourCC kSystems[] = {"odsm", "sdsm", "ocsm", "ipsm", "mjsm", "m7sm"};
+  std::erase_if(plan.movie->siblings,
                 [](const Sibling& sibling) { return sibling.type == FourCC{"iods"}; });
+  for (std::size_t i = plan.tracks.size(); i-- > 0;) {
+    const auto& media = plan.tracks[i].source->media;
+    if (media && std::ranges::find(kSystems, media->Type()) != std::end(kSystems)) planner.Drop(i);
+  }
 }
 
 }  // namespace
@@ -332,7 +338,7 @@ void DropObjectDescriptors(MovieRecord& movie) {
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
   Planner planner(movie, plan);
-  DropObjectDescriptors(*plan.movie);
+  DropSystems(plan, planner);
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *plan.tracks[i].source;
     const bool isBroken = IsBrokenHint(track, options.onlyEnabled);
@@ -354,10 +360,30 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   return plan;
 }
 
+namespace {
+
+// Samples stay where they are, but those held in memory are copied.
+void PlanInPlace(FilePlan& plan, Planner& planner) {
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
+    const auto& media = plan.movie->tracks[i]->media;
+    const bool isInMemory =
+        media && std::ranges::any_of(media->dataReferences, [](const DataReference& reference) {
+          return std::holds_alternative<InMemory>(reference);
+        });
+    if (!isInMemory) continue;
+    planner.Prepare(i);
+    planner.Cut(i);
+  }
+  planner.Arrange(true);
+}
+
+}  // namespace
+
 FilePlan PlanReference(const MovieRecord& movie) {
-  FilePlan plan = PlanUpdate(movie);
-  plan.kind = FileKind::kQuickTime;
-  DropObjectDescriptors(*plan.movie);
+  FilePlan plan;
+  Planner planner(movie, plan);
+  DropSystems(plan, planner);
+  PlanInPlace(plan, planner);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     auto& media = plan.movie->tracks[i]->media;
     if (!media || !plan.tracks[i].chunks.empty()) continue;
@@ -374,17 +400,7 @@ FilePlan PlanUpdate(const MovieRecord& movie) {
   FilePlan plan;
   plan.kind = FileKind::kUnchanged;
   Planner planner(movie, plan);
-  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
-    const auto& media = plan.movie->tracks[i]->media;
-    const bool isInMemory =
-        media && std::ranges::any_of(media->dataReferences, [](const DataReference& reference) {
-          return std::holds_alternative<InMemory>(reference);
-        });
-    if (!isInMemory) continue;
-    planner.Prepare(i);
-    planner.Cut(i);
-  }
-  planner.Arrange(true);
+  PlanInPlace(plan, planner);
   return plan;
 }
 
