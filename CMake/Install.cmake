@@ -37,7 +37,7 @@ install(FILES ${man}/Reelwork.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONE
 
 # The toolbox: its public header and what that includes, the library, and how to find both.
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/reelwork)
-foreach(header toolbox.h bytes.h codes.h atoms/fourcc.h)
+foreach(header toolbox.h types.h bytes.h codes.h atoms/fourcc.h)
   cmake_path(GET header PARENT_PATH folder)
   install(FILES toolbox/${header} DESTINATION ${headers}/toolbox/${folder} COMPONENT development)
 endforeach()

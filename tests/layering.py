@@ -10,7 +10,7 @@ COMMANDS = r"(clipjoin|input|chapter|utils)/\w+\.h"
 
 # What the files of a folder may include of this project.
 ALLOWED = {
-    "toolbox": rf"{SMALL}|toolbox/atoms/fourcc\.h",
+    "toolbox": rf"{SMALL}|toolbox/(types|atoms/fourcc)\.h",
     "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
     "toolbox/text": rf"{SMALL}|toolbox/text/\w+\.h",
     "toolbox/movie": rf"{SMALL}|toolbox/(movie|text)/\w+\.h|toolbox/atoms/(fourcc|malformed|siblings)\.h",

@@ -1,139 +1,29 @@
-// The movie toolbox: every call, type and constant that the commands use, in the platform's
-// spelling.
+// The movie toolbox: every call that the commands use, in the platform's spelling.
 //
 // Each call leaves its result as the movies error (GetMoviesError); calls that return an OSErr
 // return the same. A call that takes a null reference answers with the code for it (invalidMovie,
-// invalidTrack, invalidMedia, nilHandleErr, paramErr), gives 0 or null and changes nothing; a
-// failing edit leaves the movie as it was. Any call may answer memFullErr. "File errors" are what
-// the system says of a file: fnfErr, ioErr, dskFulErr, tmfoErr, opWrErr, bdNamErr. All calls are
-// made from one thread.
+// invalidTrack, invalidMedia, nilHandleErr, invalidComponentID, fnOpnErr for a storage, else
+// paramErr), gives 0 or null and changes nothing; a failing edit leaves the movie as it was, and
+// what a failing call was to give is null or left alone. Any call may answer memFullErr. "File
+// errors" are what the system says of a file: fnfErr, ioErr, dskFulErr, tmfoErr, opWrErr, bdNamErr.
+// All calls are made from one thread.
 //
-// Movies, storages, handles and strings are the caller's to dispose of. Tracks, media and user data
-// belong to their movie and last as long as they are part of it. A handle given for a result is
-// resized to it. Other pointers may be null only where a call says so.
+// Movies, storages, exporters, sample tables, handles and strings are the caller's to dispose of.
+// Tracks, media and user data belong to their movie and last as long as they are part of it. A
+// handle given for a result is resized to it; what is passed to a call is copied, not kept. Other
+// pointers may be null only where a call says so. `allocator` and `hints` are ignored: pass null.
 //
 // Times are 64-bit counts of a time scale's units (units per second): those of movies and tracks in
 // the movie's, those of media in their own.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
-#include <string>
 
-#include "toolbox/atoms/fourcc.h"
-#include "toolbox/bytes.h"
-#include "toolbox/codes.h"
+#include "toolbox/types.h"
 
 namespace toolbox {
-
-struct MovieRecord;
-struct TrackRecord;
-struct MediaRecord;
-struct UserDataRecord;
-struct SampleTableRecord;
-struct StorageRecord;
-struct ExporterRecord;
-struct StringRecord;
-
-// A resizable block of bytes; whoever makes one disposes of it.
-struct HandleRecord {
-  Bytes bytes;
-  // Of a data reference to memory: the block that it stands for, once it has been used as one.
-  std::shared_ptr<Bytes> block;
-};
-
-// A folder or file found by FSFindFolder; empty until then.
-struct FSRef {
-  std::string path;
-};
-
-struct Rect {
-  std::int16_t top = 0, left = 0, bottom = 0, right = 0;
-};
-
-struct RGBColor {
-  std::uint16_t red = 0, green = 0, blue = 0;
-};
-
-// a b u / c d v / tx ty w, row by row: u, v and w are 2.30, the others Fixed. A point (x, y) goes
-// to (a x + c y + tx, b x + d y + ty); y grows downwards.
-using MatrixRecord = std::array<std::int32_t, 9>;
-
-using Movie = MovieRecord*;
-using Track = TrackRecord*;
-using Media = MediaRecord*;
-using MediaHandler = MediaRecord*;
-using UserData = UserDataRecord*;
-using DataHandler = StorageRecord*;
-using QTMutableSampleTableRef = SampleTableRecord*;
-using MovieExportComponent = ExporterRecord*;
-using CFStringRef = const StringRecord*;
-using Handle = HandleRecord*;
-using TimeValue = std::int64_t;
-using TimeScale = std::int32_t;
-using Fixed = std::int32_t;  // 16.16
-using CFStringEncoding = std::uint32_t;
-
-// New-movie flags.
-inline constexpr std::int16_t newMovieActive = 1;
-inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;
-inline constexpr std::int16_t newMovieDontAskUnresolvedDataRefs = 4;
-
-// Flatten flags.
-inline constexpr std::uint32_t flattenAddMovieToDataFork = 0x1;
-inline constexpr std::uint32_t flattenActiveTracksOnly = 0x2;
-inline constexpr std::uint32_t flattenDontInterleaveFlatten = 0x4;
-inline constexpr std::uint32_t flattenCompressMovieResource = 0x20;
-inline constexpr std::uint32_t flattenForceMovieResourceBeforeMovieData = 0x40;
-
-// Track look-up flags.
-inline constexpr std::int32_t movieTrackMediaType = 1;
-inline constexpr std::int32_t movieTrackCharacteristic = 2;
-inline constexpr std::int32_t movieTrackEnabledOnly = 4;
-
-inline constexpr Fixed fixedOne = 0x10000;
-
-// Interesting-time flags.
-inline constexpr std::int16_t nextTimeMediaSample = 0x0001;
-inline constexpr std::int16_t nextTimeEdgeOK = 0x4000;
-
-// Sample flags.
-inline constexpr std::int16_t mediaSampleNotSync = 1;
-
-// Text media.
-inline constexpr std::int16_t teJustCenter = 1;
-inline constexpr std::int32_t dfClipToTextBox = 4;
-// Attributes of a data reference.
-inline constexpr std::int32_t dataRefSelfReference = 1;
-inline constexpr std::int32_t dataRefWasNotResolved = 2;
-
-// Properties of a sample table.
-inline constexpr FourCC kQTPropertyClass_SampleTable{"qtst"};
-inline constexpr FourCC kQTSampleTablePropertyID_TotalDecodeDuration{"tded"};  // a TimeValue
-
-// Folders.
-inline constexpr std::int16_t kUserDomain = -32763;
-inline constexpr FourCC kDesktopFolderType{"desk"};
-
-// Storage.
-inline constexpr std::uint32_t createMovieFileDeleteCurFile = 0x80000000;
-inline constexpr std::uint32_t kDataHCanRead = 1;
-inline constexpr std::uint32_t kDataHCanWrite = 8;
-inline constexpr std::int16_t smSystemScript = -1;
-
-// Strings and paths.
-inline constexpr CFStringEncoding kCFStringEncodingMacRoman = 0;
-inline constexpr CFStringEncoding kCFStringEncodingUnicode = 0x100;  // UTF-16
-inline constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
-inline constexpr int kQTPOSIXPathStyle = 0;
-
-// What does not matter of a script, a language and a region.
-inline constexpr std::int16_t kTextScriptDontCare = -128;
-inline constexpr std::int16_t kTextLanguageDontCare = -128;
-inline constexpr std::int16_t kTextRegionDontCare = -128;
 
 // --- Start and errors (calls/movies.cpp)
 
@@ -219,13 +109,14 @@ Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, F
 
 // --- Track references (calls/track_references.cpp): to other tracks, by type, numbered from 1
 
+// How many references of the type the track has.
 std::int32_t GetTrackReferenceCount(Track track, FourCC type);
 // The track referred to; null without an error where there is none.
 Track GetTrackReference(Track track, FourCC type, std::int32_t number);
-// Appends one, be it there already or not; its number goes to `number`, which may be null.
-// trackNotInMovie (a target in another movie).
+// Appends a reference to `target`, be there one already or not; its number goes to `number`, which
+// may be null. trackNotInMovie (a target in another movie).
 [[nodiscard]] OSErr AddTrackReference(Track track, Track target, FourCC type, std::int32_t* number);
-// Later ones of the type move down. badTrackIndex.
+// Removes one; later ones of the type move down. badTrackIndex (there is none of that number).
 [[nodiscard]] OSErr DeleteTrackReference(Track track, FourCC type, std::int32_t number);
 
 // --- Media (calls/media.cpp); a media handler is the media itself
@@ -254,47 +145,55 @@ std::int32_t GetMediaSampleDescriptionCount(Media media);
 // data-reference number, then the format's own. invalidSampleDescIndex.
 void GetMediaSampleDescription(Media media, std::int32_t number, Handle description);
 
-// How many files and blocks of memory the samples may lie in; they are numbered from 1.
+// How many data references (files and blocks of memory) the samples may lie in; they are numbered
+// from 1.
 [[nodiscard]] OSErr GetMediaDataRefCount(Media media, std::int16_t* count);
 // One of them, the movie's own file too, as anybody can follow it; the caller disposes of it.
 // `type` and `attributes` may be null. badDataRefIndex, couldNotResolveDataRef (the movie has no
 // file).
 [[nodiscard]] OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC* type,
                                     std::int32_t* attributes);
-// Adds a data reference, which is copied, behind the last; `number` may be null. nilHandleErr,
-// invalidDataRef.
+// Adds a data reference behind the last, in any case; `number` may be null. nilHandleErr,
+// invalidDataRef (a damaged one; one that nobody here can follow is kept as it is).
 [[nodiscard]] OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type);
 
 // --- Sample tables (calls/sample_tables.cpp): samples on their way between media, with the data
 // references they are read by; numbered from 1. They need no media opened for editing
 
-// An empty table; the caller releases it. paramErr unless scale > 0.
+// An empty table for samples timed in `scale` units per second; the caller releases it. paramErr
+// unless scale > 0.
 [[nodiscard]] OSErr QTSampleTableCreateMutable(const void* allocator, TimeScale scale,
                                                const void* hints, QTMutableSampleTableRef* table);
+// Of sound in packets, all that the packets hold are counted.
 std::int64_t QTSampleTableGetNumberOfSamples(QTMutableSampleTableRef table);
-// Writes a property into `room` bytes; `used` may be null. paramErr (too little room),
-// featureUnsupported (another property).
+// Writes a property into the `room` bytes at `value`: the total decode duration, a TimeValue.
+// `used`, which may be null, gets its size. paramErr (too little room), featureUnsupported (another
+// property).
 [[nodiscard]] OSErr QTSampleTableGetProperty(QTMutableSampleTableRef table, FourCC propertyClass,
                                              FourCC property, std::size_t room, void* value,
                                              std::size_t* used);
-// Null is allowed.
+// Releases the table, not the samples. Null is allowed.
 void QTSampleTableRelease(QTMutableSampleTableRef table);
-// A new table of the samples from the one decoded at `start` (media units) to the end, or as many
-// as the limits that are above 0 allow, but one. What stood in `*table` is not released.
-// `actualStart` may be null. invalidTime (outside the media), invalidSampleTable,
-// featureUnsupported (encrypted samples), couldNotResolveDataRef.
+// A new table, the caller's to release, of the samples from the one decoded at `start` (media
+// units) to the end; where a limit is above 0, of no more than it allows, but of at least one. What
+// stood in `*table` is not released. `actualStart`, which may be null, is when the first of them is
+// decoded. invalidTime (outside the media), invalidSampleTable (samples that lie nowhere),
+// featureUnsupported (encrypted samples), couldNotResolveDataRef (samples in a file that the movie
+// does not have yet).
 [[nodiscard]] OSErr CopyMediaMutableSampleTable(Media media, TimeValue start,
                                                 TimeValue* actualStart, std::int64_t maxSamples,
                                                 TimeValue maxDuration,
                                                 QTMutableSampleTableRef* table);
-// Adds samples at the end of the media, by reference; the track does not show them yet. They are
-// shown from where the media ended on, however much later their own media showed them.
-// `decodeTime`, which may be null, is where the media ended. paramErr (another time scale),
-// invalidSampleNum, featureUnsupported (the samples there are encrypted), mediaTypesDontMatch (a
-// description that cannot name its file).
+// Adds `count` samples of the table, from number `first` on, at the end of the media, by reference;
+// the track does not show them yet. They are shown from where the media ended on, however much
+// later their own media showed them. `decodeTime`, which may be null, is where the media ended.
+// paramErr (another time scale, count < 0), invalidSampleNum (samples that the table does not
+// have), featureUnsupported (the samples there are encrypted), mediaTypesDontMatch (a description
+// that cannot name its file).
 [[nodiscard]] OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table,
                                           std::int64_t first, std::int64_t count,
                                           TimeValue* decodeTime);
+
 // --- Samples (calls/samples.cpp)
 
 // The next sample that begins to be shown after the movie time `from`, or at it with
@@ -306,28 +205,32 @@ void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from
 // What of the media is shown at a movie time, rounded down to a media unit; -1 where nothing is.
 TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
 // The sample on show at the media time `at`: its bytes into `out`, which is made to fit but not
-// longer than `maxGrow` (0: any length). All results may be null; `durationPerSample` is in media
-// units. Gives one sample, or one packet, whatever `maxSamples` is. invalidTime,
-// maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable, eofErr, file errors.
+// longer than `maxGrow` (0: any length). Gives one sample, or one packet, whatever `maxSamples` is;
+// `sampleTime`, when it begins to be shown, and `durationPerSample` are in media units. All results
+// but `out` may be null. invalidTime (nothing is on show), paramErr (maxGrow < 0),
+// maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (it lies nowhere), eofErr (its
+// file has become shorter), file errors.
 [[nodiscard]] OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow,
                                    std::int32_t* size, TimeValue at, TimeValue* sampleTime,
                                    TimeValue* durationPerSample, Handle description,
                                    std::int32_t* descriptionNumber, std::int32_t maxSamples,
                                    std::int32_t* count, std::int16_t* flags);
 // Opens the media for new samples. Their data are held in memory until the movie is written, and
-// then go into its file. dataAlreadyOpenForWrite, noDefaultDataRef, dataNotOpenForWrite.
+// then go into its file. dataAlreadyOpenForWrite, noDefaultDataRef (it has no data reference),
+// dataNotOpenForWrite (its first one leads nowhere).
 [[nodiscard]] OSErr BeginMediaEdits(Media media);
 // Closes it; what was added belongs to the media from now on. dataAlreadyClosed.
 [[nodiscard]] OSErr EndMediaEdits(Media media);
 
 // --- Text media (calls/text_media.cpp)
 
-// Marks the text samples added from now on: with 'encd' by a 32-bit number, their encoding.
-// paramErr (another kind).
+// Says of the text samples added from now on, with 'encd', what a CFStringEncoding at `data` tells:
+// how they are encoded. paramErr (another kind).
 [[nodiscard]] OSErr TextMediaSetTextSampleData(MediaHandler handler, const void* data, FourCC kind);
-// Adds one sample to a media that is open. Colours and box may be null, and `sampleTime`, which
-// gets its media time. Font size, scrolling and highlights are not kept. A text of over 65535 bytes
-// is cut between two characters. dataNotOpenForWrite, invalidDuration, paramErr.
+// Adds one sample that lasts `duration` media units to a media that is open. Colours and box may be
+// null (black, and an empty box), and `sampleTime`, which gets its media time. Font size, scrolling
+// and highlights are not kept. A text of over 65535 bytes is cut between two characters of UTF-8.
+// dataNotOpenForWrite, invalidDuration (below 0 or over 32 bits), paramErr (no text, yet a size).
 [[nodiscard]] OSErr TextMediaAddTextSample(
     MediaHandler handler, const char* text, std::uint32_t size, std::int16_t font,
     std::int16_t fontSize, std::uint8_t face, const RGBColor* textColor, const RGBColor* backColor,
@@ -345,11 +248,13 @@ TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
                                        TimeValue sourceDuration, TimeValue at);
 
 // Lays the whole of `source` beside the tracks of `movie`, in new ones: from the start of the
-// movie's selection, stretched to fill it or, when it is empty, at its own length. invalidMovie.
+// movie's selection, stretched to fill it or, when it is empty, at its own length. Tracks that then
+// show no media go. invalidMovie, couldNotResolveDataRef, invalidSampleTable, featureUnsupported
+// (encrypted samples).
 void AddMovieSelection(Movie movie, Movie source);
 // Lays a stretch of one track into another of the same kind at `at`; by reference. invalidTrack,
 // noMediaHandler, mediaTypesDontMatch (also for sound of unequal time scales), invalidTime,
-// invalidDuration.
+// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported.
 [[nodiscard]] OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
 
@@ -424,21 +329,24 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 [[nodiscard]] OSErr CloseMovieStorage(DataHandler handler);
 // A new, empty movie file, written beside its place until it is closed.
 // createMovieFileDeleteCurFile replaces a file that is there. Creator, script and movie are
-// ignored: pass null for `movie`. dupFNErr, fBsyErr, afpAccessDenied, vLckdErr, dirNFErr,
+// ignored: pass null for `movie`. dupFNErr, fBsyErr, afpAccessDenied, fLckdErr, vLckdErr, dirNFErr,
 // notAFileErr, dskFulErr.
 [[nodiscard]] OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC creator,
                                        std::int16_t script, std::uint32_t flags,
                                        DataHandler* handler, Movie* movie);
-// Writes the movie as a reference movie: no media but what is held in memory. fBsyErr when the file
-// it would replace holds some of that media; dskFulErr, ioErr.
+// Writes the movie as a reference movie: no media but what is held in memory. A storage that this
+// failed for takes nothing more and replaces nothing. dataNotOpenForWrite (not a new one), fBsyErr
+// (the file it would replace holds some of the movie's media), couldNotResolveDataRef, dskFulErr,
+// ioErr.
 [[nodiscard]] OSErr AddMovieToStorage(Movie movie, DataHandler handler);
 // Replaces the movie in the file that `handler` opened for writing; media data stay where they are.
 // At every instant the file holds one whole movie. fBsyErr (the file has changed since it was
-// opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported.
+// opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file would have to be
+// made anew, and holds what must not move).
 [[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
 // Writes a self-contained movie with all media in use, and gives it its name and place. Always
-// null: the result is the movies error (couldNotResolveDataRef, eofErr, invalidSampleTable, file
-// errors).
+// null: the result is the movies error (those of CreateMovieStorage, couldNotResolveDataRef,
+// eofErr, invalidSampleTable, featureUnsupported for encrypted samples that were cut, file errors).
 Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef,
                                 FourCC dataRefType, FourCC creator, std::int16_t script,
                                 std::uint32_t createFlags);
@@ -452,14 +360,16 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 [[nodiscard]] OSErr OpenADefaultComponent(FourCC type, FourCC subtype,
                                           MovieExportComponent* component);
 [[nodiscard]] OSErr CloseComponent(MovieExportComponent component);
-// Takes over what a container of settings says; the handle stays the caller's. paramErr (a damaged
-// container: nothing changes).
+// Takes over what a container of settings says of hint tracks and of what is to be kept as it is;
+// other settings in it are passed over. paramErr (a damaged container: nothing changes).
 [[nodiscard]] OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component,
                                                             Handle settings);
-// Writes the movie, or one track of it, as a file of another type and gives it its name and place,
-// replacing a file that is there. `flags` and `creator` are ignored; without an exporter the
-// settings are the usual ones. featureUnsupported (a type other than 'mpg4', or a movie that needs
-// conversion), invalidSampleDescription, couldNotResolveDataRef, eofErr, file errors.
+// Writes the enabled pictures and sound of the movie, or `only` one track of them (null: all), as a
+// file of another type and gives it its name and place, replacing a file that is there. `flags` and
+// `creator` are ignored; without an exporter the settings are the usual ones. featureUnsupported (a
+// type other than 'mpg4', no such track, two of a kind, or one that needs conversion),
+// invalidSampleDescription (a damaged one), invalidSampleTable, couldNotResolveDataRef, eofErr,
+// file errors.
 [[nodiscard]] OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef,
                                           FourCC dataRefType, FourCC fileType, FourCC creator,
                                           std::uint32_t flags, MovieExportComponent component);
@@ -479,11 +389,6 @@ std::int64_t GetHandleSize(Handle handle);
 void DisposeHandle(Handle handle);
 
 // --- Strings and paths (calls/strings.cpp)
-
-// Units of UTF-16.
-struct CFRange {
-  std::int64_t location = 0, length = 0;
-};
 
 // A string of the text; in UTF-8 a path may hold other bytes, which are kept. Null when it is not
 // valid in the encoding or the encoding has no converter. The caller releases it.

@@ -19,6 +19,7 @@ include/reelwork/toolbox/atoms/fourcc.h
 include/reelwork/toolbox/bytes.h
 include/reelwork/toolbox/codes.h
 include/reelwork/toolbox/toolbox.h
+include/reelwork/toolbox/types.h
 lib/cmake/Reelwork/FindDeflate.cmake
 lib/cmake/Reelwork/ReelworkConfig.cmake
 lib/cmake/Reelwork/ReelworkConfigVersion.cmake

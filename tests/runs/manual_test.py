@@ -2,6 +2,7 @@
 """The manual pages name the options that the commands take; what they and the README show as
 examples works."""
 
+import gzip
 import os
 import re
 import subprocess
@@ -11,8 +12,13 @@ import runs
 from runs import BIN, ROOT, has_tools, make_clip
 
 COMMANDS = ("clipjoin", "clipstak", "cliptune")
-PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
-PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
+INSTALLED = BIN.parent / "share" / "man"
+if INSTALLED.is_dir():
+    PAGES = {name: INSTALLED / "man1" / f"{name}.1.gz" for name in COMMANDS}
+    PAGES["Reelwork"] = INSTALLED / "man7" / "Reelwork.7.gz"
+else:
+    PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
+    PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
 
 # Taken, but not told of by the usage text.
 UNLISTED = {"-clipjoin", "-clipstak", "-cliptune", "-name-from-stdin", "-names-from-stdin"}
@@ -24,7 +30,8 @@ TAGS_ARE_LOST = (
 
 
 def section(page, name):
-    return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", page.read_text(), re.M | re.S)[1]
+    with (gzip.open if page.suffix == ".gz" else open)(page, "rt") as file:
+        return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", file.read(), re.M | re.S)[1]
 
 
 def plain(line):
