@@ -29,9 +29,13 @@ TAGS_ARE_LOST = (
 )
 
 
-def section(page, name):
+def text_of(page):
     with (gzip.open if page.suffix == ".gz" else open)(page, "rt") as file:
-        return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", file.read(), re.M | re.S)[1]
+        return file.read()
+
+
+def section(page, name):
+    return re.search(rf"^\.Sh {name}\n(.*?)(?=^\.Sh |\Z)", text_of(page), re.M | re.S)[1]
 
 
 def plain(line):
@@ -64,13 +68,13 @@ class Pages(unittest.TestCase):
 
     @has_tools("mandoc")
     def test_are_well_formed(self):
-        done = subprocess.run(
-            ["mandoc", "-T", "lint", *PAGES.values()], capture_output=True, text=True
-        )
         ours = "|".join(PAGES)
         found = [
-            line
-            for line in (done.stdout + done.stderr).splitlines()
+            f"{name}: {line}"
+            for name, page in PAGES.items()
+            for line in subprocess.run(
+                ["mandoc", "-T", "lint"], input=text_of(page), capture_output=True, text=True
+            ).stdout.splitlines()
             if not re.search(rf"referenced manual not found: Xr ({ours})|outdated mandoc.db", line)
         ]
         self.assertEqual(found, [])

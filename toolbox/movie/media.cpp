@@ -88,6 +88,12 @@ DataReference MediaRecord::SeenFromHere(const DataReference& reference) const {
 
 std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescription>& strangers,
                                               const std::vector<DataReference>& references) {
+  const auto isElsewhere = [](const DataReference& reference) {
+    return !std::holds_alternative<ThisFile>(reference) &&
+           !std::holds_alternative<InMemory>(reference);
+  };
+  // What a file says behind its last atom holds for its own movie only.
+  if (track != nullptr && std::ranges::any_of(references, isElsewhere)) track->movie->DropTrailer();
   std::vector<std::uint32_t> map;
   const std::size_t count = dataReferences.size(), known = descriptions.size();
   for (SampleDescription description : strangers) {

@@ -115,7 +115,8 @@ struct MediaRecord : MediaSettings {
   DataReference SeenFromHere(const DataReference& reference) const;
 
  private:
-  // An index here for each of `strangers`, which name `references`; added where there is none.
+  // An index here for each of `strangers`, which name `references`; added where there is none. The
+  // movie then holds more than its own file did.
   std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 

@@ -68,8 +68,8 @@ struct MovieRecord : MovieProperties {
   void RemoveTrack(const TrackRecord& track);
   // The same movie once more; sample rows are shared.
   std::unique_ptr<MovieRecord> Clone() const;
-  // For a movie that is about to hold more than its own file did: what follows the last atom of
-  // that file speaks of all of it, and is dropped.
+  // For a movie that comes to hold more than its own file did: what follows the last atom of that
+  // file speaks of all of it, and is dropped.
   void DropTrailer();
   // Takes over the preferred rate and volume, the clipping region, the matrix and the user data.
   void TakeSettings(const MovieRecord& other);

@@ -95,11 +95,6 @@ void Lay(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edi
   track.edits.Insert(edits, at, room, track.TimeClock());
 }
 
-// What a file says behind its last atom holds for its own movie only.
-void DropTrailerFor(const MovieRecord& source, MovieRecord& movie) {
-  if (source.file != movie.file) movie.DropTrailer();
-}
-
 // A source track, what of it is to be shown, and where that goes.
 struct Pair {
   const TrackRecord* source;
@@ -150,7 +145,6 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   if (length.units <= 0) return;
   const MovieTime room{Rescale(length.units, source.scale, movie.scale)};
   std::vector<Pair> pairs = TracksToLay(source, movie, from, length);
-  DropTrailerFor(source, movie);
 
   // Each track as it was before the call is used at most once, one in the same enabled state first.
   std::vector<TrackRecord*> free;
@@ -181,7 +175,6 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   const MovieTime length = source.Duration();
   if (length.units == 0) return;
   std::vector<Pair> pairs = TracksToLay(source, movie, {}, length);
-  DropTrailerFor(source, movie);
   const std::int64_t natural = Rescale(length.units, source.scale, movie.scale);
   const std::int64_t wanted = movie.selectionDuration.units;
   for (Pair& pair : pairs) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/files/read_movie.h"
@@ -69,6 +70,14 @@ TEST_F(FileAtoms, EndWithWhatNoAtomIs) {
   EXPECT_EQ(Behind(*movie), own);
   AddMovieSelection(*movie, *other);
   EXPECT_EQ(Behind(*other), own);
+
+  const auto again = Opened("in.mov", {}, Join(own, trailer));
+  InsertTrackSegment(*other->tracks[0], *again->tracks[0], {}, {600}, {600});
+  EXPECT_EQ(Behind(*again), own);
+  const auto table = other->tracks[0]->media->Copy(0, 6);
+  const auto third = Opened("in.mov", {}, Join(own, trailer));
+  std::ignore = third->tracks[0]->media->Append(table, 0, 6);
+  EXPECT_EQ(Behind(*third), own);
 }
 
 // A 'meta' with items: 1 in two pieces, 2 the same as its second, 3 in the atom itself.
