@@ -131,13 +131,17 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
   for (const Chapter& chapter : dropped) {
     std::ignore = toolbox::DeleteMovieSegment(movie, chapter.start, chapter.duration);
   }
-  if (!dropped.empty()) DropStaleList(movie);
+  if (!dropped.empty()) DropList(movie);
+}
+
+void DropList(Movie movie) {
+  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+  if (toolbox::CountUserDataType(data, kChapterList) == 0) return;
+  std::ignore = RemoveMovieUserData(movie, kChapterList);
 }
 
 void DropStaleList(Movie movie) {
-  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
-  if (toolbox::CountUserDataType(data, kChapterList) == 0 || ChapterTracks(movie).empty()) return;
-  std::ignore = RemoveMovieUserData(movie, kChapterList);
+  if (!ChapterTracks(movie).empty()) DropList(movie);
 }
 
 }  // namespace chapter

@@ -31,8 +31,10 @@ std::string ChapterTitle(toolbox::ByteSpan sample);
 // out of the movie, with what is shown meanwhile.
 void FilterChapters(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
-// Takes away the list of chapters that some files keep beside their chapter track, where there is a
-// track: whoever edits the movie edits the track alone.
+// Takes away the list of chapters that some files keep beside their chapter track, or in its place:
+// its times hold for the movie as it came.
+void DropList(toolbox::Movie movie);
+// The same where there is a track: whoever adds to the movie adds to the track alone.
 void DropStaleList(toolbox::Movie movie);
 
 // A new disabled text track with a sample a chapter, sorted by time and each lasting until the

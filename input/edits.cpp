@@ -149,6 +149,13 @@ void SetRate(Movie movie, double rate) {
   std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, std::lrint(wanted));
 }
 
+// Whether what stays in the movie is no longer shown when it was.
+bool ChangesTimes(const FileOptions& options) {
+  const unsigned operation = options.lengthMode & clipjoin::kLengthOperation;
+  return options.startAt != 0 || options.rate != 1.0 || operation == clipjoin::kScaleTracks ||
+         operation == clipjoin::kScaleMovie;
+}
+
 }  // namespace
 
 void EditMovie(Movie movie, const FileOptions& options) {
@@ -174,6 +181,7 @@ void EditMovie(Movie movie, const FileOptions& options) {
   }
   if (options.graphicsMode != 0) SetTransparency(movie, options);
   if (options.rate != 1.0) SetRate(movie, options.rate);
+  if (ChangesTimes(options)) chapter::DropList(movie);
 }
 
 }  // namespace input

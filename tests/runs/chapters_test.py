@@ -278,6 +278,21 @@ class Chapters(runs.RunTest):
                 self.assertFalse(any(told), "a track that is not whole is no chapter track")
 
     @runs.needs_corpus
+    def test_a_list_without_a_track_goes_where_its_times_do_not_hold(self):
+        book = MEDIA / "chapters" / "chapters_NERO.mp4"
+        for options, stays in (
+            ([], True),
+            (["-trimTo", "9"], True),
+            (["-startAt", "1"], False),
+            (["-rate", "2"], False),
+        ):
+            with self.subTest(options):
+                out = self.folder / "book.mov"
+                done = self.run_in_folder("cliptune", "-q", book, *options, "-o", out)
+                self.assertEqual(done.status, 0)
+                self.assertEqual(b"chpl" in out.read_bytes(), stays)
+
+    @runs.needs_corpus
     def test_of_real_books_are_read_as_others_read_them(self):
         for path in sorted((MEDIA / "chapters").iterdir()):
             if path.name in NO_TRACK:

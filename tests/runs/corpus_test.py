@@ -9,12 +9,15 @@ import statistics
 
 import runs
 from edits_test import Stretch, cut, end_of, movie_scale, presented, stretches, whole
-from round_trip_test import NOT_COPIED, NOT_OPENED, corpus
+from round_trip_test import NOT_COPIED, NOT_OPENED, corpus, facts_by_exiftool
 
 F = fractions.Fraction
 
 # Telemetry that lasts no time is shown by no edit, so that of further movies is not laid in.
 WITHOUT_TIME = {("gpmf/max-heromode.mp4", 5)}
+
+# What exiftool works out of the samples, and lists of times of which a join makes chapters.
+OF_ALL_SAMPLES = ("VideoFrameRate", "PartialSyncSamples", "ChapterList")
 
 # What mediainfo says that follows from the file, its place and its layout, not from the movie.
 LAYOUT_FACTS = re.compile(
@@ -73,8 +76,8 @@ class Edited:
         )
         plain = ("-no-convert-tags",)
         self.results = [
-            runs.run("clipjoin", self.source, self.source, *whole_file, self.twice),
-            runs.run("clipjoin", self.source, *plain, *whole_file, self.copy),
+            runs.run("clipjoin", *plain, self.source, self.source, *whole_file, self.twice),
+            runs.run("clipjoin", *plain, self.source, *whole_file, self.copy),
         ]
         # Of a plain copy it is known that it shows what its source does. Hint tracks speak of
         # samples by number, and stay behind.
@@ -196,6 +199,21 @@ class EveryMovie(runs.RunTest):
                     self.assertEqual(found - play(movie.source), set(), path.name)
 
         self.for_each(work)
+
+    @runs.has_tools("exiftool")
+    def test_a_join_keeps_the_metadata_of_the_first(self):
+        movies = [m for m in self.movies if len(runs.tracks(m.twice)) == len(runs.tracks(m.copy))]
+        self.assertGreater(len(movies), 50)
+        facts = facts_by_exiftool([m.copy for m in movies] + [m.twice for m in movies])
+        for movie in movies:
+            with self.subTest(movie.name):
+                before, after = facts[movie.copy], facts[movie.twice]
+                changed = {
+                    name: (before.get(name), after.get(name))
+                    for name in before.keys() | after.keys()
+                    if before.get(name) != after.get(name) and not name.endswith(OF_ALL_SAMPLES)
+                }
+                self.assertEqual(changed, {})
 
     def test_mediainfo_finds_the_same(self):
         def work(movie):

@@ -233,10 +233,15 @@ class ReferenceMovies(JoinTest):
 
     def test_without_its_media_a_reference_movie_does_not_open(self):
         reference = self.join(self.home / "movie.mov", *self.parts)
-        self.parts[1].unlink()
+        whole = self.join_whole("whole.mov", reference)
+        elsewhere = self.parts[1].rename(self.folder / "elsewhere")
         done = self.run_in_folder("clipjoin", reference, "-q", "-self-contained", "-o", "flat.mov")
         self.assertEqual(done.status, 0)
         self.assertIn(f"{reference} does not exist. ", done.err)
+        # Unless nobody looks for it. What was missing may come back.
+        again = self.join("again.mov", reference, options=["-noresolve"])
+        elsewhere.rename(self.parts[1])
+        self.assertEqual(self.join_whole("flat.mov", again).read_bytes(), whole.read_bytes())
 
     def test_ffmpeg_plays_a_reference_movie_of_one_source(self):
         part = self.parts[0]
