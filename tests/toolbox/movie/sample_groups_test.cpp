@@ -1,0 +1,96 @@
+#include "toolbox/movie/sample_groups.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "toolbox/movie/sample_table.h"
+
+namespace toolbox {
+namespace {
+
+SampleTable Grouped(std::vector<SampleGroup> groups, std::uint32_t count = 4) {
+  auto rows = std::make_shared<SampleRows>();
+  rows->count = count;
+  rows->AddTimes(count, 1);
+  rows->groups = std::move(groups);
+  return SampleTable(rows);
+}
+
+// An 'sgpd' of that version with 'rap ' entries of a byte each.
+Bytes Descriptions(std::uint8_t version, const Bytes& entries, std::uint8_t standard = 0) {
+  const auto count = static_cast<std::uint8_t>(entries.size());
+  const auto size = static_cast<std::uint8_t>(20 + 4 * version + count);
+  Bytes atom{0, 0, 0, size, 's', 'g', 'p', 'd', version, 0, 0, 0, 'r', 'a', 'p', ' '};
+  if (version >= 1) atom.insert(atom.end(), {0, 0, 0, 1});
+  if (version >= 2) atom.insert(atom.end(), {0, 0, 0, standard});
+  atom.insert(atom.end(), {0, 0, 0, count});
+  atom.insert(atom.end(), entries.begin(), entries.end());
+  return atom;
+}
+
+using Numbers = std::vector<std::uint32_t>;
+
+Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
+  Numbers numbers;
+  table.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
+    numbers.insert(numbers.end(), count, number);
+  });
+  return numbers;
+}
+
+TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
+  constexpr FourCC kRap{"rap "};
+  const auto of = [](Bytes descriptions, std::vector<GroupRun> runs) {
+    return SampleGroup{kRap, 0, 0, std::move(descriptions), std::move(runs)};
+  };
+  const SampleGroup first = of(Descriptions(1, {7, 8}), {{0, 1}, {1, 0}, {3, 2}});
+  struct Case {
+    SampleGroup second;
+    Bytes descriptions;
+    Numbers numbers;  // of the four samples behind
+  };
+  const Case cases[] = {
+      {of(first.descriptions, {{0, 2}, {2, 1}}), first.descriptions, {2, 2, 1, 1}},
+      {of(Descriptions(1, {8, 9}), {{0, 2}, {2, 1}}), Descriptions(1, {7, 8, 9}), {3, 3, 2, 2}},
+      {of(Descriptions(0, {9}), {{0, 1}, {1, 0}}), Descriptions(1, {7, 8, 9}), {3, 0, 0, 0}},
+      {of(Descriptions(2, {9, 7}, 2), {}), Descriptions(1, {7, 8, 9}), {1, 1, 1, 1}},
+      {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, first.descriptions, {0, 0, 0, 0}}};
+  for (const Case& one : cases) {
+    SampleTable table = Grouped({first});
+    table.AppendSlice(Grouped({one.second}), 0, 4, std::vector{0U});
+    const auto groups = table.Groups();
+    ASSERT_FALSE(groups.empty());
+    EXPECT_EQ(groups[0].descriptions, one.descriptions);
+    EXPECT_TRUE(groups[0].isMapped);
+    Numbers expected{1, 0, 0, 2};
+    expected.insert(expected.end(), one.numbers.begin(), one.numbers.end());
+    EXPECT_EQ(NumbersIn(table, groups[0]), expected);
+  }
+}
+
+TEST(SampleGroups, StateTheStandardOnceItNoLongerHoldsForAll) {
+  const SampleGroup standard{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
+  SampleTable table = Grouped({standard});
+  EXPECT_FALSE(table.Groups().at(0).isMapped);
+  table.AppendSlice(Grouped({}), 0, 4, std::vector{0U});
+  const auto groups = table.Groups();
+  EXPECT_TRUE(groups.at(0).isMapped);
+  EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
+}
+
+TEST(SampleGroups, AreLeftOutWhereTheyCannotBeToldApart) {
+  const auto opaque = [](const Bytes& entries) {
+    Bytes atom = Descriptions(0, entries);
+    std::copy_n("oinf", 4, atom.begin() + 12);
+    return SampleGroup{FourCC{"oinf"}, 0, 0, atom, {{0, 1}}};
+  };
+  SampleTable table = Grouped({opaque({1, 2, 3})});
+  table.AppendSlice(Grouped({opaque({1, 2, 3})}), 1, 4, std::vector{0U});
+  EXPECT_EQ(table.Groups().size(), 1U);
+  table.AppendSlice(Grouped({opaque({1, 2, 4})}), 0, 4, std::vector{0U});
+  EXPECT_TRUE(table.Groups().empty());
+}
+
+}  // namespace
+}  // namespace toolbox
