@@ -105,14 +105,21 @@ void CopyMeta(const FileAtom& meta, const ByteSource& source, OutputFile& output
 bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom) {
   // Padding of zeros reads as an atom without a type.
   static constexpr FourCC kRoom[] = {FourCC{"free"}, FourCC{"skip"}, FourCC{}};
-  static constexpr FourCC kOfHeaders[] = {"mvhd", "cmov", "trak", "udta", "meta", "ilst"};
+  static constexpr FourCC kOfHeaders[] = {"mvhd", "cmov", "trak", "udta", "meta", "ilst", "hdlr"};
   if (std::ranges::find(kRoom, atom.atom.type) == std::end(kRoom)) return false;
   const std::uint64_t at = atom.at + atom.atom.headerSize;
   const std::uint64_t size = atom.atom.size - atom.atom.headerSize;
   Bytes head(std::min<std::uint64_t>(size, 16));
   source.Read(at, head);
-  const auto first = ReadFrame(head, size);
-  return (first && std::ranges::find(kOfHeaders, first->type) != std::end(kOfHeaders)) ||
+  // An atom, or one whose size has been written over.
+  return std::ranges::any_of(kOfHeaders,
+                             [&head](FourCC type) {
+                               const auto isAt = [&](std::size_t place) {
+                                 return place + 4 <= head.size() &&
+                                        FromBigEndian<std::uint32_t>(&head[place]) == type.value;
+                               };
+                               return isAt(0) || isAt(4);
+                             }) ||
          IsZero(source, at, size);
 }
 

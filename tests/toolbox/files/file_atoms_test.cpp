@@ -51,7 +51,8 @@ TEST_F(FileAtoms, AreKeptUnlessTheySayNothing) {
   EXPECT_EQ(Copied(own, places), Join(places, own));
   for (const Bytes& room :
        {Atom("free"), Atom("free", Zeros(5000)), Atom("skip", Zeros(1)), Zeros(40), Zeros(3),
-        Atom("free", MovieHeaderAtom()), Atom("free", Atom("cmov")), Atom("wide"),
+        Atom("free", MovieHeaderAtom()), Atom("free", Atom("cmov")),
+        Atom("skip", Text("hdlr"), Zeros(4), Text("mdirappl")), Atom("wide"),
         Atom("mdat", Text("media")), Atom("pnot", Zeros(12)), Atom("moof"), Atom("sidx", Zeros(4)),
         Join(U32(4000), Text("mdat"), Text("cut off")), Join(U32(40), Text("moof"))}) {
     EXPECT_EQ(Copied(room), Bytes()) << std::string(room.begin(), room.end());
