@@ -86,7 +86,7 @@ class TrackFiller {
     if (!isBegun_) Begin();
     if (run.run.count > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
     if (run.time) MoveTo(*run.time);
-    for (const FragmentGroups& groups : run.groups) AddFragmentGroups(groups, rows_);
+    for (const FragmentGroups& groups : run.groups) groups_.Add(groups);
     auxiliary_.Add(run.auxiliary, run.run.count);
     rows_.count += run.run.count;
     rows_.chunkOffsets.push_back(run.at);
@@ -107,6 +107,7 @@ class TrackFiller {
 
   // Once all are there.
   void Finish() {
+    groups_.Finish();
     auxiliary_.PutTables(rows_.otherTables);
     if (!isInformative_) return;
     rows_.dependencies.resize(rows_.count);
@@ -137,7 +138,7 @@ class TrackFiller {
     }
     // Tables that nobody reads know only the samples that were there.
     std::erase_if(rows_.otherTables, [](const Sibling& table) { return !table.bytes.empty(); });
-    EndSampleGroups(rows_);
+    groups_.Begin();
   }
 
   // The next sample is decoded at `time`. The sample before lasts until then, so that all stay in
@@ -203,6 +204,7 @@ class TrackFiller {
   std::int64_t start_ = 0;  // what the decode time 0 of the rows is to the writer by now
   std::vector<DependencyRun> dependencies_;
   bool isInformative_ = false;
+  FragmentGrouper groups_{rows_};
   FragmentAuxiliary auxiliary_;
 };
 

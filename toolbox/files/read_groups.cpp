@@ -126,21 +126,6 @@ std::vector<Descriptions> ReadDescriptions(Children& parts) {
   return all;
 }
 
-// The 'sgpd' of a grouping that `rows` know, empty where there is none.
-Bytes& DescriptionsOf(FourCC grouping, SampleRows& rows) {
-  const auto found = std::ranges::find_if(rows.groups, [grouping](const SampleGroup& group) {
-    return group.grouping == grouping && !group.descriptions.empty();
-  });
-  if (found != rows.groups.end()) return found->descriptions;
-  return std::ranges::find(rows.groups, grouping, &SampleGroup::grouping)->descriptions;
-}
-
-// The number of samples that no map speaks of.
-std::uint32_t StandardOf(FourCC grouping, SampleRows& rows) {
-  const auto stated = ReadGroupDescriptions(DescriptionsOf(grouping, rows));
-  return stated ? stated->standard : 0;
-}
-
 }  // namespace
 
 void ReadSampleGroups(Children& table, SampleRows& rows) {
@@ -157,7 +142,8 @@ void ReadSampleGroups(Children& table, SampleRows& rows) {
     map.group.descriptions = std::move(group->descriptions);
     *group = std::move(map.group);
     if (map.mapped < rows.count) {
-      AddGroupRun(group->runs, map.mapped, StandardOf(group->grouping, rows));
+      const auto described = ReadGroupDescriptions(group->descriptions);
+      AddGroupRun(group->runs, map.mapped, described ? described->standard : 0);
     }
   }
 }
@@ -172,38 +158,79 @@ std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t
   return groups;
 }
 
-void AddFragmentGroups(const FragmentGroups& added, SampleRows& rows) {
+Bytes& FragmentGrouper::DescriptionsOf(FourCC grouping) {
+  const auto found = std::ranges::find_if(rows_.groups, [grouping](const SampleGroup& group) {
+    return group.grouping == grouping && !group.descriptions.empty();
+  });
+  if (found != rows_.groups.end()) return found->descriptions;
+  return std::ranges::find(rows_.groups, grouping, &SampleGroup::grouping)->descriptions;
+}
+
+FragmentGrouper::Known& FragmentGrouper::KnownOf(FourCC grouping) {
+  const auto [place, isNew] = known_.try_emplace(grouping);
+  Known& known = place->second;
+  const Bytes& stated = DescriptionsOf(grouping);
+  if (!isNew || stated.empty()) return known;
+  const auto descriptions = ReadGroupDescriptions(stated);
+  known.isReadable = descriptions.has_value();
+  if (!descriptions) return known;
+  known.standard = descriptions->standard;
+  for (const ByteSpan entry : descriptions->entries) {
+    known.entries.emplace_back(entry.begin(), entry.end());
+    known.numbers.try_emplace(known.entries.back(),
+                              static_cast<std::uint32_t>(known.entries.size()));
+  }
+  return known;
+}
+
+std::uint32_t FragmentGrouper::Known::NumberOf(ByteSpan entry) {
+  const auto [place, isNew] = numbers.try_emplace(Bytes(entry.begin(), entry.end()), 0);
+  if (isNew) {
+    entries.push_back(place->first);
+    place->second = static_cast<std::uint32_t>(entries.size());
+    isLonger = true;
+  }
+  return place->second;
+}
+
+void FragmentGrouper::Begin() {
+  for (SampleGroup& group : rows_.groups) {
+    if (!group.runs.empty()) AddGroupRun(group.runs, rows_.count, KnownOf(group.grouping).standard);
+  }
+}
+
+void FragmentGrouper::Add(const FragmentGroups& added) {
   const FourCC grouping = added.group.grouping;
-  if (added.mapped > UINT32_MAX - rows.count) throw Malformed("the samples cannot be counted");
-  auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& known) {
+  if (added.mapped > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
+  auto group = std::ranges::find_if(rows_.groups, [&](const SampleGroup& known) {
     // Descriptions without a map are of no parameter yet.
     return known.grouping == grouping &&
            (known.parameter == added.group.parameter || known.runs.empty());
   });
-  if (group == rows.groups.end()) group = rows.groups.insert(group, SampleGroup{});
+  if (group == rows_.groups.end()) group = rows_.groups.insert(group, SampleGroup{});
   group->grouping = grouping;
   group->parameter = added.group.parameter;
   group->versionAndFlags = added.group.versionAndFlags;
-  std::optional<std::vector<std::uint32_t>> own;
-  if (!added.group.descriptions.empty()) {
-    own = AddGroupDescriptions(grouping, DescriptionsOf(grouping, rows), added.group.descriptions);
-  }
-  const std::uint32_t standard = StandardOf(grouping, rows);
-  if (rows.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, standard);
+  Known& known = KnownOf(grouping);
+  const auto own = ReadGroupDescriptions(added.group.descriptions);
+  if (rows_.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, known.standard);
   for (const GroupRun& run : added.group.runs) {
     std::uint32_t number = run.group;
     if (number > kOwnNumbers) {
       number -= kOwnNumbers;
-      number = own && number < own->size() ? (*own)[number] : 0;
+      const bool isKnown = known.isReadable && own && number <= own->entries.size();
+      number = isKnown ? known.NumberOf(own->entries[number - 1]) : 0;
     }
-    AddGroupRun(group->runs, rows.count + run.sample, number);
+    AddGroupRun(group->runs, rows_.count + run.sample, number);
   }
-  AddGroupRun(group->runs, rows.count + added.mapped, standard);
+  AddGroupRun(group->runs, rows_.count + added.mapped, known.standard);
 }
 
-void EndSampleGroups(SampleRows& rows) {
-  for (SampleGroup& group : rows.groups) {
-    if (!group.runs.empty()) AddGroupRun(group.runs, rows.count, StandardOf(group.grouping, rows));
+void FragmentGrouper::Finish() {
+  for (const auto& [grouping, known] : known_) {
+    if (!known.isLonger) continue;
+    const std::vector<ByteSpan> entries(known.entries.begin(), known.entries.end());
+    DescriptionsOf(grouping) = WriteGroupDescriptions(grouping, entries, known.standard);
   }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
@@ -23,10 +24,35 @@ struct FragmentGroups {
 // What a 'traf' says of its `samples` samples. Throws Malformed.
 std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples);
 
-// Puts the samples that will follow those in `rows` into those groups. Throws Malformed.
-void AddFragmentGroups(const FragmentGroups& added, SampleRows& rows);
+// Puts the samples of one fragment after the other into groups.
+class FragmentGrouper {
+ public:
+  // `rows` must outlive it.
+  explicit FragmentGrouper(SampleRows& rows) : rows_(rows) {}
 
-// More samples will follow than the groups of `rows` speak of.
-void EndSampleGroups(SampleRows& rows);
+  // Samples will follow those in the rows.
+  void Begin();
+  // Puts those that will follow into those groups. Throws Malformed.
+  void Add(const FragmentGroups& added);
+  // Once all are there.
+  void Finish();
+
+ private:
+  // The descriptions of one grouping, by all fragments so far.
+  struct Known {
+    std::vector<Bytes> entries;  // number 1 first
+    std::map<Bytes, std::uint32_t> numbers;
+    std::uint32_t standard = 0;  // of samples that no map speaks of
+    bool isReadable = true, isLonger = false;  // than the movie header has it
+
+    std::uint32_t NumberOf(ByteSpan entry);
+  };
+
+  Bytes& DescriptionsOf(FourCC grouping);
+  Known& KnownOf(FourCC grouping);
+
+  SampleRows& rows_;
+  std::map<FourCC, Known> known_;
+};
 
 }  // namespace toolbox

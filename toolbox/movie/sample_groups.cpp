@@ -34,37 +34,6 @@ void AppendNumber(Bytes& bytes, std::uint32_t number) {
   PutNumber(bytes.data() + bytes.size() - 4, number);
 }
 
-// An 'sgpd' in which each entry states its length unless all have one: of version 1, or 2 where
-// samples have a number as a standard.
-Bytes WriteGroupDescriptions(FourCC grouping, const std::vector<ByteSpan>& entries,
-                             std::uint32_t standard = 0) {
-  const bool isFixed = !entries.empty() && std::ranges::all_of(entries, [&](ByteSpan entry) {
-    return entry.size() == entries.front().size() && !entry.empty();
-  });
-  const auto length = static_cast<std::uint32_t>(isFixed ? entries.front().size() : 0);
-  const std::uint32_t version = standard == 0 ? 1 : 2;
-  Bytes atom(4);
-  for (const std::uint32_t word : {FourCC{"sgpd"}.value, version << 24, grouping.value, length}) {
-    AppendNumber(atom, word);
-  }
-  if (standard != 0) AppendNumber(atom, standard);
-  AppendNumber(atom, static_cast<std::uint32_t>(entries.size()));
-  for (const ByteSpan entry : entries) {
-    if (!isFixed) AppendNumber(atom, static_cast<std::uint32_t>(entry.size()));
-    atom.insert(atom.end(), entry.begin(), entry.end());
-  }
-  PutNumber(atom.data(), static_cast<std::uint32_t>(atom.size()));
-  return atom;
-}
-
-// The number of `entry` among `entries`, from 1; it is added where it is not there.
-std::uint32_t NumberOf(std::vector<ByteSpan>& entries, ByteSpan entry) {
-  auto same = std::find_if(entries.begin(), entries.end(),
-                           [entry](ByteSpan other) { return std::ranges::equal(entry, other); });
-  if (same == entries.end()) same = entries.insert(same, entry);
-  return static_cast<std::uint32_t>(same - entries.begin()) + 1;
-}
-
 const Bytes* DescriptionsIn(const SampleRows& rows, FourCC grouping) {
   const auto found = std::ranges::find_if(rows.groups, [grouping](const SampleGroup& group) {
     return group.grouping == grouping && !group.descriptions.empty();
@@ -122,7 +91,11 @@ class Merger {
     Known& known = known_[atom];
     known.joined = {0};
     for (const ByteSpan entry : stated->entries) {
-      known.joined.push_back(NumberOf(entries_, entry));
+      auto same = std::find_if(entries_.begin(), entries_.end(), [entry](ByteSpan other) {
+        return std::ranges::equal(entry, other);
+      });
+      if (same == entries_.end()) same = entries_.insert(same, entry);
+      known.joined.push_back(static_cast<std::uint32_t>(same - entries_.begin()) + 1);
     }
     if (stated->standard < known.joined.size()) known.standard = stated->standard;
   }
@@ -160,18 +133,25 @@ std::optional<GroupDescriptions> ReadGroupDescriptions(ByteSpan atom) {
   return descriptions;
 }
 
-std::optional<std::vector<std::uint32_t>> AddGroupDescriptions(FourCC grouping, Bytes& atom,
-                                                               ByteSpan other) {
-  const auto added = ReadGroupDescriptions(other);
-  auto here = atom.empty() ? GroupDescriptions{} : ReadGroupDescriptions(atom);
-  if (!added || !here) return std::nullopt;
-  const std::size_t before = here->entries.size();
-  std::vector<std::uint32_t> numbers = {0};
-  for (const ByteSpan entry : added->entries) numbers.push_back(NumberOf(here->entries, entry));
-  if (here->entries.size() != before) {
-    atom = WriteGroupDescriptions(grouping, here->entries, here->standard);
+Bytes WriteGroupDescriptions(FourCC grouping, std::span<const ByteSpan> entries,
+                             std::uint32_t standard) {
+  const bool isFixed = !entries.empty() && std::ranges::all_of(entries, [&](ByteSpan entry) {
+    return entry.size() == entries.front().size() && !entry.empty();
+  });
+  const auto length = static_cast<std::uint32_t>(isFixed ? entries.front().size() : 0);
+  const std::uint32_t version = standard == 0 ? 1 : 2;
+  Bytes atom(4);
+  for (const std::uint32_t word : {FourCC{"sgpd"}.value, version << 24, grouping.value, length}) {
+    AppendNumber(atom, word);
   }
-  return numbers;
+  if (standard != 0) AppendNumber(atom, standard);
+  AppendNumber(atom, static_cast<std::uint32_t>(entries.size()));
+  for (const ByteSpan entry : entries) {
+    if (!isFixed) AppendNumber(atom, static_cast<std::uint32_t>(entry.size()));
+    atom.insert(atom.end(), entry.begin(), entry.end());
+  }
+  PutNumber(atom.data(), static_cast<std::uint32_t>(atom.size()));
+  return atom;
 }
 
 void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_t group) {

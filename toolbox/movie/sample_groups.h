@@ -22,11 +22,10 @@ struct GroupDescriptions {
 // Nothing where the entries cannot be told apart: version 0 states no lengths.
 std::optional<GroupDescriptions> ReadGroupDescriptions(ByteSpan atom);
 
-// Adds to the atom 'sgpd' in `atom`, empty where there is none yet, the entries of another of the
-// same grouping that it lacks. Returns their numbers there, by the other's numbers from 1 on;
-// nothing, and nothing is added, where entries cannot be told apart.
-std::optional<std::vector<std::uint32_t>> AddGroupDescriptions(FourCC grouping, Bytes& atom,
-                                                               ByteSpan other);
+// An 'sgpd' in which each entry states its length unless all have one: of version 1, or 2 where
+// samples have a number as a standard.
+Bytes WriteGroupDescriptions(FourCC grouping, std::span<const ByteSpan> entries,
+                             std::uint32_t standard = 0);
 
 // Adds a run to those of `runs` that end where it starts.
 void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_t group);
