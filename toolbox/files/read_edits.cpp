@@ -91,6 +91,31 @@ MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& 
   return start == 0 ? MovieTime{} : track.edits.Offset() - offset;
 }
 
+void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
+  const Clock clock = track.TimeClock();
+  EditList shown;
+  for (const Edit& edit : track.edits.Edits()) {
+    MediaTime media = edit.mediaTime;  // of what is not laid yet
+    MovieTime laid;  // of the edit
+    const auto place = [&](MediaTime time) {
+      return std::min(edit.duration, clock.Lasting(time - edit.mediaTime, edit.rate));
+    };
+    auto gap = edit.IsEmpty() || edit.rate == 0
+                   ? gaps.end()
+                   : std::ranges::upper_bound(gaps, edit.mediaTime, {}, &MediaStretch::to);
+    for (; gap != gaps.end() && laid < edit.duration; ++gap) {
+      const MovieTime from = place(std::max(gap->from, media)), to = place(gap->to);
+      shown.Append(from - laid, media, edit.rate, clock);
+      shown.Append(to - from, Edit::kNothing, 1.0, clock);
+      laid = to;
+      media = gap->to;
+    }
+    shown.Append(edit.duration - laid, media, edit.rate, clock);
+  }
+  shown.TrimEnd();
+  track.edits = std::move(shown);
+}
+
 void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
   std::optional<MovieTime> common;
   for (std::size_t i = 0; i < waits.size(); ++i) {

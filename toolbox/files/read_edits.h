@@ -27,6 +27,16 @@ struct StatedEdits {
 //   edits   |  |  [ 0 .. 12 ) |              returns 3, in movie units
 MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track);
 
+// A stretch of a media, in its units.
+struct MediaStretch {
+  MediaTime from, to;
+};
+
+// Has the track show nothing where it shows one of `gaps`, which are in order:
+//
+//   | media, gaps included |    ->    | media | nothing | media |
+void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track);
+
 // Takes away, from the front of every track, what all of them wait; `waits` is by track. A
 // recording of the last hour of a day does not begin with 23 hours of nothing.
 void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits);

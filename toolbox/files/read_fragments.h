@@ -5,9 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "toolbox/bytes.h"
 #include "toolbox/files/byte_source.h"
+#include "toolbox/files/read_edits.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
@@ -19,13 +21,15 @@ struct FragmentedTrack {
   SampleRows* rows = nullptr;  // as the movie header states them; more are added
   // Where the decode time 0 of the rows stands on the time line of the fragments, in media units.
   std::int64_t start = 0;
+  // Between fragments, where the sample before would be shown on: text is over when it is over.
+  std::vector<MediaStretch> gaps;
 };
 
 // Adds the samples of all fragments of `source` to the rows of their tracks. `extends` is the
 // content of 'mvex'. Only what describes the fragments is read, never the samples.
 //
 //   header | moof mdat | moof mdat | moof md          cut short: the third fragment is left out
-//   0      first's time  gap: the sample before it becomes longer
+//   0      first's time  gap: the sample before it becomes longer, and the track has a gap there
 //
 // Throws Malformed, or Refused: featureUnsupported (samples are encrypted, and it is not said where
 // what decrypts them lies, or keys change on the way).

@@ -213,21 +213,32 @@ PendingTrack ReadTrack(ByteSpan content, TrackRecord& track,
   return pending;
 }
 
+// A picture is seen until the next; a subtitle is not.
+bool ShowsText(const TrackRecord& track) {
+  static constexpr FourCC kTypes[] = {"text", "sbtl", "subt", "clcp"};
+  return std::ranges::find(kTypes, track.media->Type()) != std::end(kTypes);
+}
+
 // Gives the tracks their samples, those in fragments included, and their edits.
 void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
                   std::optional<ByteSpan> extends, const ByteSource& source, bool resolve) {
   std::vector<std::int64_t> starts(pending.size());
+  std::vector<std::vector<MediaStretch>> gaps(pending.size());
   if (extends) {
     std::vector<FragmentedTrack> fragmented;
     std::vector<std::size_t> indexes;
     for (std::size_t i = 0; i < pending.size(); ++i) {
       if (!pending[i].rows) continue;
       const TrackRecord& track = *movie.tracks[i];
-      fragmented.push_back({track.id, track.media->descriptions.size(), pending[i].rows.get()});
+      fragmented.push_back(
+          {track.id, track.media->descriptions.size(), pending[i].rows.get(), 0, {}});
       indexes.push_back(i);
     }
     ReadFragments(source, *extends, fragmented);
-    for (std::size_t i = 0; i < fragmented.size(); ++i) starts[indexes[i]] = fragmented[i].start;
+    for (std::size_t i = 0; i < fragmented.size(); ++i) {
+      starts[indexes[i]] = fragmented[i].start;
+      if (ShowsText(*movie.tracks[indexes[i]])) gaps[indexes[i]] = std::move(fragmented[i].gaps);
+    }
   }
   std::vector<MovieTime> waits;
   for (std::size_t i = 0; i < pending.size(); ++i) {
@@ -238,6 +249,7 @@ void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
     }
     pending[i].edits.isOpenEnded = extends.has_value();
     waits.push_back(ReadEdits(pending[i].edits, starts[i], track));
+    if (!gaps[i].empty()) HideGaps(gaps[i], track);
   }
   DropCommonWait(movie, waits);
 }

@@ -149,6 +149,25 @@ TEST_F(ReadFragments, KeepsInStepWithTheTimesThatAreStated) {
 
 // What is shown, of a track whose samples last 20 units and start at `time`, 5 units before they
 // are shown.
+TEST_F(ReadFragments, ShowsNoTextBetweenFragments) {
+  const auto fragment = [](std::uint64_t time) {
+    return Plain(Header(1, 0x20000), Time(time), RunOf(2));
+  };
+  const Bytes fragments = Join(fragment(100), fragment(120), fragment(200), fragment(230));
+  const Bytes list = Atom("edts", Atom("elst", U32(0), U32(1), U32(70), U32(110), U32(0x10000)));
+  const auto edits = [&](const std::string& kind, const Bytes& stated) {
+    return Read(fragments, {.kind = kind, .edits = stated})->tracks[0]->edits.Edits();
+  };
+  const Edit none{{40}, {60}, Edit::kNothing, 1.0};
+  EXPECT_EQ(edits("vide", {}), (Edits{{{0}, {150}, {0}, 1.0}}));
+  EXPECT_EQ(edits("sbtl", {}), (Edits{{{0}, {40}, {0}, 1.0},
+                                      none,
+                                      {{100}, {20}, {100}, 1.0},
+                                      {{120}, {10}, Edit::kNothing, 1.0},
+                                      {{130}, {20}, {130}, 1.0}}));
+  EXPECT_EQ(edits("text", list), (Edits{{{0}, {30}, {10}, 1.0}}));
+}
+
 TEST_F(ReadFragments, ShowsWhatTheEditListMeansFromWhereTheMediaBegins) {
   const auto entry = [](std::uint32_t duration, std::uint32_t mediaTime) {
     return Join(U32(duration), U32(mediaTime), U32(0x10000));
