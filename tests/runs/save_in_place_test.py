@@ -231,6 +231,10 @@ class Saving(SavingTest):
         self.assert_saves(path, "-set-looping")
         self.assertIn(LOOP, user_data(path))
         self.assertEqual(self.handlers(path), handlers)
+        for kind, content in runs.atoms(runs.movie_header(path)):
+            if kind == "trak":
+                files = child(content, "mdia", "minf", "dinf", "dref")
+                self.assertEqual(files[8:], struct.pack(">I4sI", 12, b"url ", 1))
         self.assertEqual(whole_atoms(path.read_bytes(), "ftyp"), whole_atoms(old, "ftyp"))
         now = runs.description(path)
         self.assertEqual(now["streams"], said["streams"])

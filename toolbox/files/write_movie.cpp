@@ -226,8 +226,8 @@ const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
   const auto* other = std::get_if<OtherFile>(&reference);
   Bytes& atom = other != nullptr ? aliases_[other->path.native()] : other_;
   if (other != nullptr && !atom.empty()) return atom;
-  // ISO knows no aliases, and an MPEG-4 file holds all its media.
-  const DataReferenceEntry entry = kind_ == FileKind::kMpeg4
+  // ISO knows no aliases, and has another way to say "this file".
+  const DataReferenceEntry entry = isIso_ && std::holds_alternative<ThisFile>(reference)
                                        ? DataReferenceEntry{FourCC{"url "}, 1, {}}
                                        : WriteDataReference(reference, file_);
   atom = Encoded([&](auto& io) {
@@ -240,7 +240,10 @@ const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
 }
 
 MovieWriter::MovieWriter(const FilePlan& plan, const boost::filesystem::path& file)
-    : plan_(plan), references_(file, plan.kind), now_(Now()) {}
+    : plan_(plan),
+      references_(file, plan.kind == FileKind::kMpeg4 ||
+                            (plan.kind == FileKind::kUnchanged && plan.movie->IsIso())),
+      now_(Now()) {}
 
 std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
   // Where the data starts shows only in the offsets of its chunks, and these change their width

@@ -18,13 +18,14 @@ namespace toolbox {
 // asked for again, is looked up once: following its path costs a system call a folder.
 class ReferenceWriter {
  public:
-  ReferenceWriter(const boost::filesystem::path& file, FileKind kind) : file_(file), kind_(kind) {}
+  // `isIso`: whether the file is an MPEG-4 file, new or not.
+  ReferenceWriter(const boost::filesystem::path& file, bool isIso) : file_(file), isIso_(isIso) {}
   // A whole atom of 'dref'.
   const Bytes& AtomFor(const DataReference& reference);
 
  private:
   const boost::filesystem::path& file_;
-  const FileKind kind_;
+  const bool isIso_;
   std::map<std::string, Bytes> aliases_;  // by path
   Bytes other_;  // what was made last of anything else
 };
