@@ -313,7 +313,7 @@ HeldBytes ReadMovieHeader(const ByteSource& source) {
   const auto found = FindTopLevel(source, FourCC{"moov"});
   if (!found) return {};
   if (found->atom.size == found->atom.headerSize) throw Malformed("the movie header is empty");
-  const HeldBytes held =
+  HeldBytes held =
       source.Load(found->at + found->atom.headerSize, found->atom.size - found->atom.headerSize);
   const ByteSpan content = held.Span();
   const auto first = ReadFrame(content, content.size());
