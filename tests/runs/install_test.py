@@ -98,8 +98,9 @@ class Installation(unittest.TestCase):
     @has_tools("ffmpeg", "ffprobe")
     def test_builds_a_program_through_cmake(self):
         build = self.folder / "build"
-        call("cmake", "-S", ROOT / "examples", "-B", build, f"-DCMAKE_PREFIX_PATH={self.tree}",
-             f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}", f"-DCMAKE_CXX_FLAGS={self.flags}")  # fmt: skip
+        call("cmake", "-G", "Ninja", "-S", ROOT / "examples", "-B", build,
+             f"-DCMAKE_PREFIX_PATH={self.tree}", f"-DCMAKE_CXX_FLAGS={self.flags}",
+             f"-DCMAKE_CXX_COMPILER={cached('CMAKE_CXX_COMPILER')}")  # fmt: skip
         call("cmake", "--build", build)
         self.assert_cuts(build / "cut")
 
