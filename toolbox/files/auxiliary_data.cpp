@@ -126,14 +126,15 @@ Bytes WriteOffsets(const Offsets& offsets) {
 }
 
 // Nothing where the tables contradict one another.
-std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const SampleRows& rows,
+std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const SampleTable& samples,
                                                ByteSpan table) try {
+  const SampleRows& rows = *samples.WholeRows();
   const Offsets offsets = ReadOffsets(table.subspan(kHead));
   const auto sizes = FindSizes(rows.otherTables, offsets.kind);
   if (!sizes || offsets.each.empty()) return std::nullopt;
   std::vector<CopyRange> ranges;
   std::size_t chunk = 0;
-  media.samples.ForEachPiece(0, rows.located, [&](const SamplePiece& piece) {
+  samples.ForEachPiece(0, rows.located, [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
     // One offset: all of it lies in one piece.
     if (offsets.each.size() == 1 && !isFirst) return;
@@ -152,14 +153,15 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
 
 }  // namespace
 
-std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media) {
+std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media, const SampleTable& samples) {
   std::vector<AuxiliaryData> found;
-  const SampleRows* rows = media.samples.WholeRows();
+  const SampleRows* rows = samples.WholeRows();
   if (rows == nullptr || rows->located < rows->count) return found;
   for (std::size_t i = 0; i < rows->otherTables.size(); ++i) {
     const Sibling& table = rows->otherTables[i];
     if (table.type != kOffsets || table.bytes.size() < kHead) continue;
-    if (auto ranges = RangesOf(media, *rows, table.bytes)) found.push_back({i, std::move(*ranges)});
+    if (auto ranges = RangesOf(media, samples, table.bytes))
+      found.push_back({i, std::move(*ranges)});
   }
   return found;
 }

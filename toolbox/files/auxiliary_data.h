@@ -17,9 +17,9 @@ struct AuxiliaryData {
   std::vector<CopyRange> ranges;  // without a destination
 };
 
-// All that belongs to the samples of a media, which are whole rows in chunks. What contradicts
-// itself is left out.
-std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media);
+// All that belongs to samples of a media, by whose descriptions they go; nothing where they are not
+// whole rows in chunks. What contradicts itself is left out.
+std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media, const SampleTable& samples);
 
 // What the fragments of a track say of such data, one after the other: to tables of the whole.
 class FragmentAuxiliary {

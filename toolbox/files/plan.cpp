@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <map>
+#include <numeric>
 #include <tuple>
 
 #include "toolbox/files/auxiliary_data.h"
@@ -280,14 +281,26 @@ void Planner::Arrange(bool interleave) {
   }
 }
 
+// Those samples of a media, with the descriptions that it gives them.
+SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> parts) {
+  std::vector<std::uint32_t> same(media.descriptions.size());
+  std::iota(same.begin(), same.end(), 0U);
+  SampleTable samples;
+  for (const UsedSamples& part : parts) {
+    samples.AppendSlice(media.samples, part.from, part.to, same);
+  }
+  return samples;
+}
+
 void Planner::AddAuxiliary(std::size_t index) {
   TrackPlan& track = plan_.tracks[index];
   track.auxiliary.emplace();
-  if (plan_.movie->tracks[index]->media->samples.WholeRows() == nullptr) return;
+  const SampleRows* kept = plan_.movie->tracks[index]->media->samples.WholeRows();
+  if (kept == nullptr) return;
   const MediaRecord& source = *track.source->media;
-  const Siblings& tables = source.samples.WholeRows()->otherTables;
-  const std::vector<AuxiliaryData> found = FindAuxiliaryData(source);
-  const auto stated = std::ranges::count(tables, FourCC{"saio"}, &Sibling::type);
+  const std::vector<AuxiliaryData> found =
+      FindAuxiliaryData(source, SamplesOf(source, prepared_[index].used));
+  const auto stated = std::ranges::count(kept->otherTables, FourCC{"saio"}, &Sibling::type);
   if (source.IsProtected() && found.size() != static_cast<std::size_t>(stated)) {
     throw Refused{invalidSampleTable};
   }

@@ -86,7 +86,7 @@ class Updater {
     };
     for (const auto& track : movie_.tracks) {
       if (!track->media) continue;
-      for (const AuxiliaryData& data : FindAuxiliaryData(*track->media)) {
+      for (const AuxiliaryData& data : FindAuxiliaryData(*track->media, track->media->samples)) {
         for (const CopyRange& range : data.ranges) {
           const bool isLost = std::ranges::any_of(layout_.atoms, [&](const TopLevelAtom& atom) {
             return isToGo(atom) && range.at < atom.at + atom.atom.size &&

@@ -269,7 +269,8 @@ TEST_F(ReadFragments, LeadToWhatLiesBesideTheSamples) {
                             Atom("saio", U32(0), U32(1), U32(300)));
   const Bytes bare = Plain(Header(1, 0x20000), RunOf(2));
   const auto movie = Read(Join(bare, Plain(Header(1, 0x20000), beside, RunOf(2), RunOf(3))));
-  const auto found = FindAuxiliaryData(*movie->tracks[0]->media);
+  const MediaRecord& media = *movie->tracks[0]->media;
+  const auto found = FindAuxiliaryData(media, media.samples);
   ASSERT_EQ(found.size(), 1U);
   std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
   for (const CopyRange& range : found[0].ranges) ranges.emplace_back(range.at, range.length);

@@ -268,15 +268,21 @@ Bytes Beside(std::uint32_t at) {
 Bytes Secret() { return Atom("encv", Zeros(6), U16(1)); }
 
 TEST_F(WriteMovie, CopiesWhatLiesBesideTheSamples) {
+  const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
+  // Nothing is left of the other file in this join.
+  const auto join = Opened("join.mov", FileWith(Beside(20)));
+  InsertMovieSegment(*Opened("other.mov", FileWith({})), *join, {}, {600}, {0});
+  join->tracks[0]->edits.Delete({0}, {600}, join->tracks[0]->TimeClock());
+  const Bytes data = Numbered(60), beside(data.begin() + 12, data.begin() + 24);
   for (const bool movieFirst : {false, true}) {
-    const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
-    const Bytes data = Numbered(60), beside(data.begin() + 12, data.begin() + 24);
-    const Bytes file = Flattened(*movie, {.movieFirst = movieFirst, .compress = false});
-    const auto offsets = Content(file, "saio");
-    ASSERT_EQ(offsets->size(), 16U);
-    const auto at = static_cast<std::ptrdiff_t>(FromBigEndian<std::uint64_t>(&(*offsets)[8]));
-    EXPECT_EQ(Bytes(file.begin() + at, file.begin() + at + 12), beside);
-    EXPECT_EQ(SampleBytes(*ReadOutput()->tracks[0]), Numbered(60));
+    for (const auto* source : {&*movie, &*join}) {
+      const Bytes file = Flattened(*source, {.movieFirst = movieFirst, .compress = false});
+      const auto offsets = Content(file, "saio");
+      ASSERT_TRUE(offsets && offsets->size() == 16U);
+      const auto at = static_cast<std::ptrdiff_t>(FromBigEndian<std::uint64_t>(&(*offsets)[8]));
+      EXPECT_EQ(Bytes(file.begin() + at, file.begin() + at + 12), beside);
+      EXPECT_EQ(SampleBytes(*ReadOutput()->tracks[0]), data);
+    }
     // In a reference movie it stays where it is.
     const Bytes reference = Written(PlanReference(*movie), {.movieFirst = true, .compress = false});
     EXPECT_TRUE(Contains(reference, Beside(20)));
