@@ -5,7 +5,7 @@ import pathlib
 import re
 import sys
 
-SMALL = r"toolbox/(bytes|codes|refused)\.h"
+SMALL = r"toolbox/(bytes|codes|held_bytes|refused)\.h"
 COMMANDS = r"(clipjoin|input|chapter|utils)/\w+\.h"
 
 # What the files of a folder may include of this project.
@@ -13,7 +13,7 @@ ALLOWED = {
     "toolbox": rf"{SMALL}|toolbox/(types|atoms/fourcc)\.h",
     "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
     "toolbox/text": rf"{SMALL}|toolbox/text/\w+\.h",
-    "toolbox/movie": rf"{SMALL}|toolbox/(movie|text)/\w+\.h|toolbox/atoms/(fourcc|malformed|siblings)\.h",
+    "toolbox/movie": rf"{SMALL}|toolbox/(movie|text)/\w+\.h|toolbox/atoms/(big_endian|fourcc|malformed|siblings)\.h",
     "toolbox/files": rf"{SMALL}|toolbox/(files|atoms|movie|text)/\w+\.h",
     "toolbox/calls": r"toolbox/[\w/]+\.h",
     "clipjoin": rf"toolbox/toolbox\.h|{COMMANDS}",

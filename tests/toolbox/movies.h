@@ -15,9 +15,9 @@ inline std::shared_ptr<SampleRows> PlainRows(std::uint32_t count, std::uint32_t 
   auto rows = std::make_shared<SampleRows>();
   rows->count = count;
   rows->AddTimes(count, delta);
-  rows->sizes.assign(count, size);
+  rows->sizes.Add(count, size);
   rows->AddChunks(0, 1, count, 0);
-  rows->chunkOffsets = {at};
+  rows->chunkOffsets.Add(at);
   return rows;
 }
 

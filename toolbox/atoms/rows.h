@@ -48,6 +48,8 @@ class Rows {
     return produce_ ? produced_ : static_cast<std::uint32_t>(encoded_.size() / Row::kSize);
   }
 
+  // The rows as they stand in the atom they were read from.
+  ByteSpan Encoded() const { return encoded_; }
   // Calls visit(const Row&) for each row, front to back.
   template <class Visitor>
   void ForEach(Visitor&& visit) const;  // in fields.h: decoding needs a FieldReader

@@ -134,7 +134,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
   if (!sizes || offsets.each.empty()) return std::nullopt;
   std::vector<CopyRange> ranges;
   std::size_t chunk = 0;
-  samples.ForEachPiece(0, rows.located, [&](const SamplePiece& piece) {
+  samples.ForEachPiece(0, rows.Located(), [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
     // One offset: all of it lies in one piece.
     if (offsets.each.size() == 1 && !isFirst) return;
@@ -156,7 +156,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
 std::vector<AuxiliaryData> FindAuxiliaryData(const MediaRecord& media, const SampleTable& samples) {
   std::vector<AuxiliaryData> found;
   const SampleRows* rows = samples.WholeRows();
-  if (rows == nullptr || rows->located < rows->count) return found;
+  if (rows == nullptr || rows->Located() < rows->count) return found;
   for (std::size_t i = 0; i < rows->otherTables.size(); ++i) {
     const Sibling& table = rows->otherTables[i];
     if (table.type != kOffsets || table.bytes.size() < kHead) continue;

@@ -6,27 +6,62 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <limits>
+#include <memory>
+#include <new>
 
 namespace toolbox {
 namespace {
 
-// The pages of a file that hold [at, at + size), all of them read; nothing where the system cannot
-// do so, be it for a damaged disk: reading will tell.
-std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
+// Pages of a file, looked at where the system keeps them.
+class Mapping final : public HeldBytes::Holder {
+ public:
+  Mapping(int file, std::uint64_t at, std::size_t length)
+      : length_(length),
+        pages_(mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file, static_cast<off_t>(at))) {}
+  Mapping(const Mapping&) = delete;
+  Mapping& operator=(const Mapping&) = delete;
+  ~Mapping() override {
+    if (pages_ != MAP_FAILED) munmap(pages_, length_);
+  }
+
+  // Brings all of them in; false where the system cannot do so, be it for a damaged disk.
+  bool Fill() const {
 #ifdef MADV_POPULATE_READ
-  const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
-  const std::size_t length = before + size;
-  void* pages =
-      mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file, static_cast<off_t>(at - before));
-  if (pages == MAP_FAILED) return std::nullopt;
-  const std::shared_ptr<const void> owner(
-      pages, [length](const void* mapped) { munmap(const_cast<void*>(mapped), length); });
-  if (madvise(pages, length, MADV_POPULATE_READ) != 0) return std::nullopt;
-  return HeldBytes({static_cast<const std::uint8_t*>(pages) + before, size}, owner);
+    return pages_ != MAP_FAILED && madvise(pages_, length_, MADV_POPULATE_READ) == 0;
 #else
-  return std::nullopt;
+    return false;
 #endif
+  }
+  const std::uint8_t* Data() const { return static_cast<const std::uint8_t*>(pages_); }
+
+  // A copy takes their place.
+  void Own() const override {
+    if (isOwned_) return;
+    void* copy = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (copy == MAP_FAILED) throw std::bad_alloc();
+    std::memcpy(copy, pages_, length_);
+    if (mremap(copy, length_, length_, MREMAP_MAYMOVE | MREMAP_FIXED, pages_) == MAP_FAILED) {
+      munmap(copy, length_);
+      throw std::bad_alloc();
+    }
+    isOwned_ = true;
+  }
+
+ private:
+  std::size_t length_;
+  void* pages_;
+  mutable bool isOwned_ = false;
+};
+
+// The bytes [at, at + size) of a file without a copy; nothing where that cannot be: reading will
+// tell why.
+std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
+  const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const auto mapping = std::make_shared<const Mapping>(file, at - before, before + size);
+  if (!mapping->Fill()) return std::nullopt;
+  return HeldBytes({mapping->Data() + before, size}, mapping);
 }
 
 }  // namespace

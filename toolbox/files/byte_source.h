@@ -3,35 +3,16 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
 
 #include "toolbox/bytes.h"
 #include "toolbox/files/descriptor.h"
+#include "toolbox/held_bytes.h"
 #include "toolbox/movie/data_reference.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
-
-// Bytes together with what keeps them there.
-class HeldBytes {
- public:
-  HeldBytes() = default;
-  explicit HeldBytes(Bytes bytes) {
-    auto held = std::make_shared<const Bytes>(std::move(bytes));
-    span_ = *held;
-    owner_ = std::move(held);
-  }
-  HeldBytes(ByteSpan span, std::shared_ptr<const void> owner)
-      : span_(span), owner_(std::move(owner)) {}
-
-  ByteSpan Span() const { return span_; }
-
- private:
-  ByteSpan span_;
-  std::shared_ptr<const void> owner_;
-};
 
 struct ByteSource {
   virtual ~ByteSource() = default;
@@ -54,8 +35,8 @@ class FileSource final : public ByteSource {
 
   std::uint64_t Size() const override { return size_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
-  // Much at once is looked at where the system keeps it and not copied. To be dropped soon: whoever
-  // cuts the file short meanwhile ends the process.
+  // Much at once is looked at where the system keeps it and not copied: until it is owned, whoever
+  // writes to the file changes it, and whoever cuts the file short ends the process.
   HeldBytes Load(std::uint64_t at, std::size_t size) const override;
   int Descriptor() const override { return file_.Number(); }
 

@@ -34,7 +34,7 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
   std::uint64_t inSecond = 0;
   MakeHintSamples(plan, track, payload, [&](const HintSample& sample, std::int64_t duration) {
     if (duration > UINT32_MAX) throw Refused{invalidDuration};
-    facts.rows.sizes.push_back(static_cast<std::uint32_t>(sample.Content().size()));
+    facts.rows.sizes.Add(sample.Content().size());
     facts.size += sample.Content().size();
     durations.Add(1, duration);
     if (time / payload.clock != second) inSecond = 0;
@@ -49,7 +49,7 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
     facts.highestBitRate = std::max(facts.highestBitRate, 8 * inSecond);
   });
   durations.Flush();
-  facts.rows.count = static_cast<std::uint32_t>(facts.rows.sizes.size());
+  facts.rows.count = static_cast<std::uint32_t>(facts.rows.sizes.Count());
   for (const auto& [samples, duration] : times) {
     facts.rows.AddTimes(samples, static_cast<std::uint32_t>(duration));
   }
@@ -103,7 +103,7 @@ std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destinat
   constexpr std::uint64_t kLargest = 1 << 20;
   std::vector<OutputChunk> chunks;
   for (std::uint32_t sample = 0; sample < rows.count; ++sample) {
-    const std::uint32_t size = rows.sizes[sample];
+    const std::uint64_t size = rows.sizes[sample];
     if (chunks.empty() || chunks.back().size + size > kLargest) {
       chunks.push_back({.sample = sample, .destination = destination});
     }

@@ -89,14 +89,14 @@ class TrackFiller {
     for (const FragmentGroups& groups : run.groups) groups_.Add(groups);
     auxiliary_.Add(run.auxiliary, run.run.count);
     rows_.count += run.run.count;
-    rows_.chunkOffsets.push_back(run.at);
-    rows_.AddChunks(static_cast<std::uint32_t>(rows_.chunkOffsets.size() - 1), 1, run.run.count,
+    rows_.chunkOffsets.Add(run.at);
+    rows_.AddChunks(static_cast<std::uint32_t>(rows_.chunkOffsets.Count() - 1), 1, run.run.count,
                     run.description);
     run.ForEach([&](std::uint32_t samples, const SampleFacts& facts) {
       AddSizes(samples, facts.size, run.description);
       rows_.AddTimes(samples, facts.duration);
-      if (!rows_.offsets.empty() || facts.offset != 0) {
-        if (rows_.offsets.empty()) rows_.AddOffsets(filled_, 0);
+      if (!rows_.offsets.IsEmpty() || facts.offset != 0) {
+        if (rows_.offsets.IsEmpty()) rows_.AddOffsets(filled_, 0);
         rows_.AddOffsets(samples, facts.offset);
         if (facts.offset < 0) rows_.offsetsVersion = 1;
       }
@@ -128,8 +128,8 @@ class TrackFiller {
   void Begin() {
     isBegun_ = true;
     filled_ = rows_.count;
-    auxiliary_ = FragmentAuxiliary(rows_.count, rows_.chunkOffsets.size());
-    if (rows_.located != rows_.count) throw Malformed("samples before the fragments lie nowhere");
+    auxiliary_ = FragmentAuxiliary(rows_.count, rows_.chunkOffsets.Count());
+    if (rows_.Located() != rows_.count) throw Malformed("samples before the fragments lie nowhere");
     if (rows_.count == 0) {
       rows_.sync.reset();
       rows_.constantSize = 0;
@@ -163,14 +163,14 @@ class TrackFiller {
       if (packing.samples == 1 && packing.bytes == size) return;
       throw Refused{featureUnsupported};  // packets and plain samples in one table
     }
-    if (rows_.sizes.empty()) {
+    if (rows_.sizes.IsEmpty()) {
       if (filled_ == 0) rows_.constantSize = size;
       if (rows_.constantSize == size && size != 0) return;
       CheckCount();
-      rows_.sizes.assign(filled_, rows_.constantSize);
+      rows_.sizes.Add(filled_, rows_.constantSize);
       rows_.constantSize = 0;
     }
-    rows_.sizes.insert(rows_.sizes.end(), samples, size);
+    rows_.sizes.Add(samples, size);
   }
 
   void AddFlags(std::uint32_t samples, std::uint32_t flags) {

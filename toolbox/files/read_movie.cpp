@@ -104,10 +104,12 @@ std::vector<DataReference> ReadDataReferences(ByteSpan dinf, MediaRecord& media,
 
 // Refuses a media that has samples in a file that is not there.
 void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
-  for (const ChunkRun& run : rows.chunkRuns) {
-    if (std::holds_alternative<Unresolved>(media.ReferenceOf(run.description))) {
-      throw Refused{couldNotResolveDataRef};
-    }
+  const auto isMissing = [](const DataReference& reference) {
+    return std::holds_alternative<Unresolved>(reference);
+  };
+  if (std::ranges::none_of(media.dataReferences, isMissing) || rows.Located() == 0) return;
+  for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsBehindLast(); run.Next()) {
+    if (isMissing(media.ReferenceOf(run->description))) throw Refused{couldNotResolveDataRef};
   }
 }
 
@@ -268,10 +270,10 @@ void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending
   }
 }
 
-std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const ByteSource& source,
+std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const ByteSource& source,
                                        const boost::filesystem::path& path, bool resolve) {
   auto movie = std::make_unique<MovieRecord>();
-  Children parts(content);
+  Children parts(content.Span());
   const auto header = parts.One<MovieHeader>();
   if (header.scale <= 0) throw Malformed("the movie has no time scale");
   movie->flags = header.flags;
@@ -296,6 +298,7 @@ std::unique_ptr<MovieRecord> ReadMovie(ByteSpan content, const ByteSource& sourc
     track.movie = movie.get();
     pending.push_back(
         InAtom(FourCC{"trak"}, [&] { return ReadTrack(trak, track, path, resolve); }));
+    if (pending.back().rows) pending.back().rows->header = content;
     if (track.id >= movie->nextTrackId) movie->nextTrackId = track.id + 1;
   }
   FinishTracks(*movie, pending, parts.Maybe(FourCC{"mvex"}), source, resolve);
@@ -335,7 +338,7 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
     return sound;
   }
   auto movie = InAtom(FourCC{"moov"}, [&] {
-    return ReadMovie(header.Span(), source, real, references == References::kResolve);
+    return ReadMovie(header, source, real, references == References::kResolve);
   });
   movie->fileAtoms = FindFileAtoms(source);
   return movie;

@@ -73,9 +73,7 @@ void ReadSizes(Children& table, SampleRows& rows) {
     rows.constantSize = stated.size;
     if (stated.size != 0) return;
     const auto sizes = Decode<SampleSizes>(*content);
-    rows.sizes.resize(sizes.rows.Count());
-    std::uint32_t* next = rows.sizes.data();  // no push_back: millions are copied at once
-    sizes.rows.ForEach([&next](const SampleSize& row) { *next++ = row.size; });
+    rows.sizes = FileNumbers(false, sizes.rows.Encoded());
   } else if (const auto compact = table.Maybe<CompactSampleSizes>()) {
     const std::uint32_t bits = compact->fieldBits & 0xFF;
     if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
@@ -83,12 +81,11 @@ void ReadSizes(Children& table, SampleRows& rows) {
       throw Malformed("'stz2' is shorter than its count");
     }
     rows.count = compact->count;
-    rows.sizes.reserve(rows.count);
     for (std::size_t i = 0; i < rows.count; ++i) {
       const std::uint8_t* at = &compact->fields[i * bits / 8];
-      rows.sizes.push_back(bits == 16  ? FromBigEndian<std::uint16_t>(at)
-                           : bits == 8 ? *at
-                                       : (i % 2 == 0 ? *at >> 4U : *at & 15U));
+      rows.sizes.Add(bits == 16  ? FromBigEndian<std::uint16_t>(at)
+                     : bits == 8 ? *at
+                                 : (i % 2 == 0 ? *at >> 4U : *at & 15U));
     }
   }
 }
@@ -106,26 +103,24 @@ void ReadTimes(Children& table, SampleRows& rows) {
 
   if (const auto offsets = table.Maybe<CompositionOffsets>()) {
     rows.offsetsVersion = offsets->versionAndFlags >> 24;
-    rows.offsets.reserve(offsets->rows.Count() + std::size_t{1});
+    if (auto stated = OffsetRuns::Stated(offsets->rows.Encoded(), rows.count)) {
+      rows.offsets = std::move(*stated);
+      return;
+    }
     offsets->rows.ForEach(
         [&](const CompositionOffsets::Row& row) { rows.AddOffsets(row.count, row.offset); });
-    if (!rows.offsets.empty()) rows.AddOffsets(UINT32_MAX, 0);
+    if (!rows.offsets.IsEmpty()) rows.AddOffsets(UINT32_MAX, 0);
   }
 }
 
 void ReadChunkOffsets(Children& table, SampleRows& rows) {
-  const auto read = [&](const auto& stated) {
-    rows.chunkOffsets.resize(stated.rows.Count());
-    std::uint64_t* next = rows.chunkOffsets.data();
-    stated.rows.ForEach([&next](const auto& row) { *next++ = row.offset; });
-  };
   if (const auto narrow = table.Maybe<ChunkOffsets>()) {
-    read(*narrow);
+    rows.chunkOffsets = FileNumbers(false, narrow->rows.Encoded());
   } else if (const auto wide = table.Maybe<WideChunkOffsets>()) {
-    read(*wide);
-    if (std::ranges::any_of(rows.chunkOffsets, [](std::uint64_t at) { return at > INT64_MAX; })) {
-      throw Malformed("a chunk lies beyond the end of any file");
-    }
+    wide->rows.ForEach([](const WideChunkOffsets::Row& row) {
+      if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
+    });
+    rows.chunkOffsets = FileNumbers(true, wide->rows.Encoded());
   }
 }
 
@@ -133,8 +128,11 @@ void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
   ReadChunkOffsets(table, rows);
   const auto stated = table.Maybe<SampleToChunk>();
   if (!stated) return;
-  const auto chunks = static_cast<std::uint32_t>(rows.chunkOffsets.size());
-  rows.chunkRuns.reserve(stated->rows.Count() + std::size_t{1});
+  const auto chunks = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
+  if (auto runs = ChunkRuns::Stated(stated->rows.Encoded(), chunks, rows.count, descriptions)) {
+    rows.chunkRuns = std::move(*runs);
+    return;
+  }
   std::optional<SampleToChunk::Row> last;
   const auto add = [&](std::uint32_t end) {
     if (!last || last->firstChunk > chunks) return;

@@ -17,7 +17,7 @@
 namespace toolbox {
 namespace {
 
-constexpr int kEndings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU};
+constexpr int kEndings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS};
 
 // Not SIG_IGN, which a program started by this one would inherit: the write then fails with EFBIG.
 void CarryOn(int) {}

@@ -57,6 +57,9 @@ class Updater {
   }
 
   void Update() {
+    for (const auto& track : movie_.tracks) {
+      if (track->media) track->media->samples.OwnRows();
+    }
     CheckOldMovieMayGo();
     FreeLeftovers();
     FilePlan plan = PlanUpdate(movie_);

@@ -120,6 +120,8 @@ class Header {
       : movie_(plan, file), dataHead_(HeadOf(plan).size()), isCompressed_(isCompressed) {}
 
   std::uint64_t Size() const { return size_; }
+  // Whether all of it is in memory once it is settled.
+  bool IsHeld() const { return isCompressed_; }
 
   // Settles it for media data at byte `dataStart`.
   void Settle(std::uint64_t dataStart) {
@@ -174,6 +176,13 @@ class Header {
   std::uint64_t dataStart_ = 0, size_ = 0;
 };
 
+// For work with sample tables after minutes of copying, when their files may have changed.
+void OwnTables(const FilePlan& plan) {
+  for (const TrackPlan& track : plan.tracks) {
+    if (track.source->media) track.source->media->samples.OwnRows();
+  }
+}
+
 void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
                         const boost::filesystem::path& file, OutputFile& output) {
   const Bytes type = FileTypeOf(plan);
@@ -194,6 +203,7 @@ void WriteMovieAndMedia(const FilePlan& plan, FileLayout layout,
   output.Reserve(type.size() + movie.Size() + head + plan.dataSize);
   output.Append(type);
   if (layout.movieFirst) movie.AppendTo(output);
+  if (!plan.made.empty() || (!layout.movieFirst && !movie.IsHeld())) OwnTables(plan);
   CopyMediaData(plan, output);
   if (!layout.movieFirst) movie.AppendTo(output);
 }

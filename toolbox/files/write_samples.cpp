@@ -31,10 +31,7 @@ Rows<Row> RowsOf(Io& io, Walk walk) {
   return Rows<Row>(Count(count), [walk](RowBatches<Row>& batches) { walk(batches); });
 }
 
-using ChunkOffsetSpan = std::span<const std::uint64_t>;
-
-// Calls visit(samples, description, offsets, shift) for chunks that are alike, front to back: so
-// many samples in each; a chunk lies `shift` bytes behind its offset.
+// The chunks of a track of the output, front to back.
 class ChunkWalk {
  public:
   ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
@@ -47,46 +44,51 @@ class ChunkWalk {
   bool ReachesFar() const {
     if (!track_.chunks.empty() && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
     std::uint64_t farthest = 0;
-    (*this)([&](std::uint32_t, std::uint32_t, ChunkOffsetSpan offsets, std::uint64_t shift) {
-      for (const std::uint64_t offset : offsets) farthest = std::max(farthest, offset + shift);
-    });
+    ForEachOffset([&](std::uint64_t offset) { farthest = std::max(farthest, offset); });
     return farthest > UINT32_MAX;
   }
 
+  // Calls visit(SampleChunks); neighbours may be alike.
   template <class Visit>
-  void operator()(Visit&& visit) const {
+  void ForEachChunks(Visit&& visit) const {
     for (const OutputChunk& chunk : track_.chunks) {
       if (!chunk.keepsPlaces) {
-        visit(chunk.count, chunk.description, std::span(&chunk.destination, 1), dataStart_);
+        visit(SampleChunks{1, chunk.count, chunk.description});
         continue;
       }
-      const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
       track_.source->media->samples.ForEachChunks(
-          chunk.sample, chunk.sample + chunk.count, [&](const SampleChunks& chunks) {
-            visit(chunks.perChunk, track_.descriptions[chunks.description], chunks.offsets,
-                  shift + chunks.skipped);
+          chunk.sample, chunk.sample + chunk.count, [&](SampleChunks chunks) {
+            chunks.description = track_.descriptions[chunks.description];
+            visit(chunks);
           });
     }
     if (!track_.chunks.empty()) return;
-    const SampleTable& samples = media_.samples;
-    samples.ForEachChunks(0, samples.LocatedCount(), [&](const SampleChunks& chunks) {
-      if (plan_.shifts.empty()) {
-        visit(chunks.perChunk, chunks.description, chunks.offsets, chunks.skipped);
-        return;
+    media_.samples.ForEachChunks(0, media_.samples.LocatedCount(), visit);
+  }
+
+  // Calls visit(offset) for each chunk.
+  template <class Visit>
+  void ForEachOffset(Visit&& visit) const {
+    for (const OutputChunk& chunk : track_.chunks) {
+      if (!chunk.keepsPlaces) {
+        visit(dataStart_ + chunk.destination);
+        continue;
       }
-      for (const std::uint64_t& offset : chunks.offsets) {
-        visit(chunks.perChunk, chunks.description, std::span(&offset, 1),
-              chunks.skipped + ShiftOf(chunks.description, offset + chunks.skipped));
-      }
-    });
+      const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
+      track_.source->media->samples.ForEachOffsetOfChunk(
+          chunk.sample, chunk.sample + chunk.count,
+          [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
+    }
+    if (!track_.chunks.empty()) return;
+    media_.samples.ForEachOffsetOfChunk(
+        0, media_.samples.LocatedCount(), [&](std::uint64_t offset, std::uint32_t description) {
+          const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
+          visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
+                      : offset);
+        });
   }
 
  private:
-  std::uint64_t ShiftOf(std::uint32_t description, std::uint64_t offset) const {
-    if (!std::holds_alternative<ThisFile>(media_.ReferenceOf(description))) return 0;
-    return static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset));
-  }
-
   const FilePlan& plan_;
   const MediaRecord& media_;
   const TrackPlan& track_;
@@ -106,13 +108,12 @@ template <class Visit>
 std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
   SampleToChunk::Row run;
   std::uint64_t chunks = 0;
-  walk([&](std::uint32_t samples, std::uint32_t description, ChunkOffsetSpan offsets,
-           std::uint64_t) {
-    if (samples != run.samplesPerChunk || description + 1 != run.description) {
-      run = {static_cast<std::uint32_t>(chunks + 1), samples, description + 1};
+  walk.ForEachChunks([&](const SampleChunks& alike) {
+    if (alike.perChunk != run.samplesPerChunk || alike.description + 1 != run.description) {
+      run = {static_cast<std::uint32_t>(chunks + 1), alike.perChunk, alike.description + 1};
       visit(run);
     }
-    chunks += offsets.size();
+    chunks += alike.count;
   });
   return chunks;
 }
@@ -121,14 +122,10 @@ template <class Offset>
 void AddOffsets(auto& table, std::uint32_t count, const ChunkWalk& walk) {
   using Atom = ChunkOffsetTable<Offset>;
   using Row = typename Atom::Row;
-  table.Add(
-      Atom{0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
-             walk([&](std::uint32_t, std::uint32_t, ChunkOffsetSpan offsets, std::uint64_t shift) {
-               for (const std::uint64_t offset : offsets) {
-                 rows({static_cast<Offset>(offset + shift)});
-               }
-             });
-           })});
+  table.Add(Atom{0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
+                   walk.ForEachOffset(
+                       [&](std::uint64_t offset) { rows({static_cast<Offset>(offset)}); });
+                 })});
 }
 
 template <class Io>

@@ -48,31 +48,18 @@ bool SampleRows::MoveEnd(std::int64_t time) {
 }
 
 void SampleRows::AddOffsets(std::uint32_t samples, std::int32_t offset) {
-  samples = std::min(samples, count - shifted_);
-  if (samples == 0) return;
-  smallestOffset = shifted_ == 0 ? offset : std::min(smallestOffset, offset);
-  largestOffset = shifted_ == 0 ? offset : std::max(largestOffset, offset);
-  if (offsets.empty() || offsets.back().offset != offset) offsets.push_back({shifted_, offset});
-  shifted_ += samples;
+  samples = std::min(samples, count - offsets.Samples());
+  offsets.Add(samples, offset);
 }
 
 void SampleRows::AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                            std::uint32_t description) {
   if (samplesPerChunk == 0) return;
-  const std::uint32_t left = count - located;
+  const std::uint32_t left = count - Located();
   const std::uint32_t whole =
       std::uint64_t{chunks} * samplesPerChunk <= left ? chunks : left / samplesPerChunk;
-  const auto continues = [&](const ChunkRun& run) {
-    return run.samplesPerChunk == samplesPerChunk && run.description == description &&
-           run.chunk + (located - run.sample) / samplesPerChunk == chunk;
-  };
-  if (whole != 0 && (chunkRuns.empty() || !continues(chunkRuns.back()))) {
-    chunkRuns.push_back({chunk, located, samplesPerChunk, description});
-  }
-  located += whole * samplesPerChunk;
-  if (whole == chunks || located == count) return;
-  chunkRuns.push_back({chunk + whole, located, count - located, description});
-  located = count;
+  chunkRuns.Add(chunk, whole, samplesPerChunk, description);
+  if (whole != chunks) chunkRuns.Add(chunk + whole, 1, count - Located(), description);
 }
 
 const TimeRun& SampleRows::TimeRunOf(std::uint32_t sample) const {
@@ -82,13 +69,11 @@ const TimeRun& SampleRows::TimeRunOf(std::uint32_t sample) const {
 void SampleRows::AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
                            std::uint32_t description) {
   if (times.empty() || times.back().delta != delta) times.push_back({count, delta, duration});
-  if (chunkRuns.empty() || chunkRuns.back().description != description) {
-    chunkRuns.push_back({count, count, 1, description});
-  }
-  chunkOffsets.push_back(offset);
-  sizes.push_back(size);
+  chunkRuns.Add(count, 1, 1, description);
+  chunkOffsets.Add(offset);
+  sizes.Add(size);
   duration += delta;
-  timed_ = located = ++count;
+  timed_ = ++count;
 }
 
 std::int64_t SampleRows::TimeOf(std::uint32_t sample) const {
@@ -100,7 +85,7 @@ std::int64_t SampleRows::TimeOf(std::uint32_t sample) const {
 std::uint32_t SampleRows::DurationOf(std::uint32_t sample) const { return TimeRunOf(sample).delta; }
 
 std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
-  return offsets.empty() ? 0 : RunAt(offsets, sample, &OffsetRun::sample).offset;
+  return offsets.IsEmpty() ? 0 : offsets.From(sample)->offset;
 }
 
 std::pair<std::uint32_t, std::uint32_t> SampleRows::TimesAround(std::uint32_t sample) const {
@@ -109,9 +94,9 @@ std::pair<std::uint32_t, std::uint32_t> SampleRows::TimesAround(std::uint32_t sa
 }
 
 std::pair<std::uint32_t, std::uint32_t> SampleRows::OffsetsAround(std::uint32_t sample) const {
-  if (offsets.empty()) return {0, count};
-  const OffsetRun* run = &RunAt(offsets, sample, &OffsetRun::sample);
-  return {run->sample, run == &offsets.back() ? count : run[1].sample};
+  if (offsets.IsEmpty()) return {0, count};
+  const OffsetRuns::Walk run = offsets.From(sample);
+  return {run->sample, run->end};
 }
 
 std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
@@ -121,10 +106,6 @@ std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
   if (run.delta == 0) return count - 1;
   return std::min(count - 1,
                   run.sample + static_cast<std::uint32_t>((time - run.time) / run.delta));
-}
-
-std::size_t SampleRows::ChunkRunOf(std::uint32_t sample) const {
-  return static_cast<std::size_t>(&RunAt(chunkRuns, sample, &ChunkRun::sample) - chunkRuns.data());
 }
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
@@ -137,8 +118,8 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   std::erase_if(rows.otherTables,
                 [](const Sibling& table) { return table.type == FourCC{"cslg"}; });
   rows.times.clear();
-  rows.offsets.clear();
-  rows.timed_ = rows.shifted_ = 0;
+  rows.offsets = {};
+  rows.timed_ = 0;
   rows.duration = 0;
   const auto addTime = [&rows](std::uint32_t samples, std::int64_t delta) {
     if (delta > UINT32_MAX) throw Refused{invalidDuration};
@@ -152,10 +133,10 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   if (to % from == 0) {
     for (const TimeRun& run : times)
       addTime(TimesAround(run.sample).second - run.sample, place(run.delta));
-    for (std::size_t i = 0; i < offsets.size(); ++i) {
-      const std::uint32_t end = i + 1 < offsets.size() ? offsets[i + 1].sample : count;
-      addOffset(end - offsets[i].sample, place(offsets[i].offset));
-    }
+    if (offsets.IsEmpty()) return rows;
+    offsets.ForEach(0, count, [&](std::uint32_t samples, std::int32_t offset) {
+      addOffset(samples, place(offset));
+    });
     return rows;
   }
   // Each sample is rounded on its own; beyond this many that takes too long to be worth it.
@@ -166,7 +147,7 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   for (std::uint32_t sample = 0; sample < count; ++sample) {
     const std::int64_t time = TimeOf(sample);
     deltas.Add(1, place(TimeOf(sample + 1)) - place(time));
-    if (!offsets.empty()) shifts.Add(1, place(time + OffsetOf(sample)) - place(time));
+    if (!offsets.IsEmpty()) shifts.Add(1, place(time + OffsetOf(sample)) - place(time));
   }
   deltas.Flush();
   shifts.Flush();
@@ -174,14 +155,14 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
 }
 
 std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
-  if (offsets.empty() || from == to) return 0;
+  if (offsets.IsEmpty() || from == to) return 0;
   // Of samples with one offset the first is shown first.
   const std::int64_t start = TimeOf(from);
   std::int64_t earliest = start + OffsetOf(from);
   for (std::uint32_t sample = OffsetsAround(from).second; sample < to;
        sample = OffsetsAround(sample).second) {
     const std::int64_t time = TimeOf(sample);
-    if (time + smallestOffset >= earliest) break;
+    if (time + offsets.Smallest() >= earliest) break;
     earliest = std::min(earliest, time + OffsetOf(sample));
   }
   return earliest - start;
@@ -189,13 +170,13 @@ std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
 
 std::int64_t SampleRows::ShownUntil(std::uint32_t from, std::uint32_t to) const {
   const std::int64_t start = TimeOf(from);
-  if (offsets.empty() || from == to) return TimeOf(to) - start;
+  if (offsets.IsEmpty() || from == to) return TimeOf(to) - start;
   // Of samples with one offset the last is shown last.
   std::int64_t latest = TimeOf(to) + OffsetOf(to - 1);
   for (std::uint32_t end = OffsetsAround(to - 1).first; end > from;
        end = OffsetsAround(end - 1).first) {
     const std::int64_t time = TimeOf(end);
-    if (time + largestOffset <= latest) break;
+    if (time + offsets.Largest() <= latest) break;
     latest = std::max(latest, time + OffsetOf(end - 1));
   }
   return latest - start;

@@ -9,6 +9,8 @@
 #include "toolbox/atoms/fourcc.h"
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/bytes.h"
+#include "toolbox/held_bytes.h"
+#include "toolbox/movie/file_tables.h"
 
 namespace toolbox {
 
@@ -16,15 +18,6 @@ namespace toolbox {
 struct TimeRun {
   std::uint32_t sample = 0, delta = 0;
   std::int64_t time = 0;
-};
-// From `sample` on each is shown `offset` media units after it is decoded.
-struct OffsetRun {
-  std::uint32_t sample = 0;
-  std::int32_t offset = 0;
-};
-// From `chunk` on each holds `samplesPerChunk` samples of one description; `sample` is the first.
-struct ChunkRun {
-  std::uint32_t chunk = 0, sample = 0, samplesPerChunk = 0, description = 0;
 };
 // From `sample` on each belongs to the group description of that number, 0 for none.
 struct GroupRun {
@@ -47,15 +40,13 @@ struct SampleRows {
   std::uint32_t count = 0;
   Table<TimeRun> times;  // covers all samples
   std::int64_t duration = 0;  // sum of all deltas
-  Table<OffsetRun> offsets;  // empty: every offset is 0
-  std::int32_t smallestOffset = 0, largestOffset = 0;
+  OffsetRuns offsets;  // empty: every offset is 0
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
   std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
-  Table<std::uint32_t> sizes;
-  Table<ChunkRun> chunkRuns;
-  Table<std::uint64_t> chunkOffsets;
-  std::uint32_t located = 0;  // samples that lie in a chunk; the rest cannot be read
+  FileNumbers sizes;  // by sample
+  ChunkRuns chunkRuns;  // samples beyond them cannot be read
+  FileNumbers chunkOffsets;  // by chunk, in bytes from the start of its file
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
@@ -64,6 +55,7 @@ struct SampleRows {
   Bytes padding;  // bits at the end of a sample
   std::vector<std::uint16_t> priorities;  // of what may be left out when there is too much
   std::vector<SampleGroup> groups;
+  HeldBytes header;  // where those tables lie that are looked at
   Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
 
   // For whoever fills a new SampleRows, `count` being known: each adds what the next so many
@@ -91,10 +83,16 @@ struct SampleRows {
   std::pair<std::uint32_t, std::uint32_t> OffsetsAround(std::uint32_t sample) const;
   // The sample decoded at `time`, 0 <= time < duration.
   std::uint32_t SampleAt(std::int64_t time) const;
-  // The index into chunkRuns of the run that holds a located sample.
-  std::size_t ChunkRunOf(std::uint32_t sample) const;
+  // How many samples lie in a chunk.
+  std::uint32_t Located() const { return chunkRuns.Samples(); }
   // Bytes of `samples` samples of one chunk, the first of them being `first`.
-  std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description) const;
+  std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples,
+                       std::uint32_t description) const {
+    return SizeOf(first, samples, description, sizes.Each());
+  }
+  // The same for whoever asks for one after the other, of `sizes`.
+  std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description,
+                       FileNumbers::View each) const;
   Packing PackingOf(std::uint32_t description) const {
     return description < packings.size() ? packings[description] : Packing{};
   }
@@ -111,19 +109,20 @@ struct SampleRows {
 
  private:
   const TimeRun& TimeRunOf(std::uint32_t sample) const;
-  std::uint32_t timed_ = 0, shifted_ = 0;  // samples covered so far by AddTimes and AddOffsets
+  std::uint32_t timed_ = 0;  // samples covered so far by AddTimes
 };
 
 // Inline, for it is asked once a chunk.
 inline std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
-                                        std::uint32_t description) const {
-  if (const Packing packing = PackingOf(description); packing.bytes != 0) {
-    return (std::uint64_t{samples} + packing.samples - 1) / packing.samples * packing.bytes;
+                                        std::uint32_t description, FileNumbers::View each) const {
+  if (constantSize == 0) {
+    std::uint64_t size = 0;
+    for (std::uint32_t sample = first; sample < first + samples; ++sample) size += each[sample];
+    return size;
   }
-  if (constantSize != 0) return std::uint64_t{samples} * constantSize;
-  std::uint64_t size = 0;
-  for (std::uint32_t sample = first; sample < first + samples; ++sample) size += sizes[sample];
-  return size;
+  const Packing packing = PackingOf(description);
+  if (packing.bytes == 0) return std::uint64_t{samples} * constantSize;
+  return (std::uint64_t{samples} + packing.samples - 1) / packing.samples * packing.bytes;
 }
 
 }  // namespace toolbox

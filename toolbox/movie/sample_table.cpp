@@ -13,9 +13,8 @@ namespace toolbox {
 
 SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
   if (rows->count == 0) empty_ = rows;
-  std::uint32_t last = 0;
-  for (const ChunkRun& run : rows->chunkRuns) last = std::max(last, run.description);
-  std::vector<std::uint32_t> same(std::max<std::size_t>(last + 1, rows->packings.size()));
+  std::vector<std::uint32_t> same(
+      std::max<std::size_t>({1, rows->chunkRuns.Descriptions(), rows->packings.size()}));
   std::iota(same.begin(), same.end(), 0U);
   Slice slice;
   slice.to = rows->count;
@@ -51,8 +50,8 @@ std::int64_t SampleTable::AppendInStep(const SampleTable& other, std::uint64_t f
   }
   const auto hasRoom = [shift](const Slice& slice) {
     const std::int64_t all = slice.shift + shift;
-    return slice.rows->smallestOffset + all >= INT32_MIN &&
-           slice.rows->largestOffset + all <= INT32_MAX && all >= INT32_MIN && all <= INT32_MAX;
+    return slice.rows->offsets.Smallest() + all >= INT32_MIN &&
+           slice.rows->offsets.Largest() + all <= INT32_MAX && all >= INT32_MIN && all <= INT32_MAX;
   };
   const bool isShifted = std::ranges::all_of(slices, hasRoom);
   for (Slice& slice : slices) {
@@ -105,8 +104,8 @@ void SampleTable::Add(Slice slice, Room room) {
   slice.first = Count();
   slice.time = Duration();
   const SampleRows& rows = *slice.rows;
-  smallestOffset_ = std::min(smallestOffset_, rows.smallestOffset + slice.shift);
-  largestOffset_ = std::max(largestOffset_, rows.largestOffset + slice.shift);
+  smallestOffset_ = std::min(smallestOffset_, rows.offsets.Smallest() + slice.shift);
+  largestOffset_ = std::max(largestOffset_, rows.offsets.Largest() + slice.shift);
   shownUntil_ =
       std::max(shownUntil_, slice.time + rows.ShownUntil(slice.from, slice.to) + slice.shift);
   slices_.push_back(std::move(slice));
@@ -128,7 +127,8 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     slice.rows = rows;
     slice.stretch = Rescale(slice.stretch, from, to);
     const std::int64_t shift = Rescale(slice.shift, from, to);
-    if (rows->smallestOffset + shift < INT32_MIN || rows->largestOffset + shift > INT32_MAX) {
+    if (rows->offsets.Smallest() + shift < INT32_MIN ||
+        rows->offsets.Largest() + shift > INT32_MAX) {
       throw Refused{invalidDuration};
     }
     slice.shift = static_cast<std::int32_t>(shift);
@@ -272,8 +272,8 @@ std::pair<std::uint64_t, std::uint64_t> SampleTable::WholePackets(std::uint64_t 
   const auto aligned = [this](std::uint64_t sample, bool up) {
     const Slice& slice = SliceOf(sample);
     const std::uint32_t row = slice.RowOf(sample);
-    if (slice.rows->packings.empty() || row >= slice.rows->located) return sample;
-    const ChunkRun& run = slice.rows->chunkRuns[slice.rows->ChunkRunOf(row)];
+    if (slice.rows->packings.empty() || row >= slice.rows->Located()) return sample;
+    const ChunkRun run = *slice.rows->chunkRuns.From(row);
     const std::uint32_t packet = slice.rows->PackingOf(run.description).samples;
     const std::uint32_t inChunk = (row - run.sample) % run.samplesPerChunk;
     const std::uint32_t over = inChunk % packet;
@@ -306,15 +306,15 @@ std::optional<std::uint32_t> SampleTable::RollDistance(std::uint64_t sample) con
 
 bool SampleTable::IsLocated(std::uint64_t from, std::uint64_t to) const {
   return std::ranges::all_of(SlicesIn(from, to), [to](const Slice& slice) {
-    return slice.RowOf(std::min(to, slice.End())) <= slice.rows->located;
+    return slice.RowOf(std::min(to, slice.End())) <= slice.rows->Located();
   });
 }
 
 std::uint64_t SampleTable::LocatedCount() const {
   const auto cut = std::ranges::find_if(
-      slices_, [](const Slice& slice) { return slice.to > slice.rows->located; });
+      slices_, [](const Slice& slice) { return slice.to > slice.rows->Located(); });
   if (cut == slices_.end()) return Count();
-  return cut->first + (std::max(cut->from, cut->rows->located) - cut->from);
+  return cut->first + (std::max(cut->from, cut->rows->Located()) - cut->from);
 }
 
 std::uint64_t SampleTable::SizeOf(std::uint64_t first, std::uint32_t samples,
@@ -327,22 +327,21 @@ std::uint64_t SampleTable::SizeOf(std::uint64_t first, std::uint32_t samples,
 
 std::uint32_t SampleTable::PacketLength(std::uint64_t sample) const {
   const Slice& slice = SliceOf(sample);
-  if (slice.rows->packings.empty() || slice.RowOf(sample) >= slice.rows->located) return 1;
-  const std::size_t run = slice.rows->ChunkRunOf(slice.RowOf(sample));
-  return slice.rows->PackingOf(slice.rows->chunkRuns[run].description).samples;
+  if (slice.rows->packings.empty() || slice.RowOf(sample) >= slice.rows->Located()) return 1;
+  const ChunkRuns::Walk run = slice.rows->chunkRuns.From(slice.RowOf(sample));
+  return slice.rows->PackingOf(run->description).samples;
 }
 
 void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
                                    std::vector<bool>& used) const {
   for (const Slice& slice : SlicesIn(from, to)) {
-    const Table<ChunkRun>& runs = slice.rows->chunkRuns;
     const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
     const auto allMarked = [&] {
       return std::ranges::all_of(*slice.descriptions, [&](std::uint32_t i) { return used[i]; });
     };
-    for (std::size_t run = slice.rows->ChunkRunOf(slice.RowOf(std::max(from, slice.first)));
-         run < runs.size() && runs[run].sample < end && !allMarked(); ++run) {
-      used[(*slice.descriptions)[runs[run].description]] = true;
+    ChunkRuns::Walk run = slice.rows->chunkRuns.From(slice.RowOf(std::max(from, slice.first)));
+    for (; !run.IsBehindLast() && run->sample < end && !allMarked(); run.Next()) {
+      if (run->end != run->sample) used[(*slice.descriptions)[run->description]] = true;
     }
   }
 }

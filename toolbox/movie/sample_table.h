@@ -22,16 +22,11 @@ struct SamplePiece {
   std::uint64_t size = 0;  // bytes
 };
 
-// Consecutive samples in chunks of one description and as many samples each, which lie anywhere in
-// their file.
+// Consecutive samples in chunks of one description and as many samples each.
 struct SampleChunks {
-  std::uint64_t sample = 0;  // index of the first
+  std::uint32_t count = 0;  // of chunks
   std::uint32_t perChunk = 0;  // samples
   std::uint32_t description = 0;  // index
-  std::span<const std::uint64_t> offsets;  // of the chunks in the file, in bytes
-  // Bytes at the start of the chunk that belong to samples before `sample`; then it is the only
-  // one.
-  std::uint64_t skipped = 0;
 };
 
 // Rows are shared, so a table joined from others costs a slice a stretch, whatever it holds: an
@@ -126,6 +121,11 @@ class SampleTable {
   std::vector<JoinedGroup> Groups() const;
   // Marks, by index, the descriptions that samples of [from, to) use; they are located.
   void MarkDescriptions(std::uint64_t from, std::uint64_t to, std::vector<bool>& used) const;
+  // Looks at no file any more, so that the tables outlast changes to it.
+  void OwnRows() const {
+    for (const Slice& slice : slices_) slice.rows->header.Own();
+    if (empty_) empty_->header.Own();
+  }
   // The rows when the table is all of them and nothing else, else null.
   const SampleRows* WholeRows() const;
 
@@ -149,10 +149,13 @@ class SampleTable {
   // Calls visit(value) for each sample, 0 where the table does not reach.
   template <class Values, class Visit>
   void ForEachValue(Values SampleRows::*table, Visit&& visit) const;
-  // Calls visit(SampleChunks) for [from, to): as many chunks at a time as are alike; every sample
-  // is located.
+  // Calls visit(SampleChunks) for [from, to), neighbours may be alike; every sample is located.
   template <class Visit>
   void ForEachChunks(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
+  // Calls visit(offset, description) for the chunks of [from, to): where in its file the first of
+  // its samples lies that is asked for.
+  template <class Visit>
+  void ForEachOffsetOfChunk(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
   // Calls visit(SamplePiece) likewise, a piece a chunk of the file.
   template <class Visit>
   void ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
@@ -174,7 +177,7 @@ class SampleTable {
     std::uint32_t RowOf(std::uint64_t sample) const {
       return from + static_cast<std::uint32_t>(sample - first);
     }
-    bool HasOffsets() const { return shift != 0 || !rows->offsets.empty(); }
+    bool HasOffsets() const { return shift != 0 || !rows->offsets.IsEmpty(); }
     bool ContinuedBy(const Slice& next) const {
       return rows == next.rows && to == next.from && stretch == 0;
     }
@@ -185,7 +188,14 @@ class SampleTable {
   // is shown `delta` after the one before; the first at `shown`.
   template <class Visit>
   void ForEachStretch(std::uint64_t from, std::uint64_t to, Visit&& visit) const;
-  // Calls visit(SampleChunks, rows, row, description in the rows) for what ForEachChunks visits.
+  // Chunks as their rows have them.
+  struct RowChunks {
+    std::uint32_t row = 0, perChunk = 0, description = 0;
+    std::uint32_t chunk = 0, count = 0;
+    // Bytes at the start of the chunk that belong to samples before `row`; then it is the only one.
+    std::uint64_t skipped = 0;
+  };
+  // Calls visit(RowChunks) for what ForEachChunks visits.
   template <class Visit>
   void ForEachChunksIn(const Slice& slice, std::uint64_t from, std::uint64_t to,
                        Visit&& visit) const;

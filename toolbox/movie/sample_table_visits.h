@@ -8,6 +8,7 @@
 
 #include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/sample_table.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 
@@ -41,13 +42,13 @@ template <class Visit>
 void SampleTable::ForEachOffset(Visit&& visit) const {
   RunJoiner<std::int32_t, Visit> joiner(visit);
   for (const Slice& slice : slices_) {
-    if (slice.rows->offsets.empty()) {
+    if (slice.rows->offsets.IsEmpty()) {
       joiner.Add(slice.to - slice.from, slice.shift);
     } else {
-      ForEachRunIn(slice.rows->offsets, slice.from, slice.to, &OffsetRun::offset,
-                   [&](std::uint32_t samples, std::int32_t offset) {
-                     joiner.Add(samples, offset + slice.shift);
-                   });
+      slice.rows->offsets.ForEach(slice.from, slice.to,
+                                  [&](std::uint32_t samples, std::int32_t offset) {
+                                    joiner.Add(samples, offset + slice.shift);
+                                  });
     }
   }
   joiner.Flush();
@@ -75,8 +76,12 @@ template <class Visit>
 void SampleTable::ForEachSize(Visit&& visit) const {
   for (const Slice& slice : slices_) {
     const SampleRows& rows = *slice.rows;
-    for (std::uint32_t row = slice.from; row < slice.to; ++row) {
-      visit(rows.constantSize != 0 ? rows.constantSize : rows.sizes[row]);
+    for (std::uint32_t row = slice.from; row < slice.to && rows.constantSize != 0; ++row) {
+      visit(rows.constantSize);
+    }
+    const FileNumbers::View sizes = rows.sizes.Each();
+    for (std::uint32_t row = slice.from; row < slice.to && rows.constantSize == 0; ++row) {
+      visit(static_cast<std::uint32_t>(sizes[row]));
     }
   }
 }
@@ -148,31 +153,33 @@ template <class Visit>
 void SampleTable::ForEachChunksIn(const Slice& slice, std::uint64_t from, std::uint64_t to,
                                   Visit&& visit) const {
   const SampleRows& rows = *slice.rows;
-  const Table<ChunkRun>& runs = rows.chunkRuns;
-  std::uint32_t row = slice.RowOf(std::max(from, slice.first));
+  RowChunks chunks{.row = slice.RowOf(std::max(from, slice.first))};
   const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
-  const std::vector<std::uint32_t>& descriptions = *slice.descriptions;
-  for (const ChunkRun* run = &runs[rows.ChunkRunOf(row)]; row < end; ++run) {
-    const std::uint32_t runEnd =
-        std::min(end, run == &runs.back() ? rows.located : std::next(run)->sample);
-    while (row < runEnd) {
-      const std::uint32_t left = runEnd - row;
-      SampleChunks chunks{slice.first + (row - slice.from), run->samplesPerChunk,
-                          descriptions[run->description]};
-      std::uint32_t chunk = run->chunk, before = 0;
-      if (row != run->sample) {
-        chunk += (row - run->sample) / run->samplesPerChunk;
-        before = (row - run->sample) % run->samplesPerChunk;
+  if (chunks.row >= end) return;
+  for (ChunkRuns::Walk run = rows.chunkRuns.From(chunks.row); chunks.row < end; run.Next()) {
+    if (run.IsBehindLast()) throw Refused{invalidSampleTable};
+    const std::uint32_t runEnd = std::min(end, run->end), perChunk = run->samplesPerChunk;
+    chunks.description = run->description;
+    while (chunks.row < runEnd) {
+      const std::uint32_t left = runEnd - chunks.row;
+      std::uint32_t before = 0;
+      chunks.chunk = run->chunk;
+      if (chunks.row != run->sample) {
+        chunks.chunk += (chunks.row - run->sample) / perChunk;
+        before = (chunks.row - run->sample) % perChunk;
       }
-      std::uint32_t count = left == run->samplesPerChunk ? 1 : left / run->samplesPerChunk;
-      if (before != 0 || count == 0) {
-        chunks.perChunk = std::min(left, run->samplesPerChunk - before);
-        count = 1;
+      chunks.perChunk = perChunk;
+      chunks.count = left == perChunk ? 1 : left / perChunk;
+      chunks.skipped = 0;
+      if (before != 0 || chunks.count == 0) {
+        chunks.perChunk = std::min(left, perChunk - before);
+        chunks.count = 1;
+        if (before != 0) {
+          chunks.skipped = rows.SizeOf(chunks.row - before, before, run->description);
+        }
       }
-      chunks.offsets = std::span(rows.chunkOffsets).subspan(chunk, count);
-      if (before != 0) chunks.skipped = rows.SizeOf(row - before, before, run->description);
-      visit(std::as_const(chunks), rows, row, run->description);
-      row += count * chunks.perChunk;
+      visit(std::as_const(chunks));
+      chunks.row += chunks.count * chunks.perChunk;
     }
   }
 }
@@ -180,27 +187,42 @@ void SampleTable::ForEachChunksIn(const Slice& slice, std::uint64_t from, std::u
 template <class Visit>
 void SampleTable::ForEachChunks(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
   for (const Slice& slice : SlicesIn(from, to)) {
-    ForEachChunksIn(slice, from, to,
-                    [&](const SampleChunks& chunks, const SampleRows&, std::uint32_t,
-                        std::uint32_t) { visit(chunks); });
+    ForEachChunksIn(slice, from, to, [&](const RowChunks& chunks) {
+      visit({chunks.count, chunks.perChunk, (*slice.descriptions)[chunks.description]});
+    });
+  }
+}
+
+template <class Visit>
+void SampleTable::ForEachOffsetOfChunk(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
+  for (const Slice& slice : SlicesIn(from, to)) {
+    const FileNumbers::View offsets = slice.rows->chunkOffsets.Each();
+    ForEachChunksIn(slice, from, to, [&](const RowChunks& chunks) {
+      const std::uint32_t description = (*slice.descriptions)[chunks.description];
+      for (std::uint32_t i = 0; i < chunks.count; ++i) {
+        visit(offsets[chunks.chunk + i] + chunks.skipped, description);
+      }
+    });
   }
 }
 
 template <class Visit>
 void SampleTable::ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
   for (const Slice& slice : SlicesIn(from, to)) {
-    ForEachChunksIn(slice, from, to,
-                    [&](const SampleChunks& chunks, const SampleRows& rows, std::uint32_t row,
-                        std::uint32_t description) {
-                      SamplePiece piece{chunks.sample, chunks.perChunk, chunks.description};
-                      for (const std::uint64_t offset : chunks.offsets) {
-                        piece.offset = offset + chunks.skipped;
-                        piece.size = rows.SizeOf(row, chunks.perChunk, description);
-                        visit(std::as_const(piece));
-                        piece.sample += chunks.perChunk;
-                        row += chunks.perChunk;
-                      }
-                    });
+    const SampleRows& rows = *slice.rows;
+    const FileNumbers::View offsets = rows.chunkOffsets.Each(), sizes = rows.sizes.Each();
+    ForEachChunksIn(slice, from, to, [&](const RowChunks& chunks) {
+      SamplePiece piece{slice.first + (chunks.row - slice.from), chunks.perChunk,
+                        (*slice.descriptions)[chunks.description]};
+      std::uint32_t row = chunks.row;
+      for (std::uint32_t i = 0; i < chunks.count; ++i) {
+        piece.offset = offsets[chunks.chunk + i] + chunks.skipped;
+        piece.size = rows.SizeOf(row, chunks.perChunk, chunks.description, sizes);
+        visit(std::as_const(piece));
+        piece.sample += chunks.perChunk;
+        row += chunks.perChunk;
+      }
+    });
   }
 }
 

@@ -24,12 +24,11 @@ class KeptPlaces : public InFolder {
   void AddTrack(FourCC type, std::uint32_t size, std::uint32_t together, std::uint64_t at,
                 std::uint64_t step) {
     auto rows = PlainRows(10, 600, size);
-    rows->chunkRuns.clear();
-    rows->chunkOffsets.clear();
-    rows->located = 0;
+    rows->chunkRuns = {};
+    rows->chunkOffsets = {};
     rows->AddChunks(0, 10 / together, together, 0);
     for (std::uint32_t chunk = 0; chunk < 10 / together; ++chunk) {
-      rows->chunkOffsets.push_back(at + chunk * step);
+      rows->chunkOffsets.Add(at + chunk * step);
     }
     AddPlainTrack(movie_, type, 600, rows);
   }

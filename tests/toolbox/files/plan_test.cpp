@@ -99,7 +99,7 @@ TEST_F(Plan, DropsWhatIsShownNowhereButKeepsTheTrack) {
 TEST_F(Plan, CutsChunksOfHalfASecondAndAMebibyte) {
   HasFile(std::uint64_t{1} << 32);
   auto pcm = PlainRows(100000, 1, 0);
-  pcm->sizes.clear();
+  pcm->sizes = {};
   pcm->constantSize = 4;
   AddPlainTrack(movie_, kSound, 44100, pcm);
   AddPlainTrack(movie_, kVideo, 600, PlainRows(10, 20, 400 << 10));
@@ -117,7 +117,7 @@ TEST_F(Plan, CutsChunksOfHalfASecondAndAMebibyte) {
 
 TEST_F(Plan, SplitsNoPacketBetweenChunks) {
   auto rows = PlainRows(64 * 700, 1, 0);
-  rows->sizes.clear();
+  rows->sizes = {};
   rows->constantSize = 1;
   rows->packings = {{64, 34}};
   AddPlainTrack(movie_, kSound, 44100, rows);
@@ -142,10 +142,9 @@ TEST_F(Plan, LaysChunksInTheOrderInWhichTheyAreShown) {
 
 TEST_F(Plan, MergesDescriptionsThatAreEqualAndDropsTheUnused) {
   auto rows = PlainRows(6, 50, 10);
-  rows->chunkRuns.clear();
-  rows->located = 0;
+  rows->chunkRuns = {};
   for (std::uint32_t chunk = 0; chunk < 3; ++chunk) rows->AddChunks(chunk, 1, 2, chunk);
-  rows->chunkOffsets = {0, 100, 200};
+  rows->chunkOffsets.Add(100), rows->chunkOffsets.Add(200);
   MediaRecord& media = *AddPlainTrack(movie_, kVideo, 600, rows).media;
   media.dataReferences.push_back(OtherFile{Store("other", Zeros(1000))});
   media.descriptions = {Described(FourCC{"same"}), Described(FourCC{"same"}),
@@ -248,7 +247,8 @@ TEST_F(Plan, GivesTheSameHeaderHoweverOftenItWasMeasured) {
   const std::uint32_t count = 50'000;
   HasFile(count * 11 + 6 * 100);
   auto rows = PlainRows(count, 10, 11);  // its sizes fill more than a block
-  rows->sizes[7] = 10;
+  rows->sizes = {};
+  rows->sizes.Add(7, 11), rows->sizes.Add(10), rows->sizes.Add(count - 8, 11);
   AddPlainTrack(movie_, kVideo, 600, rows, OtherFile{folder_ / "media"});
   AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 100, count * 11));
   const FilePlan plan = Flattened({.interleave = false});
@@ -268,7 +268,7 @@ TEST_F(Plan, GivesTheSameHeaderHoweverOftenItWasMeasured) {
 TEST_F(Plan, HoldsMoreThan4GiB) {
   HasFile(std::uint64_t{5} << 30);
   auto rows = PlainRows(5 << 10, 60, 0);
-  rows->sizes.clear();
+  rows->sizes = {};
   rows->constantSize = 1 << 20;
   AddPlainTrack(movie_, kVideo, 600, rows);
   const FilePlan plan = Flattened();

@@ -51,7 +51,7 @@ void FillSizes(Random& random, const Features& has, SampleRows& rows,
   if (has.constantSize) rows.constantSize = 3;
   for (Sample& sample : samples) {
     sample.size = has.constantSize ? 3 : random.Below(9);
-    if (!has.constantSize) rows.sizes.push_back(sample.size);
+    if (!has.constantSize) rows.sizes.Add(sample.size);
   }
   std::uint64_t place = 1000 + random.Below(100);
   for (std::uint32_t i = 0, chunk = 0; i < samples.size();) {
@@ -63,7 +63,7 @@ void FillSizes(Random& random, const Features& has, SampleRows& rows,
     rows.AddChunks(chunk, chunks, perChunk, description);
     for (std::uint32_t k = 0; k < chunks; ++k, ++chunk) {
       place += random.Below(20);
-      rows.chunkOffsets.push_back(place);
+      rows.chunkOffsets.Add(place);
       for (std::uint32_t end = i + perChunk; i < end; ++i) {
         samples[i].description = description;
         samples[i].at = place;
@@ -298,7 +298,7 @@ SampleTable Clip(std::vector<std::int32_t> offsets, std::uint32_t delta = 10) {
   for (const std::int32_t offset : offsets) rows->AddOffsets(1, offset);
   rows->AddChunks(0, 1, rows->count, 0);
   rows->constantSize = 1;
-  rows->chunkOffsets = {0};
+  rows->chunkOffsets.Add(0);
   return SampleTable(rows);
 }
 
@@ -343,7 +343,7 @@ std::shared_ptr<SampleRows> PackedSound(std::uint32_t count, std::uint32_t perCh
 
 TEST(SampleTable, SplitsNoPacket) {
   auto rows = PackedSound(1000, 160, {64, 34});  // chunks of 64 + 64 + 32
-  for (std::uint64_t chunk = 0; chunk < 7; ++chunk) rows->chunkOffsets.push_back(1000 * chunk);
+  for (std::uint64_t chunk = 0; chunk < 7; ++chunk) rows->chunkOffsets.Add(1000 * chunk);
   const SampleTable table(rows);
   using Range = std::pair<std::uint64_t, std::uint64_t>;
   EXPECT_EQ(table.WholePackets(64, 128), (Range{64, 128}));
@@ -359,7 +359,7 @@ TEST(SampleTable, SplitsNoPacket) {
 TEST(SampleTable, KnowsFourBillionSamplesInNoTime) {
   constexpr std::uint32_t kCount = UINT32_MAX;
   auto rows = PackedSound(kCount, UINT32_MAX / 5, {1, 4});
-  for (std::uint64_t chunk = 0; chunk < 5; ++chunk) rows->chunkOffsets.push_back(chunk << 40);
+  for (std::uint64_t chunk = 0; chunk < 5; ++chunk) rows->chunkOffsets.Add(chunk << 40);
   const auto start = std::chrono::steady_clock::now();
   const SampleTable sound(rows);
   SampleTable table;
@@ -419,7 +419,7 @@ TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
   rows->count = 10;
   rows->AddTimes(10, 1);
   rows->AddChunks(0, 2, 3, 0);
-  rows->chunkOffsets = {0, 100};
+  rows->chunkOffsets.Add(0), rows->chunkOffsets.Add(100);
   rows->constantSize = 1;
   SampleTable table;
   table.AppendSlice(SampleTable(rows), 1, 10, std::vector{0U});

@@ -91,7 +91,7 @@ TEST(SamplesByTime, AreThoseThatOneWouldSee) {
         rows->AddOffsets(1, static_cast<std::int32_t>(random.Below(80)) - 20);
       }
     }
-    rows->sizes.assign(rows->count, 1);
+    rows->sizes.Add(rows->count, 1);
     MovieRecord movie;
     movie.scale = 1 + static_cast<std::int32_t>(random.Below(100));
     const auto scale = 1 + static_cast<std::int32_t>(random.Below(100));

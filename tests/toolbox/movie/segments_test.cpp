@@ -252,7 +252,8 @@ TEST(InsertMovieSegment, ThatIsRefusedChangesNothing) {
   EXPECT_EQ(codeOf(source, {}, {-1}, {}), invalidDuration);
   EXPECT_EQ(codeOf(unsaved, {}, kAll, {}), couldNotResolveDataRef);
   auto cut = PlainRows(4, 300, 10);
-  cut->located = 2;
+  cut->chunkRuns = {};
+  cut->chunkRuns.Add(0, 1, 2, 0);
   AddPlainTrack(source, kVideo, 600, cut);
   EXPECT_EQ(codeOf(source, {}, kAll, {}), invalidSampleTable);
   ASSERT_EQ(movie.tracks.size(), 1U);
