@@ -187,10 +187,12 @@ class FieldWriter {
   template <class Row>
   void Table(const char* name, const Rows<Row>& rows) {
     (*this)(name, rows.Count());
-    rows.ForEachBatch([this](std::span<const Row> batch) {
-      RowWriter writer(Room(batch.size() * Row::kSize));
-      for (const Row& row : batch) Row::Fields(writer, row);
-    });
+    rows.ForEachBatch(
+        [this](std::span<const Row> batch) {
+          RowWriter writer(Room(batch.size() * Row::kSize));
+          for (const Row& row : batch) Row::Fields(writer, row);
+        },
+        [this](ByteSpan encoded) { Append(encoded); });
   }
   template <class Entry>
   void List(const char* name, const std::vector<Entry>& entries) {
@@ -404,28 +406,26 @@ class FieldPrinter {
 template <class Row>
 template <class Visitor>
 void Rows<Row>::ForEach(Visitor&& visit) const {
-  if (produce_) {
-    return ForEachBatch([&visit](std::span<const Row> batch) {
-      for (const Row& row : batch) visit(row);
-    });
-  }
-  for (std::size_t at = 0; at < encoded_.size(); at += Row::kSize) {
-    Row row;
-    RowReader reader(&encoded_[at]);
-    Row::Fields(reader, row);
-    visit(std::as_const(row));
-  }
+  ForEachBatch(
+      [&visit](std::span<const Row> batch) {
+        for (const Row& row : batch) visit(row);
+      },
+      [&visit](ByteSpan encoded) {
+        for (std::size_t at = 0; at < encoded.size(); at += Row::kSize) {
+          Row row;
+          RowReader reader(&encoded[at]);
+          Row::Fields(reader, row);
+          visit(std::as_const(row));
+        }
+      });
 }
 
 template <class Row>
-template <class Visitor>
-void Rows<Row>::ForEachBatch(Visitor&& visit) const {
-  RowBatches<Row> batches(std::ref(visit));
-  if (produce_) {
-    produce_(batches);
-  } else {
-    ForEach(batches);
-  }
+template <class Visitor, class EncodedVisitor>
+void Rows<Row>::ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const {
+  if (!produce_) return visitEncoded(encoded_);
+  RowBatches<Row> batches(std::ref(visit), std::ref(visitEncoded));
+  produce_(batches);
   batches.Flush();
 }
 

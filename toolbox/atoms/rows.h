@@ -18,16 +18,24 @@ template <class Row>
 class RowBatches {
  public:
   using Take = std::function<void(std::span<const Row>)>;
+  using TakeEncoded = std::function<void(ByteSpan)>;
 
-  explicit RowBatches(Take take) : take_(std::move(take)) {}
+  RowBatches(Take take, TakeEncoded takeEncoded)
+      : take_(std::move(take)), takeEncoded_(std::move(takeEncoded)) {}
   void operator()(const Row& row) {
     if (count_ == rows_.size()) Flush();
     rows_[count_++] = row;
+  }
+  // Rows as they stand in an atom, next.
+  void Encoded(ByteSpan rows) {
+    Flush();
+    takeEncoded_(rows);
   }
   void Flush() { take_(std::span(rows_).first(std::exchange(count_, 0))); }
 
  private:
   Take take_;
+  TakeEncoded takeEncoded_;
   std::array<Row, 256> rows_;
   std::size_t count_ = 0;
 };
@@ -53,9 +61,10 @@ class Rows {
   // Calls visit(const Row&) for each row, front to back.
   template <class Visitor>
   void ForEach(Visitor&& visit) const;  // in fields.h: decoding needs a FieldReader
-  // Calls visit(std::span<const Row>) for some of them at a time.
-  template <class Visitor>
-  void ForEachBatch(Visitor&& visit) const;
+  // Calls visit(std::span<const Row>), or visitEncoded(ByteSpan) where they stand in an atom, for
+  // some of them at a time.
+  template <class Visitor, class EncodedVisitor>
+  void ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const;
 
  private:
   ByteSpan encoded_;

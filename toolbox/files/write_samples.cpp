@@ -150,6 +150,8 @@ std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
   return samples.HasOffsetsBelowZero() ? 1 : 0;
 }
 
+using OffsetRow = CompositionOffsets::Row;
+
 template <class Io>
 void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
   table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
@@ -159,13 +161,21 @@ void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKi
                            });
                          })});
   if (!samples.HasOffsets()) return;
+  const std::uint64_t offsets = io.Measured([&samples] {
+    std::uint64_t rows = 0;
+    samples.ForEachOffset([&](std::uint32_t, std::int32_t) { ++rows; },
+                          [&](ByteSpan stated) { rows += stated.size() / OffsetRow::kSize; });
+    return rows;
+  });
+  const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
+    samples.ForEachOffset(
+        [&](std::uint32_t count, std::int32_t offset) {
+          rows({count, offset});
+        },
+        [&](ByteSpan stated) { rows.Encoded(stated); });
+  };
   table.Add(CompositionOffsets{OffsetsVersion(samples, kind) << 24,
-                               RowsOf<CompositionOffsets::Row>(io, [&samples](auto&& visit) {
-                                 samples.ForEachOffset(
-                                     [&](std::uint32_t count, std::int32_t offset) {
-                                       visit({count, offset});
-                                     });
-                               })});
+                               Rows<OffsetRow>(Count(offsets), walk)});
 }
 
 template <class Io>
@@ -194,7 +204,7 @@ void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
   }
   table.Add(SampleSizes{
       0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](RowBatches<SampleSize>& rows) {
-        samples.ForEachSize([&](std::uint32_t size) { rows({size}); });
+        samples.ForEachEncodedSize([&](ByteSpan stated) { rows.Encoded(stated); });
       })});
 }
 

@@ -85,7 +85,10 @@ void ChunkRuns::Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t sam
                       FromBigEndian<std::uint32_t>(last + 4) == samplesPerChunk &&
                       FromBigEndian<std::uint32_t>(last + 8) == description + 1;
   // Chunks without samples in between have a row too: a run ends where the next begins.
-  if (!isFirst && chunk != nextChunk_) AddRow(nextChunk_, 0, description);
+  if (!isFirst && chunk != nextChunk_) {
+    AddRow(nextChunk_, 0, description);
+    hasGaps_ = true;
+  }
   if (!goesOn) AddRow(chunk, samplesPerChunk, description);
   samples_ += chunks * samplesPerChunk;
   nextChunk_ = std::uint64_t{chunk} + chunks;

@@ -54,6 +54,11 @@ class FileNumbers {
 
   std::size_t Count() const { return bytes_.Span().size() / (isWide_ ? 8 : 4); }
   bool IsEmpty() const { return bytes_.Span().empty(); }
+  // The numbers [from, to) as they stand in an atom.
+  ByteSpan Encoded(std::size_t from, std::size_t to) const {
+    const std::size_t width = isWide_ ? 8 : 4;
+    return bytes_.Span().subspan(from * width, (to - from) * width);
+  }
   View Each() const { return {bytes_.Span().data(), isWide_}; }
   std::uint64_t operator[](std::size_t index) const { return Each()[index]; }
   void Add(std::uint64_t number) {
@@ -106,7 +111,7 @@ struct OffsetRun {
 // Rows of a number of samples and their offset, 'ctts' (ISO/IEC 14496-12 8.6.1.3).
 class OffsetRuns {
  public:
-  // From one run to the next.
+  // From one run to the next, up to the last.
   class Walk {
    public:
     const OffsetRun& operator*() const { return run_; }
@@ -123,7 +128,7 @@ class OffsetRuns {
       run_.sample = sample;
       Take();
     }
-    // Behind the last, where only somebody who writes to the file leads, is no end.
+    // Only somebody who writes to the file leads behind the last run: there is one without end.
     void Take() {
       if (at_ == end_) {
         run_.end = UINT32_MAX;
@@ -157,14 +162,30 @@ class OffsetRuns {
     while (walk->end <= sample) walk.Next();
     return walk;
   }
-  // Calls visit(samples, offset) for [from, to); there are any.
+  // Calls visit(samples, offset) for [from, to), and visitEncoded(rows) where many rows of 'ctts'
+  // say it.
+  template <class Visit, class VisitEncoded>
+  void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit,
+               VisitEncoded&& visitEncoded) const {
+    if (from >= to) return;
+    const Walk first = From(from), last = From(to - 1);
+    if (first.at_ == last.at_) return visit(to - from, first->offset);
+    visit(first->end - from, first->offset);
+    if (last.at_ - first.at_ > static_cast<std::ptrdiff_t>(kRow)) {
+      visitEncoded(ByteSpan(first.at_, last.at_ - kRow));
+    }
+    visit(to - last->sample, last->offset);
+  }
   template <class Visit>
   void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit) const {
-    if (from >= to) return;
-    for (Walk run = From(from); from < to; run.Next()) {
-      const std::uint32_t end = std::min(to, run->end);
-      visit(end - from, run->offset);
-      from = end;
+    ForEach(from, to, visit, [&visit](ByteSpan rows) { ForEachOf(rows, visit); });
+  }
+  // Calls visit(samples, offset) for rows of 'ctts'.
+  template <class Visit>
+  static void ForEachOf(ByteSpan rows, Visit&& visit) {
+    for (; !rows.empty(); rows = rows.subspan(kRow)) {
+      visit(FromBigEndian<std::uint32_t>(rows.data()),
+            FromBigEndian<std::int32_t>(rows.data() + 4));
     }
   }
   // Of the offsets; 0 where there are none.
@@ -249,6 +270,9 @@ class ChunkRuns {
   bool IsEmpty() const { return bytes_.Span().empty(); }
   // How many samples lie in the chunks.
   std::uint32_t Samples() const { return samples_; }
+  // Whether they have one description and lie one behind the other in their table, none between
+  // them without samples.
+  bool ArePlain() const { return descriptions_ == 1 && !hasGaps_; }
   // How many descriptions there must be for the chunks to have those that they have.
   std::uint32_t Descriptions() const { return descriptions_; }
   // From the run on that holds `sample`, which is less than Samples(). Throws as Walk.
@@ -273,6 +297,7 @@ class ChunkRuns {
   RowMarks marks_;
   std::uint32_t samples_ = 0, descriptions_ = 0;
   std::uint64_t nextChunk_ = 0;  // behind the last
+  bool hasGaps_ = false;
 };
 
 }  // namespace toolbox

@@ -116,8 +116,9 @@ struct SampleRows {
 inline std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
                                         std::uint32_t description, FileNumbers::View each) const {
   if (constantSize == 0) {
+    if (samples == 1) return each[first];  // as it mostly is
     std::uint64_t size = 0;
-    for (std::uint32_t sample = first; sample < first + samples; ++sample) size += each[sample];
+    for (std::uint32_t i = 0; i < samples; ++i) size += each[first + i];
     return size;
   }
   const Packing packing = PackingOf(description);

@@ -332,6 +332,16 @@ std::uint32_t SampleTable::PacketLength(std::uint64_t sample) const {
   return slice.rows->PackingOf(run->description).samples;
 }
 
+SampleTable::RowChunks SampleTable::ChunkAt(const Slice& slice, std::uint64_t sample) {
+  const std::uint32_t row = slice.RowOf(sample);
+  const ChunkRun run = *slice.rows->chunkRuns.From(row);
+  const std::uint32_t before = (row - run.sample) % run.samplesPerChunk;
+  RowChunks chunks{row, run.samplesPerChunk - before, run.description,
+                   run.chunk + (row - run.sample) / run.samplesPerChunk, 1};
+  if (before != 0) chunks.skipped = slice.rows->SizeOf(row - before, before, run.description);
+  return chunks;
+}
+
 void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
                                    std::vector<bool>& used) const {
   for (const Slice& slice : SlicesIn(from, to)) {

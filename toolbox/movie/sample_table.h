@@ -135,12 +135,18 @@ class SampleTable {
   // Calls visit(samples, offset) likewise.
   template <class Visit>
   void ForEachOffset(Visit&& visit) const;
+  // The same, but calls visitEncoded(rows) where rows of 'ctts' say it.
+  template <class Visit, class VisitEncoded>
+  void ForEachOffset(Visit&& visit, VisitEncoded&& visitEncoded) const;
   // Calls visit(samples, group) likewise, for a group that Groups gave.
   template <class Visit>
   void ForEachGroup(const JoinedGroup& group, Visit&& visit) const;
   // Calls visit(size) for each sample.
   template <class Visit>
   void ForEachSize(Visit&& visit) const;
+  // Calls visit(rows) with those of 'stsz' that say the same.
+  template <class Visit>
+  void ForEachEncodedSize(Visit&& visit) const;
   // Calls visit(sample) for each sync sample, or each partial one.
   template <class Visit>
   void ForEachSync(Visit&& visit) const;
@@ -195,6 +201,8 @@ class SampleTable {
     // Bytes at the start of the chunk that belong to samples before `row`; then it is the only one.
     std::uint64_t skipped = 0;
   };
+  // The chunk of a sample, from it on.
+  static RowChunks ChunkAt(const Slice& slice, std::uint64_t sample);
   // Calls visit(RowChunks) for what ForEachChunks visits.
   template <class Visit>
   void ForEachChunksIn(const Slice& slice, std::uint64_t from, std::uint64_t to,

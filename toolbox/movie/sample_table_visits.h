@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <span>
 #include <utility>
@@ -38,20 +39,32 @@ void SampleTable::ForEachTime(Visit&& visit) const {
   joiner.Flush();
 }
 
-template <class Visit>
-void SampleTable::ForEachOffset(Visit&& visit) const {
+template <class Visit, class VisitEncoded>
+void SampleTable::ForEachOffset(Visit&& visit, VisitEncoded&& visitEncoded) const {
   RunJoiner<std::int32_t, Visit> joiner(visit);
   for (const Slice& slice : slices_) {
-    if (slice.rows->offsets.IsEmpty()) {
-      joiner.Add(slice.to - slice.from, slice.shift);
+    const OffsetRuns& offsets = slice.rows->offsets;
+    const auto add = [&](std::uint32_t samples, std::int32_t offset) {
+      joiner.Add(samples, offset + slice.shift);
+    };
+    if (offsets.IsEmpty()) {
+      add(slice.to - slice.from, 0);
+    } else if (slice.shift != 0) {
+      offsets.ForEach(slice.from, slice.to, add);
     } else {
-      slice.rows->offsets.ForEach(slice.from, slice.to,
-                                  [&](std::uint32_t samples, std::int32_t offset) {
-                                    joiner.Add(samples, offset + slice.shift);
-                                  });
+      // Neighbouring rows differ, so none of these is to be joined to another.
+      offsets.ForEach(slice.from, slice.to, add, [&](ByteSpan rows) {
+        joiner.Flush();
+        visitEncoded(rows);
+      });
     }
   }
   joiner.Flush();
+}
+
+template <class Visit>
+void SampleTable::ForEachOffset(Visit&& visit) const {
+  ForEachOffset(visit, [&visit](ByteSpan rows) { OffsetRuns::ForEachOf(rows, visit); });
 }
 
 template <class Visit>
@@ -73,17 +86,24 @@ void SampleTable::ForEachGroup(const JoinedGroup& group, Visit&& visit) const {
 }
 
 template <class Visit>
-void SampleTable::ForEachSize(Visit&& visit) const {
+void SampleTable::ForEachEncodedSize(Visit&& visit) const {
   for (const Slice& slice : slices_) {
     const SampleRows& rows = *slice.rows;
-    for (std::uint32_t row = slice.from; row < slice.to && rows.constantSize != 0; ++row) {
-      visit(rows.constantSize);
+    if (rows.constantSize == 0) {
+      visit(rows.sizes.Encoded(slice.from, slice.to));
+      continue;
     }
-    const FileNumbers::View sizes = rows.sizes.Each();
-    for (std::uint32_t row = slice.from; row < slice.to && rows.constantSize == 0; ++row) {
-      visit(static_cast<std::uint32_t>(sizes[row]));
-    }
+    std::array<std::uint8_t, 4> size{};
+    ToBigEndian(rows.constantSize, size.data());
+    for (std::uint32_t row = slice.from; row < slice.to; ++row) visit(ByteSpan(size));
   }
+}
+
+template <class Visit>
+void SampleTable::ForEachSize(Visit&& visit) const {
+  ForEachEncodedSize([&visit](ByteSpan rows) {
+    for (; !rows.empty(); rows = rows.subspan(4)) visit(FromBigEndian<std::uint32_t>(rows.data()));
+  });
 }
 
 template <class Visit>
@@ -197,12 +217,21 @@ template <class Visit>
 void SampleTable::ForEachOffsetOfChunk(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
   for (const Slice& slice : SlicesIn(from, to)) {
     const FileNumbers::View offsets = slice.rows->chunkOffsets.Each();
-    ForEachChunksIn(slice, from, to, [&](const RowChunks& chunks) {
+    const auto visitAll = [&](const RowChunks& chunks) {
       const std::uint32_t description = (*slice.descriptions)[chunks.description];
       for (std::uint32_t i = 0; i < chunks.count; ++i) {
         visit(offsets[chunks.chunk + i] + chunks.skipped, description);
       }
-    });
+    };
+    if (!slice.rows->chunkRuns.ArePlain()) {
+      ForEachChunksIn(slice, from, to, visitAll);
+      continue;
+    }
+    // Only the first may not be taken from its start.
+    const std::uint64_t first = std::max(from, slice.first), end = std::min(to, slice.End());
+    const RowChunks start = ChunkAt(slice, first);
+    visitAll(start);
+    visitAll({.chunk = start.chunk + 1, .count = ChunkAt(slice, end - 1).chunk - start.chunk});
   }
 }
 
