@@ -151,7 +151,6 @@ class OffsetRuns {
   static std::optional<OffsetRuns> Stated(ByteSpan rows, std::uint32_t samples);
 
   bool IsEmpty() const { return bytes_.Span().empty(); }
-  std::size_t Count() const { return bytes_.Span().size() / kRow; }
   // How many samples there are rows for.
   std::uint32_t Samples() const { return samples_; }
   // From the run on that holds `sample`, which is less than Samples().
@@ -267,7 +266,6 @@ class ChunkRuns {
   static std::optional<ChunkRuns> Stated(ByteSpan rows, std::uint32_t chunks, std::uint32_t samples,
                                          std::size_t descriptions);
 
-  bool IsEmpty() const { return bytes_.Span().empty(); }
   // How many samples lie in the chunks.
   std::uint32_t Samples() const { return samples_; }
   // Whether they have one description and lie one behind the other in their table, none between
