@@ -3,10 +3,10 @@
 #include <cstdlib>
 
 #include "bench/measure.h"
-#include "toolbox/files/output_file.h"
-#include "toolbox/files/read_movie.h"
-#include "toolbox/files/write_file.h"
+#include "toolbox/disk/output_file.h"
 #include "toolbox/movie/movie.h"
+#include "toolbox/read/read_movie.h"
+#include "toolbox/write/write_file.h"
 
 namespace {
 

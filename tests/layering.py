@@ -8,13 +8,25 @@ import sys
 SMALL = r"toolbox/(bytes|codes|held_bytes|refused)\.h"
 COMMANDS = r"(clipjoin|input|chapter|utils)/\w+\.h"
 
+
+
+def below(*folders):
+    """The headers of those folders of the toolbox."""
+    return rf"{SMALL}|toolbox/({'|'.join(folders)})/\w+\.h"
+
+
 # What the files of a folder may include of this project.
 ALLOWED = {
     "toolbox": rf"{SMALL}|toolbox/(types|atoms/fourcc)\.h",
     "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
     "toolbox/text": rf"{SMALL}|toolbox/text/\w+\.h",
-    "toolbox/movie": rf"{SMALL}|toolbox/(movie|text)/\w+\.h|toolbox/atoms/(big_endian|fourcc|malformed|siblings)\.h",
-    "toolbox/files": rf"{SMALL}|toolbox/(files|atoms|movie|text)/\w+\.h",
+    "toolbox/movie": below("movie", "text", "atoms"),
+    "toolbox/disk": below("disk", "movie"),
+    "toolbox/references": below("references", "disk", "movie", "atoms"),
+    "toolbox/read": below("read", "write", "plan", "references", "disk", "movie", "text", "atoms"),
+    "toolbox/plan": below("plan", "movie", "atoms"),
+    "toolbox/write": below("write", "plan", "read", "references", "disk", "movie", "atoms"),
+    "toolbox/mpeg4": below("mpeg4", "plan", "read", "movie", "atoms"),
     "toolbox/calls": r"toolbox/[\w/]+\.h",
     "clipjoin": rf"toolbox/toolbox\.h|{COMMANDS}",
     "input": rf"toolbox/toolbox\.h|{COMMANDS}",

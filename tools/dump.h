@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "toolbox/files/byte_source.h"
+#include "toolbox/disk/byte_source.h"
 #include "toolbox/movie/movie.h"
 
 namespace tools {

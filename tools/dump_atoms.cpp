@@ -4,7 +4,7 @@
 #include <type_traits>
 
 #include "toolbox/atoms/framing.h"
-#include "toolbox/files/read_movie.h"
+#include "toolbox/read/read_movie.h"
 #include "tools/dump.h"
 #include "tools/known_atoms.h"
 

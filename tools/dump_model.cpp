@@ -2,7 +2,7 @@
 #include <string>
 
 #include "toolbox/atoms/fields.h"
-#include "toolbox/files/file_reference.h"
+#include "toolbox/references/file_reference.h"
 #include "tools/dump.h"
 
 namespace tools {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "toolbox/atoms/malformed.h"
-#include "toolbox/files/read_movie.h"
+#include "toolbox/read/read_movie.h"
 #include "tools/dump.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <variant>
 
 #include "tests/fuzz/seeds.h"
-#include "toolbox/files/file_reference.h"
+#include "toolbox/references/file_reference.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "toolbox/files/byte_source.h"
+#include "toolbox/disk/byte_source.h"
 
 namespace toolbox {
 namespace {

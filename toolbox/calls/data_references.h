@@ -6,7 +6,7 @@
 #include <variant>
 
 #include "toolbox/atoms/fields.h"
-#include "toolbox/files/file_reference.h"
+#include "toolbox/references/file_reference.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"
 

@@ -4,10 +4,10 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/export_mpeg4.h"
-#include "toolbox/files/output_file.h"
-#include "toolbox/files/write_file.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/mpeg4/export_mpeg4.h"
 #include "toolbox/toolbox.h"
+#include "toolbox/write/write_file.h"
 
 namespace toolbox {
 

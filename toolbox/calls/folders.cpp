@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "toolbox/calls/call.h"
-#include "toolbox/files/user_folders.h"
+#include "toolbox/disk/user_folders.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"
 

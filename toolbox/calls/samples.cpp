@@ -3,8 +3,8 @@
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/sample_data.h"
 #include "toolbox/movie/sample_times.h"
+#include "toolbox/read/sample_data.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

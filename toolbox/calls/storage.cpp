@@ -11,11 +11,11 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/output_file.h"
-#include "toolbox/files/read_movie.h"
-#include "toolbox/files/update_file.h"
-#include "toolbox/files/write_file.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/read/read_movie.h"
 #include "toolbox/toolbox.h"
+#include "toolbox/write/update_file.h"
+#include "toolbox/write/write_file.h"
 
 namespace toolbox {
 

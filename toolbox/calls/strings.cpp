@@ -10,8 +10,8 @@
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/file_reference.h"
-#include "toolbox/files/user_folders.h"
+#include "toolbox/disk/user_folders.h"
+#include "toolbox/references/file_reference.h"
 #include "toolbox/text/encoding.h"
 #include "toolbox/text/language.h"
 #include "toolbox/text/unicode.h"

@@ -3,7 +3,7 @@
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/files/new_media.h"
+#include "toolbox/movie/new_media.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

@@ -7,7 +7,7 @@
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/malformed.h"
 #include "toolbox/calls/call.h"
-#include "toolbox/files/descriptor.h"
+#include "toolbox/disk/descriptor.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

@@ -1,0 +1,63 @@
+#include "toolbox/disk/byte_source.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include "tests/toolbox/bytes.h"
+#include "tests/toolbox/movies.h"
+#include "toolbox/plan/plan.h"
+#include "toolbox/read/read_movie.h"
+#include "toolbox/write/update_file.h"
+#include "toolbox/write/write_file.h"
+
+namespace toolbox {
+namespace {
+
+class ByteSourceTest : public InFolder {};
+
+TEST_F(ByteSourceTest, WhatIsOwnedOutlastsItsFile) {
+  Bytes bytes(3 << 20);
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 7 >> 3);
+  const boost::filesystem::path path = Store("file", bytes);
+  const HeldBytes held = FileSource(path).Load(5, bytes.size() - 5);
+  const std::uint8_t* before = held.Span().data();
+  held.Own();
+  Store("file", {});
+  EXPECT_EQ(held.Span().data(), before);
+  EXPECT_TRUE(std::ranges::equal(held.Span(), ByteSpan(bytes).subspan(5)));
+}
+
+// The second new header may be put where the tables of the movie lie that is still open.
+TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
+  constexpr std::uint32_t kSamples = 600'000;
+  MovieRecord made;
+  made.file = OtherFile{Store("media", {})};
+  boost::filesystem::resize_file(folder_ / "media", std::uint64_t{kSamples} * 100);
+  auto rows = PlainRows(kSamples, 10, 0);
+  rows->sizes = {};
+  for (std::uint32_t i = 0; i < kSamples; ++i) rows->sizes.Add(1 + i % 97);
+  TrackRecord& track = AddPlainTrack(made, FourCC{"vide"}, 600, rows, OtherFile{folder_ / "media"});
+  track.edits.Append({600}, {0}, 1.0, track.TimeClock());
+  const boost::filesystem::path path = folder_ / "movie.mov";
+  OutputFile output(path);
+  WriteFile(PlanReference(made), {.movieFirst = true, .compress = false}, path, output);
+  output.Commit();
+
+  const auto movie = ReadMovieFile(path, References::kResolve);
+  for (int time = 0; time < 4; ++time) {
+    movie->tracks[0]->layer = static_cast<std::int16_t>(time);
+    // The tables move towards the front.
+    if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
+    Descriptor file(path, O_RDWR);
+    UpdateFile(*movie, path, file);
+    const auto saved = ReadMovieFile(path, References::kResolve);
+    ASSERT_EQ(saved->tracks[0]->layer, time);
+    std::uint32_t sample = 0;
+    saved->tracks[0]->media->samples.ForEachSize(
+        [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
+    ASSERT_EQ(sample, kSamples);
+  }
+}
+
+}  // namespace
+}  // namespace toolbox

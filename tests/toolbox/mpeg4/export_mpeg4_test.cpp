@@ -1,0 +1,351 @@
+#include "toolbox/mpeg4/export_mpeg4.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <vector>
+
+#include "tests/toolbox/bytes.h"
+#include "tests/toolbox/movies.h"
+#include "toolbox/atoms/framing.h"
+#include "toolbox/mpeg4/fold_rates.h"
+#include "toolbox/mpeg4/mpeg4_descriptions.h"
+#include "toolbox/write/write_file.h"
+#include "toolbox/write/write_movie.h"
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kVideo{"vide"}, kSound{"soun"};
+
+// 128 kbit/s, AAC, low complexity, 44100 Hz, two channels; its descriptors as `writer` sizes them.
+const Bytes kAac = Join(U8(0x40), U8(0x15), Zeros(3), U32(128000), U32(128000));
+const Bytes kShortStream = Atom("esds", U32(0), U8(3), U8(25), U16(7), U8(0), U8(4), U8(17), kAac,
+                                U8(5), U8(2), U16(0x1210), U8(6), U8(1), U8(2));
+const Bytes kStream =
+    Atom("esds", U32(0), U8(3), U32(0x8080801F), U16(0), U8(0), U8(4), U32(0x80808011), kAac, U8(5),
+         U8(2), U16(0x1210), U8(6), U32(0x80808001), U8(2));
+
+// QuickTime: version, channels, bits, compression, packet size, rate.
+Bytes Sound(std::uint16_t version, std::uint16_t channels, std::uint32_t rate, const Bytes& more) {
+  return Atom("mp4a", Zeros(6), U16(3), U16(version), Zeros(6), U16(channels), U16(16),
+              U16(version == 1 ? 0xFFFE : 0), U16(0), U32(rate), more);
+}
+const Bytes kWave =
+    Atom("wave", Atom("frma", Text("mp4a")), Atom("mp4a", U32(0)), kShortStream, U32(8), U32(0));
+
+TEST(Mpeg4Description, OfSoundIsTheSameWhateverVersionQuickTimeWrote) {
+  const Bytes iso =
+      Atom("mp4a", Zeros(6), U16(3), Zeros(8), U16(2), U16(16), U32(0), U32(44100U << 16), kStream);
+  const Bytes packets = Join(U32(1024), U32(2), U32(2), U32(2));
+  const Bytes wide = Join(U32(72), U64(0x40E5888000000000), U32(2), U32(0x7F000000), U32(0), U32(0),
+                          U32(0), U32(1024));
+  const Bytes layout = Atom("chan", U32(0), U32(0x650002));
+  for (const Bytes& quickTime :
+       {Sound(0, 2, 44100U << 16, kShortStream), Sound(0, 1, 44100U << 16, kWave),
+        Sound(1, 1, 44100U << 16, Join(packets, layout, kWave)),
+        Sound(1, 2, 0, kStream),  // an ISO writer that numbers its version 1
+        Sound(2, 3, 0x10000, Join(wide, kWave, layout)), iso}) {
+    EXPECT_EQ(Mpeg4Description(quickTime, 44100), iso);
+  }
+  // No room for the rate; channels that only the description knows.
+  EXPECT_EQ(Mpeg4Description(Sound(0, 2, 0, kStream), 96000),
+            Atom("mp4a", Zeros(6), U16(3), Zeros(8), U16(2), U16(16), U32(0), U32(0), kStream));
+}
+
+Bytes Picture(const std::string& format, const Bytes& more, const Bytes& said, bool isIso) {
+  return Atom(format, Zeros(6), U16(1), isIso ? Zeros(16) : said, U16(640), U16(360), U32(72 << 16),
+              U32(72 << 16), U32(0), U16(1), U8(4), Text("name"), Zeros(27), U16(24), U16(0xFFFF),
+              more);
+}
+const Bytes kAvcConfig = Atom("avcC", U8(1), U8(0x64), U8(0), U8(0x1E), U8(0xFF), U8(0xE1), U16(4),
+                              Text("gabc"), U8(1), U16(2), Text("hd"));
+
+TEST(Mpeg4Description, OfPicturesKeepsWhatIsoKnows) {
+  const Bytes said = Join(U16(1), U16(2), Text("appl"), U32(512), U32(768));
+  const Bytes quickTime =
+      Picture("avc1",
+              Join(Atom("gama", U32(0x23333)), Atom("fiel", U16(0x0100)),
+                   Atom("colr", Text("nclc"), U16(1), U16(1), U16(6)), kAvcConfig,
+                   Atom("pasp", U32(1), U32(1)), Atom("uuid", Zeros(16)), U32(0)),
+              said, false);
+  const Bytes iso = Picture("avc1",
+                            Join(Atom("colr", Text("nclx"), U16(1), U16(1), U16(6), U8(0)),
+                                 kAvcConfig, Atom("pasp", U32(1), U32(1))),
+                            said, true);
+  EXPECT_EQ(Mpeg4Description(quickTime, 600), iso);
+  EXPECT_EQ(Mpeg4Description(iso, 600), iso);
+}
+
+TEST(Mpeg4Description, IsRefusedWhereNothingTellsHowToDecode) {
+  const Bytes said = Zeros(16);
+  for (const auto& refused : std::vector<std::pair<Bytes, OSErr>>{
+           {Sound(0, 2, 0, {}), invalidSampleDescription},
+           {Sound(1, 2, 0, Join(Zeros(16), Atom("wave", U32(8), U32(0)))),
+            invalidSampleDescription},
+           {Sound(0, 2, 0, Atom("esds", U32(0), U8(3))), invalidSampleDescription},
+           {Picture("avc1", kStream, said, true), invalidSampleDescription},
+           {Picture("mp4v", kAvcConfig, said, true), invalidSampleDescription},
+           {Picture("jpeg", {}, said, true), featureUnsupported}}) {
+    const ByteSpan description = refused.first;
+    EXPECT_EQ(CodeOf([&] { Mpeg4Description(description, 600); }), refused.second);
+    for (std::size_t size = 0; size < description.size(); ++size) {
+      EXPECT_NE(CodeOf([&] { Mpeg4Description(description.first(size), 600); }), noErr);
+    }
+  }
+}
+
+// A movie of sound and pictures in a file.
+class Export : public InFolder {
+ protected:
+  Export() {
+    Bytes media(5000);
+    std::iota(media.begin(), media.end(), std::uint8_t{0});
+    for (std::size_t at = 0; at < 4000; at += 2000) {  // two pictures, each of two NAL units
+      std::ranges::copy(U32(1600), media.begin() + static_cast<std::ptrdiff_t>(at));
+      media[at + 4] = 0x65;
+      std::ranges::copy(U32(392), media.begin() + static_cast<std::ptrdiff_t>(at + 1604));
+    }
+    movie_.file = OtherFile{Store("media", media)};
+    pictures_ = &AddPlainTrack(movie_, kVideo, 600, PlainRows(2, 300, 2000));
+    pictures_->media->descriptions = {{Picture("avc1", kAvcConfig, Zeros(16), true), 0}};
+    sound_ = &AddPlainTrack(movie_, kSound, 44100, PlainRows(10, 1024, 100, 4000));
+    sound_->media->descriptions = {{Sound(1, 2, 0, Join(Zeros(16), kWave)), 0}};
+  }
+  FilePlan Planned(bool hasHints = false) const {
+    Mpeg4Settings settings;
+    settings.hasHints = hasHints;
+    return PlanMpeg4(movie_, nullptr, settings);
+  }
+
+  MovieRecord movie_;
+  TrackRecord *pictures_ = nullptr, *sound_ = nullptr;
+};
+
+TEST_F(Export, StatesProfilesAndLevels) {
+  const auto stated = [](const FilePlan& plan) {
+    return FindSibling(plan.movie->siblings, FourCC{"iods"})->bytes;
+  };
+  EXPECT_EQ(stated(Planned()), Atom("iods", U32(0), U8(0x10), U32(0x80808007), U16(0x4F), U8(0xFF),
+                                    U8(0xFF), U8(0x29), U8(0x7F), U8(0xFF)));
+  EXPECT_EQ(stated(PlanMpeg4(movie_, sound_, {}))[22], 0xFF);
+  EXPECT_EQ(stated(PlanMpeg4(movie_, pictures_, {}))[21], 0xFF);
+}
+
+TEST_F(Export, TakesOnlyTheTracksThatBelong) {
+  const auto tracks = [&] { return Planned().movie->tracks.size(); };
+  TrackRecord& text = AddPlainTrack(movie_, FourCC{"text"}, 600, PlainRows(1, 600, 10));
+  sound_->Refer(FourCC{"chap"}, text);
+  EXPECT_EQ(tracks(), 2U);
+  EXPECT_TRUE(Planned().movie->tracks[1]->references.empty());
+  sound_->flags = 0;
+  EXPECT_EQ(tracks(), 1U);
+  sound_->flags = 1;
+  sound_->edits = {};
+  EXPECT_EQ(tracks(), 1U);
+  pictures_->flags = 0;
+  EXPECT_EQ(CodeOf([&] { Planned(); }), featureUnsupported);
+  pictures_->flags = 1;
+  AddPlainTrack(movie_, kVideo, 600, PlainRows(1, 600, 10));
+  EXPECT_EQ(CodeOf([&] { Planned(); }), featureUnsupported);
+}
+
+TEST_F(Export, NamesLanguagesAsIsoDoes) {
+  for (const auto& [quickTime, iso] : std::vector<std::pair<int, int>>{{0, 0x15C7},
+                                                                       {2, 0x10B5},
+                                                                       {46, 0x08AC},
+                                                                       {47, 0x55C4},
+                                                                       {0x7FFF, 0x55C4},
+                                                                       {0x55C4, 0x55C4},
+                                                                       {0x15C7, 0x15C7}}) {
+    pictures_->media->language = static_cast<std::uint16_t>(quickTime);
+    EXPECT_EQ(Planned().movie->tracks[0]->media->language, iso) << quickTime;
+  }
+}
+
+TEST_F(Export, OfOffsetsBelowZeroNamesABrandThatKnowsThem) {
+  const Bytes usual = Atom("ftyp", Text("mp42"), U32(0), Text("mp42isommp41avc1"));
+  EXPECT_EQ(FileTypeOf(Planned()), usual);
+  auto rows = PlainRows(2, 300, 2000);
+  rows->AddOffsets(1, -100);
+  rows->AddOffsets(1, 0);
+  pictures_->media->samples = SampleTable(rows);
+  const FilePlan plan = Planned();
+  EXPECT_EQ(FileTypeOf(plan), Atom("ftyp", Text("mp42"), U32(0), Text("mp42isommp41avc1iso4")));
+  const Bytes header = MovieWriter(plan, folder_ / "out.mp4").Encode(0);
+  const Bytes table = Atom("ctts", U32(1 << 24), U32(2), U32(1), U32(0xFFFFFF9C), U32(1), U32(0));
+  EXPECT_NE(std::search(header.begin(), header.end(), table.begin(), table.end()), header.end());
+}
+
+// Folding speeds
+
+using Times = std::vector<std::pair<std::uint32_t, std::int64_t>>;
+Times TimesOf(const TrackRecord& track) {
+  Times times;
+  track.media->samples.ForEachTime(
+      [&](std::uint32_t count, std::int64_t delta) { times.emplace_back(count, delta); });
+  return times;
+}
+
+// Pictures of a scale fine enough, all sync samples; edits of {duration, media time, rate}.
+struct Part {
+  std::int64_t duration, media;
+  double rate;
+};
+std::unique_ptr<MovieRecord> Shown(const std::vector<Part>& parts) {
+  auto movie = std::make_unique<MovieRecord>();
+  TrackRecord& track = AddPlainTrack(*movie, kVideo, 60000, PlainRows(10, 6000, 10));
+  track.edits = {};
+  for (const Part& part : parts) {
+    track.edits.Append({part.duration}, {part.media}, part.rate, track.TimeClock());
+  }
+  FoldRates(track);
+  return movie;
+}
+
+TEST(FoldRates, MakesSamplesAsLongAsTheyAreShown) {
+  const auto twice = Shown({{300, 0, 2.0}});
+  EXPECT_EQ(TimesOf(*twice->tracks[0]), (Times{{10, 3000}}));
+  EXPECT_EQ(twice->tracks[0]->edits.Edits(), (std::vector<Edit>{{{0}, {300}, {0}, 1.0}}));
+
+  // A third of the speed from the middle of the third sample on.
+  const auto slow = Shown({{360, 15000, 1.0 / 3}});
+  EXPECT_EQ(TimesOf(*slow->tracks[0]), (Times{{3, 18000}}));
+  EXPECT_EQ(slow->tracks[0]->edits.Edits(), (std::vector<Edit>{{{0}, {360}, {9000}, 1.0}}));
+}
+
+TEST(FoldRates, KeepsWhatIsShownAtSeveralSpeedsOnceForEach) {
+  const auto movie = Shown({{120, 0, 1.0}, {60, -1, 1.0}, {120, 0, 2.0}, {30, 6000, 0.0}});
+  const TrackRecord& track = *movie->tracks[0];
+  EXPECT_EQ(TimesOf(track), (Times{{2, 6000}, {4, 3000}, {1, 6000}}));
+  EXPECT_EQ(track.edits.Edits(), (std::vector<Edit>{{{0}, {120}, {0}, 1.0},
+                                                    {{120}, {60}, {-1}, 1.0},
+                                                    {{180}, {120}, {12000}, 1.0},
+                                                    {{300}, {30}, {24000}, 0.0}}));
+  std::vector<std::uint64_t> offsets;
+  track.media->samples.ForEachPiece(0, 7, [&](const SamplePiece& piece) {
+    for (std::uint32_t i = 0; i < piece.count; ++i) offsets.push_back(piece.offset + 10 * i);
+  });
+  EXPECT_EQ(offsets, (std::vector<std::uint64_t>{0, 10, 0, 10, 20, 30, 10}));
+}
+
+TEST(FoldRates, MakesCoarseScalesFineAndLeavesPlainTracksAlone) {
+  MovieRecord movie;
+  TrackRecord& track = AddPlainTrack(movie, kVideo, 24, PlainRows(48, 1, 10));
+  const EditList plain = track.edits;
+  FoldRates(track);
+  EXPECT_EQ(track.media->scale, 24);
+  EXPECT_EQ(track.edits, plain);
+  track.edits = {};
+  track.edits.Append({400}, {0}, 3.0, track.TimeClock());
+  FoldRates(track);
+  EXPECT_EQ(track.media->scale, 90000);
+  EXPECT_EQ(TimesOf(track), (Times{{48, 1250}}));
+}
+
+// Hints
+
+// A packet of a hint sample: its kind with the marker, number in sequence, then its entries.
+Bytes Packet(std::uint8_t kind, std::uint16_t sequence, std::uint16_t entries, const Bytes& all) {
+  return Join(U32(0), U8(0x80), U8(kind), U16(sequence), U16(0), U16(entries), all);
+}
+Bytes Said(const Bytes& bytes) {
+  return Join(U8(1), U8(static_cast<std::uint8_t>(bytes.size())), bytes, Zeros(14 - bytes.size()));
+}
+Bytes Media(std::uint16_t length, std::uint32_t sample, std::uint32_t offset) {
+  return Join(U8(2), U8(0), U16(length), U32(sample), U32(offset), U16(1), U16(1));
+}
+
+TEST_F(Export, HintsSayWhatGoesIntoEachPacket) {
+  const FilePlan plan = Planned(true);
+  ASSERT_EQ(plan.made.size(), 2U);
+  Bytes made;
+  for (const MadeData& data : plan.made) {
+    const std::size_t before = made.size();
+    data.make(plan, [&](ByteSpan bytes) { made.insert(made.end(), bytes.begin(), bytes.end()); });
+    EXPECT_EQ(made.size() - before, data.size);
+  }
+  // 1438 bytes a packet: the first unit in two fragments, of type 5, then the second.
+  const auto picture = [](std::uint32_t sample, std::uint16_t sequence) {
+    const auto number = [sequence](int more) {
+      return static_cast<std::uint16_t>(sequence + more);
+    };
+    return Join(
+        U16(3), U16(0),
+        Packet(96, number(0), 2, Join(Said(Join(U8(0x7C), U8(0x85))), Media(1436, sample, 5))),
+        Packet(96, number(1), 2, Join(Said(Join(U8(0x7C), U8(0x45))), Media(163, sample, 1441))),
+        Packet(96 | 0x80, number(2), 1, Media(392, sample, 1608)));
+  };
+  // Four units of sound are 93 ms.
+  const auto sound = [](std::uint16_t sequence, std::uint32_t first, std::uint16_t count) {
+    Bytes header = U16(static_cast<std::uint16_t>(16 * count)), units;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      header = Join(header, U16(100 << 3));
+      units = Join(units, Media(100, first + i, 0));
+    }
+    return Join(U16(1), U16(0),
+                Packet(97 | 0x80, sequence, static_cast<std::uint16_t>(count + 1),
+                       Join(Said(header), units)));
+  };
+  EXPECT_EQ(made,
+            Join(picture(1, 0), picture(2, 3), sound(0, 1, 4), sound(1, 5, 4), sound(2, 9, 2)));
+}
+
+TEST_F(Export, AHintTrackThatCannotBeMadeIsLeftOut) {
+  const auto hints = [&](std::uint32_t packetSize) {
+    Mpeg4Settings settings;
+    settings.hasHints = true;
+    settings.packetSize = packetSize;
+    return PlanMpeg4(movie_, nullptr, settings).made.size();
+  };
+  EXPECT_EQ(hints(1450), 2U);
+  EXPECT_EQ(hints(20), 0U);
+  Bytes media = Stored(folder_ / "media");
+  media[0] = 0xFF;  // a unit that is longer than its picture
+  Store("media", media);
+  EXPECT_EQ(hints(1450), 1U);
+  sound_->media->samples = SampleTable(PlainRows(1, 1024, 1 << 10));  // in pieces
+  EXPECT_EQ(hints(1450), 1U);
+  EXPECT_EQ(hints(100), 1U);
+  boost::filesystem::resize_file(folder_ / "media", 10000);
+  sound_->media->samples = SampleTable(PlainRows(1, 1024, 1 << 13));
+  EXPECT_EQ(hints(1450), 0U);
+}
+
+TEST_F(Export, MediaThatChangesWhileItIsWrittenIsNoticed) {
+  const FilePlan plan = Planned(true);
+  Bytes media = Stored(folder_ / "media");
+  std::ranges::copy(U32(100), media.begin());  // and then a unit of length 0x64, and so on
+  Store("media", media);
+  OutputFile output(folder_ / "out.mp4");
+  EXPECT_NE(CodeOf([&] { WriteFile(plan, {true, false}, folder_ / "out.mp4", output); }), noErr);
+}
+
+// Settings
+
+Bytes Setting(const std::string& type, std::uint16_t children, const Bytes& content) {
+  return Join(U32(static_cast<std::uint32_t>(20 + content.size())), Text(type), U32(1), U16(0),
+              U16(children), U32(0), content);
+}
+
+TEST(Mpeg4Settings, AreReadOutOfTheirTree) {
+  const Bytes container =
+      Join(Zeros(12),
+           Setting("sean", 4,
+                   Join(Setting("vide", 1, Setting("hint", 0, U32(0))), Setting("hint", 0, U32(1)),
+                        Setting("psiz", 0, U32(500)), Setting("enso", 0, Text("past")))));
+  const Mpeg4Settings settings = ReadMpeg4Settings(container);
+  EXPECT_TRUE(settings.hasHints && settings.keepsCoding);
+  EXPECT_EQ(settings.packetSize, 500U);
+  EXPECT_EQ(settings.packetDuration, 100U);
+  for (std::size_t size = 0; size < container.size(); ++size) {
+    if (size == 12) continue;  // a container of nothing
+    EXPECT_EQ(CodeOf([&] { ReadMpeg4Settings(ByteSpan(container).first(size)); }), paramErr);
+  }
+  EXPECT_FALSE(
+      ReadMpeg4Settings(Join(Zeros(12), Setting("sean", 1, Setting("envi", 0, Text("mp4v")))))
+          .keepsCoding);
+}
+
+}  // namespace
+}  // namespace toolbox

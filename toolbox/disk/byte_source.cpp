@@ -1,0 +1,150 @@
+#include "toolbox/disk/byte_source.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+
+namespace toolbox {
+namespace {
+
+// Pages of a file, looked at where the system keeps them.
+class Mapping final : public HeldBytes::Holder {
+ public:
+  Mapping(int file, std::uint64_t at, std::size_t length)
+      : length_(length),
+        pages_(mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file, static_cast<off_t>(at))) {}
+  Mapping(const Mapping&) = delete;
+  Mapping& operator=(const Mapping&) = delete;
+  ~Mapping() override {
+    if (pages_ != MAP_FAILED) munmap(pages_, length_);
+  }
+
+  // Brings all of them in; false where the system cannot do so, be it for a damaged disk.
+  bool Fill() const {
+#ifdef MADV_POPULATE_READ
+    return pages_ != MAP_FAILED && madvise(pages_, length_, MADV_POPULATE_READ) == 0;
+#else
+    return false;
+#endif
+  }
+  const std::uint8_t* Data() const { return static_cast<const std::uint8_t*>(pages_); }
+
+  // A copy takes their place.
+  void Own() const override {
+    if (isOwned_) return;
+    void* copy = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (copy == MAP_FAILED) throw std::bad_alloc();
+    std::memcpy(copy, pages_, length_);
+    if (mremap(copy, length_, length_, MREMAP_MAYMOVE | MREMAP_FIXED, pages_) == MAP_FAILED) {
+      munmap(copy, length_);
+      throw std::bad_alloc();
+    }
+    isOwned_ = true;
+  }
+
+ private:
+  std::size_t length_;
+  void* pages_;
+  mutable bool isOwned_ = false;
+};
+
+// The bytes [at, at + size) of a file without a copy; nothing where that cannot be: reading will
+// tell why.
+std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
+  const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const auto mapping = std::make_shared<const Mapping>(file, at - before, before + size);
+  if (!mapping->Fill()) return std::nullopt;
+  return HeldBytes({mapping->Data() + before, size}, mapping);
+}
+
+}  // namespace
+
+HeldBytes ByteSource::Load(std::uint64_t at, std::size_t size) const {
+  Bytes bytes(size);
+  Read(at, bytes);
+  return HeldBytes(std::move(bytes));
+}
+
+FileSource::FileSource(const boost::filesystem::path& path) : file_(path, O_RDONLY) {
+  struct stat status {};
+  if (!file_.IsOpen() || fstat(file_.Number(), &status) != 0) throw RefusedBy(errno);
+  if (S_ISDIR(status.st_mode)) throw RefusedBy(EISDIR);
+  size_ = static_cast<std::uint64_t>(status.st_size);
+}
+
+void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
+  constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
+  if (at > kFarthest || into.size() > kFarthest - at) throw Refused{eofErr};
+  while (!into.empty()) {
+    const ssize_t got = pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw RefusedBy(errno);
+    if (got == 0) throw Refused{eofErr};
+    into = into.subspan(static_cast<std::size_t>(got));
+    at += static_cast<std::uint64_t>(got);
+  }
+}
+
+HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
+  constexpr std::size_t kMuch = 1 << 20;
+  if (size >= kMuch && at <= size_ && size <= size_ - at) {
+    if (auto mapped = Map(file_.Number(), at, size)) return *mapped;
+  }
+  return ByteSource::Load(at, size);
+}
+
+void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
+  if (at > bytes_.size() || into.size() > bytes_.size() - at) throw Refused{eofErr};
+  std::ranges::copy(bytes_.subspan(at, into.size()), into.begin());
+}
+
+std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path) {
+  const std::optional<struct stat> status = StatusOf(path);
+  if (!status) return std::nullopt;
+  return FileIdentity{.device = status->st_dev, .inode = status->st_ino};
+}
+
+OtherFile FileAt(const boost::filesystem::path& path) { return {path, IdentityOf(path)}; }
+
+Refused RefusedBy(int errorNumber) {
+  switch (errorNumber) {
+    case ENOSPC:
+    case EDQUOT:
+      return {dskFulErr};
+    case ENAMETOOLONG:
+    case EILSEQ:
+      return {bdNamErr};
+    case EMFILE:
+    case ENFILE:
+      return {tmfoErr};
+    case ENOENT:
+    case ENOTDIR:
+      return {fnfErr};
+    case EROFS:
+      return {vLckdErr};
+    case ETXTBSY:
+    case EBUSY:
+    case EWOULDBLOCK:
+      return {fBsyErr};  // a lock or a lease in the way
+    case EEXIST:
+      return {dupFNErr};
+    case ENOMEM:
+      return {memFullErr};
+    case EISDIR:
+      return {notAFileErr};
+    case EACCES:
+    case EPERM:
+      return {afpAccessDenied};
+    default:
+      return {ioErr};
+  }
+}
+
+}  // namespace toolbox

@@ -1,0 +1,288 @@
+#include "toolbox/disk/output_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <csignal>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include "toolbox/disk/block_cache.h"
+#include "toolbox/disk/temporary_file.h"
+
+namespace toolbox {
+namespace {
+
+namespace fs = boost::filesystem;
+
+// Not larger: from 512 KiB on, writing a byte was seen to cost the kernel four times as much.
+constexpr std::size_t kBufferSize = 64 << 10;
+constexpr std::uint64_t kKernelPiece = 64 << 10;  // from here on a system call for each piece pays
+constexpr std::uint64_t kKernelStep = 1 << 30;  // at most, so that a signal is heard in between
+constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
+
+// Where `target` leads to, also when nothing is there yet: renaming over a link would replace the
+// link.
+fs::path Followed(const fs::path& target) {
+  constexpr int kMostLinks =
+      40;  // as the system has it; a circle is then refused like any link left over
+  fs::path path = target.has_parent_path() ? target : "." / target;
+  for (int links = 0; links < kMostLinks; ++links) {
+    boost::system::error_code notALink;
+    const fs::path link = fs::read_symlink(path, notALink);
+    if (notALink) break;
+    path = link.is_absolute() ? link : path.parent_path() / link;
+  }
+  return path;
+}
+
+// Whether this process itself has the file open; also true where that cannot be told.
+bool IsOpenHere(const struct stat& file) {
+  boost::system::error_code failed;
+  for (fs::directory_iterator entry("/proc/self/fd", failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    struct stat open {};
+    if (stat(entry->path().c_str(), &open) == 0 && open.st_dev == file.st_dev &&
+        open.st_ino == file.st_ino) {
+      return true;
+    }
+  }
+  return failed.failed();
+}
+
+// Refuses a file that is protected or that somebody is using. The rename would ask for neither.
+void CheckReplaceable(const fs::path& path, const struct stat& existing) {
+  // A movie may replace its own input, which is then open here: the lease below would be refused on
+  // account of our own descriptor.
+  const bool isOpenHere = IsOpenHere(existing);
+
+  const Descriptor file(path, O_WRONLY | O_NONBLOCK);
+  if (!file.IsOpen()) throw errno == EPERM ? Refused{fLckdErr} : RefusedBy(errno);
+  // Other failures mean that the file system knows no locks, or no leases.
+  if (flock(file.Number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
+#ifdef F_SETLEASE
+  if (isOpenHere) return;
+  // Somebody opening the file this very moment breaks the lease: by a signal that does no harm,
+  // where the usual one would end the process.
+  fcntl(file.Number(), F_SETSIG, SIGURG);
+  if (fcntl(file.Number(), F_SETLEASE, F_WRLCK) == 0) {
+    fcntl(file.Number(), F_SETLEASE, F_UNLCK);
+  } else if (errno == EAGAIN) {
+    throw RefusedBy(errno);
+  }
+#endif
+}
+
+void CheckFolder(const fs::path& folder) {
+  const std::optional<struct stat> status = StatusOf(folder);
+  if (!status || !S_ISDIR(status->st_mode)) throw Refused{dirNFErr};
+}
+
+void SyncFolder(const fs::path& folder) {
+  const Descriptor opened(folder, O_RDONLY | O_DIRECTORY);
+  // A folder that may be written but not read cannot be synced; some file systems sync no folders.
+  if (opened.IsOpen() && fsync(opened.Number()) != 0 && errno != EINVAL) throw RefusedBy(errno);
+}
+
+// Sets `size` bytes aside in `file`; false where the file system cannot.
+bool Allocate([[maybe_unused]] int file, [[maybe_unused]] std::uint64_t size) {
+#ifdef __linux__
+  if (size > kFarthest) throw RefusedBy(EFBIG);
+  int result;
+  do {
+    result = fallocate(file, 0, 0, static_cast<off_t>(size));
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return true;
+  const int lacks[] = {ENOSPC, EDQUOT, EFBIG, EIO};
+  if (std::ranges::find(lacks, errno) != std::end(lacks)) throw RefusedBy(errno);
+#endif
+  return false;
+}
+
+// Copies up to `length` bytes at the end of `file`, returns how many; nothing where the kernel
+// cannot.
+std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
+                                          [[maybe_unused]] std::uint64_t at,
+                                          [[maybe_unused]] int file,
+                                          [[maybe_unused]] std::uint64_t length) {
+#ifdef __linux__
+  auto from = static_cast<off_t>(at);
+  ssize_t copied;
+  do {
+    copied = copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
+  } while (copied < 0 && errno == EINTR);
+  if (copied == 0) throw Refused{eofErr};
+  if (copied > 0) return static_cast<std::uint64_t>(copied);
+  const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
+  if (std::ranges::find(cannot, errno) == std::end(cannot)) throw RefusedBy(errno);
+#endif
+  return std::nullopt;
+}
+
+}  // namespace
+
+struct OutputFile::State {
+  fs::path target;
+  Existing existing = Existing::kReplace;
+  std::optional<TemporaryFile> temporary;
+  Descriptor direct;  // open instead when the target is no regular file
+
+  Bytes buffer = Bytes(kBufferSize);
+  std::size_t gathered = 0;  // bytes of `buffer` that wait to be written
+  std::uint64_t written = 0;  // bytes before them
+  std::uint64_t reserved = 0;
+  BlockCache cache;
+  bool kernelCopies = true;  // until the kernel has once said that it cannot
+  bool isSound = true;  // false during a step, and so for good after one that threw
+
+  int File() const { return (temporary ? temporary->File() : direct).Number(); }
+
+  // Runs `body`. A file with a part missing must not be given its name by a caller that goes on.
+  void Step(auto body) {
+    if (!std::exchange(isSound, false)) throw Refused{ioErr};
+    body();
+    isSound = true;
+  }
+
+  void Write(ByteSpan bytes) {
+    while (!bytes.empty()) {
+      const ssize_t put = write(File(), bytes.data(), bytes.size());
+      if (put < 0 && errno == EINTR) continue;
+      if (put < 0) throw RefusedBy(errno);
+      bytes = bytes.subspan(static_cast<std::size_t>(put));
+      written += static_cast<std::uint64_t>(put);
+    }
+  }
+
+  void Drain() { Write({buffer.data(), std::exchange(gathered, 0)}); }
+
+  // Free room in the buffer for up to `wanted` bytes: all of them when they fit into a buffer at
+  // all.
+  std::span<std::uint8_t> Room(std::uint64_t wanted) {
+    const std::uint64_t size = std::min<std::uint64_t>(wanted, kBufferSize);
+    if (size > kBufferSize - gathered) Drain();
+    return {buffer.data() + gathered, size};
+  }
+
+  void Append(ByteSpan bytes) {
+    if (bytes.size() < kKernelPiece) {
+      std::ranges::copy(bytes, Room(bytes.size()).begin());
+      gathered += bytes.size();
+    } else {
+      Drain();
+      Write(bytes);
+    }
+  }
+
+  // Copies as much as the kernel takes; returns how much that is.
+  std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
+    Drain();
+    std::uint64_t done = 0;
+    while (done < length) {
+      const auto copied = CopyInKernel(source.Descriptor(), at + done, File(), length - done);
+      kernelCopies = copied.has_value();
+      if (!kernelCopies) break;
+      done += *copied;
+    }
+    written += done;
+    return done;
+  }
+
+  void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
+    if (at > kFarthest || length > kFarthest - at) throw Refused{eofErr};
+    const bool isFile = source.Descriptor() >= 0;
+    const bool isSmall = length < kKernelPiece;
+    if (isFile && !isSmall && kernelCopies) {
+      const std::uint64_t done = CopyLarge(source, at, length);
+      at += done;
+      length -= done;
+    }
+    while (length > 0) {
+      const std::span<std::uint8_t> piece = Room(length);
+      if (isFile && isSmall) {
+        cache.Read(source, at, piece);
+      } else {
+        source.Read(at, piece);
+      }
+      gathered += piece.size();
+      at += piece.size();
+      length -= piece.size();
+    }
+  }
+
+  void Flush() {
+    Drain();
+    cache.Forget();
+  }
+
+  void Commit() {
+    Flush();
+    if (!temporary) return direct.Close();
+    if (reserved > written && ftruncate(File(), static_cast<off_t>(written)) != 0) {
+      throw RefusedBy(errno);
+    }
+    const bool replaces = StatusOf(target).has_value();
+    if (replaces && existing == Existing::kRefuse) throw Refused{dupFNErr};
+    // After a power cut either the old file must be there or the whole new one. A new name is not
+    // synced: nobody's file is lost with it.
+    if (replaces && fsync(File()) != 0) throw RefusedBy(errno);
+    temporary->TakeName(target);
+    if (replaces) SyncFolder(target.parent_path());
+  }
+};
+
+OutputFile::OutputFile(const fs::path& target, Existing existing)
+    : state_(std::make_unique<State>()) {
+  state_->target = Followed(target);
+  state_->existing = existing;
+  const fs::path& path = state_->target;
+  CheckFolder(path.parent_path());
+  const std::optional<struct stat> old = StatusOf(path);
+  if (old && S_ISDIR(old->st_mode)) throw RefusedBy(EISDIR);
+  if (old && existing == Existing::kRefuse) throw RefusedBy(EEXIST);
+  if (old && !S_ISREG(old->st_mode)) {
+    state_->kernelCopies = false;
+    state_->direct = Descriptor(path, O_WRONLY | O_NOCTTY);
+    if (!state_->direct.IsOpen()) throw RefusedBy(errno);
+    return;
+  }
+  if (faccessat(AT_FDCWD, path.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    throw RefusedBy(errno);
+  }
+  if (old) CheckReplaceable(path, *old);
+  state_->temporary.emplace(path, old ? std::optional<mode_t>(old->st_mode & 07777) : std::nullopt);
+}
+
+OutputFile::~OutputFile() = default;
+
+std::uint64_t OutputFile::Position() const { return state_->written + state_->gathered; }
+
+void OutputFile::Reserve(std::uint64_t size) {
+  state_->Step([&] {
+    if (!state_->temporary || size <= state_->reserved) return;
+    if (Allocate(state_->File(), size)) state_->reserved = size;
+  });
+}
+
+void OutputFile::Append(ByteSpan bytes) {
+  state_->Step([&] { state_->Append(bytes); });
+}
+
+void OutputFile::Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
+  state_->Step([&] { state_->Copy(source, at, length); });
+}
+
+void OutputFile::Flush() {
+  state_->Step([&] { state_->Flush(); });
+}
+
+void OutputFile::Commit() {
+  state_->Step([&] { state_->Commit(); });
+}
+
+}  // namespace toolbox

@@ -1,0 +1,117 @@
+#include "toolbox/mpeg4/fold_rates.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <numeric>
+#include <vector>
+
+#include "toolbox/plan/used_samples.h"
+
+namespace toolbox {
+namespace {
+
+// A file states rates in 16.16: what it cannot tell from 1 is 1.
+double Stated(double rate) {
+  return std::lround(std::min(rate, 32767.0) * 65536) == 65536 ? 1.0 : rate;
+}
+
+bool IsFolded(const Edit& edit) {
+  return !edit.IsEmpty() && edit.rate != 0 && Stated(edit.rate) != 1.0;
+}
+
+// Samples of a scale such as 24 could not be made a little shorter.
+void MakeFine(TrackRecord& track) {
+  constexpr std::int32_t kFine = 90'000;
+  MediaRecord& media = *track.media;
+  // The scale of sound is its sample rate.
+  if (media.Type() == FourCC{"soun"} || media.scale > kFine / 2) return;
+  const std::int32_t scale = kFine / media.scale * media.scale;
+  track.edits.MapMedia(
+      [&](MediaTime time) { return MediaTime{Rescale(time.units, media.scale, scale)}; });
+  media.SetScale(scale);
+}
+
+// Two numbers, as large as there is room for, the first `rate` times the second.
+struct Ratio {
+  std::int32_t from = 1, to = 1;
+};
+Ratio RatioOf(double rate) {
+  Ratio ratio;
+  if (rate == 0) return ratio;
+  while (ratio.to < 1 << 29 && rate * ratio.to < 1 << 29) ratio.to *= 2;
+  ratio.from =
+      static_cast<std::int32_t>(std::clamp<long long>(std::llround(rate * ratio.to), 1, INT32_MAX));
+  const std::int32_t common = std::gcd(ratio.from, ratio.to);
+  return {ratio.from / common, ratio.to / common};
+}
+
+// Where the samples shown at one rate went.
+class Moved {
+ public:
+  // Appends to `samples` what the edits of `track` that have this rate show, at that speed.
+  Moved(const TrackRecord& track, double rate, SampleTable& samples) : ratio_(RatioOf(rate)) {
+    const SampleTable& source = track.media->samples;
+    TrackRecord part = track;
+    part.edits = {};
+    for (const Edit& edit : track.edits.Edits()) {
+      if (edit.IsEmpty() || Stated(edit.rate) != rate) continue;
+      part.edits.Append(edit.duration, edit.mediaTime, edit.rate, track.TimeClock());
+    }
+    std::vector<std::uint32_t> same(track.media->descriptions.size());
+    std::iota(same.begin(), same.end(), 0U);
+    const std::vector<UsedSamples> used = SamplesInUse(part);
+    for (std::size_t i = 0; i < used.size(); ++i) {
+      const std::uint64_t from = used[i].from;
+      while (i + 1 < used.size() && used[i + 1].from == used[i].to) ++i;
+      SampleTable stretch;
+      stretch.AppendSlice(source, from, used[i].to, same);
+      stretch = stretch.Rescaled(ratio_.from, ratio_.to);
+      const std::int64_t start = samples.AppendSlice(stretch, 0, stretch.Count(), same);
+      starts_[from] = {source.TimeOf(from), start};
+    }
+  }
+
+  MediaTime Place(const TrackRecord& track, const Edit& edit) const {
+    const UsedSamples needs = SamplesFor(track, edit);
+    if (needs.from >= needs.to) return Edit::kNothing;
+    const Start& start = std::prev(starts_.upper_bound(needs.from))->second;
+    return {start.now + Rescale(edit.mediaTime.units - start.before, ratio_.from, ratio_.to)};
+  }
+
+ private:
+  struct Start {
+    std::int64_t before = 0, now = 0;  // decode times
+  };
+  Ratio ratio_;
+  std::map<std::uint64_t, Start> starts_;  // by first sample
+};
+
+}  // namespace
+
+void FoldRates(TrackRecord& track) {
+  if (!std::ranges::any_of(track.edits.Edits(), IsFolded)) return;
+  MakeFine(track);
+  SampleTable samples;
+  std::map<double, Moved> moved;
+  EditList edits;
+  for (const Edit& edit : track.edits.Edits()) {
+    if (edit.IsEmpty()) {
+      edits.Append(edit.duration, Edit::kNothing, 1.0, track.TimeClock());
+      continue;
+    }
+    const double rate = Stated(edit.rate);
+    auto there = moved.find(rate);
+    if (there == moved.end()) {
+      // What dwells is moved as it is.
+      there = moved.try_emplace(rate, track, rate, samples).first;
+    }
+    edits.Append(edit.duration, there->second.Place(track, edit), rate == 0 ? 0.0 : 1.0,
+                 track.TimeClock());
+  }
+  edits.TrimEnd();
+  track.edits = std::move(edits);
+  track.media->samples = std::move(samples);
+}
+
+}  // namespace toolbox

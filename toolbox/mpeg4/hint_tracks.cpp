@@ -1,0 +1,190 @@
+#include "toolbox/mpeg4/hint_tracks.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "toolbox/atoms/fields.h"
+#include "toolbox/movie/run_joiner.h"
+#include "toolbox/mpeg4/hint_samples.h"
+#include "toolbox/mpeg4/session_description.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+// What is known of the samples of a hint track once they have been made a first time, to be
+// measured.
+struct HintFacts {
+  SampleRows rows;
+  std::uint64_t size = 0;  // bytes of all samples
+  std::uint64_t packets = 0, packetBytes = 0, bitRate = 0, highestBitRate = 0;
+  std::uint32_t largestPacket = 0;
+};
+
+HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payload) {
+  HintFacts facts;
+  std::vector<std::pair<std::uint32_t, std::int64_t>> times;
+  const auto addTime = [&times](std::uint32_t samples, std::int64_t duration) {
+    times.emplace_back(samples, duration);
+  };
+  RunJoiner<std::int64_t, decltype(addTime)> durations(addTime);
+  std::int64_t time = 0, second = 0;
+  std::uint64_t inSecond = 0;
+  MakeHintSamples(plan, track, payload, [&](const HintSample& sample, std::int64_t duration) {
+    if (duration > UINT32_MAX) throw Refused{invalidDuration};
+    facts.rows.sizes.Add(sample.Content().size());
+    facts.size += sample.Content().size();
+    durations.Add(1, duration);
+    if (time / payload.clock != second) inSecond = 0;
+    second = time / payload.clock;
+    time += duration;
+    for (const std::uint32_t packet : sample.PacketSizes()) {
+      ++facts.packets;
+      facts.packetBytes += packet;
+      facts.largestPacket = std::max(facts.largestPacket, packet);
+      inSecond += packet;
+    }
+    facts.highestBitRate = std::max(facts.highestBitRate, 8 * inSecond);
+  });
+  durations.Flush();
+  facts.rows.count = static_cast<std::uint32_t>(facts.rows.sizes.Count());
+  for (const auto& [samples, duration] : times) {
+    facts.rows.AddTimes(samples, static_cast<std::uint32_t>(duration));
+  }
+  facts.bitRate = time == 0
+                      ? 0
+                      : static_cast<std::uint64_t>(Rescale(
+                            static_cast<std::int64_t>(8 * facts.packetBytes), time, payload.clock));
+  return facts;
+}
+
+// 'hmhd', ISO/IEC 14496-12 12.4.2.
+Sibling HintHeader(const HintFacts& facts) {
+  const auto narrow = [](std::uint64_t value) {
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(value, UINT32_MAX));
+  };
+  const std::uint64_t average = facts.packets == 0 ? 0 : facts.packetBytes / facts.packets;
+  return {FourCC{"hmhd"}, Encoded([&](auto& io) {
+            io.Atom(FourCC{"hmhd"}, [&] {
+              io("version", std::uint32_t{0});
+              io("largestPacket", static_cast<std::uint16_t>(facts.largestPacket));
+              io("averagePacket", static_cast<std::uint16_t>(average));
+              io("highestBitRate", narrow(facts.highestBitRate));
+              io("averageBitRate", narrow(facts.bitRate));
+              io("reserved", std::uint32_t{0});
+            });
+          })};
+}
+
+// The description of hint samples for RTP, ISO/IEC 14496-12 9.1.2.
+SampleDescription HintDescription(std::uint32_t packetSize, std::int32_t clock) {
+  return {Encoded([&](auto& io) {
+            io.Atom(FourCC{"rtp "}, [&] {
+              io.Append(Bytes(6));
+              io("dataReference", std::uint16_t{1});
+              io("version", std::uint16_t{1});
+              io("lastCompatible", std::uint16_t{1});
+              io("packetSize", packetSize);
+              io.Atom(FourCC{"tims"}, [&] { io("clock", clock); });
+            });
+          }),
+          0};
+}
+
+Bytes TextAtom(FourCC type, const std::string& text) {
+  const Bytes bytes(text.begin(), text.end());
+  return Encoded([&](auto& io) { io.Atom(type, [&] { io.Append(bytes); }); });
+}
+
+// As few chunks as are still read in one go.
+std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
+  constexpr std::uint64_t kLargest = 1 << 20;
+  std::vector<OutputChunk> chunks;
+  for (std::uint32_t sample = 0; sample < rows.count; ++sample) {
+    const std::uint64_t size = rows.sizes[sample];
+    if (chunks.empty() || chunks.back().size + size > kLargest) {
+      chunks.push_back({.sample = sample, .destination = destination});
+    }
+    chunks.back().size += size;
+    ++chunks.back().count;
+    destination += size;
+  }
+  return chunks;
+}
+
+// When a media sample is a hint sample, those that decoding can start with are the same.
+void TakeSync(const SampleTable& media, SampleRows& rows) {
+  if (!media.HasSyncTable() || media.Count() != rows.count) return;
+  rows.sync.emplace();
+  media.ForEachSync(
+      [&](std::uint64_t sample) { rows.sync->push_back(static_cast<std::uint32_t>(sample)); });
+}
+
+// Adds a hint track for the track at `index` and returns the bits it sends a second.
+std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
+  // Ten hours have some millions of samples; each is looked at twice.
+  constexpr std::uint64_t kMostSamples = 1 << 25;
+  TrackRecord& hinted = *plan.movie->tracks[index];
+  if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
+  DescribedPayload described = DescribePayload(*hinted.media);
+  Payload& payload = described.payload;
+  payload.number = static_cast<std::uint8_t>(payload.number + index);
+  const std::uint32_t packetSize = std::min<std::uint32_t>(settings.packetSize, UINT16_MAX);
+  if (packetSize < kRtpHeader + Payload::kLeastRoom) throw Refused{featureUnsupported};
+  payload.room = packetSize - kRtpHeader;
+  payload.longest = Rescale(settings.packetDuration, 1000, hinted.media->scale, Rounding::kDown);
+  HintFacts facts = Measure(plan, index, payload);
+  TakeSync(hinted.media->samples, facts.rows);
+
+  TrackRecord& track = plan.movie->AddTrack();
+  track.flags = 0;
+  track.created = hinted.created;
+  track.Refer(FourCC{"hint"}, hinted);
+  track.edits = hinted.edits;
+  track.edits.MapMedia([&](MediaTime time) {
+    return MediaTime{Rescale(time.units, hinted.media->scale, payload.clock)};
+  });
+  track.userData.items = {
+      {FourCC{"hnti"}, TextAtom(FourCC{"sdp "}, DescribeTrack(described, hinted.media->Type(),
+                                                              track.id, facts.bitRate))}};
+  MediaRecord& media = track.SetMedia({});
+  media.created = hinted.media->created;
+  media.scale = payload.clock;
+  media.language = hinted.media->language;
+  media.handler.subtype = FourCC{"hint"};
+  media.handler.name = {'H', 'i', 'n', 't', 0};
+  media.infoSiblings = {HintHeader(facts)};
+  media.dataReferences = {ThisFile{}};
+  media.descriptions = {HintDescription(packetSize, payload.clock)};
+  plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
+  media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
+
+  plan.made.push_back(
+      {facts.size, [index, payload](const FilePlan& made, const auto& append) {
+         MakeHintSamples(made, index, payload,
+                         [&](const HintSample& sample, std::int64_t) { append(sample.Content()); });
+       }});
+  plan.dataSize += facts.size;
+  return facts.bitRate;
+}
+
+}  // namespace
+
+void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings) {
+  const std::size_t count = plan.tracks.size();
+  std::uint64_t bitRate = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    try {
+      bitRate += AddHintTrack(plan, i, settings);
+    } catch (const Refused&) {
+      continue;
+    }
+  }
+  if (plan.tracks.size() == count) return;
+  const std::string text = "sdp " + DescribeMovie(*plan.movie, bitRate);
+  plan.movie->userData.items = {{FourCC{"hnti"}, TextAtom(FourCC{"rtp "}, text)}};
+}
+
+}  // namespace toolbox

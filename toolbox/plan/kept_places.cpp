@@ -1,0 +1,163 @@
+#include "toolbox/plan/kept_places.h"
+
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+#include "toolbox/refused.h"
+
+namespace toolbox {
+
+std::string KeptPlaces::FileOf(const DataReference& reference) const {
+  if (const auto* other = std::get_if<OtherFile>(&reference)) return other->path.native();
+  if (std::holds_alternative<ThisFile>(reference) && plan_.ownFile) {
+    return plan_.ownFile->path.native();
+  }
+  return {};
+}
+
+bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
+                     std::span<const std::uint64_t> ends) {
+  const TrackRecord& source = *plan_.tracks[track].source;
+  const MediaRecord& media = *source.media;
+  if (part.to - part.from > UINT32_MAX) return false;
+  bool isInOrder = true;
+  // Kept apart from the extents, so that the loop over millions of pieces works on registers.
+  std::uint64_t filled = 0, end = 0, pieces = 0;
+  std::uint32_t samples = 0;
+  const auto close = [&] {
+    if (pieces == 0) return;
+    Extent& open = extents_.back();
+    open.end = end;
+    open.filled = std::exchange(filled, 0);
+    open.chunk.count = std::exchange(samples, 0);
+    chunks_ += std::exchange(pieces, 0);
+  };
+  std::uint64_t fileEnd = 0;
+  std::uint32_t description = UINT32_MAX;
+  media.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+    if (piece.description != description) {
+      description = piece.description;
+      fileEnd = ends[description];
+      const DataReference& from = media.ReferenceOf(description);
+      if (pieces == 0 || extents_.back().from != &from) {
+        close();
+        Extent& open = extents_.emplace_back();
+        open.file = FileOf(from);
+        open.from = &from;
+        open.track = track;
+        open.shown = FirstShown(source, part, piece.sample);
+        open.begin = end = open.chunk.source = piece.offset;
+        open.chunk.sample = piece.sample;
+        open.chunk.keepsPlaces = true;
+        isInOrder = isInOrder && !open.file.empty();
+      }
+    }
+    if (piece.offset > fileEnd || piece.size > fileEnd - piece.offset) throw Refused{eofErr};
+    isInOrder = isInOrder && piece.offset >= end;
+    end = piece.offset + piece.size;
+    filled += piece.size;
+    samples += piece.count;
+    ++pieces;
+  });
+  close();
+  return isInOrder;
+}
+
+std::vector<KeptPlaces::Block> KeptPlaces::MakeBlocks() {
+  std::vector<Extent*> sorted;
+  for (Extent& extent : extents_) sorted.push_back(&extent);
+  std::ranges::sort(sorted, {},
+                    [](const Extent* extent) { return std::tie(extent->file, extent->begin); });
+  std::vector<Block> blocks;
+  const std::string* file = nullptr;
+  for (Extent* extent : sorted) {
+    const bool continues = file != nullptr && *file == extent->file &&
+                           extent->begin <= blocks.back().range.at + blocks.back().range.length;
+    if (!continues) blocks.push_back({{extent->from, extent->begin, 0, 0}, extent->shown});
+    file = &extent->file;
+    Block& block = blocks.back();
+    block.range.length = std::max(block.range.length, extent->end - block.range.at);
+    block.shown = std::min(block.shown, extent->shown);
+    block.filled += extent->filled;
+    block.extents.push_back(extent);
+  }
+  return blocks;
+}
+
+std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTime time) const {
+  const std::vector<Edit>& edits = track.source->edits.Edits();
+  const SampleTable& samples = track.source->media->samples;
+  const auto after = std::ranges::upper_bound(edits, time, {}, &Edit::start);
+  if (after == edits.begin()) return std::nullopt;
+  const Edit& edit = *std::prev(after);
+  if (edit.IsEmpty() || edit.End() <= time) return std::nullopt;
+  const MediaTime into = track.source->TimeClock().Shown(time - edit.start, edit.rate);
+  const std::uint64_t sample = samples.SampleAt((edit.mediaTime + into).units);
+  const auto chunk = std::ranges::upper_bound(track.chunks, sample, {}, &OutputChunk::sample);
+  if (chunk == track.chunks.begin()) return std::nullopt;
+  const OutputChunk& holder = *std::prev(chunk);
+  if (sample >= holder.sample + holder.count) return std::nullopt;
+  std::uint64_t place = 0;
+  samples.ForEachPiece(sample, sample + 1, [&](const SamplePiece& piece) {
+    place = holder.destination + (piece.offset - holder.source);
+  });
+  return place;
+}
+
+bool KeptPlaces::IsInterleaved() const {
+  // What is shown at one time lies in front of all that is shown two seconds later. In a long movie
+  // that is asked here and there.
+  constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
+  const MovieTime apart{kSeconds * plan_.movie->scale};
+  const MovieTime length = plan_.movie->Duration();
+  const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
+  std::uint64_t farthest = 0;
+  // Whether nothing that is shown at that time lies in front of what was looked at before.
+  const auto isBehind = [&](MovieTime time) {
+    std::uint64_t next = farthest;
+    for (const TrackPlan& track : plan_.tracks) {
+      if (!track.source->media) continue;
+      const FourCC type = track.source->media->Type();
+      if (type != FourCC{"vide"} && type != FourCC{"soun"}) continue;
+      const auto place = PlaceAt(track, time);
+      if (!place) continue;
+      if (*place < farthest) return false;
+      next = std::max(next, *place);
+    }
+    farthest = next;
+    return true;
+  };
+  for (MovieTime time; time < length; time = time + step) {
+    if (!isBehind(time)) return false;
+    if (step != apart && !isBehind(time + apart)) return false;
+  }
+  return true;
+}
+
+bool KeptPlaces::Take() {
+  std::vector<Block> blocks = MakeBlocks();
+  const auto isFull = [](const Block& block) { return block.filled == block.range.length; };
+  if (!std::ranges::all_of(blocks, isFull)) return false;
+  std::ranges::stable_sort(blocks, {}, &Block::shown);
+  std::uint64_t size = 0;
+  for (Block& block : blocks) {
+    block.range.destination = size;
+    for (Extent* extent : block.extents) {
+      extent->chunk.destination = size + (extent->begin - block.range.at);
+      extent->chunk.size = extent->end - extent->begin;
+    }
+    size += block.range.length;
+  }
+  for (const Extent& extent : extents_) plan_.tracks[extent.track].chunks.push_back(extent.chunk);
+  if (!IsInterleaved()) {
+    for (TrackPlan& track : plan_.tracks) track.chunks.clear();
+    return false;
+  }
+  for (const Block& block : blocks) plan_.blocks.push_back(block.range);
+  plan_.dataSize = size;
+  return true;
+}
+
+}  // namespace toolbox

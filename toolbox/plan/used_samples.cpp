@@ -1,0 +1,78 @@
+#include "toolbox/plan/used_samples.h"
+
+#include <algorithm>
+#include <map>
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kSound{"soun"};
+
+// Packets of compressed sound depend on the one before, or on as many as their roll group says.
+std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
+  if (media.Type() != kSound || media.samples.DurationOf(sample) <= 1) return sample;
+  const std::uint64_t distance = media.samples.RollDistance(sample).value_or(1);
+  return sample - std::min(distance, sample - media.samples.FileStretch(sample).first);
+}
+
+}  // namespace
+
+UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
+  if (edit.IsEmpty() || !track.media || track.media->samples.Count() == 0) return {};
+  const SampleTable& samples = track.media->samples;
+  const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
+  const std::int64_t start = edit.mediaTime.units,
+                     end = start + std::max<std::int64_t>(span.units, 1);
+  // A rate of 0 dwells on one sample.
+  auto [first, last] = samples.SamplesShownIn(start, end);
+  if (first == last) return {};
+  // An edit up to the end of the decode times means all there is, also what is shown only later or
+  // for no time at all.
+  const MediaTime left{samples.FileStretchEnd(last - 1) - start};
+  if (edit.duration >=
+      track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
+    last = samples.FileStretch(last - 1).second;
+  }
+  const std::uint64_t needed = RollBack(*track.media, samples.SyncAtOrBefore(first));
+  const auto [from, to] = samples.WholePackets(needed, last);
+  return {from, to, &edit};
+}
+
+std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
+  if (track.media && track.media->samples.Count() != 0 && track.media->samples.Duration() == 0) {
+    // No edit can show samples that last no time, and they are meant all the same.
+    return {{0, track.media->samples.Count(), nullptr}};
+  }
+  std::map<std::uint64_t, UsedSamples> claims;  // by their end
+  for (const Edit& edit : track.edits.Edits()) {
+    UsedSamples wanted = SamplesFor(track, edit);
+    auto claim = claims.upper_bound(wanted.from);
+    while (wanted.from < wanted.to) {
+      if (claim == claims.end() || claim->second.from >= wanted.to) {
+        claims.emplace_hint(claim, wanted.to, wanted);
+        break;
+      }
+      if (wanted.from < claim->second.from) {
+        const UsedSamples part{wanted.from, claim->second.from, wanted.edit};
+        claims.emplace_hint(claim, part.to, part);
+      }
+      wanted.from = claim->second.to;
+      ++claim;
+    }
+  }
+  std::vector<UsedSamples> used;
+  used.reserve(claims.size());
+  for (const auto& [end, claim] : claims) used.push_back(claim);
+  return used;
+}
+
+MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uint64_t sample) {
+  if (used.edit == nullptr) return {};
+  const Edit& edit = *used.edit;
+  const MediaTime into{track.media->samples.ShownAt(sample) - edit.mediaTime.units};
+  if (into.units <= 0 || edit.rate == 0) return edit.start;
+  return edit.start +
+         std::min(edit.duration, track.TimeClock().Lasting(into, edit.rate, Rounding::kDown));
+}
+
+}  // namespace toolbox

@@ -1,0 +1,133 @@
+#include "toolbox/read/read_edits.h"
+
+#include <algorithm>
+
+#include "toolbox/atoms/malformed.h"
+
+namespace toolbox {
+namespace {
+
+// The whole media from movie time 0 on.
+EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEdits& given) {
+  EditList edits;
+  if (!track.media || track.media->samples.Duration() == 0) return edits;
+  const Clock clock = track.TimeClock();
+  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(given.duration, kLongest));
+  // Up to the end of the last sample, or of the one that is shown last: as the track says.
+  const std::int64_t decoded = track.media->samples.Duration();
+  const std::int64_t shown = std::max(decoded, track.media->samples.ShownUntil());
+  MovieTime duration = clock.Lasting({given.isOpenEnded ? shown : decoded}, 1.0);
+  for (const std::int64_t length : {decoded, shown}) {
+    const std::int64_t units = clock.Lasting({length}, 1.0).units;
+    if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
+  }
+  edits.Append(duration + clock.Lasting({start}, 1.0), {0}, 1.0, clock);
+  return edits;
+}
+
+// The edit list as the file states it; nothing when it makes no sense.
+std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t start,
+                                    const TrackRecord& track) {
+  EditList edits;
+  const Clock clock = track.TimeClock();
+  std::uint64_t total = 0;
+  if (stated.entries.empty()) return std::nullopt;
+  for (std::size_t i = 0; i < stated.entries.size(); ++i) {
+    const EditEntries::Entry& entry = stated.entries[i];
+    if (entry.mediaTime < -1 || entry.mediaTime > kLongest || entry.rate < 0 ||
+        entry.duration > kLongest) {
+      return std::nullopt;
+    }
+    MovieTime duration{static_cast<std::int64_t>(entry.duration)};
+    const bool isEmpty = entry.mediaTime == -1;
+    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
+      // To the end of what is shown: what writers state that do not know the length yet.
+      const std::int64_t left = start + track.media->samples.ShownUntil() - entry.mediaTime;
+      duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
+    }
+    total += static_cast<std::uint64_t>(duration.units);
+    if (total > kLongest) return std::nullopt;
+    edits.Append(duration, {entry.mediaTime}, isEmpty ? 1.0 : entry.rate / 65536.0, clock);
+  }
+  edits.TrimEnd();
+  return edits;
+}
+
+// When the first sample to be shown is shown, counted from where the media begins.
+MediaTime FirstShown(const TrackRecord& track) {
+  const SampleRows* rows = track.media->samples.WholeRows();
+  return {rows == nullptr ? 0 : std::max<std::int64_t>(rows->ShownFrom(0, rows->count), 0)};
+}
+
+// The same edits of a media whose first sample stands at 0 and not at `start`.
+EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
+  const Clock clock = track.TimeClock();
+  const MediaTime shown = FirstShown(track);
+  EditList moved;
+  for (const Edit& edit : edits.Edits()) {
+    const std::int64_t late = start - edit.mediaTime.units;
+    if (edit.IsEmpty() || late <= 0) {
+      moved.Append(edit.duration, edit.IsEmpty() ? edit.mediaTime : MediaTime{-late}, edit.rate,
+                   clock);
+      continue;
+    }
+    const MovieTime wait =
+        std::min(edit.duration, clock.Lasting(MediaTime{late} + shown, edit.rate));
+    moved.Append(wait, Edit::kNothing, 1.0, clock);
+    moved.Append(edit.duration - wait, shown, edit.rate, clock);
+  }
+  moved.TrimEnd();
+  return moved;
+}
+
+}  // namespace
+
+MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track) {
+  std::optional<EditList> edits;
+  if (stated.list) edits = ListedEdits(*stated.list, start, track);
+  if (!edits) edits = WholeMedia(track, start, stated);
+  const MovieTime offset = edits->Offset();
+  track.edits = start == 0 ? std::move(*edits) : FromFirstSample(*edits, start, track);
+  return start == 0 ? MovieTime{} : track.edits.Offset() - offset;
+}
+
+void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
+  const Clock clock = track.TimeClock();
+  EditList shown;
+  for (const Edit& edit : track.edits.Edits()) {
+    MediaTime media = edit.mediaTime;  // of what is not laid yet
+    MovieTime laid;  // of the edit
+    const auto place = [&](MediaTime time) {
+      return std::min(edit.duration, clock.Lasting(time - edit.mediaTime, edit.rate));
+    };
+    auto gap = edit.IsEmpty() || edit.rate == 0
+                   ? gaps.end()
+                   : std::ranges::upper_bound(gaps, edit.mediaTime, {}, &MediaStretch::to);
+    for (; gap != gaps.end() && laid < edit.duration; ++gap) {
+      const MovieTime from = place(std::max(gap->from, media)), to = place(gap->to);
+      shown.Append(from - laid, media, edit.rate, clock);
+      shown.Append(to - from, Edit::kNothing, 1.0, clock);
+      laid = to;
+      media = gap->to;
+    }
+    shown.Append(edit.duration - laid, media, edit.rate, clock);
+  }
+  shown.TrimEnd();
+  track.edits = std::move(shown);
+}
+
+void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
+  std::optional<MovieTime> common;
+  for (std::size_t i = 0; i < waits.size(); ++i) {
+    if (movie.tracks[i]->edits.Edits().empty()) continue;
+    common = common ? std::min(*common, waits[i]) : waits[i];
+  }
+  for (const auto& track : movie.tracks) {
+    if (common && common->units > 0) track->edits.Delete({}, *common, track->TimeClock());
+    if (track->edits.Duration().units > kLongest) {
+      throw Malformed("a track begins later than can be told");
+    }
+  }
+}
+
+}  // namespace toolbox

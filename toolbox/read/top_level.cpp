@@ -1,0 +1,54 @@
+#include "toolbox/read/top_level.h"
+
+#include <algorithm>
+
+namespace toolbox {
+
+ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {
+  constexpr std::uint64_t kBlock = 4096;
+  if (at < blockStart_ || at + size > blockStart_ + block_.size()) {
+    blockStart_ = at;
+    block_.resize(std::min(std::max(kBlock, size), source_.Size() - at));
+    source_.Read(at, block_);
+  }
+  return ByteSpan(block_).subspan(at - blockStart_, size);
+}
+
+std::optional<TopLevelAtom> TopLevelWalk::Next() {
+  const auto frame = ReadFrame(Following(), source_.Size() - at_);
+  if (!frame) return std::nullopt;
+  const TopLevelAtom atom{at_, *frame};
+  at_ += frame->size;
+  return atom;
+}
+
+ByteSpan TopLevelWalk::Content(const TopLevelAtom& atom) {
+  return Read(atom.at + atom.atom.headerSize, atom.atom.size - atom.atom.headerSize);
+}
+
+TopLevelLayout TopLevelAtoms(const ByteSource& source) {
+  TopLevelLayout layout;
+  TopLevelWalk walk(source);
+  while (const auto atom = walk.Next()) layout.atoms.push_back(*atom);
+  layout.end = walk.End();
+  return layout;
+}
+
+bool BelongsToFragments(FourCC type) {
+  static constexpr FourCC kTypes[] = {"moof", "mfra", "sidx", "ssix", "styp", "emsg", "prft"};
+  return std::ranges::find(kTypes, type) != std::end(kTypes);
+}
+
+std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type) {
+  TopLevelWalk walk(source);
+  while (const auto atom = walk.Next()) {
+    if (atom->atom.type == type) return atom;
+  }
+  const ByteSpan cut = walk.Following();
+  if (cut.size() >= 8 && FromBigEndian<std::uint32_t>(&cut[4]) == type.value) {
+    throw Malformed("the file ends inside '" + type.Text() + "'");
+  }
+  return std::nullopt;
+}
+
+}  // namespace toolbox
