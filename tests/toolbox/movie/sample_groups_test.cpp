@@ -40,7 +40,7 @@ Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
 }
 
 TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
-  constexpr FourCC kRap{"rap "};
+  static constexpr FourCC kRap{"rap "};
   const auto of = [](Bytes descriptions, std::vector<GroupRun> runs) {
     return SampleGroup{kRap, 0, 0, std::move(descriptions), std::move(runs)};
   };

@@ -64,7 +64,7 @@ TEST(ReadAdts, FindsItsWayThroughWhatIsNoFrame) {
   EXPECT_EQ(Places(Join(frame, frame, Text("TAG"), Zeros(125))).size(), 2U);
   EXPECT_EQ(Places(Join(frame, frame, Bytes(frame.begin(), frame.end() - 1))).size(), 2U);
   Bytes checked = Join(frame, frame, frame);
-  for (const std::size_t at : {1, 13, 25}) checked[at] = 0xF0;
+  for (const std::size_t at : {1U, 13U, 25U}) checked[at] = 0xF0;
   EXPECT_EQ(Places(checked).at(1), (Place{21, 3, 1024})) << "a checksum before the data";
 }
 
