@@ -23,7 +23,7 @@ ALLOWED = {
     "toolbox/movie": below("movie", "text", "atoms"),
     "toolbox/disk": below("disk", "movie"),
     "toolbox/references": below("references", "disk", "movie", "atoms"),
-    "toolbox/read": below("read", "write", "plan", "references", "disk", "movie", "text", "atoms"),
+    "toolbox/read": below("read", "write", "references", "disk", "movie", "text", "atoms"),
     "toolbox/plan": below("plan", "movie", "atoms"),
     "toolbox/write": below("write", "plan", "read", "references", "disk", "movie", "atoms"),
     "toolbox/mpeg4": below("mpeg4", "plan", "read", "movie", "atoms"),

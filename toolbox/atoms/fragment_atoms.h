@@ -1,26 +1,28 @@
-// The atoms of a movie in fragments, each by its list of fields.
+// The atoms of fragments, each with its list of fields.
 #pragma once
 
 #include <bit>
 #include <cstdint>
+#include <utility>
 
 #include "toolbox/atoms/fields.h"
 
 namespace toolbox {
 
-// What an atom of a fragment says in its flags to be stated, ISO/IEC 14496-12 8.8.7 and 8.8.8.
+// Flags that say which fields an atom of a fragment has, ISO/IEC 14496-12 8.8.7 and 8.8.8.
 namespace fragment_flags {
 inline constexpr std::uint32_t kBaseDataOffset = 1, kDescription = 2, kDefaultDuration = 8,
                                kDefaultSize = 0x10, kDefaultFlags = 0x20,
                                kBaseIsFragment = 0x20000;  // of 'tfhd'
 inline constexpr std::uint32_t kDataOffset = 1, kFirstSampleFlags = 4, kDuration = 0x100,
                                kSize = 0x200, kSampleFlags = 0x400, kOffset = 0x800;  // of 'trun'
+inline constexpr std::uint32_t kIsNoSync = 0x10000;  // of a sample, 8.8.3.1
 }  // namespace fragment_flags
 
 struct TrackDefaults {  // 'trex', ISO/IEC 14496-12 8.8.3
   static constexpr FourCC kType{"trex"};
   std::uint32_t versionAndFlags = 0, track = 0;
-  std::uint32_t description = 1;  // a number from 1
+  std::uint32_t description = 1;  // number, the first is 1
   std::uint32_t duration = 0, size = 0, sampleFlags = 0;
 
   static void Fields(auto& io, auto& defaults) {
@@ -63,8 +65,16 @@ struct FragmentDecodeTime {  // 'tfdt', ISO/IEC 14496-12 8.8.12
   }
 };
 
-// 'trun', ISO/IEC 14496-12 8.8.8: samples that lie one behind the other. Which columns its rows
-// have is said in the flags, so that they are kept as bytes.
+// One sample of a fragment, or several that are alike.
+struct FragmentSample {
+  std::uint32_t duration = 0;  // media units
+  std::uint32_t size = 0;  // bytes
+  std::uint32_t flags = 0;
+  std::int32_t offset = 0;  // from decoding to showing, media units
+};
+
+// 'trun', ISO/IEC 14496-12 8.8.8: samples that follow one another in the file. The flags say which
+// columns its rows have, so the rows are kept as bytes.
 struct TrackRun {
   static constexpr FourCC kType{"trun"};
   std::uint32_t versionAndFlags = 0, count = 0;
@@ -84,6 +94,36 @@ struct TrackRun {
     if (run.Has(fragment_flags::kDataOffset)) io("dataOffset", run.dataOffset);
     if (run.Has(fragment_flags::kFirstSampleFlags)) io("firstSampleFlags", run.firstSampleFlags);
     io.Rest("rows", run.rows);
+  }
+
+  // Whether there is a row for each of `count` samples.
+  bool IsComplete() const { return RowSize() == 0 || count <= rows.size() / RowSize(); }
+  // Calls visit(samples, sample) for all samples in order: the next `samples` samples are like
+  // `sample`. Fields that the run does not have come from `defaults`. IsComplete() must be true.
+  template <class Visit>
+  void ForEach(const FragmentSample& defaults, Visit&& visit) const {
+    using namespace fragment_flags;
+    FragmentSample sample = defaults;
+    if (RowSize() == 0) {
+      std::uint32_t left = count;
+      if (Has(kFirstSampleFlags) && left != 0) {
+        sample.flags = firstSampleFlags;
+        visit(1U, std::as_const(sample));
+        --left;
+      }
+      if (left != 0) visit(left, defaults);
+      return;
+    }
+    RowReader row(rows.data());
+    for (std::uint32_t i = 0; i < count; ++i) {
+      sample.flags = defaults.flags;
+      if (Has(kDuration)) row("duration", sample.duration);
+      if (Has(kSize)) row("size", sample.size);
+      if (Has(kSampleFlags)) row("flags", sample.flags);
+      if (i == 0 && Has(kFirstSampleFlags)) sample.flags = firstSampleFlags;
+      if (Has(kOffset)) row("offset", sample.offset);
+      visit(1U, std::as_const(sample));
+    }
   }
 };
 

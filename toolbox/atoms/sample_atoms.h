@@ -1,6 +1,7 @@
-// The atoms of a sample table, each by its list of fields.
+// The atoms of a sample table, each with its list of fields.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -11,7 +12,7 @@ namespace toolbox {
 struct SampleDescriptions {  // 'stsd', ISO/IEC 14496-12 8.5.2
   static constexpr FourCC kType{"stsd"};
   std::uint32_t versionAndFlags = 0;
-  std::vector<Bytes> entries;  // whole: size, format, six bytes, data-reference index, ...
+  std::vector<Bytes> entries;  // whole entries: size, format, six bytes, data reference number, ...
 
   static void Fields(auto& io, auto& descriptions) {
     io("version", descriptions.versionAndFlags);
@@ -43,8 +44,8 @@ struct CompositionOffsets {  // 'ctts', ISO/IEC 14496-12 8.6.1.3
   struct Row {
     static constexpr std::size_t kSize = 8;
     std::uint32_t count = 0;
-    // Signed in version 0 too, where ISO says unsigned: writers in the field store negative offsets
-    // there, and a true offset never needs the top bit.
+    // Signed in version 0 too, where ISO says unsigned: real writers store negative offsets there,
+    // and a positive offset never needs the top bit.
     std::int32_t offset = 0;
     static void Fields(auto& io, auto& row) {
       io("count", row.count);
@@ -60,7 +61,7 @@ struct CompositionOffsets {  // 'ctts', ISO/IEC 14496-12 8.6.1.3
   }
 };
 
-struct SampleNumber {  // a sample by its number, the first being 1
+struct SampleNumber {  // the first sample is number 1
   static constexpr std::size_t kSize = 4;
   std::uint32_t number = 0;
   static void Fields(auto& io, auto& row) { io("number", row.number); }
@@ -141,9 +142,23 @@ struct CompactSampleSizes {  // 'stz2', ISO/IEC 14496-12 8.7.3.3
     io("count", sizes.count);
     io.Rest("fields", sizes.fields);
   }
+  // Calls visit(size) for each sample. Throws Malformed before that if the width of the fields is
+  // unknown or there are too few of them.
+  template <class Visit>
+  void ForEach(Visit&& visit) const {
+    const std::uint32_t bits = fieldBits & 0xFF;
+    if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
+    if (count > fields.size() * 8 / bits) throw Malformed("'stz2' is shorter than its count");
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint8_t* at = &fields[i * bits / 8];
+      visit(bits == 16  ? FromBigEndian<std::uint16_t>(at)
+            : bits == 8 ? std::uint32_t{*at}
+                        : (i % 2 == 0 ? *at >> 4U : *at & 15U));
+    }
+  }
 };
 
-// 'stco' or 'co64', ISO/IEC 14496-12 8.7.5: where each chunk lies in its file.
+// 'stco' or 'co64', ISO/IEC 14496-12 8.7.5: the offset of each chunk in its file, in bytes.
 template <class Offset>
 struct ChunkOffsetTable {
   static constexpr FourCC kType = sizeof(Offset) == 4 ? FourCC{"stco"} : FourCC{"co64"};
@@ -172,6 +187,8 @@ struct SampleDependencies {  // 'sdtp', ISO/IEC 14496-12 8.6.4
     io("version", dependencies.versionAndFlags);
     io.Rest("samples", dependencies.samples);
   }
+  // Adds the value of the next sample.
+  void Add(std::uint8_t value) { samples.push_back(value); }
 };
 
 struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
@@ -183,6 +200,12 @@ struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
     io("version", priorities.versionAndFlags);
     io.Rest("samples", priorities.samples);
   }
+  std::size_t Count() const { return samples.size() / 2; }
+  std::uint16_t operator[](std::size_t sample) const {
+    return FromBigEndian<std::uint16_t>(&samples[2 * sample]);
+  }
+  // Adds the priority of the next sample.
+  void Add(std::uint16_t priority) { AppendBigEndian(samples, priority); }
 };
 
 struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
@@ -194,6 +217,20 @@ struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
     io("version", padding.versionAndFlags);
     io("count", padding.count);
     io.Rest("samples", padding.samples);
+  }
+  // How many samples have a value.
+  std::size_t Count() const { return std::min<std::size_t>(count, 2 * samples.size()); }
+  std::uint8_t operator[](std::size_t sample) const {
+    const std::uint8_t both = samples[sample / 2];
+    return sample % 2 == 0 ? both >> 4U & 7U : both & 7U;
+  }
+  // Adds the value of the next sample, at most 7 bits.
+  void Add(std::uint8_t bits) {
+    if (count++ % 2 == 0) {
+      samples.push_back(static_cast<std::uint8_t>(bits << 4U));
+    } else {
+      samples.back() |= bits;
+    }
   }
 };
 

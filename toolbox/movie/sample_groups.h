@@ -1,5 +1,5 @@
 // Sample groups: which description of a grouping each sample belongs to, and one numbering for
-// samples that come from several files. ISO/IEC 14496-12 8.9.
+// samples from several files. ISO/IEC 14496-12 8.9.
 #pragma once
 
 #include <cstdint>
@@ -8,52 +8,39 @@
 #include <unordered_map>
 #include <vector>
 
-#include "toolbox/atoms/fourcc.h"
-#include "toolbox/bytes.h"
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
-// What an atom 'sgpd' says. Its entries are views of its bytes.
-struct GroupDescriptions {
-  std::uint32_t standard = 0;  // the number for samples that 'sbgp' does not speak of; 0 for none
-  std::vector<ByteSpan> entries;  // number 1 first
-};
-// Nothing where the entries cannot be told apart: version 0 states no lengths.
-std::optional<GroupDescriptions> ReadGroupDescriptions(ByteSpan atom);
-
-// An 'sgpd' in which each entry states its length unless all have one: of version 1, or 2 where
-// samples have a number as a standard.
-Bytes WriteGroupDescriptions(FourCC grouping, std::span<const ByteSpan> entries,
-                             std::uint32_t standard = 0);
-
-// Adds a run to those of `runs` that end where it starts.
+// Adds a run from `sample` on. It replaces a last run that starts there too, and it is joined to a
+// last run with the same group.
 void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_t group);
 
-// A grouping of samples from several files, as one file states it.
+// One grouping of samples from several files. It refers to their rows, which must outlive it.
 struct JoinedGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
-  Bytes descriptions;  // the whole 'sgpd' atom; empty where another group of the kind states it
-  bool isMapped = false;  // whether there is an 'sbgp'
+  std::optional<SampleGroupDescriptions> descriptions;  // if no group before has them
+  bool isMapped = false;  // whether an 'sbgp' is needed
 
   // The numbers of samples from one file.
   struct Numbers {
-    const SampleGroup* group = nullptr;  // null: all samples have the number `standard`
-    std::vector<std::uint32_t> joined;  // by the file's number; empty: the same
-    std::uint32_t standard = 0;
+    const SampleGroup* group = nullptr;  // null: all samples have defaultNumber
+    std::vector<std::uint32_t> joined;  // by the file's number; empty: they stay as they are
+    std::uint32_t defaultNumber = 0;
 
     std::uint32_t Of(std::uint32_t number) const {
       if (joined.empty()) return number;
       return number < joined.size() ? joined[number] : 0;
     }
   };
-  std::unordered_map<const SampleRows*, Numbers> numbers;  // those without are of no group
+  std::unordered_map<const SampleRows*, Numbers> numbers;  // other rows are in no group
 };
 
-// The groupings that samples of `rows`, which are all different, have together: equal descriptions
-// are one, samples of a file that does not know a grouping are in none of its groups. A grouping
-// whose descriptions differ and cannot be told apart is left out.
+// Joins the groupings of `rows`, which are all different. Equal descriptions become one. Samples of
+// a file without a grouping are in none of its groups. A grouping is left out if its descriptions
+// differ between files and their entries cannot be separated.
 std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows);
 
 }  // namespace toolbox

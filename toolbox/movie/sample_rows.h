@@ -6,11 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include "toolbox/atoms/encoded_tables.h"
 #include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/bytes.h"
 #include "toolbox/held_bytes.h"
-#include "toolbox/movie/file_tables.h"
 
 namespace toolbox {
 
@@ -31,7 +32,7 @@ struct Packing {
 struct SampleGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
-  Bytes descriptions;  // the whole 'sgpd' atom, empty where there is none
+  std::optional<SampleGroupDescriptions> descriptions;
   std::vector<GroupRun> runs;
 };
 
@@ -44,9 +45,9 @@ struct SampleRows {
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
   std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
-  FileNumbers sizes;  // by sample
+  EncodedNumbers sizes;  // by sample
   ChunkRuns chunkRuns;  // samples beyond them cannot be read
-  FileNumbers chunkOffsets;  // by chunk, in bytes from the start of its file
+  EncodedNumbers chunkOffsets;  // by chunk, in bytes from the start of its file
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
@@ -88,11 +89,11 @@ struct SampleRows {
   // Bytes of `samples` samples of one chunk, the first of them being `first`.
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples,
                        std::uint32_t description) const {
-    return SizeOf(first, samples, description, sizes.Each());
+    return SizeOf(first, samples, description, sizes.Values());
   }
   // The same for whoever asks for one after the other, of `sizes`.
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description,
-                       FileNumbers::View each) const;
+                       EncodedNumbers::View each) const;
   Packing PackingOf(std::uint32_t description) const {
     return description < packings.size() ? packings[description] : Packing{};
   }
@@ -114,7 +115,8 @@ struct SampleRows {
 
 // Inline, for it is asked once a chunk.
 inline std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
-                                        std::uint32_t description, FileNumbers::View each) const {
+                                        std::uint32_t description,
+                                        EncodedNumbers::View each) const {
   if (constantSize == 0) {
     if (samples == 1) return each[first];  // as it mostly is
     std::uint64_t size = 0;

@@ -289,17 +289,14 @@ std::optional<std::uint32_t> SampleTable::RollDistance(std::uint64_t sample) con
   const Slice& slice = SliceOf(sample);
   for (const SampleGroup& group : slice.rows->groups) {
     if (group.grouping != FourCC{"roll"}) continue;
-    const auto stated = ReadGroupDescriptions(group.descriptions);
-    if (!stated) continue;
+    const auto described = group.descriptions ? group.descriptions->Entries() : std::nullopt;
+    if (!described) continue;
     const auto after =
         std::ranges::upper_bound(group.runs, slice.RowOf(sample), {}, &GroupRun::sample);
     const std::uint32_t number =
-        after == group.runs.begin() ? stated->standard : std::prev(after)->group;
-    if (number == 0 || number > stated->entries.size()) continue;
-    const ByteSpan entry = stated->entries[number - 1];
-    if (entry.size() != 2) continue;
-    const auto distance = static_cast<std::int16_t>(entry[0] << 8 | entry[1]);
-    if (distance < 0) return static_cast<std::uint32_t>(-distance);
+        after == group.runs.begin() ? described->defaultNumber : std::prev(after)->group;
+    if (number == 0 || number > described->entries.size()) continue;
+    if (const auto distance = RollDistanceIn(described->entries[number - 1])) return distance;
   }
   return std::nullopt;
 }
@@ -350,7 +347,7 @@ void SampleTable::MarkDescriptions(std::uint64_t from, std::uint64_t to,
       return std::ranges::all_of(*slice.descriptions, [&](std::uint32_t i) { return used[i]; });
     };
     ChunkRuns::Walk run = slice.rows->chunkRuns.From(slice.RowOf(std::max(from, slice.first)));
-    for (; !run.IsBehindLast() && run->sample < end && !allMarked(); run.Next()) {
+    for (; !run.IsAtEnd() && run->sample < end && !allMarked(); run.Next()) {
       if (run->end != run->sample) used[(*slice.descriptions)[run->description]] = true;
     }
   }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <span>
 #include <utility>
@@ -64,7 +63,7 @@ void SampleTable::ForEachOffset(Visit&& visit, VisitEncoded&& visitEncoded) cons
 
 template <class Visit>
 void SampleTable::ForEachOffset(Visit&& visit) const {
-  ForEachOffset(visit, [&visit](ByteSpan rows) { OffsetRuns::ForEachOf(rows, visit); });
+  ForEachOffset(visit, [&visit](ByteSpan rows) { OffsetRuns::ForEachRow(rows, visit); });
 }
 
 template <class Visit>
@@ -74,7 +73,7 @@ void SampleTable::ForEachGroup(const JoinedGroup& group, Visit&& visit) const {
     const auto found = group.numbers.find(slice.rows.get());
     const auto numbers = found == group.numbers.end() ? JoinedGroup::Numbers{} : found->second;
     if (numbers.group == nullptr) {
-      joiner.Add(slice.to - slice.from, numbers.standard);
+      joiner.Add(slice.to - slice.from, numbers.defaultNumber);
       continue;
     }
     ForEachRunIn(numbers.group->runs, slice.from, slice.to, &GroupRun::group,
@@ -93,22 +92,14 @@ void SampleTable::ForEachEncodedSize(Visit&& visit) const {
       visit(rows.sizes.Encoded(slice.from, slice.to));
       continue;
     }
-    // Many at a time: of such sound there are 48000 a second.
-    constexpr std::size_t kMany = 1024;
-    std::array<std::uint8_t, 4 * kMany> sizes{};
-    for (std::size_t i = 0; i < kMany; ++i) ToBigEndian(rows.constantSize, &sizes[4 * i]);
-    for (std::size_t left = slice.to - slice.from; left != 0;) {
-      const std::size_t count = std::min(left, kMany);
-      visit(ByteSpan(sizes).first(4 * count));
-      left -= count;
-    }
+    ForEachEncodedRepeat(rows.constantSize, slice.to - slice.from, visit);
   }
 }
 
 template <class Visit>
 void SampleTable::ForEachSize(Visit&& visit) const {
   ForEachEncodedSize([&visit](ByteSpan rows) {
-    for (; !rows.empty(); rows = rows.subspan(4)) visit(FromBigEndian<std::uint32_t>(rows.data()));
+    Rows<SampleSize>(rows).ForEach([&visit](const SampleSize& row) { visit(row.size); });
   });
 }
 
@@ -183,7 +174,7 @@ void SampleTable::ForEachChunksIn(const Slice& slice, std::uint64_t from, std::u
   const std::uint32_t end = slice.RowOf(std::min(to, slice.End()));
   if (chunks.row >= end) return;
   for (ChunkRuns::Walk run = rows.chunkRuns.From(chunks.row); chunks.row < end; run.Next()) {
-    if (run.IsBehindLast()) throw Refused{invalidSampleTable};
+    if (run.IsAtEnd()) throw Refused{invalidSampleTable};
     const std::uint32_t runEnd = std::min(end, run->end), perChunk = run->samplesPerChunk;
     chunks.description = run->description;
     while (chunks.row < runEnd) {
@@ -222,7 +213,7 @@ void SampleTable::ForEachChunks(std::uint64_t from, std::uint64_t to, Visit&& vi
 template <class Visit>
 void SampleTable::ForEachOffsetOfChunk(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
   for (const Slice& slice : SlicesIn(from, to)) {
-    const FileNumbers::View offsets = slice.rows->chunkOffsets.Each();
+    const EncodedNumbers::View offsets = slice.rows->chunkOffsets.Values();
     const auto visitAll = [&](const RowChunks& chunks) {
       const std::uint32_t description = (*slice.descriptions)[chunks.description];
       for (std::uint32_t i = 0; i < chunks.count; ++i) {
@@ -245,7 +236,7 @@ template <class Visit>
 void SampleTable::ForEachPiece(std::uint64_t from, std::uint64_t to, Visit&& visit) const {
   for (const Slice& slice : SlicesIn(from, to)) {
     const SampleRows& rows = *slice.rows;
-    const FileNumbers::View offsets = rows.chunkOffsets.Each(), sizes = rows.sizes.Each();
+    const EncodedNumbers::View offsets = rows.chunkOffsets.Values(), sizes = rows.sizes.Values();
     ForEachChunksIn(slice, from, to, [&](const RowChunks& chunks) {
       SamplePiece piece{slice.first + (chunks.row - slice.from), chunks.perChunk,
                         (*slice.descriptions)[chunks.description]};

@@ -5,7 +5,7 @@
 #include <map>
 #include <utility>
 
-#include "toolbox/read/item_locations.h"
+#include "toolbox/atoms/item_locations.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_file.h"

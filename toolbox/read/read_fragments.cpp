@@ -7,10 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/atoms/fragment_atoms.h"
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
-#include "toolbox/plan/auxiliary_data.h"
+#include "toolbox/read/fragment_auxiliary.h"
 #include "toolbox/read/read_groups.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
@@ -20,62 +21,22 @@ namespace {
 
 using namespace fragment_flags;
 
-// Farther than any clock has counted; sums and differences of such times cannot overflow.
+// The latest decode time that is accepted. Sums and differences of such times cannot overflow.
 constexpr std::uint64_t kLatest = 1ULL << 57;
 
-constexpr std::uint32_t kIsNoSync = 0x10000;  // in the flags of a sample
-
-// What is stated of one sample, or of a run of samples that are alike.
-struct SampleFacts {
-  std::uint32_t duration = 0, size = 0, flags = 0;
-  std::int32_t offset = 0;
-};
-
-// The samples of one 'trun', with what they have in common where it does not state it.
+// The samples of one 'trun' and where they belong.
 struct RunOfSamples {
   std::size_t track = 0;  // index
-  std::optional<std::uint64_t> time;  // when the first is decoded, where that is stated
+  std::optional<std::uint64_t> time;  // when the first is decoded, if the fragment says so
   std::uint32_t description = 0;  // index
   std::uint64_t at = 0, size = 0;  // bytes
-  SampleFacts defaults;
+  FragmentSample defaults;
   TrackRun run;
-  std::vector<FragmentGroups> groups;  // of all of the fragment; only where this is its first run
+  std::vector<FragmentGroups> groups;  // of the whole fragment; only in its first run
   FragmentAuxiliary::Part auxiliary;
-
-  // Calls visit(samples, facts) for all of them, in their order.
-  template <class Visit>
-  void ForEach(Visit&& visit) const {
-    const std::size_t rowSize = run.RowSize();
-    SampleFacts facts = defaults;
-    if (rowSize == 0) {
-      std::uint32_t rest = run.count;
-      if (run.Has(kFirstSampleFlags) && rest != 0) {
-        facts.flags = run.firstSampleFlags;
-        visit(1U, facts);
-        --rest;
-      }
-      if (rest != 0) visit(rest, defaults);
-      return;
-    }
-    const std::uint8_t* column = run.rows.data();
-    const auto take = [&column]<class Number>(bool isStated, Number& number) {
-      if (!isStated) return;
-      number = FromBigEndian<Number>(column);
-      column += sizeof(Number);
-    };
-    for (std::uint32_t i = 0; i < run.count; ++i) {
-      take(run.Has(kDuration), facts.duration);
-      take(run.Has(kSize), facts.size);
-      facts.flags = defaults.flags;
-      take(run.Has(kSampleFlags), facts.flags);
-      if (i == 0 && run.Has(kFirstSampleFlags)) facts.flags = run.firstSampleFlags;
-      take(run.Has(kOffset), facts.offset);
-      visit(1U, std::as_const(facts));
-    }
-  }
 };
 
-// Puts the samples of one track behind those that it has.
+// Adds samples to the end of one track.
 class TrackFiller {
  public:
   TrackFiller(FragmentedTrack& track, std::uint64_t fileSize)
@@ -92,20 +53,20 @@ class TrackFiller {
     rows_.chunkOffsets.Add(run.at);
     rows_.AddChunks(static_cast<std::uint32_t>(rows_.chunkOffsets.Count() - 1), 1, run.run.count,
                     run.description);
-    run.ForEach([&](std::uint32_t samples, const SampleFacts& facts) {
-      AddSizes(samples, facts.size, run.description);
-      rows_.AddTimes(samples, facts.duration);
-      if (!rows_.offsets.IsEmpty() || facts.offset != 0) {
+    run.run.ForEach(run.defaults, [&](std::uint32_t samples, const FragmentSample& sample) {
+      AddSizes(samples, sample.size, run.description);
+      rows_.AddTimes(samples, sample.duration);
+      if (!rows_.offsets.IsEmpty() || sample.offset != 0) {
         if (rows_.offsets.IsEmpty()) rows_.AddOffsets(filled_, 0);
-        rows_.AddOffsets(samples, facts.offset);
-        if (facts.offset < 0) rows_.offsetsVersion = 1;
+        rows_.AddOffsets(samples, sample.offset);
+        if (sample.offset < 0) rows_.offsetsVersion = 1;
       }
-      AddFlags(samples, facts.flags);
+      AddFlags(samples, sample.flags);
       filled_ += samples;
     });
   }
 
-  // Once all are there.
+  // Call it after the last run.
   void Finish() {
     groups_.Finish();
     auxiliary_.PutTables(rows_.otherTables);
@@ -136,14 +97,14 @@ class TrackFiller {
       rows_.packings.clear();
       return;
     }
-    // Tables that nobody reads know only the samples that were there.
+    // Tables that the toolbox does not interpret cover only the samples before the fragments.
     std::erase_if(rows_.otherTables, [](const Sibling& table) { return !table.bytes.empty(); });
     groups_.Begin();
   }
 
-  // The next sample is decoded at `time`. The sample before lasts until then, so that all stay in
-  // step with the other tracks. Where it cannot, the clock of the writer has jumped: its time line
-  // goes on from here.
+  // The next sample is decoded at `time`. The sample before it lasts until then, so that the track
+  // stays in sync with the others. If it cannot, the writer's clock has jumped, and the time line
+  // continues from here.
   void MoveTo(std::uint64_t time) {
     if (time > kLatest) throw Malformed("a fragment is decoded later than can be told");
     const auto stated = static_cast<std::int64_t>(time);
@@ -185,8 +146,8 @@ class TrackFiller {
     }
     if (isSync && rows_.sync) addSync(filled_, filled_ + samples);
 
-    // The same bits as in 'sdtp'. That a sync sample depends on no other, and another sample on
-    // some, is not worth a table.
+    // The same bits as in 'sdtp'. There is no table if they only say that sync samples depend on no
+    // other sample and that all others do.
     const auto byte = static_cast<std::uint8_t>(flags >> 20);
     isInformative_ |= byte != 0 && byte != (isSync ? 0x20 : 0x10);
     if (dependencies_.empty() || dependencies_.back().byte != byte) {
@@ -194,7 +155,7 @@ class TrackFiller {
     }
   }
 
-  // Before a row is made for each sample that so far shares one with the others.
+  // Limits the memory before a row is made for each of the samples so far.
   void CheckCount() const {
     if (filled_ > fileSize_) throw Malformed("the file has no room for so many samples");
   }
@@ -203,8 +164,8 @@ class TrackFiller {
   SampleRows& rows_;
   const std::uint64_t fileSize_;
   bool isBegun_ = false;
-  std::uint32_t filled_ = 0;  // samples of which all is known
-  std::int64_t start_ = 0;  // what the decode time 0 of the rows is to the writer by now
+  std::uint32_t filled_ = 0;  // samples in all tables
+  std::int64_t start_ = 0;  // the writer's time at the decode time 0 of the rows
   std::vector<DependencyRun> dependencies_;
   bool isInformative_ = false;
   FragmentGrouper groups_{rows_};
@@ -232,7 +193,7 @@ class FragmentReader {
       if (atom->atom.type != FourCC{"moof"}) continue;
       runs_.clear();
       InAtom(FourCC{"moof"}, [&] { ReadFragment(*atom); });
-      // A recording that was cut off ends with the last fragment that is all there.
+      // A recording that was cut off ends with its last complete fragment.
       if (!isWhole_) break;
       for (const RunOfSamples& run : runs_) fillers_[run.track].Add(run);
     }
@@ -241,11 +202,11 @@ class FragmentReader {
 
  private:
   void ReadFragment(const TopLevelAtom& fragment) {
-    // A base that is not stated is the fragment for its first track, for the others where the data
-    // of the one before ends.
+    // Where data offsets count from if the track does not say so: the start of the fragment for its
+    // first track, the end of the previous track's data for the others.
     std::optional<std::uint64_t> dataEnd;
     Children parts(walk_.Content(fragment));
-    // Keys that change on the way have no place in a movie without fragments.
+    // A movie without fragments cannot have keys that change in the middle.
     if (parts.Maybe(FourCC{"pssh"})) throw Refused{featureUnsupported};
     for (const ByteSpan content : parts.Each(FourCC{"traf"})) {
       InAtom(FourCC{"traf"}, [&] { ReadTrack(content, fragment.at, dataEnd); });
@@ -275,7 +236,7 @@ class FragmentReader {
     const std::size_t before = runs_.size();
     for (const ByteSpan stated : parts.Each(TrackRun::kType)) {
       run.run = Decode<TrackRun>(stated);
-      // Wraps around for an offset below 0.
+      // An offset below 0 becomes a large number, and the sum wraps around to the right place.
       run.at = run.run.Has(kDataOffset)
                    ? base + static_cast<std::uint64_t>(std::int64_t{run.run.dataOffset})
                    : next;
@@ -297,47 +258,45 @@ class FragmentReader {
     dataEnd = next;
   }
 
-  // Finds out how long the samples are, and whether they are there.
+  // Adds up the sizes of the samples and checks that they are in the file.
   void Measure(RunOfSamples& run) {
-    const std::size_t rowSize = run.run.RowSize();
-    if (rowSize != 0 && run.run.count > run.run.rows.size() / rowSize) {
-      throw Malformed("'trun' is shorter than its count");
-    }
+    if (!run.run.IsComplete()) throw Malformed("'trun' is shorter than its count");
     run.size = 0;
-    run.ForEach([&](std::uint32_t samples, const SampleFacts& facts) {
-      run.size += std::uint64_t{samples} * facts.size;
+    run.run.ForEach(run.defaults, [&](std::uint32_t samples, const FragmentSample& sample) {
+      run.size += std::uint64_t{samples} * sample.size;
     });
     if (run.at > source_.Size() || run.size > source_.Size() - run.at) isWhole_ = false;
-    // No two fragments share their data, so that all samples together have no more than the file.
-    // Those without rows of their own count for a byte at least.
+    // Fragments do not share data, so all samples together are not larger than the file. A sample
+    // without a row counts as one byte at least, which limits the count.
     const std::uint64_t claimed =
-        std::max<std::uint64_t>(run.size, rowSize == 0 ? run.run.count : 0);
+        std::max<std::uint64_t>(run.size, run.run.RowSize() == 0 ? run.run.count : 0);
     if (isWhole_ && claimed > source_.Size() - claimed_) {
       throw Malformed("the fragments have more samples than the file has room for");
     }
     if (isWhole_) claimed_ += claimed;
   }
 
-  // Gives the runs, those of one fragment of a track, what it says of all of them together.
+  // Reads groups and auxiliary information of `runs`, all runs of one track in one fragment.
   static void ReadExtras(Children& parts, std::uint64_t base, std::span<RunOfSamples> runs) {
     const std::uint32_t samples = std::accumulate(
         runs.begin(), runs.end(), std::uint32_t{0}, [](std::uint32_t sum, const RunOfSamples& run) {
           return sum > UINT32_MAX - run.run.count ? UINT32_MAX : sum + run.run.count;
         });
     runs.front().groups = ReadFragmentGroups(parts, samples);
-    const auto sizes = parts.Maybe(FourCC{"saiz"}), offsets = parts.Maybe(FourCC{"saio"});
-    // Only these say where things lie.
+    const auto sizes = parts.Maybe<AuxiliarySizes>();
+    const auto offsets = parts.Maybe<AuxiliaryOffsets>();
+    // What decrypts samples can be found only with both tables.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(parts))) {
       throw Refused{featureUnsupported};
     }
     if (!sizes) return;
     std::vector<std::uint32_t> counts;
     for (const RunOfSamples& run : runs) counts.push_back(run.run.count);
-    auto auxiliary = FragmentAuxiliary::Read(*sizes, *offsets, base, counts);
+    auto auxiliary = FragmentAuxiliary::Split(*sizes, *offsets, base, counts);
     for (std::size_t i = 0; i < runs.size(); ++i) runs[i].auxiliary = std::move(auxiliary[i]);
   }
 
-  // Whether it says, in a way that nobody here follows, how its samples are encrypted.
+  // Whether samples are encrypted by atoms that the toolbox does not interpret.
   static bool IsEncrypted(Children& track) {
     if (track.Maybe(FourCC{"senc"})) return true;
     static constexpr std::uint8_t kEncryption[] = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
@@ -353,9 +312,9 @@ class FragmentReader {
   std::unordered_map<std::uint32_t, std::size_t> byId_;
   std::unordered_map<std::uint32_t, TrackDefaults> defaults_;
   std::vector<TrackFiller> fillers_;
-  std::vector<RunOfSamples> runs_;  // of the fragment at hand
+  std::vector<RunOfSamples> runs_;  // of the current fragment
   bool isWhole_ = true;
-  std::uint64_t claimed_ = 0;  // bytes, by all fragments so far
+  std::uint64_t claimed_ = 0;  // bytes of all fragments so far
 };
 
 }  // namespace

@@ -1,5 +1,4 @@
-// The samples that lie in fragments behind a movie header ('moof', ISO/IEC 14496-12 8.8): to the
-// rows of their tracks.
+// Reads the samples in fragments ('moof', ISO/IEC 14496-12 8.8) into the rows of their tracks.
 #pragma once
 
 #include <cstddef>
@@ -17,22 +16,23 @@ namespace toolbox {
 // A track that may have samples in fragments.
 struct FragmentedTrack {
   std::uint32_t id = 0;
-  std::size_t descriptions = 0;  // how many it has
-  SampleRows* rows = nullptr;  // as the movie header states them; more are added
-  // Where the decode time 0 of the rows stands on the time line of the fragments, in media units.
+  std::size_t descriptions = 0;  // how many
+  SampleRows* rows = nullptr;  // with the samples of the movie header; more are added
+  // The time on the time line of the fragments at decode time 0 of the rows, in media units.
   std::int64_t start = 0;
-  // Between fragments, where the sample before would be shown on: text is over when it is over.
+  // The gaps between fragments. The sample before a gap becomes longer, but text must not be shown
+  // during the gap.
   std::vector<MediaStretch> gaps;
 };
 
 // Adds the samples of all fragments of `source` to the rows of their tracks. `extends` is the
-// content of 'mvex'. Only what describes the fragments is read, never the samples.
+// content of 'mvex'. The sample data is not read.
 //
-//   header | moof mdat | moof mdat | moof md          cut short: the third fragment is left out
+//   header | moof mdat | moof mdat | moof md          the third fragment is incomplete: left out
 //   0      first's time  gap: the sample before it becomes longer, and the track has a gap there
 //
-// Throws Malformed, or Refused: featureUnsupported (samples are encrypted, and it is not said where
-// what decrypts them lies, or keys change on the way).
+// Throws Malformed, or Refused (featureUnsupported) if samples are encrypted and what decrypts them
+// cannot be found, or if keys change between fragments.
 void ReadFragments(const ByteSource& source, ByteSpan extends, std::span<FragmentedTrack> tracks);
 
 }  // namespace toolbox

@@ -1,43 +1,28 @@
 #include "toolbox/read/read_groups.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
+#include <span>
 #include <utility>
 
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/movie/sample_groups.h"
 
 namespace toolbox {
 namespace {
 
-constexpr FourCC kDescriptions{"sgpd"}, kCompact{"csgp"};
-constexpr std::uint32_t kOwnNumbers = 0x10000;  // beyond it those of a fragment's own 'sgpd'
+std::optional<GroupEntries> EntriesOf(const std::optional<SampleGroupDescriptions>& descriptions) {
+  return descriptions ? descriptions->Entries() : std::nullopt;
+}
 
-// Numbers of 4, 8, 16 or 32 bits, one behind the other.
-class PackedNumbers {
- public:
-  explicit PackedNumbers(ByteSpan bytes) : bytes_(bytes) {}
-  std::uint32_t Take(std::size_t bits) {
-    if (bits > bytes_.size() * 8 - at_) throw Malformed("'csgp' is shorter than its count");
-    std::uint32_t number = 0;
-    for (const std::size_t end = at_ + bits; at_ < end; at_ += 4) {
-      number = number << 4 | (bytes_[at_ / 8] >> (at_ % 8 == 0 ? 4U : 0U) & 15U);
-    }
-    return number;
-  }
-
- private:
-  ByteSpan bytes_;
-  std::size_t at_ = 0;  // in bits
-};
-
-FragmentGroups ReadPlain(ByteSpan content, std::uint32_t samples) {
-  const auto stated = Decode<SampleToGroup>(content);
+FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
   FragmentGroups read;
-  read.group.grouping = stated.grouping;
-  read.group.versionAndFlags = stated.versionAndFlags;
-  read.group.parameter = stated.parameter;
-  stated.rows.ForEach([&](const SampleToGroup::Row& row) {
+  read.group.grouping = plain.grouping;
+  read.group.versionAndFlags = plain.versionAndFlags;
+  read.group.parameter = plain.parameter;
+  plain.rows.ForEach([&](const SampleToGroup::Row& row) {
     if (row.count != 0 && read.mapped < samples) {
       AddGroupRun(read.group.runs, read.mapped, row.group);
     }
@@ -46,82 +31,52 @@ FragmentGroups ReadPlain(ByteSpan content, std::uint32_t samples) {
   return read;
 }
 
-// Patterns of numbers that repeat. Nothing where they are of an unknown version, or so many written
-// out that no recorder can have meant it.
-std::optional<FragmentGroups> ReadCompact(ByteSpan content, std::uint32_t samples) {
+// Nothing if the version is unknown, or if there are more runs than any real file has.
+std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
+                                          std::uint32_t samples) {
   constexpr std::size_t kMostRuns = 4'000'000;
-  constexpr std::uint32_t kHasParameter = 0x40, kMarksOwnNumbers = 0x80;
-  const auto widthOf = [](std::uint32_t code) { return std::size_t{4} << (code & 3); };
-  FieldReader io(content);
+  if (!compact.IsKnownVersion()) return std::nullopt;
   FragmentGroups read;
-  std::uint32_t flags = 0, count = 0;
-  io("version", flags);
-  if (flags >> 24 != 0) return std::nullopt;
-  io("grouping", read.group.grouping);
-  if ((flags & kHasParameter) != 0) {
-    io("parameter", read.group.parameter);
-    read.group.versionAndFlags = 1U << 24;  // of the 'sbgp' that says the same
-  }
-  io("patterns", count);
-  if (count > io.Remaining().size()) throw Malformed("'csgp' is shorter than its count");
-
-  struct Pattern {
-    std::uint32_t length = 0, samples = 0;
-  };
-  PackedNumbers numbers(io.Remaining());
-  std::vector<Pattern> patterns(count);
-  for (Pattern& pattern : patterns) {
-    pattern.length = numbers.Take(widthOf(flags >> 4));
-    pattern.samples = numbers.Take(widthOf(flags >> 2));
-  }
-  const std::size_t width = widthOf(flags);
-  const std::uint32_t own = (flags & kMarksOwnNumbers) != 0 ? 1U << (width - 1) : 0;
-  for (const Pattern& pattern : patterns) {
-    std::vector<std::uint32_t> each;
-    for (std::uint32_t i = 0; i < pattern.length; ++i) {
-      const std::uint32_t number = numbers.Take(width);
-      each.push_back((number & own) != 0 ? kOwnNumbers + (number & ~own) : number);
-    }
-    if (each.empty()) continue;
+  read.group.grouping = compact.grouping;
+  read.group.parameter = compact.parameter;
+  read.group.versionAndFlags = compact.HasParameter() ? 1U << 24 : 0;  // of the equivalent 'sbgp'
+  std::vector<GroupRun>& runs = read.group.runs;
+  bool isPlausible = true;
+  compact.ForEachPattern([&](std::uint32_t count, std::span<const std::uint32_t> numbers) {
+    if (numbers.empty()) return true;
     const std::uint32_t first = read.mapped;
-    read.mapped += std::min(pattern.samples, samples - first);
-    const bool isOne = std::ranges::all_of(each, [&](std::uint32_t n) { return n == each[0]; });
+    read.mapped += std::min(count, samples - first);
+    const bool isOne = std::ranges::count(numbers, numbers[0]) == std::ssize(numbers);
     for (std::uint32_t sample = first; sample < read.mapped; ++sample) {
-      if (read.group.runs.size() > kMostRuns) return std::nullopt;
-      AddGroupRun(read.group.runs, sample, each[(sample - first) % each.size()]);
+      isPlausible = runs.size() <= kMostRuns;
+      if (!isPlausible) break;
+      AddGroupRun(runs, sample, numbers[(sample - first) % numbers.size()]);
       if (isOne) break;
     }
-  }
+    return isPlausible;
+  });
+  if (!isPlausible) return std::nullopt;
   return read;
 }
 
-// All maps that a table or a fragment holds, each without descriptions.
+// All maps of a table or a fragment, without descriptions.
 std::vector<FragmentGroups> ReadMaps(Children& parts, std::uint32_t samples) {
   std::vector<FragmentGroups> maps;
   for (const ByteSpan content : parts.Each(SampleToGroup::kType)) {
-    maps.push_back(ReadPlain(content, samples));
+    maps.push_back(ReadPlain(Decode<SampleToGroup>(content), samples));
   }
-  for (const ByteSpan content : parts.Each(kCompact)) {
-    auto map = InAtom(kCompact, [&] { return ReadCompact(content, samples); });
+  for (const ByteSpan content : parts.Each(CompactSampleToGroup::kType)) {
+    const auto compact = Decode<CompactSampleToGroup>(content);
+    auto map = InAtom(compact.kType, [&] { return ReadCompact(compact, samples); });
     if (map) maps.push_back(std::move(*map));
   }
   return maps;
 }
 
-struct Descriptions {
-  FourCC grouping;
-  Bytes atom;
-};
-
-std::vector<Descriptions> ReadDescriptions(Children& parts) {
-  std::vector<Descriptions> all;
-  for (const ByteSpan content : parts.Each(kDescriptions)) {
-    Descriptions& one = all.emplace_back();
-    FieldReader io(content);
-    std::uint32_t version = 0;
-    io("version", version);
-    io("grouping", one.grouping);
-    one.atom = Encoded([&](auto& out) { out.Atom(kDescriptions, [&] { out.Append(content); }); });
+std::vector<SampleGroupDescriptions> ReadDescriptions(Children& parts) {
+  std::vector<SampleGroupDescriptions> all;
+  for (const ByteSpan content : parts.Each(SampleGroupDescriptions::kType)) {
+    all.push_back(Decode<SampleGroupDescriptions>(content));
   }
   return all;
 }
@@ -129,10 +84,10 @@ std::vector<Descriptions> ReadDescriptions(Children& parts) {
 }  // namespace
 
 void ReadSampleGroups(Children& table, SampleRows& rows) {
-  for (Descriptions& stated : ReadDescriptions(table)) {
+  for (SampleGroupDescriptions& descriptions : ReadDescriptions(table)) {
     SampleGroup& group = rows.groups.emplace_back();
-    group.grouping = stated.grouping;
-    group.descriptions = std::move(stated.atom);
+    group.grouping = descriptions.grouping;
+    group.descriptions = std::move(descriptions);
   }
   for (FragmentGroups& map : ReadMaps(table, rows.count)) {
     auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
@@ -142,25 +97,25 @@ void ReadSampleGroups(Children& table, SampleRows& rows) {
     map.group.descriptions = std::move(group->descriptions);
     *group = std::move(map.group);
     if (map.mapped < rows.count) {
-      const auto described = ReadGroupDescriptions(group->descriptions);
-      AddGroupRun(group->runs, map.mapped, described ? described->standard : 0);
+      const auto described = EntriesOf(group->descriptions);
+      AddGroupRun(group->runs, map.mapped, described ? described->defaultNumber : 0);
     }
   }
 }
 
 std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples) {
   std::vector<FragmentGroups> groups = ReadMaps(fragment, samples);
-  for (const Descriptions& stated : ReadDescriptions(fragment)) {
+  for (const SampleGroupDescriptions& descriptions : ReadDescriptions(fragment)) {
     for (FragmentGroups& read : groups) {
-      if (read.group.grouping == stated.grouping) read.group.descriptions = stated.atom;
+      if (read.group.grouping == descriptions.grouping) read.group.descriptions = descriptions;
     }
   }
   return groups;
 }
 
-Bytes& FragmentGrouper::DescriptionsOf(FourCC grouping) {
+std::optional<SampleGroupDescriptions>& FragmentGrouper::DescriptionsOf(FourCC grouping) {
   const auto found = std::ranges::find_if(rows_.groups, [grouping](const SampleGroup& group) {
-    return group.grouping == grouping && !group.descriptions.empty();
+    return group.grouping == grouping && group.descriptions;
   });
   if (found != rows_.groups.end()) return found->descriptions;
   return std::ranges::find(rows_.groups, grouping, &SampleGroup::grouping)->descriptions;
@@ -169,13 +124,13 @@ Bytes& FragmentGrouper::DescriptionsOf(FourCC grouping) {
 FragmentGrouper::Known& FragmentGrouper::KnownOf(FourCC grouping) {
   const auto [place, isNew] = known_.try_emplace(grouping);
   Known& known = place->second;
-  const Bytes& stated = DescriptionsOf(grouping);
-  if (!isNew || stated.empty()) return known;
-  const auto descriptions = ReadGroupDescriptions(stated);
-  known.isReadable = descriptions.has_value();
-  if (!descriptions) return known;
-  known.standard = descriptions->standard;
-  for (const ByteSpan entry : descriptions->entries) {
+  const std::optional<SampleGroupDescriptions>& descriptions = DescriptionsOf(grouping);
+  if (!isNew || !descriptions) return known;
+  const auto described = descriptions->Entries();
+  known.isReadable = described.has_value();
+  if (!described) return known;
+  known.defaultNumber = described->defaultNumber;
+  for (const ByteSpan entry : described->entries) {
     known.entries.emplace_back(entry.begin(), entry.end());
     known.numbers.try_emplace(known.entries.back(),
                               static_cast<std::uint32_t>(known.entries.size()));
@@ -195,7 +150,8 @@ std::uint32_t FragmentGrouper::Known::NumberOf(ByteSpan entry) {
 
 void FragmentGrouper::Begin() {
   for (SampleGroup& group : rows_.groups) {
-    if (!group.runs.empty()) AddGroupRun(group.runs, rows_.count, KnownOf(group.grouping).standard);
+    if (!group.runs.empty())
+      AddGroupRun(group.runs, rows_.count, KnownOf(group.grouping).defaultNumber);
   }
 }
 
@@ -203,7 +159,7 @@ void FragmentGrouper::Add(const FragmentGroups& added) {
   const FourCC grouping = added.group.grouping;
   if (added.mapped > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
   auto group = std::ranges::find_if(rows_.groups, [&](const SampleGroup& known) {
-    // Descriptions without a map are of no parameter yet.
+    // Descriptions without a map have no parameter yet.
     return known.grouping == grouping &&
            (known.parameter == added.group.parameter || known.runs.empty());
   });
@@ -212,25 +168,25 @@ void FragmentGrouper::Add(const FragmentGroups& added) {
   group->parameter = added.group.parameter;
   group->versionAndFlags = added.group.versionAndFlags;
   Known& known = KnownOf(grouping);
-  const auto own = ReadGroupDescriptions(added.group.descriptions);
-  if (rows_.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, known.standard);
+  const auto local = EntriesOf(added.group.descriptions);
+  if (rows_.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, known.defaultNumber);
   for (const GroupRun& run : added.group.runs) {
     std::uint32_t number = run.group;
-    if (number > kOwnNumbers) {
-      number -= kOwnNumbers;
-      const bool isKnown = known.isReadable && own && number <= own->entries.size();
-      number = isKnown ? known.NumberOf(own->entries[number - 1]) : 0;
+    if (number > kFragmentNumbers) {
+      number -= kFragmentNumbers;
+      const bool isKnown = known.isReadable && local && number <= local->entries.size();
+      number = isKnown ? known.NumberOf(local->entries[number - 1]) : 0;
     }
     AddGroupRun(group->runs, rows_.count + run.sample, number);
   }
-  AddGroupRun(group->runs, rows_.count + added.mapped, known.standard);
+  AddGroupRun(group->runs, rows_.count + added.mapped, known.defaultNumber);
 }
 
 void FragmentGrouper::Finish() {
   for (const auto& [grouping, known] : known_) {
     if (!known.isLonger) continue;
     const std::vector<ByteSpan> entries(known.entries.begin(), known.entries.end());
-    DescriptionsOf(grouping) = WriteGroupDescriptions(grouping, entries, known.standard);
+    DescriptionsOf(grouping) = SampleGroupDescriptions::Of(grouping, entries, known.defaultNumber);
   }
 }
 

@@ -1,54 +1,59 @@
-// Sample groups as files state them, of all samples of a track or of those of one fragment: 'sgpd',
-// 'sbgp' and 'csgp', ISO/IEC 14496-12 8.9.
+// Reads sample groups, 'sgpd', 'sbgp' and 'csgp' (ISO/IEC 14496-12 8.9), from a sample table or
+// from fragments.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
-// Gives `rows`, whose count is known, the groups that the sample table states. Throws Malformed.
+// Adds the groups of the sample table `table` to `rows`, whose count is known. Throws Malformed.
 void ReadSampleGroups(Children& table, SampleRows& rows);
 
-// The groups of one grouping that a fragment puts the samples of a track in.
+// One grouping in one fragment of a track.
 struct FragmentGroups {
-  SampleGroup group;  // runs count from the first sample there; descriptions: the fragment's own
-  std::uint32_t mapped = 0;  // samples that are spoken of
+  // Runs count from the first sample of the fragment. The descriptions are those of the fragment;
+  // group numbers above kFragmentNumbers refer to them.
+  SampleGroup group;
+  std::uint32_t mapped = 0;  // how many samples the map covers
 };
 
-// What a 'traf' says of its `samples` samples. Throws Malformed.
+// The groups in a 'traf' that has `samples` samples. Throws Malformed.
 std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples);
 
-// Puts the samples of one fragment after the other into groups.
+// Adds the groups of one fragment after another to the rows of a track.
 class FragmentGrouper {
  public:
-  // `rows` must outlive it.
+  // `rows` must outlive this object.
   explicit FragmentGrouper(SampleRows& rows) : rows_(rows) {}
 
-  // Samples will follow those in the rows.
+  // Call it before the first fragment if there are samples already.
   void Begin();
-  // Puts those that will follow into those groups. Throws Malformed.
+  // Adds the groups of the samples that come next, before they are added. Throws Malformed.
   void Add(const FragmentGroups& added);
-  // Once all are there.
+  // Call it after the last fragment: adds the descriptions that fragments brought along.
   void Finish();
 
  private:
-  // The descriptions of one grouping, by all fragments so far.
+  // All descriptions of one grouping so far.
   struct Known {
     std::vector<Bytes> entries;  // number 1 first
     std::map<Bytes, std::uint32_t> numbers;
-    std::uint32_t standard = 0;  // of samples that no map speaks of
-    bool isReadable = true, isLonger = false;  // than the movie header has it
+    std::uint32_t defaultNumber = 0;  // of samples that no map covers
+    bool isReadable = true;
+    bool isLonger = false;  // than in the movie header
 
     std::uint32_t NumberOf(ByteSpan entry);
   };
 
-  Bytes& DescriptionsOf(FourCC grouping);
+  std::optional<SampleGroupDescriptions>& DescriptionsOf(FourCC grouping);
   Known& KnownOf(FourCC grouping);
 
   SampleRows& rows_;

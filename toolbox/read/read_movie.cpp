@@ -108,7 +108,7 @@ void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
     return std::holds_alternative<Unresolved>(reference);
   };
   if (std::ranges::none_of(media.dataReferences, isMissing) || rows.Located() == 0) return;
-  for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsBehindLast(); run.Next()) {
+  for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsAtEnd(); run.Next()) {
     if (isMissing(media.ReferenceOf(run->description))) throw Refused{couldNotResolveDataRef};
   }
 }

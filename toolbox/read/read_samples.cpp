@@ -73,20 +73,10 @@ void ReadSizes(Children& table, SampleRows& rows) {
     rows.constantSize = stated.size;
     if (stated.size != 0) return;
     const auto sizes = Decode<SampleSizes>(*content);
-    rows.sizes = FileNumbers(false, sizes.rows.Encoded());
+    rows.sizes = EncodedNumbers(false, sizes.rows.Encoded());
   } else if (const auto compact = table.Maybe<CompactSampleSizes>()) {
-    const std::uint32_t bits = compact->fieldBits & 0xFF;
-    if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
-    if (compact->count > compact->fields.size() * 8 / bits) {
-      throw Malformed("'stz2' is shorter than its count");
-    }
     rows.count = compact->count;
-    for (std::size_t i = 0; i < rows.count; ++i) {
-      const std::uint8_t* at = &compact->fields[i * bits / 8];
-      rows.sizes.Add(bits == 16  ? FromBigEndian<std::uint16_t>(at)
-                     : bits == 8 ? *at
-                                 : (i % 2 == 0 ? *at >> 4U : *at & 15U));
-    }
+    compact->ForEach([&rows](std::uint32_t size) { rows.sizes.Add(size); });
   }
 }
 
@@ -98,13 +88,13 @@ void ReadTimes(Children& table, SampleRows& rows) {
       if (row.count != 0) delta = row.delta;
     });
   }
-  // Samples without a time go on like the last that has one.
+  // Samples without a row last as long as the last one with a row.
   rows.AddTimes(UINT32_MAX, delta);
 
   if (const auto offsets = table.Maybe<CompositionOffsets>()) {
     rows.offsetsVersion = offsets->versionAndFlags >> 24;
-    if (auto stated = OffsetRuns::Stated(offsets->rows.Encoded(), rows.count)) {
-      rows.offsets = std::move(*stated);
+    if (auto view = OffsetRuns::ViewOf(offsets->rows.Encoded(), rows.count)) {
+      rows.offsets = std::move(*view);
       return;
     }
     offsets->rows.ForEach(
@@ -115,12 +105,12 @@ void ReadTimes(Children& table, SampleRows& rows) {
 
 void ReadChunkOffsets(Children& table, SampleRows& rows) {
   if (const auto narrow = table.Maybe<ChunkOffsets>()) {
-    rows.chunkOffsets = FileNumbers(false, narrow->rows.Encoded());
+    rows.chunkOffsets = EncodedNumbers(false, narrow->rows.Encoded());
   } else if (const auto wide = table.Maybe<WideChunkOffsets>()) {
     wide->rows.ForEach([](const WideChunkOffsets::Row& row) {
       if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
     });
-    rows.chunkOffsets = FileNumbers(true, wide->rows.Encoded());
+    rows.chunkOffsets = EncodedNumbers(true, wide->rows.Encoded());
   }
 }
 
@@ -129,7 +119,7 @@ void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
   const auto stated = table.Maybe<SampleToChunk>();
   if (!stated) return;
   const auto chunks = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
-  if (auto runs = ChunkRuns::Stated(stated->rows.Encoded(), chunks, rows.count, descriptions)) {
+  if (auto runs = ChunkRuns::ViewOf(stated->rows.Encoded(), chunks, rows.count, descriptions)) {
     rows.chunkRuns = std::move(*runs);
     return;
   }
@@ -167,7 +157,7 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint
   return samples;
 }
 
-// The tables with a value for each sample.
+// The tables that have a value for each sample.
 void ReadValues(Children& table, SampleRows& rows) {
   const auto atMost = [&rows](std::size_t count) {
     return std::min<std::size_t>(count, rows.count);
@@ -176,18 +166,13 @@ void ReadValues(Children& table, SampleRows& rows) {
     rows.dependencies = std::move(dependencies->samples);
     rows.dependencies.resize(atMost(rows.dependencies.size()));
   }
-  if (const auto stated = table.Maybe<DegradationPriorities>()) {
-    rows.priorities.resize(atMost(stated->samples.size() / 2));
-    for (std::size_t i = 0; i < rows.priorities.size(); ++i) {
-      rows.priorities[i] = FromBigEndian<std::uint16_t>(&stated->samples[2 * i]);
-    }
+  if (const auto priorities = table.Maybe<DegradationPriorities>()) {
+    rows.priorities.resize(atMost(priorities->Count()));
+    for (std::size_t i = 0; i < rows.priorities.size(); ++i) rows.priorities[i] = (*priorities)[i];
   }
-  if (const auto stated = table.Maybe<PaddingBits>()) {
-    rows.padding.resize(atMost(std::min<std::size_t>(stated->count, 2 * stated->samples.size())));
-    for (std::size_t i = 0; i < rows.padding.size(); ++i) {
-      const std::uint8_t both = stated->samples[i / 2];
-      rows.padding[i] = i % 2 == 0 ? both >> 4U & 7U : both & 7U;
-    }
+  if (const auto padding = table.Maybe<PaddingBits>()) {
+    rows.padding.resize(atMost(padding->Count()));
+    for (std::size_t i = 0; i < rows.padding.size(); ++i) rows.padding[i] = (*padding)[i];
   }
 }
 

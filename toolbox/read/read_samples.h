@@ -1,4 +1,4 @@
-// A sample table out of 'stbl': its tables to SampleRows.
+// Reads a sample table, 'stbl', into SampleRows.
 #pragma once
 
 #include <memory>
@@ -9,9 +9,10 @@
 
 namespace toolbox {
 
-// Reads the tables in `content` and puts the sample descriptions into `media`, whose handler and
-// data references are known. Tables that state fewer samples than there are sizes are made to fit;
-// samples without a chunk stay unlocated. Throws Malformed.
+// Reads the tables in `content`, the content of an 'stbl', and adds the sample descriptions to
+// `media`, whose handler and data references are known. There are as many samples as sizes; other
+// tables are cut or continued to match. Samples without a chunk stay unlocated. The rows are views
+// of `content`. Throws Malformed.
 std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media);
 
 }  // namespace toolbox

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "toolbox/atoms/atom_head.h"
+
 namespace toolbox {
 
 ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {
@@ -15,10 +17,10 @@ ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {
 }
 
 std::optional<TopLevelAtom> TopLevelWalk::Next() {
-  const auto frame = ReadFrame(Following(), source_.Size() - at_);
-  if (!frame) return std::nullopt;
-  const TopLevelAtom atom{at_, *frame};
-  at_ += frame->size;
+  const auto head = ReadHead(Following(), source_.Size() - at_);
+  if (!head || !head->frame) return std::nullopt;
+  const TopLevelAtom atom{at_, *head->frame};
+  at_ += atom.atom.size;
   return atom;
 }
 
@@ -44,10 +46,8 @@ std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type) 
   while (const auto atom = walk.Next()) {
     if (atom->atom.type == type) return atom;
   }
-  const ByteSpan cut = walk.Following();
-  if (cut.size() >= 8 && FromBigEndian<std::uint32_t>(&cut[4]) == type.value) {
-    throw Malformed("the file ends inside '" + type.Text() + "'");
-  }
+  const auto cut = ReadHead(walk.Following(), 0);
+  if (cut && cut->type == type) throw Malformed("the file ends inside '" + type.Text() + "'");
   return std::nullopt;
 }
 

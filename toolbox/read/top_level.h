@@ -1,4 +1,4 @@
-// The atoms of a file, one behind the other, without reading what is in them.
+// The top-level atoms of a file. Their contents are not read.
 #pragma once
 
 #include <algorithm>
@@ -17,23 +17,23 @@ struct TopLevelAtom {
 };
 
 struct TopLevelLayout {
-  std::vector<TopLevelAtom> atoms;  // all whole ones, in file order
+  std::vector<TopLevelAtom> atoms;  // all that are complete, in file order
   std::uint64_t end = 0;  // where the last of them ends
 };
 
 TopLevelLayout TopLevelAtoms(const ByteSource& source);
 
-// Walks the atoms of a file. Reads a block at a time, so that a run of small atoms costs one read,
-// and skips what is long.
+// Goes through the atoms of a file. Reads a block at a time, so many small atoms cost one read, and
+// skips long atoms.
 class TopLevelWalk {
  public:
   explicit TopLevelWalk(const ByteSource& source) : source_(source) {}
 
-  // The next whole atom; nothing at the end of the file, or where no whole atom follows.
+  // The next atom. Nothing at the end of the file, or if what follows is no complete atom.
   std::optional<TopLevelAtom> Next();
-  // What is in an atom of this file; to be looked at before the next call.
+  // The content of an atom of this file. Valid until the next call.
   ByteSpan Content(const TopLevelAtom& atom);
-  // The first bytes of what follows the last atom, up to the 16 that a frame can have.
+  // The first bytes after the last atom: up to 16, the largest frame.
   ByteSpan Following() { return Read(at_, std::min<std::uint64_t>(16, source_.Size() - at_)); }
   // Where the last atom ends.
   std::uint64_t End() const { return at_; }
@@ -47,11 +47,11 @@ class TopLevelWalk {
   Bytes block_;
 };
 
-// What makes up the fragments of a movie and the way to them, ISO/IEC 14496-12 8.8: nothing that a
-// movie with sample tables has use for.
+// Whether atoms of that type are part of fragments or an index to them, ISO/IEC 14496-12 8.8. A
+// movie that has all samples in its sample tables does not need them.
 bool BelongsToFragments(FourCC type);
 
-// The first whole atom of that type. A cut one of that type is Malformed.
+// The first complete atom of that type. Throws Malformed if the file ends inside such an atom.
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);
 
 }  // namespace toolbox

@@ -3,10 +3,14 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
+#include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/refused.h"
@@ -15,12 +19,13 @@ namespace toolbox {
 namespace {
 
 std::uint32_t Count(std::uint64_t count) {
-  // A file counts samples in 32 bits.
+  // Counts in a file have 32 bits.
   if (count > UINT32_MAX) throw Refused{invalidSampleTable};
   return static_cast<std::uint32_t>(count);
 }
 
-// Rows that `walk` hands to a visitor; only what measures walks to count them.
+// The rows that `walk` gives to a visitor. They are counted when they are measured, so `walk` runs
+// twice in all.
 template <class Row, class Io, class Walk>
 Rows<Row> RowsOf(Io& io, Walk walk) {
   const std::uint64_t count = io.Measured([&] {
@@ -31,7 +36,7 @@ Rows<Row> RowsOf(Io& io, Walk walk) {
   return Rows<Row>(Count(count), [walk](RowBatches<Row>& batches) { walk(batches); });
 }
 
-// The chunks of a track of the output, front to back.
+// The chunks of a track of the output, in order.
 class ChunkWalk {
  public:
   ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
@@ -40,7 +45,7 @@ class ChunkWalk {
         track_(plan.tracks[track]),
         dataStart_(dataStart) {}
 
-  // Whether a chunk lies beyond 4 GiB.
+  // Whether a chunk starts beyond 4 GiB.
   bool ReachesFar() const {
     if (!track_.chunks.empty() && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
     std::uint64_t farthest = 0;
@@ -48,7 +53,7 @@ class ChunkWalk {
     return farthest > UINT32_MAX;
   }
 
-  // Calls visit(SampleChunks); neighbours may be alike.
+  // Calls visit(SampleChunks) for all chunks. Two calls in a row may be for chunks that are alike.
   template <class Visit>
   void ForEachChunks(Visit&& visit) const {
     for (const OutputChunk& chunk : track_.chunks) {
@@ -103,7 +108,7 @@ SampleDescriptions Descriptions(const MediaRecord& media) {
   return list;
 }
 
-// Calls visit(row) for each row of 'stsc'; returns the number of chunks.
+// Calls visit(row) for each row of 'stsc'. Returns the number of chunks.
 template <class Visit>
 std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
   SampleToChunk::Row run;
@@ -144,7 +149,7 @@ void AddChunks(ChildWriter<Io>& table, Io& io, const ChunkWalk& walk) {
   }
 }
 
-// ISO states offsets below 0 in version 1; in a file of another kind the version stays what it was.
+// The version of 'ctts'. MPEG-4: 1 if an offset is below 0. Other files keep the version.
 std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
   if (kind != FileKind::kMpeg4) return samples.OffsetsVersion();
   return samples.HasOffsetsBelowZero() ? 1 : 0;
@@ -164,7 +169,7 @@ void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKi
   const std::uint64_t offsets = io.Measured([&samples] {
     std::uint64_t rows = 0;
     samples.ForEachOffset([&](std::uint32_t, std::int32_t) { ++rows; },
-                          [&](ByteSpan stated) { rows += stated.size() / OffsetRow::kSize; });
+                          [&](ByteSpan encoded) { rows += Rows<OffsetRow>(encoded).Count(); });
     return rows;
   });
   const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
@@ -172,7 +177,7 @@ void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKi
         [&](std::uint32_t count, std::int32_t offset) {
           rows({count, offset});
         },
-        [&](ByteSpan stated) { rows.Encoded(stated); });
+        [&](ByteSpan encoded) { rows.Encoded(encoded); });
   };
   table.Add(CompositionOffsets{OffsetsVersion(samples, kind) << 24,
                                Rows<OffsetRow>(Count(offsets), walk)});
@@ -188,7 +193,7 @@ void AddSync(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKin
                             samples.ForEachSync(number(visit));
                           })});
   }
-  // QuickTime only: where decoding can start, but not cleanly.
+  // QuickTime only: decoding can start here, but the first pictures may be damaged.
   if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
     table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
                                    samples.ForEachPartialSync(number(visit));
@@ -204,7 +209,7 @@ void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
   }
   table.Add(SampleSizes{
       0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](RowBatches<SampleSize>& rows) {
-        samples.ForEachEncodedSize([&](ByteSpan stated) { rows.Encoded(stated); });
+        samples.ForEachEncodedSize([&](ByteSpan encoded) { rows.Encoded(encoded); });
       })});
 }
 
@@ -212,9 +217,7 @@ template <class Io>
 void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
   const auto groups = std::make_shared<const std::vector<JoinedGroup>>(samples.Groups());
   for (const JoinedGroup& group : *groups) {
-    if (!group.descriptions.empty()) {
-      table.Add(FourCC{"sgpd"}, [&io, &group, groups] { io.Append(group.descriptions); });
-    }
+    if (group.descriptions) table.Add(*group.descriptions);
     if (!group.isMapped) continue;
     table.Add(
         SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
@@ -226,37 +229,57 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
   }
 }
 
-// The tables with a value for each sample.
-template <class Io>
-void AddValues(ChildWriter<Io>& table, const SampleTable& samples) {
-  Bytes bytes;
-  if (samples.Has(&SampleRows::dependencies)) {
-    samples.ForEachValue(&SampleRows::dependencies,
-                         [&](std::uint8_t byte) { bytes.push_back(byte); });
-    table.Add(SampleDependencies{0, std::exchange(bytes, {})});
-  }
-  if (samples.Has(&SampleRows::priorities)) {
-    samples.ForEachValue(&SampleRows::priorities, [&](std::uint16_t priority) {
-      bytes.push_back(static_cast<std::uint8_t>(priority >> 8U));
-      bytes.push_back(static_cast<std::uint8_t>(priority));
-    });
-    table.Add(DegradationPriorities{0, std::exchange(bytes, {})});
-  }
-  if (samples.Has(&SampleRows::padding)) {
-    bool isSecond = false;
-    samples.ForEachValue(&SampleRows::padding, [&](std::uint8_t bits) {
-      if (isSecond) {
-        bytes.back() |= bits;
-      } else {
-        bytes.push_back(static_cast<std::uint8_t>(bits << 4U));
-      }
-      isSecond = !isSecond;
-    });
-    table.Add(PaddingBits{0, Count(samples.Count()), std::exchange(bytes, {})});
-  }
+// Adds a table that has a value for each sample, if there are values.
+template <class Atom, class Io, class Values>
+void AddValues(ChildWriter<Io>& table, const SampleTable& samples, Values SampleRows::*values) {
+  if (!samples.Has(values)) return;
+  Atom atom;
+  samples.ForEachValue(values, [&atom](auto value) { atom.Add(value); });
+  table.Add(std::move(atom));
 }
 
-// Leaves of the tables that nobody reads those that ISO knows and that hold whatever the times are.
+// A 'saio' of a track with its offsets in the output. Nothing if its data is not copied. `content`
+// is its content in the source, `index` its index among the other tables there.
+std::optional<Bytes> MovedOffsets(const FilePlan& plan, std::size_t track, std::size_t index,
+                                  ByteSpan content, std::uint64_t dataStart) {
+  const auto table = Decode<AuxiliaryOffsets>(content);
+  std::vector<std::uint64_t> offsets = table.Offsets();
+  if (const auto& places = plan.tracks[track].auxiliary) {
+    const auto place = std::ranges::find(*places, index, &AuxiliaryPlace::table);
+    if (place == places->end()) return std::nullopt;
+    offsets = {dataStart + place->destination};
+    return Encode(AuxiliaryOffsets::Of(table.kind, offsets));
+  }
+  // The data stays in the same file as the samples.
+  const MediaRecord& media = *plan.movie->tracks[track]->media;
+  if (std::holds_alternative<ThisFile>(media.dataReferences.front())) {
+    for (std::uint64_t& offset : offsets) {
+      offset += static_cast<std::uint64_t>(ShiftAt(plan.shifts, offset));
+    }
+  }
+  return Encode(AuxiliaryOffsets::Of(table.kind, offsets));
+}
+
+// The tables of whole rows that the toolbox does not interpret, with offsets as they are in the
+// output.
+Siblings OtherTables(const SampleRows& rows, const FilePlan& plan, std::size_t track,
+                     std::uint64_t dataStart) {
+  const auto& places = plan.tracks[track].auxiliary;
+  Siblings tables;
+  for (std::size_t i = 0; i < rows.otherTables.size(); ++i) {
+    const Sibling& table = rows.otherTables[i];
+    if (places && table.type == AuxiliarySizes::kType && places->empty()) continue;
+    const auto offsets = ContentOf(table, AuxiliaryOffsets::kType);
+    if (!offsets || (!places && plan.shifts.empty())) {
+      tables.push_back(table);
+    } else if (auto moved = MovedOffsets(plan, track, i, *offsets, dataStart)) {
+      tables.push_back({table.type, std::move(*moved)});
+    }
+  }
+  return tables;
+}
+
+// Keeps only the tables that ISO defines and that do not depend on the times of samples.
 void DropForeign(Siblings& tables) {
   static constexpr FourCC kKept[] = {{"subs"}, {"saiz"}, {"saio"}};
   std::erase_if(tables, [](const Sibling& table) {
@@ -268,7 +291,7 @@ template <class Io>
 void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
   const MediaRecord& media = *plan.movie->tracks[track]->media;
   const SampleTable& samples = media.samples;
-  // Tables that nobody reads hold only for just these samples.
+  // Tables that the toolbox does not interpret are valid only for all samples of the rows.
   const SampleRows* whole = samples.WholeRows();
   Siblings others = whole != nullptr ? OtherTables(*whole, plan, track, dataStart) : Siblings();
   if (plan.kind == FileKind::kMpeg4) DropForeign(others);
@@ -279,7 +302,9 @@ void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStar
     AddSync(table, io, samples, plan.kind);
     AddChunks(table, io, ChunkWalk(plan, track, dataStart));
     AddSizes(table, samples);
-    AddValues(table, samples);
+    AddValues<SampleDependencies>(table, samples, &SampleRows::dependencies);
+    AddValues<DegradationPriorities>(table, samples, &SampleRows::priorities);
+    AddValues<PaddingBits>(table, samples, &SampleRows::padding);
     AddGroups(table, io, samples);
     table.Finish();
   });

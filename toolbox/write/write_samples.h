@@ -1,4 +1,4 @@
-// 'stbl' out of a sample table: its tables are made row by row while they are written.
+// Writes a sample table as 'stbl'. Its rows are made while they are written.
 #pragma once
 
 #include <cstddef>

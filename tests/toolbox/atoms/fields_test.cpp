@@ -6,7 +6,9 @@
 #include <string>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/atoms/fragment_atoms.h"
+#include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
 
@@ -200,6 +202,17 @@ const std::vector<AtomCase> kCases{
                         " version=16777216 grouping='rap ' parameter=9 rows=1"
                         " { count=7 group=0 }",
                         {.countAt = 12}),
+    Case<SampleGroupDescriptions>("sgpd",
+                                  Join(U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFE)),
+                                  " version=16777216 grouping='roll' rest=10 bytes", {.rest = 10}),
+    Case<CompactSampleToGroup>("csgp", Join(U32(0x40), Text("rap "), U32(9), U32(1), U8(0x12)),
+                               " version=64 grouping='rap ' parameter=9 patterns=1 packed=1 bytes",
+                               {.rest = 1}),
+    Case<AuxiliarySizes>("saiz", Join(U32(1), Text("cenc"), U32(3), U8(0), U32(2), U8(8), U8(16)),
+                         " version=1 type='cenc' parameter=3 constant=0 count=2 sizes=2 bytes",
+                         {.rest = 2}),
+    Case<AuxiliaryOffsets>("saio", Join(U32(0x01000000), U32(1), U64(0x100000000)),
+                           " version=16777216 count=1 table=8 bytes", {.rest = 8}),
     Case<TrackDefaults>("trex", Join(U32(0), U32(3), U32(1), U32(1024), U32(4), U32(0x10000)),
                         " version=0 track=3 description=1 duration=1024 size=4 sampleFlags=65536"),
     Case<TrackFragmentHeader>("tfhd", Join(U32(0x20000), U32(3)), " version=131072 track=3"),

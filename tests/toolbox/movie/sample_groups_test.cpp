@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
+#include "tests/toolbox/bytes.h"
 #include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
@@ -18,15 +17,12 @@ SampleTable Grouped(std::vector<SampleGroup> groups, std::uint32_t count = 4) {
 }
 
 // An 'sgpd' of that version with 'rap ' entries of a byte each.
-Bytes Descriptions(std::uint8_t version, const Bytes& entries, std::uint8_t standard = 0) {
-  const auto count = static_cast<std::uint8_t>(entries.size());
-  const auto size = static_cast<std::uint8_t>(20 + 4 * version + count);
-  Bytes atom{0, 0, 0, size, 's', 'g', 'p', 'd', version, 0, 0, 0, 'r', 'a', 'p', ' '};
-  if (version >= 1) atom.insert(atom.end(), {0, 0, 0, 1});
-  if (version >= 2) atom.insert(atom.end(), {0, 0, 0, standard});
-  atom.insert(atom.end(), {0, 0, 0, count});
-  atom.insert(atom.end(), entries.begin(), entries.end());
-  return atom;
+SampleGroupDescriptions Descriptions(std::uint32_t version, const Bytes& entries,
+                                     std::uint32_t defaultNumber = 0) {
+  const auto count = static_cast<std::uint32_t>(entries.size());
+  return {version << 24, FourCC{"rap "},
+          Join(version >= 1 ? U32(1) : Bytes(), version >= 2 ? U32(defaultNumber) : Bytes(),
+               U32(count), entries)};
 }
 
 using Numbers = std::vector<std::uint32_t>;
@@ -41,21 +37,21 @@ Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
 
 TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
   static constexpr FourCC kRap{"rap "};
-  const auto of = [](Bytes descriptions, std::vector<GroupRun> runs) {
+  const auto of = [](SampleGroupDescriptions descriptions, std::vector<GroupRun> runs) {
     return SampleGroup{kRap, 0, 0, std::move(descriptions), std::move(runs)};
   };
   const SampleGroup first = of(Descriptions(1, {7, 8}), {{0, 1}, {1, 0}, {3, 2}});
   struct Case {
     SampleGroup second;
-    Bytes descriptions;
-    Numbers numbers;  // of the four samples behind
+    SampleGroupDescriptions descriptions;
+    Numbers numbers;  // of the last four samples
   };
   const Case cases[] = {
-      {of(first.descriptions, {{0, 2}, {2, 1}}), first.descriptions, {2, 2, 1, 1}},
+      {of(*first.descriptions, {{0, 2}, {2, 1}}), *first.descriptions, {2, 2, 1, 1}},
       {of(Descriptions(1, {8, 9}), {{0, 2}, {2, 1}}), Descriptions(1, {7, 8, 9}), {3, 3, 2, 2}},
       {of(Descriptions(0, {9}), {{0, 1}, {1, 0}}), Descriptions(1, {7, 8, 9}), {3, 0, 0, 0}},
       {of(Descriptions(2, {9, 7}, 2), {}), Descriptions(1, {7, 8, 9}), {1, 1, 1, 1}},
-      {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, first.descriptions, {0, 0, 0, 0}}};
+      {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, *first.descriptions, {0, 0, 0, 0}}};
   for (const Case& one : cases) {
     SampleTable table = Grouped({first});
     table.AppendSlice(Grouped({one.second}), 0, 4, std::vector{0U});
@@ -69,9 +65,9 @@ TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
   }
 }
 
-TEST(SampleGroups, StateTheStandardOnceItNoLongerHoldsForAll) {
-  const SampleGroup standard{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
-  SampleTable table = Grouped({standard});
+TEST(SampleGroups, MapTheDefaultNumberOnceNotAllSamplesHaveIt) {
+  const SampleGroup unmapped{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
+  SampleTable table = Grouped({unmapped});
   EXPECT_FALSE(table.Groups().at(0).isMapped);
   table.AppendSlice(Grouped({}), 0, 4, std::vector{0U});
   const auto groups = table.Groups();
@@ -79,11 +75,11 @@ TEST(SampleGroups, StateTheStandardOnceItNoLongerHoldsForAll) {
   EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
 }
 
-TEST(SampleGroups, AreLeftOutWhereTheyCannotBeToldApart) {
+TEST(SampleGroups, AreLeftOutIfTheirEntriesCannotBeSeparated) {
   const auto opaque = [](const Bytes& entries) {
-    Bytes atom = Descriptions(0, entries);
-    std::copy_n("oinf", 4, atom.begin() + 12);
-    return SampleGroup{FourCC{"oinf"}, 0, 0, atom, {{0, 1}}};
+    SampleGroupDescriptions descriptions = Descriptions(0, entries);
+    descriptions.grouping = FourCC{"oinf"};
+    return SampleGroup{descriptions.grouping, 0, 0, descriptions, {{0, 1}}};
   };
   SampleTable table = Grouped({opaque({1, 2, 3})});
   table.AppendSlice(Grouped({opaque({1, 2, 3})}), 1, 4, std::vector{0U});

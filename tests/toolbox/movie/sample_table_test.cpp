@@ -382,9 +382,10 @@ TEST(SampleTable, ReadsTheRollDistanceOfASample) {
   auto rows = std::make_shared<SampleRows>();
   rows->count = 10;
   rows->AddTimes(10, 1024);
-  const Bytes descriptions{0,   0,   0, 28, 's', 'g', 'p', 'd', 1, 0, 0,    0,    'r',  'o',
-                           'l', 'l', 0, 0,  0,   2,   0,   0,   0, 2, 0xFF, 0xFF, 0xFF, 0xFD};
-  rows->groups.push_back({FourCC{"roll"}, 0, 0, descriptions, {{0, 0}, {2, 1}, {5, 2}}});
+  const FourCC roll{"roll"};
+  const SampleGroupDescriptions descriptions{
+      1 << 24, roll, {0, 0, 0, 2, 0, 0, 0, 2, 0xFF, 0xFF, 0xFF, 0xFD}};
+  rows->groups.push_back({roll, 0, 0, descriptions, {{0, 0}, {2, 1}, {5, 2}}});
   const SampleTable table(rows);
   EXPECT_EQ(table.RollDistance(1), std::nullopt);
   EXPECT_EQ(table.RollDistance(4), 1U);

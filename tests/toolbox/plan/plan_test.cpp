@@ -81,10 +81,10 @@ TEST_F(Plan, LetsADecoderOfSoundHearWhatComesBefore) {
     Show(AddPlainTrack(movie, kSound, 44100, rows), {{100, 1024 * 20}});
     return SamplesOf(PlanFlattened(movie, {}).tracks[0]).at(0).first;
   };
-  const Bytes threeBefore =
-      Atom("sgpd", U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFD));
+  const FourCC roll{"roll"};
+  const SampleGroupDescriptions threeBefore{1 << 24, roll, Join(U32(2), U32(1), U16(0xFFFD))};
   EXPECT_EQ(firstCopied({}), 19U);
-  EXPECT_EQ(firstCopied({{FourCC{"roll"}, 0, 0, threeBefore, {{0, 1}}}}), 17U);
+  EXPECT_EQ(firstCopied({{roll, 0, 0, threeBefore, {{0, 1}}}}), 17U);
 }
 
 TEST_F(Plan, DropsWhatIsShownNowhereButKeepsTheTrack) {

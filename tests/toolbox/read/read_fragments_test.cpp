@@ -307,21 +307,21 @@ TEST_F(ReadFragments, PutSamplesIntoGroupsOfTheMovieAndOfTheirOwn) {
   const auto fragment = [](const Bytes& groups) {
     return Plain(Header(1, 0x20000), groups, RunOf(1), RunOf(2));
   };
-  for (const bool hasStandard : {false, true}) {
+  for (const bool hasDefault : {false, true}) {
     const Bytes table =
-        Join(kDescriptions, described(hasStandard ? 2 : 1, hasStandard ? U32(1) : Bytes(), 0xFFFF));
+        Join(kDescriptions, described(hasDefault ? 2 : 1, hasDefault ? U32(1) : Bytes(), 0xFFFF));
     const auto movie =
         Read(Join(fragment({}), fragment(own), fragment(again), fragment(packed), fragment({})),
              {.table = table});
     const SampleRows& rows = *movie->tracks[0]->media->samples.WholeRows();
-    const std::uint32_t none = hasStandard ? 1 : 0;
+    const std::uint32_t none = hasDefault ? 1 : 0;
     EXPECT_EQ(GroupNumbers(rows, FourCC{"roll"}),
               (std::vector<std::uint32_t>{none, none, none, 2, 1, none, 1, 1, 1, 0, 1, 0, none,
                                           none, none}));
-    const auto all = ReadGroupDescriptions(rows.groups.at(0).descriptions);
+    const auto all = rows.groups.at(0).descriptions.value().Entries();
     ASSERT_TRUE(all);
     EXPECT_EQ(all->entries.size(), 2U);
-    EXPECT_EQ(all->standard, none);
+    EXPECT_EQ(all->defaultNumber, none);
   }
 }
 

@@ -1,4 +1,5 @@
-// Where the items of a 'meta' lie: still pictures and the like beside the tracks of a movie.
+// Where the items of a 'meta' are in the file. Items are still pictures and other data that is in
+// no track.
 #pragma once
 
 #include <cstdint>
@@ -9,31 +10,32 @@
 
 namespace toolbox {
 
-// 'iloc', ISO/IEC 14496-12 8.11.3.
+// 'iloc', ISO/IEC 14496-12 8.11.3. Offsets and lengths are in bytes.
 struct ItemLocations {
+  // A part of an item. Its offset counts from the base of the item.
   struct Extent {
     std::uint64_t index = 0, offset = 0, length = 0;
   };
   struct Item {
     std::uint32_t id = 0;
-    std::uint16_t method = 0;  // version 0 of the atom has none but 0
+    std::uint16_t method = 0;  // always 0 in version 0
     std::uint16_t dataReference = 0;  // number; 0: this file
     std::uint64_t base = 0;
     std::vector<Extent> extents;
 
-    // Whether its offsets count from the start of the file that the atom is in.
+    // Whether the base counts from the start of the file that the atom is in.
     bool IsInFile() const { return (method & 0xF) == 0 && dataReference == 0; }
   };
 
   std::uint8_t version = 0;
   std::uint32_t flags = 0;
-  bool hasIndexes = false;
+  bool hasIndexes = false;  // whether extents have an index
   std::vector<Item> items;
 
-  // The locations that `meta`, the content of an atom of that name, states; nothing when it states
-  // none. Throws Malformed.
+  // The locations in `meta`, which is the content of a 'meta'. Nothing if it has none. Throws
+  // Malformed.
   static std::optional<ItemLocations> In(ByteSpan meta);
-  // The same content with these locations in place of its own.
+  // The content `meta` with these locations instead of its first 'iloc'.
   Bytes PutInto(ByteSpan meta) const;
 };
 

@@ -1,4 +1,4 @@
-#include "toolbox/read/item_locations.h"
+#include "toolbox/atoms/item_locations.h"
 
 #include "toolbox/atoms/framing.h"
 
@@ -7,13 +7,13 @@ namespace {
 
 constexpr FourCC kLocations{"iloc"};
 
-// ISO has a version in front of the atoms inside, QuickTime has none.
+// ISO has a version before the children, QuickTime has none.
 std::size_t HeadSize(ByteSpan meta) {
   const auto frame = ReadFrame(meta, meta.size());
   return frame && frame->type == FourCC{"hdlr"} ? 0 : 4;
 }
 
-// Numbers as wide as the atom itself says: 0, 4 or 8 bytes.
+// A number of 0, 4 or 8 bytes.
 std::uint64_t TakeNumber(FieldReader& io, unsigned size) {
   std::uint64_t wide = 0;
   std::uint32_t narrow = 0;
@@ -56,9 +56,9 @@ ItemLocations Read(ByteSpan content) {
     item.base = TakeNumber(io, baseSize);
     std::uint16_t extents = 0;
     io("extents", extents);
-    // No extent takes room for nothing, so that the count is bounded by the bytes.
+    // Each extent must have bytes, so that the bytes limit the count.
     if (offsetSize + lengthSize + indexSize == 0 && extents > 1) {
-      throw Malformed("'iloc' has extents without a place");
+      throw Malformed("'iloc' has extents without bytes");
     }
     for (; extents != 0; --extents) {
       ItemLocations::Extent& extent = item.extents.emplace_back();
@@ -70,7 +70,7 @@ ItemLocations Read(ByteSpan content) {
   return locations;
 }
 
-// All numbers in 64 bits, so that the size does not depend on what they are.
+// Offsets and lengths have 64 bits, so that the size of the atom does not depend on them.
 void Put(auto& io, const ItemLocations& locations) {
   io.Atom(kLocations, [&] {
     io("version", std::uint32_t{locations.version} << 24 | locations.flags);

@@ -1,0 +1,333 @@
+// Long sample tables that stay in the encoding of their atoms. A table that was read is a view of
+// the movie header, so a movie of ten hours needs little more memory than its file.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "toolbox/atoms/big_endian.h"
+#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/bytes.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+
+// The row at `bytes`, of which Row::kSize must be there.
+template <class Row>
+Row DecodeRow(const std::uint8_t* bytes) {
+  Row row;
+  RowReader reader(bytes);
+  Row::Fields(reader, row);
+  return row;
+}
+
+template <class Row>
+void EncodeRow(const Row& row, std::uint8_t* bytes) {
+  RowWriter writer(bytes);
+  Row::Fields(writer, row);
+}
+
+template <class Row>
+void AppendRow(Bytes& bytes, const Row& row) {
+  bytes.resize(bytes.size() + Row::kSize);
+  EncodeRow(row, bytes.data() + bytes.size() - Row::kSize);
+}
+
+// The bytes of a table: a view of bytes that somebody else owns, until the first change.
+class TableBytes {
+ public:
+  TableBytes() = default;
+  // `view` must stay valid as long as this object or a copy of it uses it.
+  explicit TableBytes(ByteSpan view) : view_(view) {}
+
+  ByteSpan Span() const { return copy_.empty() ? view_ : ByteSpan(copy_); }
+  // The bytes for a change. Copies the view first.
+  Bytes& Writable() {
+    if (copy_.empty()) copy_.assign(view_.begin(), view_.end());
+    return copy_;
+  }
+
+ private:
+  ByteSpan view_;
+  Bytes copy_;
+};
+
+// Unsigned numbers of 32 or 64 bits each: sample sizes or chunk offsets.
+class EncodedNumbers {
+ public:
+  // Direct access for loops over many numbers. Valid until the table changes.
+  class View {
+   public:
+    View(const std::uint8_t* bytes, bool isWide) : bytes_(bytes), isWide_(isWide) {}
+    std::uint64_t operator[](std::size_t index) const {
+      return isWide_ ? FromBigEndian<std::uint64_t>(bytes_ + 8 * index)
+                     : FromBigEndian<std::uint32_t>(bytes_ + 4 * index);
+    }
+
+   private:
+    const std::uint8_t* bytes_;
+    bool isWide_;
+  };
+
+  EncodedNumbers() = default;
+  // A view of `bytes`, which holds numbers of 64 bits if `isWide`, else of 32 bits.
+  EncodedNumbers(bool isWide, ByteSpan bytes) : bytes_(bytes), isWide_(isWide) {}
+
+  std::size_t Count() const { return bytes_.Span().size() / Width(); }
+  bool IsEmpty() const { return bytes_.Span().empty(); }
+  // The numbers [from, to) in the encoding of the atom.
+  ByteSpan Encoded(std::size_t from, std::size_t to) const {
+    return bytes_.Span().subspan(from * Width(), (to - from) * Width());
+  }
+  View Values() const { return {bytes_.Span().data(), isWide_}; }
+  std::uint64_t operator[](std::size_t index) const { return Values()[index]; }
+  // Appends a number. All numbers become 64 bits wide when it needs that.
+  void Add(std::uint64_t number);
+  void Add(std::size_t count, std::uint64_t number) {
+    for (; count != 0; --count) Add(number);
+  }
+
+ private:
+  std::size_t Width() const { return isWide_ ? 8 : 4; }
+  void Widen();
+
+  TableBytes bytes_;
+  bool isWide_ = false;
+};
+
+// Calls visit(bytes) with `count` encoded numbers of 32 bits in total, all equal to `number`. One
+// call has up to 1024 of them: sound has 48000 samples of one size a second.
+template <class Visit>
+void ForEachEncodedRepeat(std::uint32_t number, std::size_t count, Visit&& visit) {
+  constexpr std::size_t kMany = 1024;
+  std::array<std::uint8_t, 4 * kMany> bytes{};
+  for (std::size_t i = 0; i < kMany; ++i) ToBigEndian(number, &bytes[4 * i]);
+  while (count != 0) {
+    const std::size_t now = std::min(count, kMany);
+    visit(ByteSpan(bytes).first(4 * now));
+    count -= now;
+  }
+}
+
+// The first sample of every 64th row of a table. A row is found by a search here and then a few
+// steps in the table.
+class RowMarks {
+ public:
+  static constexpr std::size_t kStep = 64;
+
+  // `sample` is the first sample of row `row`; rows are added in order.
+  void Add(std::size_t row, std::uint32_t sample) {
+    if (row % kStep == 0) samples_.push_back(sample);
+  }
+  // The last marked row that starts at or before `sample`. There must be one.
+  std::size_t RowFor(std::uint32_t sample) const {
+    return static_cast<std::size_t>(std::ranges::upper_bound(samples_, sample) - samples_.begin() -
+                                    1) *
+           kStep;
+  }
+  std::uint32_t SampleOf(std::size_t markedRow) const { return samples_[markedRow / kStep]; }
+
+ private:
+  std::vector<std::uint32_t> samples_;
+};
+
+// The samples [sample, end) are shown `offset` media units after they are decoded.
+struct OffsetRun {
+  std::uint32_t sample = 0, end = 0;
+  std::int32_t offset = 0;
+};
+
+// Composition offsets as rows of 'ctts', ISO/IEC 14496-12 8.6.1.3. No row is without samples, and
+// neighbouring rows have different offsets.
+class OffsetRuns {
+ public:
+  using Row = CompositionOffsets::Row;
+
+  // Goes through the runs in order. After the last run comes a run without end, so a loop ends even
+  // if another process shortens the rows in the file.
+  class Walk {
+   public:
+    const OffsetRun& operator*() const { return run_; }
+    const OffsetRun* operator->() const { return &run_; }
+    void Next() {
+      run_.sample = run_.end;
+      Take();
+    }
+
+   private:
+    friend class OffsetRuns;
+    Walk(const std::uint8_t* at, const std::uint8_t* end, std::uint32_t sample)
+        : at_(at), end_(end) {
+      run_.sample = sample;
+      Take();
+    }
+    void Take() {
+      if (at_ == end_) {
+        run_.end = UINT32_MAX;
+        return;
+      }
+      const Row row = DecodeRow<Row>(at_);
+      run_.end = run_.sample + std::min(row.count, UINT32_MAX - run_.sample);
+      run_.offset = row.offset;
+      at_ += Row::kSize;
+    }
+
+    const std::uint8_t* at_;
+    const std::uint8_t* end_;
+    OffsetRun run_;
+  };
+
+  OffsetRuns() = default;
+  // A view of `rows`. Nothing unless they cover exactly `samples` samples, each row has samples,
+  // and neighbouring rows differ: then Add would have made the same bytes.
+  static std::optional<OffsetRuns> ViewOf(ByteSpan rows, std::uint32_t samples);
+
+  bool IsEmpty() const { return bytes_.Span().empty(); }
+  // How many samples the rows cover.
+  std::uint32_t Samples() const { return samples_; }
+  // Starts at the run of `sample`, which must be less than Samples().
+  Walk From(std::uint32_t sample) const {
+    const ByteSpan bytes = bytes_.Span();
+    const std::size_t row = marks_.RowFor(sample);
+    Walk walk(bytes.data() + row * Row::kSize, bytes.data() + bytes.size(), marks_.SampleOf(row));
+    while (walk->end <= sample) walk.Next();
+    return walk;
+  }
+  // Calls visit(samples, offset) for the samples [from, to). Calls visitEncoded(rows) instead for
+  // the rows of 'ctts' between the first and the last, which are covered completely.
+  template <class Visit, class VisitEncoded>
+  void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit,
+               VisitEncoded&& visitEncoded) const {
+    if (from >= to) return;
+    const Walk first = From(from), last = From(to - 1);
+    if (first.at_ == last.at_) return visit(to - from, first->offset);
+    visit(first->end - from, first->offset);
+    if (last.at_ - first.at_ > static_cast<std::ptrdiff_t>(Row::kSize)) {
+      visitEncoded(ByteSpan(first.at_, last.at_ - Row::kSize));
+    }
+    visit(to - last->sample, last->offset);
+  }
+  template <class Visit>
+  void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit) const {
+    ForEach(from, to, visit, [&visit](ByteSpan rows) { ForEachRow(rows, visit); });
+  }
+  // Calls visit(samples, offset) for encoded rows.
+  template <class Visit>
+  static void ForEachRow(ByteSpan rows, Visit&& visit) {
+    Rows<Row>(rows).ForEach([&visit](const Row& row) { visit(row.count, row.offset); });
+  }
+  // The smallest and the largest offset; 0 if there are none.
+  std::int32_t Smallest() const { return smallest_; }
+  std::int32_t Largest() const { return largest_; }
+  // Gives the next `samples` samples that offset.
+  void Add(std::uint32_t samples, std::int32_t offset);
+
+ private:
+  void Reach(std::int32_t offset, bool isFirst) {
+    smallest_ = isFirst ? offset : std::min(smallest_, offset);
+    largest_ = isFirst ? offset : std::max(largest_, offset);
+  }
+
+  TableBytes bytes_;
+  RowMarks marks_;
+  std::uint32_t samples_ = 0;
+  std::int32_t smallest_ = 0, largest_ = 0;
+};
+
+// Consecutive chunks with the same description (an index) and number of samples. The first chunk is
+// `chunk` (an index); together they have the samples [sample, end), none if samplesPerChunk is 0.
+struct ChunkRun {
+  std::uint32_t chunk = 0, sample = 0, end = 0, samplesPerChunk = 0, description = 0;
+};
+
+// Which samples are in which chunk, as rows of 'stsc', ISO/IEC 14496-12 8.7.4.
+class ChunkRuns {
+ public:
+  using Row = SampleToChunk::Row;
+
+  // Goes through the runs in order. Another process may write to the file meanwhile: throws Refused
+  // (invalidSampleTable) if a run leads out of the tables as they were when they were read.
+  class Walk {
+   public:
+    const ChunkRun& operator*() const { return run_; }
+    const ChunkRun* operator->() const { return &run_; }
+    // True after the last run.
+    bool IsAtEnd() const { return at_ == nullptr; }
+    void Next() {
+      run_.sample = run_.end;
+      if (at_ != end_) return Take();
+      at_ = end_ = nullptr;
+    }
+
+   private:
+    friend class ChunkRuns;
+    Walk(const ChunkRuns& runs, std::size_t row) : runs_(runs) {
+      const ByteSpan bytes = runs.bytes_.Span();
+      at_ = bytes.data() + row * Row::kSize;
+      end_ = bytes.data() + bytes.size();
+      run_.sample = runs.marks_.SampleOf(row);
+      Take();
+    }
+    void Take() {
+      const Row row = DecodeRow<Row>(at_);
+      run_.chunk = row.firstChunk - 1;
+      run_.samplesPerChunk = row.samplesPerChunk;
+      run_.description = row.description - 1;
+      at_ += Row::kSize;
+      const std::uint64_t next =
+          at_ == end_ ? runs_.nextChunk_ : DecodeRow<Row>(at_).firstChunk - std::uint64_t{1};
+      if (next <= run_.chunk || next > runs_.nextChunk_ ||
+          run_.description >= runs_.descriptions_) {
+        throw Refused{invalidSampleTable};
+      }
+      run_.end = static_cast<std::uint32_t>(std::min<std::uint64_t>(
+          run_.sample + (next - run_.chunk) * run_.samplesPerChunk, runs_.samples_));
+    }
+
+    const ChunkRuns& runs_;
+    const std::uint8_t* at_;
+    const std::uint8_t* end_;
+    ChunkRun run_;
+  };
+
+  ChunkRuns() = default;
+  // A view of `rows`. Nothing unless they describe exactly `chunks` chunks in order, each with
+  // samples, at most `samples` in all, and one of `descriptions` descriptions.
+  static std::optional<ChunkRuns> ViewOf(ByteSpan rows, std::uint32_t chunks, std::uint32_t samples,
+                                         std::size_t descriptions);
+
+  // How many samples are in chunks.
+  std::uint32_t Samples() const { return samples_; }
+  // True if all chunks have the same description and there is none without samples between them.
+  bool ArePlain() const { return descriptions_ == 1 && !hasGaps_; }
+  // One more than the highest description index of a chunk.
+  std::uint32_t Descriptions() const { return descriptions_; }
+  // Starts at the run of `sample`, which must be less than Samples(). Throws as Walk does.
+  Walk From(std::uint32_t sample) const {
+    Walk walk(*this, marks_.RowFor(sample));
+    while (walk->end <= sample) {
+      walk.Next();
+      if (walk.IsAtEnd()) throw Refused{invalidSampleTable};
+    }
+    return walk;
+  }
+  // Puts the next samples into the `chunks` chunks that start at `chunk`. That must be after all
+  // chunks so far.
+  void Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
+           std::uint32_t description);
+
+ private:
+  void AddRow(std::uint64_t chunk, std::uint32_t samplesPerChunk, std::uint32_t description);
+
+  TableBytes bytes_;
+  RowMarks marks_;
+  std::uint32_t samples_ = 0, descriptions_ = 0;
+  std::uint64_t nextChunk_ = 0;  // the index after the last chunk
+  bool hasGaps_ = false;
+};
+
+}  // namespace toolbox

@@ -1,0 +1,78 @@
+// The atoms of sample groups other than 'sbgp', ISO/IEC 14496-12 8.9. Group description numbers
+// start at 1; 0 means no group.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "toolbox/atoms/fields.h"
+
+namespace toolbox {
+
+// In a fragment, the first description of the fragment's own 'sgpd' has the number after this one;
+// smaller numbers mean descriptions of the movie header.
+inline constexpr std::uint32_t kFragmentNumbers = 0x10000;
+
+// The entries of an 'sgpd', as views of its bytes.
+struct GroupEntries {
+  std::uint32_t defaultNumber = 0;  // of samples without a row in 'sbgp'
+  std::vector<ByteSpan> entries;  // number 1 first
+};
+
+// 'sgpd', ISO/IEC 14496-12 8.9.3. Kept as bytes, because version 0 has no entry lengths.
+struct SampleGroupDescriptions {
+  static constexpr FourCC kType{"sgpd"};
+  std::uint32_t versionAndFlags = 0;
+  FourCC grouping;
+  Bytes rest;
+
+  static void Fields(auto& io, auto& descriptions) {
+    io("version", descriptions.versionAndFlags);
+    io("grouping", descriptions.grouping);
+    io.Rest("rest", descriptions.rest);
+  }
+  friend auto operator<=>(const SampleGroupDescriptions&, const SampleGroupDescriptions&) = default;
+
+  // Nothing if the entries cannot be separated.
+  std::optional<GroupEntries> Entries() const;
+  // An 'sgpd' with `entries`: version 2 if there is a default number, else version 1. Entries of
+  // different lengths get a length each.
+  static SampleGroupDescriptions Of(FourCC grouping, std::span<const ByteSpan> entries,
+                                    std::uint32_t defaultNumber = 0);
+};
+
+// How many samples before a sample decoding must start, by its entry of a 'roll' group (ISO/IEC
+// 14496-12 10.1). Nothing if the entry is no such distance.
+std::optional<std::uint32_t> RollDistanceIn(ByteSpan entry);
+
+// 'csgp', ISO/IEC 14496-12 8.9.5: patterns of group description numbers, each repeated for a number
+// of samples. The layout of versions other than 0 is unknown.
+struct CompactSampleToGroup {
+  static constexpr FourCC kType{"csgp"};
+  std::uint32_t versionAndFlags = 0;
+  FourCC grouping;
+  std::uint32_t parameter = 0, patterns = 0;  // patterns: how many
+  Bytes packed;
+
+  bool IsKnownVersion() const { return versionAndFlags >> 24 == 0; }
+  bool HasParameter() const { return (versionAndFlags & 0x40) != 0; }
+  static void Fields(auto& io, auto& groups) {
+    io("version", groups.versionAndFlags);
+    if (!groups.IsKnownVersion()) return io.Rest("packed", groups.packed);
+    io("grouping", groups.grouping);
+    if (groups.HasParameter()) io("parameter", groups.parameter);
+    io("patterns", groups.patterns);
+    io.Rest("packed", groups.packed);
+  }
+
+  // Calls visit(samples, numbers) for each pattern: `numbers`, repeated, belong to the next
+  // `samples` samples. Numbers of the fragment's own descriptions are above kFragmentNumbers. Stops
+  // when `visit` returns false. Throws Malformed.
+  using Visit = std::function<bool(std::uint32_t samples, std::span<const std::uint32_t> numbers)>;
+  void ForEachPattern(const Visit& visit) const;
+};
+
+}  // namespace toolbox
