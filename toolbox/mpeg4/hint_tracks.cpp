@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/hint_atoms.h"
 #include "toolbox/movie/run_joiner.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
@@ -60,43 +60,19 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
   return facts;
 }
 
-// 'hmhd', ISO/IEC 14496-12 12.4.2.
-Sibling HintHeader(const HintFacts& facts) {
+Sibling HintHeaderAtom(const HintFacts& facts) {
   const auto narrow = [](std::uint64_t value) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(value, UINT32_MAX));
   };
   const std::uint64_t average = facts.packets == 0 ? 0 : facts.packetBytes / facts.packets;
-  return {FourCC{"hmhd"}, Encoded([&](auto& io) {
-            io.Atom(FourCC{"hmhd"}, [&] {
-              io("version", std::uint32_t{0});
-              io("largestPacket", static_cast<std::uint16_t>(facts.largestPacket));
-              io("averagePacket", static_cast<std::uint16_t>(average));
-              io("highestBitRate", narrow(facts.highestBitRate));
-              io("averageBitRate", narrow(facts.bitRate));
-              io("reserved", std::uint32_t{0});
-            });
-          })};
+  return {HintHeader::kType,
+          Encode(HintHeader{.largestPacket = static_cast<std::uint16_t>(facts.largestPacket),
+                            .averagePacket = static_cast<std::uint16_t>(average),
+                            .highestBitRate = narrow(facts.highestBitRate),
+                            .averageBitRate = narrow(facts.bitRate)})};
 }
 
-// The description of hint samples for RTP, ISO/IEC 14496-12 9.1.2.
-SampleDescription HintDescription(std::uint32_t packetSize, std::int32_t clock) {
-  return {Encoded([&](auto& io) {
-            io.Atom(FourCC{"rtp "}, [&] {
-              io.Append(Bytes(6));
-              io("dataReference", std::uint16_t{1});
-              io("version", std::uint16_t{1});
-              io("lastCompatible", std::uint16_t{1});
-              io("packetSize", packetSize);
-              io.Atom(FourCC{"tims"}, [&] { io("clock", clock); });
-            });
-          }),
-          0};
-}
-
-Bytes TextAtom(FourCC type, const std::string& text) {
-  const Bytes bytes(text.begin(), text.end());
-  return Encoded([&](auto& io) { io.Atom(type, [&] { io.Append(bytes); }); });
-}
+Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
 
 // As few chunks as are still read in one go.
 std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
@@ -146,18 +122,18 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   track.edits.MapMedia([&](MediaTime time) {
     return MediaTime{Rescale(time.units, hinted.media->scale, payload.clock)};
   });
-  track.userData.items = {
-      {FourCC{"hnti"}, TextAtom(FourCC{"sdp "}, DescribeTrack(described, hinted.media->Type(),
-                                                              track.id, facts.bitRate))}};
+  const std::string text = DescribeTrack(described, hinted.media->Type(), track.id, facts.bitRate);
+  track.userData.items = {{FourCC{"hnti"}, Encode(TrackSessionText{AsBytes(text)})}};
   MediaRecord& media = track.SetMedia({});
   media.created = hinted.media->created;
   media.scale = payload.clock;
   media.language = hinted.media->language;
   media.handler.subtype = FourCC{"hint"};
   media.handler.name = {'H', 'i', 'n', 't', 0};
-  media.infoSiblings = {HintHeader(facts)};
+  media.infoSiblings = {HintHeaderAtom(facts)};
   media.dataReferences = {ThisFile{}};
-  media.descriptions = {HintDescription(packetSize, payload.clock)};
+  media.descriptions = {
+      {Encode(RtpHintEntry{.packetSize = packetSize, .clock = {payload.clock}}), 0}};
   plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
   media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
 
@@ -183,8 +159,8 @@ void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings) {
     }
   }
   if (plan.tracks.size() == count) return;
-  const std::string text = "sdp " + DescribeMovie(*plan.movie, bitRate);
-  plan.movie->userData.items = {{FourCC{"hnti"}, TextAtom(FourCC{"rtp "}, text)}};
+  const MovieSessionText text{.text = AsBytes(DescribeMovie(*plan.movie, bitRate))};
+  plan.movie->userData.items = {{FourCC{"hnti"}, Encode(text)}};
 }
 
 }  // namespace toolbox
