@@ -23,9 +23,9 @@ struct AdtsHeader {
 // The header at the front of `bytes`; nothing when there is none.
 std::optional<AdtsHeader> ReadAdtsHeader(ByteSpan bytes);
 
-// The bytes of the ID3v2 tag, header and footer included, whose header is at the front of `bytes`;
-// nothing when there is none.
-constexpr std::size_t kId3HeaderSize = 10;
+inline constexpr std::size_t kId3HeaderSize = 10;
+// The size in bytes, with header and footer, of the ID3v2 tag at the front of `bytes`; nothing when
+// there is no such header.
 std::optional<std::uint64_t> Id3TagSize(ByteSpan bytes);
 
 }  // namespace toolbox

@@ -6,8 +6,8 @@
 
 namespace toolbox {
 
-// An empty media of that kind with the one data reference. `isIso`: as the media of an MPEG-4 file
-// name their handlers, else as those of a QuickTime movie do.
+// An empty media of that kind with the one data reference. With `isIso` its handler is named
+// as in an MPEG-4 file, else as in a QuickTime movie.
 MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool isIso);
 
 // The description of text samples that look like that.

@@ -18,7 +18,7 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 
-// Whether the track goes into the file: an enabled one with pictures or sound to show.
+// Whether the track goes into the file: it is enabled and has pictures or sound to show.
 bool Belongs(const TrackRecord& track, const TrackRecord* only) {
   if (!track.media || !track.IsEnabled() || (only != nullptr && &track != only)) return false;
   const FourCC type = track.media->Type();
@@ -71,12 +71,13 @@ Sibling MediaKindHeader(FourCC type) {
           })};
 }
 
+// Leaves out what only QuickTime has.
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
     if (!media.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
     media.samples.MarkDescriptions(part.from, part.to, isUsed);
-    // QuickTime: sound whose samples are parts of packets. ISO has a sample a packet.
+    // QuickTime: samples of sound may be parts of packets. ISO: each packet is one sample.
     if (media.samples.PacketLength(part.from) != 1) throw Refused{featureUnsupported};
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
@@ -113,6 +114,7 @@ void ConvertTrack(TrackRecord& track) {
   track.editSiblings.clear();
 }
 
+// A copy of the movie with the tracks that belong into the file, converted.
 std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecord* only) {
   std::vector<bool> belongs;
   for (const auto& track : movie.tracks) belongs.push_back(Belongs(*track, only));

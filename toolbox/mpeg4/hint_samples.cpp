@@ -12,7 +12,7 @@
 namespace toolbox {
 namespace {
 
-// A sample of the output, and where it is to be read.
+// A sample of the output and the place of its bytes.
 struct MediaSample {
   std::uint32_t number = 0;  // in the output, the first being 1
   const DataReference* from = nullptr;
@@ -20,7 +20,7 @@ struct MediaSample {
   std::int64_t time = 0, duration = 0, shown = 0;  // media units
 };
 
-// Calls visit(MediaSample) for each sample of a track of the plan, in their order.
+// Calls visit(MediaSample) for each sample of a track of the plan, in order.
 template <class Visit>
 void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
   const TrackPlan& track = plan.tracks[index];

@@ -14,8 +14,8 @@
 namespace toolbox {
 namespace {
 
-// What is known of the samples of a hint track once they have been made a first time, to be
-// measured.
+// What the plan and the movie have to know of the samples of a hint track. The samples are made
+// twice: now to be measured, later to be written.
 struct HintFacts {
   SampleRows rows;
   std::uint64_t size = 0;  // bytes of all samples
@@ -74,7 +74,7 @@ Sibling HintHeaderAtom(const HintFacts& facts) {
 
 Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-// As few chunks as are still read in one go.
+// Chunks of up to 1 MiB, which a reader can still take in at once.
 std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   constexpr std::uint64_t kLargest = 1 << 20;
   std::vector<OutputChunk> chunks;
@@ -90,7 +90,7 @@ std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destinat
   return chunks;
 }
 
-// When a media sample is a hint sample, those that decoding can start with are the same.
+// When each hint sample sends one media sample, both have the same sync samples.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
   if (!media.HasSyncTable() || media.Count() != rows.count) return;
   rows.sync.emplace();
@@ -98,9 +98,9 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
       [&](std::uint64_t sample) { rows.sync->push_back(static_cast<std::uint32_t>(sample)); });
 }
 
-// Adds a hint track for the track at `index` and returns the bits it sends a second.
+// Adds a hint track for the track at `index` and returns its bit rate.
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
-  // Ten hours have some millions of samples; each is looked at twice.
+  // Ten hours have some millions of samples. More are refused, because each is made twice.
   constexpr std::uint64_t kMostSamples = 1 << 25;
   TrackRecord& hinted = *plan.movie->tracks[index];
   if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};

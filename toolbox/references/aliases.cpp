@@ -20,7 +20,7 @@ namespace fs = boost::filesystem;
 namespace utf = boost::nowide::utf;
 using Names = std::vector<std::string>;  // the components of a path, outermost first
 
-// The volume of all our paths, as far as records say; its root is "/".
+// Records say that all our paths are on this volume; its root is "/".
 constexpr std::string_view kVolume = "Macintosh HD";
 
 Names Split(std::string_view path, char separator) {
@@ -39,8 +39,8 @@ std::string Join(const Names& names, char separator) {
   return path;
 }
 
-// A name as colon paths spell it: there ':' separates and '/' is an ordinary character, in POSIX
-// paths it is the other way round.
+// A name as colon paths spell it. There ':' separates names and '/' is an ordinary character; in
+// POSIX paths it is the other way round.
 std::string ColonName(std::string name) {
   std::ranges::replace(name, ':', '/');
   return name;
@@ -105,7 +105,7 @@ Target ReadTarget(ByteSpan record) {
   return target;
 }
 
-// `names` below `folder`; an empty path when there is no such folder or a name is none.
+// `names` below `folder`; an empty path when `folder` is empty or a name cannot be one.
 fs::path Below(fs::path folder, std::span<const std::string> names) {
   const auto isNoName = [](const std::string& name) {
     return name == ".." || name.find('\0') != std::string::npos;

@@ -12,15 +12,15 @@
 
 namespace toolbox {
 
-// Below 256 the encodings of the Macintosh scripts.
+// Numbers below 256 are the encodings of the Macintosh scripts.
 using TextEncoding = std::uint32_t;
 inline constexpr TextEncoding kMacRoman = 0, kUtf16 = 0x100, kUtf8 = 0x08000100;
 
 bool HasConverter(TextEncoding encoding);
 
-// The bytes as UTF-8; nothing when they are not valid in the encoding or there
-// is no converter. UTF-16 is big-endian unless its byte-order mark says otherwise; `markMayLead`: a
-// mark at the front is not part of the text.
+// The bytes as UTF-8; nothing when they are not valid in the encoding or there is no converter.
+// UTF-16 is big-endian unless its byte-order mark says otherwise. With `markMayLead` a mark at the
+// front is not part of the text.
 std::optional<std::string> DecodeText(ByteSpan bytes, TextEncoding encoding, bool markMayLead);
 
 struct EncodedText {

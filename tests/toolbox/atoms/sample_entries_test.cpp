@@ -25,7 +25,7 @@ Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
                      : Atom("mp4a", head, esds);
 }
 
-TEST(SampleEntry, DecodesAlikeWhateverItsFileAndBitRates) {
+TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
   const auto rate = [](std::uint32_t bits) { return Atom("btrt", U32(0), U32(bits), U32(bits)); };
   const Bytes setUp = Atom("avcC", U32(1)), other = Atom("avcC", U32(2));
   const Bytes hdr = Atom("mdcv", Zeros(24)), dolby = Atom("dvcC", Zeros(24));
@@ -57,7 +57,7 @@ TEST(SampleEntry, DecodesAlikeWhateverItsFileAndBitRates) {
   }
 }
 
-TEST(SampleEntry, MayBeCutAnywhere) {
+TEST(SampleDescription, MayBeCutAnywhere) {
   for (const Bytes& whole : {Aac(1, 2, true), Aac(1, 2, false)}) {
     for (std::size_t size = 0; size < whole.size(); ++size) {
       const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
@@ -69,7 +69,7 @@ TEST(SampleEntry, MayBeCutAnywhere) {
   }
 }
 
-TEST(SampleEntry, HasANumberOfADataReferenceUnlessTextIsThere) {
+TEST(SampleDescription, HasANumberOfADataReferenceUnlessTextIsThere) {
   Bytes entry = Picture(0x0102);
   EXPECT_EQ(ReferenceNumber(entry), 0x0102);
   SetReferenceNumber(entry, 0x10304);

@@ -107,10 +107,10 @@ TEST(AliasRecord, RefusesWhatNoRecordCanHold) {
 }
 
 // A folder of its own for each test, removed afterwards.
-class AliasInFolder : public testing::Test {
+class FileReference : public testing::Test {
  protected:
-  AliasInFolder() { fs::create_directories(root_); }
-  ~AliasInFolder() override { fs::remove_all(root_); }
+  FileReference() { fs::create_directories(root_); }
+  ~FileReference() override { fs::remove_all(root_); }
 
   // An existing file at `name` below the folder.
   fs::path File(const std::string& name) const {
@@ -129,7 +129,7 @@ class AliasInFolder : public testing::Test {
   const fs::path root_ = fs::canonical(fs::temp_directory_path()) / fs::unique_path();
 };
 
-TEST_F(AliasInFolder, LeadsThereAfterTheCommonFolderHasMoved) {
+TEST_F(FileReference, LeadsThereAfterTheCommonFolderHasMoved) {
   for (const std::string target :
        {"same/a.mov", "a.mov", "clips/deep/\u00E9:.mov", "same/in/x\xE9"}) {
     const Bytes record = AliasRecord(File("all/" + target), File("all/same/ref.mov"));
@@ -141,7 +141,7 @@ TEST_F(AliasInFolder, LeadsThereAfterTheCommonFolderHasMoved) {
   }
 }
 
-TEST_F(AliasInFolder, PrefersTheRelativeThenTheAbsoluteWayThenTheName) {
+TEST_F(FileReference, PrefersTheRelativeThenTheAbsoluteWayThenTheName) {
   const Bytes record = AliasRecord(File("clips/a.mov"), File("out/ref.mov"));
   const fs::path ref = File("copy/out/ref.mov");
   const Path besideIt = File("copy/out/a.mov"), relative = File("copy/clips/a.mov");
@@ -156,7 +156,7 @@ TEST_F(AliasInFolder, PrefersTheRelativeThenTheAbsoluteWayThenTheName) {
   EXPECT_EQ(ResolveAlias(record, ref), Path());
 }
 
-TEST_F(AliasInFolder, StartsWhereTheMovieReallyLies) {
+TEST_F(FileReference, StartsWhereTheMovieReallyLies) {
   const Bytes record = AliasRecord(File("clips/a.mov"), File("out/ref.mov"));
   Move("clips", "all/clips");
   Move("out", "all/out");
@@ -164,7 +164,7 @@ TEST_F(AliasInFolder, StartsWhereTheMovieReallyLies) {
   EXPECT_EQ(ResolveAlias(record, root_ / "link.mov"), root_ / "all/clips/a.mov");
 }
 
-TEST_F(AliasInFolder, ReadsRecordsOfOtherPrograms) {
+TEST_F(FileReference, ReadsRecordsOfOtherPrograms) {
   const fs::path ref = root_ / "out/ref.mov";
   const Path target = File("out/b:c.mov");
   const std::string posix = Below("out/b:c.mov");
@@ -188,7 +188,7 @@ TEST_F(AliasInFolder, ReadsRecordsOfOtherPrograms) {
   EXPECT_EQ(ResolveAlias(Version2(32767, 1, "z", Tagged(18, "b:c.mov") + kEnd), ref), Path());
 }
 
-TEST_F(AliasInFolder, TakesNoWayThroughDoubleDotsOrNuls) {
+TEST_F(FileReference, TakesNoWayThroughDoubleDotsOrNuls) {
   const fs::path ref = File("out/ref.mov");
   File("out/in/x");
   File("a.mov");
@@ -202,7 +202,7 @@ TEST_F(AliasInFolder, TakesNoWayThroughDoubleDotsOrNuls) {
   }
 }
 
-TEST_F(AliasInFolder, StaysInsideARecordCutAnywhere) {
+TEST_F(FileReference, StaysInsideARecordCutAnywhere) {
   const Path target = File("a.mov");
   const fs::path ref = root_ / "ref.mov";
   // With the shortest part that can lead anywhere: the fixed part, the fixed part and a name.
