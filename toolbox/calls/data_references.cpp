@@ -11,7 +11,7 @@ namespace {
 
 constexpr FourCC kAlias{"alis"}, kMemory{"hndl"};
 
-// The block of memory that the handle names: the one it named before, or a new one.
+// The block of memory that the handle stands for: the one it has stood for before, or a new one.
 InMemory BlockOf(HandleRecord& handle) {
   if (!handle.block) {
     const DataReference stated = ReadDataReference({kMemory, 0, handle.bytes}, {}, false);

@@ -22,16 +22,16 @@ inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
   return *path;
 }
 
-// What a caller's data reference names in a movie that was read from `ownFile`. Throws Refused like
-// PathOf, but understands 'hndl' too.
+// What a caller's data reference stands for in a movie that was read from `ownFile`. Throws Refused
+// like PathOf; 'hndl' is understood too.
 DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile);
 
-// The same, or Unresolved when it leads nowhere. Throws Refused: nilHandleErr, invalidDataRef.
+// ... or Unresolved, where it leads nowhere. Throws Refused: nilHandleErr, invalidDataRef.
 DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
                                const std::optional<OtherFile>& ownFile);
 
-// A new handle that names the reference; the caller disposes of it. Throws Refused:
-// couldNotResolveDataRef (ThisFile without an own file).
+// The same as callers hold it: a new handle, theirs to dispose of. Throws Refused:
+// couldNotResolveDataRef (ThisFile, where there is none).
 Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
                  FourCC& type);
 
