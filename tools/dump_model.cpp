@@ -2,7 +2,7 @@
 #include <string>
 
 #include "toolbox/atoms/fields.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/data_references.h"
 #include "tools/dump.h"
 
 namespace tools {

@@ -10,9 +10,9 @@
 #include "clipjoin/report.h"
 #include "tests/commands/parsing.h"
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/text_atoms.h"
 #include "toolbox/calls/call.h"
 #include "toolbox/movie/movie.h"
-#include "toolbox/movie/user_text.h"
 
 namespace chapter {
 namespace {
@@ -50,7 +50,7 @@ Bytes Roman(const std::string& text) {
 Entries Added(const std::string& text) {
   UserDataRecord data;
   AddUserDataTextUtf8(&data, kName, text);
-  return TextEntries(data.Item(kName, 1)).value();
+  return ReadTextEntries(data.Item(kName, 1)).value();
 }
 
 TEST(Annotations, AreInTheFirstLanguageThatHasAllOfTheText) {

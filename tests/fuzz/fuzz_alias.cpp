@@ -2,7 +2,8 @@
 #include <variant>
 
 #include "tests/fuzz/seeds.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/aliases.h"
+#include "toolbox/references/data_references.h"
 
 namespace {
 

@@ -1,9 +1,10 @@
-// The atoms of text media, QuickTime's: its header, the description and the parts of its samples.
+// Text, as QuickTime has it: the atoms and samples of text media, and the texts in user data.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <span>
+#include <optional>
+#include <vector>
 
 #include "toolbox/atoms/fields.h"
 
@@ -72,10 +73,26 @@ struct TextDescription {  // 'text' in 'stsd'
   }
 };
 
-struct TextEncodingMark {  // 'encd', behind the text of a sample
+struct TextEncodingMark {  // 'encd', after the text of a sample
   static constexpr FourCC kType{"encd"};
   std::uint32_t encoding = 0;
   static void Fields(auto& io, auto& mark) { io("encoding", mark.encoding); }
 };
+
+// A sample of a text media: a 16-bit count, the text, and a mark when its encoding is known. A text
+// too long for the count is cut between two characters of UTF-8.
+Bytes EncodeTextSample(ByteSpan text, std::optional<std::uint32_t> encoding);
+
+// One language of a user data item whose type begins with the copyright sign: the size of the text
+// and the language, each in 16 bits, then the text.
+struct TextEntry {
+  std::uint16_t language = 0;
+  Bytes text;  // at most 65,535 bytes
+  friend bool operator==(const TextEntry&, const TextEntry&) = default;
+};
+
+// Nothing when the payload is anything but entries, one after the other.
+std::optional<std::vector<TextEntry>> ReadTextEntries(ByteSpan payload);
+Bytes EncodeTextEntries(const std::vector<TextEntry>& entries);
 
 }  // namespace toolbox

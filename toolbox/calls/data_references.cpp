@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "toolbox/atoms/alias_record.h"
 #include "toolbox/disk/byte_source.h"
 
 namespace toolbox {
@@ -36,10 +37,9 @@ DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<Oth
 
 DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
                                const std::optional<OtherFile>& ownFile) {
-  constexpr std::size_t kShortestAlias = 150;
   if (dataRef == nullptr) throw Refused{nilHandleErr};
   const bool isAlias = type == kAlias;
-  if (isAlias && dataRef->bytes.size() < kShortestAlias) throw Refused{invalidDataRef};
+  if (isAlias && dataRef->bytes.size() < Alias::kShortestSize) throw Refused{invalidDataRef};
   const bool isFollowed = type == kMemory || (isAlias && AbsoluteAliasPath(dataRef->bytes));
   if (isFollowed) return ReferenceFrom(dataRef, type, ownFile);
   return Unresolved{type, 0, dataRef->bytes};

@@ -5,8 +5,8 @@
 #include <utility>
 #include <variant>
 
-#include "toolbox/atoms/fields.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/aliases.h"
+#include "toolbox/references/data_references.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"
 

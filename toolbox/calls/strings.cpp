@@ -11,7 +11,7 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/disk/user_folders.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/aliases.h"
 #include "toolbox/text/encoding.h"
 #include "toolbox/text/language.h"
 #include "toolbox/text/unicode.h"
@@ -26,7 +26,7 @@ CFStringRef NewString(std::string text) {
 }
 
 CFStringRef NewString(ByteSpan bytes, CFStringEncoding encoding, bool markMayLead) {
-  auto text = Decoded(bytes, encoding, markMayLead);
+  auto text = DecodeText(bytes, encoding, markMayLead);
   if (!text) throw Refused{paramErr};
   return NewString(std::move(*text));
 }
@@ -76,7 +76,7 @@ std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncodin
     if (string == nullptr || size < 0) throw Refused{paramErr};
     const std::u16string text = Utf16(string->text);
     const std::size_t most = buffer == nullptr ? text.max_size() : static_cast<std::size_t>(size);
-    const EncodedText done = Encoded(Part(text, range), encoding, lossByte, most);
+    const EncodedText done = EncodeText(Part(text, range), encoding, lossByte, most);
     if (buffer != nullptr) std::ranges::copy(done.bytes, buffer);
     if (used != nullptr) *used = static_cast<std::int64_t>(done.bytes.size());
     return static_cast<std::int64_t>(done.length);
@@ -88,7 +88,7 @@ bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
   return Call("CFStringGetCString", [&] {
     if (string == nullptr || buffer == nullptr || size < 1) throw Refused{paramErr};
     const std::u16string text = Utf16(string->text);
-    const EncodedText done = Encoded(text, encoding, 0, static_cast<std::size_t>(size) - 1);
+    const EncodedText done = EncodeText(text, encoding, 0, static_cast<std::size_t>(size) - 1);
     if (done.length < text.size()) return false;
     *std::ranges::copy(done.bytes, buffer).out = 0;
     return true;

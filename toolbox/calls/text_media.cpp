@@ -42,7 +42,7 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     look.font = static_cast<std::uint16_t>(font);
     look.face = face;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text);
-    const MediaTime time = media.AddSample(TextSample({bytes, size}, media.textEncoding),
+    const MediaTime time = media.AddSample(EncodeTextSample({bytes, size}, media.textEncoding),
                                            DescriptionOf(look), duration);
     if (sampleTime != nullptr) *sampleTime = time.units;
   });

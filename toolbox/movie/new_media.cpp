@@ -68,19 +68,6 @@ MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool 
   return media;
 }
 
-Bytes TextSample(ByteSpan text, std::optional<std::uint32_t> encoding) {
-  std::size_t size = std::min<std::size_t>(text.size(), UINT16_MAX);
-  if (size < text.size()) {
-    // Every byte of a character but the first starts with the bits 10.
-    while (size > 0 && (text[size] & 0xC0) == 0x80) --size;
-  }
-  return Encoded([&](auto& io) {
-    io("size", static_cast<std::uint16_t>(size));
-    io.Append(text.first(size));
-    if (encoding) PutAtom(io, TextEncodingMark{*encoding});
-  });
-}
-
 SampleDescription DescriptionOf(const TextDescription& text) { return {Encode(text), 0}; }
 
 }  // namespace toolbox

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
@@ -17,7 +18,7 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 
-// Whether the track goes into the file: an enabled one with pictures or sound to show.
+// Whether the track goes into the file: it is enabled and has pictures or sound to show.
 bool Belongs(const TrackRecord& track, const TrackRecord* only) {
   if (!track.media || !track.IsEnabled() || (only != nullptr && &track != only)) return false;
   const FourCC type = track.media->Type();
@@ -70,12 +71,13 @@ Sibling MediaKindHeader(FourCC type) {
           })};
 }
 
-void DressMedia(const TrackRecord& track, MediaRecord& media) {
+// Leaves out what only QuickTime has.
+void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
     if (!media.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
     media.samples.MarkDescriptions(part.from, part.to, isUsed);
-    // QuickTime: sound whose samples are parts of packets. ISO has a sample a packet.
+    // QuickTime: samples of sound may be parts of packets. ISO: each packet is one sample.
     if (media.samples.PacketLength(part.from) != 1) throw Refused{featureUnsupported};
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
@@ -95,11 +97,11 @@ void DressMedia(const TrackRecord& track, MediaRecord& media) {
   media.flags = 0;
 }
 
-void DressTrack(TrackRecord& track) {
+void ConvertTrack(TrackRecord& track) {
   constexpr std::uint32_t kEnabledInMovieAndPreview = 7;
   const bool isSound = track.media->Type() == kSound;
   FoldRates(track);
-  DressMedia(track, *track.media);
+  ConvertMedia(track, *track.media);
   track.flags = kEnabledInMovieAndPreview;
   track.alternateGroup = 0;
   track.volume = isSound ? 0x100 : 0;
@@ -112,34 +114,35 @@ void DressTrack(TrackRecord& track) {
   track.editSiblings.clear();
 }
 
-std::unique_ptr<MovieRecord> Dressed(const MovieRecord& movie, const TrackRecord* only) {
+// A copy of the movie with the tracks that belong into the file, converted.
+std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecord* only) {
   std::vector<bool> belongs;
   for (const auto& track : movie.tracks) belongs.push_back(Belongs(*track, only));
-  auto dressed = movie.Clone();
+  auto converted = movie.Clone();
   for (std::size_t i = belongs.size(); i-- > 0;) {
-    if (!belongs[i]) dressed->RemoveTrack(*dressed->tracks[i]);
+    if (!belongs[i]) converted->RemoveTrack(*converted->tracks[i]);
   }
-  if (dressed->tracks.empty()) throw Refused{featureUnsupported};
+  if (converted->tracks.empty()) throw Refused{featureUnsupported};
   for (const FourCC type : {kVideo, kSound}) {
-    if (std::ranges::count(dressed->tracks, type,
+    if (std::ranges::count(converted->tracks, type,
                            [](const auto& track) { return track->media->Type(); }) > 1) {
       throw Refused{featureUnsupported};
     }
   }
-  for (const auto& track : dressed->tracks) DressTrack(*track);
-  dressed->rate = 0x10000;
-  dressed->volume = 0x100;
-  dressed->flags = 0;
-  dressed->reserved = {};
-  dressed->previewTime = dressed->previewDuration = dressed->posterTime = {};
-  dressed->selectionTime = dressed->selectionDuration = dressed->currentTime = {};
-  dressed->userData = {};
-  dressed->siblings.clear();
-  dressed->fileAtoms.clear();
-  return dressed;
+  for (const auto& track : converted->tracks) ConvertTrack(*track);
+  converted->rate = 0x10000;
+  converted->volume = 0x100;
+  converted->flags = 0;
+  converted->reserved = {};
+  converted->previewTime = converted->previewDuration = converted->posterTime = {};
+  converted->selectionTime = converted->selectionDuration = converted->currentTime = {};
+  converted->userData = {};
+  converted->siblings.clear();
+  converted->fileAtoms.clear();
+  return converted;
 }
 
-// The first description of the media of that kind; nothing when there is none.
+// The first description of the media of that kind; empty when there is none.
 ByteSpan DescriptionOf(const MovieRecord& movie, FourCC type) {
   for (const auto& track : movie.tracks) {
     if (track->media->Type() == type) return track->media->descriptions.at(0).bytes;
@@ -147,41 +150,27 @@ ByteSpan DescriptionOf(const MovieRecord& movie, FourCC type) {
   return {};
 }
 
-// Profile and level, ISO/IEC 14496-1 7.2.6.4.
-constexpr std::uint8_t kNothingThere = 0xFF, kNotSaid = 0xFE;
-
 std::uint8_t SoundLevel(ByteSpan description) {
-  if (description.empty()) return kNothingThere;
+  if (description.empty()) return ProfileLevels::kNothingThere;
   const auto stream = StreamIn(description);
-  if (!stream || stream->objectType != ElementaryStream::kAudio) return kNotSaid;
-  const auto config = ReadAudioConfig(stream->specific);
-  return (config ? AudioProfile(*config) : std::nullopt).value_or(kNotSaid);
+  if (!stream || stream->objectType != ElementaryStream::kAudio) return ProfileLevels::kNotSaid;
+  const auto config = ReadAudioConfig(stream->Specific());
+  return (config ? AudioProfile(*config) : std::nullopt).value_or(ProfileLevels::kNotSaid);
 }
 
 std::uint8_t PictureLevel(ByteSpan description) {
-  constexpr std::uint8_t kAvc = 0x7F;
-  if (description.empty()) return kNothingThere;
-  if (AvcConfigIn(description)) return kAvc;
+  if (description.empty()) return ProfileLevels::kNothingThere;
+  if (AvcConfigIn(description)) return ProfileLevels::kAvc;
   const auto stream = StreamIn(description);
-  if (!stream || stream->objectType != ElementaryStream::kVisual) return kNotSaid;
-  return VisualProfile(stream->specific).value_or(kNotSaid);
+  if (!stream || stream->objectType != ElementaryStream::kVisual) return ProfileLevels::kNotSaid;
+  return VisualProfile(stream->Specific()).value_or(ProfileLevels::kNotSaid);
 }
 
-// 'iods', ISO/IEC 14496-14 5.1.
 Sibling ObjectDescriptor(const MovieRecord& movie) {
-  return {FourCC{"iods"}, Encoded([&](auto& io) {
-            io.Atom(FourCC{"iods"}, [&] {
-              io("version", std::uint32_t{0});
-              io("tag", std::uint8_t{0x10});
-              io("length", std::uint32_t{0x80808007});
-              io("id", std::uint16_t{0x004F});  // 1, with neither a URL nor profiles inline
-              io("objects", kNothingThere);
-              io("scene", kNothingThere);
-              io("sound", SoundLevel(DescriptionOf(movie, kSound)));
-              io("pictures", PictureLevel(DescriptionOf(movie, kVideo)));
-              io("graphics", kNothingThere);
-            });
-          })};
+  ProfileLevels levels;
+  levels.sound = SoundLevel(DescriptionOf(movie, kSound));
+  levels.pictures = PictureLevel(DescriptionOf(movie, kVideo));
+  return {FourCC{"iods"}, EncodeObjectDescriptor(levels)};
 }
 
 }  // namespace
@@ -189,11 +178,11 @@ Sibling ObjectDescriptor(const MovieRecord& movie) {
 FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
                    const Mpeg4Settings& settings) {
   if (!settings.keepsCoding) throw Refused{featureUnsupported};
-  auto dressed = Dressed(movie, only);
-  FilePlan plan = PlanFlattened(*dressed, {.mostChunksKept = UINT64_MAX});
+  auto converted = ForMpeg4(movie, only);
+  FilePlan plan = PlanFlattened(*converted, {.mostChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{FourCC{"mvhd"}, {}}, ObjectDescriptor(*plan.movie)};
-  plan.ownSource = std::move(dressed);
+  plan.ownSource = std::move(converted);
   if (settings.hasHints) AddHintTracks(plan, settings);
   return plan;
 }

@@ -1,4 +1,4 @@
-// What an exporter is told: a tree of settings in a container of atoms.
+// The settings of the MPEG-4 exporter.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 namespace toolbox {
 
 struct Mpeg4Settings {
-  bool keepsCoding = true;  // else pictures or sound would have to be coded anew
-  bool hasHints = false;  // hint tracks for streaming servers
-  std::uint32_t packetSize = 1450;  // at most: bytes, header included
+  bool keepsCoding = true;  // false: pictures or sound would have to be encoded again
+  bool hasHints = false;  // whether to add hint tracks for streaming servers
+  std::uint32_t packetSize = 1450;  // at most: bytes, with the RTP header
   std::uint32_t packetDuration = 100;  // of sound, at most: milliseconds
 };
 
-// Reads a container: twelve bytes, then atoms with a head of twenty. What it does not mention keeps
+// Reads a container of settings, as in atoms/export_settings.h. A setting that is not in it keeps
 // its default. Throws Refused (paramErr).
 Mpeg4Settings ReadMpeg4Settings(ByteSpan container);
 

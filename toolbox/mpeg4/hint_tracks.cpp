@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/hint_atoms.h"
 #include "toolbox/movie/run_joiner.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
@@ -14,8 +14,8 @@
 namespace toolbox {
 namespace {
 
-// What is known of the samples of a hint track once they have been made a first time, to be
-// measured.
+// What the plan and the movie have to know of the samples of a hint track. The samples are made
+// twice: now to be measured, later to be written.
 struct HintFacts {
   SampleRows rows;
   std::uint64_t size = 0;  // bytes of all samples
@@ -60,45 +60,21 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
   return facts;
 }
 
-// 'hmhd', ISO/IEC 14496-12 12.4.2.
-Sibling HintHeader(const HintFacts& facts) {
+Sibling HintHeaderAtom(const HintFacts& facts) {
   const auto narrow = [](std::uint64_t value) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(value, UINT32_MAX));
   };
   const std::uint64_t average = facts.packets == 0 ? 0 : facts.packetBytes / facts.packets;
-  return {FourCC{"hmhd"}, Encoded([&](auto& io) {
-            io.Atom(FourCC{"hmhd"}, [&] {
-              io("version", std::uint32_t{0});
-              io("largestPacket", static_cast<std::uint16_t>(facts.largestPacket));
-              io("averagePacket", static_cast<std::uint16_t>(average));
-              io("highestBitRate", narrow(facts.highestBitRate));
-              io("averageBitRate", narrow(facts.bitRate));
-              io("reserved", std::uint32_t{0});
-            });
-          })};
+  return {HintHeader::kType,
+          Encode(HintHeader{.largestPacket = static_cast<std::uint16_t>(facts.largestPacket),
+                            .averagePacket = static_cast<std::uint16_t>(average),
+                            .highestBitRate = narrow(facts.highestBitRate),
+                            .averageBitRate = narrow(facts.bitRate)})};
 }
 
-// The description of hint samples for RTP, ISO/IEC 14496-12 9.1.2.
-SampleDescription HintDescription(std::uint32_t packetSize, std::int32_t clock) {
-  return {Encoded([&](auto& io) {
-            io.Atom(FourCC{"rtp "}, [&] {
-              io.Append(Bytes(6));
-              io("dataReference", std::uint16_t{1});
-              io("version", std::uint16_t{1});
-              io("lastCompatible", std::uint16_t{1});
-              io("packetSize", packetSize);
-              io.Atom(FourCC{"tims"}, [&] { io("clock", clock); });
-            });
-          }),
-          0};
-}
+Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-Bytes TextAtom(FourCC type, const std::string& text) {
-  const Bytes bytes(text.begin(), text.end());
-  return Encoded([&](auto& io) { io.Atom(type, [&] { io.Append(bytes); }); });
-}
-
-// As few chunks as are still read in one go.
+// Chunks of up to 1 MiB, which a reader can still take in at once.
 std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   constexpr std::uint64_t kLargest = 1 << 20;
   std::vector<OutputChunk> chunks;
@@ -114,7 +90,7 @@ std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destinat
   return chunks;
 }
 
-// When a media sample is a hint sample, those that decoding can start with are the same.
+// When each hint sample sends one media sample, both have the same sync samples.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
   if (!media.HasSyncTable() || media.Count() != rows.count) return;
   rows.sync.emplace();
@@ -122,9 +98,9 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
       [&](std::uint64_t sample) { rows.sync->push_back(static_cast<std::uint32_t>(sample)); });
 }
 
-// Adds a hint track for the track at `index` and returns the bits it sends a second.
+// Adds a hint track for the track at `index` and returns its bit rate.
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
-  // Ten hours have some millions of samples; each is looked at twice.
+  // Ten hours have some millions of samples. More are refused, because each is made twice.
   constexpr std::uint64_t kMostSamples = 1 << 25;
   TrackRecord& hinted = *plan.movie->tracks[index];
   if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
@@ -146,18 +122,18 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   track.edits.MapMedia([&](MediaTime time) {
     return MediaTime{Rescale(time.units, hinted.media->scale, payload.clock)};
   });
-  track.userData.items = {
-      {FourCC{"hnti"}, TextAtom(FourCC{"sdp "}, DescribeTrack(described, hinted.media->Type(),
-                                                              track.id, facts.bitRate))}};
+  const std::string text = DescribeTrack(described, hinted.media->Type(), track.id, facts.bitRate);
+  track.userData.items = {{FourCC{"hnti"}, Encode(TrackSessionText{AsBytes(text)})}};
   MediaRecord& media = track.SetMedia({});
   media.created = hinted.media->created;
   media.scale = payload.clock;
   media.language = hinted.media->language;
   media.handler.subtype = FourCC{"hint"};
   media.handler.name = {'H', 'i', 'n', 't', 0};
-  media.infoSiblings = {HintHeader(facts)};
+  media.infoSiblings = {HintHeaderAtom(facts)};
   media.dataReferences = {ThisFile{}};
-  media.descriptions = {HintDescription(packetSize, payload.clock)};
+  media.descriptions = {
+      {Encode(RtpHintEntry{.packetSize = packetSize, .clock = {payload.clock}}), 0}};
   plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
   media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
 
@@ -183,8 +159,8 @@ void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings) {
     }
   }
   if (plan.tracks.size() == count) return;
-  const std::string text = "sdp " + DescribeMovie(*plan.movie, bitRate);
-  plan.movie->userData.items = {{FourCC{"hnti"}, TextAtom(FourCC{"rtp "}, text)}};
+  const MovieSessionText text{.text = AsBytes(DescribeMovie(*plan.movie, bitRate))};
+  plan.movie->userData.items = {{FourCC{"hnti"}, Encode(text)}};
 }
 
 }  // namespace toolbox

@@ -1,4 +1,4 @@
-// Tracks that tell a streaming server how to send others.
+// Hint tracks, by which a streaming server sends the other tracks.
 #pragma once
 
 #include "toolbox/mpeg4/export_settings.h"
@@ -6,8 +6,8 @@
 
 namespace toolbox {
 
-// Adds a hint track for each track of the plan. One that cannot be made is left out: a movie that
-// cannot be streamed is still a movie.
+// Adds a hint track for each track of the plan. One that cannot be made is left out, because the
+// movie plays without it.
 void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings);
 
 }  // namespace toolbox

@@ -1,10 +1,13 @@
 #include "toolbox/mpeg4/session_description.h"
 
 #include <boost/algorithm/hex.hpp>
+#include <boost/archive/iterators/base64_from_binary.hpp>
+#include <boost/archive/iterators/transform_width.hpp>
 #include <iterator>
+#include <optional>
+#include <utility>
 
-#include "toolbox/atoms/fields.h"
-#include "toolbox/mpeg4/mpeg4_descriptions.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -17,16 +20,14 @@ std::string Hex(ByteSpan bytes) {
 }
 
 // RFC 4648 4.
-std::string Base64(ByteSpan bytes) {
-  constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (std::size_t at = 0; at < bytes.size(); at += 3) {
-    std::uint32_t three = 0;
-    for (std::size_t i = at; i < at + 3; ++i)
-      three = three << 8 | (i < bytes.size() ? bytes[i] : 0U);
-    for (int shift = 18; shift >= 0; shift -= 6) text += kDigits[three >> shift & 63];
-  }
+std::string Base64(Bytes bytes) {
+  namespace iterators = boost::archive::iterators;
+  using Digits =
+      iterators::base64_from_binary<iterators::transform_width<Bytes::const_iterator, 6, 8>>;
+  // The iterators take whole groups of three bytes.
   const std::size_t padding = (3 - bytes.size() % 3) % 3;
+  bytes.resize(bytes.size() + padding);
+  std::string text(Digits(bytes.cbegin()), Digits(bytes.cend()));
   text.replace(text.size() - padding, padding, padding, '=');
   return text;
 }
@@ -44,27 +45,28 @@ DescribedPayload DescribeAvc(const AvcConfig& config) {
 }
 
 DescribedPayload DescribeVisual(const ElementaryStream& stream) {
+  const ByteSpan specific = stream.Specific();
   DescribedPayload described;
   described.encoding = "MP4V-ES/90000";
-  if (const auto profile = VisualProfile(stream.specific)) {
+  if (const auto profile = VisualProfile(specific)) {
     described.parameters = "profile-level-id=" + std::to_string(*profile) + "; ";
   }
-  described.parameters += "config=" + Hex(stream.specific);
+  described.parameters += "config=" + Hex(specific);
   return described;
 }
 
 DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t channels,
                                std::int32_t scale) {
-  constexpr std::uint8_t kNoProfile = 0xFE;
-  const auto config = ReadAudioConfig(stream.specific);
+  const ByteSpan specific = stream.Specific();
+  const auto config = ReadAudioConfig(specific);
   if (!config) throw Refused{invalidSampleDescription};
   DescribedPayload described;
   described.payload.kind = Payload::Kind::kAudio;
   described.payload.clock = scale;
   described.encoding = "mpeg4-generic/" + std::to_string(scale) + "/" + std::to_string(channels);
   described.parameters = "streamtype=5; profile-level-id=" +
-                         std::to_string(AudioProfile(*config).value_or(kNoProfile)) +
-                         "; mode=AAC-hbr; config=" + Hex(stream.specific) +
+                         std::to_string(AudioProfile(*config).value_or(ProfileLevels::kNotSaid)) +
+                         "; mode=AAC-hbr; config=" + Hex(specific) +
                          "; SizeLength=13; IndexLength=3; IndexDeltaLength=3";
   return described;
 }
@@ -73,23 +75,24 @@ std::string Bandwidth(std::uint64_t bitRate) {
   return "b=AS:" + std::to_string((bitRate + 999) / 1000) + "\r\n";
 }
 
+template <class T>
+T Required(std::optional<T> part) {
+  if (!part) throw Refused{invalidSampleDescription};
+  return *std::move(part);
+}
+
 DescribedPayload Describe(const MediaRecord& media, const SampleDescription& described) {
   const ByteSpan description = described.bytes;
-  if (described.Format() == FourCC{"avc1"}) {
-    const auto config = AvcConfigIn(description);
-    if (!config) throw Refused{invalidSampleDescription};
-    return DescribeAvc(*config);
+  if (described.Format() == FourCC{"avc1"}) return DescribeAvc(Required(AvcConfigIn(description)));
+  const ElementaryStream stream = Required(StreamIn(description));
+  if (media.Type() == FourCC{"soun"} && stream.objectType == ElementaryStream::kAudio) {
+    return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels, media.scale);
   }
-  const auto stream = StreamIn(description);
-  if (!stream) throw Refused{invalidSampleDescription};
-  if (media.Type() == FourCC{"soun"} && stream->objectType == ElementaryStream::kAudio) {
-    return DescribeAudio(*stream, FromBigEndian<std::uint16_t>(&description[24]), media.scale);
+  // Pictures and sound of other codings have other payloads.
+  if (media.Type() == FourCC{"vide"} && stream.objectType == ElementaryStream::kVisual) {
+    return DescribeVisual(stream);
   }
-  // Pictures and sound may also be coded in ways that have other payloads.
-  if (media.Type() != FourCC{"vide"} || stream->objectType != ElementaryStream::kVisual) {
-    throw Refused{invalidSampleDescription};
-  }
-  return DescribeVisual(*stream);
+  throw Refused{invalidSampleDescription};
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What a streaming server tells its clients of a track, RFC 4566.
+// Session descriptions, which a streaming server sends to its clients, RFC 4566.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace toolbox {
 
-// How the samples of a description go into packets, and the words for it.
+// How the samples of a description go into packets, and the text that says so.
 struct DescribedPayload {
   Payload payload;
   std::string encoding;  // "H264/90000"
@@ -16,11 +16,11 @@ struct DescribedPayload {
   friend bool operator==(const DescribedPayload&, const DescribedPayload&) = default;
 };
 
-// For a media whose descriptions Mpeg4Description gave. Throws Refused (invalidSampleDescription)
-// where there is no payload for them, or not one for all: clients are told only once.
+// For a media with descriptions made by Mpeg4Description. Throws Refused (invalidSampleDescription)
+// when they have no payload or more than one; a session description has room for one.
 DescribedPayload DescribePayload(const MediaRecord& media);
 
-// The lines for a track, `id` being that of its hint track and `bitRate` in bits a second.
+// The lines for a track. `id` is that of its hint track; `bitRate` is in bits a second.
 std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, std::uint32_t id,
                           std::uint64_t bitRate);
 

@@ -1,52 +1,17 @@
 #include "toolbox/read/read_adts.h"
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
 #include <optional>
 #include <utility>
 
-#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/adts.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/movie/new_media.h"
 
 namespace toolbox {
 namespace {
 
-constexpr std::uint32_t kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                                    22050, 16000, 12000, 11025, 8000,  7350};
-// Channels by their layout; layout 0 is told in the frames.
-constexpr std::uint16_t kChannels[] = {2, 1, 2, 3, 4, 5, 6, 8};
 constexpr std::uint32_t kBlockLength = 1024;  // samples of sound in a raw data block
-constexpr std::size_t kHeaderSize = 7;
-
-// What all frames of a track have in common.
-struct Config {
-  std::uint32_t objectType = 0, rateIndex = 0, channels = 0;
-  friend bool operator==(const Config&, const Config&) = default;
-};
-
-struct Frame {
-  Config config;
-  std::uint32_t headerSize = kHeaderSize, size = 0;  // the header is part of the frame
-  std::uint32_t blocks = 1;
-};
-
-// The frame whose header stands in `bytes`; nothing where none does.
-//
-//   12 sync | 1 MPEG-2 | 2 layer | 1 no checksum | 2 profile | 4 rate | 1 private | 3 channels
-//   1 original | 1 home | 2 copyright | 13 frame size | 11 fullness | 2 blocks - 1
-std::optional<Frame> ReadHeader(ByteSpan bytes) {
-  if (bytes.size() < kHeaderSize || bytes[0] != 0xFF || (bytes[1] & 0xF6) != 0xF0) return {};
-  Frame frame;
-  frame.config.objectType = (bytes[2] >> 6U) + 1U;
-  frame.config.rateIndex = bytes[2] >> 2U & 15U;
-  frame.config.channels = (bytes[2] & 1U) << 2U | bytes[3] >> 6U;
-  frame.headerSize = (bytes[1] & 1U) != 0 ? 7 : 9;
-  frame.size = (bytes[3] & 3U) << 11U | std::uint32_t{bytes[4]} << 3U | bytes[5] >> 5U;
-  frame.blocks = (bytes[6] & 3U) + 1U;
-  if (frame.config.rateIndex >= std::size(kRates) || frame.size < frame.headerSize) return {};
-  return frame;
-}
 
 // The bytes of a file in their order, without a system call for each few.
 class Window {
@@ -82,8 +47,8 @@ class AdtsReader {
     const auto first = FrameAt(at_);
     if (!first) return false;
     config_ = first->config;
-    // One header may be chance.
-    const auto second = FrameAt(at_ + first->size);
+    // Other data may have the bytes of one header by chance.
+    const auto second = FrameAt(at_ + first->frameSize);
     if (!second || second->config != config_) return false;
     do {
       while (const auto frame = FrameAt(at_)) {
@@ -94,46 +59,40 @@ class AdtsReader {
     return true;
   }
 
-  std::uint32_t Rate() const { return kRates[config_.rateIndex]; }
+  std::uint32_t Rate() const { return config_.rate; }
   std::shared_ptr<const SampleRows> Rows() { return rows_; }
   SampleDescription Description() const;
 
  private:
-  // Tags in front state their length in seven bits a byte, without their header and footer.
+  // Where the first frame is, after any tags.
   std::uint64_t AfterTags() {
     std::uint64_t at = 0;
-    for (;;) {
-      const ByteSpan tag = window_.At(at, 10);
-      if (tag.size() < 10 || tag[0] != 'I' || tag[1] != 'D' || tag[2] != '3') return at;
-      std::uint64_t size = 0;
-      for (const std::uint8_t byte : tag.subspan(6, 4)) size = size << 7U | (byte & 0x7FU);
-      at += 10 + size + ((tag[5] & 0x10U) != 0 ? 10 : 0);
-    }
+    while (const auto size = Id3TagSize(window_.At(at, kId3HeaderSize))) at += *size;
+    return at;
   }
 
-  // The frame at `at` that is all there.
-  std::optional<Frame> FrameAt(std::uint64_t at) {
-    auto frame = ReadHeader(window_.At(at, kHeaderSize));
-    if (frame && frame->size > source_.Size() - at) frame.reset();
+  // The header of the frame at `at`; nothing when the frame is not all there.
+  std::optional<AdtsHeader> FrameAt(std::uint64_t at) {
+    auto frame = ReadAdtsHeader(window_.At(at, AdtsHeader::kSize));
+    if (frame && frame->frameSize > source_.Size() - at) frame.reset();
     return frame;
   }
 
-  void Add(const Frame& frame) {
+  void Add(const AdtsHeader& frame) {
     if (rows_->count == UINT32_MAX) throw Malformed("the frames cannot be counted");
-    const std::uint32_t size = frame.size - frame.headerSize;
+    const std::uint32_t size = frame.frameSize - frame.headerSize;
     rows_->AddSample(frame.blocks * kBlockLength, size, at_ + frame.headerSize, 0);
     bytes_ += size;
     largest_ = std::max(largest_, size);
-    at_ += frame.size;
+    at_ += frame.frameSize;
   }
 
-  // Goes on to the next frame of the same kind that another follows, or the end of the file.
+  // Moves to the next frame of the same kind before another one or the end of the file.
   bool FindNext() {
-    for (++at_; at_ + kHeaderSize <= source_.Size(); ++at_) {
-      if (window_.At(at_, 1)[0] != 0xFF) continue;
+    for (++at_; at_ + AdtsHeader::kSize <= source_.Size(); ++at_) {
       const auto frame = FrameAt(at_);
       if (!frame || frame->config != config_) continue;
-      const std::uint64_t end = at_ + frame->size;
+      const std::uint64_t end = at_ + frame->frameSize;
       const auto next = FrameAt(end);
       if (end == source_.Size() || (next && next->config == config_)) return true;
     }
@@ -143,56 +102,24 @@ class AdtsReader {
   const ByteSource& source_;
   Window window_;
   std::uint64_t at_ = 0;
-  Config config_;
+  AudioConfig config_;
   std::shared_ptr<SampleRows> rows_ = std::make_shared<SampleRows>();
   std::uint64_t bytes_ = 0;  // of all samples
   std::uint32_t largest_ = 0;  // sample, in bytes
 };
 
-// 'mp4a' of version 0 with an elementary stream descriptor, ISO/IEC 14496-14 5.6: what the decoder
-// has to know (ISO/IEC 14496-3 1.6.2.1) follows from the header of a frame.
+// ISO/IEC 14496-14 5.6. The header of a frame has all that the decoder needs.
 SampleDescription AdtsReader::Description() const {
-  const auto setup = static_cast<std::uint16_t>(config_.objectType << 11U |
-                                                config_.rateIndex << 7U | config_.channels << 3U);
   const double seconds = static_cast<double>(rows_->duration) / Rate();
   const auto bitRate = static_cast<std::uint32_t>(
       std::min(static_cast<double>(bytes_) * 8 / seconds, double{UINT32_MAX}));
-  constexpr std::uint8_t kStream = 3, kDecoder = 4, kSetup = 5, kSync = 6;
-  constexpr std::uint8_t kAudio = 0x40, kAudioStream = 0x15, kNoTimes = 2;
-
-  return {Encoded([&](auto& io) {
-    const auto descriptor = [&](std::uint8_t tag, std::uint8_t size) {
-      io("tag", tag);
-      io("size", size);
-    };
-    io.Atom(FourCC{"mp4a"}, [&] {
-      io.Append(Bytes(6));
-      io("dataReference", std::uint16_t{1});
-      io.Append(Bytes(8));
-      io("channels", kChannels[config_.channels]);
-      io("bits", std::uint16_t{16});
-      io("packets", std::uint32_t{0});
-      // No room for rates of 2^16 and more: they stand in the set-up alone.
-      io("rate", Rate() > UINT16_MAX ? std::uint32_t{0} : Rate() << 16U);
-      io.Atom(FourCC{"esds"}, [&] {
-        io("version", std::uint32_t{0});
-        descriptor(kStream, 3 + 2 + 13 + 2 + 2 + 2 + 1);
-        io("id", std::uint16_t{0});
-        io("flags", std::uint8_t{0});
-        descriptor(kDecoder, 13 + 2 + 2);
-        io("kind", kAudio);
-        io("stream", kAudioStream);
-        io("buffer", static_cast<std::uint8_t>(largest_ >> 16U));
-        io("buffer", static_cast<std::uint16_t>(largest_));
-        io("mostBits", std::uint32_t{0});
-        io("bits", bitRate);
-        descriptor(kSetup, 2);
-        io("setup", setup);
-        descriptor(kSync, 1);
-        io("times", kNoTimes);
-      });
-    });
-  })};
+  SoundEntry entry;
+  entry.format = FourCC{"mp4a"};
+  if (config_.channels != 0) entry.channels = static_cast<std::uint16_t>(config_.channels);
+  // A rate of 2^16 Hz or more does not fit into 16.16; the stream alone states it.
+  entry.rate = Rate() > UINT16_MAX ? 0 : Rate() << 16U;
+  entry.rest = EncodeElementaryStream(AacStream(config_, largest_, bitRate), LengthBytes::kOne);
+  return {Encode(entry)};
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 
 namespace toolbox {
 
-// The movie for the file at `path`; each frame without its header is a sample, by reference to the
-// file. What stands between frames is skipped; the track ends where frames of another rate, kind or
-// layout of channels follow. Null when the file does not start with frames of AAC, or with tags
-// (ID3v2) and then frames.
+// The movie for the file at `path`. Each frame without its header is a sample, by reference to the
+// file. Bytes between frames are skipped; the track ends before frames of another rate, kind or
+// layout of channels. Null when the file does not start with frames of AAC, or with tags (ID3v2)
+// and then frames.
 std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
                                           const boost::filesystem::path& path);
 

@@ -15,7 +15,7 @@
 #include "toolbox/read/read_fragments.h"
 #include "toolbox/read/read_samples.h"
 #include "toolbox/read/top_level.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/data_references.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

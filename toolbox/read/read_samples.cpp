@@ -5,6 +5,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/read/read_groups.h"
 
 namespace toolbox {
@@ -17,10 +18,9 @@ void ReadDescriptions(Children& table, MediaRecord& media) {
   if (!stated) return;
   for (Bytes& bytes : stated->entries) {
     SampleDescription description{std::move(bytes)};
-    if (description.HoldsReference()) {
-      const auto number = FromBigEndian<std::uint16_t>(&description.bytes[14]);
-      if (number >= 1 && number <= media.dataReferences.size())
-        description.dataReference = number - 1U;
+    const std::uint32_t number = ReferenceNumber(description.bytes).value_or(0);
+    if (number >= 1 && number <= media.dataReferences.size()) {
+      description.dataReference = number - 1;
     }
     media.descriptions.push_back(std::move(description));
   }
@@ -42,28 +42,24 @@ std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_
   return channels * ((known->bits != 0 ? known->bits : bits) / 8);
 }
 
-// How the samples of a sound description lie in packets. QuickTime: version 1 states it, version 2
-// does for uncompressed sound.
+// How the samples of a sound description are packed. QuickTime: version 1 states it, version 2 does
+// for uncompressed sound.
 Packing ReadPacking(const SampleDescription& description) {
-  constexpr std::uint16_t kVariable = 0xFFFE;
-  const Bytes& bytes = description.bytes;
-  if (bytes.size() < 36) return {};
-  const auto number16 = [&](std::size_t at) { return FromBigEndian<std::uint16_t>(&bytes[at]); };
-  const auto number32 = [&](std::size_t at) { return FromBigEndian<std::uint32_t>(&bytes[at]); };
-  const std::uint16_t version = number16(16);
-  if (version == 1 && bytes.size() >= 52) {
-    const std::uint32_t samples = number32(36), frame = number32(44);
-    if (number16(28) == kVariable || samples == 0 || frame == 0) return {};
+  constexpr std::int16_t kVariable = -2;
+  const auto entry = ReadSoundEntry(description.bytes);
+  if (!entry) return {};
+  if (const auto packets = entry->Packets()) {
+    const std::uint32_t samples = packets->samplesPerPacket, frame = packets->bytesPerFrame;
+    if (entry->compression == kVariable || samples == 0 || frame == 0) return {};
     return {samples, frame};
   }
-  if (version == 2 && bytes.size() >= 72) {
-    const std::uint32_t packet = number32(64), frames = number32(68);
-    if (packet == 0 || frames == 0 || description.Format() != FourCC{"lpcm"}) return {};
-    return {frames, packet};
+  if (const auto wide = entry->Wide()) {
+    const std::uint32_t packet = wide->bytesPerPacket, samples = wide->samplesPerPacket;
+    if (packet == 0 || samples == 0 || entry->format != FourCC{"lpcm"}) return {};
+    return {samples, packet};
   }
-  const std::uint32_t channels = number16(24);
-  if (description.Format() == FourCC{"ima4"}) return {64, 34 * channels};
-  return {1, PlainFrameSize(description.Format(), channels, number16(26))};
+  if (entry->format == FourCC{"ima4"}) return {64, 34U * entry->channels};
+  return {1, PlainFrameSize(entry->format, entry->channels, entry->bits)};
 }
 
 void ReadSizes(Children& table, SampleRows& rows) {

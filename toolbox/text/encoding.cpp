@@ -168,15 +168,15 @@ bool HasConverter(TextEncoding encoding) {
   return row != nullptr && (row->upper != nullptr || Open(row->converter) != nullptr);
 }
 
-std::optional<std::string> Decoded(ByteSpan bytes, TextEncoding encoding, bool markMayLead) {
+std::optional<std::string> DecodeText(ByteSpan bytes, TextEncoding encoding, bool markMayLead) {
   std::optional<std::u16string> text = Units(bytes, encoding);
   if (!text || !IsValid(*text)) return std::nullopt;
   if (markMayLead && text->starts_with(u'\uFEFF')) text->erase(0, 1);
   return Utf8(*text);
 }
 
-EncodedText Encoded(std::u16string_view text, TextEncoding encoding, std::uint8_t loss,
-                    std::size_t most) {
+EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uint8_t loss,
+                       std::size_t most) {
   const Encoder encoder(encoding);
   const bool composes = encoding != kUtf8 && encoding != kUtf16;
   EncodedText done;

@@ -9,7 +9,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/data_references.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_samples.h"
 

@@ -3,7 +3,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/aliases.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

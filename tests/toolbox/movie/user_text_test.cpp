@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/text_atoms.h"
 #include "toolbox/movie/user_data.h"
 
 namespace toolbox {
@@ -12,14 +13,6 @@ constexpr FourCC kName{"\251nam"};
 
 Bytes Entry(std::uint16_t language, const Bytes& text) {
   return Join(U16(static_cast<std::uint16_t>(text.size())), U16(language), text);
-}
-
-// The code of what is refused; noErr for what is not.
-OSErr CodeOf(const std::function<void()>& work) try {
-  work();
-  return noErr;
-} catch (const Refused& refused) {
-  return refused.code;
 }
 
 TEST(UserText, IsEntriesOfSizeLanguageAndText) {
@@ -45,7 +38,7 @@ TEST(UserText, IsAddedOnlyToItemsOfTexts) {
   EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 1, 0); }), userDataItemNotFound);
   EXPECT_EQ(data, before);
   for (const Bytes& cut : {Bytes{0, 2, 0, 0, 'H'}, Bytes{0, 0, 0}, Bytes{0, 0, 0, 0, 1}}) {
-    EXPECT_EQ(TextEntries(cut), std::nullopt);
+    EXPECT_EQ(ReadTextEntries(cut), std::nullopt);
   }
 }
 

@@ -10,6 +10,7 @@
 #include "toolbox/atoms/framing.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
+#include "toolbox/mpeg4/session_description.h"
 #include "toolbox/write/write_file.h"
 #include "toolbox/write/write_movie.h"
 
@@ -289,6 +290,11 @@ TEST_F(Export, HintsSayWhatGoesIntoEachPacket) {
   };
   EXPECT_EQ(made,
             Join(picture(1, 0), picture(2, 3), sound(0, 1, 4), sound(1, 5, 4), sound(2, 9, 2)));
+}
+
+TEST_F(Export, ASessionDescriptionHoldsTheParameterSetsInBase64) {
+  EXPECT_EQ(DescribePayload(*Planned().movie->tracks[0]->media).parameters,
+            "profile-level-id=64001E; packetization-mode=1; sprop-parameter-sets=Z2FiYw==,aGQ=");
 }
 
 TEST_F(Export, AHintTrackThatCannotBeMadeIsLeftOut) {

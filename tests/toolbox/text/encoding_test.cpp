@@ -24,7 +24,7 @@ std::string Hex(const Bytes& bytes) {
 
 EncodedText Encode(const std::string& text, TextEncoding encoding, std::uint8_t loss = 0,
                    std::size_t most = SIZE_MAX) {
-  return Encoded(Utf16(text), encoding, loss, most);
+  return EncodeText(Utf16(text), encoding, loss, most);
 }
 
 TEST(TextEncoding, HasTheBytesOfItsTable) {
@@ -58,7 +58,7 @@ TEST(TextEncoding, HasTheBytesOfItsTable) {
     const EncodedText encoded = Encode(row.text, row.encoding);
     EXPECT_EQ(Hex(encoded.bytes), bytes) << row.text;
     EXPECT_EQ(encoded.length, Utf16(row.text).size()) << row.text;
-    EXPECT_EQ(Decoded(encoded.bytes, row.encoding, false), row.text) << row.encoding;
+    EXPECT_EQ(DecodeText(encoded.bytes, row.encoding, false), row.text) << row.encoding;
   }
 }
 
@@ -67,10 +67,10 @@ TEST(TextEncoding, GivesBackEveryByteThatStandsForACharacter) {
     int count = 0, differing = 0;
     for (int byte = 0; byte < 256; ++byte) {
       const Bytes one{static_cast<std::uint8_t>(byte)};
-      const auto text = Decoded(one, encoding, false);
+      const auto text = DecodeText(one, encoding, false);
       if (!text) continue;
       const Bytes again = Encode(*text, encoding).bytes;
-      EXPECT_EQ(Decoded(again, encoding, false), text) << encoding << ": " << byte;
+      EXPECT_EQ(DecodeText(again, encoding, false), text) << encoding << ": " << byte;
       ++count;
       differing += again != one;
     }
@@ -116,17 +116,17 @@ TEST(TextEncoding, RefusesBytesThatAreNotInIt) {
       {256 + 9, {'a'}},
   };
   for (const auto& [encoding, bytes] : bad) {
-    EXPECT_EQ(Decoded(bytes, encoding, true), std::nullopt) << encoding << " " << Hex(bytes);
+    EXPECT_EQ(DecodeText(bytes, encoding, true), std::nullopt) << encoding << " " << Hex(bytes);
   }
 }
 
 TEST(TextEncoding, GoesByTheByteOrderMark) {
-  EXPECT_EQ(Decoded(Bytes{0xFE, 0xFF, 0, 'a'}, kUtf16, true), "a");
-  EXPECT_EQ(Decoded(Bytes{0xFF, 0xFE, 'a', 0}, kUtf16, true), "a");
-  EXPECT_EQ(Decoded(Bytes{0xFF, 0xFE, 'a', 0}, kUtf16, false),
+  EXPECT_EQ(DecodeText(Bytes{0xFE, 0xFF, 0, 'a'}, kUtf16, true), "a");
+  EXPECT_EQ(DecodeText(Bytes{0xFF, 0xFE, 'a', 0}, kUtf16, true), "a");
+  EXPECT_EQ(DecodeText(Bytes{0xFF, 0xFE, 'a', 0}, kUtf16, false),
             "\uFEFF"
             "a");
-  EXPECT_EQ(Decoded(Bytes{0xEF, 0xBB, 0xBF, 'a'}, kUtf8, true), "a");
+  EXPECT_EQ(DecodeText(Bytes{0xEF, 0xBB, 0xBF, 'a'}, kUtf8, true), "a");
 }
 
 TEST(Utf16, CarriesBytesThatAreNotUtf8) {

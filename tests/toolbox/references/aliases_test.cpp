@@ -1,17 +1,14 @@
-#include "toolbox/references/file_reference.h"
+#include "toolbox/references/aliases.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
-#include <vector>
 
 #include "toolbox/refused.h"
 
@@ -21,8 +18,6 @@ namespace {
 namespace fs = boost::filesystem;
 using namespace std::string_literals;
 using Path = std::optional<fs::path>;
-
-constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"}, kResource{"rsrc"};
 
 Bytes Raw(std::string_view text) { return {text.begin(), text.end()}; }
 std::string Zeros(std::size_t count) { return std::string(count, '\0'); }
@@ -228,77 +223,6 @@ TEST_F(FileReference, StaysInsideARecordCutAnywhere) {
   EXPECT_EQ(ResolveAlias(lying, ref), Path());
   lying[5] = 0xFF, lying[7] = 4;
   EXPECT_EQ(ResolveAlias(lying, ref), Path());
-}
-
-TEST(Url, LeadsToAPathOnThisHost) {
-  const std::vector<std::pair<std::string, Path>> urls = {
-      {"file:///m/a%20b.mov\0ignored"s, "/m/a b.mov"},
-      {"FILE://LocalHost/m/%C3%a9.mov", "/m/\u00E9.mov"},
-      {"file:/m/./x/../a.mov", "/m/a.mov"},
-      {"/m/100%.mov", "/m/100%.mov"},
-      {"/m/%4", "/m/%4"},
-      {"a.mov", "/no/such/a.mov"},
-      {"../in/a%3Ab?#.mov", "/no/in/a:b?#.mov"},
-      {"in/a:b.mov", "/no/such/in/a:b.mov"},
-      {"http://localhost/a.mov", {}},
-      {"file://elsewhere/a.mov", {}},
-      {"file:a.mov", {}},
-      {"file://localhost", {}},
-      {"/m/a%00.mov", {}},
-      {"", {}},
-  };
-  for (const auto& [url, path] : urls) {
-    EXPECT_EQ(ResolveUrl(Raw(url), "/no/such/ref.mov"), path) << url;
-  }
-  EXPECT_EQ(ResolveUrl(Raw("a.mov"), ""), Path());
-}
-
-TEST_F(FileReference, IsReadAsOneOfFourCases) {
-  const fs::path target = File("clips/a.mov"), ref = File("out/ref.mov");
-  const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
-  const DataReferenceEntry url{kUrl, 0, Raw("../clips/a.mov\0"s)};
-  const auto asItCame = [](const DataReferenceEntry& entry) {
-    return DataReference(Unresolved{entry.kind, entry.versionAndFlags, entry.data});
-  };
-  EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
-  for (const auto& entry : {alias, url}) {
-    EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(OtherFile{target}));
-    EXPECT_EQ(ReadDataReference(entry, ref, false), asItCame(entry));
-  }
-  fs::remove(target);
-  const DataReferenceEntry resource{kResource, 0x01000002, alias.data};
-  for (const auto& entry : {alias, url, resource}) {
-    EXPECT_EQ(ReadDataReference(entry, ref, true), asItCame(entry));
-    EXPECT_EQ(WriteDataReference(asItCame(entry), ref), entry);
-  }
-}
-
-TEST(HandleReference, IsABlockOfMemoryWhenItBringsItsBytes) {
-  const auto block = [](const std::string& data) -> std::optional<Bytes> {
-    const auto read = ReadDataReference({kHandle, 0, Raw(data)}, "/ref.mov", false);
-    if (const auto* memory = std::get_if<InMemory>(&read)) return *memory->data;
-    EXPECT_EQ(read, DataReference(Unresolved{kHandle, 0, Raw(data)}));
-    return {};
-  };
-  const std::string noName = Zeros(4) + "\0"s;
-  EXPECT_EQ(block(noName + "\0\0\0\ndataxy"s), Raw("xy"));
-  EXPECT_EQ(block("abcd\3a.m\0\0\0\fftypMooV\0\0\0\bdata"s), Bytes());
-  EXPECT_EQ(block(noName + "\0\0\0\vdataxy"s), std::nullopt);  // the atom ends too soon
-  EXPECT_EQ(block(noName + "\0\0\0\adata"s), std::nullopt);
-  EXPECT_EQ(block("\0\0\0\0\xFF"s), std::nullopt);
-  EXPECT_EQ(block(""), std::nullopt);
-}
-
-TEST_F(FileReference, IsWrittenForTheRealPlaceOfBothFiles) {
-  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov"), (DataReferenceEntry{kAlias, 1, {}}));
-  EXPECT_THROW(WriteDataReference(InMemory{std::make_shared<Bytes>()}, "/ref.mov"), Refused);
-
-  const fs::path target = File("clips/a.mov");
-  fs::create_directories(root_ / "out");
-  fs::create_directory_symlink(root_ / "out", root_ / "link");
-  fs::create_symlink(target, root_ / "out/a.mov");
-  EXPECT_EQ(WriteDataReference(OtherFile{root_ / "link/a.mov"}, root_ / "link/../link/new.mov"),
-            (DataReferenceEntry{kAlias, 0, AliasRecord(target, root_ / "out/new.mov")}));
 }
 
 }  // namespace

@@ -1,0 +1,71 @@
+#include "toolbox/references/data_references.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <memory>
+#include <variant>
+
+#include "tests/toolbox/bytes.h"
+#include "toolbox/references/aliases.h"
+
+namespace toolbox {
+namespace {
+
+namespace fs = boost::filesystem;
+using namespace std::string_literals;
+
+constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"}, kResource{"rsrc"};
+
+class DataReferenceInFolder : public InFolder {
+ protected:
+  // An existing file at `name` below the folder.
+  fs::path Place(const std::string& name) const {
+    fs::create_directories((folder_ / name).parent_path());
+    return Store(name, Text("media"));
+  }
+};
+
+TEST_F(DataReferenceInFolder, IsReadAsOneOfFourCases) {
+  const fs::path target = Place("clips/a.mov"), ref = Place("out/ref.mov");
+  const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
+  const DataReferenceEntry url{kUrl, 0, Text("../clips/a.mov\0"s)};
+  const auto asItCame = [](const DataReferenceEntry& entry) {
+    return DataReference(Unresolved{entry.kind, entry.versionAndFlags, entry.data});
+  };
+  EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
+  for (const auto& entry : {alias, url}) {
+    EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(OtherFile{target}));
+    EXPECT_EQ(ReadDataReference(entry, ref, false), asItCame(entry));
+  }
+  fs::remove(target);
+  const DataReferenceEntry resource{kResource, 0x01000002, alias.data};
+  for (const auto& entry : {alias, url, resource}) {
+    EXPECT_EQ(ReadDataReference(entry, ref, true), asItCame(entry));
+    EXPECT_EQ(WriteDataReference(asItCame(entry), ref), entry);
+  }
+}
+
+TEST(DataReference, OfAHandleIsABlockOfMemoryWhenItBringsItsBytes) {
+  const Bytes whole = Join(Zeros(5), Atom("data", Text("xy")));
+  const DataReference block = ReadDataReference({kHandle, 0, whole}, "/ref.mov", false);
+  ASSERT_TRUE(std::holds_alternative<InMemory>(block));
+  EXPECT_EQ(*std::get<InMemory>(block).data, Text("xy"));
+  EXPECT_EQ(ReadDataReference({kHandle, 0, Zeros(5)}, "/ref.mov", false),
+            DataReference(Unresolved{kHandle, 0, Zeros(5)}));
+}
+
+TEST_F(DataReferenceInFolder, IsWrittenForTheRealPlaceOfBothFiles) {
+  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov"), (DataReferenceEntry{kAlias, 1, {}}));
+  EXPECT_THROW(WriteDataReference(InMemory{std::make_shared<Bytes>()}, "/ref.mov"), Refused);
+
+  const fs::path target = Place("clips/a.mov");
+  fs::create_directories(folder_ / "out");
+  fs::create_directory_symlink(folder_ / "out", folder_ / "link");
+  fs::create_symlink(target, folder_ / "out/a.mov");
+  EXPECT_EQ(WriteDataReference(OtherFile{folder_ / "link/a.mov"}, folder_ / "link/../link/new.mov"),
+            (DataReferenceEntry{kAlias, 0, AliasRecord(target, folder_ / "out/new.mov")}));
+}
+
+}  // namespace
+}  // namespace toolbox

@@ -1,0 +1,109 @@
+#include "toolbox/atoms/decoder_config.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "toolbox/atoms/fields.h"
+
+namespace toolbox {
+namespace {
+
+constexpr std::uint32_t kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                                    22050, 16000, 12000, 11025, 8000,  7350};
+constexpr std::uint32_t kSeventhLayout = 8;  // channels; the layouts before have their number
+
+// Takes bits off the front of bytes; past the end they are 0.
+class BitReader {
+ public:
+  explicit BitReader(ByteSpan bytes) : bytes_(bytes) {}
+  bool IsPastEnd() const { return at_ > 8 * bytes_.size(); }
+  std::uint32_t Take(int bits) {
+    std::uint32_t value = 0;
+    for (; bits > 0; --bits, ++at_) {
+      const bool isSet = at_ / 8 < bytes_.size() && (bytes_[at_ / 8] >> (7 - at_ % 8) & 1) != 0;
+      value = value << 1 | (isSet ? 1U : 0U);
+    }
+    return value;
+  }
+
+ private:
+  ByteSpan bytes_;
+  std::size_t at_ = 0;  // bits
+};
+
+}  // namespace
+
+std::uint32_t AacRate(std::uint32_t index) { return index < std::size(kRates) ? kRates[index] : 0; }
+
+std::uint32_t AacChannels(std::uint32_t layout) { return layout == 7 ? kSeventhLayout : layout; }
+
+std::optional<AudioConfig> ReadAudioConfig(ByteSpan specific) {
+  BitReader bits(specific);
+  AudioConfig config;
+  config.objectType = bits.Take(5);
+  if (config.objectType == 31) config.objectType = 32 + bits.Take(6);
+  const std::uint32_t index = bits.Take(4);
+  config.rate = index == 15 ? bits.Take(24) : AacRate(index);
+  config.channels = AacChannels(bits.Take(4));
+  if (bits.IsPastEnd()) return std::nullopt;
+  return config;
+}
+
+Bytes Encode(const AudioConfig& config) {
+  const auto index = static_cast<std::uint32_t>(std::ranges::find(kRates, config.rate) - kRates);
+  const std::uint32_t layout = config.channels == kSeventhLayout ? 7 : config.channels;
+  Bytes bytes;
+  AppendBigEndian(bytes,
+                  static_cast<std::uint16_t>(config.objectType << 11 | index << 7 | layout << 3));
+  return bytes;
+}
+
+std::optional<std::uint8_t> AudioProfile(const AudioConfig& config) {
+  struct Level {
+    std::uint32_t channels, rate;  // at most
+    std::uint8_t profile;
+  };
+  static constexpr Level kLevels[] = {{2, 48'000, 0x29}, {6, 48'000, 0x2A}, {6, 96'000, 0x2B}};
+  if (config.objectType != AudioConfig::kLowComplexity || config.channels == 0) return std::nullopt;
+  const auto level = std::ranges::find_if(kLevels, [&](const Level& candidate) {
+    return config.channels <= candidate.channels && config.rate <= candidate.rate;
+  });
+  if (level == std::end(kLevels)) return std::nullopt;
+  return level->profile;
+}
+
+std::optional<std::uint8_t> VisualProfile(ByteSpan specific) {
+  static constexpr std::uint8_t kSequenceStart[] = {0, 0, 1, 0xB0};
+  const auto start = std::search(specific.begin(), specific.end(), std::begin(kSequenceStart),
+                                 std::end(kSequenceStart));
+  if (specific.end() - start <= std::ssize(kSequenceStart)) return std::nullopt;
+  return start[std::ssize(kSequenceStart)];
+}
+
+std::optional<AvcConfig> ReadAvcConfig(ByteSpan content) try {
+  AvcConfig config;
+  FieldReader reader(content);
+  std::uint8_t version = 0, lengthSize = 0;
+  reader("version", version);
+  reader("profile", config.profile);
+  reader("lengthSize", lengthSize);
+  config.lengthSize = (lengthSize & 3U) + 1;
+  // Sequence parameter sets are counted in five bits, picture parameter sets in eight.
+  for (const std::uint8_t mask : std::array<std::uint8_t, 2>{0x1F, 0xFF}) {
+    std::uint8_t count = 0;
+    reader("count", count);
+    for (count = count & mask; count != 0; --count) {
+      std::uint16_t size = 0;
+      reader("size", size);
+      const ByteSpan rest = reader.Remaining();
+      if (size > rest.size()) return std::nullopt;
+      config.parameterSets.emplace_back(rest.begin(), rest.begin() + size);
+      reader = FieldReader(rest.subspan(size));
+    }
+  }
+  return config;
+} catch (const Malformed&) {
+  return std::nullopt;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,146 @@
+#include "toolbox/atoms/descriptors.h"
+
+#include <algorithm>
+
+#include "toolbox/atoms/fields.h"
+
+namespace toolbox {
+namespace {
+
+enum Tag : std::uint8_t {
+  kStreamTag = 3,
+  kDecoderTag = 4,
+  kSpecificTag = 5,
+  kSyncLayerTag = 6,
+  kObjectTag = 0x10,
+};
+
+struct Descriptor {
+  std::uint8_t tag = 0;
+  ByteSpan content;
+};
+
+// Takes a descriptor off the front. One that claims more bytes than there are gets those there are:
+// some writers count its tag and length in, others leave out what they counted.
+std::optional<Descriptor> TakeDescriptor(ByteSpan& bytes) {
+  constexpr int kMostLengthBytes = 4;
+  if (bytes.size() < 2) return std::nullopt;
+  Descriptor descriptor{bytes[0], {}};
+  std::size_t length = 0, at = 1;
+  bool hasMore = true;
+  for (int i = 0; hasMore && i < kMostLengthBytes && at < bytes.size(); ++i, ++at) {
+    length = length << 7 | (bytes[at] & 0x7FU);
+    hasMore = (bytes[at] & 0x80) != 0;
+  }
+  length = std::min(length, bytes.size() - at);
+  descriptor.content = bytes.subspan(at, length);
+  bytes = bytes.subspan(at + length);
+  return descriptor;
+}
+
+std::optional<ByteSpan> FindDescriptor(ByteSpan bytes, Tag tag) {
+  while (const auto descriptor = TakeDescriptor(bytes)) {
+    if (descriptor->tag == tag) return descriptor->content;
+  }
+  return std::nullopt;
+}
+
+void PutDescriptor(auto& io, Tag tag, LengthBytes lengths, ByteSpan content) {
+  io("tag", static_cast<std::uint8_t>(tag));
+  for (int shift = 7 * (static_cast<int>(lengths) - 1); shift >= 0; shift -= 7) {
+    io("length",
+       static_cast<std::uint8_t>((content.size() >> shift & 0x7F) | (shift > 0 ? 0x80 : 0)));
+  }
+  io.Append(content);
+}
+
+// What follows the fixed fields of an elementary stream descriptor.
+std::optional<ByteSpan> PartsOfStream(ByteSpan stream) {
+  if (stream.size() < 3) return std::nullopt;
+  const std::uint8_t flags = stream[2];
+  std::size_t at = 3;
+  if ((flags & 0x80) != 0) at += 2;  // the stream it depends on
+  if ((flags & 0x40) != 0) at += at < stream.size() ? 1U + stream[at] : 1U;  // its URL
+  if ((flags & 0x20) != 0) at += 2;  // the stream of its clock
+  if (at > stream.size()) return std::nullopt;
+  return stream.subspan(at);
+}
+
+// The content of the decoder configuration descriptor in an 'esds', its fixed fields being there.
+std::optional<ByteSpan> FindDecoder(ByteSpan content) {
+  constexpr std::size_t kFixedFields = 13;
+  if (content.size() < 4) return std::nullopt;
+  const auto stream = FindDescriptor(content.subspan(4), kStreamTag);
+  const auto parts = stream ? PartsOfStream(*stream) : std::nullopt;
+  const auto decoder = parts ? FindDescriptor(*parts, kDecoderTag) : std::nullopt;
+  if (!decoder || decoder->size() < kFixedFields) return std::nullopt;
+  return decoder;
+}
+
+}  // namespace
+
+ByteSpan ElementaryStream::Specific() const {
+  return FindDescriptor(parts, kSpecificTag).value_or(ByteSpan());
+}
+
+ElementaryStream AacStream(const AudioConfig& config, std::uint32_t largestSample,
+                           std::uint32_t bitRate) {
+  constexpr std::uint32_t kAudioStream = 0x15;
+  ElementaryStream stream;
+  stream.objectType = ElementaryStream::kAudio;
+  stream.typeAndBuffer = kAudioStream << 24 | (largestSample & 0xFFFFFF);
+  stream.averageBitRate = bitRate;
+  stream.parts = Encoded(
+      [&](auto& io) { PutDescriptor(io, kSpecificTag, LengthBytes::kOne, Encode(config)); });
+  return stream;
+}
+
+std::optional<ElementaryStream> ReadElementaryStream(ByteSpan content) {
+  const auto decoder = FindDecoder(content);
+  if (!decoder) return std::nullopt;
+  ElementaryStream stream;
+  FieldReader reader(*decoder);
+  ElementaryStream::Fields(reader, stream);
+  return stream;
+}
+
+Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths) {
+  constexpr std::uint8_t kMp4 = 2;  // the synchronisation layer as MP4 files predefine it
+  const Bytes decoder = Encoded([&](auto& io) { ElementaryStream::Fields(io, stream); });
+  const Bytes content = Encoded([&](auto& io) {
+    io("stream", std::uint16_t{0});
+    io("flags", std::uint8_t{0});
+    PutDescriptor(io, kDecoderTag, lengths, decoder);
+    PutDescriptor(io, kSyncLayerTag, lengths, {&kMp4, 1});
+  });
+  return Encoded([&](auto& io) {
+    io.Atom(FourCC{"esds"}, [&] {
+      io("version", std::uint32_t{0});
+      PutDescriptor(io, kStreamTag, lengths, content);
+    });
+  });
+}
+
+void ClearRates(std::span<std::uint8_t> content) {
+  constexpr std::ptrdiff_t kRatesAt = 2, kRates = 11;  // 24 bits and twice 32
+  const auto decoder = FindDecoder(content);
+  if (!decoder) return;
+  std::fill_n(content.begin() + (decoder->data() - content.data()) + kRatesAt, kRates,
+              std::uint8_t{0});
+}
+
+Bytes EncodeObjectDescriptor(const ProfileLevels& levels) {
+  constexpr std::uint16_t kIdAndFlags = 0x004F;  // 1, with neither a URL nor profiles inline
+  const Bytes content = Encoded([&](auto& io) {
+    io("idAndFlags", kIdAndFlags);
+    ProfileLevels::Fields(io, levels);
+  });
+  return Encoded([&](auto& io) {
+    io.Atom(FourCC{"iods"}, [&] {
+      io("version", std::uint32_t{0});
+      PutDescriptor(io, kObjectTag, LengthBytes::kFour, content);
+    });
+  });
+}
+
+}  // namespace toolbox

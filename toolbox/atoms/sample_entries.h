@@ -1,0 +1,152 @@
+// Sample entries, the entries of 'stsd': how the samples of a media are decoded.
+//
+// An entry starts with its size, its format and the number of a data reference. What follows
+// depends on the kind of media: pictures and sound have fields, then atoms.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "toolbox/atoms/decoder_config.h"
+#include "toolbox/atoms/descriptors.h"
+#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/framing.h"
+#include "toolbox/bytes.h"
+
+namespace toolbox {
+
+// Null for fewer bytes than a size and a format take.
+FourCC EntryFormat(ByteSpan entry);
+
+// The number of the data reference in an entry, the first being 1. Nothing where text has its
+// place, as in some metadata formats.
+std::optional<std::uint16_t> ReferenceNumber(ByteSpan entry);
+// Replaces the number; an entry that has none stays as it is.
+void SetReferenceNumber(Bytes& entry, std::uint32_t number);
+
+// Whether samples of a media of that type decode alike by both entries: they are equal but for the
+// data reference and the bit rates, which differ from clip to clip of one encoder.
+bool DecodeAlike(ByteSpan a, ByteSpan b, FourCC mediaType);
+
+// ISO/IEC 14496-12 12.1.3. The defaults are the values that ISO wants; QuickTime has a version, a
+// vendor and qualities in the reserved fields.
+struct PictureEntry {
+  static constexpr std::size_t kSize = 86;  // bytes before the atoms
+
+  FourCC format;
+  std::array<std::uint8_t, 6> reserved{};
+  std::uint16_t dataReference = 1;  // number
+  std::array<std::uint8_t, 16> reserved2{};
+  std::uint16_t width = 0, height = 0;  // pixels
+  std::uint32_t horizontalResolution = 72 << 16, verticalResolution = 72 << 16;  // dots an inch
+  std::uint32_t dataSize = 0;
+  std::uint16_t frames = 1;  // a sample
+  std::array<std::uint8_t, 32> name{};  // its length, then the text
+  std::uint16_t depth = 24, colorTable = 0xFFFF;
+  Bytes atoms;
+
+  static void Fields(auto& io, auto& entry) {
+    io("reserved", entry.reserved);
+    io("dataReference", entry.dataReference);
+    io("reserved", entry.reserved2);
+    io("width", entry.width);
+    io("height", entry.height);
+    io("horizontalResolution", entry.horizontalResolution);
+    io("verticalResolution", entry.verticalResolution);
+    io("dataSize", entry.dataSize);
+    io("frames", entry.frames);
+    io("name", entry.name);
+    io("depth", entry.depth);
+    io("colorTable", entry.colorTable);
+    io.Rest("atoms", entry.atoms);
+  }
+
+  // The name when its length fits, else an empty one.
+  std::array<std::uint8_t, 32> ValidName() const;
+  // The atoms after the fields, as views into `atoms`.
+  std::vector<AtomView> Atoms() const;
+};
+
+// Nothing when the entry is shorter than its fields.
+std::optional<PictureEntry> ReadPictureEntry(ByteSpan entry);
+Bytes Encode(const PictureEntry& entry);
+
+// QuickTime: the fields that version 1 of a sound entry adds.
+struct SoundPackets {
+  std::uint32_t samplesPerPacket = 0, bytesPerPacket = 0, bytesPerFrame = 0, bytesPerSample = 0;
+  static void Fields(auto& io, auto& packets) {
+    io("samplesPerPacket", packets.samplesPerPacket);
+    io("bytesPerPacket", packets.bytesPerPacket);
+    io("bytesPerFrame", packets.bytesPerFrame);
+    io("bytesPerSample", packets.bytesPerSample);
+  }
+};
+
+// QuickTime: the fields that version 2 of a sound entry adds.
+struct WideSound {
+  std::uint32_t entrySize = 72;  // bytes before the atoms
+  std::uint64_t rateBits = 0;  // of a double, in Hz
+  std::uint32_t channels = 0, always7F = 0x7F000000, bits = 0, formatFlags = 0;
+  std::uint32_t bytesPerPacket = 0, samplesPerPacket = 0;
+  static void Fields(auto& io, auto& wide) {
+    io("entrySize", wide.entrySize);
+    io("rate", wide.rateBits);
+    io("channels", wide.channels);
+    io("always7F", wide.always7F);
+    io("bits", wide.bits);
+    io("formatFlags", wide.formatFlags);
+    io("bytesPerPacket", wide.bytesPerPacket);
+    io("samplesPerPacket", wide.samplesPerPacket);
+  }
+  double Rate() const;  // Hz
+};
+
+// ISO/IEC 14496-12 12.2.3. The defaults are the values that ISO wants.
+struct SoundEntry {
+  static constexpr std::size_t kSizes[] = {36, 52, 72};  // bytes before the atoms, by version
+
+  FourCC format;
+  std::array<std::uint8_t, 6> reserved{};
+  std::uint16_t dataReference = 1;  // number
+  std::uint16_t version = 0;  // QuickTime
+  std::array<std::uint8_t, 6> reserved2{};
+  std::uint16_t channels = 2, bits = 16;
+  std::int16_t compression = 0;  // QuickTime; -2: packets of several sizes
+  std::uint16_t packetSize = 0;
+  std::uint32_t rate = 0;  // 16.16
+  Bytes rest;  // the fields that `version` adds, then atoms
+
+  static void Fields(auto& io, auto& entry) {
+    io("reserved", entry.reserved);
+    io("dataReference", entry.dataReference);
+    io("version", entry.version);
+    io("reserved", entry.reserved2);
+    io("channels", entry.channels);
+    io("bits", entry.bits);
+    io("compression", entry.compression);
+    io("packetSize", entry.packetSize);
+    io("rate", entry.rate);
+    io.Rest("rest", entry.rest);
+  }
+
+  // What the version adds; nothing in an entry of another version or too short for it.
+  std::optional<SoundPackets> Packets() const;
+  std::optional<WideSound> Wide() const;
+};
+
+// Nothing when the entry is shorter than the fields of version 0.
+std::optional<SoundEntry> ReadSoundEntry(ByteSpan entry);
+Bytes Encode(const SoundEntry& entry);
+
+// The elementary stream that a picture entry or an 'mp4a' describes in 'esds'; nothing when there
+// is none or it cannot be read. QuickTime has the 'esds' of sound in 'wave'.
+std::optional<ElementaryStream> StreamIn(ByteSpan entry);
+// The 'avcC' of a picture entry; nothing when there is none or it cannot be read.
+std::optional<AvcConfig> AvcConfigIn(ByteSpan entry);
+
+// A 'colr' (12.1.5) as ISO has it; any atom but QuickTime's 'nclc' stays as it is.
+Bytes IsoColors(const AtomView& colors);
+
+}  // namespace toolbox

@@ -1,0 +1,56 @@
+#include "toolbox/references/data_references.h"
+
+#include <memory>
+#include <optional>
+#include <utility>
+#include <variant>
+
+#include "toolbox/atoms/handle_reference.h"
+#include "toolbox/disk/byte_source.h"
+#include "toolbox/references/aliases.h"
+#include "toolbox/references/real_path.h"
+#include "toolbox/references/urls.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"};
+constexpr std::uint32_t kInThisFile = 1;
+
+std::optional<fs::path> OtherFilePath(const DataReferenceEntry& entry, const fs::path& referrer) {
+  if (entry.kind == kAlias) return ResolveAlias(entry.data, referrer);
+  if (entry.kind != kUrl) return {};
+  const auto path = ResolveUrl(entry.data, referrer);
+  return path && IsFile(*path) ? path : std::nullopt;
+}
+
+}  // namespace
+
+DataReference ReadDataReference(const DataReferenceEntry& entry, const fs::path& referrer,
+                                bool resolve) {
+  if ((entry.versionAndFlags & kInThisFile) != 0) return ThisFile{};
+  if (entry.kind == kHandle) {
+    if (auto data = InitialData(entry.data)) {
+      return InMemory{std::make_shared<Bytes>(std::move(*data))};
+    }
+  } else if (resolve) {
+    if (auto path = OtherFilePath(entry, referrer)) return FileAt(*path);
+  }
+  return Unresolved{entry.kind, entry.versionAndFlags, entry.data};
+}
+
+DataReferenceEntry WriteDataReference(const DataReference& reference, const fs::path& referrer) {
+  if (const auto* other = std::get_if<OtherFile>(&reference)) {
+    return {kAlias, 0, AliasRecord(RealPath(other->path), RealPath(referrer))};
+  }
+  if (const auto* unresolved = std::get_if<Unresolved>(&reference)) {
+    return {unresolved->kind, unresolved->versionAndFlags, unresolved->record};
+  }
+  if (std::holds_alternative<InMemory>(reference)) throw Refused{invalidDataRef};
+  return {kAlias, kInThisFile, {}};
+}
+
+}  // namespace toolbox

@@ -1,0 +1,57 @@
+#include "toolbox/references/urls.h"
+
+#include <boost/algorithm/string/predicate.hpp>
+#include <charconv>
+#include <string>
+#include <string_view>
+
+#include "toolbox/references/real_path.h"
+
+namespace toolbox {
+namespace {
+
+namespace fs = boost::filesystem;
+
+// The text with its percent escapes undone; a '%' that starts none stays.
+std::string PercentDecoded(std::string_view text) {
+  std::string decoded;
+  while (!text.empty()) {
+    std::uint8_t byte = 0;
+    const char* digits = text.data() + 1;
+    if (text[0] == '%' && text.size() > 2 &&
+        std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+      decoded += static_cast<char>(byte);
+      text.remove_prefix(3);
+    } else {
+      decoded += text[0];
+      text.remove_prefix(1);
+    }
+  }
+  return decoded;
+}
+
+}  // namespace
+
+std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
+  std::string_view text(reinterpret_cast<const char*>(url.data()), url.size());
+  text = text.substr(0, text.find('\0'));
+  const std::size_t mark = text.find_first_of(":/");
+  const bool hasScheme = mark != std::string_view::npos && text[mark] == ':';
+  if (hasScheme) {
+    if (!boost::iequals(text.substr(0, mark), "file")) return {};
+    text.remove_prefix(mark + 1);
+  }
+  if (text.starts_with("//")) {
+    text.remove_prefix(2);
+    const std::string_view host = text.substr(0, text.find('/'));
+    if (!host.empty() && !boost::iequals(host, "localhost")) return {};
+    text.remove_prefix(host.size());
+  }
+  const std::string path = PercentDecoded(text);
+  if (path.empty() || path.find('\0') != std::string::npos) return {};
+  if (path[0] == '/') return fs::path(path).lexically_normal();
+  if (hasScheme || referrer.empty()) return {};
+  return (RealPath(referrer).parent_path() / path).lexically_normal();
+}
+
+}  // namespace toolbox
