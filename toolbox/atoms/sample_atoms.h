@@ -111,6 +111,10 @@ struct ConstantSampleSize {  // 'stsz' where all samples have one size, ISO/IEC 
   static constexpr FourCC kType{"stsz"};
   std::uint32_t versionAndFlags = 0, size = 0, count = 0;
 
+  // Whether the 'stsz' with that content is this one; else it has a size for each sample.
+  static bool IsIn(ByteSpan content) {
+    return content.size() >= 8 && FromBigEndian<std::uint32_t>(&content[4]) != 0;
+  }
   static void Fields(auto& io, auto& sizes) {
     io("version", sizes.versionAndFlags);
     io("size", sizes.size);
@@ -218,6 +222,18 @@ struct SampleToGroup {  // 'sbgp', ISO/IEC 14496-12 8.9.2
     if (groups.versionAndFlags >> 24 == 1) io("parameter", groups.parameter);
     io.Table("rows", groups.rows);
   }
+};
+
+struct SampleGroupDescriptions {  // 'sgpd', ISO/IEC 14496-12 8.9.3
+  static constexpr FourCC kType{"sgpd"};
+  Bytes content;
+  static void Fields(auto& io, auto& descriptions) { io.Rest("content", descriptions.content); }
+};
+
+struct CompactSampleToGroup {  // 'csgp', ISO/IEC 14496-12 8.9.5
+  static constexpr FourCC kType{"csgp"};
+  Bytes content;
+  static void Fields(auto& io, auto& groups) { io.Rest("content", groups.content); }
 };
 
 }  // namespace toolbox

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
 #include "toolbox/refused.h"
 

@@ -83,7 +83,8 @@ DescribedPayload Describe(const MediaRecord& media, const SampleDescription& des
   const auto stream = StreamIn(description);
   if (!stream) throw Refused{invalidSampleDescription};
   if (media.Type() == FourCC{"soun"} && stream->objectType == ElementaryStream::kAudio) {
-    return DescribeAudio(*stream, FromBigEndian<std::uint16_t>(&description[24]), media.scale);
+    return DescribeAudio(*stream, FromBigEndian<std::uint16_t>(&description[24]),
+                         media.header.scale);
   }
   // Pictures and sound may also be coded in ways that have other payloads.
   if (media.Type() != FourCC{"vide"} || stream->objectType != ElementaryStream::kVisual) {
@@ -113,7 +114,8 @@ std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, s
 }
 
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate) {
-  const std::int64_t length = Rescale(movie.Duration().units, movie.scale, 1000, Rounding::kUp);
+  const std::int64_t length =
+      Rescale(movie.Duration().units, movie.header.scale, 1000, Rounding::kUp);
   const std::string thousandths = std::to_string(1000 + length % 1000).substr(1);
   return Bandwidth(bitRate) + "a=range:npt=0-" + std::to_string(length / 1000) + "." + thousandths +
          "\r\n";

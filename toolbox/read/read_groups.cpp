@@ -4,13 +4,11 @@
 #include <optional>
 #include <utility>
 
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/movie/sample_groups.h"
 
 namespace toolbox {
 namespace {
 
-constexpr FourCC kDescriptions{"sgpd"}, kCompact{"csgp"};
 constexpr std::uint32_t kOwnNumbers = 0x10000;  // beyond it those of a fragment's own 'sgpd'
 
 // Numbers of 4, 8, 16 or 32 bits, one behind the other.
@@ -31,8 +29,7 @@ class PackedNumbers {
   std::size_t at_ = 0;  // in bits
 };
 
-FragmentGroups ReadPlain(ByteSpan content, std::uint32_t samples) {
-  const auto stated = Decode<SampleToGroup>(content);
+FragmentGroups ReadPlain(const SampleToGroup& stated, std::uint32_t samples) {
   FragmentGroups read;
   read.group.grouping = stated.grouping;
   read.group.versionAndFlags = stated.versionAndFlags;
@@ -95,16 +92,24 @@ std::optional<FragmentGroups> ReadCompact(ByteSpan content, std::uint32_t sample
   return read;
 }
 
-// All maps that a table or a fragment holds, each without descriptions.
-std::vector<FragmentGroups> ReadMaps(Children& parts, std::uint32_t samples) {
+// Calls visit(atom) for all atoms of one kind, in their order.
+template <class A>
+void ForEachOf(const SampleGroupAtoms& atoms, auto&& visit) {
+  for (const SampleGroupAtom& any : atoms) {
+    if (const A* atom = std::get_if<A>(&any)) visit(*atom);
+  }
+}
+
+// All maps of a table or a fragment, without their descriptions.
+std::vector<FragmentGroups> ReadMaps(const SampleGroupAtoms& atoms, std::uint32_t samples) {
   std::vector<FragmentGroups> maps;
-  for (const ByteSpan content : parts.Each(SampleToGroup::kType)) {
-    maps.push_back(ReadPlain(content, samples));
-  }
-  for (const ByteSpan content : parts.Each(kCompact)) {
-    auto map = InAtom(kCompact, [&] { return ReadCompact(content, samples); });
+  ForEachOf<SampleToGroup>(
+      atoms, [&](const SampleToGroup& atom) { maps.push_back(ReadPlain(atom, samples)); });
+  ForEachOf<CompactSampleToGroup>(atoms, [&](const CompactSampleToGroup& atom) {
+    auto map =
+        InAtom(CompactSampleToGroup::kType, [&] { return ReadCompact(atom.content, samples); });
     if (map) maps.push_back(std::move(*map));
-  }
+  });
   return maps;
 }
 
@@ -113,28 +118,28 @@ struct Descriptions {
   Bytes atom;
 };
 
-std::vector<Descriptions> ReadDescriptions(Children& parts) {
+std::vector<Descriptions> ReadDescriptions(const SampleGroupAtoms& atoms) {
   std::vector<Descriptions> all;
-  for (const ByteSpan content : parts.Each(kDescriptions)) {
+  ForEachOf<SampleGroupDescriptions>(atoms, [&](const SampleGroupDescriptions& atom) {
     Descriptions& one = all.emplace_back();
-    FieldReader io(content);
+    FieldReader io(atom.content);
     std::uint32_t version = 0;
     io("version", version);
     io("grouping", one.grouping);
-    one.atom = Encoded([&](auto& out) { out.Atom(kDescriptions, [&] { out.Append(content); }); });
-  }
+    one.atom = Encode(atom);
+  });
   return all;
 }
 
 }  // namespace
 
-void ReadSampleGroups(Children& table, SampleRows& rows) {
-  for (Descriptions& stated : ReadDescriptions(table)) {
+void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
+  for (Descriptions& stated : ReadDescriptions(atoms)) {
     SampleGroup& group = rows.groups.emplace_back();
     group.grouping = stated.grouping;
     group.descriptions = std::move(stated.atom);
   }
-  for (FragmentGroups& map : ReadMaps(table, rows.count)) {
+  for (FragmentGroups& map : ReadMaps(atoms, rows.count)) {
     auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
       return candidate.grouping == map.group.grouping && candidate.runs.empty();
     });
@@ -148,9 +153,10 @@ void ReadSampleGroups(Children& table, SampleRows& rows) {
   }
 }
 
-std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples) {
-  std::vector<FragmentGroups> groups = ReadMaps(fragment, samples);
-  for (const Descriptions& stated : ReadDescriptions(fragment)) {
+std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
+                                               std::uint32_t samples) {
+  std::vector<FragmentGroups> groups = ReadMaps(atoms, samples);
+  for (const Descriptions& stated : ReadDescriptions(atoms)) {
     for (FragmentGroups& read : groups) {
       if (read.group.grouping == stated.grouping) read.group.descriptions = stated.atom;
     }

@@ -6,14 +6,16 @@
 #include <map>
 #include <vector>
 
-#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
+using SampleGroupAtoms = std::vector<SampleGroupAtom>;
+
 // Gives `rows`, whose count is known, the groups that the sample table states. Throws Malformed.
-void ReadSampleGroups(Children& table, SampleRows& rows);
+void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows);
 
 // The groups of one grouping that a fragment puts the samples of a track in.
 struct FragmentGroups {
@@ -22,7 +24,8 @@ struct FragmentGroups {
 };
 
 // What a 'traf' says of its `samples` samples. Throws Malformed.
-std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples);
+std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
+                                               std::uint32_t samples);
 
 // Puts the samples of one fragment after the other into groups.
 class FragmentGrouper {

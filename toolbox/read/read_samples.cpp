@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "toolbox/atoms/framing.h"
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/read/read_groups.h"
 
 namespace toolbox {
@@ -12,10 +10,9 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-void ReadDescriptions(Children& table, MediaRecord& media) {
-  auto stated = table.Maybe<SampleDescriptions>();
-  if (!stated) return;
-  for (Bytes& bytes : stated->entries) {
+void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
+  if (!table.descriptions) return;
+  for (Bytes& bytes : table.descriptions->entries) {
     SampleDescription description{std::move(bytes)};
     if (description.HoldsReference()) {
       const auto number = FromBigEndian<std::uint16_t>(&description.bytes[14]);
@@ -66,33 +63,34 @@ Packing ReadPacking(const SampleDescription& description) {
   return {1, PlainFrameSize(description.Format(), channels, number16(26))};
 }
 
-void ReadSizes(Children& table, SampleRows& rows) {
-  if (const auto content = table.Maybe(SampleSizes::kType)) {
-    const auto stated = Decode<ConstantSampleSize>(*content);
-    rows.count = stated.count;
-    rows.constantSize = stated.size;
-    if (stated.size != 0) return;
-    const auto sizes = Decode<SampleSizes>(*content);
-    rows.sizes = FileNumbers(false, sizes.rows.Encoded());
-  } else if (const auto compact = table.Maybe<CompactSampleSizes>()) {
-    const std::uint32_t bits = compact->fieldBits & 0xFF;
-    if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
-    if (compact->count > compact->fields.size() * 8 / bits) {
-      throw Malformed("'stz2' is shorter than its count");
-    }
-    rows.count = compact->count;
-    for (std::size_t i = 0; i < rows.count; ++i) {
-      const std::uint8_t* at = &compact->fields[i * bits / 8];
-      rows.sizes.Add(bits == 16  ? FromBigEndian<std::uint16_t>(at)
-                     : bits == 8 ? *at
-                                 : (i % 2 == 0 ? *at >> 4U : *at & 15U));
-    }
+void Read(const ConstantSampleSize& stated, SampleRows& rows) {
+  rows.count = stated.count;
+  rows.constantSize = stated.size;
+}
+
+void Read(const SampleSizes& stated, SampleRows& rows) {
+  rows.count = stated.rows.Count();
+  rows.sizes = FileNumbers(false, stated.rows.Encoded());
+}
+
+void Read(const CompactSampleSizes& stated, SampleRows& rows) {
+  const std::uint32_t bits = stated.fieldBits & 0xFF;
+  if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
+  if (stated.count > stated.fields.size() * 8 / bits) {
+    throw Malformed("'stz2' is shorter than its count");
+  }
+  rows.count = stated.count;
+  for (std::size_t i = 0; i < rows.count; ++i) {
+    const std::uint8_t* at = &stated.fields[i * bits / 8];
+    rows.sizes.Add(bits == 16  ? FromBigEndian<std::uint16_t>(at)
+                   : bits == 8 ? *at
+                               : (i % 2 == 0 ? *at >> 4U : *at & 15U));
   }
 }
 
-void ReadTimes(Children& table, SampleRows& rows) {
+void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
   std::uint32_t delta = 1;
-  if (const auto times = table.Maybe<TimeToSample>()) {
+  if (const auto& times = table.times) {
     times->rows.ForEach([&](const TimeToSample::Row& row) {
       rows.AddTimes(row.count, row.delta);
       if (row.count != 0) delta = row.delta;
@@ -101,7 +99,7 @@ void ReadTimes(Children& table, SampleRows& rows) {
   // Samples without a time go on like the last that has one.
   rows.AddTimes(UINT32_MAX, delta);
 
-  if (const auto offsets = table.Maybe<CompositionOffsets>()) {
+  if (const auto& offsets = table.offsets) {
     rows.offsetsVersion = offsets->versionAndFlags >> 24;
     if (auto stated = OffsetRuns::Stated(offsets->rows.Encoded(), rows.count)) {
       rows.offsets = std::move(*stated);
@@ -113,20 +111,22 @@ void ReadTimes(Children& table, SampleRows& rows) {
   }
 }
 
-void ReadChunkOffsets(Children& table, SampleRows& rows) {
-  if (const auto narrow = table.Maybe<ChunkOffsets>()) {
-    rows.chunkOffsets = FileNumbers(false, narrow->rows.Encoded());
-  } else if (const auto wide = table.Maybe<WideChunkOffsets>()) {
-    wide->rows.ForEach([](const WideChunkOffsets::Row& row) {
-      if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
-    });
-    rows.chunkOffsets = FileNumbers(true, wide->rows.Encoded());
-  }
+void Read(const ChunkOffsets& stated, SampleRows& rows) {
+  rows.chunkOffsets = FileNumbers(false, stated.rows.Encoded());
 }
 
-void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
-  ReadChunkOffsets(table, rows);
-  const auto stated = table.Maybe<SampleToChunk>();
+void Read(const WideChunkOffsets& stated, SampleRows& rows) {
+  stated.rows.ForEach([](const WideChunkOffsets::Row& row) {
+    if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
+  });
+  rows.chunkOffsets = FileNumbers(true, stated.rows.Encoded());
+}
+
+void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleRows& rows) {
+  if (table.chunkOffsets) {
+    std::visit([&](const auto& offsets) { Read(offsets, rows); }, *table.chunkOffsets);
+  }
+  const auto& stated = table.chunks;
   if (!stated) return;
   const auto chunks = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
   if (auto runs = ChunkRuns::Stated(stated->rows.Encoded(), chunks, rows.count, descriptions)) {
@@ -153,9 +153,8 @@ void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
   add(UINT32_MAX);
 }
 
-template <class Numbers>
-std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint32_t count) {
-  const auto stated = table.Maybe<Numbers>();
+// The numbers of samples as indexes, in order and without repetition.
+std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::uint32_t count) {
   if (!stated) return std::nullopt;
   std::vector<std::uint32_t> samples;
   samples.reserve(stated->rows.Count());
@@ -168,21 +167,21 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint
 }
 
 // The tables with a value for each sample.
-void ReadValues(Children& table, SampleRows& rows) {
+void ReadValues(SampleTableAtoms& table, SampleRows& rows) {
   const auto atMost = [&rows](std::size_t count) {
     return std::min<std::size_t>(count, rows.count);
   };
-  if (auto dependencies = table.Maybe<SampleDependencies>()) {
+  if (auto& dependencies = table.dependencies) {
     rows.dependencies = std::move(dependencies->samples);
     rows.dependencies.resize(atMost(rows.dependencies.size()));
   }
-  if (const auto stated = table.Maybe<DegradationPriorities>()) {
+  if (const auto& stated = table.priorities) {
     rows.priorities.resize(atMost(stated->samples.size() / 2));
     for (std::size_t i = 0; i < rows.priorities.size(); ++i) {
       rows.priorities[i] = FromBigEndian<std::uint16_t>(&stated->samples[2 * i]);
     }
   }
-  if (const auto stated = table.Maybe<PaddingBits>()) {
+  if (const auto& stated = table.padding) {
     rows.padding.resize(atMost(std::min<std::size_t>(stated->count, 2 * stated->samples.size())));
     for (std::size_t i = 0; i < rows.padding.size(); ++i) {
       const std::uint8_t both = stated->samples[i / 2];
@@ -193,24 +192,23 @@ void ReadValues(Children& table, SampleRows& rows) {
 
 }  // namespace
 
-std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media) {
+std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& media) {
   auto rows = std::make_shared<SampleRows>();
-  Children table(content);
   ReadDescriptions(table, media);
-  ReadSizes(table, *rows);
+  if (table.sizes) std::visit([&](const auto& sizes) { Read(sizes, *rows); }, *table.sizes);
   ReadTimes(table, *rows);
   ReadChunks(table, media.descriptions.size(), *rows);
-  rows->sync = ReadNumbers<SyncSamples>(table, rows->count);
+  rows->sync = ReadNumbers(table.sync, rows->count);
   rows->partialSync =
-      ReadNumbers<PartialSyncSamples>(table, rows->count).value_or(std::vector<std::uint32_t>{});
+      ReadNumbers(table.partialSync, rows->count).value_or(std::vector<std::uint32_t>{});
   ReadValues(table, *rows);
-  ReadSampleGroups(table, *rows);
+  ReadSampleGroups(table.groups, *rows);
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {
       rows->packings.push_back(ReadPacking(description));
     }
   }
-  rows->otherTables = table.Others();
+  rows->otherTables = std::move(table.others);
   return rows;
 }
 

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "toolbox/atoms/big_endian.h"
+#include "toolbox/atoms/malformed.h"
+
 namespace toolbox {
 
 ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {

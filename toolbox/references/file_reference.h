@@ -5,19 +5,11 @@
 #include <cstdint>
 #include <optional>
 
-#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/data_reference.h"
 
 namespace toolbox {
-
-// One entry of 'dref' (ISO/IEC 14496-12 8.7.2; QuickTime: data is an alias record or a URL).
-struct DataReferenceEntry {
-  FourCC kind;
-  std::uint32_t versionAndFlags = 0;  // lowest bit set: the movie's own file
-  Bytes data;  // what follows version and flags
-  friend bool operator==(const DataReferenceEntry&, const DataReferenceEntry&) = default;
-};
 
 // An alias record of version 2 for the file `target`, as seen from the movie file `referrer`. Both
 // paths are absolute and free of symbolic links. An empty `referrer` leaves the relative way
