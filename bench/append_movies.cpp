@@ -22,7 +22,7 @@ std::unique_ptr<MovieRecord> Clip(int number) {
   movie->file = OtherFile{"/media/clip" + std::to_string(number) + ".mov"};
   TrackRecord& track = movie->AddTrack();
   MediaRecord& media = track.SetMedia({});
-  media.scale = 30000;
+  media.header.scale = 30000;
   media.handler.subtype = FourCC{"vide"};
   media.dataReferences.push_back(ThisFile{});
   media.descriptions.push_back({Bytes(86), 0});

@@ -34,7 +34,7 @@ void WriteMovieOf(std::uint32_t samples, const boost::filesystem::path& path) {
   movie.file = OtherFile{"/media/clip.mov"};
   TrackRecord& track = movie.AddTrack();
   MediaRecord& media = track.SetMedia({});
-  media.scale = 30000;
+  media.header.scale = 30000;
   media.handler.subtype = FourCC{"vide"};
   media.dataReferences.push_back(*movie.file);
   media.descriptions.push_back({Bytes(86), 0});

@@ -1,10 +1,11 @@
 #include <algorithm>
+#include <span>
 #include <string>
-#include <tuple>
-#include <type_traits>
+#include <utility>
 
-#include "toolbox/atoms/framing.h"
-#include "toolbox/read/read_movie.h"
+#include "toolbox/atoms/compressed_movie.h"
+#include "toolbox/atoms/field_printer.h"
+#include "toolbox/refused.h"
 #include "tools/dump.h"
 #include "tools/known_atoms.h"
 
@@ -17,17 +18,26 @@ using toolbox::ByteSpan;
 using toolbox::FourCC;
 using toolbox::FromBigEndian;
 
-constexpr FourCC kContainers[] = {"moov", "trak", "mdia", "minf", "stbl", "edts", "dinf", "udta",
-                                  "tref", "gmhd", "tapt", "clip", "matt", "mvex", "moof", "traf",
-                                  "mfra", "rmra", "rmda", "sinf", "schi", "meta", "cmov"};
+// Atoms of atoms that the toolbox does not take apart.
+constexpr FourCC kOtherContainers[] = {"gmhd", "tapt", "clip", "matt", "mfra", "rmra",
+                                       "rmda", "sinf", "schi", "meta", "cmov"};
 // Nothing to know about them but their size.
 constexpr FourCC kPlain[] = {"mdat", "free", "skip", "wide"};
+
+template <class A>
+constexpr bool kHasFields = !toolbox::Container<A> && !toolbox::ReadsItself<A>;
 
 // Deeper than any movie, shallow enough for the stack.
 constexpr int kDeepest = 32;
 
 bool IsOneOf(std::span<const FourCC> types, FourCC type) {
   return std::ranges::find(types, type) != types.end();
+}
+
+bool IsContainer(FourCC type) {
+  bool isContainer = IsOneOf(kOtherContainers, type);
+  ForEachKnownAtom([&]<class A>() { isContainer |= !kHasFields<A> && A::kType == type; });
+  return isContainer;
 }
 
 class Dump {
@@ -72,12 +82,12 @@ class Dump {
     out_ << '\'' << type.Text() << "' malformed: claims "
          << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
     // What is left of a container can still be looked at.
-    PrintContent(source, IsOneOf(kContainers, type) ? type : kPlain[0], at + 8, end, depth);
+    PrintContent(source, IsContainer(type) ? type : kPlain[0], at + 8, end, depth);
   }
 
   void PrintContent(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end,
                     int depth) {
-    const bool isContainer = IsOneOf(kContainers, type);
+    const bool isContainer = IsContainer(type);
     if (isContainer && depth < kDeepest) {
       out_ << '\n';
       if (type == FourCC{"meta"}) at += VersionSize(source, at, end);
@@ -88,7 +98,7 @@ class Dump {
     if (isContainer) {
       out_ << " malformed: nested too deep";
     } else if (!IsOneOf(kPlain, type)) {
-      PrintFields(source, type, at, end, std::type_identity<KnownAtoms>());
+      PrintFields(source, type, at, end);
     }
     out_ << '\n';
   }
@@ -100,46 +110,45 @@ class Dump {
     return FromBigEndian<std::uint32_t>(start.data()) == FourCC{"hdlr"}.value ? 0 : 4;
   }
 
-  template <class... A>
-  void PrintFields(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end,
-                   std::type_identity<std::tuple<A...>>) {
-    if (((A::kType != type) && ...)) {
+  void PrintFields(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end) {
+    bool isKnown = false, isPrinted = false;
+    ForEachKnownAtom([&]<class A>() { isKnown |= A::kType == type; });
+    if (!isKnown) {
       out_ << " unknown";
       return;
     }
     const Bytes content = Read(source, at, end - at);
-    try {
-      // Of the two atoms with this type only one has a size here.
-      if (type == toolbox::ConstantSampleSize::kType && content.size() >= 8 &&
-          FromBigEndian<std::uint32_t>(&content[4]) != 0) {
-        return PrintAs<toolbox::ConstantSampleSize>(content);
+    ForEachKnownAtom([&]<class A>() {
+      if constexpr (kHasFields<A>) {
+        if (isPrinted || A::kType != type) return;
+        if constexpr (toolbox::Conditional<A>) {
+          if (!A::IsIn(content)) return;
+        }
+        PrintAs<A>(content);
+        isPrinted = true;
       }
-      std::ignore = ((A::kType == type && (PrintAs<A>(content), true)) || ...);
-    } catch (const toolbox::Malformed& fault) {
-      out_ << " malformed: " << fault.reason;
-    }
+    });
   }
 
   template <class A>
-  void PrintAs(ByteSpan content) {
+  void PrintAs(ByteSpan content) try {
     A atom;
     toolbox::FieldReader reader(content);
     A::Fields(reader, atom);
     toolbox::FieldPrinter printer(out_, showsDates_);
     A::Fields(printer, std::as_const(atom));
     if (!reader.Remaining().empty()) out_ << " and " << reader.Remaining().size() << " bytes";
+  } catch (const toolbox::Malformed& fault) {
+    out_ << " malformed: " << fault.reason;
   }
 
   // `content` is that of 'cmov'. What is compressed there counts its bytes from its first child on.
-  void PrintInflated(const Bytes& content, int depth) {
-    const Bytes file = toolbox::Encoded([&](auto& io) {
-      io.Atom(FourCC{"moov"}, [&] { io.Atom(FourCC{"cmov"}, [&] { io.Append(content); }); });
-    });
+  void PrintInflated(ByteSpan content, int depth) {
     try {
       if (isInflated_) throw toolbox::Malformed("it is compressed twice");
-      const toolbox::HeldBytes inflated = toolbox::ReadMovieHeader(toolbox::MemorySource(file));
+      const Bytes inflated = toolbox::Inflate(content);
       isInflated_ = true;
-      Walk(toolbox::MemorySource(inflated.Span()), 0, inflated.Span().size(), depth);
+      Walk(toolbox::MemorySource(inflated), 0, inflated.size(), depth);
       isInflated_ = false;
     } catch (const toolbox::Malformed& fault) {
       StartLine(0, depth);

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <string>
 
-#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/field_printer.h"
 #include "toolbox/references/data_references.h"
 #include "tools/dump.h"
 
@@ -35,8 +35,8 @@ class Model {
         out_(out) {}
 
   void Print() {
-    out_ << "movie " << file_.filename().string() << ": scale " << movie_.scale << " duration "
-         << movie_.Duration().units;
+    out_ << "movie " << file_.filename().string() << ": scale " << movie_.header.scale
+         << " duration " << movie_.Duration().units;
     PrintCommon(movie_);
     PrintUserData(movie_.userData, "  movie");
     std::size_t number = 0;
@@ -46,23 +46,24 @@ class Model {
  private:
   // Ends the line.
   void PrintCommon(const auto& record) {
-    if (record.matrix != toolbox::kIdentityMatrix) {
+    if (record.header.matrix != toolbox::kIdentityMatrix) {
       out_ << " matrix";
-      for (const std::int32_t number : record.matrix) out_ << ' ' << number;
+      for (const std::int32_t number : record.header.matrix) out_ << ' ' << number;
     }
-    if (showsDates_) out_ << " created " << record.created << " modified " << record.modified;
+    if (showsDates_)
+      out_ << " created " << record.header.created << " modified " << record.header.modified;
     out_ << '\n';
   }
 
   void PrintTrack(std::size_t number, const TrackRecord& track) {
-    out_ << "track " << number << " id " << track.id;
+    out_ << "track " << number << " id " << track.header.id;
     if (track.media) {
-      out_ << " '" << track.media->Type().Text() << "' scale " << track.media->scale << " language "
-           << Language(track.media->language);
+      out_ << " '" << track.media->Type().Text() << "' scale " << track.media->header.scale
+           << " language " << Language(track.media->header.language);
     }
-    out_ << (track.IsEnabled() ? " enabled size " : " disabled size ") << Fixed(track.width) << 'x'
-         << Fixed(track.height) << " volume " << track.volume / 256.0 << " layer " << track.layer
-         << " group " << track.alternateGroup;
+    out_ << (track.IsEnabled() ? " enabled size " : " disabled size ") << Fixed(track.header.width)
+         << 'x' << Fixed(track.header.height) << " volume " << track.header.volume / 256.0
+         << " layer " << track.header.layer << " group " << track.header.alternateGroup;
     PrintCommon(track);
     PrintReferences(track);
     PrintEdits(track);

@@ -25,7 +25,7 @@ using Row = std::tuple<std::int64_t, std::int64_t, std::string>;  // start, dura
 std::vector<Row> Read(toolbox::Movie movie) {
   std::vector<Row> rows;
   for (const Chapter& chapter : ReadChapters(movie)) {
-    EXPECT_EQ(chapter.scale, movie->scale);
+    EXPECT_EQ(chapter.scale, movie->header.scale);
     rows.emplace_back(chapter.start, chapter.duration, chapter.title);
   }
   return rows;

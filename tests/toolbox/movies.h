@@ -39,7 +39,7 @@ inline TrackRecord& AddPlainTrack(MovieRecord& movie, FourCC type, std::int32_t 
                                   DataReference where = ThisFile{}) {
   TrackRecord& track = movie.AddTrack();
   MediaRecord& media = track.SetMedia({});
-  media.scale = scale;
+  media.header.scale = scale;
   media.handler.componentType = FourCC{"mhlr"};
   media.handler.subtype = type;
   media.dataReferences = {std::move(where)};

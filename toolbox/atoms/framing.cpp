@@ -1,6 +1,10 @@
 #include "toolbox/atoms/framing.h"
 
 #include <algorithm>
+#include <functional>
+
+#include "toolbox/atoms/big_endian.h"
+#include "toolbox/atoms/malformed.h"
 
 namespace toolbox {
 
@@ -33,46 +37,6 @@ std::vector<AtomView> SplitAtoms(ByteSpan bytes, ByteSpan* tail) {
     throw Malformed("an atom inside reaches past the end");
   }
   return atoms;
-}
-
-Children::Children(ByteSpan content) {
-  for (const AtomView& atom : SplitAtoms(content)) children_.push_back({atom});
-}
-
-std::optional<ByteSpan> Children::Maybe(FourCC type) {
-  const auto found = std::ranges::find_if(
-      children_, [type](const Child& child) { return child.atom.type == type && !child.isTaken; });
-  if (found == children_.end()) return std::nullopt;
-  found->isTaken = true;
-  return found->atom.content;
-}
-
-ByteSpan Children::One(FourCC type) {
-  const auto content = Maybe(type);
-  if (!content) throw Malformed("the atom '" + type.Text() + "' is missing");
-  return *content;
-}
-
-std::vector<ByteSpan> Children::Each(FourCC type) {
-  std::vector<ByteSpan> all;
-  while (const auto content = Maybe(type)) all.push_back(*content);
-  return all;
-}
-
-Siblings Children::Others() const {
-  Siblings siblings;
-  for (const Child& child : children_) {
-    Sibling& sibling = siblings.emplace_back(Sibling{child.atom.type, {}});
-    if (child.isTaken) continue;
-    sibling.bytes.assign(child.atom.whole.begin(), child.atom.whole.end());
-    // A size of 0 means "to the end", which is elsewhere once siblings come and go.
-    if (FromBigEndian<std::uint32_t>(sibling.bytes.data()) == 0) {
-      for (std::size_t i = 0; i < 4; ++i) {
-        sibling.bytes[i] = static_cast<std::uint8_t>(sibling.bytes.size() >> (24 - 8 * i));
-      }
-    }
-  }
-  return siblings;
 }
 
 }  // namespace toolbox

@@ -1,5 +1,6 @@
 #include "toolbox/atoms/graphics_mode.h"
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
 
 namespace toolbox {

@@ -4,13 +4,17 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "toolbox/atoms/fields.h"
 
 namespace toolbox {
 
-using MatrixFields = std::array<std::int32_t, 9>;  // a b u c d v tx ty w, as files order them
+// The 3 x 3 matrix of a movie or track in the order of files: a b u c d v tx ty w. a to d, tx and
+// ty are 16.16; u, v and w are 2.30.
+using Matrix = std::array<std::int32_t, 9>;
+inline constexpr Matrix kIdentityMatrix{0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
 
 inline void PutMatrix(auto& io, auto& matrix) {
   static constexpr const char* kNames[] = {"a", "b", "u", "c", "d", "v", "tx", "ty", "w"};
@@ -30,17 +34,21 @@ struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
   }
 };
 
-struct MovieHeader {  // 'mvhd', ISO/IEC 14496-12 8.2.2; the times after the matrix are QuickTime's
+// 'mvhd', ISO/IEC 14496-12 8.2.2. The times after the matrix are QuickTime's. Dates, here and in
+// the other headers, are seconds since 1904-01-01 UTC.
+struct MovieHeader {
   static constexpr FourCC kType{"mvhd"};
   std::uint32_t flags = 0;
   std::uint64_t created = 0, modified = 0, duration = 0;
-  std::int32_t scale = 0, rate = 0;
-  std::int16_t volume = 0;
+  std::int32_t scale = 600;
+  std::int32_t rate = 0x10000;  // preferred, 16.16
+  std::int16_t volume = 0x100;  // preferred, 8.8
   std::array<std::uint8_t, 10> reserved{};
-  MatrixFields matrix{};
-  std::uint32_t previewTime = 0, previewDuration = 0, posterTime = 0;
-  std::uint32_t selectionTime = 0, selectionDuration = 0, currentTime = 0;
-  std::uint32_t nextTrackId = 0;
+  Matrix matrix = kIdentityMatrix;
+  // In movie units. A file has 32 bits for each.
+  std::int64_t previewTime = 0, previewDuration = 0, posterTime = 0;
+  std::int64_t selectionTime = 0, selectionDuration = 0, currentTime = 0;
+  std::uint32_t nextTrackId = 1;
 
   bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
   static void Fields(auto& io, auto& header) {
@@ -53,27 +61,28 @@ struct MovieHeader {  // 'mvhd', ISO/IEC 14496-12 8.2.2; the times after the mat
     io("volume", header.volume);
     io("reserved", header.reserved);
     PutMatrix(io, header.matrix);
-    io("previewTime", header.previewTime);
-    io("previewDuration", header.previewDuration);
-    io("posterTime", header.posterTime);
-    io("selectionTime", header.selectionTime);
-    io("selectionDuration", header.selectionDuration);
-    io("currentTime", header.currentTime);
+    io.Narrow("previewTime", header.previewTime);
+    io.Narrow("previewDuration", header.previewDuration);
+    io.Narrow("posterTime", header.posterTime);
+    io.Narrow("selectionTime", header.selectionTime);
+    io.Narrow("selectionDuration", header.selectionDuration);
+    io.Narrow("currentTime", header.currentTime);
     io("nextTrackId", header.nextTrackId);
   }
 };
 
 struct TrackHeader {  // 'tkhd', ISO/IEC 14496-12 8.3.2
   static constexpr FourCC kType{"tkhd"};
-  std::uint32_t flags = 0;
+  static constexpr std::uint32_t kEnabled = 1;  // in the flags
+  std::uint32_t flags = 0xF;
   std::uint64_t created = 0, modified = 0, duration = 0;
   std::uint32_t id = 0;
   std::array<std::uint8_t, 4> reserved{};
   std::array<std::uint8_t, 8> reserved2{};
   std::int16_t layer = 0, alternateGroup = 0, volume = 0;
   std::array<std::uint8_t, 2> reserved3{};
-  MatrixFields matrix{};
-  std::int32_t width = 0, height = 0;
+  Matrix matrix = kIdentityMatrix;
+  std::int32_t width = 0, height = 0;  // 16.16
 
   bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
   static void Fields(auto& io, auto& header) {
@@ -125,7 +134,7 @@ struct MediaHeader {  // 'mdhd', ISO/IEC 14496-12 8.4.2; quality is QuickTime's
   static constexpr FourCC kType{"mdhd"};
   std::uint32_t flags = 0;
   std::uint64_t created = 0, modified = 0, duration = 0;
-  std::int32_t scale = 0;
+  std::int32_t scale = 600;
   std::uint16_t language = 0, quality = 0;
 
   bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
@@ -159,6 +168,53 @@ struct Handler {
     io("componentFlagsMask", handler.componentFlagsMask);
     io.Rest("name", handler.name);
   }
+};
+
+// The handler of a new media, or of its data in QuickTime ('dhlr'). `name` is ASCII and has at most
+// 255 characters.
+Handler NewHandler(FourCC componentType, FourCC subtype, std::string_view name);
+// The handler in the form of QuickTime files. The characters of the name stay as they are.
+Handler QuickTimeHandler(Handler handler);
+// The handler in the form of ISO files. A name that is not plain ASCII is dropped: it could be in
+// any encoding of the Macintosh.
+Handler IsoHandler(const Handler& handler);
+
+struct VideoMediaHeader {  // 'vmhd', ISO/IEC 14496-12 12.1.2
+  static constexpr FourCC kType{"vmhd"};
+  std::uint32_t versionAndFlags = 1;
+  std::uint16_t mode = 0;  // how the picture is laid over what is below: copy
+  std::array<std::uint16_t, 3> opColor{};  // red, green, blue
+
+  static void Fields(auto& io, auto& header) {
+    io("version", header.versionAndFlags);
+    io("mode", header.mode);
+    for (auto& component : header.opColor) io("opColor", component);
+  }
+};
+
+struct SoundMediaHeader {  // 'smhd', ISO/IEC 14496-12 12.2.2
+  static constexpr FourCC kType{"smhd"};
+  std::uint32_t versionAndFlags = 0;
+  std::int16_t balance = 0;  // 8.8
+  std::uint16_t reserved = 0;
+
+  static void Fields(auto& io, auto& header) {
+    io("version", header.versionAndFlags);
+    io("balance", header.balance);
+    io("reserved", header.reserved);
+  }
+};
+
+// One entry of 'dref'. QuickTime: its data is an alias record or a URL. ISO: a URL.
+struct DataReferenceEntry {
+  FourCC kind;
+  std::uint32_t versionAndFlags = 0;  // lowest bit set: the movie's own file
+  Bytes data;  // what follows version and flags
+  friend bool operator==(const DataReferenceEntry&, const DataReferenceEntry&) = default;
+
+  // `atom` is whole, size and type included. Throws Malformed.
+  static DataReferenceEntry Decoded(ByteSpan atom);
+  Bytes Encoded() const;
 };
 
 struct DataReferences {  // 'dref', ISO/IEC 14496-12 8.7.2

@@ -1,5 +1,6 @@
 #include "toolbox/atoms/item_locations.h"
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
 
 namespace toolbox {

@@ -112,6 +112,10 @@ struct ConstantSampleSize {  // 'stsz' where all samples have one size, ISO/IEC 
   static constexpr FourCC kType{"stsz"};
   std::uint32_t versionAndFlags = 0, size = 0, count = 0;
 
+  // Whether the 'stsz' with that content is this one; else it has a size for each sample.
+  static bool IsIn(ByteSpan content) {
+    return content.size() >= 8 && FromBigEndian<std::uint32_t>(&content[4]) != 0;
+  }
   static void Fields(auto& io, auto& sizes) {
     io("version", sizes.versionAndFlags);
     io("size", sizes.size);

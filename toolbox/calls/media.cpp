@@ -21,7 +21,7 @@ TimeValue GetMediaDecodeDuration(Media media) {
 }
 
 TimeScale GetMediaTimeScale(Media media) {
-  return Call("GetMediaTimeScale", [&] { return Valid(media).scale; });
+  return Call("GetMediaTimeScale", [&] { return Valid(media).header.scale; });
 }
 
 MediaHandler GetMediaHandler(Media media) {
@@ -30,7 +30,7 @@ MediaHandler GetMediaHandler(Media media) {
 
 void GetMediaHandlerDescription(Media media, FourCC* type, char*, FourCC* manufacturer) {
   Call("GetMediaHandlerDescription", [&] {
-    const HandlerRecord& handler = Valid(media).handler;
+    const Handler& handler = Valid(media).handler;
     if (type != nullptr) *type = handler.subtype;
     if (manufacturer != nullptr) *manufacturer = handler.manufacturer;
   });

@@ -24,7 +24,7 @@ OSErr GetMoviesError() {
 Movie NewMovie(std::int32_t) {
   return Call("NewMovie", [] {
     auto movie = std::make_unique<MovieRecord>();
-    movie->created = movie->modified = Now();
+    movie->header.created = movie->header.modified = Now();
     return movie.release();
   });
 }
@@ -34,7 +34,7 @@ void DisposeMovie(Movie movie) {
 }
 
 TimeScale GetMovieTimeScale(Movie movie) {
-  return Call("GetMovieTimeScale", [&] { return Valid(movie).scale; });
+  return Call("GetMovieTimeScale", [&] { return Valid(movie).header.scale; });
 }
 
 void SetMovieTimeScale(Movie movie, TimeScale scale) {
@@ -49,19 +49,19 @@ TimeValue GetMovieDuration(Movie movie) {
 }
 
 void GetMovieMatrix(Movie movie, MatrixRecord* matrix) {
-  Call("GetMovieMatrix", [&] { *matrix = Valid(movie).matrix; });
+  Call("GetMovieMatrix", [&] { *matrix = Valid(movie).header.matrix; });
 }
 
 void SetMovieMatrix(Movie movie, const MatrixRecord* matrix) {
-  Call("SetMovieMatrix", [&] { Valid(movie).matrix = *matrix; });
+  Call("SetMovieMatrix", [&] { Valid(movie).header.matrix = *matrix; });
 }
 
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
   Call("SetMovieSelection", [&] {
     MovieRecord& record = Valid(movie);
     if (start < 0) throw Refused{invalidTime};
-    record.selectionTime = {start};
-    record.selectionDuration = {std::max<TimeValue>(duration, 0)};
+    record.header.selectionTime = start;
+    record.header.selectionDuration = std::max<TimeValue>(duration, 0);
     // What is added there later still lands where it was meant to.
     if (duration < 0) throw Refused{invalidDuration};
   });

@@ -68,7 +68,7 @@ OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table, std::int
   return Call("AddSampleTableToMedia", [&] {
     MediaRecord& record = Valid(media);
     const SampleTableRecord& source = Valid(table);
-    if (source.scale != record.scale || count < 0) throw Refused{paramErr};
+    if (source.scale != record.header.scale || count < 0) throw Refused{paramErr};
     const auto all = static_cast<std::int64_t>(source.samples.Count());
     if (first < 1 || first - 1 > all || count > all - (first - 1)) throw Refused{invalidSampleNum};
     const auto from = static_cast<std::uint64_t>(first - 1);

@@ -60,17 +60,17 @@ void SetTrackOffset(Track track, TimeValue offset) {
 
 void SetTrackEnabled(Track track, bool isEnabled) {
   Call("SetTrackEnabled", [&] {
-    std::uint32_t& flags = Valid(track).flags;
-    flags = isEnabled ? flags | TrackRecord::kEnabled : flags & ~TrackRecord::kEnabled;
+    std::uint32_t& flags = Valid(track).header.flags;
+    flags = isEnabled ? flags | TrackHeader::kEnabled : flags & ~TrackHeader::kEnabled;
   });
 }
 
 void GetTrackMatrix(Track track, MatrixRecord* matrix) {
-  Call("GetTrackMatrix", [&] { *matrix = Valid(track).matrix; });
+  Call("GetTrackMatrix", [&] { *matrix = Valid(track).header.matrix; });
 }
 
 void SetTrackMatrix(Track track, const MatrixRecord* matrix) {
-  Call("SetTrackMatrix", [&] { Valid(track).matrix = *matrix; });
+  Call("SetTrackMatrix", [&] { Valid(track).header.matrix = *matrix; });
 }
 
 UserData GetTrackUserData(Track track) {
@@ -101,9 +101,9 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
 Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume) {
   return Call("NewMovieTrack", [&] {
     TrackRecord& track = Valid(movie).AddTrack();
-    track.width = width;
-    track.height = height;
-    track.volume = volume;
+    track.header.width = width;
+    track.header.height = height;
+    track.header.volume = volume;
     return &track;
   });
 }

@@ -26,8 +26,11 @@ void DeleteSegment(MovieRecord& movie, MovieTime from, MovieTime length) {
   if (from.units < 0 || from > movie.Duration()) throw Refused{invalidTime};
   for (const auto& track : movie.tracks) DeleteSegment(*track, from, length);
   const MovieTime end = movie.Duration();
-  for (MovieTime* time : {&movie.previewTime, &movie.posterTime}) *time = std::min(*time, end);
-  movie.previewDuration = std::min(movie.previewDuration, end - movie.previewTime);
+  MovieHeader& header = movie.header;
+  for (std::int64_t* time : {&header.previewTime, &header.posterTime}) {
+    *time = std::min(*time, end.units);
+  }
+  header.previewDuration = std::min(header.previewDuration, end.units - header.previewTime);
 }
 
 void ScaleSegment(TrackRecord& track, MovieTime from, MovieTime length, MovieTime newLength) {

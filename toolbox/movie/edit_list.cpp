@@ -75,6 +75,7 @@ std::size_t EditList::Split(MovieTime at, Clock clock) {
 void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clock clock) {
   std::vector<Edit> after;
   if (at < Duration()) {
+    // Split may move the edits: an iterator from before it is not valid.
     const auto index = static_cast<std::ptrdiff_t>(Split(at, clock));
     const auto from = edits_.begin() + index;
     after.assign(from, edits_.end());

@@ -1,6 +1,7 @@
 #include "toolbox/movie/matrix.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <numbers>

@@ -62,12 +62,12 @@ std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description, std::
 }
 
 void MediaRecord::SetScale(std::int32_t newScale) {
-  if (newScale == scale) return;
-  samples = samples.Rescaled(scale, newScale);
+  if (newScale == header.scale) return;
+  samples = samples.Rescaled(header.scale, newScale);
   for (auto& [media, joined] : joined_) {
-    joined.base.units = Rescale(joined.base.units, scale, newScale);
+    joined.base.units = Rescale(joined.base.units, header.scale, newScale);
   }
-  scale = newScale;
+  header.scale = newScale;
 }
 
 std::optional<OtherFile> MediaRecord::OwnFile() const {
@@ -108,7 +108,7 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
   if (IsProtected()) throw Refused{featureUnsupported};
   if (!samples.IsLocated(from, to)) throw Refused{invalidSampleTable};
-  SampleTableRecord table{scale, {}, descriptions, {}};
+  SampleTableRecord table{header.scale, {}, descriptions, {}};
   for (const DataReference& reference : dataReferences) {
     table.dataReferences.push_back(SeenFromElsewhere(reference));
   }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/data_reference.h"
@@ -21,16 +22,6 @@ namespace toolbox {
 
 struct MovieRecord;
 
-// The handler of a media as its file names it.
-// QuickTime: componentType is 'mhlr' and the name starts with its length.
-// ISO: componentType is 0 and the name ends with a 0 byte.
-struct HandlerRecord {
-  std::uint32_t versionAndFlags = 0;
-  FourCC componentType, subtype, manufacturer;
-  std::uint32_t componentFlags = 0, componentFlagsMask = 0;
-  Bytes name;
-};
-
 // Samples on their way from one media to another, with all it takes to find and to read them.
 struct SampleTableRecord {
   std::int32_t scale = 600;
@@ -41,12 +32,12 @@ struct SampleTableRecord {
 
 // What a new media of the same kind takes over.
 struct MediaSettings {
-  std::uint32_t flags = 0;
-  std::int32_t scale = 600;
-  std::uint16_t language = 0, quality = 0;
-  HandlerRecord handler;
+  // The new media has its own dates. Duration and date of modification are those of the file that
+  // was read; writing computes both.
+  MediaHeader header;
+  Handler handler;
   UserDataRecord userData;
-  // What else stands in 'mdia', 'minf' and 'dinf': the header of the kind of media among them.
+  // What else is in 'mdia', 'minf' and 'dinf': the header of the kind of media among them.
   Siblings siblings, infoSiblings, dataSiblings;
 };
 
@@ -61,7 +52,6 @@ struct TrackRecord;
 
 struct MediaRecord : MediaSettings {
   TrackRecord* track = nullptr;  // the track that owns the media; null for one that stands alone
-  std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
   std::vector<DataReference> dataReferences;
   std::vector<SampleDescription> descriptions;
   SampleTable samples;

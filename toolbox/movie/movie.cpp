@@ -43,21 +43,24 @@ TrackRecord& MovieRecord::AddTrack() {
   // An id that no track has, even where a file has used up the numbers.
   const auto isTaken = [this](std::uint32_t id) {
     return id == 0 ||
-           std::ranges::any_of(tracks, [id](const auto& other) { return other->id == id; });
+           std::ranges::any_of(tracks, [id](const auto& other) { return other->header.id == id; });
   };
-  while (isTaken(nextTrackId)) ++nextTrackId;
-  track.id = nextTrackId++;
-  track.created = track.modified = Now();
+  while (isTaken(header.nextTrackId)) ++header.nextTrackId;
+  track.header.id = header.nextTrackId++;
+  track.header.created = track.header.modified = Now();
   return track;
 }
 
 TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
   TrackRecord& track = AddTrack();
+  const TrackHeader made = track.header;
   static_cast<TrackSettings&>(track) = static_cast<const TrackSettings&>(like);
+  track.header.id = made.id;
+  track.header.created = track.header.modified = made.created;
   if (like.media) {
     static_cast<MediaSettings&>(track.SetMedia({})) =
         static_cast<const MediaSettings&>(*like.media);
-    track.media->created = track.media->modified = track.created;
+    track.media->header.created = track.media->header.modified = made.created;
   }
   return track;
 }
@@ -91,9 +94,9 @@ std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
 
 void MovieRecord::TakeSettings(const MovieRecord& other) {
   static constexpr FourCC kClip{"clip"};
-  rate = other.rate;
-  volume = other.volume;
-  matrix = other.matrix;
+  header.rate = other.header.rate;
+  header.volume = other.header.volume;
+  header.matrix = other.header.matrix;
   userData = other.userData;
   if (&other == this) return;
   std::erase_if(siblings, [](const Sibling& sibling) { return sibling.type == kClip; });
@@ -101,16 +104,17 @@ void MovieRecord::TakeSettings(const MovieRecord& other) {
 }
 
 void MovieRecord::SetScale(std::int32_t newScale) {
-  const std::int32_t oldScale = scale;
+  const std::int32_t oldScale = header.scale;
   if (newScale == oldScale) return;
   const auto place = [oldScale, newScale](MovieTime time) {
     return MovieTime{Rescale(time.units, oldScale, newScale)};
   };
-  scale = newScale;
+  header.scale = newScale;
   for (const auto& track : tracks) track->edits.MapBoundaries(place, false, track->TimeClock());
-  for (MovieTime* time : {&previewTime, &previewDuration, &posterTime, &selectionTime,
-                          &selectionDuration, &currentTime}) {
-    *time = place(*time);
+  for (std::int64_t* time :
+       {&header.previewTime, &header.previewDuration, &header.posterTime, &header.selectionTime,
+        &header.selectionDuration, &header.currentTime}) {
+    *time = place({*time}).units;
   }
 }
 

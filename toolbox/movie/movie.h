@@ -1,16 +1,15 @@
-// A movie: tracks on one time line, and what holds for all of them.
+// A movie: tracks on one time line, and what they share.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/movie/data_reference.h"
-#include "toolbox/movie/matrix.h"
 #include "toolbox/movie/track.h"
 #include "toolbox/movie/user_data.h"
 
@@ -19,8 +18,8 @@ namespace toolbox {
 // The time as files count it: seconds since 1904-01-01 UTC.
 std::uint64_t Now();
 
-// An atom that stands beside the movie in its file, or what follows the last atom there: it is
-// looked at only when it is copied.
+// An atom next to the movie in its file, or what follows the last atom there. It is read only when
+// it is copied.
 struct FileAtom {
   static constexpr FourCC kTrailer{};  // no atom
 
@@ -30,17 +29,11 @@ struct FileAtom {
 
 // All of a movie but its tracks.
 struct MovieProperties {
-  std::int32_t scale = 600;
-  std::uint64_t created = 0, modified = 0;  // seconds since 1904-01-01 UTC
-  std::int32_t rate = 0x10000;  // preferred, 16.16
-  std::int16_t volume = 0x100;  // preferred, 8.8
-  Matrix matrix = kIdentityMatrix;
-  MovieTime previewTime, previewDuration, posterTime, selectionTime, selectionDuration, currentTime;
-  std::uint32_t nextTrackId = 1;
-  std::uint32_t flags = 0;  // of the movie header
-  std::array<std::uint8_t, 10> reserved{};  // as they came
+  // Its duration and its date of modification are those of the file that was read; writing computes
+  // both.
+  MovieHeader header;
   UserDataRecord userData;
-  Siblings siblings;  // what else stands in 'moov'
+  Siblings siblings;  // what else is in 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from
   std::vector<FileAtom> fileAtoms;  // what else of that file belongs to the movie
   std::optional<DataReference> defaultDataReference;

@@ -34,15 +34,16 @@ bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
 // QuickTime: 0x7FFF is no particular language.  ISO: it is 'und', packed.
 std::uint16_t Language(const MediaRecord& media) {
   constexpr std::uint16_t kUnspecified = 0x7FFF, kUndetermined = 0x55C4;
-  return media.language == kUndetermined ? kUnspecified : media.language;
+  return media.header.language == kUndetermined ? kUnspecified : media.header.language;
 }
 
 bool Fits(const TrackRecord& track, const TrackRecord& source) {
   return track.media && MayShareMedia(*track.media, *source.media) &&
-         track.media->scale == source.media->scale &&
-         Language(*track.media) == Language(*source.media) && track.width == source.width &&
-         track.height == source.height && track.matrix == source.matrix &&
-         track.alternateGroup == source.alternateGroup &&
+         track.media->header.scale == source.media->header.scale &&
+         Language(*track.media) == Language(*source.media) &&
+         track.header.width == source.header.width && track.header.height == source.header.height &&
+         track.header.matrix == source.header.matrix &&
+         track.header.alternateGroup == source.header.alternateGroup &&
          SameAtom(track.siblings, source.siblings, FourCC{"clip"}) &&
          SameAtom(track.siblings, source.siblings, FourCC{"matt"});
 }
@@ -62,11 +63,13 @@ void CheckJoinable(const TrackRecord& source) {
 EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTime from,
                     MovieTime length) {
   EditList edits = source.edits.Segment(from, length, source.TimeClock());
-  const std::int32_t sourceScale = source.movie->scale;
-  if (sourceScale != movie.scale) {
+  const std::int32_t sourceScale = source.movie->header.scale;
+  if (sourceScale != movie.header.scale) {
     edits.MapBoundaries(
-        [&](MovieTime time) { return MovieTime{Rescale(time.units, sourceScale, movie.scale)}; },
-        false, {movie.scale, source.media->scale});
+        [&](MovieTime time) {
+          return MovieTime{Rescale(time.units, sourceScale, movie.header.scale)};
+        },
+        false, {movie.header.scale, source.media->header.scale});
   }
   return edits;
 }
@@ -143,7 +146,7 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   CheckSpan(from, length, at);
   length = std::min(length, source.Duration() - from);
   if (length.units <= 0) return;
-  const MovieTime room{Rescale(length.units, source.scale, movie.scale)};
+  const MovieTime room{Rescale(length.units, source.header.scale, movie.header.scale)};
   std::vector<Pair> pairs = TracksToLay(source, movie, from, length);
 
   // Each track as it was before the call is used at most once, one in the same enabled state first.
@@ -175,18 +178,18 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   const MovieTime length = source.Duration();
   if (length.units == 0) return;
   std::vector<Pair> pairs = TracksToLay(source, movie, {}, length);
-  const std::int64_t natural = Rescale(length.units, source.scale, movie.scale);
-  const std::int64_t wanted = movie.selectionDuration.units;
+  const std::int64_t natural = Rescale(length.units, source.header.scale, movie.header.scale);
+  const std::int64_t wanted = movie.header.selectionDuration;
   for (Pair& pair : pairs) {
     if (wanted > 0 && natural > 0) {
       pair.edits.MapBoundaries(
           [&](MovieTime time) { return MovieTime{Rescale(time.units, natural, wanted)}; }, true,
-          {movie.scale, pair.source->media->scale});
+          {movie.header.scale, pair.source->media->header.scale});
     }
     pair.target = &movie.AddTrackLike(*pair.source);
     const MovieTime room = pair.edits.Duration();
-    Lay(*pair.source, *pair.source->media, std::move(pair.edits), *pair.target, movie.selectionTime,
-        room);
+    Lay(*pair.source, *pair.source->media, std::move(pair.edits), *pair.target,
+        {movie.header.selectionTime}, room);
   }
   CarryReferences(pairs);
   for (std::size_t i = movie.tracks.size(); i-- > 0;) {
@@ -201,7 +204,7 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   if (!source.media || !track.media) throw Refused{noMediaHandler};
   if (source.media->Type() != track.media->Type()) throw Refused{mediaTypesDontMatch};
   CheckSpan(from, length, at);
-  const std::int32_t here = track.media->scale, there = source.media->scale;
+  const std::int32_t here = track.media->header.scale, there = source.media->header.scale;
   if (here != there && source.media->Type() == kSound) throw Refused{mediaTypesDontMatch};
   const bool isEmpty = track.media->samples.Count() == 0;
   const bool isOwn = &source == &track;
@@ -211,7 +214,8 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
 
   length = std::min(length, source.edits.Duration() - from);
   if (length.units <= 0) return;
-  const MovieTime room{Rescale(length.units, source.movie->scale, track.movie->scale)};
+  const MovieTime room{
+      Rescale(length.units, source.movie->header.scale, track.movie->header.scale)};
   EditList edits = SegmentFor(*track.movie, source, from, length);
   if (edits.Edits().empty()) return;
   if (!isOwn) CheckJoinable(source);
@@ -234,8 +238,8 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   const auto inScale = [](std::int32_t old, std::int32_t now) {
     return [old, now](MediaTime time) { return MediaTime{Rescale(time.units, old, now)}; };
   };
-  edits.MapMedia(inScale(there, sourceMedia.scale));
-  track.edits.MapMedia(inScale(here, media.scale));
+  edits.MapMedia(inScale(there, sourceMedia.header.scale));
+  track.edits.MapMedia(inScale(here, media.header.scale));
   track.media = std::move(media);
   Lay(source, sourceMedia, std::move(edits), track, at, room);
 }

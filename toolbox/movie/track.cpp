@@ -23,7 +23,10 @@ auto FindReference(Lists& lists, FourCC type, std::size_t& number) {
 
 }  // namespace
 
-Clock TrackRecord::TimeClock() const { return {movie->scale, media ? media->scale : movie->scale}; }
+Clock TrackRecord::TimeClock() const {
+  const std::int32_t scale = movie->header.scale;
+  return {scale, media ? media->header.scale : scale};
+}
 
 MediaRecord& TrackRecord::SetMedia(MediaRecord record) {
   media = std::move(record);

@@ -4,25 +4,20 @@
 #include <cstddef>
 #include <vector>
 
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/atoms/fourcc.h"
 #include "toolbox/bytes.h"
 
 namespace toolbox {
 
-struct UserDataItem {
-  FourCC type;
-  Bytes payload;
-  friend bool operator==(const UserDataItem&, const UserDataItem&) = default;
-};
-
-// The k-th item of one type is its item number k, the first being 1.
+// The items of one type are numbered from 1.
 struct UserDataRecord {
   std::vector<UserDataItem> items;
 
   std::size_t Count(FourCC type) const;
   // Throws Refused: userDataItemNotFound.
   const Bytes& Item(FourCC type, std::size_t number) const;
-  // Replaces the payload of an item; the one behind the last is added. Number 0 means the first.
+  // Replaces the payload of an item; the number after the last adds one. Number 0 means the first.
   // Throws Refused: userDataItemNotFound.
   void Set(FourCC type, std::size_t number, Bytes payload);
   // Later items of the type move down. Throws Refused: userDataItemNotFound.

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
@@ -42,33 +42,9 @@ std::uint16_t PackedLanguage(std::uint16_t language) {
   return packed;
 }
 
-HandlerRecord IsoHandler(const HandlerRecord& handler) {
-  HandlerRecord iso;
-  iso.subtype = handler.subtype;
-  iso.name = handler.name;
-  const bool isCounted = !iso.name.empty() && iso.name[0] == iso.name.size() - 1;
-  if (isCounted || (handler.componentType != FourCC() && !iso.name.empty())) {
-    iso.name.erase(iso.name.begin());
-  }
-  iso.name.erase(std::ranges::find(iso.name, std::uint8_t{0}), iso.name.end());
-  // What is no UTF-8 could be in any encoding of the Macintosh.
-  if (std::ranges::any_of(iso.name, [](std::uint8_t byte) { return byte < 0x20 || byte > 0x7E; })) {
-    iso.name.clear();
-  }
-  iso.name.push_back(0);
-  return iso;
-}
-
 // 'vmhd' or 'smhd' as ISO wants them: the rest of QuickTime's says how to mix colours.
 Sibling MediaKindHeader(FourCC type) {
-  const bool isVideo = type == kVideo;
-  const FourCC atom = isVideo ? FourCC{"vmhd"} : FourCC{"smhd"};
-  return {atom, Encoded([&](auto& io) {
-            io.Atom(atom, [&] {
-              io("flags", std::uint32_t{isVideo ? 1U : 0U});
-              io.Append(Bytes(isVideo ? 8 : 4));
-            });
-          })};
+  return type == kVideo ? SiblingOf(VideoMediaHeader()) : SiblingOf(SoundMediaHeader());
 }
 
 // Leaves out what only QuickTime has.
@@ -82,19 +58,19 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
-    if (isUsed[i]) description = Mpeg4Description(description, media.scale);
+    if (isUsed[i]) description = Mpeg4Description(description, media.header.scale);
   }
   const Sibling* language = FindSibling(media.siblings, FourCC{"elng"});
-  Siblings siblings = {{FourCC{"mdhd"}, {}}};
+  Siblings siblings = {{MediaHeader::kType, {}}};
   if (language != nullptr) siblings.push_back(*language);
   media.siblings = std::move(siblings);
   media.infoSiblings = {MediaKindHeader(media.Type())};
   media.dataSiblings.clear();
   media.userData = {};
   media.handler = IsoHandler(media.handler);
-  media.language = PackedLanguage(media.language);
-  media.quality = 0;
-  media.flags = 0;
+  media.header.language = PackedLanguage(media.header.language);
+  media.header.quality = 0;
+  media.header.flags = 0;
 }
 
 void ConvertTrack(TrackRecord& track) {
@@ -102,13 +78,14 @@ void ConvertTrack(TrackRecord& track) {
   const bool isSound = track.media->Type() == kSound;
   FoldRates(track);
   ConvertMedia(track, *track.media);
-  track.flags = kEnabledInMovieAndPreview;
-  track.alternateGroup = 0;
-  track.volume = isSound ? 0x100 : 0;
-  if (isSound) track.width = track.height = 0;
-  track.reserved = {};
-  track.reserved2 = {};
-  track.reserved3 = {};
+  TrackHeader& header = track.header;
+  header.flags = kEnabledInMovieAndPreview;
+  header.alternateGroup = 0;
+  header.volume = isSound ? 0x100 : 0;
+  if (isSound) header.width = header.height = 0;
+  header.reserved = {};
+  header.reserved2 = {};
+  header.reserved3 = {};
   track.userData = {};
   track.siblings.clear();
   track.editSiblings.clear();
@@ -130,12 +107,12 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
     }
   }
   for (const auto& track : converted->tracks) ConvertTrack(*track);
-  converted->rate = 0x10000;
-  converted->volume = 0x100;
-  converted->flags = 0;
-  converted->reserved = {};
-  converted->previewTime = converted->previewDuration = converted->posterTime = {};
-  converted->selectionTime = converted->selectionDuration = converted->currentTime = {};
+  // A new header has nothing that ISO does not define.
+  const MovieHeader& header = movie.header;
+  converted->header = {.created = header.created,
+                       .scale = header.scale,
+                       .matrix = header.matrix,
+                       .nextTrackId = converted->header.nextTrackId};
   converted->userData = {};
   converted->siblings.clear();
   converted->fileAtoms.clear();
@@ -181,7 +158,7 @@ FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
   auto converted = ForMpeg4(movie, only);
   FilePlan plan = PlanFlattened(*converted, {.mostChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
-  plan.movie->siblings = {{FourCC{"mvhd"}, {}}, ObjectDescriptor(*plan.movie)};
+  plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};
   plan.ownSource = std::move(converted);
   if (settings.hasHints) AddHintTracks(plan, settings);
   return plan;

@@ -25,10 +25,10 @@ void MakeFine(TrackRecord& track) {
   constexpr std::int32_t kFine = 90'000;
   MediaRecord& media = *track.media;
   // The scale of sound is its sample rate.
-  if (media.Type() == FourCC{"soun"} || media.scale > kFine / 2) return;
-  const std::int32_t scale = kFine / media.scale * media.scale;
+  if (media.Type() == FourCC{"soun"} || media.header.scale > kFine / 2) return;
+  const std::int32_t scale = kFine / media.header.scale * media.header.scale;
   track.edits.MapMedia(
-      [&](MediaTime time) { return MediaTime{Rescale(time.units, media.scale, scale)}; });
+      [&](MediaTime time) { return MediaTime{Rescale(time.units, media.header.scale, scale)}; });
   media.SetScale(scale);
 }
 

@@ -53,7 +53,7 @@ class HintMaker {
       : plan_(plan),
         payload_(payload),
         visit_(visit),
-        scale_(plan.movie->tracks[track]->media->scale) {
+        scale_(plan.movie->tracks[track]->media->header.scale) {
     ForEachSample(plan, track, [this](const MediaSample& sample) {
       if (payload_.kind == Payload::Kind::kAudio) {
         AddSound(sample);

@@ -110,26 +110,27 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   const std::uint32_t packetSize = std::min<std::uint32_t>(settings.packetSize, UINT16_MAX);
   if (packetSize < kRtpHeader + Payload::kLeastRoom) throw Refused{featureUnsupported};
   payload.room = packetSize - kRtpHeader;
-  payload.longest = Rescale(settings.packetDuration, 1000, hinted.media->scale, Rounding::kDown);
+  payload.longest =
+      Rescale(settings.packetDuration, 1000, hinted.media->header.scale, Rounding::kDown);
   HintFacts facts = Measure(plan, index, payload);
   TakeSync(hinted.media->samples, facts.rows);
 
   TrackRecord& track = plan.movie->AddTrack();
-  track.flags = 0;
-  track.created = hinted.created;
+  track.header.flags = 0;
+  track.header.created = hinted.header.created;
   track.Refer(FourCC{"hint"}, hinted);
   track.edits = hinted.edits;
   track.edits.MapMedia([&](MediaTime time) {
-    return MediaTime{Rescale(time.units, hinted.media->scale, payload.clock)};
+    return MediaTime{Rescale(time.units, hinted.media->header.scale, payload.clock)};
   });
-  const std::string text = DescribeTrack(described, hinted.media->Type(), track.id, facts.bitRate);
+  const std::string text =
+      DescribeTrack(described, hinted.media->Type(), track.header.id, facts.bitRate);
   track.userData.items = {{FourCC{"hnti"}, Encode(TrackSessionText{AsBytes(text)})}};
   MediaRecord& media = track.SetMedia({});
-  media.created = hinted.media->created;
-  media.scale = payload.clock;
-  media.language = hinted.media->language;
-  media.handler.subtype = FourCC{"hint"};
-  media.handler.name = {'H', 'i', 'n', 't', 0};
+  media.header.created = hinted.media->header.created;
+  media.header.scale = payload.clock;
+  media.header.language = hinted.media->header.language;
+  media.handler = NewHandler(FourCC(), FourCC{"hint"}, "Hint");
   media.infoSiblings = {HintHeaderAtom(facts)};
   media.dataReferences = {ThisFile{}};
   media.descriptions = {

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <optional>
 
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/refused.h"
 

@@ -86,7 +86,8 @@ DescribedPayload Describe(const MediaRecord& media, const SampleDescription& des
   if (described.Format() == FourCC{"avc1"}) return DescribeAvc(Required(AvcConfigIn(description)));
   const ElementaryStream stream = Required(StreamIn(description));
   if (media.Type() == FourCC{"soun"} && stream.objectType == ElementaryStream::kAudio) {
-    return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels, media.scale);
+    return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels,
+                         media.header.scale);
   }
   // Pictures and sound of other codings have other payloads.
   if (media.Type() == FourCC{"vide"} && stream.objectType == ElementaryStream::kVisual) {
@@ -116,7 +117,8 @@ std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, s
 }
 
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate) {
-  const std::int64_t length = Rescale(movie.Duration().units, movie.scale, 1000, Rounding::kUp);
+  const std::int64_t length =
+      Rescale(movie.Duration().units, movie.header.scale, 1000, Rounding::kUp);
   const std::string thousandths = std::to_string(1000 + length % 1000).substr(1);
   return Bandwidth(bitRate) + "a=range:npt=0-" + std::to_string(length / 1000) + "." + thousandths +
          "\r\n";

@@ -110,7 +110,7 @@ bool KeptPlaces::IsInterleaved() const {
   // What is shown at one time lies in front of all that is shown two seconds later. In a long movie
   // that is asked here and there.
   constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
-  const MovieTime apart{kSeconds * plan_.movie->scale};
+  const MovieTime apart{kSeconds * plan_.movie->header.scale};
   const MovieTime length = plan_.movie->Duration();
   const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
   std::uint64_t farthest = 0;

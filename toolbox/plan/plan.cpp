@@ -48,7 +48,7 @@ class ChunkCutter {
       : media_(media),
         descriptions_(descriptions),
         chunks_(chunks),
-        longest_(std::max(media.scale / 2, 1)) {}
+        longest_(std::max(media.header.scale / 2, 1)) {}
 
   // A new chunk starts with the next piece.
   void Close() { isOpen_ = false; }

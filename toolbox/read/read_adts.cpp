@@ -129,12 +129,12 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   AdtsReader reader(source);
   if (!reader.Read()) return nullptr;
   auto movie = std::make_unique<MovieRecord>();
-  movie->created = movie->modified = Now();
+  movie->header.created = movie->header.modified = Now();
   movie->file = FileAt(path);
   movie->defaultDataReference = *movie->file;
   TrackRecord& track = movie->AddTrack();
-  track.volume = 0x100;
-  track.created = track.modified = movie->created;
+  track.header.volume = 0x100;
+  track.header.created = track.header.modified = movie->header.created;
   const auto scale = static_cast<std::int32_t>(reader.Rate());
   MediaRecord& media = track.SetMedia(NewMedia(FourCC{"soun"}, scale, ThisFile{}, false));
   media.descriptions = {reader.Description()};

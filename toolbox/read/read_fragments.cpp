@@ -7,10 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/atoms/auxiliary_atoms.h"
-#include "toolbox/atoms/fragment_atoms.h"
-#include "toolbox/atoms/framing.h"
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/read/fragment_auxiliary.h"
 #include "toolbox/read/read_groups.h"
 #include "toolbox/read/top_level.h"
@@ -174,25 +170,24 @@ class TrackFiller {
 
 class FragmentReader {
  public:
-  FragmentReader(const ByteSource& source, ByteSpan extends, std::span<FragmentedTrack> tracks)
+  FragmentReader(const ByteSource& source, const MovieExtends& extends,
+                 std::span<FragmentedTrack> tracks)
       : source_(source), walk_(source), tracks_(tracks) {
     for (std::size_t i = 0; i < tracks.size(); ++i) {
       byId_.emplace(tracks[i].id, i);
       fillers_.emplace_back(tracks[i], source.Size());
     }
-    InAtom(FourCC{"mvex"}, [&] {
-      for (const ByteSpan content : Children(extends).Each(TrackDefaults::kType)) {
-        const auto defaults = Decode<TrackDefaults>(content);
-        defaults_.emplace(defaults.track, defaults);
-      }
-    });
+    for (const TrackDefaults& defaults : extends.tracks) {
+      defaults_.emplace(defaults.track, defaults);
+    }
   }
 
   void Read() {
     while (const auto atom = walk_.Next()) {
-      if (atom->atom.type != FourCC{"moof"}) continue;
+      if (atom->atom.type != MovieFragment::kType) continue;
       runs_.clear();
-      InAtom(FourCC{"moof"}, [&] { ReadFragment(*atom); });
+      auto fragment = Decode<MovieFragment>(walk_.Content(*atom));
+      InAtom(MovieFragment::kType, [&] { ReadFragment(fragment, atom->at); });
       // A recording that was cut off ends with its last complete fragment.
       if (!isWhole_) break;
       for (const RunOfSamples& run : runs_) fillers_[run.track].Add(run);
@@ -201,22 +196,20 @@ class FragmentReader {
   }
 
  private:
-  void ReadFragment(const TopLevelAtom& fragment) {
+  void ReadFragment(MovieFragment& fragment, std::uint64_t fragmentAt) {
     // Where data offsets count from if the track does not say so: the start of the fragment for its
     // first track, the end of the previous track's data for the others.
     std::optional<std::uint64_t> dataEnd;
-    Children parts(walk_.Content(fragment));
     // A movie without fragments cannot have keys that change in the middle.
-    if (parts.Maybe(FourCC{"pssh"})) throw Refused{featureUnsupported};
-    for (const ByteSpan content : parts.Each(FourCC{"traf"})) {
-      InAtom(FourCC{"traf"}, [&] { ReadTrack(content, fragment.at, dataEnd); });
+    if (fragment.protection) throw Refused{featureUnsupported};
+    for (TrackFragment& track : fragment.tracks) {
+      InAtom(TrackFragment::kType, [&] { ReadTrack(track, fragmentAt, dataEnd); });
     }
   }
 
-  void ReadTrack(ByteSpan content, std::uint64_t fragmentAt,
+  void ReadTrack(TrackFragment& fragment, std::uint64_t fragmentAt,
                  std::optional<std::uint64_t>& dataEnd) {
-    Children parts(content);
-    const auto header = parts.One<TrackFragmentHeader>();
+    const TrackFragmentHeader& header = fragment.header;
     const auto track = byId_.find(header.track);
     const auto given = defaults_.find(header.track);
     const TrackDefaults defaults = given == defaults_.end() ? TrackDefaults{} : given->second;
@@ -227,15 +220,15 @@ class FragmentReader {
         .size = header.Has(kDefaultSize) ? header.size : defaults.size,
         .flags = header.Has(kDefaultFlags) ? header.sampleFlags : defaults.sampleFlags,
     };
-    if (const auto time = parts.Maybe<FragmentDecodeTime>()) run.time = time->time;
+    if (fragment.time) run.time = fragment.time->time;
     const bool isOwn = header.Has(kBaseIsFragment) || !dataEnd;
     const std::uint64_t base = header.Has(kBaseDataOffset) ? header.baseDataOffset
                                : isOwn                     ? fragmentAt
                                                            : *dataEnd;
     std::uint64_t next = base;
     const std::size_t before = runs_.size();
-    for (const ByteSpan stated : parts.Each(TrackRun::kType)) {
-      run.run = Decode<TrackRun>(stated);
+    for (TrackRun& stated : fragment.runs) {
+      run.run = std::move(stated);
       // An offset below 0 becomes a large number, and the sum wraps around to the right place.
       run.at = run.run.Has(kDataOffset)
                    ? base + static_cast<std::uint64_t>(std::int64_t{run.run.dataOffset})
@@ -253,8 +246,9 @@ class FragmentReader {
       runs_.push_back(run);
       run.time.reset();
     }
-    if (isWhole_ && runs_.size() != before)
-      ReadExtras(parts, base, std::span(runs_).subspan(before));
+    if (isWhole_ && runs_.size() != before) {
+      ReadExtras(fragment, base, std::span(runs_).subspan(before));
+    }
     dataEnd = next;
   }
 
@@ -277,16 +271,17 @@ class FragmentReader {
   }
 
   // Reads groups and auxiliary information of `runs`, all runs of one track in one fragment.
-  static void ReadExtras(Children& parts, std::uint64_t base, std::span<RunOfSamples> runs) {
+  static void ReadExtras(const TrackFragment& fragment, std::uint64_t base,
+                         std::span<RunOfSamples> runs) {
     const std::uint32_t samples = std::accumulate(
         runs.begin(), runs.end(), std::uint32_t{0}, [](std::uint32_t sum, const RunOfSamples& run) {
           return sum > UINT32_MAX - run.run.count ? UINT32_MAX : sum + run.run.count;
         });
-    runs.front().groups = ReadFragmentGroups(parts, samples);
-    const auto sizes = parts.Maybe<AuxiliarySizes>();
-    const auto offsets = parts.Maybe<AuxiliaryOffsets>();
+    runs.front().groups = ReadFragmentGroups(fragment.groups, samples);
+    const auto& sizes = fragment.auxiliarySizes;
+    const auto& offsets = fragment.auxiliaryOffsets;
     // What decrypts samples can be found only with both tables.
-    if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(parts))) {
+    if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
       throw Refused{featureUnsupported};
     }
     if (!sizes) return;
@@ -297,12 +292,12 @@ class FragmentReader {
   }
 
   // Whether samples are encrypted by atoms that the toolbox does not interpret.
-  static bool IsEncrypted(Children& track) {
-    if (track.Maybe(FourCC{"senc"})) return true;
+  static bool IsEncrypted(const TrackFragment& fragment) {
+    if (fragment.encryption) return true;
     static constexpr std::uint8_t kEncryption[] = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
                                                    0xA2, 0x44, 0x6C, 0x42, 0x7C, 0x64, 0x8D, 0xF4};
-    return std::ranges::any_of(track.Each(FourCC{"uuid"}), [](ByteSpan content) {
-      return content.size() >= 16 && std::ranges::equal(content.first(16), kEncryption);
+    return std::ranges::any_of(fragment.extensions, [](const auto& atom) {
+      return atom.content.size() >= 16 && std::ranges::equal(atom.content.first(16), kEncryption);
     });
   }
 
@@ -319,7 +314,8 @@ class FragmentReader {
 
 }  // namespace
 
-void ReadFragments(const ByteSource& source, ByteSpan extends, std::span<FragmentedTrack> tracks) {
+void ReadFragments(const ByteSource& source, const MovieExtends& extends,
+                   std::span<FragmentedTrack> tracks) {
   FragmentReader(source, extends, tracks).Read();
 }
 

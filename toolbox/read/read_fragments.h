@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "toolbox/bytes.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/disk/byte_source.h"
 #include "toolbox/movie/sample_rows.h"
 #include "toolbox/read/read_edits.h"
@@ -25,14 +25,15 @@ struct FragmentedTrack {
   std::vector<MediaStretch> gaps;
 };
 
-// Adds the samples of all fragments of `source` to the rows of their tracks. `extends` is the
-// content of 'mvex'. The sample data is not read.
+// Adds the samples of all fragments of `source` to the rows of their tracks. `extends` has the
+// defaults of each track. The sample data is not read.
 //
 //   header | moof mdat | moof mdat | moof md          the third fragment is incomplete: left out
 //   0      first's time  gap: the sample before it becomes longer, and the track has a gap there
 //
 // Throws Malformed, or Refused (featureUnsupported) if samples are encrypted and what decrypts them
 // cannot be found, or if keys change between fragments.
-void ReadFragments(const ByteSource& source, ByteSpan extends, std::span<FragmentedTrack> tracks);
+void ReadFragments(const ByteSource& source, const MovieExtends& extends,
+                   std::span<FragmentedTrack> tracks);
 
 }  // namespace toolbox

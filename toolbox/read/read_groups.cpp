@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "toolbox/atoms/group_atoms.h"
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/movie/sample_groups.h"
 
 namespace toolbox {
@@ -59,37 +58,42 @@ std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
   return read;
 }
 
+// Calls visit(atom) for all atoms of one kind, in their order.
+template <class A>
+void ForEachOf(const SampleGroupAtoms& atoms, auto&& visit) {
+  for (const SampleGroupAtom& any : atoms) {
+    if (const A* atom = std::get_if<A>(&any)) visit(*atom);
+  }
+}
+
 // All maps of a table or a fragment, without descriptions.
-std::vector<FragmentGroups> ReadMaps(Children& parts, std::uint32_t samples) {
+std::vector<FragmentGroups> ReadMaps(const SampleGroupAtoms& atoms, std::uint32_t samples) {
   std::vector<FragmentGroups> maps;
-  for (const ByteSpan content : parts.Each(SampleToGroup::kType)) {
-    maps.push_back(ReadPlain(Decode<SampleToGroup>(content), samples));
-  }
-  for (const ByteSpan content : parts.Each(CompactSampleToGroup::kType)) {
-    const auto compact = Decode<CompactSampleToGroup>(content);
-    auto map = InAtom(compact.kType, [&] { return ReadCompact(compact, samples); });
+  ForEachOf<SampleToGroup>(
+      atoms, [&](const SampleToGroup& plain) { maps.push_back(ReadPlain(plain, samples)); });
+  ForEachOf<CompactSampleToGroup>(atoms, [&](const CompactSampleToGroup& compact) {
+    auto map = InAtom(CompactSampleToGroup::kType, [&] { return ReadCompact(compact, samples); });
     if (map) maps.push_back(std::move(*map));
-  }
+  });
   return maps;
 }
 
-std::vector<SampleGroupDescriptions> ReadDescriptions(Children& parts) {
+std::vector<SampleGroupDescriptions> ReadDescriptions(const SampleGroupAtoms& atoms) {
   std::vector<SampleGroupDescriptions> all;
-  for (const ByteSpan content : parts.Each(SampleGroupDescriptions::kType)) {
-    all.push_back(Decode<SampleGroupDescriptions>(content));
-  }
+  ForEachOf<SampleGroupDescriptions>(
+      atoms, [&](const SampleGroupDescriptions& descriptions) { all.push_back(descriptions); });
   return all;
 }
 
 }  // namespace
 
-void ReadSampleGroups(Children& table, SampleRows& rows) {
-  for (SampleGroupDescriptions& descriptions : ReadDescriptions(table)) {
+void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
+  for (SampleGroupDescriptions& descriptions : ReadDescriptions(atoms)) {
     SampleGroup& group = rows.groups.emplace_back();
     group.grouping = descriptions.grouping;
     group.descriptions = std::move(descriptions);
   }
-  for (FragmentGroups& map : ReadMaps(table, rows.count)) {
+  for (FragmentGroups& map : ReadMaps(atoms, rows.count)) {
     auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
       return candidate.grouping == map.group.grouping && candidate.runs.empty();
     });
@@ -103,9 +107,10 @@ void ReadSampleGroups(Children& table, SampleRows& rows) {
   }
 }
 
-std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples) {
-  std::vector<FragmentGroups> groups = ReadMaps(fragment, samples);
-  for (const SampleGroupDescriptions& descriptions : ReadDescriptions(fragment)) {
+std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
+                                               std::uint32_t samples) {
+  std::vector<FragmentGroups> groups = ReadMaps(atoms, samples);
+  for (const SampleGroupDescriptions& descriptions : ReadDescriptions(atoms)) {
     for (FragmentGroups& read : groups) {
       if (read.group.grouping == descriptions.grouping) read.group.descriptions = descriptions;
     }

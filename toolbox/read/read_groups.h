@@ -7,15 +7,17 @@
 #include <optional>
 #include <vector>
 
-#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/atoms/group_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
-// Adds the groups of the sample table `table` to `rows`, whose count is known. Throws Malformed.
-void ReadSampleGroups(Children& table, SampleRows& rows);
+using SampleGroupAtoms = std::vector<SampleGroupAtom>;
+
+// Adds the groups of a sample table to `rows`, whose count is known. Throws Malformed.
+void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows);
 
 // One grouping in one fragment of a track.
 struct FragmentGroups {
@@ -26,7 +28,8 @@ struct FragmentGroups {
 };
 
 // The groups in a 'traf' that has `samples` samples. Throws Malformed.
-std::vector<FragmentGroups> ReadFragmentGroups(Children& fragment, std::uint32_t samples);
+std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
+                                               std::uint32_t samples);
 
 // Adds the groups of one fragment after another to the rows of a track.
 class FragmentGrouper {

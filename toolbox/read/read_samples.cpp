@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "toolbox/atoms/framing.h"
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/read/read_groups.h"
 
@@ -13,10 +11,9 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-void ReadDescriptions(Children& table, MediaRecord& media) {
-  auto stated = table.Maybe<SampleDescriptions>();
-  if (!stated) return;
-  for (Bytes& bytes : stated->entries) {
+void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
+  if (!table.descriptions) return;
+  for (Bytes& bytes : table.descriptions->entries) {
     SampleDescription description{std::move(bytes)};
     const std::uint32_t number = ReferenceNumber(description.bytes).value_or(0);
     if (number >= 1 && number <= media.dataReferences.size()) {
@@ -62,23 +59,24 @@ Packing ReadPacking(const SampleDescription& description) {
   return {1, PlainFrameSize(entry->format, entry->channels, entry->bits)};
 }
 
-void ReadSizes(Children& table, SampleRows& rows) {
-  if (const auto content = table.Maybe(SampleSizes::kType)) {
-    const auto stated = Decode<ConstantSampleSize>(*content);
-    rows.count = stated.count;
-    rows.constantSize = stated.size;
-    if (stated.size != 0) return;
-    const auto sizes = Decode<SampleSizes>(*content);
-    rows.sizes = EncodedNumbers(false, sizes.rows.Encoded());
-  } else if (const auto compact = table.Maybe<CompactSampleSizes>()) {
-    rows.count = compact->count;
-    compact->ForEach([&rows](std::uint32_t size) { rows.sizes.Add(size); });
-  }
+void Read(const ConstantSampleSize& stated, SampleRows& rows) {
+  rows.count = stated.count;
+  rows.constantSize = stated.size;
 }
 
-void ReadTimes(Children& table, SampleRows& rows) {
+void Read(const SampleSizes& stated, SampleRows& rows) {
+  rows.count = stated.rows.Count();
+  rows.sizes = EncodedNumbers(false, stated.rows.Encoded());
+}
+
+void Read(const CompactSampleSizes& stated, SampleRows& rows) {
+  rows.count = stated.count;
+  stated.ForEach([&rows](std::uint32_t size) { rows.sizes.Add(size); });
+}
+
+void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
   std::uint32_t delta = 1;
-  if (const auto times = table.Maybe<TimeToSample>()) {
+  if (const auto& times = table.times) {
     times->rows.ForEach([&](const TimeToSample::Row& row) {
       rows.AddTimes(row.count, row.delta);
       if (row.count != 0) delta = row.delta;
@@ -87,7 +85,7 @@ void ReadTimes(Children& table, SampleRows& rows) {
   // Samples without a row last as long as the last one with a row.
   rows.AddTimes(UINT32_MAX, delta);
 
-  if (const auto offsets = table.Maybe<CompositionOffsets>()) {
+  if (const auto& offsets = table.offsets) {
     rows.offsetsVersion = offsets->versionAndFlags >> 24;
     if (auto view = OffsetRuns::ViewOf(offsets->rows.Encoded(), rows.count)) {
       rows.offsets = std::move(*view);
@@ -99,20 +97,22 @@ void ReadTimes(Children& table, SampleRows& rows) {
   }
 }
 
-void ReadChunkOffsets(Children& table, SampleRows& rows) {
-  if (const auto narrow = table.Maybe<ChunkOffsets>()) {
-    rows.chunkOffsets = EncodedNumbers(false, narrow->rows.Encoded());
-  } else if (const auto wide = table.Maybe<WideChunkOffsets>()) {
-    wide->rows.ForEach([](const WideChunkOffsets::Row& row) {
-      if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
-    });
-    rows.chunkOffsets = EncodedNumbers(true, wide->rows.Encoded());
-  }
+void Read(const ChunkOffsets& stated, SampleRows& rows) {
+  rows.chunkOffsets = EncodedNumbers(false, stated.rows.Encoded());
 }
 
-void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
-  ReadChunkOffsets(table, rows);
-  const auto stated = table.Maybe<SampleToChunk>();
+void Read(const WideChunkOffsets& stated, SampleRows& rows) {
+  stated.rows.ForEach([](const WideChunkOffsets::Row& row) {
+    if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
+  });
+  rows.chunkOffsets = EncodedNumbers(true, stated.rows.Encoded());
+}
+
+void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleRows& rows) {
+  if (table.chunkOffsets) {
+    std::visit([&](const auto& offsets) { Read(offsets, rows); }, *table.chunkOffsets);
+  }
+  const auto& stated = table.chunks;
   if (!stated) return;
   const auto chunks = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
   if (auto runs = ChunkRuns::ViewOf(stated->rows.Encoded(), chunks, rows.count, descriptions)) {
@@ -139,9 +139,8 @@ void ReadChunks(Children& table, std::size_t descriptions, SampleRows& rows) {
   add(UINT32_MAX);
 }
 
-template <class Numbers>
-std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint32_t count) {
-  const auto stated = table.Maybe<Numbers>();
+// The numbers of samples as indexes, in order and without repetition.
+std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::uint32_t count) {
   if (!stated) return std::nullopt;
   std::vector<std::uint32_t> samples;
   samples.reserve(stated->rows.Count());
@@ -154,19 +153,19 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(Children& table, std::uint
 }
 
 // The tables that have a value for each sample.
-void ReadValues(Children& table, SampleRows& rows) {
+void ReadValues(SampleTableAtoms& table, SampleRows& rows) {
   const auto atMost = [&rows](std::size_t count) {
     return std::min<std::size_t>(count, rows.count);
   };
-  if (auto dependencies = table.Maybe<SampleDependencies>()) {
+  if (auto& dependencies = table.dependencies) {
     rows.dependencies = std::move(dependencies->samples);
     rows.dependencies.resize(atMost(rows.dependencies.size()));
   }
-  if (const auto priorities = table.Maybe<DegradationPriorities>()) {
+  if (const auto& priorities = table.priorities) {
     rows.priorities.resize(atMost(priorities->Count()));
     for (std::size_t i = 0; i < rows.priorities.size(); ++i) rows.priorities[i] = (*priorities)[i];
   }
-  if (const auto padding = table.Maybe<PaddingBits>()) {
+  if (const auto& padding = table.padding) {
     rows.padding.resize(atMost(padding->Count()));
     for (std::size_t i = 0; i < rows.padding.size(); ++i) rows.padding[i] = (*padding)[i];
   }
@@ -174,24 +173,23 @@ void ReadValues(Children& table, SampleRows& rows) {
 
 }  // namespace
 
-std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media) {
+std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& media) {
   auto rows = std::make_shared<SampleRows>();
-  Children table(content);
   ReadDescriptions(table, media);
-  ReadSizes(table, *rows);
+  if (table.sizes) std::visit([&](const auto& sizes) { Read(sizes, *rows); }, *table.sizes);
   ReadTimes(table, *rows);
   ReadChunks(table, media.descriptions.size(), *rows);
-  rows->sync = ReadNumbers<SyncSamples>(table, rows->count);
+  rows->sync = ReadNumbers(table.sync, rows->count);
   rows->partialSync =
-      ReadNumbers<PartialSyncSamples>(table, rows->count).value_or(std::vector<std::uint32_t>{});
+      ReadNumbers(table.partialSync, rows->count).value_or(std::vector<std::uint32_t>{});
   ReadValues(table, *rows);
-  ReadSampleGroups(table, *rows);
+  ReadSampleGroups(table.groups, *rows);
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {
       rows->packings.push_back(ReadPacking(description));
     }
   }
-  rows->otherTables = table.Others();
+  rows->otherTables = std::move(table.others);
   return rows;
 }
 

@@ -3,16 +3,16 @@
 
 #include <memory>
 
-#include "toolbox/bytes.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/movie/media.h"
 #include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
-// Reads the tables in `content`, the content of an 'stbl', and adds the sample descriptions to
-// `media`, whose handler and data references are known. There are as many samples as sizes; other
-// tables are cut or continued to match. Samples without a chunk stay unlocated. The rows are views
-// of `content`. Throws Malformed.
-std::shared_ptr<SampleRows> ReadSamples(ByteSpan content, MediaRecord& media);
+// Reads `table` into rows and adds its sample descriptions to `media`, whose handler and data
+// references are known. There are as many samples as sizes; other tables are cut or continued to
+// match. Samples without a chunk stay unlocated. The rows are views of the bytes that `table` was
+// read from. Throws Malformed.
+std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& media);
 
 }  // namespace toolbox

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "toolbox/atoms/atom_head.h"
+#include "toolbox/atoms/malformed.h"
 
 namespace toolbox {
 

@@ -2,21 +2,11 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <cstdint>
 
-#include "toolbox/atoms/fourcc.h"
-#include "toolbox/bytes.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/movie/data_reference.h"
 
 namespace toolbox {
-
-// One entry of 'dref' (ISO/IEC 14496-12 8.7.2; QuickTime: data is an alias record or a URL).
-struct DataReferenceEntry {
-  FourCC kind;
-  std::uint32_t versionAndFlags = 0;  // lowest bit set: the movie's own file
-  Bytes data;  // what follows version and flags
-  friend bool operator==(const DataReferenceEntry&, const DataReferenceEntry&) = default;
-};
 
 // What an entry of a movie read from `referrer` refers to. With `resolve` off nothing outside the
 // file is looked at: a reference to another file stays Unresolved. Never throws for bad data: what

@@ -4,6 +4,7 @@
 #include <list>
 #include <memory>
 
+#include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/fields.h"
 #include "toolbox/read/file_atoms.h"
 #include "toolbox/read/sample_data.h"

@@ -43,15 +43,15 @@ class MovieWriter {
   Bytes Encode(std::uint64_t dataStart);
 
  private:
+  template <class Io>
+  void Put(Io& io, std::uint64_t dataStart);
+
   const FilePlan& plan_;
   ReferenceWriter references_;
   const std::uint64_t now_;  // however long it takes
   FieldSizer measured_;
   std::optional<std::uint64_t> measuredFor_;  // dataStart
 };
-
-// The same movie header, compressed (QuickTime: 'cmov' in 'moov').
-Bytes CompressMovie(ByteSpan movie);
 
 // 'ftyp' of a new file.
 Bytes FileTypeOf(const FilePlan& plan);

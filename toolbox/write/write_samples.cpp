@@ -8,10 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/atoms/auxiliary_atoms.h"
-#include "toolbox/atoms/framing.h"
-#include "toolbox/atoms/group_atoms.h"
-#include "toolbox/atoms/sample_atoms.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/refused.h"
 
@@ -124,28 +120,26 @@ std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
 }
 
 template <class Offset>
-void AddOffsets(auto& table, std::uint32_t count, const ChunkWalk& walk) {
-  using Atom = ChunkOffsetTable<Offset>;
-  using Row = typename Atom::Row;
-  table.Add(Atom{0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
-                   walk.ForEachOffset(
-                       [&](std::uint64_t offset) { rows({static_cast<Offset>(offset)}); });
-                 })});
+ChunkOffsetTable<Offset> Offsets(std::uint32_t count, const ChunkWalk& walk) {
+  using Row = typename ChunkOffsetTable<Offset>::Row;
+  return {0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
+            walk.ForEachOffset([&](std::uint64_t offset) { rows({static_cast<Offset>(offset)}); });
+          })};
 }
 
 template <class Io>
-void AddChunks(ChildWriter<Io>& table, Io& io, const ChunkWalk& walk) {
+void AddChunks(SampleTableAtoms& table, Io& io, const ChunkWalk& walk) {
   using Row = SampleToChunk::Row;
   std::uint64_t runs = 0;
   const std::uint64_t chunks =
       io.Measured([&] { return ForEachChunkRun(walk, [&](const Row&) { ++runs; }); });
   runs = io.Measured([&] { return runs; });
-  table.Add(SampleToChunk{
-      0, Rows<Row>(Count(runs), [walk](RowBatches<Row>& rows) { ForEachChunkRun(walk, rows); })});
+  table.chunks = SampleToChunk{
+      0, Rows<Row>(Count(runs), [walk](RowBatches<Row>& rows) { ForEachChunkRun(walk, rows); })};
   if (io.Measured([&] { return walk.ReachesFar(); }) != 0) {
-    AddOffsets<std::uint64_t>(table, Count(chunks), walk);
+    table.chunkOffsets = Offsets<std::uint64_t>(Count(chunks), walk);
   } else {
-    AddOffsets<std::uint32_t>(table, Count(chunks), walk);
+    table.chunkOffsets = Offsets<std::uint32_t>(Count(chunks), walk);
   }
 }
 
@@ -158,13 +152,13 @@ std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
 using OffsetRow = CompositionOffsets::Row;
 
 template <class Io>
-void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
-  table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
-                           samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
-                             if (delta > UINT32_MAX) throw Refused{invalidDuration};
-                             visit({count, static_cast<std::uint32_t>(delta)});
-                           });
-                         })});
+void AddTimes(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKind kind) {
+  table.times = TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
+                               samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+                                 if (delta > UINT32_MAX) throw Refused{invalidDuration};
+                                 visit({count, static_cast<std::uint32_t>(delta)});
+                               });
+                             })};
   if (!samples.HasOffsets()) return;
   const std::uint64_t offsets = io.Measured([&samples] {
     std::uint64_t rows = 0;
@@ -179,47 +173,44 @@ void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKi
         },
         [&](ByteSpan encoded) { rows.Encoded(encoded); });
   };
-  table.Add(CompositionOffsets{OffsetsVersion(samples, kind) << 24,
-                               Rows<OffsetRow>(Count(offsets), walk)});
+  table.offsets = CompositionOffsets{OffsetsVersion(samples, kind) << 24,
+                                     Rows<OffsetRow>(Count(offsets), walk)};
 }
 
 template <class Io>
-void AddSync(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
+void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKind kind) {
   const auto number = [](auto& visit) {
     return [&visit](std::uint64_t sample) { visit({Count(sample + 1)}); };
   };
   if (samples.HasSyncTable()) {
-    table.Add(SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                            samples.ForEachSync(number(visit));
-                          })});
+    table.sync = SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
+                               samples.ForEachSync(number(visit));
+                             })};
   }
   // QuickTime only: decoding can start here, but the first pictures may be damaged.
   if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
-    table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                                   samples.ForEachPartialSync(number(visit));
-                                 })});
+    table.partialSync =
+        PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
+                             samples.ForEachPartialSync(number(visit));
+                           })};
   }
 }
 
-template <class Io>
-void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
-  if (const auto size = samples.ConstantSize()) {
-    table.Add(ConstantSampleSize{0, *size, Count(samples.Count())});
-    return;
-  }
-  table.Add(SampleSizes{
-      0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](RowBatches<SampleSize>& rows) {
-        samples.ForEachEncodedSize([&](ByteSpan encoded) { rows.Encoded(encoded); });
-      })});
+SampleSizeAtom Sizes(const SampleTable& samples) {
+  const std::uint32_t count = Count(samples.Count());
+  if (const auto size = samples.ConstantSize()) return ConstantSampleSize{0, *size, count};
+  return SampleSizes{0, 0, Rows<SampleSize>(count, [&samples](RowBatches<SampleSize>& rows) {
+                       samples.ForEachEncodedSize([&](ByteSpan sizes) { rows.Encoded(sizes); });
+                     })};
 }
 
 template <class Io>
-void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
+void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
   const auto groups = std::make_shared<const std::vector<JoinedGroup>>(samples.Groups());
   for (const JoinedGroup& group : *groups) {
-    if (group.descriptions) table.Add(*group.descriptions);
+    if (group.descriptions) table.groups.emplace_back(*group.descriptions);
     if (!group.isMapped) continue;
-    table.Add(
+    table.groups.push_back(
         SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
                       RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
                         samples.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
@@ -229,13 +220,13 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
   }
 }
 
-// Adds a table that has a value for each sample, if there are values.
-template <class Atom, class Io, class Values>
-void AddValues(ChildWriter<Io>& table, const SampleTable& samples, Values SampleRows::*values) {
-  if (!samples.Has(values)) return;
+// The table of that kind, which has a value for each sample, if there are values.
+template <class Atom, class Values>
+std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*values) {
+  if (!samples.Has(values)) return std::nullopt;
   Atom atom;
   samples.ForEachValue(values, [&atom](auto value) { atom.Add(value); });
-  table.Add(std::move(atom));
+  return atom;
 }
 
 // A 'saio' of a track with its offsets in the output. Nothing if its data is not copied. `content`
@@ -288,36 +279,36 @@ void DropForeign(Siblings& tables) {
 }
 
 template <class Io>
-void Put(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
+SampleTableAtoms TableOf(Io& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
   const MediaRecord& media = *plan.movie->tracks[track]->media;
   const SampleTable& samples = media.samples;
+  SampleTableAtoms table;
+  table.descriptions = Descriptions(media);
+  AddTimes(table, io, samples, plan.kind);
+  AddSync(table, io, samples, plan.kind);
+  AddChunks(table, io, ChunkWalk(plan, track, dataStart));
+  table.sizes = Sizes(samples);
+  table.dependencies = ValuesOf<SampleDependencies>(samples, &SampleRows::dependencies);
+  table.priorities = ValuesOf<DegradationPriorities>(samples, &SampleRows::priorities);
+  table.padding = ValuesOf<PaddingBits>(samples, &SampleRows::padding);
+  AddGroups(table, io, samples);
   // Tables that the toolbox does not interpret are valid only for all samples of the rows.
   const SampleRows* whole = samples.WholeRows();
-  Siblings others = whole != nullptr ? OtherTables(*whole, plan, track, dataStart) : Siblings();
-  if (plan.kind == FileKind::kMpeg4) DropForeign(others);
-  io.Atom(FourCC{"stbl"}, [&] {
-    ChildWriter<Io> table(io, others);
-    table.Add(Descriptions(media));
-    AddTimes(table, io, samples, plan.kind);
-    AddSync(table, io, samples, plan.kind);
-    AddChunks(table, io, ChunkWalk(plan, track, dataStart));
-    AddSizes(table, samples);
-    AddValues<SampleDependencies>(table, samples, &SampleRows::dependencies);
-    AddValues<DegradationPriorities>(table, samples, &SampleRows::priorities);
-    AddValues<PaddingBits>(table, samples, &SampleRows::padding);
-    AddGroups(table, io, samples);
-    table.Finish();
-  });
+  if (whole != nullptr) table.others = OtherTables(*whole, plan, track, dataStart);
+  if (plan.kind == FileKind::kMpeg4) DropForeign(table.others);
+  return table;
 }
 
 }  // namespace
 
-void PutSamples(FieldWriter& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
-  Put(io, plan, track, dataStart);
+SampleTableAtoms SampleTableOf(FieldSizer& io, const FilePlan& plan, std::size_t track,
+                               std::uint64_t dataStart) {
+  return TableOf(io, plan, track, dataStart);
 }
 
-void PutSamples(FieldSizer& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart) {
-  Put(io, plan, track, dataStart);
+SampleTableAtoms SampleTableOf(FieldWriter& io, const FilePlan& plan, std::size_t track,
+                               std::uint64_t dataStart) {
+  return TableOf(io, plan, track, dataStart);
 }
 
 }  // namespace toolbox

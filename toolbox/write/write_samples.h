@@ -4,14 +4,17 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/plan/plan.h"
 
 namespace toolbox {
 
-// Writes or measures the sample table of track `track` (an index) of the plan, whose media data
-// starts at byte `dataStart` of the file.
-void PutSamples(FieldWriter& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart);
-void PutSamples(FieldSizer& io, const FilePlan& plan, std::size_t track, std::uint64_t dataStart);
+// The sample table of track `track` (an index) of the plan, whose media data starts at byte
+// `dataStart` of the file. Its rows are counted when it is made for a FieldSizer, and come from the
+// plan, which must outlive it.
+SampleTableAtoms SampleTableOf(FieldSizer& io, const FilePlan& plan, std::size_t track,
+                               std::uint64_t dataStart);
+SampleTableAtoms SampleTableOf(FieldWriter& io, const FilePlan& plan, std::size_t track,
+                               std::uint64_t dataStart);
 
 }  // namespace toolbox

@@ -27,6 +27,7 @@ class FieldLister {
     if (flags != 0) text << " flags=" << flags;
   }
   void Wide(const char* name, Integer auto value) { (*this)(name, value); }
+  void Narrow(const char* name, std::int64_t value) { (*this)(name, value); }
   template <class Row>
   void Table(const char* name, const Rows<Row>& rows) {
     Say(name) << '=' << rows.Count();
@@ -272,8 +273,8 @@ TEST(Fields, StateWhatDoesNotFitIn32BitsInVersion1) {
   header.duration = UINT32_MAX;
   EXPECT_EQ(Encode(header).size(), 32U);
   header.duration += 1;
-  EXPECT_EQ(Encode(header), Atom("mdhd", U32(0x01000000), U64(0), U64(0), U32(0), U64(0x100000000),
-                                 U16(0), U16(0)));
+  EXPECT_EQ(Encode(header), Atom("mdhd", U32(0x01000000), U64(0), U64(0), U32(600),
+                                 U64(0x100000000), U16(0), U16(0)));
 }
 
 // A table that claims `stated` rows and makes `made`.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/header_atoms.h"
 
 namespace toolbox {
@@ -47,55 +48,6 @@ TEST(Framing, KeepsWhatFollowsTheLastAtomOnlyForWhoAsks) {
   EXPECT_THROW(SplitAtoms(Join(Atom("one "), Text("x"))), Malformed);
   EXPECT_EQ(SplitAtoms(broken, &tail).size(), 1U);
   EXPECT_EQ(Copy(tail), Join(U32(9), Text("long")));
-}
-
-TEST(Children, AreHandedOutByQuantity) {
-  const Bytes content = Join(Atom("two ", Text("a")), Atom("one "), Atom("two ", Text("b")));
-  Children children(content);
-  EXPECT_EQ(children.Each(FourCC{"two "}).size(), 2U);
-  EXPECT_FALSE(children.Maybe(FourCC{"none"}));
-  EXPECT_NO_THROW(children.One(FourCC{"one "}));
-  EXPECT_THROW(children.One(FourCC{"one "}), Malformed);
-}
-
-TEST(Children, KeepStrangersAndTheOrderOfAllByteForByte) {
-  const Bytes header = Atom("hdlr", U32(0), Text("mhlrvideappl"), Zeros(8), Text("x"));
-  const Bytes offsets = Atom("ftyp", Text("qt  "), U32(1));
-  const Bytes content = Join(Atom("what", Text("first")), offsets, WideAtom("wide", Text("2")),
-                             header, Atom("what", Text("second")));
-  Children children(content);
-  const auto handler = children.One<Handler>();
-  const auto type = children.Maybe<FileType>();
-  const Siblings others = children.Others();
-  const auto put = [&](auto& io) {
-    io.Atom(FourCC{"box "}, [&] {
-      ChildWriter writer(io, others);
-      writer.Add(handler);
-      writer.Add(*type);
-      writer.Finish();
-    });
-  };
-  EXPECT_EQ(Encoded(put), Atom("box ", content));
-}
-
-TEST(Children, WithoutAPlaceGoToTheEndAndThoseThatLeftLeaveNoGap) {
-  const Bytes content = Join(Atom("gone", Text("x")), Atom("kept"));
-  Children children(content);
-  children.One(FourCC{"gone"});
-  const Siblings others = children.Others();
-  const auto put = [&](auto& io) {
-    ChildWriter writer(io, others);
-    writer.Add(FileType{FourCC{"new "}, 1, {}});
-    writer.Finish();
-  };
-  EXPECT_EQ(Encoded(put), Join(Atom("kept"), Atom("ftyp", Text("new "), U32(1))));
-}
-
-TEST(Children, StateTheirSizeOnceTheyAreNotTheLast) {
-  const Bytes content = Join(U32(0), Text("last"), Text("abc"));
-  const Siblings others = Children(content).Others();
-  ASSERT_EQ(others.size(), 1U);
-  EXPECT_EQ(others[0].bytes, Atom("last", Text("abc")));
 }
 
 TEST(Malformed, NamesTheAtomsAroundTheFaultAndTheField) {

@@ -45,13 +45,13 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
 
   const auto movie = ReadMovieFile(path, References::kResolve);
   for (int time = 0; time < 4; ++time) {
-    movie->tracks[0]->layer = static_cast<std::int16_t>(time);
+    movie->tracks[0]->header.layer = static_cast<std::int16_t>(time);
     // The tables move towards the front.
     if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
     Descriptor file(path, O_RDWR);
     UpdateFile(*movie, path, file);
     const auto saved = ReadMovieFile(path, References::kResolve);
-    ASSERT_EQ(saved->tracks[0]->layer, time);
+    ASSERT_EQ(saved->tracks[0]->header.layer, time);
     std::uint32_t sample = 0;
     saved->tracks[0]->media->samples.ForEachSize(
         [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });

@@ -50,8 +50,8 @@ TEST_F(Cuts, RefusesWhatIsNoStretchAndChangesNothing) {
 }
 
 TEST_F(Cuts, TracksStayInStepWhateverIsCut) {
-  movie_.previewTime = {1900};
-  movie_.previewDuration = {100};
+  movie_.header.previewTime = 1900;
+  movie_.header.previewDuration = 100;
   for (int i = 0; i < 1000; ++i) {
     const MovieTime from{17 * i % 900};
     ScaleSegment(movie_, from, {7}, {9});
@@ -62,7 +62,7 @@ TEST_F(Cuts, TracksStayInStepWhateverIsCut) {
   DeleteSegment(movie_, {1700}, {kLongest});
   EXPECT_EQ(video_.edits.Duration().units, 1700);
   EXPECT_EQ(sound_.edits.Duration().units, 1700);
-  EXPECT_EQ(movie_.previewTime.units + movie_.previewDuration.units, 1700);
+  EXPECT_EQ(movie_.header.previewTime + movie_.header.previewDuration, 1700);
 }
 
 TEST_F(Cuts, MediaIsShownForAsLongAsItLasts) {

@@ -170,7 +170,7 @@ std::vector<std::int64_t> Boundaries(const EditList& list) {
 
 MovieRecord& WithEdits(MovieRecord& movie, EditList edits) {
   TrackRecord& track = movie.AddTrack();
-  track.media.emplace().scale = 600;
+  track.media.emplace().header.scale = 600;
   track.edits = std::move(edits);
   return movie;
 }
@@ -207,13 +207,13 @@ TEST(TimeScale, MultiplesAreReversible) {
     parts.emplace_back(10, 12345);
     MovieRecord movie;
     WithEdits(movie, ListOf(parts, {600, 600}));
-    movie.selectionTime = {random.Below(1000)};
+    movie.header.selectionTime = random.Below(1000);
     const EditList before = movie.tracks[0]->edits;
-    const MovieTime selection = movie.selectionTime;
+    const std::int64_t selection = movie.header.selectionTime;
     movie.SetScale(600 * static_cast<std::int32_t>(2 + random.Below(160)));
     movie.SetScale(600);
     ASSERT_EQ(movie.tracks[0]->edits, before);
-    ASSERT_EQ(movie.selectionTime, selection);
+    ASSERT_EQ(movie.header.selectionTime, selection);
   }
 }
 

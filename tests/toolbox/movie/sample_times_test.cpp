@@ -93,7 +93,7 @@ TEST(SamplesByTime, AreThoseThatOneWouldSee) {
     }
     rows->sizes.Add(rows->count, 1);
     MovieRecord movie;
-    movie.scale = 1 + static_cast<std::int32_t>(random.Below(100));
+    movie.header.scale = 1 + static_cast<std::int32_t>(random.Below(100));
     const auto scale = 1 + static_cast<std::int32_t>(random.Below(100));
     TrackRecord& track = AddPlainTrack(movie, kText, scale, rows);
     const Clock clock = track.TimeClock();

@@ -22,8 +22,8 @@ struct TestMovie : MovieRecord {
                      std::int32_t mediaScale = 600) {
     TrackRecord& track = AddPlainTrack(
         *this, kVideo, mediaScale, PlainRows(6, static_cast<std::uint32_t>(mediaScale / 2), 100));
-    track.width = width << 16;
-    track.height = height << 16;
+    track.header.width = width << 16;
+    track.header.height = height << 16;
     return track;
   }
   TrackRecord& Sound() {
@@ -65,16 +65,16 @@ TEST(InsertMovieSegment, MakesANewTrackForWhatDoesNotFit) {
     InsertMovieSegment(source, movie, {}, kAll, {1800});
     ASSERT_EQ(movie.tracks.size(), 2U);
     EXPECT_EQ(movie.tracks[1]->edits.Edits(), (Edits{{{0}, {1800}, {-1}}, {{1800}, {1800}, {0}}}));
-    EXPECT_EQ(movie.tracks[1]->media->scale, source.tracks[0]->media->scale);
-    EXPECT_EQ(movie.tracks[1]->width, source.tracks[0]->width);
-    EXPECT_EQ(movie.tracks[1]->id, 2U);
+    EXPECT_EQ(movie.tracks[1]->media->header.scale, source.tracks[0]->media->header.scale);
+    EXPECT_EQ(movie.tracks[1]->header.width, source.tracks[0]->header.width);
+    EXPECT_EQ(movie.tracks[1]->header.id, 2U);
     EXPECT_EQ(movie.tracks[0]->edits.Duration().units, 1800);
   };
-  expectNewTrack([](TrackRecord& track) { track.width = 640 << 16; });
-  expectNewTrack([](TrackRecord& track) { track.height = 480 << 16; });
-  expectNewTrack([](TrackRecord& track) { track.matrix[6] = 1; });
-  expectNewTrack([](TrackRecord& track) { track.alternateGroup = 1; });
-  expectNewTrack([](TrackRecord& track) { track.media->language = 1; });
+  expectNewTrack([](TrackRecord& track) { track.header.width = 640 << 16; });
+  expectNewTrack([](TrackRecord& track) { track.header.height = 480 << 16; });
+  expectNewTrack([](TrackRecord& track) { track.header.matrix[6] = 1; });
+  expectNewTrack([](TrackRecord& track) { track.header.alternateGroup = 1; });
+  expectNewTrack([](TrackRecord& track) { track.media->header.language = 1; });
   expectNewTrack([](TrackRecord& track) {
     track.siblings.push_back({FourCC{"clip"}, Atom("clip", Text("region"))});
   });
@@ -90,7 +90,7 @@ TEST(InsertMovieSegment, MakesANewTrackForAnotherMediaScale) {
   source.Video(320, 240, 2998);
   InsertMovieSegment(source, movie, {}, kAll, {1800});
   ASSERT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(movie.tracks[1]->media->scale, 2998);
+  EXPECT_EQ(movie.tracks[1]->media->header.scale, 2998);
 }
 
 TEST(InsertMovieSegment, UsesEachTrackOnceInItsOrder) {
@@ -106,14 +106,14 @@ TEST(InsertMovieSegment, UsesEachTrackOnceInItsOrder) {
 
 TEST(InsertMovieSegment, PrefersATrackInTheSameEnabledState) {
   TestMovie movie("a"), source("b");
-  movie.Sound().flags = 0;
+  movie.Sound().header.flags = 0;
   movie.Sound();
   source.Sound();
   InsertMovieSegment(source, movie, {}, kAll, {1800});
   EXPECT_EQ(movie.tracks[0]->edits.Duration().units, 1800);
   EXPECT_EQ(movie.tracks[1]->edits.Duration().units, 3600);
   TestMovie disabled("c");
-  disabled.Sound().flags = 0;
+  disabled.Sound().header.flags = 0;
   InsertMovieSegment(source, disabled, {}, kAll, {1800});
   EXPECT_EQ(disabled.tracks.size(), 1U) << "any state is better than a new track";
 }
@@ -147,16 +147,16 @@ TEST(InsertMovieSegment, KeepsReferencesBetweenTracksThatCameAlong) {
 TEST(InsertMovieSegment, FillsAnEmptyMovieButForWhatIsTheMoviesOwn) {
   MovieRecord movie;
   TestMovie source("b");
-  source.matrix[0] = 5;
+  source.header.matrix[0] = 5;
   source.userData.items.push_back({FourCC{"name"}, {'x'}});
   source.Video().userData.items.push_back({FourCC{"name"}, {'v'}});
-  source.Sound().volume = 0x100;
+  source.Sound().header.volume = 0x100;
   InsertMovieSegment(source, movie, {}, kAll, {});
   ASSERT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(movie.matrix, kIdentityMatrix);
+  EXPECT_EQ(movie.header.matrix, kIdentityMatrix);
   EXPECT_TRUE(movie.userData.items.empty());
   EXPECT_EQ(movie.tracks[0]->userData, source.tracks[0]->userData);
-  EXPECT_EQ(movie.tracks[1]->volume, 0x100);
+  EXPECT_EQ(movie.tracks[1]->header.volume, 0x100);
   EXPECT_EQ(movie.tracks[0]->media->dataReferences, (std::vector<DataReference>{OtherFile{"/b"}}));
 }
 
@@ -173,7 +173,7 @@ TEST(InsertMovieSegment, OfAnEmptySourceChangesNothing) {
 
 TEST(InsertMovieSegment, RoundsBoundariesIntoTheScaleOfTheMovie) {
   MovieRecord movie;
-  movie.scale = 48;
+  movie.header.scale = 48;
   TestMovie source("b");
   TrackRecord& track = source.Video();
   track.edits = {};
@@ -207,7 +207,7 @@ TEST(InsertMovieSegment, KeepsStepWhereATrackOfTheSourceEndsEarly) {
   for (const auto& track : movie.tracks) {
     EXPECT_EQ(track->edits.Duration().units, 3600);
     EXPECT_EQ(track->edits.Edits().back().start.units, 2400);
-    EXPECT_EQ(track->edits.Edits().back().mediaTime.units, track->media->scale);
+    EXPECT_EQ(track->edits.Edits().back().mediaTime.units, track->media->header.scale);
   }
 }
 
@@ -280,10 +280,10 @@ TEST(Movie, CloneKeepsReferencesAmongItsOwnTracks) {
 TEST(Movie, NeverGivesTwoTracksOneId) {
   TestMovie movie("a");
   movie.Video();
-  movie.nextTrackId = UINT32_MAX;
+  movie.header.nextTrackId = UINT32_MAX;
   for (int i = 0; i < 3; ++i) movie.Video();
   std::vector<std::uint32_t> ids;
-  for (const auto& track : movie.tracks) ids.push_back(track->id);
+  for (const auto& track : movie.tracks) ids.push_back(track->header.id);
   std::ranges::sort(ids);
   EXPECT_NE(ids.front(), 0U);
   EXPECT_EQ(std::ranges::adjacent_find(ids), ids.end());

@@ -7,6 +7,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
@@ -139,14 +140,14 @@ TEST_F(Export, TakesOnlyTheTracksThatBelong) {
   sound_->Refer(FourCC{"chap"}, text);
   EXPECT_EQ(tracks(), 2U);
   EXPECT_TRUE(Planned().movie->tracks[1]->references.empty());
-  sound_->flags = 0;
+  sound_->header.flags = 0;
   EXPECT_EQ(tracks(), 1U);
-  sound_->flags = 1;
+  sound_->header.flags = 1;
   sound_->edits = {};
   EXPECT_EQ(tracks(), 1U);
-  pictures_->flags = 0;
+  pictures_->header.flags = 0;
   EXPECT_EQ(CodeOf([&] { Planned(); }), featureUnsupported);
-  pictures_->flags = 1;
+  pictures_->header.flags = 1;
   AddPlainTrack(movie_, kVideo, 600, PlainRows(1, 600, 10));
   EXPECT_EQ(CodeOf([&] { Planned(); }), featureUnsupported);
 }
@@ -159,8 +160,8 @@ TEST_F(Export, NamesLanguagesAsIsoDoes) {
                                                                        {0x7FFF, 0x55C4},
                                                                        {0x55C4, 0x55C4},
                                                                        {0x15C7, 0x15C7}}) {
-    pictures_->media->language = static_cast<std::uint16_t>(quickTime);
-    EXPECT_EQ(Planned().movie->tracks[0]->media->language, iso) << quickTime;
+    pictures_->media->header.language = static_cast<std::uint16_t>(quickTime);
+    EXPECT_EQ(Planned().movie->tracks[0]->media->header.language, iso) << quickTime;
   }
 }
 
@@ -235,12 +236,12 @@ TEST(FoldRates, MakesCoarseScalesFineAndLeavesPlainTracksAlone) {
   TrackRecord& track = AddPlainTrack(movie, kVideo, 24, PlainRows(48, 1, 10));
   const EditList plain = track.edits;
   FoldRates(track);
-  EXPECT_EQ(track.media->scale, 24);
+  EXPECT_EQ(track.media->header.scale, 24);
   EXPECT_EQ(track.edits, plain);
   track.edits = {};
   track.edits.Append({400}, {0}, 3.0, track.TimeClock());
   FoldRates(track);
-  EXPECT_EQ(track.media->scale, 90000);
+  EXPECT_EQ(track.media->header.scale, 90000);
   EXPECT_EQ(TimesOf(track), (Times{{48, 1250}}));
 }
 

@@ -6,6 +6,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
 #include "toolbox/write/write_movie.h"
 
@@ -172,7 +173,7 @@ TEST_F(Plan, DropsHintTracksWhoseNumbersNoLongerHold) {
 
 TEST_F(Plan, LeavesDisabledTracksAndTheirHintsOutWhenAsked) {
   TrackRecord& video = AddPlainTrack(movie_, kVideo, 600, PlainRows(6, 100, 10));
-  video.flags = 0;
+  video.header.flags = 0;
   AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 10));
   EXPECT_EQ(Flattened({.onlyEnabled = true}).movie->tracks.size(), 1U);
   AddPlainTrack(movie_, FourCC{"hint"}, 600, PlainRows(6, 100, 10)).Refer(FourCC{"hint"}, video);

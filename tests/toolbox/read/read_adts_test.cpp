@@ -43,7 +43,7 @@ TEST(ReadAdts, MakesATrackOfFrames) {
   const auto movie = Read(file);
   const TrackRecord& track = *movie->tracks.at(0);
   EXPECT_TRUE(track.IsEnabled());
-  EXPECT_EQ(std::pair(movie->scale, track.media->scale), std::pair(600, 44100));
+  EXPECT_EQ(std::pair(movie->header.scale, track.media->header.scale), std::pair(600, 44100));
   EXPECT_EQ(track.edits.Edits(), (std::vector<Edit>{{{0}, {70}, {0}}}));
   const Bytes setup = Join(U8(4), U8(17), U8(0x40), U8(0x15), U8(0), U16(3000), U32(0),
                            U32(3020 * 8 * 44100 / 5120), U8(5), U8(2), U16(0x1210));

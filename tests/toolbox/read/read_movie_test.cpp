@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/malformed.h"
 #include "toolbox/write/write_movie.h"
 
@@ -79,32 +80,32 @@ TEST_F(ReadMovie, TellsWhatTheHeadersSay) {
                            .header = header,
                            .mediaHeader = mediaHeader}),
                 user));
-  EXPECT_EQ(movie->scale, 1000);
-  EXPECT_EQ(movie->created, 31U);
-  EXPECT_EQ(movie->rate, 0x8000);
-  EXPECT_EQ(movie->volume, 0x80);
-  EXPECT_EQ(movie->previewTime.units, 1);
-  EXPECT_EQ(movie->currentTime.units, 6);
-  EXPECT_EQ(movie->nextTrackId, 8U);
+  EXPECT_EQ(movie->header.scale, 1000);
+  EXPECT_EQ(movie->header.created, 31U);
+  EXPECT_EQ(movie->header.rate, 0x8000);
+  EXPECT_EQ(movie->header.volume, 0x80);
+  EXPECT_EQ(movie->header.previewTime, 1);
+  EXPECT_EQ(movie->header.currentTime, 6);
+  EXPECT_EQ(movie->header.nextTrackId, 8U);
   EXPECT_EQ(movie->file, OtherFile{folder_ / "in.mov"});
   const UserDataRecord items{{{FourCC{"name"}, Text("a")}, {FourCC{"name"}, Text("b")}}};
   EXPECT_EQ(movie->userData, items);
   ASSERT_EQ(movie->tracks.size(), 1U);
   const TrackRecord& track = *movie->tracks[0];
-  EXPECT_EQ(track.id, 7U);
-  EXPECT_EQ(track.flags, 1U);
-  EXPECT_EQ(track.created, 0x100000000U);
-  EXPECT_EQ(track.layer, 3);
-  EXPECT_EQ(track.alternateGroup, 4);
-  EXPECT_EQ(track.volume, 0x80);
-  EXPECT_EQ(std::pair(track.width, track.height), std::pair(5, 6));
+  EXPECT_EQ(track.header.id, 7U);
+  EXPECT_EQ(track.header.flags, 1U);
+  EXPECT_EQ(track.header.created, 0x100000000U);
+  EXPECT_EQ(track.header.layer, 3);
+  EXPECT_EQ(track.header.alternateGroup, 4);
+  EXPECT_EQ(track.header.volume, 0x80);
+  EXPECT_EQ(std::pair(track.header.width, track.header.height), std::pair(5, 6));
   EXPECT_EQ(track.userData, items);
   ASSERT_EQ(track.references.size(), 1U);
   EXPECT_EQ(track.references[0].targets,
             (std::vector{movie->tracks[0].get(), static_cast<TrackRecord*>(nullptr)}));
-  EXPECT_EQ(track.media->scale, 44100);
-  EXPECT_EQ(track.media->language, 0x15C7);
-  EXPECT_EQ(track.media->quality, 9);
+  EXPECT_EQ(track.media->header.scale, 44100);
+  EXPECT_EQ(track.media->header.language, 0x15C7);
+  EXPECT_EQ(track.media->header.quality, 9);
   EXPECT_EQ(track.media->Type(), FourCC{"vide"});
   EXPECT_EQ(track.media->descriptions.size(), 1U);
 }

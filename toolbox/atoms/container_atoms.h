@@ -1,0 +1,247 @@
+// The atoms of atoms, each by its list of children: what may be in it, how often, and where new
+// ones go.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <variant>
+#include <vector>
+
+#include "toolbox/atoms/auxiliary_atoms.h"
+#include "toolbox/atoms/fields.h"
+#include "toolbox/atoms/fragment_atoms.h"
+#include "toolbox/atoms/group_atoms.h"
+#include "toolbox/atoms/header_atoms.h"
+#include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/atoms/text_atoms.h"
+
+namespace toolbox {
+
+// An atom that is looked for and not decoded here. Its content is a view.
+template <FourCC kCode>
+struct RawAtom {
+  static constexpr FourCC kType = kCode;
+  ByteSpan content;
+  static void Fields(auto& io, auto& atom) { io.Rest("content", atom.content); }
+};
+
+struct UserDataItem {
+  FourCC type;
+  Bytes payload;
+  friend bool operator==(const UserDataItem&, const UserDataItem&) = default;
+};
+
+// 'udta', ISO/IEC 14496-12 8.10.1: items of any type. Four zero bytes may end them.
+struct UserDataAtoms {
+  static constexpr FourCC kType{"udta"};
+  std::vector<UserDataItem> items;
+
+  // QuickTime: a 'meta' item has no word of version and flags. It gets one here, as in ISO files.
+  void Read(ByteSpan content);
+  void Put(auto& io) const {
+    for (const UserDataItem& item : items) {
+      io.Atom(item.type, [&] { io.Append(item.payload); });
+    }
+  }
+};
+
+// 'tref', ISO/IEC 14496-12 8.3.3: a list of track ids for each type of reference.
+struct TrackReferenceAtoms {
+  static constexpr FourCC kType{"tref"};
+  struct List {
+    FourCC type;
+    std::vector<std::uint32_t> tracks;  // ids; 0: no track
+  };
+  std::vector<List> lists;
+
+  // A second list of a type continues the first.
+  void Read(ByteSpan content);
+  void Put(auto& io) const {
+    for (const List& list : lists) {
+      io.Atom(list.type, [&] {
+        for (const std::uint32_t track : list.tracks) io("track", track);
+      });
+    }
+  }
+};
+
+using SampleSizeAtom = std::variant<ConstantSampleSize, SampleSizes, CompactSampleSizes>;
+using ChunkOffsetAtom = std::variant<ChunkOffsets, WideChunkOffsets>;
+using SampleGroupAtom = std::variant<SampleGroupDescriptions, SampleToGroup, CompactSampleToGroup>;
+
+struct SampleTableAtoms {  // 'stbl', ISO/IEC 14496-12 8.5.1
+  static constexpr FourCC kType{"stbl"};
+  std::optional<SampleDescriptions> descriptions;
+  std::optional<TimeToSample> times;
+  std::optional<CompositionOffsets> offsets;
+  std::optional<SyncSamples> sync;
+  std::optional<PartialSyncSamples> partialSync;
+  std::optional<SampleToChunk> chunks;
+  std::optional<ChunkOffsetAtom> chunkOffsets;
+  std::optional<SampleSizeAtom> sizes;
+  std::optional<SampleDependencies> dependencies;
+  std::optional<DegradationPriorities> priorities;
+  std::optional<PaddingBits> padding;
+  std::vector<SampleGroupAtom> groups;
+  Siblings others;
+
+  static void Children(auto& io, auto& table) {
+    io.Maybe(table.descriptions);
+    io.Maybe(table.times);
+    io.Maybe(table.offsets);
+    io.Maybe(table.sync);
+    io.Maybe(table.partialSync);
+    io.Maybe(table.chunks);
+    io.Maybe(table.chunkOffsets);
+    io.Maybe(table.sizes);
+    io.Maybe(table.dependencies);
+    io.Maybe(table.priorities);
+    io.Maybe(table.padding);
+    io.Each(table.groups);
+    io.Others(table.others);
+  }
+};
+
+struct DataInformation {  // 'dinf', ISO/IEC 14496-12 8.7.1
+  static constexpr FourCC kType{"dinf"};
+  std::optional<DataReferences> references;
+  Siblings others;
+
+  static void Children(auto& io, auto& information) {
+    io.Maybe(information.references);
+    io.Others(information.others);
+  }
+};
+
+struct MediaInformation {  // 'minf', ISO/IEC 14496-12 8.4.4
+  static constexpr FourCC kType{"minf"};
+  std::optional<DataInformation> data;
+  SampleTableAtoms table;
+  Siblings others;  // the header of the kind of media among them
+
+  static void Children(auto& io, auto& information) {
+    io.Maybe(information.data);
+    io.One(information.table);
+    io.Others(information.others);
+  }
+};
+
+struct MediaAtoms {  // 'mdia', ISO/IEC 14496-12 8.4.1; user data is QuickTime's
+  static constexpr FourCC kType{"mdia"};
+  MediaHeader header;
+  Handler handler;
+  MediaInformation information;
+  std::optional<UserDataAtoms> userData;
+  Siblings others;
+
+  static void Children(auto& io, auto& media) {
+    io.One(media.header);
+    io.One(media.handler);
+    io.One(media.information);
+    io.Maybe(media.userData);
+    io.Others(media.others);
+  }
+};
+
+struct EditAtoms {  // 'edts', ISO/IEC 14496-12 8.6.5
+  static constexpr FourCC kType{"edts"};
+  std::optional<EditEntries> entries;
+  Siblings others;
+
+  static void Children(auto& io, auto& edits) {
+    io.Maybe(edits.entries);
+    io.Others(edits.others);
+  }
+};
+
+struct TrackAtoms {  // 'trak', ISO/IEC 14496-12 8.3.1
+  static constexpr FourCC kType{"trak"};
+  TrackHeader header;
+  std::optional<EditAtoms> edits;
+  std::optional<TrackReferenceAtoms> references;
+  std::optional<MediaAtoms> media;
+  std::optional<UserDataAtoms> userData;
+  Siblings others;
+
+  static void Children(auto& io, auto& track) {
+    io.One(track.header);
+    io.Maybe(track.edits);
+    io.Maybe(track.references);
+    io.Maybe(track.media);
+    io.Maybe(track.userData);
+    io.Others(track.others);
+  }
+};
+
+struct MovieExtends {  // 'mvex', ISO/IEC 14496-12 8.8.1
+  static constexpr FourCC kType{"mvex"};
+  std::vector<TrackDefaults> tracks;
+
+  static void Children(auto& io, auto& extends) { io.Each(extends.tracks); }
+};
+
+struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
+  static constexpr FourCC kType{"moov"};
+  MovieHeader header;
+  std::vector<TrackAtoms> tracks;
+  std::optional<UserDataAtoms> userData;
+  std::optional<MovieExtends> extends;
+  Siblings others;
+
+  static void Children(auto& io, auto& movie) {
+    io.One(movie.header);
+    io.Each(movie.tracks);
+    io.Maybe(movie.userData);
+    io.Maybe(movie.extends);
+    io.Others(movie.others);
+  }
+};
+
+// 'traf', ISO/IEC 14496-12 8.8.6. Fragments are read and never written.
+struct TrackFragment {
+  static constexpr FourCC kType{"traf"};
+  TrackFragmentHeader header;
+  std::optional<FragmentDecodeTime> time;
+  std::vector<TrackRun> runs;
+  std::vector<SampleGroupAtom> groups;
+  std::optional<AuxiliarySizes> auxiliarySizes;
+  std::optional<AuxiliaryOffsets> auxiliaryOffsets;
+  std::optional<RawAtom<FourCC{"senc"}>> encryption;
+  std::vector<RawAtom<FourCC{"uuid"}>> extensions;
+
+  static void Children(auto& io, auto& fragment) {
+    io.One(fragment.header);
+    io.Maybe(fragment.time);
+    io.Each(fragment.runs);
+    io.Each(fragment.groups);
+    io.Maybe(fragment.auxiliarySizes);
+    io.Maybe(fragment.auxiliaryOffsets);
+    io.Maybe(fragment.encryption);
+    io.Each(fragment.extensions);
+  }
+};
+
+struct MovieFragment {  // 'moof', ISO/IEC 14496-12 8.8.4
+  static constexpr FourCC kType{"moof"};
+  std::vector<TrackFragment> tracks;
+  std::optional<RawAtom<FourCC{"pssh"}>> protection;
+
+  static void Children(auto& io, auto& fragment) {
+    io.Each(fragment.tracks);
+    io.Maybe(fragment.protection);
+  }
+};
+
+// 'gmhd', QuickTime: the header of a media that is neither video nor sound.
+struct GenericMediaHeader {
+  static constexpr FourCC kType{"gmhd"};
+  GenericMediaInformation information;
+  std::optional<TextMediaInformation> text;
+
+  static void Children(auto& io, auto& header) {
+    io.One(header.information);
+    io.Maybe(header.text);
+  }
+};
+
+}  // namespace toolbox
