@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that every folder includes only what lies below it; says file:line where not."""
+"""Checks that every folder includes only what it may include, and prints file:line if not."""
 
 import pathlib
 import re
@@ -15,7 +15,7 @@ def below(*folders):
     return rf"{SMALL}|toolbox/({'|'.join(folders)})/\w+\.h"
 
 
-# What the files of a folder may include of this project.
+# What the files of a folder may include from this project.
 ALLOWED = {
     "toolbox": rf"{SMALL}|toolbox/(types|atoms/fourcc)\.h",
     "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
@@ -36,7 +36,7 @@ ALLOWED = {
     "tools": r"(toolbox/[\w/]+|tools/\w+)\.h",
 }
 
-# In quotes whatever it names, so that a path relative to the file cannot slip by.
+# Everything in quotes, so that a path relative to the file is checked too.
 INCLUDE = re.compile(
     r'\s*#\s*include\s*(?:"([^"]*)"|<((?:toolbox|clipjoin|input|chapter|utils)/[^>]*)>)'
 )

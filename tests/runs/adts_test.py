@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Raw AAC: it opens as a movie, joins, and decodes to the same sound."""
+"""Raw AAC opens as a movie, can be joined, and decodes to the same sound."""
 
 import unittest
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Chapters: those that others wrote, listed and filtered; ours, as other readers find them, however
-the movie was written; and the XML list of them."""
+"""Chapters: chapters of other programs are listed and filtered; other readers find our chapters in
+every form of output; and the XML list is right."""
 
 import json
 import re
@@ -9,8 +9,8 @@ import xml.etree.ElementTree
 import runs
 from runs import MEDIA, Result
 
-TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # a second each
-NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # only a list
+TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # one second each
+NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # have only 'chpl'
 TWO_SECONDS = "sine=d=2:f="
 
 
@@ -24,14 +24,14 @@ def ffmpeg_chapters(titles, scale=1000, length=1000):
 
 
 def chapters(path):
-    """(start in milliseconds, title) of each, as ffprobe tells them."""
+    """(start in milliseconds, title) of each chapter, as ffprobe reads them."""
     found = runs.ffprobe(path, "-show_chapters")["chapters"]
     times = [round(float(c["start_time"]) * 1000) for c in found]
     return list(zip(times, (c.get("tags", {}).get("title", "") for c in found)))
 
 
 def menu(path):
-    """The same as mediainfo tells them."""
+    """The same, as mediainfo reads them."""
     told = json.loads(runs.read_by("mediainfo", "--Output=JSON", path)[0])
     found = []
     for track in told["media"]["track"]:
@@ -44,7 +44,7 @@ def menu(path):
 
 
 def xml_chapters(path):
-    """(start time as it is written, title) of each."""
+    """(start time as text, title) of each chapter."""
     root = xml.etree.ElementTree.parse(path).getroot()
     assert (root.tag, root.attrib) == ("chapters", {"version": "1"})
     assert all([child.tag for child in chapter] == ["title"] for chapter in root)
@@ -81,7 +81,7 @@ class Chapters(runs.RunTest):
         return self.folder / path
 
     def assert_chapters(self, path, expected, within=1):
-        """Two readers find them at those milliseconds."""
+        """Two readers find the chapters at these milliseconds."""
         for reader in (chapters, menu):
             found = reader(path)
             self.assertEqual([title for _, title in found], [title for _, title in expected])
@@ -89,8 +89,8 @@ class Chapters(runs.RunTest):
                 self.assertLessEqual(abs(time - wanted), within, title)
 
     def assert_written(self, program, *arguments, expected):
-        """As a reference movie, self-contained with and without a compressed header, and once
-        more out of each."""
+        """Writes a reference movie and self-contained movies with and without a compressed header,
+        and then rewrites each of them."""
         xml_file = self.folder / "list.xml"
         for how in ([], ["-self-contained"], ["-self-contained", "-no-compressed-header"]):
             with self.subTest(how=how):
@@ -118,7 +118,7 @@ class Chapters(runs.RunTest):
                 )  # fmt: skip
                 self.assert_chapters(cut, [(0, TITLES[1]), (1000, "Fin")], within=3)
                 self.assertAlmostEqual(float(runs.movie_duration(cut)), 2, delta=0.01)
-                # What is left shows what it showed.
+                # The remaining chapters show the same frames as before.
                 whole, left = ([f.hash for f in runs.frames(path)] for path in (book, cut))
                 self.assertEqual(left, whole[10:20] + whole[30:40])
                 only = self.assert_run("cliptune", book, "-chapter", "第三章", "-self-contained")
@@ -160,7 +160,7 @@ class Chapters(runs.RunTest):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]
         self.assert_written(
             "cliptune", self.books["book.mp4"], *added,
-            # At one time with another, it has none of its own.
+            # A chapter that starts at the same time as another is not added.
             expected=[
                 (0, "Intro"), (1000, TITLES[1]), (1500, "half"), (2000, "第三章"), (3000, "Fin"),
             ],
@@ -193,12 +193,13 @@ class Chapters(runs.RunTest):
                 times = ["0.00", "01.00", "01.15", "02.00", "03.00"]
                 listed = list(zip(times, (title for _, title in expected)))
                 self.assertEqual(xml_chapters(self.folder / "list.xml"), listed)
-                # And out of it again.
+                # Now the chapter is removed again.
                 done = self.run_in_folder(
                     "cliptune", "-save-in-place", "-q", path, "-nochapter", "half"
                 )
                 self.assertEqual(done, Result(0, "", ""))
-                # Its sample is still in the file: others, who look at no edits, see it there.
+                # The sample of that chapter is still in the file, and readers that ignore edits
+                # find it.
                 del expected[2]
                 cut = [(time - (500 if time >= 2000 else 0), title) for time, title in expected]
                 copy = self.assert_run("cliptune", path, "-self-contained")
@@ -302,7 +303,7 @@ class Chapters(runs.RunTest):
                 self.assertNotEqual(expected, [])
                 out = f"Chapter list for {path}:\n" + "".join(f"\t* {t}\n" for _, t in expected)
                 if path.name == "test-pod.m4a":
-                    continue  # two tracks of chapters, of which they know one
+                    continue  # it has two chapter tracks, and other readers find only one
                 self.assert_run("cliptune", path, "-chaplist", "-self-contained", out=out)
                 xml_file = self.folder / "list.xml"
                 joined = self.assert_run(

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Movies laid over one another: which tracks there are, and when they show what."""
+"""Movies that play at the same time: which tracks the output has, and when they show what."""
 
 import fractions
 import struct
@@ -9,7 +9,7 @@ import runs
 from runs import MEDIA, Result, child
 
 Fraction = fractions.Fraction
-UNIT = Fraction(1, 600)  # of the movies' time lines
+UNIT = Fraction(1, 600)  # one unit of the movies' time scale
 
 
 class StackTest(runs.RunTest):
@@ -19,8 +19,8 @@ class StackTest(runs.RunTest):
         return self.folder / "out.mov"
 
     def assert_shows(self, stacked, number, source, start=0, factor=1):
-        """A track shows what the only track of `source` shows, from `start` on and slower by
-        `factor`; exactly, but for what rounding to the movie's units takes."""
+        """The track shows what the only track of `source` shows, starting at `start` and slower by
+        `factor`. The times are exact up to rounding to the movie's units."""
         (own,) = runs.tracks(source)
         expected = [(start + time * factor, h) for time, h in runs.shown(source, own)]
         found = runs.shown(stacked, number)
@@ -29,7 +29,7 @@ class StackTest(runs.RunTest):
             self.assertLessEqual(abs(time - wanted), UNIT)
 
     def assert_starts_and_lasts(self, stacked, *expected):
-        """What ffprobe says of each stream, in seconds."""
+        """What ffprobe reports for each stream, in seconds."""
         streams = runs.description(stacked)["streams"]
         self.assertEqual(len(streams), len(expected))
         for stream, (start, duration) in zip(streams, expected):
@@ -84,7 +84,7 @@ class MadeClips(StackTest):
             self.assert_shows(stacked, number, self.short, start=2)
 
     def test_a_movie_is_stretched_to_the_output_from_its_place_on(self):
-        # The switch is one for the whole run, wherever it stands.
+        # It is one switch for the whole run, wherever it is on the command line.
         for arguments, start, factor in (
             (["-scale", self.long, self.short], 0, 4),
             ([self.long, self.short, "-placeAt", "2", "-scale"], 2, 2),
@@ -114,7 +114,7 @@ class MadeClips(StackTest):
 
     def test_settings_come_from_the_first_movie_or_from_the_last_that_gives_them(self):
         def with_settings(name, rate, volume, shift):
-            """A copy of a clip with another movie header."""
+            """A copy of a clip with a different movie header."""
             data = bytearray(self.short.read_bytes())
             at = data.index(b"mvhd") + 4
             struct.pack_into(">IH", data, at + 20, rate, volume)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the three commands make of their command lines: values, names, places and settings."""
+"""How the three commands read their command lines: values, names, output paths and settings."""
 
 import os
 import re
@@ -62,7 +62,7 @@ class CommandLineTest(runs.RunTest):
         shutil.copy(self.movie, self.folder / "two.mov")
 
     def run_on_names(self, names, program, *arguments, **more):
-        """With the names on standard input."""
+        """Runs the command with these names on standard input."""
         (self.folder / "names").write_text(names)
         command = shlex.join([os.fspath(runs.BIN / program), *arguments])
         return self.run_in_folder("/bin/sh", "-c", f"exec {command} < names", **more)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Commands that are killed, or meet a full or failing disk, at any of their writing calls: what
-stood at the output before is whole, or the new movie is."""
+"""Commands are killed, or the disk is full or fails, at each of their writing calls. The output
+file is then either the old file or the new movie, complete."""
 
 import os
 import shutil
@@ -9,7 +9,7 @@ import unittest
 
 import runs
 
-# The library goes with the program's own runtime, which a build with sanitizers brings along.
+# A build with sanitizers has its own runtime, which the preloaded library does not work with.
 LIBRARY = runs.BIN / "libfault.so"
 PROGRAM = runs.RELEASE_BIN / "clipjoin"
 FORMS = {"self-contained": ["-self-contained"], "reference": []}
@@ -33,7 +33,7 @@ class FailingDisk(runs.RunTest):
         self.out = self.folder / "out.mov"
 
     def run_with(self, options, **faults):
-        """The source twice, over an old output."""
+        """Joins the source with itself and replaces an old output."""
         for name in os.listdir(self.folder):
             (self.folder / name).unlink()
         self.out.write_bytes(self.old)
@@ -43,7 +43,7 @@ class FailingDisk(runs.RunTest):
         )  # fmt: skip
 
     def whole(self, options):
-        """The new movie and the number of calls that it takes."""
+        """The new movie, and how many calls write it."""
         count = self.movies / "count"
         self.assertEqual(self.run_with(options, FAULT_COUNT_FILE=str(count)), (0, "", ""))
         calls = int(count.read_text())
@@ -73,7 +73,7 @@ class FailingDisk(runs.RunTest):
                         left = self.out.read_bytes()
                         self.assertIn(left, (self.old, new))
                         self.assertEqual(os.listdir(self.folder), ["out.mov"])
-                        # Only what merely makes the writing quicker may fail unheard.
+                        # A failure may be silent only if the call just makes writing faster.
                         error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
                         may_be_silent = "?" if left == new else ""
                         self.assertRegex(done.err, f"^({error}){may_be_silent}$")

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Every check of a toolbox call: what is said when it fails, counted or not, and the status."""
+"""Makes each toolbox call fail once: tests the message, whether it is counted, and the exit
+status."""
 
 import os
 import re
@@ -31,7 +32,7 @@ class InjectedFailures(runs.RunTest):
             shutil.copy(cls.one, copy)
 
     def assert_run(self, failures, arguments, said, status, written=None):
-        """`said` is the whole of standard error. What stood at the output stays, unless written."""
+        """`said` is all of standard error. An old output file is not changed unless `written`."""
         (self.folder / "out.mov").write_bytes(b"old")
         done = self.run_in_folder(
             "failing_clipjoin", *arguments, "-o", "out.mov", env={"FAIL": failures}
@@ -44,7 +45,7 @@ class InjectedFailures(runs.RunTest):
             self.assertEqual(not is_old, written, "whether the output was written")
 
     def assert_counted(self, failures, arguments, messages, written=None):
-        """The messages are printed whether quiet or not; the closing lines are not."""
+        """-q does not silence the messages, but it does silence the closing lines."""
         count = messages.count("Error in ")
         closing = MORE_ERRORS if count > 1 else ONE_ERROR
         whole = [*arguments, "-self-contained"]
@@ -93,7 +94,7 @@ class InjectedFailures(runs.RunTest):
         )
 
     def after_duration_failure(self):
-        # Whether a movie of unknown length is inserted or not, the third one is.
+        # The third movie is inserted, whether the one of unknown length is inserted or not.
         done = self.run_in_folder(
             "failing_clipjoin", self.one, self.two, self.three, "-q", "-o", "out.mov",
             env={"FAIL": "GetMovieDuration:1:-2010,InsertMovieSegment:*:-50"},
@@ -152,7 +153,7 @@ class InjectedFailures(runs.RunTest):
                     )
 
     def test_a_path_without_a_reference_is_counted_and_the_writing_fails_after_it(self):
-        # The second reference is that of the output.
+        # The second reference is the one to the output.
         self.assert_run(
             "QTNewDataReferenceFromFullPathCFString:2:-37", [self.one, "-self-contained"],
             error("PathToDataRef", -37) + error("FlattenMovieDataToDataRef", -109) + ONE_ERROR, 1,

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Movies beyond what 32 bits count: bytes, ticks and samples. Holes in files stand for their media."""
+"""Movies with more bytes, time units or samples than 32 bits can count. Their media is a hole in
+the file."""
 
 import os
 import resource
@@ -18,7 +19,7 @@ def atom(kind, *content):
 
 
 def rebuilt(header, change):
-    """The content of a movie header, of which `change` makes other (type, content) pairs."""
+    """The content of a movie header whose (type, content) pairs `change` has replaced."""
     inner = b""
     for kind, content in runs.atoms(header):
         if kind in ("trak", "mdia", "minf", "stbl"):
@@ -29,7 +30,7 @@ def rebuilt(header, change):
 
 
 def far_away(clip, path, distance):
-    """The clip with its media behind a hole."""
+    """The clip, with a hole before its media."""
     ftyp, media = (runs.child(clip, kind) for kind in ("ftyp", "mdat"))
     start = clip.index(media)
 
@@ -52,7 +53,7 @@ IDENTITY = struct.pack(">9i", 1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30)
 
 
 def plain_sound(path, frames, bits=16):
-    """A movie of uncompressed sound, one channel, all silence: its media is a hole."""
+    """A movie of uncompressed, silent sound with one channel. Its media is a hole."""
     size = bits // 8
     sound = struct.pack(">6xH8xHHI", 1, 1, bits, 0) + struct.pack(">I", RATE << 16)
     chunk = 4096
@@ -155,7 +156,7 @@ class LargeMovies(runs.RunTest):
             longest = max(2 * counts[number] * delta / scales[number] for number in scales)
             self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
         found = runs.samples_by_track(self.folder / "whole.mov")[1]
-        # The second clip begins at a whole tick of the movie, which is longer than one of its own.
+        # The second clip starts at a whole unit of the movie, which is longer than one media unit.
         shift = found[counts[1]].dts - counts[1] * delta
         self.assertTrue(0 <= shift <= scales[1] // 600, shift)
         times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
@@ -167,7 +168,7 @@ class LargeMovies(runs.RunTest):
         def refer():
             self.join("reference.mov", hour, hour, hour)
 
-        # The sanitizers make it ten times slower.
+        # With sanitizers this is ten times slower.
         self.assertLess(seconds_used(refer), 2)
         self.assertAlmostEqual(
             float(runs.movie_duration(self.folder / "reference.mov")), 3 * 3600, delta=0.01

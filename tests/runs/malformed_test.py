@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Broken files: every command ends soon, in little memory, and with one of its messages."""
+"""Broken files: every command ends quickly, uses little memory, and prints one of its messages."""
 
 import os
 import re
@@ -35,7 +35,7 @@ class MalformedFiles(runs.RunTest):
             )
         except subprocess.TimeoutExpired:
             self.fail("it does not end")
-        # Twice, before it counts: others use the machine as well.
+        # It only counts if it happens twice, because other programs use the machine too.
         if time.monotonic() - before > SECONDS:
             used = os.times()
             self.run_in_folder(*arguments, timeout=10 * SECONDS)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A terminal is told how far copying has come; nobody else is."""
+"""The progress of copying is shown on a terminal and nowhere else."""
 
 import os
 import pty
@@ -17,7 +17,7 @@ class Progress(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = runs.temporary_folder(cls)
         cls.movie = cls.folder / "raw.mov"
-        # 50 MB, so that there is something to tell of.
+        # 50 MB, so that there is progress to show.
         source = "testsrc2=size=640x360:rate=25:duration=3"
         runs.read_by("ffmpeg", "-v", "error", "-f", "lavfi", "-i", source,
                      "-c:v", "rawvideo", "-pix_fmt", "yuyv422", cls.movie)
@@ -25,7 +25,7 @@ class Progress(unittest.TestCase):
         os.mkfifo(cls.outlet)
 
     def copy_slowly(self, stderr, *options):
-        """Copies into a pipe whose reader takes its time, as a slow disk would."""
+        """Copies into a pipe with a slow reader, which acts like a slow disk."""
         size = self.movie.stat().st_size
 
         def drain():

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Joins into as few tracks as can be (-force-same-tracks): clips of different time scales and
-set-ups in one track, judged by how they play."""
+"""Joins into as few tracks as possible (-force-same-tracks): clips with different time scales and
+encoder settings in one track, tested by how they play."""
 
 import fractions
 import struct
@@ -50,8 +50,8 @@ class SameTracks(runs.RunTest):
         return formats
 
     def assert_plays_pictures(self, joined, clips, within=0):
-        """One track shows the pictures of the clips, each of which lasts a second. The times are
-        not asked of ffmpeg, which takes it that all edits reorder pictures alike."""
+        """One track shows the frames of the clips, which last one second each. The times do not
+        come from ffmpeg, because it assumes that all edits reorder frames in the same way."""
         self.assertEqual(self.kinds(joined), ["vide"])
         decoded = [frame.hash for clip in clips for frame in runs.frames(clip)]
         self.assert_same([frame.hash for frame in runs.frames(joined)], decoded, "pictures")
@@ -73,7 +73,7 @@ class SameTracks(runs.RunTest):
         for clips in ((one, two), (two, one), (one, three), (three, one), (two, three)):
             with self.subTest([clip.name for clip in clips]):
                 self.assert_plays_pictures(self.join_same(*clips), clips)
-                # Left to themselves they come into tracks of their own.
+                # Without the option they get separate tracks.
                 apart = self.join_whole("apart.mov", *clips)
                 self.assertEqual(self.kinds(apart), ["vide", "vide"])
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Movies saved into their own files: what changes and what stays, however the file is laid out, and
-that a save which is cut short leaves the old movie or the new one."""
+"""Movies saved into their own files: what changes and what stays, for each layout of a file. A save
+that is interrupted leaves the old movie or the new one."""
 
 import fcntl
 import os
@@ -17,9 +17,9 @@ from runs import HINT, ONE_ERROR, Result, child
 NOBODY = 65534
 LOOP = ("LOOP", bytes(4))
 CLIPTUNE = runs.RELEASE_BIN / "cliptune"
-LIBRARY = runs.BIN / "libfault.so"  # goes with a program without sanitizers
+LIBRARY = runs.BIN / "libfault.so"  # works only in programs without sanitizers
 
-# What files are made of
+# The parts that the files are made of
 
 WIDE = struct.pack(">I4s", 8, b"wide")
 STRANGER = struct.pack(">I4s20s", 28, b"uuid", b"this is not our own.")
@@ -52,7 +52,7 @@ def whole_atoms(data, kind):
 
 
 def moved(movie, distance):
-    """The movie atom for media that lie elsewhere."""
+    """The movie atom, changed for media at another place."""
     at = movie.find(b"stco")
     while at >= 0:
         (count,) = struct.unpack_from(">I", movie, at + 8)
@@ -73,12 +73,13 @@ def compressed(movie):
 
 
 def laid_out(clip, *parts):
-    """The clip in other order: "ftyp", "moov", "cmov", "mdat", "mdat to the end", or bytes."""
+    """The clip with its parts in this order: "ftyp", "moov", "cmov", "mdat", "mdat to the end", or
+    bytes."""
     (ftyp,), (movie,), (media,) = (whole_atoms(clip, kind) for kind in ("ftyp", "moov", "mdat"))
     was = next(start for kind, start, _ in layout(clip) if kind == "mdat")
     pieces = {"ftyp": ftyp, "mdat": media, "mdat to the end": bytes(4) + media[4:]}
     distance = 0
-    for _ in range(2):  # the second time with offsets that are right
+    for _ in range(2):  # the second time with the right offsets
         pieces["moov"] = moved(movie, distance)
         pieces["cmov"] = compressed(pieces["moov"])
         starts, whole = {}, b""
@@ -99,7 +100,7 @@ LAYOUTS = {
     "what a recorder keeps": ("ftyp", "moov", "mdat", RECORDED),
     "compressed header": ("ftyp", "mdat", "cmov"),
 }
-# Nothing can be appended to this, so a new file takes its place.
+# Nothing can be appended to this file, so a new file replaces it.
 TRAILER = b"\0\0\0\5no atom"
 TRAILING = ("ftyp", "moov", "mdat", STRANGER, TRAILER)
 
@@ -139,7 +140,7 @@ class SavingTest(runs.RunTest):
         self.assertEqual(self.save(path, *options), Result(0, "", ""))
 
     def assert_movie(self, path, looping):
-        """It holds all the clip's samples, and loops or does not."""
+        """The file holds all samples of the clip, and loops or does not."""
         self.assert_samples(path)
         self.assertEqual(LOOP in user_data(path), looping)
 
@@ -238,7 +239,7 @@ class Saving(SavingTest):
         self.assertEqual(whole_atoms(path.read_bytes(), "ftyp"), whole_atoms(old, "ftyp"))
         now = runs.description(path)
         self.assertEqual(now["streams"], said["streams"])
-        # Its tags stay; the annotations made of them stand beside.
+        # Its tags are kept, and the annotations made from them are added.
         tags = said["format"]["tags"]
         made = {f"{name}-eng": tags[name] for name in ("title", "encoder")}
         self.assertEqual(now["format"]["tags"], {**tags, **made})
@@ -360,7 +361,7 @@ class SavingCutShort(SavingTest):
         return self.save(path, "-q", *options, program=CLIPTUNE, env=faults)
 
     def calls(self, parts):
-        """How many writing calls a save takes that goes well."""
+        """The number of writing calls in a save that succeeds."""
         path, count = self.store(parts), self.folder / "count"
         done = self.save_with(path, "-set-looping", FAULT_COUNT_FILE=str(count))
         self.assertEqual(done, Result(0, "", ""))
@@ -369,11 +370,11 @@ class SavingCutShort(SavingTest):
         return int(count.read_text())
 
     def check_each_failure(self, kind, check):
-        """Calls check(path, size before, what the run came to) for each layout and each call that
-        goes wrong."""
+        """Calls check(path, size before, result of the run) for each layout and each call that
+        fails."""
         for name, parts in {**LAYOUTS, "trailing bytes": TRAILING}.items():
             for call in range(1, self.calls(parts) + 1):
-                # A new name each time: readers' answers are kept by name.
+                # A new name each time, because the output of readers is cached by name.
                 path = self.store(parts, f"{name}, {kind} {call}.mov")
                 size = path.stat().st_size
                 with self.subTest(name, call=call, kind=kind):
@@ -381,7 +382,7 @@ class SavingCutShort(SavingTest):
                     check(path, size, self.save_with(path, "-set-looping", **faults))
 
     def is_new(self, path):
-        """Whether the movie is the new one. It is whole in any case."""
+        """Whether the movie is the new one. It is complete in any case."""
         looping = LOOP in user_data(path)
         self.assert_movie(path, looping)
         return looping
@@ -410,7 +411,7 @@ class SavingCutShort(SavingTest):
         def check(path, size, done):
             new = self.is_new(path)
             error = rf"Error in UpdateMovieInStorage at line \d+ of utils\.cpp: {code}\n"
-            # Only what merely makes the writing quicker may fail unheard.
+            # A failure may be silent only if the call just makes writing faster.
             self.assertRegex(done.err, f"^({error}){'?' if new else ''}$")
             self.assertEqual(done.status, 1 if done.err else 0)
             if not new:

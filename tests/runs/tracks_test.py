@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Tracks chosen by name, what is said of them, and movies that cannot be MPEG-4 files."""
+"""Tracks that are chosen by name, the messages about them, and movies that cannot be MPEG-4
+files."""
 
 import os
 import unittest
@@ -14,7 +15,7 @@ KINDS = ["Video Track", "Sound Track 1", "Sound Track 2"]
 class Tracks(runs.RunTest):
     @classmethod
     def setUpClass(cls):
-        # One video track and two of sound, in two media time scales.
+        # One video track and two sound tracks, with two media time scales.
         cls.movie = runs.make_clip(
             runs.temporary_folder(cls) / "three tracks.mov",
             "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=2", "-f", "lavfi", "-i", "sine=r=44100:d=1",
@@ -58,7 +59,7 @@ class Tracks(runs.RunTest):
                 track += int.from_bytes(data[track : track + 4], "big")
             start, track = track, track + int.from_bytes(data[track : track + 4], "big")
         data[track:track] = udta
-        for at in (moov, start):  # the movie is the last atom: nothing else moves
+        for at in (moov, start):  # the movie is the last atom, so nothing else moves
             size = int.from_bytes(data[at : at + 4], "big") + len(udta)
             data[at : at + 4] = size.to_bytes(4, "big")
         (self.folder / "named.mov").write_bytes(data)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What a user is told: standard output, standard error and exit status of whole runs."""
+"""What a user sees: standard output, standard error and exit status of whole runs."""
 
 import fcntl
 import os
@@ -40,13 +40,13 @@ class Transcripts(runs.RunTest):
         return self.run_in_folder("clipjoin", *arguments, **more)
 
     def assert_run(self, arguments, err="", status=0, **more):
-        """Runs clipjoin; `err` is everything that it says, in which LINE stands for a number."""
+        """Runs clipjoin and compares standard error with `err`, in which LINE means any number."""
         done = self.clipjoin(*arguments, **more)
         told = re.sub(r" at line \d+ of ", " at line LINE of ", done.err)
         self.assertEqual(Result(done.status, done.out, told), Result(status, "", err))
 
     def assert_leaves(self, *names):
-        """These and the two movies are in the folder, and nothing else."""
+        """The folder contains these files and the two movies, and nothing else."""
         self.assertEqual(sorted(os.listdir(self.folder)), sorted({"one.mov", "two.mov", *names}))
 
     def pictures(self, name="out.mov"):
@@ -89,7 +89,8 @@ class Transcripts(runs.RunTest):
         self.assertEqual(self.pictures(), 20)
         self.assert_run(["-o", "out.mov", "-", "-", "one.mov"], "-" + MISSING + NOTICE_MORE)
 
-    # Inputs that cannot be opened: the run goes on without them, and does not count them as errors.
+    # Inputs that cannot be opened: the run continues without them and does not count them as
+    # errors.
 
     def assert_input_is_passed_over(self, name, message):
         self.assert_run(["one.mov", name, "two.mov", "-o", "out.mov"], message + NOTICE_MORE)
@@ -173,7 +174,7 @@ class Transcripts(runs.RunTest):
     FORMS = (("FlattenMovieDataToDataRef", ["-self-contained"]), ("CreateMovieStorage", []))
 
     def assert_refused(self, output, message, **more):
-        """In either form, with {call} in the message for the call that failed."""
+        """Checks both forms of output; {call} in the message means the call that failed."""
         for call, options in self.FORMS:
             with self.subTest(call):
                 self.assert_run(
@@ -255,7 +256,8 @@ class Transcripts(runs.RunTest):
         self.assert_leaves()
 
     def as_nobody(self):
-        """Runs as somebody without rights. The program must be where he can reach it."""
+        """Runs as a user without rights. The program must be in a folder that this user can
+        read."""
         program = runs.BIN / "clipjoin"
         reachable = all(p.stat().st_mode & 0o001 for p in [program.resolve(), *program.parents])
         if not reachable:

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What moviedump says of movies made here; the programs stand in the folder REELWORK_BIN."""
+"""What moviedump prints for movies that are made here. REELWORK_BIN names the folder of the
+programs."""
 
 import os
 import pathlib
@@ -40,7 +41,7 @@ class MovieDump(unittest.TestCase):
         return self.dump("-atoms", "bytes.mov")
 
     def make_movies(self):
-        """One second of ten frames of 768 bytes each, twice."""
+        """Makes two movies of one second, each with ten frames of 768 bytes."""
         for name, author in ("one.mov", "Ann"), ("two.mov", "Bob"):
             made = run(
                 self.folder, "ffmpeg", "-nostdin", "-loglevel", "error", "-f", "lavfi",
