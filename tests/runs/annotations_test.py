@@ -106,14 +106,14 @@ class MadeFiles(runs.RunTest):
         out, _ = runs.read_by("mediainfo", "--Output=JSON", path)
         return json.loads(out)["media"]["track"][0]
 
-    def test_the_original_item_stays_and_once_is_enough(self):
+    def test_the_tags_are_kept_and_are_not_converted_twice(self):
         source = self.sources / "greek.m4a"
         movie = self.join_whole("out.mov", source)
         self.assertEqual(items(movie)[: len(items(source))], items(source))
         again = self.join_whole("again.mov", movie, self.sources / "polish.m4a")
         self.assertEqual(items(again), items(movie))
 
-    def test_nothing_is_converted_where_that_is_not_wanted(self):
+    def test_no_convert_tags_applies_to_one_file(self):
         greek, polish = (self.sources / f"{name}.m4a" for name in ("greek", "polish"))
         plain = self.join("out.mov", greek, options=["-no-convert-tags"])
         self.assertEqual(items(plain), items(greek))
@@ -130,7 +130,7 @@ class MadeFiles(runs.RunTest):
         self.assertEqual(found["UserData:Title-ja"], TEXTS["japanese"][0])
         self.assertEqual(self.media_info(path)["Title"], TEXTS["japanese"][0])
 
-    def test_a_malformed_list_ends_where_it_is_told(self):
+    def test_a_malformed_list_ends_at_its_stated_size(self):
         data = bytearray((self.sources / "latin.m4a").read_bytes())
         start = data.index(b"ilst") + 4
         artist = data.index(b"\xa9ART") - 4
@@ -152,7 +152,7 @@ class MadeFiles(runs.RunTest):
 @runs.needs_corpus
 @runs.has_tools("exiftool")
 class RealFiles(runs.RunTest):
-    def test_every_tag_becomes_the_annotation_of_its_meaning(self):
+    def test_every_tag_becomes_the_annotation_with_the_same_meaning(self):
         files = sorted(MEDIA.glob("*/*.m4?")) + sorted(MEDIA.glob("*/*.mp4"))
         movies = [self.folder / f"{number}.mov" for number in range(len(files))]
         plainly = ("-q", "-no-compressed-header", "-o")

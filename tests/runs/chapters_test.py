@@ -104,7 +104,7 @@ class Chapters(runs.RunTest):
                 self.assert_chapters(again, expected)
         return self.folder / "made.mov"
 
-    def test_of_other_writers_are_listed_and_filtered(self):
+    def test_of_other_programs_are_listed_and_filtered(self):
         for name, book in self.books.items():
             with self.subTest(name):
                 head = f"Chapter list for {book}:\n"
@@ -124,21 +124,21 @@ class Chapters(runs.RunTest):
                 only = self.assert_run("cliptune", book, "-chapter", "第三章", "-self-contained")
                 self.assert_chapters(only, [(0, "第三章")])
 
-    def test_one_an_input_start_where_it_starts(self):
+    def test_made_for_each_input_start_where_it_starts(self):
         expected = [(0, "plain one"), (2000, "Dritter"), (4000, "Ein Name")]
         self.assert_written(
             "clipjoin", "-auto-chapters", self.plain, self.plain, "-chapter-name", "Dritter",
             self.named, expected=expected,
         )  # fmt: skip
 
-    def test_start_there_however_inputs_are_joined(self):
+    def test_start_there_with_every_kind_of_join(self):
         for how in ("-manual-join", "-unique-tracks", "-force-same-tracks"):
             made = self.assert_run(
                 "clipjoin", how, "-auto-chapters", "-self-contained", *[self.plain] * 3
             )
             self.assert_chapters(made, [(2000 * i, "plain one") for i in range(3)])
 
-    def test_are_merged_with_those_the_inputs_bring(self):
+    def test_are_merged_with_those_of_the_inputs(self):
         own = [(2000 + 1000 * i, title) for i, title in enumerate(TITLES)]
         self.assert_written(
             "clipjoin", "-auto-chapters-merge", self.plain, self.books["book.mov"], self.named,
@@ -149,14 +149,14 @@ class Chapters(runs.RunTest):
             expected=[(0, "book"), (4000, "plain one")],
         )  # fmt: skip
 
-    def test_are_carried_along_by_a_plain_join(self):
+    def test_are_kept_by_a_plain_join(self):
         joined = self.assert_run(
             "clipjoin", self.books["book.mov"], self.books["book.mov"], "-self-contained"
         )
         twice = [(4000 * j + 1000 * i, t) for j in range(2) for i, t in enumerate(TITLES)]
         self.assert_chapters(joined, twice)
 
-    def test_are_added_to_those_there(self):
+    def test_are_added_to_existing_ones(self):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]
         self.assert_written(
             "cliptune", self.books["book.mp4"], *added,
@@ -166,16 +166,16 @@ class Chapters(runs.RunTest):
             ],
         )  # fmt: skip
 
-    def test_behind_the_end_are_told(self):
+    def test_after_the_end_are_reported(self):
         made = self.assert_run(
             "cliptune", self.plain, "-add-chapter", "in", "1", "-add-chapter", "end", "2",
             "-add-chapter", "out", "2.1", "-add-chapter", "far", "99",
             err="Chapter out starts after the end of the movie.\n",
         )  # fmt: skip
         self.assertEqual(menu(made), [(1000, "in"), (2000, "end")])
-        self.assertEqual(chapters(made), [(1000, "in")], "no time at all is no chapter to some")
+        self.assertEqual(chapters(made), [(1000, "in")], "ffprobe leaves out a chapter of duration 0")
 
-    def test_are_saved_into_the_file_they_are_in(self):
+    def test_are_saved_in_place(self):
         for name in ("book.mov", "book.mp4"):
             with self.subTest(name):
                 path = self.folder / name
@@ -205,7 +205,7 @@ class Chapters(runs.RunTest):
                 copy = self.assert_run("cliptune", path, "-self-contained")
                 self.assert_chapters(copy, cut, within=3)
 
-    def test_are_the_samples_of_a_track_that_is_named(self):
+    def test_are_the_samples_of_the_named_track(self):
         made = self.assert_run(
             "cliptune", self.plain, "-add-chapter", "a", "0", "-add-chapter", "b", "1",
             path="ab.mov",
@@ -228,7 +228,7 @@ class Chapters(runs.RunTest):
             "Track names:\nSound Track\nText Track\n",
         )  # fmt: skip
 
-    def test_need_a_track_to_belong_to(self):
+    def test_need_a_track_that_refers_to_them(self):
         silent = self.assert_run(
             "cliptune", self.plain, "-disable", "Sound Track", path="silent.mov"
         )
@@ -240,7 +240,7 @@ class Chapters(runs.RunTest):
         )
         self.assertEqual(told.status, 1)
 
-    def test_of_a_thousand_inputs_start_at_their_tick(self):
+    def test_of_a_thousand_inputs_start_at_the_exact_unit(self):
         length = 441 * 3 + 1
         clip = runs.make_clip(
             self.clips / "short.wav", "-f", "lavfi", "-i", f"sine=r=44100,atrim=end_sample={length}"
@@ -276,10 +276,10 @@ class Chapters(runs.RunTest):
                 self.assertRegex(done.err, f"^{own}{driver}$")
                 self.assertEqual(done.status, 1)
                 told = [track.references for track in runs.tracks(self.folder / "out.mov").values()]
-                self.assertFalse(any(told), "a track that is not whole is no chapter track")
+                self.assertFalse(any(told), "an incomplete track is not a chapter track")
 
     @runs.needs_corpus
-    def test_a_list_without_a_track_goes_where_its_times_do_not_hold(self):
+    def test_a_list_without_a_track_is_dropped_if_its_times_are_wrong(self):
         book = MEDIA / "chapters" / "chapters_NERO.mp4"
         for options, stays in (
             ([], True),
@@ -294,7 +294,7 @@ class Chapters(runs.RunTest):
                 self.assertEqual(b"chpl" in out.read_bytes(), stays)
 
     @runs.needs_corpus
-    def test_of_real_books_are_read_as_others_read_them(self):
+    def test_of_real_books_are_read_as_other_programs_read_them(self):
         for path in sorted((MEDIA / "chapters").iterdir()):
             if path.name in NO_TRACK:
                 continue

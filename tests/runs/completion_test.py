@@ -92,7 +92,7 @@ class Shell:
         self.assertEqual(self.offers("clipstak one.mov -transparency-mode "), sorted([*modes, "help"]))
         self.assertEqual(self.offers("cliptune -timescale -"), ["-sameAsTrack"])
 
-    def test_offers_nothing_where_nobody_can_know(self):
+    def test_offers_nothing_if_the_value_cannot_be_completed(self):
         values = valued("clipstak")
         self.assertGreater(len(values), 25)
         lines = [f"clipstak {option} " for option in self.some(values)]

@@ -159,7 +159,7 @@ class EveryMovie(runs.RunTest):
                 float(at), float(hoped), delta=max(0.006, 0.5 / track.scale), msg=what
             )
 
-    def test_nothing_is_said(self):
+    def test_nothing_is_printed(self):
         self.for_each(lambda movie: self.assertEqual(set(movie.results), {runs.Result(0, "", "")}))
 
     def test_joined_with_itself_shows_everything_twice(self):

@@ -169,7 +169,7 @@ class EditsTest(runs.RunTest):
                 movie = stretches(source)
                 work(source, movie, end_of(movie), lambda seconds: F(round(F(seconds) * scale), scale))
 
-    def test_trims_leave_what_arithmetic_leaves(self):
+    def test_trims_have_the_computed_result(self):
         def work(source, movie, end, units):
             self.check(source, cut(movie, 0, units("0.3")), ["-startAt", "0.3"], copied=True)
             self.check(source, cut(movie, units("0.4"), end), ["-trimTo", "0.4"])
@@ -193,7 +193,7 @@ class EditsTest(runs.RunTest):
 
         self.for_each_file(work)
 
-    def test_a_time_scale_changes_nothing_that_is_seen(self):
+    def test_a_new_time_scale_shows_the_same(self):
         def work(source, movie, *_):
             self.check(source, movie, ["-timescale", "90000"])
             self.check(source, cut(movie, 0, F(1, 4)), ["-timescale", "6000", "-startAt", "0.25"])

@@ -56,14 +56,14 @@ class Fragments(runs.RunTest):
         }
 
     def assert_ordinary(self, path, samples=None):
-        self.assertFalse(LEFT_OVER & set(top_level(path)), "a part of fragments is left")
+        self.assertFalse(LEFT_OVER & set(top_level(path)), "an atom of the fragments remains")
         self.assertEqual(runs.child(runs.movie_header(path), "mvex"), b"")
         found = runs.samples_by_track(path)
         for number, hashes in (samples or self.samples).items():
             self.assert_same([packet.data_hash for packet in found[number]], hashes)
         self.assertEqual(runs.complaints(path), [])
 
-    def test_every_way_to_lay_them_out_is_read(self):
+    def test_every_form_of_fragments_is_read(self):
         for name, clip in self.clips.items():
             with self.subTest(name):
                 whole = self.join_whole(f"{name}.mov", clip)
@@ -124,7 +124,7 @@ class Fragments(runs.RunTest):
         self.assertEqual(len(runs.frames(cut)), FRAMES - 20)
         self.assertEqual(runs.complaints(cut), [])
 
-    def test_a_recording_of_hours_that_starts_late_begins_at_once(self):
+    def test_a_recording_with_a_late_clock_starts_at_once(self):
         """Its clock is the time of day; the sound starts a little after the video."""
         clip = bytearray(self.clips["base is the fragment"].read_bytes())
         at, late = clip.find(b"tfdt"), {1: 9 * 3600 * 12800, 2: 9 * 3600 * 44100 + 4410}
@@ -143,7 +143,7 @@ class Fragments(runs.RunTest):
         self.assertAlmostEqual(lead[1] - lead[0], fractions.Fraction(1, 10), delta=0.002)
 
     @runs.needs_corpus
-    def test_real_ones_play_as_before(self):
+    def test_real_movies_play_as_before(self):
         subtitles = MEDIA / "subtitles-metadata" / "sample.text.mp4"
         for path in (*sorted((MEDIA / "fragmented").iterdir()), subtitles):
             with self.subTest(path.name):

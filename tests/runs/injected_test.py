@@ -57,7 +57,7 @@ class InjectedFailures(runs.RunTest):
             notice = "" if quiet or "-self-contained" in arguments else REFERENCE_NOTICE + ".\n"
             self.assert_run(failures, [*arguments, *quiet], notice + message, 0, written)
 
-    def test_an_asked_for_failure_that_does_not_come_about_is_noticed(self):
+    def test_a_requested_failure_that_does_not_happen_is_reported(self):
         done = self.run_in_folder(
             "failing_clipjoin", self.one, "-o", "out.mov", env={"FAIL": "NoSuchCall:1:-50"}
         )
@@ -72,7 +72,7 @@ class InjectedFailures(runs.RunTest):
         )
         self.assertEqual(self.pictures(), 10)
 
-    def test_what_follows_a_segment_that_cannot_be_inserted_is_still_joined(self):
+    def test_movies_after_a_segment_that_cannot_be_inserted_are_joined(self):
         message = error("InsertMovieSegment", -50, "clipjoin.cpp")
         movies = [self.one, self.two, self.three]
         self.assert_counted("InsertMovieSegment:1:-50", movies, message, written=True)
@@ -82,7 +82,7 @@ class InjectedFailures(runs.RunTest):
         )
         self.assertEqual(self.pictures(), 10)
 
-    def test_a_duration_that_cannot_be_told_is_counted(self):
+    def test_an_unknown_duration_is_counted(self):
         message = error("GetMoviesError", -2010, "clipjoin.cpp")
         self.assert_counted("GetMovieDuration:1:-2010", [self.one, self.two], message, written=True)
 
@@ -107,7 +107,7 @@ class InjectedFailures(runs.RunTest):
 
     OPENING = ("QTNewDataReferenceFromFullPathCFString", "NewMovieFromDataRef", "OpenMovieStorage")
 
-    def test_an_input_that_cannot_be_opened_is_told_by_its_code_and_not_counted(self):
+    def test_an_input_that_cannot_be_opened_is_reported_but_not_counted(self):
         one = str(self.one)
         quoting = HINT.replace("the file exists and that ", "that ")
         for call in self.OPENING:
@@ -125,7 +125,7 @@ class InjectedFailures(runs.RunTest):
                     )  # fmt: skip
                     self.assertEqual(self.pictures(), 10)
 
-    def test_the_hint_is_given_once_a_run(self):
+    def test_the_hint_is_printed_once_per_run(self):
         self.assert_run(
             "NewMovieFromDataRef:1:-36,OpenMovieStorage:1:-49",
             [self.one, self.two, self.three, "-q", "-self-contained"],
@@ -134,7 +134,7 @@ class InjectedFailures(runs.RunTest):
 
     # Writing
 
-    def test_an_output_that_cannot_be_written_is_told_by_its_code_and_not_counted(self):
+    def test_an_output_that_cannot_be_written_is_reported_but_not_counted(self):
         for call, options in (
             ("FlattenMovieDataToDataRef", ["-self-contained"]),
             ("CreateMovieStorage", []),

@@ -56,7 +56,7 @@ def call(*command, **more):
 
 
 @has_tools("cmake")
-@unittest.skipUnless((BUILD / "CMakeCache.txt").is_file(), "the commands stand in no build tree")
+@unittest.skipUnless((BUILD / "CMakeCache.txt").is_file(), "the commands are not in a build tree")
 class Installation(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -69,7 +69,7 @@ class Installation(unittest.TestCase):
         # If the library was built with sanitizers, the program needs them too.
         cls.flags = "-fsanitize=address,undefined" if cached("REELWORK_SANITIZE") == "ON" else ""
 
-    def test_lays_out_the_tree(self):
+    def test_installs_the_expected_files(self):
         found = []
         for path in self.tree.rglob("*"):
             if path.is_dir():

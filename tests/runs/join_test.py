@@ -78,7 +78,7 @@ class ClipsOfOneKind(JoinTest):
         cls.tall = clip(folder / "tall.mp4", 8, size="120x160")
         cls.other_rate = clip(folder / "ntsc.mp4", 9, rate="30000/1001")
 
-    def test_the_clips_are_different_and_as_long_as_they_say(self):
+    def test_the_clips_differ_and_have_their_stated_length(self):
         for one, two in itertools.combinations([*self.clips, *self.pcm, self.quicktime], 2):
             self.assertNotEqual(hashes(one), hashes(two))
             self.assertTrue(sound(one) != sound(two))
@@ -93,17 +93,17 @@ class ClipsOfOneKind(JoinTest):
     def test_a_movie_joined_with_itself_plays_twice(self):
         self.assert_plays(self.join_whole("out.mov", self.one, self.one), [self.one] * 2)
 
-    def test_a_quicktime_file_and_an_mpeg4_file_join_either_way_round(self):
+    def test_a_quicktime_file_and_an_mpeg4_file_join_in_either_order(self):
         quicktime = self.join_whole("quicktime.mov", self.three)
         for parts in ((quicktime, self.one), (self.one, quicktime)):
             self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_tracks_without_a_language_join_whatever_the_format_calls_that(self):
+    def test_tracks_without_a_language_join_across_formats(self):
         # ffmpeg writes "unspecified" in one format and "undetermined" in the other.
         parts = [self.one, self.quicktime]
         self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_tracks_of_different_languages_stay_apart(self):
+    def test_tracks_of_different_languages_stay_separate(self):
         french = self.folder / "french.mp4"
         runs.read_by("ffmpeg", "-v", "error", "-y", "-i", self.two, "-c", "copy",
                      "-metadata:s", "language=fra", french)
@@ -117,7 +117,7 @@ class ClipsOfOneKind(JoinTest):
         for parts in ((self.other_scale, self.one), (self.one, self.other_scale, self.two)):
             self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_uncompressed_sound_joins_to_the_sample(self):
+    def test_uncompressed_sound_joins_exactly(self):
         parts = self.pcm + self.pcm[:1]
         self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
@@ -168,7 +168,7 @@ class ClipsOfOneKind(JoinTest):
         ]
         self.assert_same(runs.shown(joined, number), expected)
 
-    def test_sound_does_not_drift_when_its_frames_lie_across_the_joins(self):
+    def test_sound_does_not_drift_if_its_frames_cross_the_joins(self):
         # 44100 samples end inside an AAC frame. ffmpeg plays that frame to its end and the next
         # clip by its time stamps, so the time stamps show where each clip starts.
         part = make_clip(
@@ -195,7 +195,7 @@ class ReferenceMovies(JoinTest):
 
     def assert_flattens_to_the_whole(self, reference):
         flat = self.join_whole("flat.mov", reference)
-        self.assertTrue(flat.read_bytes() == self.whole, "not what a self-contained join holds")
+        self.assertTrue(flat.read_bytes() == self.whole, "differs from a self-contained join")
         flat.unlink()
 
     def test_a_reference_movie_is_small_and_flattens_to_the_self_contained_join(self):

@@ -114,7 +114,7 @@ class LargeMovies(runs.RunTest):
     def test_media_beyond_four_gibibytes(self):
         far = self.folder / "far.mov"
         far_away(self.clip.read_bytes(), far, FOUR_GIB + 12345)
-        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "there are no holes here")
+        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "the file system has no holes")
         self.assertEqual(len(runs.frames(far)), 20, "the test is wrong")
         whole = self.join_whole("whole.mov", far)
         self.assertEqual(runs.samples_by_track(whole), runs.samples_by_track(self.clip))
@@ -132,7 +132,7 @@ class LargeMovies(runs.RunTest):
         self.assertEqual(done, runs.Result(0, "", ""))
         self.assertEqual(len(runs.frames(far)), 20)
 
-    def test_more_than_four_thousand_million_ticks(self):
+    def test_more_than_four_thousand_million_time_units(self):
         delta = 0x7FFFFFF0
 
         def change(kind, content):
@@ -162,7 +162,7 @@ class LargeMovies(runs.RunTest):
         times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
         self.assert_same([p.dts for p in found], times)
 
-    def test_an_hour_of_plain_sound_costs_nothing(self):
+    def test_an_hour_of_uncompressed_sound_takes_little_time(self):
         hour = plain_sound(self.folder / "hour.mov", 3600 * RATE)
 
         def refer():
@@ -179,7 +179,7 @@ class LargeMovies(runs.RunTest):
         self.assertEqual(len(runs.sound(cut)), 10 * RATE)
         self.assertLess(cut.stat().st_size, 10 * RATE * 2 + 10000)
 
-    def test_samples_are_counted_as_far_as_a_file_can(self):
+    def test_the_largest_sample_count_of_a_file(self):
         frames = (1 << 31) + 1000
         long = plain_sound(self.folder / "long.mov", frames, 8)
         out = self.join("out.mov", long)

@@ -68,7 +68,7 @@ class ManualJoin(SampleTableJoin):
             whole += runs.sound(part)
         self.assertTrue(runs.sound(joined) == whole, "the sound differs")
 
-    def test_every_picture_is_shown_when_it_is_due(self):
+    def test_every_frame_is_shown_at_its_time(self):
         for parts in ([self.one], [self.one, self.two], [self.plain, self.one, self.plain],
                       [self.one, self.plain, self.two, self.one]):  # fmt: skip
             with self.subTest([part.name for part in parts]):
@@ -96,7 +96,7 @@ class ManualJoin(SampleTableJoin):
                 [frame.hash for part in parts for frame in runs.frames(part)],
             )
 
-    def test_another_set_up_is_another_description(self):
+    def test_different_encoder_settings_are_two_descriptions(self):
         joined = self.join_whole("out.mov", "-manual-join", self.one, self.plain)
         self.assertEqual(self.descriptions(joined, 0), ["avc1", "avc1"])
 
@@ -115,7 +115,7 @@ class ManualJoin(SampleTableJoin):
         # The edit ends at most one movie unit away from the end of the media.
         self.assertLess(50 * count - len(runs.sound(joined)), rate / 600)
 
-    def test_another_media_time_scale_is_told_and_gets_a_track_where_the_output_ended(self):
+    def test_a_different_media_time_scale_is_reported_and_gets_a_track(self):
         done = self.run_in_folder(
             "clipjoin", "-manual-join", self.one, self.scaled, self.two, self.scaled,
             "-q", "-self-contained", "-o", "out.mov",
@@ -129,13 +129,13 @@ class ManualJoin(SampleTableJoin):
         own = [frame.hash for frame in runs.frames(self.scaled)]
         self.assert_same([frame.hash for frame in runs.frames(joined, "v:1")], own * 2)
 
-    def test_the_first_input_lends_its_settings(self):
+    def test_settings_come_from_the_first_input(self):
         named = picture_clip(self.folder / "named.mov", 5, "-metadata", "title=A name")
         joined = self.join_whole("out.mov", "-manual-join", named, self.one)
         self.assertEqual(runs.description(joined)["format"]["tags"].get("title"), "A name")
         self.assertEqual(runs.time_scale(child(runs.movie_header(joined), "mvhd")), 600)
 
-    def test_the_same_tracks_win_over_it(self):
+    def test_force_same_tracks_overrides_it(self):
         joined = self.join_whole("out.mov", "-manual-join", "-force-same-tracks", self.one)
         (track,) = self.tracks(joined, "vide")
         self.assertEqual([e.media for e in track.edits], [1024], "the edit of the source")
@@ -166,7 +166,7 @@ class Reports(SampleTableJoin):
         self.assertEqual(done.status, 1)
         return done.err
 
-    def test_each_failing_step_is_told_by_its_line(self):
+    def test_each_failing_step_is_reported_with_its_line(self):
         last = "Error in myAppendTrack at line LINE of clipjoin.cpp: -50\n"
         for call, line, goes_on in (
             ("GetMediaDataRefCount", 828, True),
@@ -212,7 +212,7 @@ class EncryptedPictures(SampleTableJoin):
             self.assert_same(self.pictures(copy), own)
             (self.folder / "away.mp4").rename(self.secret)
 
-    def test_a_join_is_refused_and_the_rest_goes_on(self):
+    def test_a_join_is_refused_and_the_run_continues(self):
         for option, calls in (
             ((), ["InsertMovieSegment"]),
             (("-manual-join",), ["CopyMediaMutableSampleTable", "myAppendTrack"]),

@@ -308,7 +308,7 @@ class Mpeg4Test(runs.RunTest):
 @runs.needs_corpus
 @runs.has_tools("ffmpeg", "ffprobe", "mediainfo")
 class RealMovies(Mpeg4Test):
-    def test_what_fits_is_strict_plays_the_same_and_can_be_streamed(self):
+    def test_exported_movies_are_strict_play_the_same_and_can_be_streamed(self):
         for name in MOVIES:
             with self.subTest(name):
                 path = self.export(MEDIA / name)
@@ -335,7 +335,7 @@ class RealMovies(Mpeg4Test):
         self.assert_same(hashes[0], hashes[1] + hashes[2], "frames")
         self.assert_hinted(exported)
 
-    def test_another_speed_is_in_the_samples_and_no_longer_in_the_edits(self):
+    def test_a_speed_moves_from_the_edits_to_the_samples(self):
         movie = MEDIA / "video-codecs/count_video.mp4"
         seconds = runs.movie_duration(movie)
         path = self.folder / "out.mp4"
@@ -356,7 +356,7 @@ class RealMovies(Mpeg4Test):
         self.assert_strict(path)
         self.assert_same(runs.frames(path), runs.frames(movie), "frames")
 
-    def test_what_gets_lost_is_said_first(self):
+    def test_losses_are_reported_first(self):
         movie = MEDIA / "tags/has-tags.m4a"
         for options, said in (([], True), (["-q"], False)):
             done = self.run_in_folder("clipjoin", movie, "-mp4", *options, "-o", "out.m4a")
@@ -394,7 +394,7 @@ FAILURES = (
 @runs.has_tools("ffmpeg")
 @unittest.skipUnless((runs.BIN / "failing_clipjoin").exists(), "failing_clipjoin is not built")
 class Failures(Mpeg4Test):
-    def test_what_is_said_counted_and_written_when_a_call_fails(self):
+    def test_messages_counts_and_outputs_of_failing_calls(self):
         movie = runs.make_clip(self.folder / "in.mp4", "-f", "lavfi", "-i",
                                "testsrc=s=64x48:r=10:d=1", "-c:v", "mpeg4")  # fmt: skip
         path = self.folder / "out.mp4"

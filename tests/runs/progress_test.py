@@ -54,12 +54,12 @@ class Progress(unittest.TestCase):
         os.close(ours)
         return told.decode()
 
-    def test_a_terminal_sees_a_line_that_is_gone_in_the_end(self):
+    def test_a_terminal_gets_a_line_that_is_erased_at_the_end(self):
         told = self.on_a_terminal()
         self.assertRegex(told, r"\d+%  \d+ MB of \d+ MB  [\d.]+ [kM]B/s  \d+:\d\d left")
         self.assertTrue(told.endswith("\r\033[K"), repr(told[-80:]))
 
-    def test_quiet_means_no_line_either(self):
+    def test_a_quiet_run_prints_no_line(self):
         self.assertEqual(self.on_a_terminal("-q"), "")
 
     def test_a_pipe_gets_only_messages(self):

@@ -144,7 +144,7 @@ class EveryMovie(runs.RunTest):
         ]
         self.assertFalse(changed, "\n".join([what, *changed]))
 
-    def test_movies_are_written_or_refused_with_the_reason_that_is_known(self):
+    def test_movies_are_written_or_refused_for_the_expected_reason(self):
         self.assertGreater(len(self.copies), len(self.written) / 2)
         for movie in self.written:
             with self.subTest(movie.name):
@@ -229,7 +229,7 @@ class EveryMovie(runs.RunTest):
                     ]
                     self.assertEqual(track.references, kept, f"track {number}")
 
-    def test_ffprobe_says_the_same_of_every_stream(self):
+    def test_ffprobe_reports_the_same_for_every_stream(self):
         for movie in self.copies:
             with self.subTest(movie.name):
                 before, after = facts_of_streams(movie.source), facts_of_streams(movie.copy)

@@ -44,8 +44,8 @@ MORE_ERRORS = (
     "if you can't figure out what they mean.)\n"
 )
 
-needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"the corpus {MEDIA} is not here")
-needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become somebody else")
+needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"there is no collection {MEDIA}")
+needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become another user")
 
 Result = collections.namedtuple("Result", "status out err")
 Packet = collections.namedtuple("Packet", "pts dts duration flags data_hash")
@@ -105,7 +105,7 @@ class RunTest(unittest.TestCase):
         at = next((i for i, pair in enumerate(zip(found, expected)) if pair[0] != pair[1]), None)
         if at is not None:
             self.fail(f"{what} at {at}: {found[at]!r} where {expected[at]!r} was expected")
-        self.assertEqual(len(found), len(expected), f"{what}: so many")
+        self.assertEqual(len(found), len(expected), f"{what}: number")
 
     def run_in_folder(self, program, *arguments, **more):
         return run(program, *map(os.fspath, arguments), cwd=self.folder, **more)

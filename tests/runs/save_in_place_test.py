@@ -92,11 +92,11 @@ def laid_out(clip, *parts):
 
 LAYOUTS = {
     "movie at the end": ("ftyp", WIDE, "mdat", "moov"),
-    "movie in front": ("ftyp", "moov", WIDE, "mdat"),
+    "movie before the media": ("ftyp", "moov", WIDE, "mdat"),
     "movie in the middle": ("ftyp", STRANGER, "moov", "mdat", STRANGER),
     "media to the end": ("ftyp", "moov", WIDE, "mdat to the end"),
-    "room in front": ("ftyp", free(4000), "mdat", "moov", STRANGER),
-    "room behind": ("ftyp", "moov", "mdat", free(4000)),
+    "free space before the media": ("ftyp", free(4000), "mdat", "moov", STRANGER),
+    "free space after the media": ("ftyp", "moov", "mdat", free(4000)),
     "what a recorder keeps": ("ftyp", "moov", "mdat", RECORDED),
     "compressed header": ("ftyp", "mdat", "cmov"),
 }
@@ -169,9 +169,9 @@ class Saving(SavingTest):
                 self.assertEqual(kinds.count("moov"), 1)
                 self.assertEqual(layout(new)[-1][2], len(new), "atoms to the end")
                 if "room" in name:
-                    self.assertEqual(len(new), len(old), "the room was not used")
+                    self.assertEqual(len(new), len(old), "the free space was not used")
 
-    def test_the_copy_method_keeps_what_is_no_atom_at_the_end(self):
+    def test_the_copy_method_keeps_bytes_after_the_last_atom(self):
         path = self.store(TRAILING)
         path.chmod(0o640)
         old = path.read_bytes()
@@ -187,7 +187,7 @@ class Saving(SavingTest):
         self.assert_saves(path, "-unset-looping")
         self.assertEqual(len(path.read_bytes()), len(new) - 12)
 
-    def test_media_of_four_gigabytes_to_the_end(self):
+    def test_four_gigabytes_of_media_up_to_the_end(self):
         path = self.store(("ftyp", "moov", WIDE, "mdat to the end"))
         old = path.read_bytes()
         start = next(start for kind, start, _ in layout(old) if kind == "wide")
@@ -206,7 +206,7 @@ class Saving(SavingTest):
         self.assertEqual([kind for kind, _, _ in layout(movie)], ["moov"])
         self.assertIn(LOOP, list(runs.atoms(child(movie, "moov", "udta"))))
 
-    def test_flags_are_set_and_taken_away_and_nothing_else(self):
+    def test_setting_and_removing_flags_changes_nothing_else(self):
         path = self.store(LAYOUTS["movie at the end"])
         before = user_data(path)
         for options, flags in (
@@ -261,7 +261,7 @@ class Saving(SavingTest):
                 self.assertEqual(len(set(sizes[2:])), 1, sizes)
 
     def test_file_rights_and_links_stay(self):
-        path = self.store(LAYOUTS["movie in front"])
+        path = self.store(LAYOUTS["movie before the media"])
         path.chmod(0o604)
         (self.folder / "elsewhere").mkdir()
         hard, soft = self.folder / "hard.mov", self.folder / "elsewhere" / "soft.mov"
@@ -293,7 +293,7 @@ class Saving(SavingTest):
         self.assertEqual(os.listdir(self.folder), ["movie.mov"])
 
     def test_what_is_appended_is_referred_to(self):
-        path, other = self.store(LAYOUTS["movie in front"]), self.folder / "other.mov"
+        path, other = self.store(LAYOUTS["movie before the media"]), self.folder / "other.mov"
         other.write_bytes(self.clips[".mov"].read_bytes())
         self.assertEqual(
             self.run_in_folder("cliptune", path, "-save-in-place", other), Result(0, "", "")
@@ -319,10 +319,10 @@ class Saving(SavingTest):
         self.assert_unchanged(path, old)
 
     @runs.needs_root
-    def test_a_file_that_may_only_be_read(self):
+    def test_a_read_only_file(self):
         program = (runs.BIN / "cliptune").resolve()
         if not all(part.stat().st_mode & stat.S_IXOTH for part in [program, *program.parents]):
-            self.skipTest(f"{program} is out of reach for others")
+            self.skipTest(f"{program} cannot be read by other users")
         path = self.store(LAYOUTS["movie at the end"])
         old = path.read_bytes()
         path.chmod(0o644)
@@ -387,7 +387,7 @@ class SavingCutShort(SavingTest):
         self.assert_movie(path, looping)
         return looping
 
-    def test_killed_at_any_call_a_save_leaves_the_old_movie_or_the_new_one(self):
+    def test_a_save_killed_at_any_call_leaves_the_old_or_the_new_movie(self):
         new = []
 
         def check(path, _, done):
@@ -397,7 +397,7 @@ class SavingCutShort(SavingTest):
         self.check_each_failure("kill", check)
         self.assertEqual(set(new), {False, True})
 
-    def test_a_save_that_was_killed_can_be_done_over(self):
+    def test_a_killed_save_can_be_repeated(self):
         def check(path, _, __):
             self.assertEqual(self.save_with(path, "-set-auto-play"), Result(0, "", ""))
             self.assert_samples(path)

@@ -92,7 +92,7 @@ class MovieDump(unittest.TestCase):
         self.assertFalse([line for line in lines if "created" in line])
         self.assertTrue([line for line in self.dump("-dates", "out.mov") if " modified" in line])
 
-    def test_malformed_atoms_are_told_in_their_place(self):
+    def test_malformed_atoms_are_reported_at_their_place(self):
         times = atom(b"stts", u32(0, 2, 14, 10, 1, 5))
         self.assertEqual(
             self.dump_bytes(
@@ -120,7 +120,7 @@ class MovieDump(unittest.TestCase):
             lines = self.dump_bytes(atom(b"meta", version, handler))
             self.assertRegex(lines[1], rf"^  {at} 'hdlr' 33 .*subtype='mdir'")
 
-    def test_containers_without_end_are_left_alone(self):
+    def test_containers_with_too_many_levels_are_not_opened(self):
         content = b""
         for _ in range(20000):
             content = atom(b"moov", content)
