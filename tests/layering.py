@@ -15,7 +15,7 @@ def below(*folders):
     return rf"{SMALL}|toolbox/({'|'.join(folders)})/\w+\.h"
 
 
-# What the files of a folder may include from this project.
+# What the files of a folder may include of this project.
 ALLOWED = {
     "toolbox": rf"{SMALL}|toolbox/(types|atoms/fourcc)\.h",
     "toolbox/atoms": rf"{SMALL}|toolbox/atoms/\w+\.h",
