@@ -12,16 +12,18 @@ using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::OSErr;
 
-constexpr FourCC kPlay{"play"};  // one byte, 1
-constexpr FourCC kLoop{"LOOP"};  // 32 bits, 0: play over and over
+constexpr FourCC kPlay{"play"};  // one byte; 1: play when opened
+constexpr FourCC kLoop{"LOOP"};  // 32 bits; 0: play over and over
 
+// Replaces all items of the type by one.
 OSErr ReplaceItems(Movie movie, FourCC type, std::span<const std::uint8_t> bytes) {
   if (const OSErr code = RemoveMovieUserData(movie, type)) return code;
   return toolbox::SetUserDataItem(toolbox::GetMovieUserData(movie), bytes.data(),
                                   static_cast<std::int32_t>(bytes.size()), type, 0);
 }
 
-// The payload of the first item of the type, if it has `size` bytes or more.
+// The payload of the first item of the type. Empty if there is none or it has less than `size`
+// bytes.
 toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
   const toolbox::UserData data = toolbox::GetMovieUserData(movie);
   const utils::OwnedHandle item;
