@@ -1,6 +1,8 @@
 // Measures how long it takes to append movies to one another. Twice as many movies should take
 // twice as long.
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "bench/measure.h"
 #include "toolbox/movie/segments.h"

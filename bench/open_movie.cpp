@@ -1,7 +1,8 @@
 // Measures how long it takes to open a movie with two million samples, and to write it as a
 // reference movie.
 #include <boost/filesystem/operations.hpp>
-#include <cstdlib>
+#include <memory>
+#include <tuple>
 
 #include "bench/measure.h"
 #include "toolbox/movie/movie.h"

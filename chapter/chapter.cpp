@@ -1,9 +1,11 @@
 #include "chapter/chapter.h"
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <iostream>
 #include <set>
 #include <tuple>
+#include <utility>
 
 #include "chapter/playback.h"
 #include "chapter/text.h"
@@ -12,6 +14,8 @@
 namespace chapter {
 namespace {
 
+using boost::endian::load_big_u16;
+using boost::endian::load_big_u32;
 using toolbox::ByteSpan;
 using toolbox::FourCC;
 using toolbox::Media;
@@ -23,12 +27,6 @@ constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterLi
 
 // In bytes. The text has at most 64 KiB; atoms with its style may follow it.
 constexpr std::int32_t kLongestSample = 1 << 20;
-
-std::uint32_t BigEndian(ByteSpan bytes) {
-  std::uint32_t value = 0;
-  for (const std::uint8_t byte : bytes) value = value << 8 | byte;
-  return value;
-}
 
 // The tracks that other tracks refer to as their chapters, each once.
 std::vector<Track> ChapterTracks(Movie movie) {
@@ -56,10 +54,10 @@ bool IsText(Media media) {
 // The encoding that the atoms after the text of a sample give ('encd'), else Mac Roman.
 toolbox::CFStringEncoding StatedEncoding(ByteSpan atoms) {
   while (atoms.size() >= 8) {
-    const std::uint32_t size = BigEndian(atoms.first(4));
+    const std::uint32_t size = load_big_u32(atoms.data());
     if (size < 8 || size > atoms.size()) break;
-    if (FourCC(BigEndian(atoms.subspan(4, 4))) == kEncoding && size >= 12) {
-      return BigEndian(atoms.subspan(8, 4));
+    if (FourCC(load_big_u32(&atoms[4])) == kEncoding && size >= 12) {
+      return load_big_u32(&atoms[8]);
     }
     atoms = atoms.subspan(size);
   }
@@ -91,13 +89,13 @@ void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>&
 
 std::string ChapterTitle(ByteSpan sample) {
   if (sample.size() < 2) return {};
-  const std::size_t size = std::min<std::size_t>(BigEndian(sample.first(2)), sample.size() - 2);
+  const std::size_t size = std::min<std::size_t>(load_big_u16(sample.data()), sample.size() - 2);
   const ByteSpan text = sample.subspan(2, size);
   toolbox::CFStringEncoding encoding = StatedEncoding(sample.subspan(2 + size));
   if (encoding == toolbox::kCFStringEncodingUnicode) {
     // Most writers that give this number mean UTF-8, including BuildChapterTrack. Real UTF-16
     // starts with a byte-order mark.
-    const std::uint32_t mark = size < 2 ? 0 : BigEndian(text.first(2));
+    const std::uint32_t mark = size < 2 ? 0 : load_big_u16(text.data());
     if (mark != 0xFEFF && mark != 0xFFFE) encoding = toolbox::kCFStringEncodingUTF8;
   }
   return ConvertTextEncoding(std::string(text.begin(), text.end()), encoding,

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/read/read_movie.h"

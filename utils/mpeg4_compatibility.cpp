@@ -1,6 +1,7 @@
 #include "utils/mpeg4_compatibility.h"
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <initializer_list>
 #include <set>
 
@@ -25,11 +26,9 @@ std::set<std::uint32_t> Formats(Media media) {
   for (std::int32_t i = 1; i <= toolbox::GetMediaSampleDescriptionCount(media); ++i) {
     const OwnedHandle description;
     toolbox::GetMediaSampleDescription(media, i, description);
-    std::uint32_t format = 0;  // after the 32-bit size
-    for (std::size_t k = 4; k < 8 && k < description->bytes.size(); ++k) {
-      format = format << 8 | description->bytes[k];
-    }
-    formats.insert(format);
+    const toolbox::Bytes& bytes = description->bytes;
+    // The format is after the 32-bit size. A description that cannot be read has none.
+    formats.insert(bytes.size() < 8 ? 0 : boost::endian::load_big_u32(&bytes[4]));
   }
   return formats;
 }

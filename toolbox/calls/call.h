@@ -1,4 +1,7 @@
 // The frame of every call: what its body throws becomes a result code.
+//
+// toolbox.h has the contracts of the calls. The files beside this one check arguments and call the
+// folders below, one group of calls in each.
 #pragma once
 
 #include <functional>

@@ -3,10 +3,8 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <utility>
-#include <variant>
+#include <optional>
 
-#include "toolbox/atoms/fields.h"
 #include "toolbox/references/file_reference.h"
 #include "toolbox/refused.h"
 #include "toolbox/toolbox.h"

@@ -2,6 +2,8 @@
 #include "toolbox/movie/movie.h"
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <utility>
 
 #include "toolbox/calls/call.h"

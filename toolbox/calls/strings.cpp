@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
