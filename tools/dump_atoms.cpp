@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/read/read_movie.h"
@@ -20,16 +22,18 @@ using toolbox::FromBigEndian;
 constexpr FourCC kContainers[] = {"moov", "trak", "mdia", "minf", "stbl", "edts", "dinf", "udta",
                                   "tref", "gmhd", "tapt", "clip", "matt", "mvex", "moof", "traf",
                                   "mfra", "rmra", "rmda", "sinf", "schi", "meta", "cmov"};
-// Nothing to know about them but their size.
+// Atoms without fields: only their size is of interest.
 constexpr FourCC kPlain[] = {"mdat", "free", "skip", "wide"};
 
-// Deeper than any movie, shallow enough for the stack.
+// The maximum depth of nested atoms. Real movies have fewer levels, and the stack has room for
+// more.
 constexpr int kDeepest = 32;
 
 bool IsOneOf(std::span<const FourCC> types, FourCC type) {
   return std::ranges::find(types, type) != types.end();
 }
 
+// Prints the atoms of one file.
 class Dump {
  public:
   Dump(bool showsDates, std::ostream& out) : showsDates_(showsDates), out_(out) {}
@@ -59,7 +63,7 @@ class Dump {
     out_ << (isInflated_ ? "in cmov " : "") << at << ' ';
   }
 
-  // What stands behind the last whole atom: padding, or an atom cut short.
+  // Prints the bytes after the last complete atom: padding, or a truncated atom.
   void PrintRest(const ByteSource& source, const Bytes& start, std::uint64_t at, std::uint64_t end,
                  int depth) {
     const std::uint64_t left = end - at;
@@ -71,10 +75,11 @@ class Dump {
     const FourCC type(FromBigEndian<std::uint32_t>(&start[4]));
     out_ << '\'' << type.Text() << "' malformed: claims "
          << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
-    // What is left of a container can still be looked at.
+    // The children of a truncated container can still be printed.
     PrintContent(source, IsOneOf(kContainers, type) ? type : kPlain[0], at + 8, end, depth);
   }
 
+  // Prints the content in [at, end) of an atom, and ends the line.
   void PrintContent(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end,
                     int depth) {
     const bool isContainer = IsOneOf(kContainers, type);
@@ -93,7 +98,8 @@ class Dump {
     out_ << '\n';
   }
 
-  // ISO: a word of version and flags stands before the children. QuickTime: it does not.
+  // The size of version and flags at the start of 'meta'. ISO: 4 bytes. QuickTime: none, so the
+  // type of the first child comes after its size.
   static std::uint64_t VersionSize(const ByteSource& source, std::uint64_t at, std::uint64_t end) {
     if (end - at < 8) return 0;
     const Bytes start = Read(source, at + 4, 4);
@@ -109,7 +115,7 @@ class Dump {
     }
     const Bytes content = Read(source, at, end - at);
     try {
-      // Of the two atoms with this type only one has a size here.
+      // Of the two atoms with this type, this one has a size here that is not 0.
       if (type == toolbox::ConstantSampleSize::kType && content.size() >= 8 &&
           FromBigEndian<std::uint32_t>(&content[4]) != 0) {
         return PrintAs<toolbox::ConstantSampleSize>(content);
@@ -130,7 +136,8 @@ class Dump {
     if (!reader.Remaining().empty()) out_ << " and " << reader.Remaining().size() << " bytes";
   }
 
-  // `content` is that of 'cmov'. What is compressed there counts its bytes from its first child on.
+  // Prints the atoms compressed in a 'cmov' with that content. Their offsets are counted from the
+  // start of the inflated data.
   void PrintInflated(const Bytes& content, int depth) {
     const Bytes file = toolbox::Encoded([&](auto& io) {
       io.Atom(FourCC{"moov"}, [&] { io.Atom(FourCC{"cmov"}, [&] { io.Append(content); }); });
@@ -152,7 +159,7 @@ class Dump {
 
   const bool showsDates_;
   std::ostream& out_;
-  bool isInflated_ = false;
+  bool isInflated_ = false;  // the atoms come from a compressed movie header
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Every atom that the toolbox knows by its fields.
+// All atoms whose fields moviedump can print.
 #pragma once
 
 #include <tuple>
@@ -9,7 +9,7 @@
 
 namespace tools {
 
-// 'stsz' stands for two; the one with a size for each sample comes first.
+// Two of them have the type 'stsz'. The one with a size for each sample comes first.
 using KnownAtoms =
     std::tuple<toolbox::FileType, toolbox::MovieHeader, toolbox::TrackHeader, toolbox::EditEntries,
                toolbox::MediaHeader, toolbox::Handler, toolbox::DataReferences,

@@ -11,7 +11,7 @@
 namespace toolbox {
 namespace {
 
-// The state of the toolbox: these two and nothing else.
+// The only state of the toolbox besides the open storages.
 OSErr moviesError = noErr;
 CallHook callHook;
 

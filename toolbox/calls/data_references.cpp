@@ -10,7 +10,8 @@ namespace {
 
 constexpr FourCC kAlias{"alis"}, kMemory{"hndl"};
 
-// The block of memory that the handle stands for: the one it has stood for before, or a new one.
+// The block of memory that the handle refers to. The first use of a handle determines its block:
+// one with the data in the handle, or a new one for a handle of zeros.
 InMemory BlockOf(HandleRecord& handle) {
   if (!handle.block) {
     const DataReference stated = ReadDataReference({kMemory, 0, handle.bytes}, {}, false);
@@ -36,7 +37,7 @@ DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<Oth
 
 DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
                                const std::optional<OtherFile>& ownFile) {
-  constexpr std::size_t kShortestAlias = 150;
+  constexpr std::size_t kShortestAlias = 150;  // bytes; the fixed part of a record
   if (dataRef == nullptr) throw Refused{nilHandleErr};
   const bool isAlias = type == kAlias;
   if (isAlias && dataRef->bytes.size() < kShortestAlias) throw Refused{invalidDataRef};

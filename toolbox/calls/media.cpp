@@ -1,4 +1,4 @@
-// Media: what they hold and how it is shown.
+// Media: their duration, handler, sample descriptions and data references.
 #include "toolbox/movie/media.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ void GetMediaSampleDescription(Media media, std::int32_t number, Handle descript
 
 OSErr GetMediaDataRefCount(Media media, std::int16_t* count) {
   return Call("GetMediaDataRefCount", [&] {
-    constexpr std::size_t kMost = INT16_MAX;
+    constexpr std::size_t kMost = INT16_MAX;  // the type of the result has no room for more
     *count = static_cast<std::int16_t>(std::min(Valid(media).dataReferences.size(), kMost));
   });
 }

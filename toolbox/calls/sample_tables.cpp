@@ -1,4 +1,4 @@
-// Sample tables: samples on their way from one media to another, by reference.
+// Sample tables: samples copied from one media to another, by reference.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -49,7 +49,7 @@ OSErr CopyMediaMutableSampleTable(Media media, TimeValue start, TimeValue* actua
     const MediaRecord& record = Valid(media);
     const SampleTable& samples = record.samples;
     if (start < 0 || start >= samples.Duration()) throw Refused{invalidTime};
-    // From the start on samples without a duration are meant too.
+    // SampleAt finds the last sample at a time, and samples without a duration may be before it.
     const std::uint64_t from = start == 0 ? 0 : samples.SampleAt(start);
     const TimeValue time = samples.TimeOf(from);
     std::uint64_t to = samples.Count();

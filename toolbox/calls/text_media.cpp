@@ -1,4 +1,4 @@
-// Text media: samples of text and how they look.
+// Text media: adding samples of text and their style.
 #include <cstring>
 
 #include "toolbox/calls/call.h"
@@ -9,6 +9,7 @@
 namespace toolbox {
 namespace {
 
+// Null is black.
 TextDescription::Color ColorOf(const RGBColor* color) {
   if (color == nullptr) return {};
   return {color->red, color->green, color->blue};

@@ -14,6 +14,11 @@ struct Mpeg4Settings {
   std::uint32_t packetDuration = 100;  // of sound, at most: milliseconds
 };
 
+// An open exporter, which starts with the default settings.
+struct ExporterRecord {
+  Mpeg4Settings settings;
+};
+
 // Reads a container: twelve bytes, then atoms with a head of twenty. What it does not mention keeps
 // its default. Throws Refused (paramErr).
 Mpeg4Settings ReadMpeg4Settings(ByteSpan container);
