@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "toolbox/movie/movie.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -107,14 +108,14 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
   if (IsProtected()) throw Refused{featureUnsupported};
-  if (!samples.IsLocated(from, to)) throw Refused{invalidSampleTable};
+  if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable};
   SampleTableRecord table{scale, {}, descriptions, {}};
   for (const DataReference& reference : dataReferences) {
     table.dataReferences.push_back(SeenFromElsewhere(reference));
   }
   std::vector<std::uint32_t> same(descriptions.size());
   std::iota(same.begin(), same.end(), 0U);
-  table.samples.AppendSlice(samples, from, to, same);
+  table.samples.AppendSlice(samples, {from, to}, same);
   return table;
 }
 
@@ -136,7 +137,7 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
     }
   }
   const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
-  return {samples.AppendInStep(table.samples, from, to, map)};
+  return {samples.AppendInStep(table.samples, {from, to}, map)};
 }
 
 MediaTime MediaRecord::Join(const MediaRecord& source) {
@@ -152,7 +153,7 @@ MediaTime MediaRecord::Join(const MediaRecord& source) {
     seen.push_back(SeenFromHere(source.SeenFromElsewhere(reference)));
   }
   const std::vector<std::uint32_t> map = Adopt(source.descriptions, seen);
-  const MediaTime base{samples.AppendSlice(source.samples, 0, count, map)};
+  const MediaTime base{samples.AppendSlice(source.samples, {0, count}, map)};
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;
 }

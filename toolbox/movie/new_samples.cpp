@@ -39,7 +39,7 @@ void MediaRecord::EndEdits() {
   std::iota(same.begin(), same.end(), 0U);
   const SampleTable added(std::make_shared<const SampleRows>(std::move(newSamples->rows)));
   newSamples.reset();
-  samples.AppendSlice(added, 0, added.Count(), same);
+  samples.AppendSlice(added, {0, added.Count()}, same);
 }
 
 }  // namespace toolbox

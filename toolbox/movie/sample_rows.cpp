@@ -88,20 +88,20 @@ std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
   return offsets.IsEmpty() ? 0 : offsets.From(sample)->offset;
 }
 
-std::pair<std::uint32_t, std::uint32_t> SampleRows::TimesAround(std::uint32_t sample) const {
+RowRange SampleRows::TimesAround(std::uint32_t sample) const {
   const TimeRun* run = &TimeRunOf(sample);
   return {run->sample, run == &times.back() ? count : run[1].sample};
 }
 
-std::pair<std::uint32_t, std::uint32_t> SampleRows::OffsetsAround(std::uint32_t sample) const {
+RowRange SampleRows::OffsetsAround(std::uint32_t sample) const {
   if (offsets.IsEmpty()) return {0, count};
   const OffsetRuns::Walk run = offsets.From(sample);
   return {run->sample, run->end};
 }
 
 std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
-  // A run without length starts where the next one does, so it is the last that starts by `time`
-  // only at the very end.
+  // A run of duration 0 starts when the next one does, so it is the last one up to `time` only at
+  // the very end.
   const TimeRun& run = RunAt(times, time, &TimeRun::time);
   if (run.delta == 0) return count - 1;
   return std::min(count - 1,
@@ -109,12 +109,12 @@ std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
 }
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
-  // Rounding makes none of them longer by more than a unit.
+  // Rounding makes no sample longer by more than a unit.
   if (Rescale(duration, from, to) + count > static_cast<std::int64_t>(kLongestMedia)) {
     throw Refused{invalidDuration};
   }
   SampleRows rows = *this;
-  // It states times of the scale that was.
+  // 'cslg' has times in the old scale.
   std::erase_if(rows.otherTables,
                 [](const Sibling& table) { return table.type == FourCC{"cslg"}; });
   rows.times.clear();
@@ -131,15 +131,14 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   };
   const auto place = [from, to](std::int64_t time) { return Rescale(time, from, to); };
   if (to % from == 0) {
-    for (const TimeRun& run : times)
-      addTime(TimesAround(run.sample).second - run.sample, place(run.delta));
+    for (const TimeRun& run : times) addTime(TimesAround(run.sample).Count(), place(run.delta));
     if (offsets.IsEmpty()) return rows;
     offsets.ForEach(0, count, [&](std::uint32_t samples, std::int32_t offset) {
       addOffset(samples, place(offset));
     });
     return rows;
   }
-  // Each sample is rounded on its own; beyond this many that takes too long to be worth it.
+  // Each sample is rounded by itself, which takes too long for more than this many.
   constexpr std::uint32_t kMost = 1 << 25;
   if (count > kMost) throw Refused{invalidDuration};
   RunJoiner<std::int64_t, decltype(addTime)> deltas(addTime);
@@ -154,13 +153,13 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   return rows;
 }
 
-std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
-  if (offsets.IsEmpty() || from == to) return 0;
+std::int64_t SampleRows::ShownFrom(RowRange range) const {
+  if (offsets.IsEmpty() || range.IsEmpty()) return 0;
   // Of samples with one offset the first is shown first.
-  const std::int64_t start = TimeOf(from);
-  std::int64_t earliest = start + OffsetOf(from);
-  for (std::uint32_t sample = OffsetsAround(from).second; sample < to;
-       sample = OffsetsAround(sample).second) {
+  const std::int64_t start = TimeOf(range.from);
+  std::int64_t earliest = start + OffsetOf(range.from);
+  for (std::uint32_t sample = OffsetsAround(range.from).to; sample < range.to;
+       sample = OffsetsAround(sample).to) {
     const std::int64_t time = TimeOf(sample);
     if (time + offsets.Smallest() >= earliest) break;
     earliest = std::min(earliest, time + OffsetOf(sample));
@@ -168,13 +167,13 @@ std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
   return earliest - start;
 }
 
-std::int64_t SampleRows::ShownUntil(std::uint32_t from, std::uint32_t to) const {
-  const std::int64_t start = TimeOf(from);
-  if (offsets.IsEmpty() || from == to) return TimeOf(to) - start;
+std::int64_t SampleRows::ShownUntil(RowRange range) const {
+  const std::int64_t start = TimeOf(range.from);
+  if (offsets.IsEmpty() || range.IsEmpty()) return TimeOf(range.to) - start;
   // Of samples with one offset the last is shown last.
-  std::int64_t latest = TimeOf(to) + OffsetOf(to - 1);
-  for (std::uint32_t end = OffsetsAround(to - 1).first; end > from;
-       end = OffsetsAround(end - 1).first) {
+  std::int64_t latest = TimeOf(range.to) + OffsetOf(range.to - 1);
+  for (std::uint32_t end = OffsetsAround(range.to - 1).from; end > range.from;
+       end = OffsetsAround(end - 1).from) {
     const std::int64_t time = TimeOf(end);
     if (time + offsets.Largest() <= latest) break;
     latest = std::max(latest, time + OffsetOf(end - 1));

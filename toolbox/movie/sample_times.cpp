@@ -1,4 +1,5 @@
 #include "toolbox/movie/sample_times.h"
+#include "toolbox/movie/presentation.h"
 
 #include <algorithm>
 
@@ -21,10 +22,9 @@ std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
   const SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
   const std::int64_t time = Shows(edit, start - edit.start, clock).units;
-  const auto [first, last] = samples.SamplesShownIn(time, time + 1);
+  const auto [first, last] = SamplesShownIn(samples, time, time + 1);
   if (first == last) return std::nullopt;
-  const MediaTime end{
-      samples.NextShownAfter(time).value_or(std::max(samples.Duration(), samples.ShownUntil()))};
+  const MediaTime end{NextShownAfter(samples, time).value_or(samples.EndTime())};
   const MovieTime until = std::min(edit.End(), Reaches(edit, end, clock));
   if (until <= start) return std::nullopt;
   return SampleOnShow{start, until - start};
@@ -39,7 +39,7 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
   }
   const Clock clock = track.TimeClock();
   const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
-  const auto next = track.media->samples.NextShownAfter(before.units);
+  const auto next = NextShownAfter(track.media->samples, before.units);
   if (!next) return std::nullopt;
   // Of those that begin within one unit the last is on show when it is over.
   const MovieTime start = std::max(from, Reaches(edit, {*next}, clock));

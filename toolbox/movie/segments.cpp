@@ -5,6 +5,7 @@
 #include <numeric>
 #include <vector>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -55,7 +56,7 @@ void CheckJoinable(const TrackRecord& source) {
   });
   if (media.IsProtected()) throw Refused{featureUnsupported};
   if (isOwn && !source.movie->file) throw Refused{couldNotResolveDataRef};
-  if (media.samples.LocatedCount() < media.samples.Count()) throw Refused{invalidSampleTable};
+  if (LocatedCount(media.samples) < media.samples.Count()) throw Refused{invalidSampleTable};
 }
 
 // The edits of [from, from + length) of a source track in the time scale of `movie`.
@@ -76,7 +77,7 @@ EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTi
 void MakeRoomBehind(TrackRecord& track) {
   SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  track.edits.EndWithMedia({std::max(samples.Duration(), samples.ShownUntil())}, clock);
+  track.edits.EndWithMedia({samples.EndTime()}, clock);
   for (const Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
     samples.StretchTo(

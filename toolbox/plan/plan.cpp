@@ -6,6 +6,7 @@
 #include <numeric>
 #include <tuple>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/plan/kept_places.h"
 #include "toolbox/plan/used_samples.h"
@@ -62,7 +63,7 @@ class ChunkCutter {
         Close();
         continue;
       }
-      if (taken == 0) taken = std::min(piece.count, media_.samples.PacketLength(piece.sample));
+      if (taken == 0) taken = std::min(piece.count, PacketLength(media_.samples, piece.sample));
       Take(piece, taken, description);
     }
   }
@@ -86,7 +87,7 @@ class ChunkCutter {
       std::uint32_t low = 0, high = fitting;
       while (low < high) {
         const std::uint32_t middle = high - (high - low) / 2;
-        if (samples.SizeOf(piece.sample, middle, piece.description) <= bytes) {
+        if (SizeOf(samples, piece.sample, middle, piece.description) <= bytes) {
           low = middle;
         } else {
           high = middle - 1;
@@ -95,7 +96,7 @@ class ChunkCutter {
       fitting = low;
     }
     if (fitting == piece.count) return fitting;
-    return fitting - fitting % samples.PacketLength(piece.sample);
+    return fitting - fitting % PacketLength(samples, piece.sample);
   }
 
   void Take(SamplePiece& piece, std::uint32_t count, std::uint32_t description) {
@@ -106,7 +107,7 @@ class ChunkCutter {
     }
     const std::uint64_t size = count == piece.count
                                    ? piece.size
-                                   : media_.samples.SizeOf(piece.sample, count, piece.description);
+                                   : SizeOf(media_.samples, piece.sample, count, piece.description);
     duration_ += times_.TimeOf(piece.sample + count) - times_.TimeOf(piece.sample);
     chunks_.back().size += size;
     chunks_.back().count += count;
@@ -119,7 +120,7 @@ class ChunkCutter {
   const MediaRecord& media_;
   std::span<const std::uint32_t> descriptions_;
   std::vector<OutputChunk>& chunks_;
-  SampleTable::TimeCursor times_{media_.samples};
+  TimeCursor times_{media_.samples};
   const std::int64_t longest_;  // media units
   bool isOpen_ = false;
   std::int64_t duration_ = 0;  // of the open chunk
@@ -187,7 +188,7 @@ void Planner::MergeDescriptions(std::size_t index) {
   std::vector<std::uint32_t>& map = plan_.tracks[index].descriptions;
   std::vector<bool> isUsed(source.descriptions.size());
   for (const UsedSamples& part : prepared.used) {
-    source.samples.MarkDescriptions(part.from, part.to, isUsed);
+    MarkDescriptions(source.samples, part.samples, isUsed);
   }
   media.descriptions.clear();
   map.assign(isUsed.size(), 0);
@@ -208,7 +209,7 @@ void Planner::Prepare(std::size_t index) {
   const MediaRecord& source = *track.source->media;
   std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
   for (const UsedSamples& part : used) {
-    if (!source.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
+    if (!IsLocated(source.samples, part.samples)) throw Refused{invalidSampleTable};
   }
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
@@ -218,8 +219,8 @@ void Planner::Prepare(std::size_t index) {
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {
     const MediaTime now{
-        output.media->samples.AppendSlice(source.samples, part.from, part.to, track.descriptions)};
-    moved[part.from] = now - MediaTime{source.samples.TimeOf(part.from)};
+        output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions)};
+    moved[part.samples.from] = now - MediaTime{source.samples.TimeOf(part.samples.from)};
   }
   // What such a track says of its samples would not be true of some of them.
   if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
@@ -229,8 +230,8 @@ void Planner::Prepare(std::size_t index) {
   for (const Edit& edit : track.source->edits.Edits()) {
     const UsedSamples needs = SamplesFor(*track.source, edit);
     MediaTime mediaTime = Edit::kNothing;  // what shows no sample shows nothing
-    if (needs.from < needs.to) {
-      mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.from))->second;
+    if (!needs.samples.IsEmpty()) {
+      mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.samples.from))->second;
     }
     output.edits.Append(edit.duration, mediaTime, edit.rate, output.TimeClock());
   }
@@ -244,7 +245,7 @@ void Planner::Cut(std::size_t index) {
   for (const UsedSamples& part : prepared_[index].used) {
     cutter.Close();
     const std::size_t before = track.chunks.size();
-    source.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+    ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
       prepared_[index].CheckEnd(piece);
       cutter.Add(piece);
     });
@@ -287,7 +288,7 @@ SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> par
   std::iota(same.begin(), same.end(), 0U);
   SampleTable samples;
   for (const UsedSamples& part : parts) {
-    samples.AppendSlice(media.samples, part.from, part.to, same);
+    samples.AppendSlice(media.samples, part.samples, same);
   }
   return samples;
 }
@@ -319,7 +320,7 @@ void Planner::AddAuxiliary(std::size_t index) {
 bool UsesAllSamples(const TrackRecord& track) {
   if (!track.media) return true;
   std::uint64_t count = 0;
-  for (const UsedSamples& part : SamplesInUse(track)) count += part.to - part.from;
+  for (const UsedSamples& part : SamplesInUse(track)) count += part.samples.Count();
   return count == track.media->samples.Count();
 }
 

@@ -56,7 +56,7 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
 // When the first sample to be shown is shown, counted from where the media begins.
 MediaTime FirstShown(const TrackRecord& track) {
   const SampleRows* rows = track.media->samples.WholeRows();
-  return {rows == nullptr ? 0 : std::max<std::int64_t>(rows->ShownFrom(0, rows->count), 0)};
+  return {rows == nullptr ? 0 : std::max<std::int64_t>(rows->ShownFrom({0, rows->count}), 0)};
 }
 
 // The same edits of a media whose first sample stands at 0 and not at `start`.

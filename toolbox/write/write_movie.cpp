@@ -9,6 +9,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/references/file_reference.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_samples.h"
@@ -318,7 +319,7 @@ Bytes FileTypeOf(const FilePlan& plan) {
     brands += "avc1";
   }
   // Who knows this brand knows that offsets can be below 0.
-  if (has([](const MediaRecord& media) { return media.samples.HasOffsetsBelowZero(); })) {
+  if (has([](const MediaRecord& media) { return HasOffsetsBelowZero(media.samples); })) {
     brands += "iso4";
   }
   return Encode(FileType{FourCC{"mp42"}, 0, {brands.begin(), brands.end()}});

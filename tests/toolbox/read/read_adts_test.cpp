@@ -1,4 +1,5 @@
 #include "toolbox/read/read_adts.h"
+#include "toolbox/movie/sample_places.h"
 
 #include <gtest/gtest.h>
 
@@ -31,7 +32,7 @@ std::vector<Place> Places(const Bytes& file) {
   const auto movie = Read(file);
   if (!movie) return places;
   const SampleTable& samples = movie->tracks.at(0)->media->samples;
-  samples.ForEachPiece(0, samples.Count(), [&](const SamplePiece& piece) {
+  ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
     places.emplace_back(piece.offset, piece.size, samples.DurationOf(piece.sample));
   });
   return places;
