@@ -9,7 +9,7 @@ namespace {
 
 void CheckScaling(MovieTime from, MovieTime length, MovieTime newLength) {
   if (from.units < 0) throw Refused{invalidTime};
-  // Nothing can be made to last, and what lasts no time would be lost.
+  // A part of length 0 cannot be stretched, and one that becomes 0 long would lose its media.
   if (length.units <= 0 || newLength.units <= 0) throw Refused{invalidDuration};
 }
 

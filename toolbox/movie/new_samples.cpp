@@ -1,4 +1,4 @@
-// Samples made up one at a time and added to a media.
+// Adds new samples to a media, one at a time.
 #include <numeric>
 #include <utility>
 

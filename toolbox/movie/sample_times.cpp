@@ -6,17 +6,17 @@
 namespace toolbox {
 namespace {
 
-// The media time that an edit shows `into` movie units behind its start.
+// The media time that an edit shows `into` movie units after its start.
 MediaTime Shows(const Edit& edit, MovieTime into, Clock clock) {
   return edit.mediaTime + clock.Shown(into, edit.rate, Rounding::kDown);
 }
 
-// The first movie time at which an edit has come to `time`.
+// The first movie time at which an edit has reached the media time `time`.
 MovieTime Reaches(const Edit& edit, MediaTime time, Clock clock) {
   return edit.start + clock.Lasting(time - edit.mediaTime, edit.rate, Rounding::kUp);
 }
 
-// The sample on show at `start`, which begins there or before the edit does.
+// The sample on show at `start`, which starts there or before the edit.
 std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
                                        const TrackRecord& track) {
   const SampleTable& samples = track.media->samples;
@@ -30,7 +30,7 @@ std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
   return SampleOnShow{start, until - start};
 }
 
-// The first sample that begins at or after `from` within the edit.
+// The first sample of the edit that starts at or after `from`.
 std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
                                         const TrackRecord& track) {
   if (from <= edit.start) {
@@ -41,7 +41,7 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
   const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
   const auto next = NextShownAfter(track.media->samples, before.units);
   if (!next) return std::nullopt;
-  // Of those that begin within one unit the last is on show when it is over.
+  // Of samples that start within one movie unit, the last is on show at its end.
   const MovieTime start = std::max(from, Reaches(edit, {*next}, clock));
   return start < edit.End() ? OnShowFrom(start, edit, track) : std::nullopt;
 }
