@@ -14,8 +14,8 @@ std::unique_ptr<MovieRecord> Clip(int number) {
   rows->count = 300;
   rows->AddTimes(300, 1001);
   for (std::uint32_t sample = 0; sample < 300; ++sample) {
-    rows->sizes.push_back(1000);
-    rows->chunkOffsets.push_back(std::uint64_t{sample} * 1000);
+    rows->sizes.Add(1000);
+    rows->chunkOffsets.Add(std::uint64_t{sample} * 1000);
   }
   rows->AddChunks(0, 300, 1, 0);
   auto movie = std::make_unique<MovieRecord>();

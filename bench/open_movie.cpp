@@ -21,8 +21,8 @@ std::shared_ptr<const SampleRows> Frames(std::uint32_t count) {
   rows->sync.emplace();
   for (std::uint32_t sample = 0; sample < count; ++sample) {
     rows->AddOffsets(1, sample % 3 == 0 ? 2002 : 0);
-    rows->sizes.push_back(1000 + sample % 777);
-    rows->chunkOffsets.push_back(std::uint64_t{sample} * 2000);
+    rows->sizes.Add(1000 + sample % 777);
+    rows->chunkOffsets.Add(std::uint64_t{sample} * 2000);
     if (sample % 60 == 0) rows->sync->push_back(sample);
   }
   rows->AddChunks(0, count, 1, 0);
@@ -40,7 +40,7 @@ void WriteMovieOf(std::uint32_t samples, const boost::filesystem::path& path) {
   media.descriptions.push_back({Bytes(86), 0});
   media.descriptions[0].bytes[3] = 86;
   media.samples = SampleTable(Frames(samples));
-  track.edits.Append({media.samples.Duration() * 600 / 30000}, {0}, 1.0, track.TimeClock());
+  track.edits.Append({media.samples.Duration().units * 600 / 30000}, {0}, 1.0, track.TimeClock());
   OutputFile output(path);
   WriteFile(PlanReference(movie), {.movieFirst = false, .compress = false}, path, output);
   output.Commit();

@@ -128,7 +128,7 @@ class Model {
   }
 
   void PrintSamples(const toolbox::SampleTable& samples) {
-    out_ << "  samples " << samples.Count() << " duration " << samples.Duration();
+    out_ << "  samples " << samples.Count() << " duration " << samples.Duration().units;
     if (HasSyncTable(samples)) {
       std::uint64_t sync = 0;
       ForEachSync(samples, [&](std::uint64_t) { ++sync; });

@@ -13,11 +13,11 @@
 namespace toolbox {
 
 TimeValue GetMediaDuration(Media media) {
-  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration(); });
+  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeValue GetMediaDecodeDuration(Media media) {
-  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration(); });
+  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeScale GetMediaTimeScale(Media media) {

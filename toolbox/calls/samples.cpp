@@ -19,7 +19,7 @@ void Give(T* result, std::int64_t value) {
 
 // The sample on show at a media time. Throws Refused: invalidTime.
 std::uint64_t SampleOnShowAt(const MediaRecord& media, TimeValue time) {
-  const auto [first, last] = SamplesShownIn(media.samples, time, time + 1);
+  const auto [first, last] = SamplesShownIn(media.samples, {time}, {time + 1});
   if (time < 0 || first == last) throw Refused{invalidTime};
   return first;
 }
@@ -61,8 +61,8 @@ OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow, std::int32_t
     SampleData data = ReadSample(record, SampleOnShowAt(record, at), longest);
     const bool isSync = record.samples.SyncAtOrBefore(data.first) == data.first;
     Give(size, static_cast<std::int64_t>(data.bytes.size()));
-    Give(sampleTime, ShownAt(record.samples, data.first));
-    Give(durationPerSample, record.samples.DurationOf(data.first));
+    Give(sampleTime, ShownAt(record.samples, data.first).units);
+    Give(durationPerSample, record.samples.DurationOf(data.first).units);
     Give(descriptionNumber, data.description + std::int64_t{1});
     Give(count, data.count);
     Give(flags, isSync ? 0 : mediaSampleNotSync);

@@ -137,7 +137,7 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
     }
   }
   const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
-  return {samples.AppendInStep(table.samples, {from, to}, map)};
+  return samples.AppendInStep(table.samples, {from, to}, map);
 }
 
 MediaTime MediaRecord::Join(const MediaRecord& source) {
@@ -153,7 +153,7 @@ MediaTime MediaRecord::Join(const MediaRecord& source) {
     seen.push_back(SeenFromHere(source.SeenFromElsewhere(reference)));
   }
   const std::vector<std::uint32_t> map = Adopt(source.descriptions, seen);
-  const MediaTime base{samples.AppendSlice(source.samples, {0, count}, map)};
+  const MediaTime base = samples.AppendSlice(source.samples, {0, count}, map);
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;
 }

@@ -88,7 +88,7 @@ struct MediaRecord : MediaSettings {
   void BeginEdits();
   // Adds a sample and returns its decode time. Throws Refused: dataNotOpenForWrite, invalidDuration
   // (a file cannot state it).
-  MediaTime AddSample(ByteSpan bytes, SampleDescription description, std::int64_t duration);
+  MediaTime AddSample(ByteSpan bytes, SampleDescription description, MediaTime duration);
   // Appends the new samples to `samples`. Throws Refused: dataAlreadyClosed.
   void EndEdits();
 

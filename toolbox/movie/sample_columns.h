@@ -47,10 +47,11 @@ void ForEachTime(const SampleTable& samples, Visit&& visit) {
   RunJoiner<std::int64_t, Visit> joiner(visit);
   for (const SampleSlice& slice : samples.Slices()) {
     RowRange plain = slice.part;
-    if (slice.stretch != 0) --plain.to;
+    const bool isStretched = slice.stretch != MediaTime{};
+    if (isStretched) --plain.to;
     ForEachRunIn(slice.rows->times, plain, &TimeRun::delta,
                  [&](std::uint32_t count, std::uint32_t delta) { joiner.Add(count, delta); });
-    if (slice.stretch != 0) joiner.Add(1, slice.DurationOf(plain.to));
+    if (isStretched) joiner.Add(1, slice.DurationOf(plain.to).units);
   }
   joiner.Flush();
 }

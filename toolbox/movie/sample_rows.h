@@ -11,6 +11,7 @@
 #include "toolbox/bytes.h"
 #include "toolbox/held_bytes.h"
 #include "toolbox/movie/file_tables.h"
+#include "toolbox/movie/time.h"
 
 namespace toolbox {
 
@@ -29,7 +30,7 @@ using SampleRange = IndexRange<std::uint64_t>;  // samples of a media
 // The samples from `sample` on last `delta` media units each. The first is decoded at `time`.
 struct TimeRun {
   std::uint32_t sample = 0, delta = 0;
-  std::int64_t time = 0;
+  MediaTime time;
 };
 // The samples from `sample` on have the group description of that number; 0 is none.
 struct GroupRun {
@@ -52,7 +53,7 @@ struct SampleGroup {
 struct SampleRows {
   std::uint32_t count = 0;
   Table<TimeRun> times;  // covers all samples
-  std::int64_t duration = 0;  // sum of all deltas
+  MediaTime duration;  // sum of all deltas
   OffsetRuns offsets;  // empty: every offset is 0
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
@@ -83,17 +84,17 @@ struct SampleRows {
                  std::uint32_t description);
   // Makes the last sample longer or shorter, so that it ends at `time`. Changes nothing and returns
   // false if its duration would be 0 or too large for a file.
-  bool MoveEnd(std::int64_t time);
+  bool MoveEnd(MediaTime time);
 
   // Decode time of a sample; sample == count gives the end.
-  std::int64_t TimeOf(std::uint32_t sample) const;
+  MediaTime TimeOf(std::uint32_t sample) const;
   std::uint32_t DurationOf(std::uint32_t sample) const;
   std::int32_t OffsetOf(std::uint32_t sample) const;
   // The run of samples around it that have its duration, or its offset.
   RowRange TimesAround(std::uint32_t sample) const;
   RowRange OffsetsAround(std::uint32_t sample) const;
   // The sample decoded at `time`, 0 <= time < duration.
-  std::uint32_t SampleAt(std::int64_t time) const;
+  std::uint32_t SampleAt(MediaTime time) const;
   // How many samples are in a chunk; they are the first ones.
   std::uint32_t Located() const { return chunkRuns.Samples(); }
   // Bytes of `samples` samples of one chunk, from the sample `first` on.
@@ -115,8 +116,8 @@ struct SampleRows {
 
   // When the first of `range` to be shown starts to be, and the last one stops; both counted from
   // the decode time of range.from.
-  std::int64_t ShownFrom(RowRange range) const;
-  std::int64_t ShownUntil(RowRange range) const;
+  MediaTime ShownFrom(RowRange range) const;
+  MediaTime ShownUntil(RowRange range) const;
 
  private:
   const TimeRun& TimeRunOf(std::uint32_t sample) const;

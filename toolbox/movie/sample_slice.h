@@ -21,15 +21,15 @@ struct SampleSlice {
   std::shared_ptr<const SampleRows> rows;
   RowRange part;  // of the rows
   std::uint64_t first = 0;  // the sample that the row part.from is
-  std::int64_t time = 0;  // its decode time in the table
-  std::int64_t rowTime = 0;  // its decode time in the rows
-  std::int64_t length = 0;  // sum of the durations, `stretch` included
-  std::int64_t stretch = 0;  // added to the duration of the last sample
+  MediaTime time;  // its decode time in the table
+  MediaTime rowTime;  // its decode time in the rows
+  MediaTime length;  // sum of the durations, `stretch` included
+  MediaTime stretch;  // added to the duration of the last sample
   std::int32_t shift = 0;  // added to the offset of every sample
   std::shared_ptr<const std::vector<std::uint32_t>> descriptions;  // by index in the file
 
   std::uint64_t End() const { return first + part.Count(); }
-  std::int64_t EndTime() const { return time + length; }
+  MediaTime EndTime() const { return time + length; }
   std::uint32_t RowOf(std::uint64_t sample) const {
     return part.from + static_cast<std::uint32_t>(sample - first);
   }
@@ -39,20 +39,20 @@ struct SampleSlice {
     return {RowOf(std::max(range.from, first)), RowOf(std::min(range.to, End()))};
   }
 
-  std::int64_t TimeOf(std::uint32_t row) const { return time + rows->TimeOf(row) - rowTime; }
-  std::int64_t DurationOf(std::uint32_t row) const {
-    return rows->DurationOf(row) + (row + 1 == part.to ? stretch : 0);
+  MediaTime TimeOf(std::uint32_t row) const { return time + rows->TimeOf(row) - rowTime; }
+  MediaTime DurationOf(std::uint32_t row) const {
+    return MediaTime{rows->DurationOf(row)} + (row + 1 == part.to ? stretch : MediaTime{});
   }
-  std::int64_t ShownAt(std::uint32_t row) const {
-    return TimeOf(row) + rows->OffsetOf(row) + shift;
+  MediaTime ShownAt(std::uint32_t row) const {
+    return TimeOf(row) + MediaTime{rows->OffsetOf(row)} + MediaTime{shift};
   }
   // When its first sample to be shown starts and its last one ends, counted from `time`.
-  std::int64_t ShownFrom() const { return rows->ShownFrom(part) + shift; }
-  std::int64_t ShownUntil() const { return rows->ShownUntil(part) + shift; }
+  MediaTime ShownFrom() const { return rows->ShownFrom(part) + MediaTime{shift}; }
+  MediaTime ShownUntil() const { return rows->ShownUntil(part) + MediaTime{shift}; }
   bool HasOffsets() const { return shift != 0 || !rows->offsets.IsEmpty(); }
   // Whether `next` starts with the row after the last one here, and no time is between them.
   bool IsContinuedBy(const SampleSlice& next) const {
-    return rows == next.rows && part.to == next.part.from && stretch == 0;
+    return rows == next.rows && part.to == next.part.from && stretch == MediaTime{};
   }
 };
 

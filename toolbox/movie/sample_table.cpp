@@ -35,8 +35,8 @@ SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
   Add(std::move(slice));
 }
 
-std::int64_t SampleTable::AppendSlice(const SampleTable& other, SampleRange range,
-                                      std::span<const std::uint32_t> descriptions) {
+MediaTime SampleTable::AppendSlice(const SampleTable& other, SampleRange range,
+                                   std::span<const std::uint32_t> descriptions) {
   const std::uint64_t before = Count();
   for (SampleSlice& slice : other.Cut(range, descriptions)) {
     MakeRoomFor(slice);
@@ -45,16 +45,16 @@ std::int64_t SampleTable::AppendSlice(const SampleTable& other, SampleRange rang
   return TimeOf(before);
 }
 
-std::int64_t SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
-                                       std::span<const std::uint32_t> descriptions) {
-  const std::int64_t before = Duration();
+MediaTime SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
+                                    std::span<const std::uint32_t> descriptions) {
+  const MediaTime before = Duration();
   std::vector<SampleSlice> slices = other.Cut(range, descriptions);
-  std::int64_t decoded = 0, shownFrom = INT64_MAX;
+  MediaTime decoded, shownFrom{INT64_MAX};
   for (const SampleSlice& slice : slices) {
     shownFrom = std::min(shownFrom, decoded + slice.ShownFrom());
     decoded += slice.length;
   }
-  std::int64_t shift = -shownFrom;
+  std::int64_t shift = -shownFrom.units;
   // Rows that follow those added last keep their distance to them.
   if (!slices.empty() && !slices_.empty() && slices_.back().IsContinuedBy(slices.front())) {
     shift = std::int64_t{slices_.back().shift} - slices.front().shift;
@@ -76,7 +76,7 @@ std::vector<SampleSlice> SampleTable::Cut(SampleRange range,
   for (const SampleSlice& slice : SlicesIn(range)) {
     SampleSlice& cut = slices.emplace_back(slice);
     cut.part = slice.RowsIn(range);
-    if (cut.part.to != slice.part.to) cut.stretch = 0;
+    if (cut.part.to != slice.part.to) cut.stretch = {};
     cut.rowTime = slice.rows->TimeOf(cut.part.from);
     cut.length = slice.rows->TimeOf(cut.part.to) - cut.rowTime + cut.stretch;
     std::vector<std::uint32_t> map;
@@ -116,7 +116,7 @@ void SampleTable::Add(SampleSlice slice) {
   slices_.push_back(std::move(slice));
 }
 
-void SampleTable::StretchTo(std::int64_t time) {
+void SampleTable::StretchTo(MediaTime time) {
   if (slices_.empty() || time <= Duration()) return;
   SampleSlice& last = slices_.back();
   last.stretch += time - Duration();
@@ -130,7 +130,7 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     auto& rows = converted[slice.rows.get()];
     if (!rows) rows = std::make_shared<const SampleRows>(slice.rows->Rescaled(from, to));
     slice.rows = rows;
-    slice.stretch = Rescale(slice.stretch, from, to);
+    slice.stretch = {Rescale(slice.stretch.units, from, to)};
     const std::int64_t shift = Rescale(slice.shift, from, to);
     if (!HasRoom(*rows, shift)) throw Refused{invalidDuration};
     slice.shift = static_cast<std::int32_t>(shift);
@@ -152,19 +152,19 @@ std::span<const SampleSlice> SampleTable::SlicesIn(SampleRange range) const {
           std::ranges::lower_bound(slices_, range.to, {}, &SampleSlice::first)};
 }
 
-std::int64_t SampleTable::TimeOf(std::uint64_t sample) const {
+MediaTime SampleTable::TimeOf(std::uint64_t sample) const {
   if (sample >= Count()) return Duration();
   const SampleSlice& slice = SliceOf(sample);
   return slice.TimeOf(slice.RowOf(sample));
 }
 
-std::int64_t SampleTable::DurationOf(std::uint64_t sample) const {
+MediaTime SampleTable::DurationOf(std::uint64_t sample) const {
   const SampleSlice& slice = SliceOf(sample);
   return slice.DurationOf(slice.RowOf(sample));
 }
 
-std::uint64_t SampleTable::SampleAt(std::int64_t time) const {
-  if (time < 0) return 0;
+std::uint64_t SampleTable::SampleAt(MediaTime time) const {
+  if (time < MediaTime{}) return 0;
   if (time >= Duration()) return Count() - 1;
   const SampleSlice& slice =
       *std::prev(std::ranges::upper_bound(slices_, time, {}, &SampleSlice::time));
@@ -187,7 +187,7 @@ const SampleRows* SampleTable::WholeRows() const {
   if (slices_.empty()) return empty_.get();
   const SampleSlice& first = slices_.front();
   const bool isWhole = slices_.size() == 1 && first.part == RowRange{0, first.rows->count};
-  return isWhole && first.stretch == 0 && first.shift == 0 ? first.rows.get() : nullptr;
+  return isWhole && first.stretch == MediaTime{} && first.shift == 0 ? first.rows.get() : nullptr;
 }
 
 void SampleTable::LeaveFiles() const {
@@ -199,14 +199,14 @@ void TimeCursor::Find(std::uint64_t sample) {
   if (sample >= table_.Count()) {
     run_ = {table_.Count(), UINT64_MAX};
     time_ = table_.Duration();
-    delta_ = 0;
+    delta_ = {};
     return;
   }
   const SampleSlice& slice = table_.SliceOf(sample);
   const std::uint32_t row = slice.RowOf(sample);
   delta_ = slice.DurationOf(row);
   // A stretched last sample is a run of its own.
-  const std::uint32_t plainEnd = slice.stretch == 0 ? slice.part.to : slice.part.to - 1;
+  const std::uint32_t plainEnd = slice.stretch == MediaTime{} ? slice.part.to : slice.part.to - 1;
   RowRange run{row, slice.part.to};
   if (row < plainEnd) {
     const RowRange around = slice.rows->TimesAround(row);

@@ -12,7 +12,7 @@
 namespace toolbox {
 
 // Rows are shared, so joining tables costs a slice a stretch: the same few bytes for an hour of
-// sound, a thousand clips or ten hours of film. Times are in units of the media's scale.
+// sound, a thousand clips or ten hours of film.
 //
 // A table knows when each sample is decoded. What else there is to know of its samples:
 //   presentation.h    which of them are shown when
@@ -32,11 +32,11 @@ class SampleTable {
 
   std::uint64_t Count() const { return slices_.empty() ? 0 : slices_.back().End(); }
   // Sum of the durations: when the last sample has been decoded.
-  std::int64_t Duration() const { return slices_.empty() ? 0 : slices_.back().EndTime(); }
+  MediaTime Duration() const { return slices_.empty() ? MediaTime{} : slices_.back().EndTime(); }
   // When the last of all samples stops being shown.
-  std::int64_t ShownUntil() const { return shownUntil_; }
+  MediaTime ShownUntil() const { return shownUntil_; }
   // The later of the two.
-  std::int64_t EndTime() const { return std::max(Duration(), shownUntil_); }
+  MediaTime EndTime() const { return std::max(Duration(), shownUntil_); }
   OffsetBounds Offsets() const { return offsets_; }
 
   // Adds the samples `range` of `other` at the end. Every way from one media into another ends
@@ -46,8 +46,8 @@ class SampleTable {
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
   // Returns the decode time of the first new sample. O(slices).
-  std::int64_t AppendSlice(const SampleTable& other, SampleRange range,
-                           std::span<const std::uint32_t> descriptions);
+  MediaTime AppendSlice(const SampleTable& other, SampleRange range,
+                        std::span<const std::uint32_t> descriptions);
 
   // Adds samples like AppendSlice, but decodes and shows them from Duration() on: no sample here
   // lasts longer, and all new ones are shown earlier or later by the same time. Why: an edit hides
@@ -55,19 +55,19 @@ class SampleTable {
   //
   //   decoded  |  here  |[ from .. to )|
   //   shown    |  here  |[ from .. to )|
-  std::int64_t AppendInStep(const SampleTable& other, SampleRange range,
-                            std::span<const std::uint32_t> descriptions);
+  MediaTime AppendInStep(const SampleTable& other, SampleRange range,
+                         std::span<const std::uint32_t> descriptions);
 
   // Makes the last sample longer where Duration() would be less than `time`.
-  void StretchTo(std::int64_t time);
+  void StretchTo(MediaTime time);
   // The same samples with their times in another scale. Rounds and throws as SampleRows::Rescaled.
   SampleTable Rescaled(std::int32_t from, std::int32_t to) const;
 
   // When a sample is decoded; Duration() for Count().
-  std::int64_t TimeOf(std::uint64_t sample) const;
-  std::int64_t DurationOf(std::uint64_t sample) const;
+  MediaTime TimeOf(std::uint64_t sample) const;
+  MediaTime DurationOf(std::uint64_t sample) const;
   // The sample decoded at `time`; the first or the last for a time outside. Count() > 0.
-  std::uint64_t SampleAt(std::int64_t time) const;
+  std::uint64_t SampleAt(MediaTime time) const;
   // The last sync sample, partial ones included, up to `sample`, or the first sample of its slice.
   std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
 
@@ -93,7 +93,7 @@ class SampleTable {
 
   std::vector<SampleSlice> slices_;  // none is empty
   std::shared_ptr<const SampleRows> empty_;  // of a file without samples: it may have other tables
-  std::int64_t shownUntil_ = 0;
+  MediaTime shownUntil_;
   OffsetBounds offsets_;
 };
 
@@ -101,11 +101,11 @@ class SampleTable {
 class TimeCursor {
  public:
   explicit TimeCursor(const SampleTable& table) : table_(table) {}
-  std::int64_t TimeOf(std::uint64_t sample) {
+  MediaTime TimeOf(std::uint64_t sample) {
     Reach(sample);
-    return time_ + static_cast<std::int64_t>(sample - run_.from) * delta_;
+    return time_ + MediaTime{static_cast<std::int64_t>(sample - run_.from) * delta_.units};
   }
-  std::int64_t DurationOf(std::uint64_t sample) {
+  MediaTime DurationOf(std::uint64_t sample) {
     Reach(sample);
     return delta_;
   }
@@ -118,7 +118,7 @@ class TimeCursor {
 
   const SampleTable& table_;
   SampleRange run_;  // samples of one duration
-  std::int64_t time_ = 0, delta_ = 0;
+  MediaTime time_, delta_;
 };
 
 }  // namespace toolbox

@@ -21,10 +21,10 @@ std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
                                        const TrackRecord& track) {
   const SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  const std::int64_t time = Shows(edit, start - edit.start, clock).units;
-  const auto [first, last] = SamplesShownIn(samples, time, time + 1);
+  const MediaTime time = Shows(edit, start - edit.start, clock);
+  const auto [first, last] = SamplesShownIn(samples, time, time + MediaTime{1});
   if (first == last) return std::nullopt;
-  const MediaTime end{NextShownAfter(samples, time).value_or(samples.EndTime())};
+  const MediaTime end = NextShownAfter(samples, time).value_or(samples.EndTime());
   const MovieTime until = std::min(edit.End(), Reaches(edit, end, clock));
   if (until <= start) return std::nullopt;
   return SampleOnShow{start, until - start};
@@ -39,10 +39,10 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
   }
   const Clock clock = track.TimeClock();
   const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
-  const auto next = NextShownAfter(track.media->samples, before.units);
+  const auto next = NextShownAfter(track.media->samples, before);
   if (!next) return std::nullopt;
   // Of samples that start within one movie unit, the last is on show at its end.
-  const MovieTime start = std::max(from, Reaches(edit, {*next}, clock));
+  const MovieTime start = std::max(from, Reaches(edit, *next, clock));
   return start < edit.End() ? OnShowFrom(start, edit, track) : std::nullopt;
 }
 

@@ -78,11 +78,10 @@ EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTi
 void EndEditsWithMedia(TrackRecord& track) {
   SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  track.edits.EndWithMedia({samples.EndTime()}, clock);
+  track.edits.EndWithMedia(samples.EndTime(), clock);
   for (const Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
-    samples.StretchTo(
-        (edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp)).units);
+    samples.StretchTo(edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp));
   }
 }
 

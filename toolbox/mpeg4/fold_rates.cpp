@@ -67,7 +67,7 @@ class Moved {
       SampleTable stretch;
       stretch.AppendSlice(source, {from, used[i].samples.to}, same);
       stretch = stretch.Rescaled(ratio_.from, ratio_.to);
-      const std::int64_t start = samples.AppendSlice(stretch, {0, stretch.Count()}, same);
+      const MediaTime start = samples.AppendSlice(stretch, {0, stretch.Count()}, same);
       starts_[from] = {source.TimeOf(from), start};
     }
   }
@@ -76,12 +76,13 @@ class Moved {
     const UsedSamples needs = SamplesFor(track, edit);
     if (needs.samples.IsEmpty()) return Edit::kNothing;
     const Start& start = std::prev(starts_.upper_bound(needs.samples.from))->second;
-    return {start.now + Rescale(edit.mediaTime.units - start.before, ratio_.from, ratio_.to)};
+    return start.now +
+           MediaTime{Rescale((edit.mediaTime - start.before).units, ratio_.from, ratio_.to)};
   }
 
  private:
   struct Start {
-    std::int64_t before = 0, now = 0;  // decode times
+    MediaTime before, now;  // decode times
   };
   Ratio ratio_;
   std::map<std::uint64_t, Start> starts_;  // by first sample

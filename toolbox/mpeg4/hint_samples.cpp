@@ -101,9 +101,9 @@ void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
                    for (std::uint32_t i = 0; i < piece.count; ++i, ++sample) {
                      media.number = static_cast<std::uint32_t>(sample + 1);
                      media.size = SizeOf(source.samples, piece.sample + i, 1, piece.description);
-                     media.time = times.TimeOf(sample);
-                     media.duration = times.DurationOf(sample);
-                     media.shown = isReordered ? ShownAt(samples, sample) : media.time;
+                     media.time = times.TimeOf(sample).units;
+                     media.duration = times.DurationOf(sample).units;
+                     media.shown = isReordered ? ShownAt(samples, sample).units : media.time;
                      visit(std::as_const(media));
                      media.at += media.size;
                    }

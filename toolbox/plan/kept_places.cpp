@@ -95,7 +95,7 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
   const Edit& edit = *std::prev(after);
   if (edit.IsEmpty() || edit.End() <= time) return std::nullopt;
   const MediaTime into = track.source->TimeClock().Shown(time - edit.start, edit.rate);
-  const std::uint64_t sample = samples.SampleAt((edit.mediaTime + into).units);
+  const std::uint64_t sample = samples.SampleAt(edit.mediaTime + into);
   const auto chunk = std::ranges::upper_bound(track.chunks, sample, {}, &OutputChunk::sample);
   if (chunk == track.chunks.begin()) return std::nullopt;
   const OutputChunk& holder = *std::prev(chunk);

@@ -49,7 +49,7 @@ class ChunkCutter {
       : media_(media),
         descriptions_(descriptions),
         chunks_(chunks),
-        longest_(std::max(media.scale / 2, 1)) {}
+        longest_{std::max(media.scale / 2, 1)} {}
 
   // A new chunk starts with the next piece.
   void Close() { isOpen_ = false; }
@@ -71,7 +71,7 @@ class ChunkCutter {
  private:
   // How many samples of `piece` still go into the open chunk, or into a new one; whole packets.
   std::uint32_t Fitting(const SamplePiece& piece) {
-    const std::int64_t room = isOpen_ ? std::max<std::int64_t>(longest_ - duration_, 0) : longest_;
+    const MediaTime room = isOpen_ ? std::max(longest_ - duration_, MediaTime{}) : longest_;
     const std::uint64_t bytes =
         isOpen_ ? kLargestChunk - std::min(kLargestChunk, chunks_.back().size) : kLargestChunk;
     const SampleTable& samples = media_.samples;
@@ -79,7 +79,7 @@ class ChunkCutter {
     if (piece.count == 1) {
       if (times_.DurationOf(piece.sample) > room) return 0;
     } else if (times_.TimeOf(piece.sample + piece.count) - times_.TimeOf(piece.sample) > room) {
-      const std::int64_t end = times_.TimeOf(piece.sample) + room;
+      const MediaTime end = times_.TimeOf(piece.sample) + room;
       fitting = static_cast<std::uint32_t>(samples.SampleAt(end) - piece.sample);
     }
     if (piece.size > bytes) {
@@ -102,7 +102,7 @@ class ChunkCutter {
   void Take(SamplePiece& piece, std::uint32_t count, std::uint32_t description) {
     if (!isOpen_) {
       chunks_.push_back({.sample = piece.sample, .description = description});
-      duration_ = 0;
+      duration_ = {};
       isOpen_ = true;
     }
     const std::uint64_t size = count == piece.count
@@ -121,9 +121,9 @@ class ChunkCutter {
   std::span<const std::uint32_t> descriptions_;
   std::vector<OutputChunk>& chunks_;
   TimeCursor times_{media_.samples};
-  const std::int64_t longest_;  // media units
+  const MediaTime longest_;
   bool isOpen_ = false;
-  std::int64_t duration_ = 0;  // of the open chunk
+  MediaTime duration_;  // of the open chunk
 };
 
 // Sound is laid in front of the picture it belongs to, everything else behind.
@@ -218,9 +218,9 @@ void Planner::Prepare(std::size_t index) {
   if (source.samples.Count() != 0) output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {
-    const MediaTime now{
-        output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions)};
-    moved[part.samples.from] = now - MediaTime{source.samples.TimeOf(part.samples.from)};
+    const MediaTime now =
+        output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions);
+    moved[part.samples.from] = now - source.samples.TimeOf(part.samples.from);
   }
   // What such a track says of its samples would not be true of some of them.
   if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {

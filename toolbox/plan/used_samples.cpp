@@ -14,7 +14,7 @@ constexpr FourCC kSound{"soun"};
 
 // Packets of compressed sound depend on the one before, or on as many as their roll group says.
 std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
-  if (media.Type() != kSound || media.samples.DurationOf(sample) <= 1) return sample;
+  if (media.Type() != kSound || media.samples.DurationOf(sample) <= MediaTime{1}) return sample;
   const SampleSlice& slice = media.samples.SliceOf(sample);
   const std::uint64_t distance = RollDistance(*slice.rows, slice.RowOf(sample)).value_or(1);
   return sample - std::min(distance, sample - slice.first);
@@ -26,15 +26,14 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   if (edit.IsEmpty() || !track.media || track.media->samples.Count() == 0) return {};
   const SampleTable& samples = track.media->samples;
   const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
-  const std::int64_t start = edit.mediaTime.units,
-                     end = start + std::max<std::int64_t>(span.units, 1);
+  const MediaTime start = edit.mediaTime, end = start + std::max(span, MediaTime{1});
   // A rate of 0 dwells on one sample.
   auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
   // An edit up to the end of the decode times means all there is, also what is shown only later or
   // for no time at all.
   const SampleSlice& slice = samples.SliceOf(last - 1);
-  const MediaTime left{slice.EndTime() - slice.stretch - start};
+  const MediaTime left = slice.EndTime() - slice.stretch - start;
   if (edit.duration >=
       track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
     last = slice.End();
@@ -44,7 +43,8 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
 }
 
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
-  if (track.media && track.media->samples.Count() != 0 && track.media->samples.Duration() == 0) {
+  if (track.media && track.media->samples.Count() != 0 &&
+      track.media->samples.Duration() == MediaTime{}) {
     // No edit can show samples that last no time, and they are meant all the same.
     return {{{0, track.media->samples.Count()}, nullptr}};
   }
@@ -74,7 +74,7 @@ std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
 MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uint64_t sample) {
   if (used.edit == nullptr) return {};
   const Edit& edit = *used.edit;
-  const MediaTime into{ShownAt(track.media->samples, sample) - edit.mediaTime.units};
+  const MediaTime into = ShownAt(track.media->samples, sample) - edit.mediaTime;
   if (into.units <= 0 || edit.rate == 0) return edit.start;
   return edit.start +
          std::min(edit.duration, track.TimeClock().Lasting(into, edit.rate, Rounding::kDown));

@@ -136,7 +136,7 @@ void Joined::Append() {
   std::vector<std::uint32_t> map{random_.Below(2), 2 + random_.Below(2), 4};
   const bool continues = index == lastIndex && from == lastEnd && map == lastMap;
 
-  const std::int64_t base = table_.AppendSlice(source.table, {from, to}, map);
+  const std::int64_t base = table_.AppendSlice(source.table, {from, to}, map).units;
   if (from == to) {
     EXPECT_EQ(base, TimesOf(samples_).back());
     return;
@@ -169,23 +169,23 @@ void Joined::Append() {
 TEST_P(Joined, TellsTheTimeOfEverySample) {
   const auto times = TimesOf(samples_);
   ASSERT_EQ(table_.Count(), samples_.size());
-  EXPECT_EQ(table_.Duration(), times.back());
-  EXPECT_EQ(table_.TimeOf(samples_.size()), times.back());
+  EXPECT_EQ(table_.Duration().units, times.back());
+  EXPECT_EQ(table_.TimeOf(samples_.size()).units, times.back());
   TimeCursor forward(table_), anyhow(table_);
   for (std::uint64_t i = 0; i < samples_.size(); ++i) {
-    EXPECT_EQ(table_.TimeOf(i), times[i]);
-    EXPECT_EQ(table_.DurationOf(i), samples_[i].duration);
-    EXPECT_EQ(ShownAt(table_, i), times[i] + samples_[i].offset);
-    EXPECT_EQ(forward.TimeOf(i), times[i]);
-    EXPECT_EQ(forward.DurationOf(i), samples_[i].duration);
+    EXPECT_EQ(table_.TimeOf(i).units, times[i]);
+    EXPECT_EQ(table_.DurationOf(i).units, samples_[i].duration);
+    EXPECT_EQ(ShownAt(table_, i).units, times[i] + samples_[i].offset);
+    EXPECT_EQ(forward.TimeOf(i).units, times[i]);
+    EXPECT_EQ(forward.DurationOf(i).units, samples_[i].duration);
     const std::uint64_t other = random_.Below(samples_.size() + 1);
-    EXPECT_EQ(anyhow.TimeOf(other), times[other]);
+    EXPECT_EQ(anyhow.TimeOf(other).units, times[other]);
   }
-  EXPECT_EQ(table_.SampleAt(-1), 0U);
-  EXPECT_EQ(table_.SampleAt(times.back()), samples_.size() - 1);
+  EXPECT_EQ(table_.SampleAt({-1}), 0U);
+  EXPECT_EQ(table_.SampleAt({times.back()}), samples_.size() - 1);
   for (std::int64_t time = 0; time < times.back(); ++time) {
     const auto after = std::ranges::upper_bound(times, time);
-    ASSERT_EQ(table_.SampleAt(time), static_cast<std::uint64_t>(after - times.begin() - 1));
+    ASSERT_EQ(table_.SampleAt({time}), static_cast<std::uint64_t>(after - times.begin() - 1));
   }
 }
 
@@ -281,13 +281,13 @@ SampleRange ShownByBruteForce(const std::vector<Sample>& samples, std::int64_t f
 }
 
 TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
-  const std::int64_t end = std::min(table_.Duration(), shownUntil_);
+  const std::int64_t end = std::min(table_.Duration().units, shownUntil_);
   for (int round = 0; round < 200; ++round) {
     const auto from = std::int64_t{random_.Below(static_cast<std::uint64_t>(end))};
     const std::int64_t to = from + 1 + random_.Below(12);
     const auto expected = ShownByBruteForce(samples_, from, to);
     if (expected.from == samples_.size()) continue;  // before the first is shown
-    ASSERT_EQ(SamplesShownIn(table_, from, to), expected) << from << " to " << to;
+    ASSERT_EQ(SamplesShownIn(table_, {from}, {to}), expected) << from << " to " << to;
   }
 }
 
@@ -309,27 +309,27 @@ TEST(SampleTable, StretchesNothingBetweenEqualClips) {
   const SampleTable clip = Clip({20, 40, 10, 10});
   SampleTable joined;
   joined.AppendSlice(clip, {0, 4}, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(clip, {0, 4}, std::vector{0U}), 40);
-  EXPECT_EQ(joined.Duration(), 80);
+  EXPECT_EQ(joined.AppendSlice(clip, {0, 4}, std::vector{0U}), MediaTime{40});
+  EXPECT_EQ(joined.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, StretchesTheLastSampleWherePicturesWouldOverlap) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
   joined.AppendSlice(reordered, {0, 4}, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(plain, {0, 2}, std::vector{0U}), 60);
-  EXPECT_EQ(joined.DurationOf(3), 30);
-  EXPECT_EQ(joined.SampleAt(59), 3U);
+  EXPECT_EQ(joined.AppendSlice(plain, {0, 2}, std::vector{0U}), MediaTime{60});
+  EXPECT_EQ(joined.DurationOf(3), MediaTime{30});
+  EXPECT_EQ(joined.SampleAt({59}), 3U);
   SampleTable again;
   again.AppendSlice(joined, {0, 6}, std::vector{0U});
-  EXPECT_EQ(again.Duration(), 80);
+  EXPECT_EQ(again.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, MayBeAppendedToItself) {
   SampleTable table = Clip({0, 0, 0});
-  EXPECT_EQ(table.AppendSlice(table, {1, 3}, std::vector{0U}), 30);
+  EXPECT_EQ(table.AppendSlice(table, {1, 3}, std::vector{0U}), MediaTime{30});
   EXPECT_EQ(table.Count(), 5U);
-  EXPECT_EQ(table.Duration(), 50);
+  EXPECT_EQ(table.Duration(), MediaTime{50});
 }
 
 // An hour of packed sound in one description: `perChunk` samples a chunk.
@@ -370,8 +370,8 @@ TEST(SampleTable, KnowsFourBillionSamplesInNoTime) {
   }
   const std::uint64_t total = std::uint64_t{kCount} * 1000 - 999 * 500;
   EXPECT_EQ(table.Count(), total);
-  EXPECT_EQ(table.Duration(), static_cast<std::int64_t>(total));
-  EXPECT_EQ(table.SampleAt(table.Duration() / 2), total / 2);
+  EXPECT_EQ(table.Duration().units, static_cast<std::int64_t>(total));
+  EXPECT_EQ(table.SampleAt({table.Duration().units / 2}), total / 2);
   std::uint64_t samples = 0, bytes = 0;
   ForEachTime(table, [&](std::uint32_t count, std::int64_t) { samples += count; });
   ForEachPiece(table, {0, total}, [&](const SamplePiece& piece) { bytes += piece.size; });
@@ -395,24 +395,24 @@ TEST(SampleTable, ReadsTheRollDistanceOfASample) {
 TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
-  EXPECT_EQ(joined.AppendInStep(reordered, {0, 4}, std::vector{0U}), 0);
-  EXPECT_EQ(joined.AppendInStep(plain, {0, 2}, std::vector{0U}), 40);
+  EXPECT_EQ(joined.AppendInStep(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
+  EXPECT_EQ(joined.AppendInStep(plain, {0, 2}, std::vector{0U}), MediaTime{40});
   // In parts it is moved by as much as in one piece.
-  EXPECT_EQ(joined.AppendInStep(reordered, {0, 2}, std::vector{0U}), 60);
-  EXPECT_EQ(joined.AppendInStep(reordered, {2, 4}, std::vector{0U}), 80);
-  EXPECT_EQ(joined.Duration(), 100);
+  EXPECT_EQ(joined.AppendInStep(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
+  EXPECT_EQ(joined.AppendInStep(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
+  EXPECT_EQ(joined.Duration(), MediaTime{100});
   std::vector<std::int64_t> shown;
-  for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(ShownAt(joined, i));
+  for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(ShownAt(joined, i).units);
   EXPECT_EQ(shown, (std::vector<std::int64_t>{0, 30, 10, 20, 40, 50, 60, 90, 70, 80}));
-  EXPECT_EQ(joined.ShownUntil(), 100);
+  EXPECT_EQ(joined.ShownUntil(), MediaTime{100});
   std::vector<std::int32_t> offsets;
   ForEachOffset(joined, [&](std::uint32_t count, std::int32_t offset) {
     offsets.insert(offsets.end(), count, offset);
   });
   EXPECT_EQ(offsets, (std::vector<std::int32_t>{0, 20, -10, -10, 0, 0, 0, 20, -10, -10}));
   EXPECT_EQ(OffsetsVersion(joined), 1U);
-  EXPECT_EQ(SamplesShownIn(joined, 20, 30), (SampleRange{3, 4}));
-  EXPECT_EQ(ShownAt(joined.Rescaled(600, 1200), 1), 60);
+  EXPECT_EQ(SamplesShownIn(joined, {20}, {30}), (SampleRange{3, 4}));
+  EXPECT_EQ(ShownAt(joined.Rescaled(600, 1200), 1), MediaTime{60});
 }
 
 TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {

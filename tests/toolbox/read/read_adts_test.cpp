@@ -33,7 +33,7 @@ std::vector<Place> Places(const Bytes& file) {
   if (!movie) return places;
   const SampleTable& samples = movie->tracks.at(0)->media->samples;
   ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
-    places.emplace_back(piece.offset, piece.size, samples.DurationOf(piece.sample));
+    places.emplace_back(piece.offset, piece.size, samples.DurationOf(piece.sample).units);
   });
   return places;
 }

@@ -36,8 +36,8 @@ std::vector<Seen> SeenIn(const SampleTable& table) {
     std::uint64_t at = piece.offset;
     for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
       const auto size = static_cast<std::uint32_t>(SizeOf(table, i, 1, piece.description));
-      all.push_back({at, size, table.TimeOf(i), table.DurationOf(i), ShownAt(table, i),
-                     table.SyncAtOrBefore(i) == i, piece.description});
+      all.push_back({at, size, table.TimeOf(i).units, table.DurationOf(i).units,
+                     ShownAt(table, i).units, table.SyncAtOrBefore(i) == i, piece.description});
       at += size;
     }
   });

@@ -258,9 +258,9 @@ TEST_F(ReadMovie, FitsTablesThatStateTooFewSamples) {
                      Atom("stss", U32(0), U32(4), U32(3), U32(0), U32(1), U32(77)),
                      Atom("stsc", U32(0), U32(1), U32(1), U32(3), U32(1)),
                      Atom("stsz", U32(0), U32(4), U32(5)), Atom("stco", U32(0), U32(1), U32(0))));
-  EXPECT_EQ(table.Duration(), 50);
-  EXPECT_EQ(ShownAt(table, 0), -2);
-  EXPECT_EQ(ShownAt(table, 1), 10);
+  EXPECT_EQ(table.Duration(), MediaTime{50});
+  EXPECT_EQ(ShownAt(table, 0), MediaTime{-2});
+  EXPECT_EQ(ShownAt(table, 1), MediaTime{10});
   EXPECT_EQ(LocatedCount(table), 3U);
   EXPECT_EQ(table.SyncAtOrBefore(1), 0U);
   EXPECT_EQ(table.SyncAtOrBefore(4), 2U);
