@@ -46,7 +46,7 @@ void WriteMovieOf(std::uint32_t samples, const boost::filesystem::path& path) {
   media.descriptions.push_back({Bytes(86), 0});
   media.descriptions[0].bytes[3] = 86;
   media.samples = SampleTable(Frames(samples));
-  track.edits.Append({media.samples.Duration() * 600 / 30000}, {0}, 1.0, track.TimeClock());
+  track.edits.Append({media.samples.Duration().units * 600 / 30000}, {0}, 1.0, track.TimeClock());
   WriteReference(movie, path);
 }
 

@@ -2,6 +2,8 @@
 #include <string>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/references/file_reference.h"
 #include "tools/dump.h"
 
@@ -127,23 +129,23 @@ class Model {
   }
 
   void PrintSamples(const toolbox::SampleTable& samples) {
-    out_ << "  samples " << samples.Count() << " duration " << samples.Duration();
-    if (samples.HasSyncTable()) {
+    out_ << "  samples " << samples.Count() << " duration " << samples.Duration().units;
+    if (HasSyncTable(samples)) {
       std::uint64_t sync = 0;
-      samples.ForEachSync([&](std::uint64_t) { ++sync; });
+      ForEachSync(samples, [&](std::uint64_t) { ++sync; });
       out_ << " sync " << sync;
     }
-    if (samples.HasOffsets()) {
+    if (HasOffsets(samples)) {
       std::int32_t smallest = INT32_MAX, largest = INT32_MIN;
-      samples.ForEachOffset([&](std::uint32_t, std::int32_t offset) {
+      ForEachOffset(samples, [&](std::uint32_t, std::int32_t offset) {
         smallest = std::min(smallest, offset);
         largest = std::max(largest, offset);
       });
       out_ << " offsets " << smallest << ".." << largest;
     }
     std::uint64_t chunks = 0, size = 0;
-    const std::uint64_t located = samples.LocatedCount();
-    samples.ForEachPiece(0, located, [&](const toolbox::SamplePiece& piece) {
+    const std::uint64_t located = LocatedCount(samples);
+    ForEachPiece(samples, {0, located}, [&](const toolbox::SamplePiece& piece) {
       ++chunks;
       size += piece.size;
     });

@@ -3,6 +3,7 @@
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_times.h"
 #include "toolbox/read/sample_data.h"
 #include "toolbox/toolbox.h"
@@ -18,7 +19,7 @@ void Give(T* result, std::int64_t value) {
 
 // The index of the sample that is shown at a media time. Throws Refused: invalidTime.
 std::uint64_t SampleShownAt(const MediaRecord& media, TimeValue time) {
-  const auto [first, last] = media.samples.SamplesShownIn(time, time + 1);
+  const auto [first, last] = SamplesShownIn(media.samples, {time}, {time + 1});
   if (time < 0 || first == last) throw Refused{invalidTime};
   return first;
 }
@@ -60,8 +61,8 @@ OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow, std::int32_t
     SampleData data = ReadSample(record, SampleShownAt(record, at), longest);
     const bool isSync = record.samples.SyncAtOrBefore(data.first) == data.first;
     Give(size, static_cast<std::int64_t>(data.bytes.size()));
-    Give(sampleTime, record.samples.ShownAt(data.first));
-    Give(durationPerSample, record.samples.DurationOf(data.first));
+    Give(sampleTime, ShownAt(record.samples, data.first).units);
+    Give(durationPerSample, record.samples.DurationOf(data.first).units);
     Give(descriptionNumber, data.description + std::int64_t{1});
     Give(count, data.count);
     Give(flags, isSync ? 0 : mediaSampleNotSync);

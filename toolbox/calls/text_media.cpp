@@ -44,7 +44,7 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     look.face = face;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text);
     const MediaTime time = media.AddSample(TextSample({bytes, size}, media.textEncoding),
-                                           DescriptionOf(look), duration);
+                                           DescriptionOf(look), {duration});
     if (sampleTime != nullptr) *sampleTime = time.units;
   });
 }

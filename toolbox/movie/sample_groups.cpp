@@ -191,4 +191,21 @@ std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows) {
   return joined;
 }
 
+std::optional<std::uint32_t> RollDistance(const SampleRows& rows, std::uint32_t row) {
+  for (const SampleGroup& group : rows.groups) {
+    if (group.grouping != FourCC{"roll"}) continue;
+    const auto stated = ReadGroupDescriptions(group.descriptions);
+    if (!stated) continue;
+    const auto after = std::ranges::upper_bound(group.runs, row, {}, &GroupRun::sample);
+    const std::uint32_t number =
+        after == group.runs.begin() ? stated->standard : std::prev(after)->group;
+    if (number == 0 || number > stated->entries.size()) continue;
+    const ByteSpan entry = stated->entries[number - 1];
+    if (entry.size() != 2) continue;
+    const auto distance = static_cast<std::int16_t>(entry[0] << 8 | entry[1]);
+    if (distance < 0) return static_cast<std::uint32_t>(-distance);
+  }
+  return std::nullopt;
+}
+
 }  // namespace toolbox

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "toolbox/atoms/framing.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
@@ -73,10 +74,10 @@ Sibling MediaKindHeader(FourCC type) {
 void DressMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
-    if (!media.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
-    media.samples.MarkDescriptions(part.from, part.to, isUsed);
+    if (!IsLocated(media.samples, part.samples)) throw Refused{invalidSampleTable};
+    MarkDescriptions(media.samples, part.samples, isUsed);
     // QuickTime: sound whose samples are parts of packets. ISO has a sample a packet.
-    if (media.samples.PacketLength(part.from) != 1) throw Refused{featureUnsupported};
+    if (PacketLength(media.samples, part.samples.from) != 1) throw Refused{featureUnsupported};
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;

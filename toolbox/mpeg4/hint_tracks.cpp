@@ -7,6 +7,7 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/movie/run_joiner.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
 #include "toolbox/refused.h"
@@ -116,10 +117,11 @@ std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destinat
 
 // When a media sample is a hint sample, those that decoding can start with are the same.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
-  if (!media.HasSyncTable() || media.Count() != rows.count) return;
+  if (!HasSyncTable(media) || media.Count() != rows.count) return;
   rows.sync.emplace();
-  media.ForEachSync(
-      [&](std::uint64_t sample) { rows.sync->push_back(static_cast<std::uint32_t>(sample)); });
+  ForEachSync(media, [&](std::uint64_t sample) {
+    rows.sync->push_back(static_cast<std::uint32_t>(sample));
+  });
 }
 
 // Adds a hint track for the track at `index` and returns the bits it sends a second.

@@ -7,6 +7,7 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -134,7 +135,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
   if (!sizes || offsets.each.empty()) return std::nullopt;
   std::vector<CopyRange> ranges;
   std::size_t chunk = 0;
-  samples.ForEachPiece(0, rows.Located(), [&](const SamplePiece& piece) {
+  ForEachPiece(samples, {0, rows.Located()}, [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
     // One offset: all of it lies in one piece.
     if (offsets.each.size() == 1 && !isFirst) return;

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -21,7 +22,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
                      std::span<const std::uint64_t> ends) {
   const TrackRecord& source = *plan_.tracks[track].source;
   const MediaRecord& media = *source.media;
-  if (part.to - part.from > UINT32_MAX) return false;
+  if (part.samples.Count() > UINT32_MAX) return false;
   bool isInOrder = true;
   // Kept apart from the extents, so that the loop over millions of pieces works on registers.
   std::uint64_t filled = 0, end = 0, pieces = 0;
@@ -36,7 +37,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
   };
   std::uint64_t fileEnd = 0;
   std::uint32_t description = UINT32_MAX;
-  media.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+  ForEachPiece(media.samples, part.samples, [&](const SamplePiece& piece) {
     if (piece.description != description) {
       description = piece.description;
       fileEnd = ends[description];
@@ -94,13 +95,13 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
   const Edit& edit = *std::prev(after);
   if (edit.IsEmpty() || edit.End() <= time) return std::nullopt;
   const MediaTime into = track.source->TimeClock().Shown(time - edit.start, edit.rate);
-  const std::uint64_t sample = samples.SampleAt((edit.mediaTime + into).units);
+  const std::uint64_t sample = samples.SampleAt(edit.mediaTime + into);
   const auto chunk = std::ranges::upper_bound(track.chunks, sample, {}, &OutputChunk::sample);
   if (chunk == track.chunks.begin()) return std::nullopt;
   const OutputChunk& holder = *std::prev(chunk);
   if (sample >= holder.sample + holder.count) return std::nullopt;
   std::uint64_t place = 0;
-  samples.ForEachPiece(sample, sample + 1, [&](const SamplePiece& piece) {
+  ForEachPiece(samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
     place = holder.destination + (piece.offset - holder.source);
   });
   return place;

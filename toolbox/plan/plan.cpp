@@ -6,6 +6,7 @@
 #include <numeric>
 #include <tuple>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/plan/kept_places.h"
 #include "toolbox/plan/used_samples.h"
@@ -48,7 +49,7 @@ class ChunkCutter {
       : media_(media),
         descriptions_(descriptions),
         chunks_(chunks),
-        longest_(std::max(media.scale / 2, 1)) {}
+        longest_{std::max(media.scale / 2, 1)} {}
 
   // A new chunk starts with the next piece.
   void Close() { isOpen_ = false; }
@@ -62,7 +63,7 @@ class ChunkCutter {
         Close();
         continue;
       }
-      if (taken == 0) taken = std::min(piece.count, media_.samples.PacketLength(piece.sample));
+      if (taken == 0) taken = std::min(piece.count, PacketLength(media_.samples, piece.sample));
       Take(piece, taken, description);
     }
   }
@@ -70,7 +71,7 @@ class ChunkCutter {
  private:
   // How many samples of `piece` still go into the open chunk, or into a new one; whole packets.
   std::uint32_t Fitting(const SamplePiece& piece) {
-    const std::int64_t room = isOpen_ ? std::max<std::int64_t>(longest_ - duration_, 0) : longest_;
+    const MediaTime room = isOpen_ ? std::max(longest_ - duration_, MediaTime{}) : longest_;
     const std::uint64_t bytes =
         isOpen_ ? kLargestChunk - std::min(kLargestChunk, chunks_.back().size) : kLargestChunk;
     const SampleTable& samples = media_.samples;
@@ -78,7 +79,7 @@ class ChunkCutter {
     if (piece.count == 1) {
       if (times_.DurationOf(piece.sample) > room) return 0;
     } else if (times_.TimeOf(piece.sample + piece.count) - times_.TimeOf(piece.sample) > room) {
-      const std::int64_t end = times_.TimeOf(piece.sample) + room;
+      const MediaTime end = times_.TimeOf(piece.sample) + room;
       fitting = static_cast<std::uint32_t>(samples.SampleAt(end) - piece.sample);
     }
     if (piece.size > bytes) {
@@ -86,7 +87,7 @@ class ChunkCutter {
       std::uint32_t low = 0, high = fitting;
       while (low < high) {
         const std::uint32_t middle = high - (high - low) / 2;
-        if (samples.SizeOf(piece.sample, middle, piece.description) <= bytes) {
+        if (SizeOf(samples, piece.sample, middle, piece.description) <= bytes) {
           low = middle;
         } else {
           high = middle - 1;
@@ -95,18 +96,18 @@ class ChunkCutter {
       fitting = low;
     }
     if (fitting == piece.count) return fitting;
-    return fitting - fitting % samples.PacketLength(piece.sample);
+    return fitting - fitting % PacketLength(samples, piece.sample);
   }
 
   void Take(SamplePiece& piece, std::uint32_t count, std::uint32_t description) {
     if (!isOpen_) {
       chunks_.push_back({.sample = piece.sample, .description = description});
-      duration_ = 0;
+      duration_ = {};
       isOpen_ = true;
     }
     const std::uint64_t size = count == piece.count
                                    ? piece.size
-                                   : media_.samples.SizeOf(piece.sample, count, piece.description);
+                                   : SizeOf(media_.samples, piece.sample, count, piece.description);
     duration_ += times_.TimeOf(piece.sample + count) - times_.TimeOf(piece.sample);
     chunks_.back().size += size;
     chunks_.back().count += count;
@@ -119,10 +120,10 @@ class ChunkCutter {
   const MediaRecord& media_;
   std::span<const std::uint32_t> descriptions_;
   std::vector<OutputChunk>& chunks_;
-  SampleTable::TimeCursor times_{media_.samples};
-  const std::int64_t longest_;  // media units
+  TimeCursor times_{media_.samples};
+  const MediaTime longest_;
   bool isOpen_ = false;
-  std::int64_t duration_ = 0;  // of the open chunk
+  MediaTime duration_;  // of the open chunk
 };
 
 // Sound is laid in front of the picture it belongs to, everything else behind.
@@ -187,7 +188,7 @@ void Planner::MergeDescriptions(std::size_t index) {
   std::vector<std::uint32_t>& map = plan_.tracks[index].descriptions;
   std::vector<bool> isUsed(source.descriptions.size());
   for (const UsedSamples& part : prepared.used) {
-    source.samples.MarkDescriptions(part.from, part.to, isUsed);
+    MarkDescriptions(source.samples, part.samples, isUsed);
   }
   media.descriptions.clear();
   map.assign(isUsed.size(), 0);
@@ -208,7 +209,7 @@ void Planner::Prepare(std::size_t index) {
   const MediaRecord& source = *track.source->media;
   std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
   for (const UsedSamples& part : used) {
-    if (!source.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
+    if (!IsLocated(source.samples, part.samples)) throw Refused{invalidSampleTable};
   }
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
@@ -217,9 +218,9 @@ void Planner::Prepare(std::size_t index) {
   if (source.samples.Count() != 0) output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {
-    const MediaTime now{
-        output.media->samples.AppendSlice(source.samples, part.from, part.to, track.descriptions)};
-    moved[part.from] = now - MediaTime{source.samples.TimeOf(part.from)};
+    const MediaTime now =
+        output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions);
+    moved[part.samples.from] = now - source.samples.TimeOf(part.samples.from);
   }
   // What such a track says of its samples would not be true of some of them.
   if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
@@ -229,8 +230,8 @@ void Planner::Prepare(std::size_t index) {
   for (const Edit& edit : track.source->edits.Edits()) {
     const UsedSamples needs = SamplesFor(*track.source, edit);
     MediaTime mediaTime = Edit::kNothing;  // what shows no sample shows nothing
-    if (needs.from < needs.to) {
-      mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.from))->second;
+    if (!needs.samples.IsEmpty()) {
+      mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.samples.from))->second;
     }
     output.edits.Append(edit.duration, mediaTime, edit.rate, output.TimeClock());
   }
@@ -244,7 +245,7 @@ void Planner::Cut(std::size_t index) {
   for (const UsedSamples& part : prepared_[index].used) {
     cutter.Close();
     const std::size_t before = track.chunks.size();
-    source.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+    ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
       prepared_[index].CheckEnd(piece);
       cutter.Add(piece);
     });
@@ -287,7 +288,7 @@ SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> par
   std::iota(same.begin(), same.end(), 0U);
   SampleTable samples;
   for (const UsedSamples& part : parts) {
-    samples.AppendSlice(media.samples, part.from, part.to, same);
+    samples.AppendSlice(media.samples, part.samples, same);
   }
   return samples;
 }
@@ -319,7 +320,7 @@ void Planner::AddAuxiliary(std::size_t index) {
 bool UsesAllSamples(const TrackRecord& track) {
   if (!track.media) return true;
   std::uint64_t count = 0;
-  for (const UsedSamples& part : SamplesInUse(track)) count += part.to - part.from;
+  for (const UsedSamples& part : SamplesInUse(track)) count += part.samples.Count();
   return count == track.media->samples.Count();
 }
 

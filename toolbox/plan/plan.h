@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "toolbox/movie/movie.h"
+#include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
 
@@ -125,18 +126,18 @@ void FilePlan::ForEachRange(Visit&& visit) const {
     const OutputChunk& chunk = track.chunks[reference.chunk];
     const MediaRecord& media = *track.source->media;
     std::uint64_t destination = chunk.destination;
-    media.samples.ForEachPiece(chunk.sample, chunk.sample + chunk.count,
-                               [&](const SamplePiece& piece) {
-                                 const DataReference& from = media.ReferenceOf(piece.description);
-                                 if (open.from == &from && open.at + open.length == piece.offset &&
-                                     open.destination + open.length == destination) {
-                                   open.length += piece.size;
-                                 } else {
-                                   if (open.length != 0) visit(std::as_const(open));
-                                   open = {&from, piece.offset, piece.size, destination};
-                                 }
-                                 destination += piece.size;
-                               });
+    ForEachPiece(media.samples, {chunk.sample, chunk.sample + chunk.count},
+                 [&](const SamplePiece& piece) {
+                   const DataReference& from = media.ReferenceOf(piece.description);
+                   if (open.from == &from && open.at + open.length == piece.offset &&
+                       open.destination + open.length == destination) {
+                     open.length += piece.size;
+                   } else {
+                     if (open.length != 0) visit(std::as_const(open));
+                     open = {&from, piece.offset, piece.size, destination};
+                   }
+                   destination += piece.size;
+                 });
   }
   if (open.length != 0) visit(std::as_const(open));
   for (const CopyRange& range : auxiliary) visit(range);

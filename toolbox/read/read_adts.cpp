@@ -154,7 +154,7 @@ class AdtsReader {
 SampleDescription AdtsReader::Description() const {
   const auto setup = static_cast<std::uint16_t>(config_.objectType << 11U |
                                                 config_.rateIndex << 7U | config_.channels << 3U);
-  const double seconds = static_cast<double>(rows_->duration) / Rate();
+  const double seconds = static_cast<double>(rows_->duration.units) / Rate();
   const auto bitRate = static_cast<std::uint32_t>(
       std::min(static_cast<double>(bytes_) * 8 / seconds, double{UINT32_MAX}));
   constexpr std::uint8_t kStream = 3, kDecoder = 4, kSetup = 5, kSync = 6;
@@ -213,7 +213,7 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   media.descriptions = {reader.Description()};
   media.samples = SampleTable(reader.Rows());
   const Clock clock = track.TimeClock();
-  track.edits.Append(clock.Lasting({media.samples.Duration()}, 1.0), {0}, 1.0, clock);
+  track.edits.Append(clock.Lasting(media.samples.Duration(), 1.0), {0}, 1.0, clock);
   return movie;
 }
 

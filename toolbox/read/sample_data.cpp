@@ -1,6 +1,7 @@
 #include "toolbox/read/sample_data.h"
 
 #include "toolbox/movie/movie.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -17,12 +18,12 @@ std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
 }
 
 SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t longest) {
-  const auto [from, to] = media.samples.WholePackets(sample, sample + 1);
-  if (!media.samples.IsLocated(from, to)) throw Refused{invalidSampleTable};
+  const auto [from, to] = WholePackets(media.samples, {sample, sample + 1});
+  if (!IsLocated(media.samples, {from, to})) throw Refused{invalidSampleTable};
   const auto ownFile = media.track == nullptr ? std::nullopt : media.track->movie->file;
   SampleData data;
   data.first = from;
-  media.samples.ForEachPiece(from, to, [&](const SamplePiece& piece) {
+  ForEachPiece(media.samples, {from, to}, [&](const SamplePiece& piece) {
     if (longest != 0 && piece.size > longest) throw Refused{maxSizeToGrowTooSmall};
     const auto source = OpenSource(media.ReferenceOf(piece.description), ownFile);
     const std::uint64_t end = source->Size();

@@ -58,7 +58,7 @@ class Updater {
 
   void Update() {
     for (const auto& track : movie_.tracks) {
-      if (track->media) track->media->samples.OwnRows();
+      if (track->media) track->media->samples.LeaveFiles();
     }
     CheckOldMovieMayGo();
     FreeLeftovers();

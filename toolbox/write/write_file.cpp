@@ -179,7 +179,7 @@ class Header {
 // For work with sample tables after minutes of copying, when their files may have changed.
 void OwnTables(const FilePlan& plan) {
   for (const TrackPlan& track : plan.tracks) {
-    if (track.source->media) track.source->media->samples.OwnRows();
+    if (track.source->media) track.source->media->samples.LeaveFiles();
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/references/file_reference.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_samples.h"
@@ -47,18 +48,18 @@ Handler HandlerFor(const HandlerRecord& record, FileKind kind) {
 bool NeedsEditList(const TrackRecord& track) {
   const bool hadList =
       std::ranges::find(track.siblings, FourCC{"edts"}, &Sibling::type) != track.siblings.end();
-  const std::int64_t whole = track.media ? track.media->samples.Duration() : 0;
+  const MediaTime whole = track.media ? track.media->samples.Duration() : MediaTime{};
   const std::vector<Edit>& edits = track.edits.Edits();
-  if (edits.empty()) return whole != 0;
-  const auto lasts = [&](std::int64_t length) {
+  if (edits.empty()) return whole != MediaTime{};
+  const auto lasts = [&](MediaTime length) {
     const std::int64_t difference =
-        edits[0].duration.units - track.TimeClock().Lasting({length}, 1.0).units;
+        edits[0].duration.units - track.TimeClock().Lasting(length, 1.0).units;
     return difference >= -1 && difference <= 1;
   };
   // Without a list a media is shown up to the last of its samples to be seen.
-  const bool isPlain = edits.size() == 1 && edits[0].mediaTime == MediaTime{} &&
-                       edits[0].rate == 1.0 &&
-                       (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : 0));
+  const bool isPlain =
+      edits.size() == 1 && edits[0].mediaTime == MediaTime{} && edits[0].rate == 1.0 &&
+      (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : MediaTime{}));
   return hadList || !isPlain;
 }
 
@@ -186,7 +187,7 @@ class MovieAtoms {
     header.created = media.created;
     header.modified = now_;
     header.scale = media.scale;
-    header.duration = static_cast<std::uint64_t>(media.samples.Duration());
+    header.duration = static_cast<std::uint64_t>(media.samples.Duration().units);
     header.language = media.language;
     header.quality = media.quality;
     Container(FourCC{"mdia"}, media.siblings, [&](Writer& children) {
@@ -318,7 +319,7 @@ Bytes FileTypeOf(const FilePlan& plan) {
     brands += "avc1";
   }
   // Who knows this brand knows that offsets can be below 0.
-  if (has([](const MediaRecord& media) { return media.samples.HasOffsetsBelowZero(); })) {
+  if (has([](const MediaRecord& media) { return HasOffsetsBelowZero(media.samples); })) {
     brands += "iso4";
   }
   return Encode(FileType{FourCC{"mp42"}, 0, {brands.begin(), brands.end()}});

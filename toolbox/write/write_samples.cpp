@@ -8,6 +8,8 @@
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/sample_atoms.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/refused.h"
 
@@ -56,14 +58,14 @@ class ChunkWalk {
         visit(SampleChunks{1, chunk.count, chunk.description});
         continue;
       }
-      track_.source->media->samples.ForEachChunks(
-          chunk.sample, chunk.sample + chunk.count, [&](SampleChunks chunks) {
-            chunks.description = track_.descriptions[chunks.description];
-            visit(chunks);
-          });
+      toolbox::ForEachChunks(track_.source->media->samples,
+                             {chunk.sample, chunk.sample + chunk.count}, [&](SampleChunks chunks) {
+                               chunks.description = track_.descriptions[chunks.description];
+                               visit(chunks);
+                             });
     }
     if (!track_.chunks.empty()) return;
-    media_.samples.ForEachChunks(0, media_.samples.LocatedCount(), visit);
+    toolbox::ForEachChunks(media_.samples, {0, LocatedCount(media_.samples)}, visit);
   }
 
   // Calls visit(offset) for each chunk.
@@ -75,13 +77,13 @@ class ChunkWalk {
         continue;
       }
       const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
-      track_.source->media->samples.ForEachOffsetOfChunk(
-          chunk.sample, chunk.sample + chunk.count,
-          [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
+      ForEachChunkOffset(track_.source->media->samples, {chunk.sample, chunk.sample + chunk.count},
+                         [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
     }
     if (!track_.chunks.empty()) return;
-    media_.samples.ForEachOffsetOfChunk(
-        0, media_.samples.LocatedCount(), [&](std::uint64_t offset, std::uint32_t description) {
+    ForEachChunkOffset(
+        media_.samples, {0, LocatedCount(media_.samples)},
+        [&](std::uint64_t offset, std::uint32_t description) {
           const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
           visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
                       : offset);
@@ -146,8 +148,8 @@ void AddChunks(ChildWriter<Io>& table, Io& io, const ChunkWalk& walk) {
 
 // ISO states offsets below 0 in version 1; in a file of another kind the version stays what it was.
 std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
-  if (kind != FileKind::kMpeg4) return samples.OffsetsVersion();
-  return samples.HasOffsetsBelowZero() ? 1 : 0;
+  if (kind != FileKind::kMpeg4) return OffsetsVersion(samples);
+  return HasOffsetsBelowZero(samples) ? 1 : 0;
 }
 
 using OffsetRow = CompositionOffsets::Row;
@@ -155,20 +157,22 @@ using OffsetRow = CompositionOffsets::Row;
 template <class Io>
 void AddTimes(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKind kind) {
   table.Add(TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
-                           samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+                           ForEachTime(samples, [&](std::uint32_t count, std::int64_t delta) {
                              if (delta > UINT32_MAX) throw Refused{invalidDuration};
                              visit({count, static_cast<std::uint32_t>(delta)});
                            });
                          })});
-  if (!samples.HasOffsets()) return;
+  if (!HasOffsets(samples)) return;
   const std::uint64_t offsets = io.Measured([&samples] {
     std::uint64_t rows = 0;
-    samples.ForEachOffset([&](std::uint32_t, std::int32_t) { ++rows; },
-                          [&](ByteSpan stated) { rows += stated.size() / OffsetRow::kSize; });
+    ForEachOffset(
+        samples, [&](std::uint32_t, std::int32_t) { ++rows; },
+        [&](ByteSpan stated) { rows += stated.size() / OffsetRow::kSize; });
     return rows;
   });
   const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
-    samples.ForEachOffset(
+    ForEachOffset(
+        samples,
         [&](std::uint32_t count, std::int32_t offset) {
           rows({count, offset});
         },
@@ -183,46 +187,46 @@ void AddSync(ChildWriter<Io>& table, Io& io, const SampleTable& samples, FileKin
   const auto number = [](auto& visit) {
     return [&visit](std::uint64_t sample) { visit({Count(sample + 1)}); };
   };
-  if (samples.HasSyncTable()) {
+  if (HasSyncTable(samples)) {
     table.Add(SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                            samples.ForEachSync(number(visit));
+                            ForEachSync(samples, number(visit));
                           })});
   }
   // QuickTime only: where decoding can start, but not cleanly.
-  if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
+  if (kind != FileKind::kMpeg4 && HasPartialSync(samples)) {
     table.Add(PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                                   samples.ForEachPartialSync(number(visit));
+                                   ForEachPartialSync(samples, number(visit));
                                  })});
   }
 }
 
 template <class Io>
 void AddSizes(ChildWriter<Io>& table, const SampleTable& samples) {
-  if (const auto size = samples.ConstantSize()) {
+  if (const auto size = ConstantSize(samples)) {
     table.Add(ConstantSampleSize{0, *size, Count(samples.Count())});
     return;
   }
   table.Add(SampleSizes{
       0, 0, Rows<SampleSize>(Count(samples.Count()), [&samples](RowBatches<SampleSize>& rows) {
-        samples.ForEachEncodedSize([&](ByteSpan stated) { rows.Encoded(stated); });
+        ForEachEncodedSize(samples, [&](ByteSpan stated) { rows.Encoded(stated); });
       })});
 }
 
 template <class Io>
 void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
-  const auto groups = std::make_shared<const std::vector<JoinedGroup>>(samples.Groups());
+  const auto groups = std::make_shared<const std::vector<JoinedGroup>>(GroupsOf(samples));
   for (const JoinedGroup& group : *groups) {
     if (!group.descriptions.empty()) {
       table.Add(FourCC{"sgpd"}, [&io, &group, groups] { io.Append(group.descriptions); });
     }
     if (!group.isMapped) continue;
-    table.Add(
-        SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
-                      RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
-                        samples.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
-                          visit({count, number});
-                        });
-                      })});
+    table.Add(SampleToGroup{
+        group.versionAndFlags, group.grouping, group.parameter,
+        RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
+          ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {
+            visit({count, number});
+          });
+        })});
   }
 }
 
@@ -230,21 +234,21 @@ void AddGroups(ChildWriter<Io>& table, Io& io, const SampleTable& samples) {
 template <class Io>
 void AddValues(ChildWriter<Io>& table, const SampleTable& samples) {
   Bytes bytes;
-  if (samples.Has(&SampleRows::dependencies)) {
-    samples.ForEachValue(&SampleRows::dependencies,
-                         [&](std::uint8_t byte) { bytes.push_back(byte); });
+  if (HasValues(samples, &SampleRows::dependencies)) {
+    ForEachValue(samples, &SampleRows::dependencies,
+                 [&](std::uint8_t byte) { bytes.push_back(byte); });
     table.Add(SampleDependencies{0, std::exchange(bytes, {})});
   }
-  if (samples.Has(&SampleRows::priorities)) {
-    samples.ForEachValue(&SampleRows::priorities, [&](std::uint16_t priority) {
+  if (HasValues(samples, &SampleRows::priorities)) {
+    ForEachValue(samples, &SampleRows::priorities, [&](std::uint16_t priority) {
       bytes.push_back(static_cast<std::uint8_t>(priority >> 8U));
       bytes.push_back(static_cast<std::uint8_t>(priority));
     });
     table.Add(DegradationPriorities{0, std::exchange(bytes, {})});
   }
-  if (samples.Has(&SampleRows::padding)) {
+  if (HasValues(samples, &SampleRows::padding)) {
     bool isSecond = false;
-    samples.ForEachValue(&SampleRows::padding, [&](std::uint8_t bits) {
+    ForEachValue(samples, &SampleRows::padding, [&](std::uint8_t bits) {
       if (isSecond) {
         bytes.back() |= bits;
       } else {

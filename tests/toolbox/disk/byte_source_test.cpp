@@ -5,6 +5,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/plan/plan.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
@@ -53,8 +54,8 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
     const auto saved = ReadMovieFile(path, References::kResolve);
     ASSERT_EQ(saved->tracks[0]->layer, time);
     std::uint32_t sample = 0;
-    saved->tracks[0]->media->samples.ForEachSize(
-        [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
+    ForEachSize(saved->tracks[0]->media->samples,
+                [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
     ASSERT_EQ(sample, kSamples);
   }
 }

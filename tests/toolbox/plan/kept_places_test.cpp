@@ -1,4 +1,5 @@
 #include "toolbox/plan/kept_places.h"
+#include "toolbox/movie/sample_places.h"
 
 #include <gtest/gtest.h>
 
@@ -45,10 +46,11 @@ class KeptPlaces : public InFolder {
     for (const TrackPlan& track : plan.tracks) {
       for (const OutputChunk& chunk : track.chunks) {
         ASSERT_TRUE(chunk.keepsPlaces);
-        track.source->media->samples.ForEachPiece(
-            chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-              EXPECT_EQ(sourceOf[chunk.destination + piece.offset - chunk.source], piece.offset);
-            });
+        ForEachPiece(track.source->media->samples, {chunk.sample, chunk.sample + chunk.count},
+                     [&](const SamplePiece& piece) {
+                       EXPECT_EQ(sourceOf[chunk.destination + piece.offset - chunk.source],
+                                 piece.offset);
+                     });
       }
     }
   }
