@@ -4,7 +4,7 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/movie/sample_times.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sample_data.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

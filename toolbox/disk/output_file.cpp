@@ -12,7 +12,8 @@
 #include <optional>
 #include <utility>
 
-#include "toolbox/disk/block_cache.h"
+#include "toolbox/disk/block_reader.h"
+#include "toolbox/disk/system_error.h"
 #include "toolbox/disk/temporary_file.h"
 
 namespace toolbox {

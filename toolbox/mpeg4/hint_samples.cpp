@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "toolbox/atoms/fields.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/block_reader.h"
 
 namespace toolbox {
 
@@ -34,17 +34,14 @@ class TopLevelWalk {
   // What is in an atom of this file; to be looked at before the next call.
   ByteSpan Content(const TopLevelAtom& atom);
   // The first bytes of what follows the last atom, up to the 16 that a frame can have.
-  ByteSpan Following() { return Read(at_, std::min<std::uint64_t>(16, source_.Size() - at_)); }
+  ByteSpan Following() { return block_.At(source_, at_, 16); }
   // Where the last atom ends.
   std::uint64_t End() const { return at_; }
 
  private:
-  ByteSpan Read(std::uint64_t at, std::uint64_t size);
-
   const ByteSource& source_;
   std::uint64_t at_ = 0;
-  std::uint64_t blockStart_ = 0;
-  Bytes block_;
+  BlockReader block_{4096};
 };
 
 // What makes up the fragments of a movie and the way to them, ISO/IEC 14496-12 8.8: nothing that a

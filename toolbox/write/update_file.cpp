@@ -9,10 +9,11 @@
 #include <optional>
 
 #include "toolbox/disk/output_file.h"
+#include "toolbox/disk/system_error.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/plan/plan.h"
 #include "toolbox/read/file_atoms.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/write/write_file.h"
 #include "toolbox/write/write_movie.h"

@@ -6,7 +6,7 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/read/file_atoms.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_movie.h"
 

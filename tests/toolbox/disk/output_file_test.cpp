@@ -24,6 +24,9 @@
 #include <string>
 #include <vector>
 
+#include "toolbox/disk/system_error.h"
+#include "toolbox/references/sources.h"
+
 namespace toolbox {
 namespace {
 
