@@ -75,7 +75,8 @@ std::size_t EditList::Split(MovieTime at, Clock clock) {
 void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clock clock) {
   std::vector<Edit> after;
   if (at < Duration()) {
-    const auto from = edits_.begin() + static_cast<std::ptrdiff_t>(Split(at, clock));
+    const auto index = static_cast<std::ptrdiff_t>(Split(at, clock));
+    const auto from = edits_.begin() + index;
     after.assign(from, edits_.end());
     edits_.erase(from, edits_.end());
   }
