@@ -5,6 +5,7 @@
 #include "bench/measure.h"
 #include "toolbox/disk/output_file.h"
 #include "toolbox/movie/movie.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/write_file.h"
 

@@ -13,6 +13,8 @@
 #include "toolbox/calls/references.h"
 #include "toolbox/disk/output_file.h"
 #include "toolbox/disk/system_error.h"
+#include "toolbox/plan/flatten.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/references/sources.h"
 #include "toolbox/toolbox.h"

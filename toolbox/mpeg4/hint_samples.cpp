@@ -91,21 +91,20 @@ void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
   SampleTable::TimeCursor times(samples);
   const bool isReordered = samples.HasOffsets();
   std::uint64_t sample = 0;
-  for (const OutputChunk& chunk : track.chunks) {
-    source.samples.ForEachPiece(
-        chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-          MediaSample media{0, &source.ReferenceOf(piece.description), piece.offset};
-          for (std::uint32_t i = 0; i < piece.count; ++i, ++sample) {
-            media.number = static_cast<std::uint32_t>(sample + 1);
-            media.size = source.samples.SizeOf(piece.sample + i, 1, piece.description);
-            media.time = times.TimeOf(sample);
-            media.duration = times.DurationOf(sample);
-            media.shown = isReordered ? samples.ShownAt(sample) : media.time;
-            visit(std::as_const(media));
-            media.at += media.size;
-          }
-        });
-  }
+  track.ForEachCopied([&](std::uint64_t first, std::uint32_t count) {
+    source.samples.ForEachPiece(first, first + count, [&](const SamplePiece& piece) {
+      MediaSample media{0, &source.ReferenceOf(piece.description), piece.offset};
+      for (std::uint32_t i = 0; i < piece.count; ++i, ++sample) {
+        media.number = static_cast<std::uint32_t>(sample + 1);
+        media.size = source.samples.SizeOf(piece.sample + i, 1, piece.description);
+        media.time = times.TimeOf(sample);
+        media.duration = times.DurationOf(sample);
+        media.shown = isReordered ? samples.ShownAt(sample) : media.time;
+        visit(std::as_const(media));
+        media.at += media.size;
+      }
+    });
+  });
 }
 
 class HintMaker {

@@ -31,7 +31,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
     Extent& open = extents_.back();
     open.end = end;
     open.filled = std::exchange(filled, 0);
-    open.chunk.count = std::exchange(samples, 0);
+    open.stretch.count = std::exchange(samples, 0);
     chunks_ += std::exchange(pieces, 0);
   };
   std::uint64_t fileEnd = 0;
@@ -48,9 +48,8 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
         open.from = &from;
         open.track = track;
         open.shown = FirstShown(source, part, piece.sample);
-        open.begin = end = open.chunk.source = piece.offset;
-        open.chunk.sample = piece.sample;
-        open.chunk.keepsPlaces = true;
+        open.begin = end = open.stretch.source = piece.offset;
+        open.stretch.sample = piece.sample;
         isInOrder = isInOrder && !open.file.empty();
       }
     }
@@ -95,9 +94,11 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
   if (edit.IsEmpty() || edit.End() <= time) return std::nullopt;
   const MediaTime into = track.source->TimeClock().Shown(time - edit.start, edit.rate);
   const std::uint64_t sample = samples.SampleAt((edit.mediaTime + into).units);
-  const auto chunk = std::ranges::upper_bound(track.chunks, sample, {}, &OutputChunk::sample);
-  if (chunk == track.chunks.begin()) return std::nullopt;
-  const OutputChunk& holder = *std::prev(chunk);
+  const auto* stretches = std::get_if<KeptStretches>(&track.places);
+  if (stretches == nullptr) return std::nullopt;
+  const auto next = std::ranges::upper_bound(*stretches, sample, {}, &KeptStretch::sample);
+  if (next == stretches->begin()) return std::nullopt;
+  const KeptStretch& holder = *std::prev(next);
   if (sample >= holder.sample + holder.count) return std::nullopt;
   std::uint64_t place = 0;
   samples.ForEachPiece(sample, sample + 1, [&](const SamplePiece& piece) {
@@ -145,14 +146,18 @@ bool KeptPlaces::Take() {
   for (Block& block : blocks) {
     block.range.destination = size;
     for (Extent* extent : block.extents) {
-      extent->chunk.destination = size + (extent->begin - block.range.at);
-      extent->chunk.size = extent->end - extent->begin;
+      extent->stretch.destination = size + (extent->begin - block.range.at);
+      extent->stretch.size = extent->end - extent->begin;
     }
     size += block.range.length;
   }
-  for (const Extent& extent : extents_) plan_.tracks[extent.track].chunks.push_back(extent.chunk);
+  for (const Extent& extent : extents_) {
+    SamplePlaces& places = plan_.tracks[extent.track].places;
+    if (std::holds_alternative<StaysInPlace>(places)) places = KeptStretches{};
+    std::get<KeptStretches>(places).push_back(extent.stretch);
+  }
   if (!IsInterleaved()) {
-    for (TrackPlan& track : plan_.tracks) track.chunks.clear();
+    for (TrackPlan& track : plan_.tracks) track.places = StaysInPlace{};
     return false;
   }
   for (const Block& block : blocks) plan_.blocks.push_back(block.range);

@@ -35,7 +35,7 @@ class KeptPlaces {
     std::size_t track = 0;
     MovieTime shown;
     std::uint64_t begin = 0, end = 0, filled = 0;  // bytes
-    OutputChunk chunk;
+    KeptStretch stretch;
   };
   struct Block {
     CopyRange range;

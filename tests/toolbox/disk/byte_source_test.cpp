@@ -5,7 +5,8 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
-#include "toolbox/plan/plan.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
 #include "toolbox/write/write_file.h"
