@@ -64,6 +64,7 @@ class CutShort : public InFolder {
     tested.write(whole);
     ASSERT_EQ(Found(tested.old), Which::kOld);
     ASSERT_EQ(Found(whole.Seen()), Which::kNew);
+    for (const Bytes& left : whole.AfterPowerCut()) EXPECT_NE(Found(left), Which::kBroken);
     const int operations = whole.Operations();
     ASSERT_GT(operations, 2);
     for (int i = 0; i < operations; ++i) {
