@@ -145,7 +145,7 @@ struct OutputFile::State {
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
 
-  // Runs `body`. A file with a part missing must not be given its name by a caller that goes on.
+  // Runs `body`. A file with a part missing must not get its name, even if the caller goes on.
   void Step(auto body) {
     if (!std::exchange(isSound, false)) throw Refused{ioErr};
     body();
@@ -166,8 +166,7 @@ struct OutputFile::State {
 
   void Drain() { HandOver({buffer.data(), std::exchange(gathered, 0)}); }
 
-  // Free room in the buffer for up to `wanted` bytes: all of them when they fit into a buffer at
-  // all.
+  // Free room in the buffer: `wanted` bytes, or all of an empty buffer when it is smaller.
   std::span<std::uint8_t> Room(std::uint64_t wanted) {
     const std::uint64_t size = std::min<std::uint64_t>(wanted, kBufferSize);
     if (size > kBufferSize - gathered) Drain();

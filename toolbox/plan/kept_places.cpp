@@ -23,7 +23,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
   const MediaRecord& media = *source.media;
   if (part.to - part.from > UINT32_MAX) return false;
   bool isInOrder = true;
-  // Kept apart from the extents, so that the loop over millions of pieces works on registers.
+  // Not in the extent, so that the loop over millions of pieces works on registers.
   std::uint64_t filled = 0, end = 0, pieces = 0;
   std::uint32_t samples = 0;
   const auto close = [&] {
@@ -108,15 +108,15 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
 }
 
 bool KeptPlaces::IsInterleaved() const {
-  // What is shown at one time lies in front of all that is shown two seconds later. In a long movie
-  // that is asked here and there.
+  // What is shown at one time has to be before everything that is shown two seconds later. In a
+  // long movie only some times are checked.
   constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
   const MovieTime apart{kSeconds * plan_.movie->scale};
   const MovieTime length = plan_.movie->Duration();
   const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
   std::uint64_t farthest = 0;
-  // Whether nothing that is shown at that time lies in front of what was looked at before.
-  const auto isBehind = [&](MovieTime time) {
+  // Whether everything that is shown at that time is after what was looked at before.
+  const auto isAfter = [&](MovieTime time) {
     std::uint64_t next = farthest;
     for (const TrackPlan& track : plan_.tracks) {
       if (!track.source->media) continue;
@@ -131,8 +131,8 @@ bool KeptPlaces::IsInterleaved() const {
     return true;
   };
   for (MovieTime time; time < length; time = time + step) {
-    if (!isBehind(time)) return false;
-    if (step != apart && !isBehind(time + apart)) return false;
+    if (!isAfter(time)) return false;
+    if (step != apart && !isAfter(time + apart)) return false;
   }
   return true;
 }

@@ -1,4 +1,4 @@
-// What an output file will hold and where, before a byte of it is written.
+// What an output file will have and where, before a byte of it is written.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ struct PackedChunk {
 };
 using PackedChunks = std::vector<PackedChunk>;
 
-// Consecutive samples that are copied as they lie in their file, among the samples of other tracks.
+// Consecutive samples that are copied as they are in their file, among the samples of other tracks.
 // The output has all the chunks that they have in the source.
 struct KeptStretch {
   std::uint64_t sample = 0;  // the first, as the source's table counts
@@ -40,7 +40,7 @@ using KeptStretches = std::vector<KeptStretch>;
 // What becomes of the samples of a track, in their order.
 using SamplePlaces = std::variant<StaysInPlace, PackedChunks, KeptStretches>;
 
-// Where what one 'saio' leads to goes.
+// The destination of the data that one 'saio' points to.
 struct AuxiliaryPlace {
   std::size_t table = 0;  // the 'saio', as an index into the other tables of the source's rows
   std::uint64_t destination = 0;  // bytes from the start of the media data
@@ -107,7 +107,7 @@ struct FilePlan {
   std::optional<OtherFile> ownFile;  // what ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
   // The media data, front to back:
-  std::vector<CopyRange> blocks;  // the files, or parts of them, that kept stretches lie in
+  std::vector<CopyRange> blocks;  // the files, or parts of them, that have kept stretches
   std::vector<ChunkReference> order;  // packed chunks
   std::vector<CopyRange> auxiliary;  // what lies beside the samples
   std::vector<MadeData> made;

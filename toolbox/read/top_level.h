@@ -1,4 +1,4 @@
-// The atoms of a file, one behind the other, without reading what is in them.
+// The top-level atoms of a file, one after the other, without reading what is in them.
 #pragma once
 
 #include <algorithm>
@@ -23,15 +23,14 @@ struct TopLevelLayout {
 
 TopLevelLayout TopLevelAtoms(const ByteSource& source);
 
-// Walks the atoms of a file. Reads a block at a time, so that a run of small atoms costs one read,
-// and skips what is long.
+// Walks the atoms of a file. Many small atoms cost one read, and long ones are skipped.
 class TopLevelWalk {
  public:
   explicit TopLevelWalk(const ByteSource& source) : source_(source) {}
 
   // The next whole atom; nothing at the end of the file, or where no whole atom follows.
   std::optional<TopLevelAtom> Next();
-  // What is in an atom of this file; to be looked at before the next call.
+  // The content of an atom of this file; valid until the next call.
   ByteSpan Content(const TopLevelAtom& atom);
   // The first bytes of what follows the last atom, up to the 16 that a frame can have.
   ByteSpan Following() { return block_.At(source_, at_, 16); }
@@ -44,8 +43,8 @@ class TopLevelWalk {
   BlockReader block_{4096};
 };
 
-// What makes up the fragments of a movie and the way to them, ISO/IEC 14496-12 8.8: nothing that a
-// movie with sample tables has use for.
+// Whether an atom of that type is part of the fragments of a movie or an index of them, ISO/IEC
+// 14496-12 8.8. A movie with sample tables needs none of them.
 bool BelongsToFragments(FourCC type);
 
 // The first whole atom of that type. A cut one of that type is Malformed.
