@@ -120,36 +120,30 @@ void AddAtoms(std::vector<AtomToCopy> atoms, const ByteSource* source, NewFile& 
   }
 }
 
+void AddHeader(bool compress, PlannedHeader& header, std::uint64_t dataStart, NewFile& file) {
+  if (compress) {
+    file.Write(header.Compress(dataStart));
+  } else {
+    file.WriteHeader(header.SizeAt(dataStart), dataStart);
+  }
+}
+
 // Adds header and media data to a file that has its type already.
 void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, NewFile& file) {
-  const std::uint64_t start = file.Position();
-  const bool hasMedia = plan.dataSize != 0;
-  const std::uint64_t dataHead = hasMedia ? HeadOf(plan).size() : 0;
-  const bool movieFirst = layout.movieFirst || !hasMedia;
-
-  // Without media data nothing depends on where it starts.
-  std::uint64_t dataStart = hasMedia ? start + dataHead : 0;
-  std::uint64_t size = 0;
-  Bytes compressed;
-  if (layout.compress) {
-    compressed = movieFirst && hasMedia ? CompressInFront(header, start, dataHead)
-                                        : header.Compress(dataStart);
-    size = compressed.size();
-  } else {
-    size = movieFirst && hasMedia ? SizeInFront(header, start, dataHead) : header.SizeAt(dataStart);
+  // Nothing depends on the start of media data that is not there.
+  if (plan.dataSize == 0) return AddHeader(layout.compress, header, 0, file);
+  const std::uint64_t start = file.Position(), dataHead = HeadOf(plan).size();
+  if (!layout.movieFirst) {
+    file.AddMedia(plan);
+    return AddHeader(layout.compress, header, start + dataHead, file);
   }
-  if (movieFirst && hasMedia) dataStart += size;
-
-  const auto addHeader = [&] {
-    if (layout.compress) {
-      file.Write(std::move(compressed));
-    } else {
-      file.WriteHeader(size, dataStart);
-    }
-  };
-  if (movieFirst) addHeader();
+  if (layout.compress) {
+    file.Write(CompressInFront(header, start, dataHead));
+  } else {
+    const std::uint64_t size = SizeInFront(header, start, dataHead);
+    file.WriteHeader(size, start + size + dataHead);
+  }
   file.AddMedia(plan);
-  if (!movieFirst) addHeader();
 }
 
 }  // namespace
