@@ -6,6 +6,7 @@
 
 #include "bench/measure.h"
 #include "toolbox/movie/movie.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/storage.h"
 

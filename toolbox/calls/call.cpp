@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "toolbox/atoms/malformed.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/system_error.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

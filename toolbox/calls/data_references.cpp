@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {

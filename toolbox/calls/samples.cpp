@@ -5,7 +5,7 @@
 #include "toolbox/calls/references.h"
 #include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_times.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sample_data.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

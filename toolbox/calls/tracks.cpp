@@ -4,11 +4,11 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/disk/byte_source.h"
 #include "toolbox/movie/cuts.h"
 #include "toolbox/movie/media_types.h"
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/new_media.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {

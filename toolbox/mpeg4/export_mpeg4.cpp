@@ -10,6 +10,7 @@
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
+#include "toolbox/plan/flatten.h"
 #include "toolbox/plan/used_samples.h"
 #include "toolbox/refused.h"
 

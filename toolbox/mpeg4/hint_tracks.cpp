@@ -100,9 +100,9 @@ Bytes TextAtom(FourCC type, const std::string& text) {
 }
 
 // As few chunks as are still read in one go.
-std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
+PackedChunks ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   constexpr std::uint64_t kLargest = 1 << 20;
-  std::vector<OutputChunk> chunks;
+  PackedChunks chunks;
   for (std::uint32_t sample = 0; sample < rows.count; ++sample) {
     const std::uint64_t size = rows.sizes[sample];
     if (chunks.empty() || chunks.back().size + size > kLargest) {

@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "toolbox/atoms/fields.h"
+#include "toolbox/disk/block_reader.h"
 #include "toolbox/movie/new_media.h"
+#include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {
@@ -48,33 +50,9 @@ std::optional<Frame> ReadHeader(ByteSpan bytes) {
   return frame;
 }
 
-// The bytes of a file in their order, without a system call for each few.
-class Window {
- public:
-  explicit Window(const ByteSource& source) : source_(source) {}
-
-  // Up to `size` bytes at `at`, fewer at the end of the file.
-  ByteSpan At(std::uint64_t at, std::size_t size) {
-    if (at >= source_.Size()) return {};
-    size = static_cast<std::size_t>(std::min<std::uint64_t>(size, source_.Size() - at));
-    if (at < start_ || at + size > start_ + block_.size()) {
-      start_ = at;
-      block_.resize(std::min<std::uint64_t>(kBlock, source_.Size() - at));
-      source_.Read(at, block_);
-    }
-    return ByteSpan(block_).subspan(at - start_, size);
-  }
-
- private:
-  static constexpr std::uint64_t kBlock = 256 << 10;
-  const ByteSource& source_;
-  std::uint64_t start_ = 0;
-  Bytes block_;
-};
-
 class AdtsReader {
  public:
-  explicit AdtsReader(const ByteSource& source) : source_(source), window_(source) {}
+  explicit AdtsReader(const ByteSource& source) : source_(source) {}
 
   // False when the file holds no AAC.
   bool Read() {
@@ -103,7 +81,7 @@ class AdtsReader {
   std::uint64_t AfterTags() {
     std::uint64_t at = 0;
     for (;;) {
-      const ByteSpan tag = window_.At(at, 10);
+      const ByteSpan tag = block_.At(source_, at, 10);
       if (tag.size() < 10 || tag[0] != 'I' || tag[1] != 'D' || tag[2] != '3') return at;
       std::uint64_t size = 0;
       for (const std::uint8_t byte : tag.subspan(6, 4)) size = size << 7U | (byte & 0x7FU);
@@ -113,7 +91,7 @@ class AdtsReader {
 
   // The frame at `at` that is all there.
   std::optional<Frame> FrameAt(std::uint64_t at) {
-    auto frame = ReadHeader(window_.At(at, kHeaderSize));
+    auto frame = ReadHeader(block_.At(source_, at, kHeaderSize));
     if (frame && frame->size > source_.Size() - at) frame.reset();
     return frame;
   }
@@ -130,7 +108,7 @@ class AdtsReader {
   // Goes on to the next frame of the same kind that another follows, or the end of the file.
   bool FindNext() {
     for (++at_; at_ + kHeaderSize <= source_.Size(); ++at_) {
-      if (window_.At(at_, 1)[0] != 0xFF) continue;
+      if (block_.At(source_, at_, 1)[0] != 0xFF) continue;
       const auto frame = FrameAt(at_);
       if (!frame || frame->config != config_) continue;
       const std::uint64_t end = at_ + frame->size;
@@ -141,7 +119,7 @@ class AdtsReader {
   }
 
   const ByteSource& source_;
-  Window window_;
+  BlockReader block_{256 << 10};
   std::uint64_t at_ = 0;
   Config config_;
   std::shared_ptr<SampleRows> rows_ = std::make_shared<SampleRows>();

@@ -16,6 +16,7 @@
 #include "toolbox/read/read_samples.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/references/file_reference.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

@@ -1,4 +1,4 @@
-// The atoms of a file, one behind the other, without reading what is in them.
+// The top-level atoms of a file, one after the other, without reading what is in them.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/block_reader.h"
 
 namespace toolbox {
 
@@ -23,32 +23,28 @@ struct TopLevelLayout {
 
 TopLevelLayout TopLevelAtoms(const ByteSource& source);
 
-// Walks the atoms of a file. Reads a block at a time, so that a run of small atoms costs one read,
-// and skips what is long.
+// Walks the atoms of a file. Many small atoms cost one read, and long ones are skipped.
 class TopLevelWalk {
  public:
   explicit TopLevelWalk(const ByteSource& source) : source_(source) {}
 
   // The next whole atom; nothing at the end of the file, or where no whole atom follows.
   std::optional<TopLevelAtom> Next();
-  // What is in an atom of this file; to be looked at before the next call.
+  // The content of an atom of this file; valid until the next call.
   ByteSpan Content(const TopLevelAtom& atom);
   // The first bytes of what follows the last atom, up to the 16 that a frame can have.
-  ByteSpan Following() { return Read(at_, std::min<std::uint64_t>(16, source_.Size() - at_)); }
+  ByteSpan Following() { return block_.At(source_, at_, 16); }
   // Where the last atom ends.
   std::uint64_t End() const { return at_; }
 
  private:
-  ByteSpan Read(std::uint64_t at, std::uint64_t size);
-
   const ByteSource& source_;
   std::uint64_t at_ = 0;
-  std::uint64_t blockStart_ = 0;
-  Bytes block_;
+  BlockReader block_{4096};
 };
 
-// What makes up the fragments of a movie and the way to them, ISO/IEC 14496-12 8.8: nothing that a
-// movie with sample tables has use for.
+// Whether an atom of that type is part of the fragments of a movie or an index of them, ISO/IEC
+// 14496-12 8.8. A movie with sample tables needs none of them.
 bool BelongsToFragments(FourCC type);
 
 // The first whole atom of that type. A cut one of that type is Malformed.

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "toolbox/atoms/fields.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

@@ -11,6 +11,10 @@
 #include <vector>
 
 #include "toolbox/disk/descriptor.h"
+#include "toolbox/disk/system_error.h"
+#include "toolbox/plan/flatten.h"
+#include "toolbox/plan/reference.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/update_file.h"
 

@@ -252,10 +252,11 @@ std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
   const auto isNear = [this](std::uint64_t start) { return start + plan_.dataSize <= UINT32_MAX; };
   const bool isSame =
       measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));
-  if (!isSame) {
+  if (!isSame || plan_.shifts != measuredShifts_) {
     measured_ = {};
     MovieAtoms(measured_, plan_, references_, dataStart, now_).Put();
     measuredFor_ = dataStart;
+    measuredShifts_ = plan_.shifts;
   }
   return measured_.Size();
 }
@@ -275,6 +276,8 @@ Bytes MovieWriter::Encode(std::uint64_t dataStart) {
   MovieAtoms(writer, plan_, references_, dataStart, now_).Put();
   return movie;
 }
+
+Bytes MovieWriter::Compress(std::uint64_t dataStart) { return CompressMovie(Encode(dataStart)); }
 
 Bytes CompressMovie(ByteSpan movie) {
   // The fastest level: a header of 100 MB shrinks by a few percent more with the next, in twice the

@@ -44,7 +44,8 @@ class ChunkWalk {
 
   // Whether a chunk lies beyond 4 GiB.
   bool ReachesFar() const {
-    if (!track_.chunks.empty() && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
+    const bool isCopied = !std::holds_alternative<StaysInPlace>(track_.places);
+    if (isCopied && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
     std::uint64_t farthest = 0;
     ForEachOffset([&](std::uint64_t offset) { farthest = std::max(farthest, offset); });
     return farthest > UINT32_MAX;
@@ -53,41 +54,45 @@ class ChunkWalk {
   // Calls visit(SampleChunks); neighbours may be alike.
   template <class Visit>
   void ForEachChunks(Visit&& visit) const {
-    for (const OutputChunk& chunk : track_.chunks) {
-      if (!chunk.keepsPlaces) {
+    if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
+      for (const PackedChunk& chunk : *packed) {
         visit(SampleChunks{1, chunk.count, chunk.description});
-        continue;
       }
-      toolbox::ForEachChunks(track_.source->media->samples,
-                             {chunk.sample, chunk.sample + chunk.count}, [&](SampleChunks chunks) {
-                               chunks.description = track_.descriptions[chunks.description];
-                               visit(chunks);
-                             });
+    } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
+      for (const KeptStretch& stretch : *kept) {
+        toolbox::ForEachChunks(track_.source->media->samples,
+                               {stretch.sample, stretch.sample + stretch.count},
+                               [&](SampleChunks chunks) {
+                                 chunks.description = track_.descriptions[chunks.description];
+                                 visit(chunks);
+                               });
+      }
+    } else {
+      toolbox::ForEachChunks(media_.samples, {0, LocatedCount(media_.samples)}, visit);
     }
-    if (!track_.chunks.empty()) return;
-    toolbox::ForEachChunks(media_.samples, {0, LocatedCount(media_.samples)}, visit);
   }
 
   // Calls visit(offset) for each chunk.
   template <class Visit>
   void ForEachOffset(Visit&& visit) const {
-    for (const OutputChunk& chunk : track_.chunks) {
-      if (!chunk.keepsPlaces) {
-        visit(dataStart_ + chunk.destination);
-        continue;
+    if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
+      for (const PackedChunk& chunk : *packed) visit(dataStart_ + chunk.destination);
+    } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
+      for (const KeptStretch& stretch : *kept) {
+        const std::uint64_t shift = dataStart_ + stretch.destination - stretch.source;
+        ForEachChunkOffset(track_.source->media->samples,
+                           {stretch.sample, stretch.sample + stretch.count},
+                           [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
       }
-      const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
-      ForEachChunkOffset(track_.source->media->samples, {chunk.sample, chunk.sample + chunk.count},
-                         [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
+    } else {
+      ForEachChunkOffset(
+          media_.samples, {0, LocatedCount(media_.samples)},
+          [&](std::uint64_t offset, std::uint32_t description) {
+            const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
+            visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
+                        : offset);
+          });
     }
-    if (!track_.chunks.empty()) return;
-    ForEachChunkOffset(
-        media_.samples, {0, LocatedCount(media_.samples)},
-        [&](std::uint64_t offset, std::uint32_t description) {
-          const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
-          visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
-                      : offset);
-        });
   }
 
  private:

@@ -5,8 +5,9 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/disk/output_file.h"
 #include "toolbox/movie/sample_columns.h"
-#include "toolbox/plan/plan.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
 #include "toolbox/write/write_file.h"

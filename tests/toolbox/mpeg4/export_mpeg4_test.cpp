@@ -8,6 +8,7 @@
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
 #include "toolbox/atoms/framing.h"
+#include "toolbox/disk/output_file.h"
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/mpeg4/fold_rates.h"

@@ -5,6 +5,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/plan/flatten.h"
 
 namespace toolbox {
 namespace {
@@ -44,11 +45,11 @@ class KeptPlaces : public InFolder {
         sourceOf[range.destination + i] = range.at + i;
     });
     for (const TrackPlan& track : plan.tracks) {
-      for (const OutputChunk& chunk : track.chunks) {
-        ASSERT_TRUE(chunk.keepsPlaces);
-        ForEachPiece(track.source->media->samples, {chunk.sample, chunk.sample + chunk.count},
+      ASSERT_TRUE(std::holds_alternative<KeptStretches>(track.places));
+      for (const KeptStretch& kept : std::get<KeptStretches>(track.places)) {
+        ForEachPiece(track.source->media->samples, {kept.sample, kept.sample + kept.count},
                      [&](const SamplePiece& piece) {
-                       EXPECT_EQ(sourceOf[chunk.destination + piece.offset - chunk.source],
+                       EXPECT_EQ(sourceOf[kept.destination + piece.offset - kept.source],
                                  piece.offset);
                      });
       }

@@ -8,8 +8,11 @@
 #include <optional>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/disk/output_file.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/movie/segments.h"
+#include "toolbox/plan/flatten.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/write/write_file.h"
