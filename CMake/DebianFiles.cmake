@@ -1,4 +1,4 @@
-# Run by cpack over each tree it is about to pack: puts into a Debian package what policy asks for.
+# cpack runs this for each tree that it packs. It adds the files that Debian policy requires.
 if(NOT CPACK_GENERATOR STREQUAL DEB)
   return()
 endif()

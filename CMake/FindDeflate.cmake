@@ -1,4 +1,4 @@
-# Finds libdeflate, whose packages come without CMake files on many systems: Deflate::Deflate.
+# Finds libdeflate and defines Deflate::Deflate. On many systems its package has no CMake files.
 find_library(Deflate_LIBRARY deflate)
 find_path(Deflate_INCLUDE_DIR libdeflate.h)
 mark_as_advanced(Deflate_LIBRARY Deflate_INCLUDE_DIR)

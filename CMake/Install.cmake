@@ -1,9 +1,9 @@
-# What `cmake --install` lays out: the commands with their pages and completions (component
+# `cmake --install` installs the commands with their manual pages and completions (component
 # "commands"), and the toolbox for other programs (component "development").
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# The commands. Symbolic links are installed as the relative links they are.
+# The commands. Symbolic links are installed as relative links.
 set(bin ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 install(TARGETS clipjoin COMPONENT commands)
 install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
@@ -19,7 +19,7 @@ endforeach()
 install(FILES ${completions}/zsh/_clipjoin
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT commands)
 
-# The manual pages. The three of the commands share the text of the options.
+# The manual pages. The pages of the three commands share the text of the options.
 set(man ${PROJECT_SOURCE_DIR}/man)
 set(pages)
 foreach(name clipjoin clipstak cliptune)
@@ -35,7 +35,8 @@ add_custom_target(manual ALL DEPENDS ${pages})
 install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT commands)
 install(FILES ${man}/Reelwork.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT commands)
 
-# The toolbox: its public header and what that includes, the library, and how to find both.
+# The toolbox: its public header, the headers that it includes, the library, and the files with which
+# other programs find them.
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/reelwork)
 foreach(header toolbox.h types.h bytes.h codes.h atoms/fourcc.h)
   cmake_path(GET header PARENT_PATH folder)
@@ -56,7 +57,7 @@ install(FILES ${PROJECT_BINARY_DIR}/ReelworkConfig.cmake
   ${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake CMake/FindDeflate.cmake
   DESTINATION ${package} COMPONENT development)
 
-# Relative to where the file lies, so that the tree can be moved and installed under any prefix.
+# Relative to the place of the pkg-config file, so that the installed tree can be moved.
 file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(CMake/reelwork.pc.in ${PROJECT_BINARY_DIR}/reelwork.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/reelwork.pc

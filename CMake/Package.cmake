@@ -1,5 +1,5 @@
-# What `cpack` makes of a build: an archive of all that is installed, and Debian packages, one of the
-# commands and one for those who build on the toolbox.
+# `cpack` makes an archive of everything that is installed, and two Debian packages: one with the
+# commands, and one with the toolbox for programs that use it.
 set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_PACKAGE_NAME reelwork)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "edit QuickTime and MPEG-4 movies without re-encoding")
@@ -19,15 +19,16 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMMANDS_PACKAGE_NAME reelwork)
 set(CPACK_DEBIAN_COMMANDS_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_COMMANDS_PACKAGE_SHLIBDEPS ON)
-set(CPACK_COMPONENT_COMMANDS_DESCRIPTION "clipjoin plays movies one after the other, clipstak in parallel, cliptune
-edits one: cuts, speed, geometry, tracks, chapters. Pictures and sound are
-never decoded; only the tables that say when each sample plays are edited.")
+set(CPACK_COMPONENT_COMMANDS_DESCRIPTION "clipjoin joins movies one after the other, clipstak plays movies at the same
+time, and cliptune edits one movie: cuts, speed, geometry, tracks, chapters.
+They never decode video or sound. They edit only the tables that say when each
+sample plays.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libreelwork-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libboost-filesystem-dev, libdeflate-dev, libicu-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "A static library with the calls that the commands of the package reelwork
-are written in: open a movie, cut and join tracks, write it again. Found by
-CMake and pkg-config.")
+use: open a movie, cut and join tracks, and write it. CMake and pkg-config
+find it.")
 
 include(CPack)

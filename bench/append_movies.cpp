@@ -1,5 +1,8 @@
-// How long it takes to append movies to one another, and that twice as many take twice as long.
+// Measures how long it takes to append movies to one another. Twice as many movies should take
+// twice as long.
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "bench/measure.h"
 #include "toolbox/movie/segments.h"
@@ -8,14 +11,14 @@ namespace {
 
 using namespace toolbox;
 
-// A clip of ten seconds: 300 frames, each a chunk of its own.
+// A movie of ten seconds: 300 frames, each in its own chunk.
 std::unique_ptr<MovieRecord> Clip(int number) {
   auto rows = std::make_shared<SampleRows>();
   rows->count = 300;
   rows->AddTimes(300, 1001);
   for (std::uint32_t sample = 0; sample < 300; ++sample) {
-    rows->sizes.push_back(1000);
-    rows->chunkOffsets.push_back(std::uint64_t{sample} * 1000);
+    rows->sizes.Add(1000);
+    rows->chunkOffsets.Add(std::uint64_t{sample} * 1000);
   }
   rows->AddChunks(0, 300, 1, 0);
   auto movie = std::make_unique<MovieRecord>();
@@ -31,6 +34,7 @@ std::unique_ptr<MovieRecord> Clip(int number) {
   return movie;
 }
 
+// Joins `count` movies.
 void Append(int count) {
   const auto output = Clip(0);
   for (int i = 1; i < count; ++i) {

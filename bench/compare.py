@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""Times the commands beside a plain copy of the same bytes and beside other tools.
+"""Times the commands, a plain copy of the same bytes, and other tools.
 
     bench/compare.py [-n ROUNDS] [-o FOLDER] MEDIA [WORKLOAD...]
 
-MEDIA is a folder that bench/make-media filled; the commands are those of build/bin. Each round runs
-every tool of a workload once, every second round in the opposite order. Before a run its output is
-removed and the disk synced; the inputs are in the page cache. That a result reaches the disk is not
-waited for. The first tool of a workload is a plain copy; "/ copy" is the median of the ratios within
-the rounds. Tools that are not installed are left out.
+MEDIA is a folder that bench/make-media filled; the commands are those in build/bin. Each round runs
+every tool of a workload once, and every second round runs them in the opposite order. Before each
+run, the old output is removed and the disk is synced. The inputs are in the page cache. The time
+does not include waiting until the result is on the disk. The first tool of a workload is a plain
+copy. "/ copy" is the time divided by the time of that copy in the same round (median of the ratios).
+Tools that are not installed are left out.
 """
 
 import argparse
@@ -26,7 +27,7 @@ BIN = pathlib.Path(__file__).resolve().parent.parent / "build" / "bin"
 
 
 def timed(command, output):
-    """Wall and processor seconds and peak MB of one run; None when it failed or wrote nothing."""
+    """Wall seconds, processor seconds and peak MB of one run; None if it failed or wrote nothing."""
     output.unlink(missing_ok=True)
     os.sync()
     start = time.perf_counter()
@@ -40,7 +41,7 @@ def timed(command, output):
 
 
 def peak_text(peak):
-    """A process counts the memory of what started it, this script, as its own."""
+    """The system counts the memory of this script for each process that the script starts."""
     own = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
     return f"{peak:.0f}" if peak > own * 1.05 else f"under {own:.0f}"
 
@@ -78,7 +79,7 @@ def measure(title, rounds, tools):
 
 
 def joins(inputs, work):
-    """Every tool that lays movies end to end."""
+    """Every tool that can join movies end to end."""
     out, plain, mkv = work / "out.mov", work / "out.bin", work / "out.mkv"
     listing = work / "list.txt"
     listing.write_text("".join(f"file '{path}'\n" for path in inputs))
@@ -90,7 +91,7 @@ def joins(inputs, work):
         ("cat", plain, ["sh", "-c", 'cat "$@" > "$0"', plain, *inputs]),
         ("ours", out, [*ours, "-self-contained"]),
         ("ours, header not compressed", out, [*ours, "-self-contained", "-no-compressed-header"]),
-        ("ours, header behind", out, [*ours, "-self-contained", "-no-fast-start"]),
+        ("ours, header last", out, [*ours, "-self-contained", "-no-fast-start"]),
         ("ours, by reference", out, ours),
         ("ffmpeg, header first", out, [*concat, "-movflags", "+faststart", out]),
         ("ffmpeg", out, [*concat, out]),
@@ -113,7 +114,7 @@ def rewrites(movie, work):
 
 
 def growth(rounds, cases, work):
-    """What twice the work costs."""
+    """Prints how the time grows when the work doubles."""
     out = work / "out.mov"
     print("\n### growth\n")
     row("work", "processor s", "of twice as much", "ratio")
@@ -157,7 +158,7 @@ def main():
             if name == "rewrite":
                 measure("rewrite: one movie, header first", rounds, rewrites(large[0], work))
             elif name == "growth":
-                # The same clips many times over: files are opened by name each time.
+                # The same clips again and again: each file is opened by name every time.
                 many = (clips * 2000)[:2000]
                 growth(rounds, [
                     ("2 long movies, by reference", long, []),

@@ -1,4 +1,4 @@
-// Times a piece of work five times and prints the shortest, longest and average of the runs.
+// Timing for the benchmark programs.
 #pragma once
 
 #include <sys/resource.h>
@@ -11,6 +11,8 @@
 
 namespace bench {
 
+// Runs `work` five times and prints the shortest, longest and average time, and the peak memory of
+// the process so far.
 template <class Work>
 void Measure(const char* name, Work&& work) {
   constexpr int kRuns = 5;

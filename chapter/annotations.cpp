@@ -22,24 +22,25 @@ using toolbox::UserData;
 using utils::OwnedHandle;
 
 constexpr FourCC kFullName{"\251nam"}, kItemList{"ilst"}, kFree{"free"}, kMeta{"meta"};
-constexpr FourCC kCover{"covr"}, kTrackNumber{"trkn"}, kGenre{"gnre"}, kWindowLocation{"WLOC"};
+constexpr FourCC kCover{"covr"}, kTrackNumber{"trkn"}, kGenre{"gnre"};
 
 constexpr char kQuestionMark = '?';
-constexpr std::int16_t kLanguages = 152;
-// An item list holds no lists. A file that nests them is not followed far, whatever it holds.
+constexpr std::int16_t kLanguages = 152;  // languages are numbered from 0
+// Item lists are not nested. This limit keeps a malicious file from exhausting the stack.
 constexpr int kDeepestList = 4;
 
 struct Release {
   void operator()(const toolbox::StringRecord* string) const { toolbox::CFRelease(string); }
 };
-using OwnString = std::unique_ptr<const toolbox::StringRecord, Release>;
+using OwnedString = std::unique_ptr<const toolbox::StringRecord, Release>;
 
-// The copyright sign stands first.
+// Types of texts start with the copyright sign.
 bool IsText(FourCC type) { return type.value >> 24 == 0xA9; }
 
 std::string TextFrom(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
 
-// A number at its place; bytes that are not there are zero.
+// The big-endian number of `size` bytes at `at`. Bytes after the end are zero: writers leave out
+// zeros at the end of a track number.
 std::uint32_t NumberAt(ByteSpan bytes, std::size_t at, std::size_t size) {
   std::uint32_t number = 0;
   for (std::size_t end = at + size; at < end; ++at) {
@@ -48,7 +49,7 @@ std::uint32_t NumberAt(ByteSpan bytes, std::size_t at, std::size_t size) {
   return number;
 }
 
-// What QuickTime calls a tag.
+// The type of the QuickTime annotation for an MPEG-4 tag.
 FourCC AnnotationType(FourCC tag) {
   static constexpr std::pair<FourCC, FourCC> kTypes[] = {
       {{"\251wrt"}, {"\251com"}},  {{"\251grp"}, {"\251des"}}, {{"\251too"}, {"\251enc"}},
@@ -60,6 +61,7 @@ FourCC AnnotationType(FourCC tag) {
   return tag;
 }
 
+// The text of a tag: numbers become "3/12" or the name of a genre.
 std::string AnnotationText(FourCC tag, ByteSpan value) {
   if (tag == kTrackNumber) {
     return std::to_string(NumberAt(value, 2, 2)) + "/" + std::to_string(NumberAt(value, 4, 2));
@@ -68,6 +70,7 @@ std::string AnnotationText(FourCC tag, ByteSpan value) {
   return TextFrom(value);
 }
 
+// Adds the tag to the user data. Cover pictures are left out: no annotation can hold them.
 void StoreTag(UserData data, FourCC tag, ByteSpan value) {
   if (tag == kCover) return;
   const FourCC type = AnnotationType(tag);
@@ -79,20 +82,21 @@ void StoreTag(UserData data, FourCC tag, ByteSpan value) {
   }
 }
 
-void SayMalformed(FourCC type, std::int32_t size, std::size_t at, std::int64_t length) {
+void PrintMalformed(FourCC type, std::int32_t size, std::size_t at, std::int64_t length) {
   std::cerr << "Error processing user data; atom ";
   for (int shift = 24; shift >= 0; shift -= 8)
     std::cerr.put(static_cast<char>(type.value >> shift));
   std::cerr << " length " << size << " at " << at << " exceeds container length " << length << '\n';
 }
 
-// `depth`: how many item lists the atoms are in.
+// Converts the tags in the atoms in `bytes`, of which the container claims to have `length`.
+// `depth` is the number of item lists around them. Atoms outside an item list are searched for one.
 void Walk(UserData data, ByteSpan bytes, std::int64_t length, int depth) {
   constexpr std::size_t kHeaderSize = 8;
-  // A tag's value lies in a 'data' atom, behind its header, its type and its locale.
+  // The value of a tag is in a 'data' atom, after its header, type and locale.
   constexpr std::size_t kBeforeValue = 24;
   for (std::size_t at = 0; static_cast<std::int64_t>(at) < length;) {
-    // Padding is no fault, nor is a zero that ends a list.
+    // Neither padding nor a zero that ends a list is an error.
     if (at > bytes.size() || bytes.size() - at < kHeaderSize) return;
     const auto size = static_cast<std::int32_t>(NumberAt(bytes, at, 4));
     const FourCC type(NumberAt(bytes, at + 4, 4));
@@ -100,27 +104,27 @@ void Walk(UserData data, ByteSpan bytes, std::int64_t length, int depth) {
     const auto whole = static_cast<std::size_t>(size);
     if (size < static_cast<std::int32_t>(kHeaderSize) ||
         static_cast<std::int64_t>(at + whole) > length || whole > bytes.size() - at) {
-      SayMalformed(type, size, at, length);
+      PrintMalformed(type, size, at, length);
       return;
     }
-    const ByteSpan atom = bytes.subspan(at, whole), behind = bytes.subspan(at + kHeaderSize);
+    const ByteSpan atom = bytes.subspan(at, whole), content = bytes.subspan(at + kHeaderSize);
     if (depth > 0 && whole >= kBeforeValue) StoreTag(data, type, atom.subspan(kBeforeValue));
-    // The list's size counts its header, so the walk looks as far as the header of what follows:
-    // the 'free' that is often there ends it.
-    if (type == kItemList && depth < kDeepestList) Walk(data, behind, size, depth + 1);
+    // The list's size includes its header, so the walk also sees the header of the next atom. That
+    // is often a 'free', which ends the walk.
+    if (type == kItemList && depth < kDeepestList) Walk(data, content, size, depth + 1);
     at += whole;
   }
 }
 
-// What of a string converts to an encoding, up to the first character that does not.
+// The part of a string that an encoding can represent, up to the first character it cannot.
 struct Rendering {
   CFStringEncoding encoding = 0;
   std::int16_t language = 0;
-  std::int64_t characters = 0, bytes = 0;
+  std::int64_t characters = 0, bytes = 0;  // characters are units of UTF-16
 };
 
-// The first language that has all of the string, or the first of those that have most of it; no
-// characters when none has any.
+// The first language whose encoding can represent all of the string, else the first of those that
+// can represent most of it. No characters if there is none.
 Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
   Rendering best;
   std::set<CFStringEncoding> tried;
@@ -130,7 +134,7 @@ Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
                                                toolbox::kTextRegionDontCare,
                                                &one.encoding) != toolbox::noErr ||
         !tried.insert(one.encoding).second) {
-      continue;  // a later language of the same encoding has no more of it
+      continue;  // an earlier language has the same encoding
     }
     one.characters = toolbox::CFStringGetBytes(string, {0, length}, one.encoding, 0, false, nullptr,
                                                0, &one.bytes);
@@ -140,6 +144,8 @@ Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
   return best;
 }
 
+// Adds the whole string as a text of that language, with '?' for characters that its encoding
+// cannot represent, cut off at the size of the rendering.
 void AddRendering(UserData data, FourCC type, toolbox::CFStringRef string, std::int64_t length,
                   const Rendering& as) {
   const OwnedHandle text(as.bytes);
@@ -173,7 +179,7 @@ void ConvertTagAtoms(UserData data, ByteSpan bytes, std::int64_t length, bool in
 }
 
 void AddUserDataTextUtf8(UserData data, FourCC type, const std::string& text) {
-  const OwnString string(toolbox::CFStringCreateWithBytes(
+  const OwnedString string(toolbox::CFStringCreateWithBytes(
       nullptr, reinterpret_cast<const std::uint8_t*>(text.data()),
       static_cast<std::int64_t>(text.size()), toolbox::kCFStringEncodingUTF8, true));
   const std::int64_t length = toolbox::CFStringGetLength(string.get());
@@ -203,16 +209,6 @@ std::string GetMovieFullName(toolbox::Movie movie) {
   }
   return ConvertTextEncoding(TextFrom(name->bytes), toolbox::kCFStringEncodingMacRoman,
                              toolbox::kCFStringEncodingUTF8);
-}
-
-bool HasAnnotations(toolbox::Movie movie) {
-  const UserData data = toolbox::GetMovieUserData(movie);
-  if (data == nullptr) return false;
-  FourCC type;
-  do {
-    type = toolbox::GetNextUserDataType(data, type);
-  } while (type == kWindowLocation);
-  return type != FourCC();
 }
 
 }  // namespace chapter

@@ -1,4 +1,4 @@
-// Annotations of a movie: user-data texts, and the tags of MPEG-4 files that become such.
+// Annotations: user-data texts of a movie, and the tags of MPEG-4 files converted to them.
 #pragma once
 
 #include <string>
@@ -7,20 +7,22 @@
 
 namespace chapter {
 
-// Puts the tags that the movie's 'meta' item lists beside it, as annotations that QuickTime knows.
-// A list that is malformed is told on standard error; what stood before the fault is kept.
+// Converts the tags in the movie's 'meta' user data (an 'ilst' in it) to
+// annotations that QuickTime knows. The tags stay. A malformed list is reported on standard error,
+// and the tags before the fault are converted.
 void ConvertMovieTags(toolbox::Movie movie);
-// Walks the atoms of [0, length) of `bytes`, those of an item list or those around it. `bytes` may
-// end earlier.
+// Converts the tags in the atoms of `bytes`. `length`, in bytes, is the size that the container
+// claims; `bytes` may end earlier. With `insideItemList` the atoms are tags; otherwise they are
+// searched for an item list.
 void ConvertTagAtoms(toolbox::UserData data, toolbox::ByteSpan bytes, std::int64_t length,
                      bool insideItemList);
-// Adds the text in the first language whose encoding has all of it, or else most from its start on;
-// with it one in Mac Roman, where that is another.
+// Adds the UTF-8 text as item 1 of the type. User-data texts have the encoding of their language,
+// so the text gets the first language whose encoding can represent all of it or, if there is none,
+// the longest part of it from the start. If that encoding is not Mac Roman, also adds the text in
+// Mac Roman.
 void AddUserDataTextUtf8(toolbox::UserData data, toolbox::FourCC type, const std::string& text);
 
-// The title by which the movie calls itself, as UTF-8; empty when it has none.
+// The title in the movie's user data as UTF-8; empty if there is none.
 std::string GetMovieFullName(toolbox::Movie movie);
-// Whether there are user data other than the place of the movie's window.
-bool HasAnnotations(toolbox::Movie movie);
 
 }  // namespace chapter

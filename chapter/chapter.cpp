@@ -1,18 +1,21 @@
 #include "chapter/chapter.h"
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <iostream>
 #include <set>
 #include <tuple>
+#include <utility>
 
 #include "chapter/playback.h"
 #include "chapter/text.h"
-#include "clipjoin/options.h"
 #include "utils/owned_handle.h"
 
 namespace chapter {
 namespace {
 
+using boost::endian::load_big_u16;
+using boost::endian::load_big_u32;
 using toolbox::ByteSpan;
 using toolbox::FourCC;
 using toolbox::Media;
@@ -22,16 +25,10 @@ using toolbox::Track;
 
 constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterList{"chpl"};
 
-// Text is at most 64 KiB, and what may follow says how it looks.
+// In bytes. The text has at most 64 KiB; atoms with its style may follow it.
 constexpr std::int32_t kLongestSample = 1 << 20;
 
-std::uint32_t BigEndian(ByteSpan bytes) {
-  std::uint32_t value = 0;
-  for (const std::uint8_t byte : bytes) value = value << 8 | byte;
-  return value;
-}
-
-// The tracks that others name as their chapters, each once.
+// The tracks that other tracks refer to as their chapters, each once.
 std::vector<Track> ChapterTracks(Movie movie) {
   std::vector<Track> tracks;
   std::set<Track> known;
@@ -54,19 +51,20 @@ bool IsText(Media media) {
   return media != nullptr && type == kText;
 }
 
-// The number that the atoms behind the text of a sample give for its encoding.
+// The encoding that the atoms after the text of a sample give ('encd'), else Mac Roman.
 toolbox::CFStringEncoding StatedEncoding(ByteSpan atoms) {
   while (atoms.size() >= 8) {
-    const std::uint32_t size = BigEndian(atoms.first(4));
+    const std::uint32_t size = load_big_u32(atoms.data());
     if (size < 8 || size > atoms.size()) break;
-    if (FourCC(BigEndian(atoms.subspan(4, 4))) == kEncoding && size >= 12) {
-      return BigEndian(atoms.subspan(8, 4));
+    if (FourCC(load_big_u32(&atoms[4])) == kEncoding && size >= 12) {
+      return load_big_u32(&atoms[8]);
     }
     atoms = atoms.subspan(size);
   }
   return toolbox::kCFStringEncodingMacRoman;
 }
 
+// Appends the chapters of one chapter track. `scale` is that of the movie.
 void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>& chapters) {
   const Media media = toolbox::GetTrackMedia(track);
   if (!IsText(media)) return;
@@ -80,7 +78,7 @@ void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>&
     const bool isRead =
         toolbox::GetMediaSample(media, sample, kLongestSample, nullptr, mediaTime, nullptr, nullptr,
                                 nullptr, nullptr, 1, nullptr, nullptr) == toolbox::noErr;
-    // One that cannot be read is a chapter all the same, without a title.
+    // A sample that cannot be read is still a chapter, without a title.
     chapters.push_back({scale, time, duration, isRead ? ChapterTitle(sample->bytes) : ""});
     toolbox::GetTrackNextInterestingTime(track, toolbox::nextTimeMediaSample, time,
                                          toolbox::fixedOne, &time, &duration);
@@ -91,12 +89,13 @@ void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>&
 
 std::string ChapterTitle(ByteSpan sample) {
   if (sample.size() < 2) return {};
-  const std::size_t size = std::min<std::size_t>(BigEndian(sample.first(2)), sample.size() - 2);
+  const std::size_t size = std::min<std::size_t>(load_big_u16(sample.data()), sample.size() - 2);
   const ByteSpan text = sample.subspan(2, size);
   toolbox::CFStringEncoding encoding = StatedEncoding(sample.subspan(2 + size));
   if (encoding == toolbox::kCFStringEncodingUnicode) {
-    // Most writers that say so mean UTF-8, we among them; UTF-16 starts with its byte order.
-    const std::uint32_t mark = size < 2 ? 0 : BigEndian(text.first(2));
+    // Most writers that give this number mean UTF-8, including BuildChapterTrack. Real UTF-16
+    // starts with a byte-order mark.
+    const std::uint32_t mark = size < 2 ? 0 : load_big_u16(text.data());
     if (mark != 0xFEFF && mark != 0xFFFE) encoding = toolbox::kCFStringEncodingUTF8;
   }
   return ConvertTextEncoding(std::string(text.begin(), text.end()), encoding,
@@ -126,7 +125,7 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
     }
     if (!isKept) dropped.push_back(std::move(chapter));
   }
-  // From the last to the first: what is still to be dropped stays where it is.
+  // From the last to the first, so that the times of the others stay valid.
   std::ranges::reverse(dropped);
   for (const Chapter& chapter : dropped) {
     std::ignore = toolbox::DeleteMovieSegment(movie, chapter.start, chapter.duration);

@@ -1,51 +1,49 @@
-// The chapters of a movie: read from its chapter tracks, filtered, made into a new one.
+// The chapters of a movie: reading and filtering them, and building a chapter track.
+//
+// A chapter track is a text track that another track refers to with 'chap'. Each of its samples is
+// the title of a chapter, shown for as long as the chapter lasts.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "clipjoin/options.h"
 #include "toolbox/toolbox.h"
-
-namespace clipjoin {
-struct FileOptions;
-}
 
 namespace chapter {
 
-struct Chapter {
-  std::int32_t scale = 600;  // units per second
-  std::int64_t start = 0;  // on the movie's time line
-  std::int64_t duration = 0;  // 0 until a chapter track is built
-  std::string title;  // UTF-8
-};
+using clipjoin::Chapter;
 
-// The samples of the text tracks that others name as their chapters, track by track in the order
-// in which they are named, in time order within each. Times are the movie's.
+// The chapters in all chapter tracks of the movie: track by track in the order of the references,
+// and in time order within a track. Times are in movie units.
 std::vector<Chapter> ReadChapters(toolbox::Movie movie);
 bool HasChapters(toolbox::Movie movie);
-// The title that a text sample holds, as UTF-8. What is cut short ends where the sample does.
+// The title in a text sample, as UTF-8. A truncated sample gives the part that is there.
 std::string ChapterTitle(toolbox::ByteSpan sample);
 
-// Prints the list of chapters, when the options ask for it, and takes those that they do not keep
-// out of the movie, with what is shown meanwhile.
+// Lists the chapters on standard output if the options say so, and cuts the chapters that are not
+// kept out of the movie, with everything that is shown during them.
 void FilterChapters(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
-// Takes away the list of chapters that some files keep beside their chapter track, or in its place:
-// its times hold for the movie as it came.
+// Removes the chapter list ('chpl' user data) that some files have beside a chapter track or
+// instead of one. Call this when times in the movie change: the list would keep the old times.
 void DropList(toolbox::Movie movie);
-// The same where there is a track: whoever adds to the movie adds to the track alone.
+// Does so only if the movie has a chapter track. Call this when chapters are added, because they go
+// into the track alone.
 void DropStaleList(toolbox::Movie movie);
 
-// A new disabled text track with a sample a chapter, sorted by time and each lasting until the
-// next. Chapters that start behind the movie's end are told and left out. Null when there is
-// nothing to build; also when a call fails, which has been reported.
+// Adds a new, disabled text track with one sample for each chapter. The chapters are sorted by
+// time, and each lasts until the next. If chapters start after the end of the movie, prints the
+// first of them and leaves them all out. Returns null if no chapter is left or a call failed, which
+// has been reported.
 toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie movie);
-// Makes `target`, or the first enabled track that is seen, else heard, the one track of the movie
-// that refers to the chapter track. trackNotInMovie when there is none.
+// Makes `target` the only track that refers to `chapterTrack`. A null target is the first enabled
+// visual track or, without one, the first enabled sound track. Failures are reported.
+// trackNotInMovie if there is no such track.
 [[nodiscard]] toolbox::OSErr AddChapterReference(toolbox::Movie movie, toolbox::Track chapterTrack,
                                                  toolbox::Track target);
-// Both; when nothing was built, the movies error.
+// Builds a chapter track and adds the reference to it. Returns the movies error if no track was
+// built.
 [[nodiscard]] toolbox::OSErr AddChapterTrack(const std::vector<Chapter>& chapters,
                                              toolbox::Movie movie, toolbox::Track target);
 

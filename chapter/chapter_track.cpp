@@ -1,4 +1,4 @@
-// Chapters made into a chapter track.
+// Building a chapter track.
 #include <algorithm>
 #include <iostream>
 #include <tuple>
@@ -19,8 +19,9 @@ using toolbox::OSErr;
 using toolbox::Track;
 
 constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"};
-constexpr FourCC kSeen{"eyes"}, kHeard{"ears"}, kMemory{"hndl"};
+constexpr FourCC kVisual{"eyes"}, kAudible{"ears"}, kMemory{"hndl"};
 
+// Reports of failed steps name these lines, whatever lines the code is on.
 constexpr CallSite kSetSampleData{"TextMediaSetTextSampleData", kChapterSource, 208};
 constexpr CallSite kBeginEdits{"BeginMediaEdits", kChapterSource, 210};
 constexpr CallSite kAddSample{"TextMediaAddTextSample", kChapterSource, 224};
@@ -28,9 +29,10 @@ constexpr CallSite kEndEdits{"EndMediaEdits", kChapterSource, 226};
 constexpr CallSite kInsertMedia{"InsertMediaIntoTrack", kChapterSource, 230};
 constexpr CallSite kAddReference{"AddTrackReference", kChapterSource, 261};
 
+// Products of times do not fit into 64 bits.
 __extension__ using Wide = __int128;
 
-// units * to / from, cut off; a result that has no room becomes the nearest that has.
+// units * to / from, rounded towards zero and limited to 64 bits.
 std::int64_t Scaled(std::int64_t units, std::int64_t to, std::int64_t from) {
   constexpr Wide kLowest = INT64_MIN, kHighest = INT64_MAX;
   return static_cast<std::int64_t>(std::clamp(Wide{units} * to / from, kLowest, kHighest));
@@ -40,7 +42,8 @@ bool StartsBefore(const Chapter& a, const Chapter& b) {
   return Wide{a.start} * b.scale < Wide{b.start} * a.scale;
 }
 
-// Drops the chapters, which are sorted, that start behind the end of the movie.
+// Removes the chapters that start after the end of the movie and prints the first of them. The
+// chapters are sorted; `end` is in movie units.
 void DropLate(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t movieScale) {
   const auto late = std::ranges::find_if(chapters, [&](const Chapter& chapter) {
     return chapter.start > Scaled(end, chapter.scale, movieScale);
@@ -50,7 +53,7 @@ void DropLate(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t mov
   chapters.erase(late, chapters.end());
 }
 
-// Each lasts until the next, the last until the end of the movie.
+// Makes each chapter last until the next, and the last one until the end of the movie.
 void SetDurations(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t movieScale) {
   for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
     const Chapter& next = chapters[i + 1];
@@ -61,8 +64,8 @@ void SetDurations(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t
   last.duration = Scaled(end, last.scale, movieScale) - last.start;
 }
 
-// The time scale of the first chapter; a coarser one where a file, which has 32 bits for the length
-// of a sample, has no room for one of them.
+// The time scale of the first chapter; a coarser one if a duration would need more than the 32 bits
+// that a file has for it.
 std::int32_t MediaScaleFor(const std::vector<Chapter>& chapters) {
   std::int32_t scale = chapters.front().scale;
   const auto hasRoom = [&](const Chapter& chapter) {
@@ -72,12 +75,14 @@ std::int32_t MediaScaleFor(const std::vector<Chapter>& chapters) {
   return scale;
 }
 
-// A text media whose data go where the movie's new data go, or into a block of memory of its own.
+// Adds a text media to the track. Its samples go to the movie's default data reference or, without
+// one, to a block of memory that this makes.
 Media NewTextMedia(Movie movie, Track track, std::int32_t scale) {
   Handle place = nullptr;
   FourCC type;
   if (toolbox::GetMovieDefaultDataRef(movie, &place, &type) != toolbox::noErr) {
-    // A handle and a name that are not there yet, and no data to start with.
+    // A handle data reference: no handle yet (4 bytes), no file name (1 byte), and a 'data' atom
+    // without data.
     static constexpr std::uint8_t kNoData[] = {0, 0, 0, 8, 'd', 'a', 't', 'a'};
     place = toolbox::NewHandleClear(5);
     type = kMemory;
@@ -88,30 +93,32 @@ Media NewTextMedia(Movie movie, Track track, std::int32_t scale) {
   return media;
 }
 
-// Whether the call went well; if not, it has been reported.
-bool Went(const CallSite& site, OSErr code) {
+// Whether the call succeeded. A failure is reported.
+bool Succeeds(const CallSite& site, OSErr code) {
   clipjoin::Report(site, code);
   return code == toolbox::noErr;
 }
 
+// Adds the title as a sample; its text is centered and clipped to the box of the track.
 bool AddSample(Media media, const Chapter& chapter, std::int32_t scale) {
   constexpr toolbox::Rect kNoBox;
-  return Went(kAddSample,
-              toolbox::TextMediaAddTextSample(
-                  media, chapter.title.data(), static_cast<std::uint32_t>(chapter.title.size()), 0,
-                  0, 0, nullptr, nullptr, toolbox::teJustCenter, &kNoBox, toolbox::dfClipToTextBox,
-                  0, 0, 0, nullptr, Scaled(chapter.duration, scale, chapter.scale), nullptr));
+  return Succeeds(
+      kAddSample,
+      toolbox::TextMediaAddTextSample(
+          media, chapter.title.data(), static_cast<std::uint32_t>(chapter.title.size()), 0, 0, 0,
+          nullptr, nullptr, toolbox::teJustCenter, &kNoBox, toolbox::dfClipToTextBox, 0, 0, 0,
+          nullptr, Scaled(chapter.duration, scale, chapter.scale), nullptr));
 }
 
 bool AddSamples(Media media, const std::vector<Chapter>& chapters, std::int32_t scale) {
   const std::uint32_t encoding = toolbox::kCFStringEncodingUnicode;
-  if (!Went(kSetSampleData, toolbox::TextMediaSetTextSampleData(toolbox::GetMediaHandler(media),
-                                                                &encoding, kEncoding)) ||
-      !Went(kBeginEdits, toolbox::BeginMediaEdits(media))) {
+  if (!Succeeds(kSetSampleData, toolbox::TextMediaSetTextSampleData(toolbox::GetMediaHandler(media),
+                                                                    &encoding, kEncoding)) ||
+      !Succeeds(kBeginEdits, toolbox::BeginMediaEdits(media))) {
     return false;
   }
   const auto add = [&](const Chapter& chapter) { return AddSample(media, chapter, scale); };
-  return std::ranges::all_of(chapters, add) && Went(kEndEdits, toolbox::EndMediaEdits(media));
+  return std::ranges::all_of(chapters, add) && Succeeds(kEndEdits, toolbox::EndMediaEdits(media));
 }
 
 }  // namespace
@@ -132,16 +139,16 @@ Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie) {
   if (!AddSamples(media, chapters, scale)) return nullptr;
   const Chapter& first = chapters.front();
   const bool isShown =
-      Went(kInsertMedia,
-           toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
-                                         toolbox::GetMediaDuration(media), toolbox::fixedOne));
+      Succeeds(kInsertMedia,
+               toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
+                                             toolbox::GetMediaDuration(media), toolbox::fixedOne));
   return isShown ? track : nullptr;
 }
 
 OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
   constexpr std::int32_t kEnabledOfKind =
       toolbox::movieTrackCharacteristic | toolbox::movieTrackEnabledOnly;
-  for (const FourCC kind : {kSeen, kHeard}) {
+  for (const FourCC kind : {kVisual, kAudible}) {
     if (target == nullptr) target = toolbox::GetMovieIndTrackType(movie, 1, kind, kEnabledOfKind);
   }
   if (target == nullptr) return toolbox::trackNotInMovie;

@@ -1,11 +1,11 @@
-// Names of the genres that tags give by number.
+// The names of genres that tags give by number.
 #pragma once
 
 #include <cstdint>
 
 namespace chapter {
 
-// The ID3 version 1 name of the genre, the first being 1; empty for a number without one.
+// The ID3v1 name of the genre, counted from 1 as in 'gnre' tags. Empty for an unknown number.
 const char* GenreName(std::uint16_t number);
 
 }  // namespace chapter

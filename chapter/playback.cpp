@@ -1,6 +1,8 @@
 #include "chapter/playback.h"
 
 #include <array>
+#include <boost/endian/conversion.hpp>
+#include <span>
 #include <tuple>
 
 #include "utils/owned_handle.h"
@@ -12,16 +14,18 @@ using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::OSErr;
 
-constexpr FourCC kPlay{"play"};  // one byte, 1
-constexpr FourCC kLoop{"LOOP"};  // 32 bits, 0: play over and over
+constexpr FourCC kPlay{"play"};  // one byte; 1: play when opened
+constexpr FourCC kLoop{"LOOP"};  // 32 bits; 0: play over and over
 
+// Replaces all items of the type by one.
 OSErr ReplaceItems(Movie movie, FourCC type, std::span<const std::uint8_t> bytes) {
   if (const OSErr code = RemoveMovieUserData(movie, type)) return code;
   return toolbox::SetUserDataItem(toolbox::GetMovieUserData(movie), bytes.data(),
                                   static_cast<std::int32_t>(bytes.size()), type, 0);
 }
 
-// The payload of the first item of the type, if it has `size` bytes or more.
+// The payload of the first item of the type. Empty if there is none or it has less than `size`
+// bytes.
 toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
   const toolbox::UserData data = toolbox::GetMovieUserData(movie);
   const utils::OwnedHandle item;
@@ -40,9 +44,7 @@ OSErr SetMovieUserDataByte(Movie movie, FourCC type, std::uint8_t value) {
 
 OSErr SetMovieUserDataLong(Movie movie, FourCC type, std::int32_t value) {
   std::array<std::uint8_t, 4> bytes{};
-  for (std::size_t i = 0; i < 4; ++i) {
-    bytes[i] = static_cast<std::uint8_t>(static_cast<std::uint32_t>(value) >> (24 - 8 * i));
-  }
+  boost::endian::store_big_s32(bytes.data(), value);
   return ReplaceItems(movie, type, bytes);
 }
 
@@ -62,10 +64,7 @@ bool GetMovieUserDataByte(Movie movie, FourCC type, bool otherwise) {
 
 std::int32_t GetMovieUserDataLong(Movie movie, FourCC type, std::int32_t otherwise) {
   const toolbox::Bytes bytes = FirstItem(movie, type, 4);
-  if (bytes.empty()) return otherwise;
-  std::uint32_t value = 0;
-  for (std::size_t i = 0; i < 4; ++i) value = value << 8 | bytes[i];
-  return static_cast<std::int32_t>(value);
+  return bytes.empty() ? otherwise : boost::endian::load_big_s32(bytes.data());
 }
 
 void ApplyPlaybackFlags(Movie movie, const clipjoin::OutputOptions& options) {

@@ -18,7 +18,7 @@ std::string ConvertTextEncoding(const std::string& text, toolbox::CFStringEncodi
 std::string StringFromCFString(toolbox::CFStringRef string, toolbox::CFStringEncoding encoding) {
   if (string == nullptr) return {};
   const auto length = static_cast<std::size_t>(toolbox::CFStringGetLength(string));
-  // No encoding needs more than some bytes a character: what does not fit then does not convert.
+  // No encoding needs ten bytes for a character. A string that does not fit then does not convert.
   const std::size_t most = 10 * (length + 1);
   for (std::size_t size = length + 1; size <= most; size += length) {
     std::string text(size, '\0');

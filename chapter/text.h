@@ -1,4 +1,4 @@
-// Bytes of text in the numbered encodings of the toolbox.
+// Conversion of text between encodings.
 #pragma once
 
 #include <string>
@@ -7,11 +7,13 @@
 
 namespace chapter {
 
-// The text in another encoding. Bytes that are not valid in `from` are told on standard error;
-// they, and a text that does not fit into `to`, come out empty. A zero ends the text.
+// Converts the text to another encoding. The result ends at the first zero character. Returns an
+// empty string if the text is not valid in `from`, which is also printed on standard error, or if
+// `to` cannot represent it.
 std::string ConvertTextEncoding(const std::string& text, toolbox::CFStringEncoding from,
                                 toolbox::CFStringEncoding to);
-// The bytes of the string up to its first zero; none when it is null or does not fit.
+// The text of the string in `encoding`, up to its first zero character. Empty for null, or if the
+// encoding cannot represent the string. Does not release the string.
 std::string StringFromCFString(toolbox::CFStringRef string, toolbox::CFStringEncoding encoding);
 
 }  // namespace chapter

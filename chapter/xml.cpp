@@ -29,6 +29,7 @@ std::string FormatChapterTime(std::int64_t start, std::int32_t scale) {
   return (seconds == 0 ? "0" : FormatClock(seconds)) + "." + TwoDigits(thirtieths);
 }
 
+// One recursion for each power of 60.
 std::string FormatClock(std::int64_t seconds) {
   const std::string last = TwoDigits(seconds % 60);
   return seconds / 60 == 0 ? last : FormatClock(seconds / 60) + ":" + last;

@@ -1,4 +1,4 @@
-// A movie's chapters as an XML document for a chapter tool.
+// The chapters of a movie as an XML document for a chapter tool.
 #pragma once
 
 #include <cstdint>
@@ -10,15 +10,16 @@
 
 namespace chapter {
 
-// Writes the whole document, UTF-8, in list order, and flushes the stream. One that has failed
-// takes nothing; nobody is told.
+// Writes the whole document in UTF-8, with the chapters in list order, and flushes the stream. The
+// caller may check the stream for errors.
 std::ostream& WriteChapterToolXml(std::ostream& out, std::span<const Chapter> chapters);
 
-// Seconds and thirtieths of a second: "05.15", "01:05.15"; below one second "0.15". `scale` > 0.
+// A time in `scale` units per second (> 0) as clock time with thirtieths of a second: "05.15",
+// "01:05.15"; "0.15" below one second.
 std::string FormatChapterTime(std::int64_t start, std::int32_t scale);
-// "05", "01:05", "01:00:00": two digits for each power of 60, hours too.
+// Seconds as "05", "01:05" or "01:00:00".
 std::string FormatClock(std::int64_t seconds);
-// '&' and '<' as entities; whatever else stands.
+// Replaces '&' and '<' by entities. Nothing else needs it: the text is used in elements only.
 std::string EscapeXmlText(const std::string& text);
 
 }  // namespace chapter

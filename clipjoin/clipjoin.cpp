@@ -6,6 +6,7 @@
 #include <variant>
 #include <vector>
 
+#include "chapter/chapter.h"
 #include "chapter/playback.h"
 #include "clipjoin/combine.h"
 #include "clipjoin/command_line.h"
@@ -18,7 +19,7 @@
 namespace clipjoin {
 namespace {
 
-// Whether the user's settings ask every run to be quiet.
+// Whether the user's preferences ask every run to be quiet, as if -q were given.
 bool PrefersQuiet() {
   constexpr char kDomain[] = "org.reelwork.Reelwork", kKey[] = "quiet";
   const auto text = [](const char* characters) {
@@ -45,33 +46,39 @@ int Run(std::span<const char* const> arguments) {
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return status->value;
   auto& line = std::get<CommandLine>(parsed);
 
-  // The first input's movie becomes the output, the others are joined to it; a manual join joins
-  // all of them to a new movie.
-  OwnedMovie made;
+  // The first input's movie becomes the output, and the others are added to it. A manual join adds
+  // all of them to a new movie. `line` keeps the inputs' movies until the end of the run, because
+  // the output refers to their media.
+  const OutputOptions& wanted = line.output;
+  OwnedMovie created;
   toolbox::Movie output = nullptr;
-  std::vector<chapter::Chapter> chapters = line.output.addedChapters;
+  std::vector<Chapter> chapters = wanted.addedChapters;
   for (input::InputMovie& input : line.inputs) {
     const toolbox::Movie movie = input.Open();
-    if (output == nullptr && line.output.manualJoin) {
-      made.reset(toolbox::NewMovie(0));
-      output = made.get();
+    if (output == nullptr && wanted.manualJoin) {
+      created.reset(toolbox::NewMovie(0));
+      output = created.get();
       std::ignore = toolbox::CopyMovieSettings(movie, output);
     }
-    AddAutomaticChapter(line.output, input.options, movie, output, chapters);
+    AddAutomaticChapter(wanted, input.options, movie, output, chapters);
     if (output == nullptr) {
       output = movie;
     } else {
-      Combine(movie, input.options, output, line);
+      Combine(movie, input.options, output, wanted);
     }
   }
-  if (line.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
-  AttachChapters(output, line, std::move(chapters));
-  if (line.output.removeOutputEditList) utils::RemoveEditLists(output);
-  chapter::ApplyPlaybackFlags(output, line.output);
-  const int status = utils::FinishOutput(output, line);
-  WriteChapterXml(output, line.output);
+  // The inputs were added at the selection, which is not to be saved in the output.
+  if (wanted.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
+  const bool savesInPlace = line.SavesInPlace();
+  AttachChapters(output, wanted, savesInPlace, std::move(chapters));
+  // The chapter list of the first input does not have the chapters of the others.
+  if (line.inputs.size() > 1) chapter::DropStaleList(output);
+  if (wanted.removeOutputEditList) utils::RemoveEditLists(output);
+  chapter::ApplyPlaybackFlags(output, wanted);
+  const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, line.inputs.size());
+  WriteChapterXml(output, wanted);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();
-  return Close(line.output.quiet, status);
+  return Close(wanted.quiet, status);
 }
 
 }  // namespace clipjoin

@@ -14,8 +14,9 @@ using toolbox::OSErr;
 using toolbox::TimeValue;
 using toolbox::Track;
 
-// Lays the movie over the output, from its place on.
-void LayInParallel(Movie movie, const FileOptions& options, Movie output, bool scaleToOutput) {
+// Shows the movie at the same time as the output, from options.placeAt on: at its own length, or
+// scaled to end where the output ends.
+void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool scaleToOutput) {
   const TimeValue start = std::lrint(options.placeAt * toolbox::GetMovieTimeScale(output));
   const TimeValue length = scaleToOutput ? toolbox::GetMovieDuration(output) - start : 0;
   toolbox::SetMovieSelection(output, start, length);
@@ -23,18 +24,19 @@ void LayInParallel(Movie movie, const FileOptions& options, Movie output, bool s
   Report({"AddMovieSelection", kClipjoinSource}, toolbox::GetMoviesError());
 }
 
+// Appends the first `duration` units of the movie to the output.
 void Append(Movie movie, TimeValue duration, Movie output) {
   Report(
       {"InsertMovieSegment", kClipjoinSource},
       toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
 }
 
-// How the tracks of an input become tracks of the output.
+// How tracks of an input are added to the output.
 struct TrackPolicy {
-  const char* insertion;  // what reports call it
-  // Puts the whole of `source` into `track`; `at` is where the output ended before the input.
+  const char* insertion;  // the name of `insert` in reports
+  // Inserts all of `source` into `track` at `at`, in output units.
   OSErr (*insert)(Track track, Track source, TimeValue at);
-  bool reusesTracks;
+  bool reusesTracks;  // false: each source gets a new track
 };
 
 OSErr InsertWhole(Track track, Track source, TimeValue at) {
@@ -45,14 +47,15 @@ constexpr TrackPolicy kSameTracks{"InsertTrackSegment", InsertWhole, true};
 constexpr TrackPolicy kUniqueTracks{"myAppendTrack", myAppendTrack, false};
 constexpr TrackPolicy kManualJoin{"myAppendTrack", myAppendTrack, true};
 
-// Null for an output that takes whole movies.
+// Null if whole movies are appended and the toolbox chooses the tracks.
 const TrackPolicy* PolicyOf(const OutputOptions& output) {
   if (output.forceSameTracks) return &kSameTracks;
   if (output.uniqueTracks) return &kUniqueTracks;
   return output.manualJoin ? &kManualJoin : nullptr;
 }
 
-// Puts `source` into the first track of its kind that takes it; false when none does.
+// Inserts `source` into the first track of the same media type that accepts it. Returns false if
+// none does. A refusal is no failure here, so it is not reported.
 bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
   toolbox::FourCC type;
   toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(source), &type, nullptr, nullptr);
@@ -65,17 +68,18 @@ bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPol
 }
 
 void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
-  Track made = nullptr;
+  Track added = nullptr;
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
-         toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &made));
-  Report({policy.insertion, kClipjoinSource}, policy.insert(made, source, at));
-  // A track that got nothing says nothing, and there are readers that take no file with one.
-  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(made)) == 0) {
-    toolbox::DisposeMovieTrack(made);
+         toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &added));
+  Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at));
+  // Some readers reject a file with a track that has no sample descriptions.
+  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) == 0) {
+    toolbox::DisposeMovieTrack(added);
   }
 }
 
-// Appends track by track.
+// Appends the movie track by track. All tracks start where the output ended before, even if the
+// first of them makes the output longer.
 void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
   const TimeValue at = toolbox::GetMovieDuration(output);
   for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
@@ -87,15 +91,15 @@ void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
 
 }  // namespace
 
-void Combine(Movie movie, const FileOptions& options, Movie output, const CommandLine& line) {
+void Combine(Movie movie, const FileOptions& options, Movie output, const OutputOptions& wanted) {
   if (options.useSettings) std::ignore = toolbox::CopyMovieSettings(movie, output);
   toolbox::SetMovieTimeScale(movie, toolbox::GetMovieTimeScale(output));
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   Report({"GetMoviesError", kClipjoinSource}, toolbox::GetMoviesError());
 
-  if (line.mode == CommandMode::kMultiplex) {
-    LayInParallel(movie, options, output, line.output.scaleToOutput);
-  } else if (const TrackPolicy* policy = PolicyOf(line.output)) {
+  if (wanted.mode == CommandMode::kMultiplex) {
+    AddInParallel(movie, options, output, wanted.scaleToOutput);
+  } else if (const TrackPolicy* policy = PolicyOf(wanted)) {
     AppendTracks(movie, output, *policy);
   } else {
     Append(movie, duration, output);

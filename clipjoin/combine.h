@@ -1,14 +1,15 @@
-// How a further input is joined to the output movie.
+// How inputs after the first are added to the output movie.
 #pragma once
 
-#include "clipjoin/command_line.h"
+#include "clipjoin/options.h"
 #include "toolbox/toolbox.h"
 
 namespace clipjoin {
 
-// Joins `movie`, which has the settings `options`, to `output` as the command asks. What fails is
-// reported, and the run goes on.
+// Adds `movie`, whose settings are `options`, to `output` in the way that the command and `wanted`
+// ask for. Media are added by reference, so `movie` must live until `output` is written. Failures
+// are reported, and the run goes on. Changes the time scale of `movie` to that of `output`.
 void Combine(toolbox::Movie movie, const FileOptions& options, toolbox::Movie output,
-             const CommandLine& line);
+             const OutputOptions& wanted);
 
 }  // namespace clipjoin

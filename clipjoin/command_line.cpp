@@ -14,26 +14,29 @@
 namespace clipjoin {
 namespace {
 
+// Null if the command has no such option.
 const Option* FindOption(std::string_view argument, CommandMode mode) {
   const auto found = std::ranges::find_if(Options(), [&](const Option& option) {
-    return option.name == argument && (option.commands >> static_cast<unsigned>(mode) & 1U) != 0;
+    return option.name == argument && Includes(option.commands, mode);
   });
   return found == Options().end() ? nullptr : &*found;
 }
 
+// Any unknown name means clipjoin.
 CommandMode ModeOf(std::string_view name) {
   if (name == "clipstak") return CommandMode::kMultiplex;
   if (name == "cliptune") return CommandMode::kModify;
   return CommandMode::kConcatenate;
 }
 
-// One parse of one command line.
+// Reads one command line.
 class Reader {
  public:
   Reader(std::span<const char* const> arguments, bool quiet)
+      // A caller of exec may pass no program name at all.
       : next_(arguments), invocation_(next_.AtEnd() ? "clipjoin" : next_()) {
     name_ = invocation_.substr(invocation_.rfind('/') + 1);
-    parser_.line.mode = ModeOf(name_);
+    parser_.line.output.mode = ModeOf(name_);
     parser_.line.output.quiet = quiet;
   }
 
@@ -55,6 +58,7 @@ class Reader {
   }
 
  private:
+  // Adds an input; file options that follow change its settings.
   void TakeFileName(const char* argument) {
     if (parser_.line.output.namesFromStdin) {
       std::cerr << "Ignoring argument " << argument << " because -names-from-stdin was passed\n";
@@ -64,9 +68,9 @@ class Reader {
     parser_.current = parser_.line.inputs.size() - 1;
   }
 
-  // False when the run ends with it; the reason has been printed.
+  // Returns false if the run ends here; the reason has been printed.
   bool TakeOption(const char* argument) try {
-    const Option* option = FindOption(argument, parser_.line.mode);
+    const Option* option = FindOption(argument, parser_.line.output.mode);
     if (option == nullptr) {
       std::cerr << "Unrecognized option " << argument << '\n';
       ExplainUsage();
@@ -84,7 +88,7 @@ class Reader {
     return false;
   }
 
-  void ExplainUsage() const { PrintUsage(invocation_, parser_.line.mode, name_); }
+  void ExplainUsage() const { PrintUsage(invocation_, parser_.line.output.mode, name_); }
 
   Cursor next_;
   std::string invocation_, name_;
@@ -93,13 +97,8 @@ class Reader {
 
 }  // namespace
 
-const char* CommandLine::Name() const {
-  static constexpr const char* kNames[] = {"clipjoin", "clipstak", "cliptune"};
-  return kNames[static_cast<std::size_t>(mode)];
-}
-
 bool CommandLine::SavesInPlace() const {
-  return mode == CommandMode::kModify && inputs.front().options.saveInPlace;
+  return output.mode == CommandMode::kModify && inputs.front().options.saveInPlace;
 }
 
 std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments,

@@ -11,13 +11,10 @@
 namespace clipjoin {
 
 struct CommandLine {
-  CommandMode mode = CommandMode::kConcatenate;
   OutputOptions output;
   std::vector<input::InputMovie> inputs;  // in command-line order, never empty
 
-  // The command as messages call it.
-  const char* Name() const;
-  // The input is saved into its own file, and nothing else is written.
+  // Whether the run saves its input into the input's own file and writes nothing else.
   bool SavesInPlace() const;
 };
 
@@ -25,8 +22,9 @@ struct ExitStatus {
   int value;
 };
 
-// `arguments` starts with the program's name, which chooses the command; `quiet` is the user's
-// preference. Either what is asked for, or the status to end with: the reason has been printed.
+// Reads the command line. `arguments` starts with the program's name, which chooses the command;
+// `quiet` is the user's preference. Returns either the settings of the run or the status to exit
+// with; in that case the reason has been printed.
 std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* const> arguments,
                                                        bool quiet);
 

@@ -1,4 +1,4 @@
-// The arguments that are still to be read.
+// The command-line arguments that have not been read yet.
 #pragma once
 
 #include <span>
@@ -8,19 +8,20 @@
 
 namespace clipjoin {
 
+// Does not own the arguments.
 class Cursor {
  public:
   explicit Cursor(std::span<const char* const> arguments) : rest_(arguments) {}
 
   bool AtEnd() const { return rest_.empty(); }
-  // The next argument. Throws NeedMoreArguments at the end.
+  // Takes the next argument. Throws NeedMoreArguments at the end.
   const char* operator()() {
     if (AtEnd()) throw NeedMoreArguments{};
     const char* argument = rest_.front();
     rest_ = rest_.subspan(1);
     return argument;
   }
-  // Whether the next argument is just that keyword, which is then passed over.
+  // Takes the next argument only if it is exactly `keyword`; returns whether it was.
   bool Takes(std::string_view keyword) {
     if (AtEnd() || keyword != rest_.front()) return false;
     rest_ = rest_.subspan(1);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "chapter/annotations.h"
+#include "chapter/chapter.h"
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
@@ -15,23 +16,24 @@
 namespace clipjoin {
 namespace {
 
-using chapter::Chapter;
 using toolbox::Movie;
 using toolbox::Track;
 
-// The name of a file without its folder and what follows its last dot.
+// The file name in `path` without its extension.
 std::string PlainName(const std::string& path) {
   const std::string name = path.substr(path.rfind('/') + 1);
   return name.substr(0, name.rfind('.'));
 }
 
+// The title of the chapter for an input: -chapter-name, the movie's full name or the file name.
 std::string AutomaticTitle(const FileOptions& file, Movie movie) {
   if (!file.chapterName.empty()) return file.chapterName;
   const std::string title = chapter::GetMovieFullName(movie);
   return title.empty() ? PlainName(file.path) : title;
 }
 
-// The track that is named to be the chapter track; null when none is, or it cannot be.
+// The track named by -chapter-track. Null if there is no name, no track with that name (printed
+// with the names there are), or if that track is no text track (printed).
 Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   if (!name) return nullptr;
   const Track track = input::FindTrackByName(movie, *name);
@@ -48,7 +50,8 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   return nullptr;
 }
 
-// New media of the movie are held in memory until it is written.
+// Keeps the samples of media that are added to the movie in memory until the movie is written: it
+// goes to another file than the one it was read from.
 void KeepNewMediaInMemory(Movie movie) {
   constexpr toolbox::FourCC kMemory{"hndl"};
   constexpr std::int64_t kHandleSize = 4;
@@ -62,28 +65,28 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, M
                          Movie output, std::vector<Chapter>& chapters) {
   if (!wanted.autoChapters) return;
   if (wanted.autoChaptersMerge && chapter::HasChapters(movie)) return;
-  Chapter whole;
-  whole.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie);
-  whole.start = output != nullptr ? toolbox::GetMovieDuration(output) : 0;
-  whole.title = AutomaticTitle(file, movie);
-  chapters.push_back(std::move(whole));
+  Chapter added;
+  added.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie);
+  added.start = output != nullptr ? toolbox::GetMovieDuration(output) : 0;
+  added.title = AutomaticTitle(file, movie);
+  chapters.push_back(std::move(added));
 }
 
-void AttachChapters(Movie output, const CommandLine& line, std::vector<Chapter> chapters) {
-  const OutputOptions& wanted = line.output;
+void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace,
+                    std::vector<Chapter> chapters) {
+  // -auto-chapters discards the chapters that the inputs have.
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
-    for (Chapter& there : chapter::ReadChapters(output)) chapters.push_back(std::move(there));
+    for (Chapter& kept : chapter::ReadChapters(output)) chapters.push_back(std::move(kept));
   }
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {
-    if (!line.SavesInPlace()) KeepNewMediaInMemory(output);
+    if (!savesInPlace) KeepNewMediaInMemory(output);
     code = chapter::AddChapterTrack(chapters, output, nullptr);
   } else if (named != nullptr) {
     code = chapter::AddChapterReference(output, named, nullptr);
   }
   Report({"chapter::AddChapterTrack", kClipjoinSource}, code);
-  if (line.inputs.size() > 1) chapter::DropStaleList(output);
 }
 
 void WriteChapterXml(Movie output, const OutputOptions& wanted) {

@@ -1,24 +1,26 @@
-// The chapters that a run gathers for its output, and what becomes of them.
+// The chapters of the output: collected during the run, then added to the movie and to an XML file.
 #pragma once
 
 #include <vector>
 
-#include "clipjoin/command_line.h"
+#include "clipjoin/options.h"
 
 namespace clipjoin {
 
-// Appends the chapter that stands for an input about to be joined to `output` (null: about to
-// become it), when the run is to have such and does not use the input's own.
+// With -auto-chapters, appends one chapter for `movie`, which is about to be added to the end of
+// `output` (null: is about to become the output). With -auto-chapters-merge only if `movie` has no
+// chapters of its own.
 void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, toolbox::Movie movie,
-                         toolbox::Movie output, std::vector<chapter::Chapter>& chapters);
+                         toolbox::Movie output, std::vector<Chapter>& chapters);
 
-// Gives the joined output the chapter track that the command line asks for: one of `chapters` and,
-// where they are to be kept, of those already there; or a track that it names.
-void AttachChapters(toolbox::Movie output, const CommandLine& line,
-                    std::vector<chapter::Chapter> chapters);
+// Gives `output` a chapter track as `wanted` asks: a new one with `chapters` and, if they are to be
+// kept, the chapters that `output` has; or else the track named by -chapter-track. Failures are
+// reported. `savesInPlace`: the text of the chapters goes into the movie's own file.
+void AttachChapters(toolbox::Movie output, const OutputOptions& wanted, bool savesInPlace,
+                    std::vector<Chapter> chapters);
 
-// Writes the chapters of the output into the file for them, if one is asked for. A file that cannot
-// be made is passed over.
+// Writes the chapters of `output` to the file given with -chapter-tool-xml, if any. A file that
+// cannot be created is ignored without a message.
 void WriteChapterXml(toolbox::Movie output, const OutputOptions& wanted);
 
 }  // namespace clipjoin

@@ -1,4 +1,4 @@
-// The executable behind all three commands.
+// The executable of all three commands.
 #include <exception>
 #include <iostream>
 
@@ -10,6 +10,6 @@ int main(int count, char** arguments) try {
   std::cerr << "Error: " << escaped.what() << '\n';
   return 1;
 } catch (...) {
-  std::cerr << "Error: something went wrong that has no name\n";
+  std::cerr << "Error: unknown exception\n";
   return 1;
 }

@@ -5,14 +5,12 @@
 #include <string>
 
 #include "clipjoin/values.h"
-#include "utils/movie_file.h"
 
 namespace clipjoin {
 namespace {
 
-using Carry = void (*)(const char*, Cursor&, Parser&);
-
-// The row's effect is to set one member, of the current file's options or of the output's.
+// Most options set one member, of the current file options or of the output options: to a value,
+// to the next argument, or to a duration; or they add the next argument to a set.
 template <auto kMember, auto kValue>
 void SetFile(const char*, Cursor&, Parser& parser) {
   parser.Current().*kMember = kValue;
@@ -21,7 +19,6 @@ template <auto kMember, auto kValue>
 void SetOutput(const char*, Cursor&, Parser& parser) {
   parser.line.output.*kMember = kValue;
 }
-// ... to the next argument, or to it as well.
 template <auto kMember>
 void TakeFile(const char*, Cursor& next, Parser& parser) {
   parser.Current().*kMember = next();
@@ -41,7 +38,7 @@ void TakeDuration(const char*, Cursor& next, Parser& parser) {
 
 template <CommandMode kMode>
 void SetMode(const char*, Cursor&, Parser& parser) {
-  parser.line.mode = kMode;
+  parser.line.output.mode = kMode;
 }
 
 template <std::uint32_t kFlag>
@@ -49,8 +46,9 @@ void ClearFlattenFlag(const char*, Cursor&, Parser& parser) {
   parser.line.output.flattenFlags &= ~kFlag;
 }
 
-// A length that the option states, one that it takes from a named track, from another movie, or
-// that tracks have.
+// Options that change the length. The new length is a value, the length of a named track, that of
+// the shortest or longest track, or that of another movie. A later one of these replaces an earlier
+// one.
 template <unsigned kOperation>
 void LengthGiven(const char*, Cursor& next, Parser& parser) {
   const double target = ParseDuration(next());
@@ -73,6 +71,7 @@ void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
   input::InputMovie other(settings);
   const toolbox::Movie movie = other.Open();
   if (!other.IsOpen()) {
+    // The option and not the file: scripts look for this text.
     std::cerr << "Error getting movie " << name << '\n';
     return;
   }
@@ -81,13 +80,12 @@ void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
                                   static_cast<double>(toolbox::GetMovieTimeScale(movie));
 }
 
-constexpr toolbox::Fixed kOne = 0x10000;
-
+// Options that change a matrix do so at once, so several of them add up in command-line order.
 template <auto kMatrix, bool kHorizontal, bool kVertical>
 void Scale(const char*, Cursor& next, Parser& parser) {
   const Factor factor = ParseFactor(next);
-  toolbox::ScaleMatrix(&(parser.Current().*kMatrix), kHorizontal ? factor.value : kOne,
-                       kVertical ? factor.value : kOne, factor.aboutX, factor.aboutY);
+  toolbox::ScaleMatrix(&(parser.Current().*kMatrix), kHorizontal ? factor.value : toolbox::fixedOne,
+                       kVertical ? factor.value : toolbox::fixedOne, factor.aboutX, factor.aboutY);
 }
 template <auto kMatrix>
 void Rotate(const char*, Cursor& next, Parser& parser) {
@@ -117,7 +115,7 @@ void SetTransparency(const char*, Cursor& next, Parser& parser) {
 }
 
 void AddChapter(const char*, Cursor& next, Parser& parser) {
-  chapter::Chapter added;
+  Chapter added;
   added.title = next();
   added.start = static_cast<std::int64_t>(ParseDuration(next()) * added.scale);
   parser.line.output.addedChapters.push_back(added);
@@ -129,6 +127,7 @@ void AutoChaptersMerge(const char*, Cursor&, Parser& parser) {
   parser.line.output.autoChaptersMerge = true;
 }
 
+// Reads file names until standard input ends. The current settings do not move to these inputs.
 void ReadNames(const char*, Cursor&, Parser& parser) {
   const FileOptions settings = parser.Current();
   for (std::string name; std::getline(std::cin, name);) parser.AddInput(settings, name);

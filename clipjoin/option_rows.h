@@ -1,40 +1,47 @@
-// The options: one row each.
+// The table of options.
 #pragma once
 
 #include <span>
+#include <string>
 
 #include "clipjoin/command_line.h"
 #include "clipjoin/cursor.h"
 
 namespace clipjoin {
 
-// What the options change while the command line is read.
+// What has been read so far. Options change it.
 struct Parser {
   CommandLine line;
   FileOptions global;
-  bool optionsAllowed = true;
+  bool optionsAllowed = true;  // false after "-": every argument is a file name
 
-  // The record that file options change: that of the last file named, or the global one.
+  // The settings that file options change: those of the last file named, or the global ones.
   FileOptions& Current() { return current == kGlobal ? global : line.inputs[current].options; }
-  // A further input, which starts with what `settings` say.
+  // Adds an input for the file at `path` that starts with a copy of `settings`.
   void AddInput(const FileOptions& settings, const std::string& path);
 
   static constexpr std::size_t kGlobal = static_cast<std::size_t>(-1);
   std::size_t current = kGlobal;  // index of an input
 };
 
-// Which commands know an option: a bit for each CommandMode.
+// The commands that accept an option: a bit for each CommandMode.
 inline constexpr unsigned kClipjoin = 0b001, kClipstak = 0b010, kCliptune = 0b100;
 inline constexpr unsigned kEvery = kClipjoin | kClipstak | kCliptune;
+
+// Whether the set of commands has the command `mode`.
+constexpr bool Includes(unsigned commands, CommandMode mode) {
+  return (commands >> static_cast<unsigned>(mode) & 1U) != 0;
+}
 
 struct Option {
   const char* name;
   unsigned commands;
-  // `name` is the option as it was given. Throws NeedMoreArguments, BadDuration.
+  // Reads the option's values from `next` and carries it out. `name` is the option as given. Throws
+  // NeedMoreArguments and BadDuration.
   void (*carryOut)(const char* name, Cursor& next, Parser& parser);
 };
 
-// In the order in which they are compared.
+// All options, in the order in which they are compared.
 std::span<const Option> Options();
 
 }  // namespace clipjoin

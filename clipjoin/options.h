@@ -1,4 +1,6 @@
-// What the command line asks for: settings of the whole run and settings of each input.
+// What the command line asks for: the settings of the whole run and the settings of each input.
+//
+// The four command folders share this header and clipjoin/report.h.
 #pragma once
 
 #include <cstdint>
@@ -7,18 +9,25 @@
 #include <string>
 #include <vector>
 
-#include "chapter/chapter.h"
 #include "toolbox/toolbox.h"
 
 namespace clipjoin {
 
+// The values are bit numbers in the tables of options and of usage entries.
 enum class CommandMode : std::uint8_t {
-  kConcatenate = 0,  // clipjoin: end to end
-  kMultiplex = 1,  // clipstak: in parallel
-  kModify = 2,  // cliptune: one movie
+  kConcatenate = 0,  // clipjoin: one input after the other
+  kMultiplex = 1,  // clipstak: inputs at the same time
+  kModify = 2,  // cliptune: one input
 };
 
-// How the length of an input is changed: what is done, and where the length comes from. Bits.
+// The name of the command in messages.
+constexpr const char* CommandName(CommandMode mode) {
+  constexpr const char* kNames[] = {"clipjoin", "clipstak", "cliptune"};
+  return kNames[static_cast<std::size_t>(mode)];
+}
+
+// How the length of an input is changed. The low four bits say what is done, the next two where the
+// new length comes from. The values must not change.
 enum LengthMode : std::uint8_t {
   kKeepLength = 0,
   kChangeLength = 0x01,
@@ -26,14 +35,23 @@ enum LengthMode : std::uint8_t {
   kTrimBy = 0x04,
   kScaleTracks = 0x06,
   kScaleMovie = 0x08,
-  kLengthOperation = 0x0E,
+  kLengthOperation = 0x0E,  // mask
   kLongestTrack = 0x10,
   kShortestTrack = 0x20,
   kNamedTrack = 0x30,
-  kLengthSource = 0x30,
+  kLengthSource = 0x30,  // mask; 0: FileOptions::lengthTarget
 };
 
-// The settings of one input: a copy of the global ones, changed by the options behind its name.
+// One chapter of a movie.
+struct Chapter {
+  std::int32_t scale = 600;  // units per second; > 0
+  std::int64_t start = 0;  // in units of `scale`, as `duration`
+  std::int64_t duration = 0;  // 0 until a chapter track is built
+  std::string title;  // UTF-8
+};
+
+// The settings of one input. They start as a copy of the global settings; the options after the
+// file name change them.
 struct FileOptions {
   std::string path;  // as given
   std::string chapterName;
@@ -67,7 +85,9 @@ struct FileOptions {
   }
 };
 
+// The settings of the whole run. They are global wherever their options are on the command line.
 struct OutputOptions {
+  CommandMode mode = CommandMode::kConcatenate;
   bool quiet = false;
   bool selfContained = false;
   std::uint32_t flattenFlags =
@@ -79,8 +99,8 @@ struct OutputOptions {
   bool autoChapters = false, autoChaptersMerge = false;
   bool scaleToOutput = false;
   bool addedChaptersSeen = false;
-  std::vector<chapter::Chapter> addedChapters;
-  std::optional<std::string> outputPath;  // as given
+  std::vector<Chapter> addedChapters;
+  std::optional<std::string> outputPath;  // as given; none: a file on the desktop
   bool setAutoPlay = false, unsetAutoPlay = false, setLooping = false, unsetLooping = false;
   bool removeOutputEditList = false;
   bool namesFromStdin = false;

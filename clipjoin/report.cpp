@@ -7,6 +7,7 @@ namespace {
 
 constexpr char kContact[] = "<reelwork@example.org>";
 
+// Failures reported by this process so far.
 int errorCount = 0;
 
 }  // namespace
@@ -22,11 +23,14 @@ void Report(CallSite site, toolbox::OSErr code) {
   ++errorCount;
 }
 
+toolbox::OSErr Reported(CallSite site, toolbox::OSErr code) {
+  Report(site, code);
+  return code;
+}
+
 void Require(CallSite site, toolbox::OSErr code) {
   if (code != toolbox::noErr) throw QTError(site, code);
 }
-
-int ErrorCount() { return errorCount; }
 
 int Close(bool quiet, int outputStatus) {
   if (!quiet && errorCount > 1) {

@@ -1,5 +1,5 @@
-// How failures are told: one line of one form on standard error, and a count that decides the exit
-// status.
+// Error reports: every failed call is one line of the same form on standard error, and the number
+// of failures decides the exit status.
 #pragma once
 
 #include <iosfwd>
@@ -9,8 +9,9 @@
 
 namespace clipjoin {
 
-// Where a check stands: the function that failed, and a source and line that the user can quote to
-// us. The source names the part of the program, whatever file the check stands in today.
+// Where a call failed: the function, and a source and line that users can quote in a bug report.
+// The source names one of the three main parts of the program, not the actual file, so that reports
+// keep their text when code moves between files. All texts are literals.
 struct CallSite {
   const char* function;
   const char* source;
@@ -21,13 +22,14 @@ inline constexpr char kClipjoinSource[] = "clipjoin.cpp";
 inline constexpr char kChapterSource[] = "chapter.cpp";
 inline constexpr char kUtilsSource[] = "utils.cpp";
 
-// A failed call that ends a piece of work; caught where that work began.
+// A failed call that ends a larger piece of work. Thrown by Require; caught by the input opener and
+// by the movie writer.
 class QTError {
  public:
   QTError(CallSite site, toolbox::OSErr code) : site_(site), code_(code) {}
 
   toolbox::OSErr Code() const { return code_; }
-  // The report line, without the line end.
+  // Prints the report line without a line end.
   friend std::ostream& operator<<(std::ostream& out, const QTError& error);
 
  private:
@@ -35,24 +37,24 @@ class QTError {
   toolbox::OSErr code_;
 };
 
-// An option asked for more values than the command line holds.
+// An option needs more values than the command line has. Caught by the option loop.
 struct NeedMoreArguments {};
 
-// A duration that cannot be read.
+// A duration that cannot be parsed. Caught by the option loop.
 struct BadDuration {
-  std::string text;
+  std::string text;  // as given
 };
 
-// Prints and counts a failed call; does nothing when `code` is noErr.
+// Prints and counts a failed call. Does nothing if `code` is noErr.
 void Report(CallSite site, toolbox::OSErr code);
-// Throws QTError unless `code` is noErr.
+// As Report, and returns `code`.
+toolbox::OSErr Reported(CallSite site, toolbox::OSErr code);
+// Throws QTError unless `code` is noErr. Neither prints nor counts.
 void Require(CallSite site, toolbox::OSErr code);
 
-// Failures reported so far in this process.
-int ErrorCount();
-
-// The last step of a run: prints the closing lines, unless `quiet`, and gives the exit status.
-// `outputStatus` is what the output step asks for, 0 for nothing.
+// The last step of a run: prints the closing lines if any failure was counted, unless `quiet`, and
+// returns the exit status. `outputStatus` is the status that the output step wants, 0 for none; it
+// takes precedence.
 int Close(bool quiet, int outputStatus);
 
 }  // namespace clipjoin

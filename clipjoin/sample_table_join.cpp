@@ -15,7 +15,8 @@ using toolbox::Track;
 
 constexpr OSErr kDifferentTimeScales = 1;
 
-// The lines that reports of failed steps name, whatever lines the steps stand in.
+// Reports of failed steps name these lines, whatever lines the code is on: users and scripts know
+// them.
 constexpr CallSite kGetMediaDataRefCount{"GetMediaDataRefCount", kClipjoinSource, 828};
 constexpr CallSite kGetMediaDataRef{"GetMediaDataRef", kClipjoinSource, 834};
 constexpr CallSite kAddMediaDataRef{"AddMediaDataRef", kClipjoinSource, 836};
@@ -32,13 +33,8 @@ struct Release {
 };
 using OwnedTable = std::unique_ptr<toolbox::SampleTableRecord, Release>;
 
-OSErr Reported(CallSite site, OSErr code) {
-  Report(site, code);
-  return code;
-}
-
-// Gives `media` the data references of `source`. One that fails is left out: the samples know
-// where they lie.
+// Adds the data references of `source` to `media`. One that cannot be added is skipped: the samples
+// bring their own.
 void CopyDataReferences(Media source, Media media) {
   std::int16_t count = 0;
   if (Reported(kGetMediaDataRefCount, toolbox::GetMediaDataRefCount(source, &count)) != 0) return;
@@ -55,31 +51,32 @@ void CopyDataReferences(Media source, Media media) {
   }
 }
 
-// Appends the samples of `source`, which last `duration`, to `media`.
+// Appends the samples of `source`, which last `duration` media units, to `media`. Returns the code
+// of the step that failed, which has been reported.
 OSErr AppendSamples(Media source, TimeValue duration, Media media) {
-  toolbox::QTMutableSampleTableRef made = nullptr;
+  toolbox::QTMutableSampleTableRef copy = nullptr;
   const toolbox::TimeScale scale = toolbox::GetMediaTimeScale(media);
   const OSErr creating =
-      Reported(kCreateMutable, toolbox::QTSampleTableCreateMutable(nullptr, scale, nullptr, &made));
+      Reported(kCreateMutable, toolbox::QTSampleTableCreateMutable(nullptr, scale, nullptr, &copy));
   if (creating != toolbox::noErr) return creating;
-  OwnedTable table(made);
+  OwnedTable table(copy);
   for (TimeValue time = 0; time < duration;) {
     if (const OSErr code = Reported(kCopySampleTable, toolbox::CopyMediaMutableSampleTable(
-                                                          source, time, nullptr, 0, 0, &made));
+                                                          source, time, nullptr, 0, 0, &copy));
         code != toolbox::noErr) {
       return code;
     }
-    table.reset(made);
-    const std::int64_t count = toolbox::QTSampleTableGetNumberOfSamples(made);
+    table.reset(copy);
+    const std::int64_t count = toolbox::QTSampleTableGetNumberOfSamples(copy);
     if (const OSErr code = Reported(kAddSampleTable,
-                                    toolbox::AddSampleTableToMedia(media, made, 1, count, nullptr));
+                                    toolbox::AddSampleTableToMedia(media, copy, 1, count, nullptr));
         code != toolbox::noErr) {
       return code;
     }
     TimeValue length = 0;
     if (const OSErr code = Reported(
             kGetProperty,
-            toolbox::QTSampleTableGetProperty(made, toolbox::kQTPropertyClass_SampleTable,
+            toolbox::QTSampleTableGetProperty(copy, toolbox::kQTPropertyClass_SampleTable,
                                               toolbox::kQTSampleTablePropertyID_TotalDecodeDuration,
                                               sizeof(length), &length, nullptr));
         code != toolbox::noErr) {

@@ -8,11 +8,19 @@
 namespace clipjoin {
 namespace {
 
-// Stands for the program as it was typed.
+// Replaced by the program as typed.
 constexpr std::string_view kInvocation = "%";
 
 constexpr unsigned kJoinAndStack = kClipjoin | kClipstak;
 
+// A part of the usage text and the commands that it is for.
+struct UsageEntry {
+  unsigned commands;
+  const char* text;  // whole lines; the first names the option
+};
+
+// In the order of the text. "conjuction", "ince" and "it's" are not typing errors of ours to
+// correct: scripts compare this text.
 constexpr UsageEntry kEntries[] = {
     {kEvery, "    -q                Be quiet: don't print informational messages\n"},
     {kEvery,
@@ -42,8 +50,8 @@ constexpr UsageEntry kEntries[] = {
      "    -chapter-track name\n"
      "        Use the named chapter as a chapter track for the movie.\n"},
     {kClipjoin,
-     "    -auto-chapters    Make one chapter per movie. Chapter tracks that are there\n"
-     "        already are discarded.\n"},
+     "    -auto-chapters    Make one chapter per movie. Existing chapter tracks are\n"
+     "        discarded.\n"},
     {kClipjoin,
      "    -auto-chapters-merge\n"
      "        Make chapters for movies that don't have them, and use the chapters of\n"
@@ -101,7 +109,7 @@ constexpr UsageEntry kEntries[] = {
      "    -transparency-mode mode [color]\n"
      "        Sets the transparency mode for video in this movie. Type\n"
      "        % -transparency-mode help\n"
-     "        for the modes there are.\n"},
+     "        for a list of modes.\n"},
     {kClipstak,
      "    -placeAt time     Multiplex the input starting at that time in the output.\n"
      "        This has no effect on the first file.\n"},
@@ -113,7 +121,7 @@ constexpr UsageEntry kEntries[] = {
     {kEvery, "    -rotate degrees   Rotate each visual track clockwise.\n"},
     {kEvery,
      "    -about X Y        By default rotation and scaling are centered at the\n"
-     "        origin. Follow a -Xscale or -rotate argument by -about to center it\n"
+     "        origin. Add -about after a -Xscale or -rotate argument to center it\n"
      "        elsewhere.\n"},
     {kEvery, "    -vtranslate pixels\n        Move each visual track down.\n"},
     {kEvery, "    -htranslate pixels\n        Move each visual track to the right.\n"},
@@ -124,8 +132,8 @@ constexpr UsageEntry kEntries[] = {
     {kEvery, "    -mvscale factor   Scale the movie vertically.\n"},
     {kEvery, "    -mhscale factor   Scale the movie horizontally.\n"},
     {kEvery,
-     "    -mrotate degrees  Rotate the movie clockwise. Follow a -mXscale or -mrotate\n"
-     "        argument by -about to center it elsewhere.\n"},
+     "    -mrotate degrees  Rotate the movie clockwise. Add -about after a -mXscale or\n"
+     "        -mrotate argument to center it elsewhere.\n"},
     {kEvery,
      "    -resetmmatrix     Reset movie matrix to identity before applying scaling\n"
      "        options.\n"},
@@ -166,7 +174,7 @@ constexpr UsageEntry kEntries[] = {
      "    -scaleMovieToLengthOfMovie name\n"
      "        Scale the movie to the length of the movie in the named file. All tracks\n"
      "        are scaled by the same factor.\n"},
-    {kEvery, "    -startAt time     Start the movie at that time: cut what is before it.\n"},
+    {kEvery, "    -startAt time     Start the movie at that time: remove everything before it.\n"},
     {kEvery, "    -trimTo duration  Trim the movie to that duration.\n"},
     {kEvery, "    -duration duration\n        The same as -trimTo.\n"},
     {kEvery, "    -trimBy duration  Remove that amount from the end of the movie.\n"},
@@ -202,8 +210,6 @@ constexpr UsageEntry kEntries[] = {
 
 }  // namespace
 
-std::span<const UsageEntry> UsageEntries() { return kEntries; }
-
 void PrintUsage(const std::string& invocation, CommandMode mode, const std::string& name) {
   std::ostream& out = std::cerr;
   out << name << " version 1.2.4 (August 24, 2006)\n"
@@ -216,7 +222,7 @@ void PrintUsage(const std::string& invocation, CommandMode mode, const std::stri
            "... ]\nGlobal options:\n";
   }
   for (const UsageEntry& entry : kEntries) {
-    if ((entry.commands >> static_cast<unsigned>(mode) & 1U) == 0) continue;
+    if (!Includes(entry.commands, mode)) continue;
     std::string text = entry.text;
     if (const auto at = text.find(kInvocation); at != std::string::npos) {
       text.replace(at, kInvocation.size(), invocation);

@@ -11,7 +11,8 @@ namespace {
 
 using toolbox::RGBColor;
 
-// Each reads three values, with any character between them.
+// Each of these reads a color: three values with any character between them. A color of the toolbox
+// has 16 bits a component.
 void ReadBytes(std::istream& in, RGBColor& color) {
   char between;
   in >> color.red >> between >> color.green >> between >> color.blue;
@@ -30,19 +31,19 @@ void ReadProportions(std::istream& in, RGBColor& color) {
   double first = 0, second = 0, third = 0;
   in >> first >> between >> second >> between >> third;
   const auto part = [](double proportion) {
-    // What no integer can hold has no meaning either.
+    // Converting a number that an integer cannot hold is undefined.
     const double value = std::clamp(proportion * 65535.0, double{INT32_MIN}, double{INT32_MAX});
     return static_cast<std::uint16_t>(static_cast<std::int32_t>(value));
   };
-  // The second proportion is the blue one: users' scripts count on it.
+  // The second proportion is blue, not green: users' scripts depend on it.
   color = {part(first), part(third), part(second)};
 }
 
 struct Transparency {
   const char* name;
-  std::int32_t mode;
-  void (*readColor)(std::istream&, RGBColor&);  // null: the mode has no colour
-  const char* label;  // of the colour
+  std::int32_t mode;  // a graphics transfer mode
+  void (*readColor)(std::istream&, RGBColor&);  // null: the mode has no color
+  const char* label;  // what messages call the color
   const char* help;
 };
 
@@ -63,6 +64,7 @@ constexpr Transparency kTransparencies[] = {
      "channel. red-prop, green-prop, and\n\tblue-prop should be real numbers between 0 and 1."},
 };
 
+// Prints the modes and returns the mode to use.
 std::int32_t ExplainTransparency() {
   std::cerr << "Error getting transparency mode. Correct syntax is one of:\n";
   for (const Transparency& row : kTransparencies) {
@@ -98,7 +100,7 @@ double ParseDuration(const std::string& text) {
     if (character >= '0' && character <= '9') {
       current = current * 10 + static_cast<std::uint32_t>(character - '0');
     } else if (character == ':') {
-      // What counts is the value moved out, not the number of colons: 0:0:1:10 is a minute and ten
+      // A fourth field is an error only if it moves hours out: 0:0:1:10 is a minute and ten
       // seconds.
       if (hours != 0) throw BadDuration{text};
       hours = minutes;

@@ -1,4 +1,4 @@
-// The values of options: texts to durations, numbers, factors and transparency modes.
+// Option values: text to durations, numbers, factors and transparency modes.
 #pragma once
 
 #include <string>
@@ -8,27 +8,28 @@
 
 namespace clipjoin {
 
-// Seconds, from "seconds.fractions" or "hh:mm:ss.fractions". Throws BadDuration.
+// Parses "seconds.fractions" or "hh:mm:ss.fractions" and returns seconds. Throws BadDuration.
 double ParseDuration(const std::string& text);
-// What a bad duration should have looked like; prints it, starting with the offending text.
+// Prints what a duration has to look like, starting with the bad `text`.
 void PrintDurationHelp(const std::string& text);
 
-// A number or a fraction n/d. Takes what it can read of anything.
+// Parses a number or a fraction n/d. Characters after it are ignored; text that is no number is 0.
 double ParseNumber(const std::string& text);
 
-// ParseNumber as 16.16, to the nearest.
+// Parses the same and rounds it to the nearest 16.16 number.
 toolbox::Fixed ParseFixed(const std::string& text);
 
-// A factor or an angle, and the point it is about ("-about X Y"; else the origin).
+// A factor or an angle in degrees, and its center in pixels.
 struct Factor {
   toolbox::Fixed value = 0, aboutX = 0, aboutY = 0;
 };
-// Takes it from the arguments; a point that is cut short is reported and ignored. Throws
-// NeedMoreArguments.
+// Takes a factor and, if "-about X Y" follows, its center; the center is otherwise the origin. If X
+// or Y is missing, this is reported and the origin is used. Throws NeedMoreArguments if there is no
+// factor.
 Factor ParseFactor(Cursor& next);
 
-// Takes a transparency mode, and its colour if it has one, from the arguments. What is wrong is
-// reported, with the modes there are, and gives mode 0.
+// Takes a transparency mode and, if it needs one, a color, and returns the graphics mode. On an
+// error, prints it with the list of modes and returns 0.
 std::int32_t ParseTransparency(Cursor& next, toolbox::RGBColor& color);
 
 }  // namespace clipjoin

@@ -1,5 +1,5 @@
-// Cuts a stretch out of a movie with the toolbox, as an example of how to use it:
-//   cut IN FROM LENGTH OUT      (seconds; paths absolute)
+// An example of how to use the toolbox: writes a part of a movie to a new file.
+//   cut IN FROM LENGTH OUT      (times in seconds; paths must be absolute)
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace toolbox;
 
-// A data reference to the file at `path`; the caller disposes of it. Null when that fails.
+// Returns a data reference to the file at `path`, which the caller disposes of; null on failure.
 Handle ReferenceTo(const char* path, FourCC* type) {
   const CFStringRef string = CFStringCreateWithCString(nullptr, path, kCFStringEncodingUTF8);
   Handle reference = nullptr;
@@ -21,6 +21,7 @@ Handle ReferenceTo(const char* path, FourCC* type) {
   return reference;
 }
 
+// Opens the movie; the caller disposes of it.
 OSErr Open(const char* path, Movie* movie) {
   FourCC type;
   const Handle reference = ReferenceTo(path, &type);
@@ -29,7 +30,7 @@ OSErr Open(const char* path, Movie* movie) {
   return code;
 }
 
-// Leaves what `movie` shows from `from` on for `length` seconds.
+// Keeps `length` seconds of the movie, starting at `from` seconds, and deletes the rest.
 OSErr Cut(Movie movie, double from, double length) {
   const auto units = [&](double seconds) {
     return static_cast<TimeValue>(std::llround(seconds * GetMovieTimeScale(movie)));
@@ -40,12 +41,14 @@ OSErr Cut(Movie movie, double from, double length) {
   return DeleteMovieSegment(movie, units(length), rest);
 }
 
+// Writes the movie with all its media, so that the result does not depend on the input file.
 OSErr Write(Movie movie, const char* path) {
   FourCC type;
   const Handle reference = ReferenceTo(path, &type);
   FlattenMovieDataToDataRef(
       movie, flattenAddMovieToDataFork | flattenForceMovieResourceBeforeMovieData, reference, type,
       FourCC{"TVOD"}, smSystemScript, createMovieFileDeleteCurFile);
+  // This call returns its code only here. Read it before the next call overwrites it.
   const OSErr code = GetMoviesError();
   DisposeHandle(reference);
   return code;

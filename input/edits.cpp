@@ -21,7 +21,7 @@ using toolbox::TimeScale;
 using toolbox::TimeValue;
 using toolbox::Track;
 
-// Seconds in units of the movie as it is now.
+// Seconds in units of the time scale that the movie has now, to the nearest.
 TimeValue Units(Movie movie, double seconds) {
   return std::lrint(seconds * toolbox::GetMovieTimeScale(movie));
 }
@@ -35,6 +35,7 @@ void ForEachTrack(Movie movie, Body body) {
   }
 }
 
+// Sets the time scale that is given or that the media of the named track has.
 void SetTimeScale(Movie movie, const TrackSelection& tracks, const FileOptions& options) {
   TimeScale scale = options.timeScale;
   const std::string& name = options.timeScaleReferenceTrack;
@@ -51,7 +52,7 @@ void SetTimeScale(Movie movie, const TrackSelection& tracks, const FileOptions& 
   clipjoin::Report({"SetMovieTimeScale", clipjoin::kClipjoinSource}, toolbox::GetMoviesError());
 }
 
-// What is there goes through `then` as well; with `isReset` it is forgotten first.
+// `matrix` (or, with `isReset`, the identity) followed by `then`.
 MatrixRecord Transformed(MatrixRecord matrix, bool isReset, const MatrixRecord& then) {
   if (isReset) toolbox::SetIdentityMatrix(&matrix);
   toolbox::ConcatMatrix(&then, &matrix);
@@ -82,7 +83,8 @@ void TransformMovie(Movie movie, const FileOptions& options) {
   toolbox::SetMovieMatrix(movie, &matrix);
 }
 
-// That of the named track; one that is not there asks for nothing.
+// The duration of the named track in movie units. 0, which trims nothing, if there is no such
+// track.
 TimeValue LengthOfNamed(const TrackSelection& tracks, const std::string& name) {
   const Track track = tracks.Find(name);
   if (track != nullptr) return toolbox::GetTrackDuration(track);
@@ -90,7 +92,7 @@ TimeValue LengthOfNamed(const TrackSelection& tracks, const std::string& name) {
   return 0;
 }
 
-// The length that the options state or that tracks have, in movie units.
+// The length that the options give, or that of the shortest or longest track, in movie units.
 TimeValue WantedLength(Movie movie, const FileOptions& options) {
   const unsigned source = options.lengthMode & clipjoin::kLengthSource;
   if (source == 0) return Units(movie, options.lengthTarget);
@@ -103,7 +105,8 @@ TimeValue WantedLength(Movie movie, const FileOptions& options) {
   return length;
 }
 
-// Lengths that make no sense, such as one beyond the end, are for the toolbox to refuse.
+// Makes the movie `length` movie units long; for kTrimBy, removes that much. A length that makes no
+// sense, such as one after the end, is refused by the toolbox, and the movie stays as it is.
 void SetLength(Movie movie, unsigned operation, TimeValue length) {
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   switch (operation) {
@@ -117,7 +120,7 @@ void SetLength(Movie movie, unsigned operation, TimeValue length) {
       std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, length);
       break;
     case clipjoin::kTrimTo:
-      // A length of 0 trims nothing: nobody wants a movie of no length.
+      // 0 also means that a named track was not found, so it trims nothing.
       if (length != 0) {
         std::ignore = toolbox::DeleteMovieSegment(movie, length, duration - length);
       }
@@ -132,6 +135,7 @@ void SetLength(Movie movie, unsigned operation, TimeValue length) {
   }
 }
 
+// Sets the graphics mode of all visual tracks.
 void SetTransparency(Movie movie, const FileOptions& options) {
   for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
     const Track track = toolbox::GetMovieIndTrackType(movie, i, toolbox::FourCC{"eyes"},
@@ -143,13 +147,15 @@ void SetTransparency(Movie movie, const FileOptions& options) {
   }
 }
 
+// Plays the movie `rate` times as fast.
 void SetRate(Movie movie, double rate) {
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   const double wanted = static_cast<double>(duration) / rate;
   std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, std::lrint(wanted));
 }
 
-// Whether what stays in the movie is no longer shown when it was.
+// Whether the edits change the movie times of what they keep, so that a chapter list in the user
+// data is wrong afterwards.
 bool ChangesTimes(const FileOptions& options) {
   const unsigned operation = options.lengthMode & clipjoin::kLengthOperation;
   return options.startAt != 0 || options.rate != 1.0 || operation == clipjoin::kScaleTracks ||
@@ -164,6 +170,7 @@ void EditMovie(Movie movie, const FileOptions& options) {
   SetTimeScale(movie, tracks, options);
   if (options.removeEditList) utils::RemoveEditLists(movie);
 
+  // Before the tracks are selected: the named track may be one that is removed.
   std::optional<TimeValue> namedLength;
   if ((options.lengthMode & clipjoin::kLengthSource) == clipjoin::kNamedTrack) {
     namedLength = LengthOfNamed(tracks, options.lengthReferenceTrack);

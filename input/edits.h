@@ -1,4 +1,4 @@
-// The edits that the options of one input ask for, in their fixed order.
+// The edits that the options of one input ask for.
 #pragma once
 
 #include "clipjoin/options.h"
@@ -6,8 +6,9 @@
 
 namespace input {
 
-// Carries out all of `options` that changes a movie: what is not found is warned of, what fails is
-// reported, and the rest is done all the same.
+// Edits the movie as `options` say, in this order: chapters, time scale, edit lists, tracks,
+// matrices, start, length, transparency, rate. Names that do not exist are warned about and
+// failures reported; the remaining edits are made all the same.
 void EditMovie(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
 }  // namespace input

@@ -11,7 +11,7 @@
 namespace input {
 namespace {
 
-// The hint is worth giving once a run.
+// kExistenceHint is printed once a run.
 bool hintWasGiven = false;
 
 constexpr char kQuotingHint[] =
@@ -21,6 +21,7 @@ constexpr char kExistenceHint[] =
     "Make sure the file exists and that special characters are properly quoted or\n"
     "escaped. You may wish to drag the file from the Finder into the Terminal window.\n";
 
+// Prints why the input cannot be opened.
 void Explain(const clipjoin::FileOptions& options, toolbox::OSErr code) {
   const std::string& path = options.path;
   switch (code) {

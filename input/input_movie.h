@@ -1,4 +1,4 @@
-// One input: its settings, and its movie once it is opened.
+// One input: its settings and, once opened, its movie.
 #pragma once
 
 #include <utility>
@@ -8,7 +8,8 @@
 
 namespace input {
 
-// Owns its movie, which lives as long as the input list: what is written later refers to its media.
+// Owns its movie. The movie must live until the output is written, because the output refers to its
+// media.
 class InputMovie {
  public:
   clipjoin::FileOptions options;
@@ -22,17 +23,18 @@ class InputMovie {
   InputMovie& operator=(InputMovie&&) = delete;
   ~InputMovie();
 
-  // Opens the movie, edits it as the options say, and gives it back. One that cannot be opened is
-  // reported, and an empty movie takes its place; the run goes on.
+  // Opens the movie, edits it as the options say, and returns it. If it cannot be opened, prints
+  // why and returns an empty movie. Call this once.
   toolbox::Movie Open();
   // Whether Open found a movie.
   bool IsOpen() const { return isOpen_; }
-  // Saves the movie back into its file. A failure is reported and counted.
+  // Saves the movie in its own file if its options say so and it was opened. A failure is reported
+  // and counted.
   void SaveInPlace();
 
  private:
   toolbox::Movie movie_ = nullptr;
-  toolbox::DataHandler storage_ = nullptr;  // open only to save in place
+  toolbox::DataHandler storage_ = nullptr;  // stays open only to save in place
   bool isOpen_ = false;
 };
 

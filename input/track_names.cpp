@@ -13,6 +13,7 @@ using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::Track;
 
+// The track with that number among those of the media type, counted from 1; or null.
 Track OfType(Movie movie, std::int32_t number, FourCC type) {
   return toolbox::GetMovieIndTrackType(movie, number, type, toolbox::movieTrackMediaType);
 }
@@ -23,6 +24,7 @@ std::string KindName(Track track) {
   std::array<unsigned char, 256> name{};
   std::ignore = toolbox::MediaGetName(toolbox::GetMediaHandler(toolbox::GetTrackMedia(track)),
                                       name.data(), 0, nullptr);
+  // The first byte is the length.
   return {name.begin() + 1, name.begin() + 1 + name[0]};
 }
 

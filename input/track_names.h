@@ -1,4 +1,4 @@
-// What the tracks of a movie are called.
+// The names of a movie's tracks.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 namespace input {
 
-// What the kind of the track's media is called: "Sound".
+// The name of the track's media type, such as "Sound".
 std::string KindName(toolbox::Track track);
-// The name that the track's user data give it, else its kind and, where the movie has more of that
-// kind, its place among them: "Sound Track 2".
+// The name in the track's user data ('name'). Without one, the name of its media type and, if the
+// movie has several tracks of that type, its number among them: "Sound Track 2".
 std::string TrackName(toolbox::Movie movie, toolbox::Track track);
-// The names of all tracks in their order.
+// The names of all tracks, in track order.
 std::vector<std::string> TrackNames(toolbox::Movie movie);
-// The first track of exactly that name, or null.
+// The first track with exactly that name, or null.
 toolbox::Track FindTrackByName(toolbox::Movie movie, const std::string& name);
 
 }  // namespace input

@@ -8,7 +8,8 @@
 namespace input {
 namespace {
 
-bool SpeaksOfTracks(const clipjoin::FileOptions& options) {
+// Whether the options name tracks or list them.
+bool NeedsNames(const clipjoin::FileOptions& options) {
   return options.listTracks || !options.includeTracks.empty() || !options.excludeTracks.empty() ||
          (options.lengthMode & clipjoin::kLengthSource) == clipjoin::kNamedTrack ||
          !options.enableTracks.empty() || !options.disableTracks.empty() ||
@@ -19,7 +20,7 @@ bool SpeaksOfTracks(const clipjoin::FileOptions& options) {
 
 TrackSelection::TrackSelection(toolbox::Movie movie, const clipjoin::FileOptions& options)
     : movie_(movie), options_(options) {
-  if (SpeaksOfTracks(options)) names_ = TrackNames(movie);
+  if (NeedsNames(options)) names_ = TrackNames(movie);
 }
 
 toolbox::Track TrackSelection::Find(const std::string& name) const {
@@ -35,7 +36,7 @@ bool TrackSelection::IsKept(const std::string& name) const {
 
 void TrackSelection::Apply() const {
   if (options_.listTracks) std::cout << "Track list for " << options_.path << ":\n";
-  std::int32_t kept = 0;
+  std::int32_t kept = 0;  // the next track has the number kept + 1, as removed ones are gone
   for (const std::string& name : names_) {
     const toolbox::Track track = toolbox::GetMovieIndTrack(movie_, kept + 1);
     if (options_.enableTracks.contains(name)) toolbox::SetTrackEnabled(track, true);

@@ -1,4 +1,4 @@
-// Tracks chosen by name: which are kept, which are switched on and off, whose properties are used.
+// Tracks selected by name: to keep, to enable or disable, or to take a length or time scale from.
 #pragma once
 
 #include <string>
@@ -9,15 +9,17 @@
 
 namespace input {
 
-// The tracks of an input as they were when it was opened. Names are worked out only when the
-// options of the input speak of tracks.
+// The tracks of one input and their names when it was opened. Removing a track can change the names
+// of others, so names are determined once; and only if the options need names, because a name costs
+// several calls. Refers to the movie and the options, which must live longer.
 class TrackSelection {
  public:
   TrackSelection(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
-  // The track of that name, or null.
+  // The first track with that name, or null. Valid until Apply is called.
   toolbox::Track Find(const std::string& name) const;
-  // Enables, disables, lists and removes tracks as the options say.
+  // Enables, disables, lists (on standard output) and removes tracks as the options say. Warns if
+  // no track is left.
   void Apply() const;
 
  private:
@@ -25,7 +27,7 @@ class TrackSelection {
 
   toolbox::Movie movie_;
   const clipjoin::FileOptions& options_;
-  std::vector<std::string> names_;  // by track number - 1
+  std::vector<std::string> names_;  // by track index; empty if the options need no names
 };
 
 }  // namespace input

@@ -1,6 +1,7 @@
-# Makes the manual page of a command out of its own text and the options that all of them share:
+# Makes the manual page of a command from the text of that page and from the shared options:
 #   awk -v name=clipjoin -v options=options.mdoc -f pages.awk clipjoin.1
-# A line "@options" stands for the options; "@only NAME..." to "@end" is kept for those commands.
+# The line "@options" is replaced by the options. Lines from "@only NAME..." to "@end" are kept only for
+# the commands that are named.
 
 function put(line) {
   if (line ~ /^\.\\" @only /) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that every row of toolbox/KINDS.md names tests and files that exist, or says "not yet"."""
+"""Checks that each row of toolbox/KINDS.md names tests and files that exist, or says "not yet"."""
 
 import pathlib
 import re
@@ -22,7 +22,7 @@ for line in (root / "toolbox/KINDS.md").read_text().splitlines():
     kind, rule, tests, files = cells
     if tests == "-":
         if not rule.endswith("not yet"):
-            faults.append(f"{kind}: neither a test nor a word that there is none")
+            faults.append(f"{kind}: there is no test, and the rule does not end with 'not yet'")
         continue
     suite = ""
     for test in tests.split(", "):
@@ -30,7 +30,7 @@ for line in (root / "toolbox/KINDS.md").read_text().splitlines():
         if test not in runs and (suite + test if test.startswith(".") else test) not in cases:
             faults.append(f"{kind}: there is no test {test}")
     for name in files.split(", "):
-        # Prose, such as "made by ffmpeg", names no file.
+        # Plain words, such as "made by ffmpeg", are not file names.
         if "/" in name and corpus.is_dir() and not (corpus / name).exists():
             faults.append(f"{kind}: there is no file {name}")
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks every text file for blanks at line ends, CR, tabs in C++ and a missing last newline."""
+"""Checks all text files for blanks at line ends, CR, tabs in C++ and a missing final newline."""
 
 import os
 import pathlib
@@ -11,7 +11,7 @@ root = pathlib.Path(__file__).resolve().parent.parent
 
 
 def project_files():
-    """Paths of all files but ignored ones; outside a repository all but those of builds."""
+    """All files that are not ignored; outside a repository, all files except those of builds."""
     git = ["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"]
     listing = subprocess.run(git, capture_output=True)
     if listing.returncode == 0:
@@ -22,7 +22,7 @@ def project_files():
 
 
 def faults(path, data):
-    """(line number, what is wrong) for every fault in `data`."""
+    """Yields (line number, description) for every fault in `data`."""
     lines = data.split(b"\n")
     for number, line in enumerate(lines, 1):
         if line.endswith(b"\r"):

@@ -1,4 +1,4 @@
-// A run of bytes as it stands in a file, and the memory that long tables live in.
+// Bytes, and the memory for long tables.
 #pragma once
 
 #include <sys/mman.h>

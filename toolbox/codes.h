@@ -20,7 +20,6 @@ enum : OSErr {
   vLckdErr = -46,
   fBsyErr = -47,
   dupFNErr = -48,
-  opWrErr = -49,
   paramErr = -50,
   memFullErr = -108,
   nilHandleErr = -109,
@@ -57,7 +56,7 @@ enum : OSErr {
   pathTooLongErr = -2110,
   invalidComponentID = -3000,
   afpAccessDenied = -5000,
-  badComponentSelector = -32766,  // the low half of 0x80008002
+  badComponentSelector = -32766,  // the low 16 bits of 0x80008002
 };
 
 }  // namespace toolbox

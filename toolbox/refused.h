@@ -1,4 +1,5 @@
-// A request that cannot be carried out: thrown inside the toolbox, a result code at its boundary.
+// A request that cannot be carried out. Thrown inside the toolbox; calls turn it into a result
+// code.
 #pragma once
 
 #include "toolbox/codes.h"

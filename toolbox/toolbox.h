@@ -1,20 +1,24 @@
-// The movie toolbox: every call that the commands use, in the platform's spelling.
+// The movie toolbox: every call that programs make, in the platform's spelling.
 //
-// Each call leaves its result as the movies error (GetMoviesError); calls that return an OSErr
-// return the same. A call that takes a null reference answers with the code for it (invalidMovie,
-// invalidTrack, invalidMedia, nilHandleErr, invalidComponentID, fnOpnErr for a storage, else
-// paramErr), gives 0 or null and changes nothing; a failing edit leaves the movie as it was, and
-// what a failing call was to give is null or left alone. Any call may answer memFullErr. "File
-// errors" are what the system says of a file: fnfErr, ioErr, dskFulErr, tmfoErr, opWrErr, bdNamErr.
-// All calls are made from one thread.
+// Errors. Every call sets the movies error (GetMoviesError): noErr or the code of what went wrong.
+// A call that returns an OSErr returns the same code. A null movie, track, media, handle or
+// component gives the code for its type (invalidMovie, invalidTrack, invalidMedia, nilHandleErr,
+// invalidComponentID; fnOpnErr for a storage, else paramErr). A call that fails changes nothing and
+// returns 0 or null; its results are null or unchanged. Any call may fail with memFullErr. Each
+// call lists its other codes; "file errors" are the errors of the system for a file: fnfErr, ioErr,
+// dskFulErr, tmfoErr, bdNamErr.
 //
-// Movies, storages, exporters, sample tables, handles and strings are the caller's to dispose of.
-// Tracks, media and user data belong to their movie and last as long as they are part of it. A
-// handle given for a result is resized to it; what is passed to a call is copied, not kept. Other
-// pointers may be null only where a call says so. `allocator` and `hints` are ignored: pass null.
+// Ownership. The caller disposes of the movies, storages, exporters, sample tables, handles and
+// strings that it gets. Tracks, media and user data belong to their movie and are valid as long as
+// they are part of it. A handle that receives a result is resized to fit. Calls copy what is passed
+// to them and keep no pointers. A pointer may be null only if its call says so. `allocator` and
+// `hints` are ignored; pass null.
 //
-// Times are 64-bit counts of a time scale's units (units per second): those of movies and tracks in
-// the movie's, those of media in their own.
+// Units. Times are 64-bit numbers of units of a time scale, which is the number of units in a
+// second. Movie times and track times have the time scale of the movie ("movie units"); media times
+// have that of their media ("media units"). A Fixed is a 16.16 number.
+//
+// Threads. Make all calls from one thread.
 #pragma once
 
 #include <cstddef>
@@ -27,210 +31,221 @@ namespace toolbox {
 
 // --- Start and errors (calls/movies.cpp)
 
-// Starts the toolbox; may be called again. Always noErr.
+// Starts the toolbox. May be called again. Always returns noErr.
 [[nodiscard]] OSErr EnterMovies();
-// The result of the last call, which it resets to noErr.
+// Returns the code of the last call and resets it to noErr.
 [[nodiscard]] OSErr GetMoviesError();
 
 // --- Movies (calls/movies.cpp)
 
-// An empty movie of 600 units per second; the caller disposes of it. Flags are ignored.
+// Returns a new, empty movie with a time scale of 600. `flags` is ignored.
 [[nodiscard]] Movie NewMovie(std::int32_t flags);
-// Releases the movie, its tracks and its media.
+// Disposes of the movie with its tracks and media. invalidMovie.
 void DisposeMovie(Movie movie);
-// Units per second; 0 for a null movie.
+// The number of time units in a second; 0 for a null movie.
 TimeScale GetMovieTimeScale(Movie movie);
-// Re-expresses every time of the movie; boundaries are rounded to the nearest unit. paramErr unless
-// scale > 0.
+// Changes the time scale and converts all times of the movie, to the nearest unit. paramErr (scale
+// <= 0).
 void SetMovieTimeScale(Movie movie, TimeScale scale);
-// Where the last track ends, in movie units.
+// The end of the last track, in movie units.
 TimeValue GetMovieDuration(Movie movie);
-// The matrix that all tracks go through behind their own. SetMovieMatrix copies it.
+// The matrix that is applied to all tracks after their own.
 void GetMovieMatrix(Movie movie, MatrixRecord* matrix);
 void SetMovieMatrix(Movie movie, const MatrixRecord* matrix);
 
-// The movie selection; it may reach past the end. invalidTime (start < 0: nothing changes),
-// invalidDuration (duration < 0: the selection becomes empty at `start`).
+// Sets the selection, in movie units; it may extend past the end of the movie. invalidTime (start <
+// 0), invalidDuration (duration < 0; the selection is then empty at `start`).
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
-// Overwrites the destination's preferred rate and volume, clipping region, matrix and user data.
-// invalidMovie.
+// Replaces the destination's preferred rate and volume, clipping region, matrix and user data by
+// those of the source. invalidMovie.
 [[nodiscard]] OSErr CopyMovieSettings(Movie source, Movie destination);
-// Has `progress` told, while media of the movie are copied, how many bytes of how many are done.
-// Empty: nobody.
+// Sets the function that is called while media of the movie are copied, with the number of bytes
+// done and the total. An empty function removes it.
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress);
-// A copy of the data reference of media that are made without one; the caller disposes of it.
-// noDefaultDataRef, and null, when there is none.
+// Gets a new handle with the data reference for media that are created without one. The caller
+// disposes of it. noDefaultDataRef (there is none; the handle is then null).
 [[nodiscard]] OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType);
-// Takes a copy: 'alis', a file, or 'hndl', a block of memory (a new one for a handle of zeros; the
-// same each time for the same handle). nilHandleErr, invalidDataRef, noDataHandler.
+// Sets that data reference to a copy of `dataRef`: 'alis', a file, or 'hndl', a block of memory. A
+// 'hndl' handle of zeros stands for a new block; passing the same handle again means the same
+// block. nilHandleErr, invalidDataRef, noDataHandler (any other type).
 [[nodiscard]] OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType);
-// The movie's user data; valid as long as the movie. Null only for a null movie.
+// The movie's user data, valid as long as the movie. Null only for a null movie.
 UserData GetMovieUserData(Movie movie);
 
 // --- Tracks (calls/tracks.cpp)
 
-// Number of tracks.
+// The number of tracks.
 std::int32_t GetMovieTrackCount(Movie movie);
-// The track at that number, the first being 1; badTrackIndex and null when there is none.
+// The track with that number, counted from 1. badTrackIndex (no such track).
 Track GetMovieIndTrack(Movie movie, std::int32_t number);
-// Counts only tracks of the media type or characteristic ('eyes', 'ears') `what`, as `flags` say;
-// null without an error when there is none. paramErr unless exactly one of the two kinds is asked
-// for.
+// Does the same among the tracks that have the media type `what` (movieTrackMediaType) or the
+// characteristic `what`: 'eyes', visual, or 'ears', audible (movieTrackCharacteristic). With
+// movieTrackEnabledOnly, disabled tracks do not count. Returns null without an error if there is no
+// such track. paramErr (flags with both kinds or none).
 Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags);
-// Where the track ends, in movie units from movie time 0.
+// The end of the track, in movie units from the start of the movie.
 TimeValue GetTrackDuration(Track track);
-// The length of the empty stretch in front, in movie units.
+// The length of the empty time before the first media, in movie units.
 TimeValue GetTrackOffset(Track track);
-// ... which is given that length; the rest of the track moves with it. invalidTime (offset < 0).
+// Changes that length, which moves the rest of the track. invalidTime (offset < 0).
 void SetTrackOffset(Track track, TimeValue offset);
-// A track that is not enabled is there but neither shown nor heard.
+// Enables or disables the track. A disabled track is neither shown nor heard.
 void SetTrackEnabled(Track track, bool isEnabled);
-// The matrix that the track's pictures go through before the movie's.
+// The matrix that is applied to the track's pictures before the movie's.
 void GetTrackMatrix(Track track, MatrixRecord* matrix);
 void SetTrackMatrix(Track track, const MatrixRecord* matrix);
-// The track's user data; valid as long as the track. Null only for a null track.
+// The track's user data, valid as long as the track. Null only for a null track.
 UserData GetTrackUserData(Track track);
-// Null for a track without media.
+// The track's media. Null, without an error, if it has none.
 Media GetTrackMedia(Track track);
-// Removes the track, its media and every reference to it.
+// Removes the track with its media and all references to it. invalidTrack.
 void DisposeMovieTrack(Track track);
-// A new track in `destination` with the media type and settings of `source` and no samples. The
-// media refers to what `dataRef`, an alias, leads to; null: to nothing yet. invalidTrack,
-// invalidMovie, noDataHandler, invalidDataRef; `*track` is then null.
+// Adds a track to `destination` with the media type and settings of `source`, but without samples.
+// The new media gets the data reference `dataRef`, which must be an alias, or none if it is null.
+// invalidTrack, invalidMovie, noDataHandler, invalidDataRef; `*track` is then null.
 [[nodiscard]] OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef,
                                          FourCC dataRefType, Track* track);
-// A new track without media behind all others, enabled. Width and height are Fixed; full volume is
-// 0x100.
+// Adds an enabled track without media after all others. Width and height are in pixels (Fixed). A
+// volume of 0x100 is full volume. invalidMovie.
 Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume);
-// Gives the track an empty media of that type, its data in `dataRef` or, when that is null, in the
-// movie's default. noDefaultDataRef (there is none), paramErr (scale <= 0), invalidDataRef.
+// Gives the track an empty media, with its data in `dataRef` or, if that is null, in the movie's
+// default data reference. noDefaultDataRef (there is none), paramErr (scale <= 0), invalidDataRef.
 Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, FourCC dataRefType);
 
-// --- Track references (calls/track_references.cpp): to other tracks, by type, numbered from 1
+// --- Track references (calls/track_references.cpp): from track to track. References of one type
+// are numbered from 1.
 
-// How many references of the type the track has.
+// The number of references of the type.
 std::int32_t GetTrackReferenceCount(Track track, FourCC type);
-// The track referred to; null without an error where there is none.
+// The track that the reference refers to. Null, without an error, if there is no such reference.
 Track GetTrackReference(Track track, FourCC type, std::int32_t number);
-// Appends a reference to `target`, be there one already or not; its number goes to `number`, which
-// may be null. trackNotInMovie (a target in another movie).
+// Adds a reference to `target` after the others, even if there is one already. `number` receives
+// its number and may be null. trackNotInMovie (the target is in another movie).
 [[nodiscard]] OSErr AddTrackReference(Track track, Track target, FourCC type, std::int32_t* number);
-// Removes one; later ones of the type move down. badTrackIndex (there is none of that number).
+// Removes a reference; the following ones of the type are renumbered. badTrackIndex (no such
+// reference).
 [[nodiscard]] OSErr DeleteTrackReference(Track track, FourCC type, std::int32_t number);
 
-// --- Media (calls/media.cpp); a media handler is the media itself
+// --- Media (calls/media.cpp). The media handler of a media is the media itself.
 
-// Sum of the decode durations of all samples, in media units.
+// The sum of the decode durations of all samples, in media units.
 TimeValue GetMediaDuration(Media media);
-// The same by the name that tells it from the time for which the samples are shown.
+// Returns the same, under the name that says so: samples may be shown later than they are decoded.
 TimeValue GetMediaDecodeDuration(Media media);
-// Units per second; 0 for a null media.
+// The number of time units in a second; 0 for a null media.
 TimeScale GetMediaTimeScale(Media media);
-// Null only for a null media.
+// The media handler. Null only for a null media.
 MediaHandler GetMediaHandler(Media media);
-// Any result may be null. `creatorName` is left alone.
+// The media type and the manufacturer of the handler. Any result may be null. `creatorName` is left
+// unchanged.
 void GetMediaHandlerDescription(Media media, FourCC* type, char* creatorName, FourCC* manufacturer);
-// The display name of the kind of media, in English whatever is wanted: its length in the first
-// byte of `name`, which has room for 256. `actualLanguage` may be null. invalidMedia.
+// The display name of the media type, always in English, such as "Sound". `name` must have room for
+// 256 bytes; its first byte receives the length. `actualLanguage` may be null. invalidMedia.
 [[nodiscard]] OSErr MediaGetName(MediaHandler handler, unsigned char* name,
                                  std::int32_t wantedLanguage, std::int32_t* actualLanguage);
-// How pictures are laid over what is below them, and the colour that some modes need.
-// badComponentSelector (media that are not seen), invalidMedia.
+// Sets how the pictures are drawn over those below, and the color that some modes need.
+// badComponentSelector (the media is not visual), invalidMedia.
 [[nodiscard]] OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode,
                                          const RGBColor* opColor);
-// Number of sample descriptions.
+// The number of sample descriptions.
 std::int32_t GetMediaSampleDescriptionCount(Media media);
-// The whole description, the first being number 1: 32-bit size, format, six zero bytes,
-// data-reference number, then the format's own. invalidSampleDescIndex.
+// Copies a sample description, counted from 1, to the handle: 32-bit size, 32-bit data format, six
+// zero bytes, 16-bit data reference number, then fields of the format; all big-endian.
+// invalidSampleDescIndex (no such description), nilHandleErr.
 void GetMediaSampleDescription(Media media, std::int32_t number, Handle description);
 
-// How many data references (files and blocks of memory) the samples may lie in; they are numbered
-// from 1.
+// The number of data references: the files and blocks of memory that samples may be in. They are
+// numbered from 1.
 [[nodiscard]] OSErr GetMediaDataRefCount(Media media, std::int16_t* count);
-// One of them, the movie's own file too, as anybody can follow it; the caller disposes of it.
-// `type` and `attributes` may be null. badDataRefIndex, couldNotResolveDataRef (the movie has no
-// file).
+// Gets a new handle with a data reference; the caller disposes of it. A reference to the movie's
+// own file becomes an alias, so that it is valid elsewhere. `type` and `attributes` may be null.
+// badDataRefIndex (no such reference), couldNotResolveDataRef (it is the movie's own file, and the
+// movie has none).
 [[nodiscard]] OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC* type,
                                     std::int32_t* attributes);
-// Adds a data reference behind the last, in any case; `number` may be null. nilHandleErr,
-// invalidDataRef (a damaged one; one that nobody here can follow is kept as it is).
+// Adds a data reference after the others, even if there is one like it. `number` receives its
+// number and may be null. A reference that this toolbox cannot resolve is kept as it is.
+// nilHandleErr, invalidDataRef (damaged).
 [[nodiscard]] OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type);
 
-// --- Sample tables (calls/sample_tables.cpp): samples on their way between media, with the data
-// references they are read by; numbered from 1. They need no media opened for editing
+// --- Sample tables (calls/sample_tables.cpp): copies of the samples of a media, with their data
+// references, that can be added to another media. Samples are numbered from 1. The media need not
+// be open for editing.
 
-// An empty table for samples timed in `scale` units per second; the caller releases it. paramErr
-// unless scale > 0.
+// Gets a new, empty table for samples timed in `scale` units per second. The caller releases it.
+// paramErr (scale <= 0).
 [[nodiscard]] OSErr QTSampleTableCreateMutable(const void* allocator, TimeScale scale,
                                                const void* hints, QTMutableSampleTableRef* table);
-// Of sound in packets, all that the packets hold are counted.
+// The number of samples. Sound in packets is counted in samples, not in packets.
 std::int64_t QTSampleTableGetNumberOfSamples(QTMutableSampleTableRef table);
-// Writes a property into the `room` bytes at `value`: the total decode duration, a TimeValue.
-// `used`, which may be null, gets its size. paramErr (too little room), featureUnsupported (another
-// property).
+// Copies a property to the `room` bytes at `value`. The only property is the total decode duration,
+// a TimeValue. `used` receives its size in bytes and may be null. paramErr (too little room),
+// featureUnsupported (another property).
 [[nodiscard]] OSErr QTSampleTableGetProperty(QTMutableSampleTableRef table, FourCC propertyClass,
                                              FourCC property, std::size_t room, void* value,
                                              std::size_t* used);
-// Releases the table, not the samples. Null is allowed.
+// Releases the table. The samples themselves stay where they are. Null is allowed.
 void QTSampleTableRelease(QTMutableSampleTableRef table);
-// A new table, the caller's to release, of the samples from the one decoded at `start` (media
-// units) to the end; where a limit is above 0, of no more than it allows, but of at least one. What
-// stood in `*table` is not released. `actualStart`, which may be null, is when the first of them is
-// decoded. invalidTime (outside the media), invalidSampleTable (samples that lie nowhere),
-// featureUnsupported (encrypted samples), couldNotResolveDataRef (samples in a file that the movie
-// does not have yet).
+// Gets a new table with the samples from the one decoded at `start` (media units) to the end; the
+// caller releases it. `maxSamples` and `maxDuration` (media units) limit it if they are above 0,
+// but it has at least one sample. A table that `*table` held before is not released. `actualStart`
+// receives the decode time of the first sample and may be null. invalidTime (outside the media),
+// invalidSampleTable (samples without a location), featureUnsupported (encrypted samples),
+// couldNotResolveDataRef (samples in the file of a movie that has none yet).
 [[nodiscard]] OSErr CopyMediaMutableSampleTable(Media media, TimeValue start,
                                                 TimeValue* actualStart, std::int64_t maxSamples,
                                                 TimeValue maxDuration,
                                                 QTMutableSampleTableRef* table);
-// Adds `count` samples of the table, from number `first` on, at the end of the media, by reference;
-// the track does not show them yet. They are shown from where the media ended on, however much
-// later their own media showed them. `decodeTime`, which may be null, is where the media ended.
-// paramErr (another time scale, count < 0), invalidSampleNum (samples that the table does not
-// have), featureUnsupported (the samples there are encrypted), mediaTypesDontMatch (a description
-// that cannot name its file).
+// Appends `count` samples of the table, from number `first` on, to the media, by reference. No
+// track shows them yet. They are shown from the media's old end on, without the delay that their
+// first sample had in its own media. `decodeTime` receives the old end, in media units, and may be
+// null. paramErr (another time scale, count < 0), invalidSampleNum (samples that the table does not
+// have), featureUnsupported (the media has encrypted samples), mediaTypesDontMatch (a sample
+// description that cannot refer to a file).
 [[nodiscard]] OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table,
                                           std::int64_t first, std::int64_t count,
                                           TimeValue* decodeTime);
 
 // --- Samples (calls/samples.cpp)
 
-// The next sample that begins to be shown after the movie time `from`, or at it with
-// nextTimeEdgeOK: when, rounded up to a movie unit, and for how long; -1 and 0 when there is none.
-// `time` and `duration` may be null. Only nextTimeMediaSample can be asked for, and only forwards
-// (rate > 0): else featureUnsupported; paramErr unless one kind is asked for.
+// Finds the next sample that starts to be shown after the movie time `from`, or also at it with
+// nextTimeEdgeOK. `time` receives the start, rounded up to a movie unit, and `duration` how long it
+// is shown; -1 and 0 if there is none. Both may be null. featureUnsupported (anything but
+// nextTimeMediaSample, or rate <= 0), paramErr (flags that do not ask for exactly one thing).
 void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from, Fixed rate,
                                  TimeValue* time, TimeValue* duration);
-// What of the media is shown at a movie time, rounded down to a media unit; -1 where nothing is.
+// The media time that is shown at a movie time, rounded down to a media unit; -1 if nothing is
+// shown.
 TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
-// The sample on show at the media time `at`: its bytes into `out`, which is made to fit but not
-// longer than `maxGrow` (0: any length). Gives one sample, or one packet, whatever `maxSamples` is;
-// `sampleTime`, when it begins to be shown, and `durationPerSample` are in media units. All results
-// but `out` may be null. invalidTime (nothing is on show), paramErr (maxGrow < 0),
-// maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (it lies nowhere), eofErr (its
-// file has become shorter), file errors.
+// Copies the bytes of the sample that is shown at the media time `at` to `out`, which may grow up
+// to `maxGrow` bytes (0: any size). Always copies one sample, or one packet of sound, whatever
+// `maxSamples` is. `sampleTime`, the start at which it is shown, and `durationPerSample` are in
+// media units. Every result but `out` may be null. invalidTime (nothing is shown), paramErr
+// (maxGrow < 0), maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (a sample
+// without a location), eofErr (its file is too short), file errors.
 [[nodiscard]] OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow,
                                    std::int32_t* size, TimeValue at, TimeValue* sampleTime,
                                    TimeValue* durationPerSample, Handle description,
                                    std::int32_t* descriptionNumber, std::int32_t maxSamples,
                                    std::int32_t* count, std::int16_t* flags);
-// Opens the media for new samples. Their data are held in memory until the movie is written, and
-// then go into its file. dataAlreadyOpenForWrite, noDefaultDataRef (it has no data reference),
-// dataNotOpenForWrite (its first one leads nowhere).
+// Opens the media for new samples. They are kept in memory until the movie is written, and then go
+// into its file. dataAlreadyOpenForWrite, noDefaultDataRef (the media has no data reference),
+// dataNotOpenForWrite (its first data reference cannot be resolved).
 [[nodiscard]] OSErr BeginMediaEdits(Media media);
-// Closes it; what was added belongs to the media from now on. dataAlreadyClosed.
+// Closes the media; the new samples belong to it from now on. dataAlreadyClosed.
 [[nodiscard]] OSErr EndMediaEdits(Media media);
 
 // --- Text media (calls/text_media.cpp)
 
-// Says of the text samples added from now on, with 'encd', what a CFStringEncoding at `data` tells:
-// how they are encoded. paramErr (another kind).
+// Sets the encoding of the text samples that are added from now on. `kind` must be 'encd', and
+// `data` must point to a CFStringEncoding. paramErr (another kind).
 [[nodiscard]] OSErr TextMediaSetTextSampleData(MediaHandler handler, const void* data, FourCC kind);
-// Adds one sample that lasts `duration` media units to a media that is open. Colours and box may be
-// null (black, and an empty box), and `sampleTime`, which gets its media time. Font size, scrolling
-// and highlights are not kept. A text of over 65535 bytes is cut between two characters of UTF-8.
-// dataNotOpenForWrite, invalidDuration (below 0 or over 32 bits), paramErr (no text, yet a size).
+// Adds a sample of `duration` media units to a media that is open for new samples. Null colors are
+// black, a null box is empty. `sampleTime` receives its media time and may be null. Font size,
+// scrolling and highlights are ignored. A text of more than 65535 bytes is cut between two UTF-8
+// characters. dataNotOpenForWrite, invalidDuration (below 0 or more than 32 bits), paramErr (a size
+// without a text).
 [[nodiscard]] OSErr TextMediaAddTextSample(
     MediaHandler handler, const char* text, std::uint32_t size, std::int16_t font,
     std::int16_t fontSize, std::uint8_t face, const RGBColor* textColor, const RGBColor* backColor,
@@ -240,200 +255,216 @@ TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
 
 // --- Segments (calls/segments.cpp)
 
-// Lays [sourceIn, sourceIn + sourceDuration) of `source` (its units) into `movie` at `at` (movie
-// units): into tracks that fit, else into new ones; media by reference. invalidMovie, invalidTime,
-// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted
-// samples).
+// Inserts [sourceIn, sourceIn + sourceDuration) of `source`, in units of `source`, into `movie` at
+// `at`, in units of `movie`. Uses tracks of `movie` that fit, else new ones. Media are referred to,
+// not copied. invalidMovie, invalidTime, invalidDuration, couldNotResolveDataRef,
+// invalidSampleTable, featureUnsupported (encrypted samples).
 [[nodiscard]] OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
 
-// Lays the whole of `source` beside the tracks of `movie`, in new ones: from the start of the
-// movie's selection, stretched to fill it or, when it is empty, at its own length. Tracks that then
-// show no media go. invalidMovie, couldNotResolveDataRef, invalidSampleTable, featureUnsupported
+// Adds all of `source` to `movie` in new tracks, starting at the movie's selection: scaled to the
+// length of the selection or, if that is empty, at its own length. Tracks that then show no media
+// are removed. invalidMovie, couldNotResolveDataRef, invalidSampleTable, featureUnsupported
 // (encrypted samples).
 void AddMovieSelection(Movie movie, Movie source);
-// Lays a stretch of one track into another of the same kind at `at`; by reference. invalidTrack,
-// noMediaHandler, mediaTypesDontMatch (also for sound of unequal time scales), invalidTime,
-// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported.
+// Inserts a segment of a track into another track of the same media type at `at`. Media are
+// referred to, not copied. `sourceIn` and `sourceDuration` are in movie units of `source`, `at` in
+// those of `track`. invalidTrack, noMediaHandler (a track without media), mediaTypesDontMatch (also
+// sound with different time scales), invalidTime, invalidDuration, couldNotResolveDataRef,
+// invalidSampleTable, featureUnsupported (encrypted samples).
 [[nodiscard]] OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
 
-// Takes a stretch out; what follows moves left. A stretch may reach past the end. invalidTime
-// (start < 0; in a movie also behind its end), invalidDuration (duration < 0).
+// Removes a segment, in movie units; what follows moves to its start. The segment may extend past
+// the end. invalidTime (start < 0, or after the end of a movie), invalidDuration (duration < 0).
 [[nodiscard]] OSErr DeleteTrackSegment(Track track, TimeValue start, TimeValue duration);
 [[nodiscard]] OSErr DeleteMovieSegment(Movie movie, TimeValue start, TimeValue duration);
-// Makes a stretch last `newDuration`, showing what it showed, slower or faster. invalidTime
-// (start < 0), invalidDuration (a duration that is not above 0).
+// Changes the length of a segment to `newDuration`, in movie units; it shows the same media, slower
+// or faster. invalidTime (start < 0), invalidDuration (a duration that is not above 0).
 [[nodiscard]] OSErr ScaleTrackSegment(Track track, TimeValue start, TimeValue oldDuration,
                                       TimeValue newDuration);
 [[nodiscard]] OSErr ScaleMovieSegment(Movie movie, TimeValue start, TimeValue oldDuration,
                                       TimeValue newDuration);
-// Shows media (its units) in the track from `trackStart` (movie units) on, at `rate`; what follows
-// moves right. A start of -1 is the end of the track. No duration: nothing changes. noMediaHandler,
-// invalidTime, invalidDuration (a duration below 0, a rate that is not above 0).
+// Shows a segment of the media (media units) in the track from `trackStart` (movie units) on, at
+// `rate`; what follows moves right. A `trackStart` of -1 is the end of the track. A duration of 0
+// changes nothing. noMediaHandler (a track without media), invalidTime, invalidDuration (a duration
+// below 0, or a rate that is not above 0).
 [[nodiscard]] OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
                                          TimeValue mediaDuration, Fixed rate);
 
-// --- User data (calls/user_data.cpp); items of one type are numbered from 1
+// --- User data (calls/user_data.cpp). Items of one type are numbered from 1.
 
-// Number of items of the type.
+// The number of items of the type.
 std::int16_t CountUserDataType(UserData data, FourCC type);
-// The type that first appears after `previous` (0: the first); 0 at the end.
+// Of the types in the order of their first items, the one after `previous`; the first for 0. 0 at
+// the end.
 FourCC GetNextUserDataType(UserData data, FourCC previous);
-// The payload of an item. userDataItemNotFound.
+// Copies the payload of an item to the handle. userDataItemNotFound, nilHandleErr.
 [[nodiscard]] OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number);
-// Replaces the payload of an item, or adds one behind the last; 0 means the first. The data are
-// copied. paramErr (size < 0), userDataItemNotFound.
+// Replaces the payload of an item by a copy of `size` bytes, or adds an item after the last. 0
+// means the first item. paramErr (size < 0), userDataItemNotFound.
 [[nodiscard]] OSErr SetUserDataItem(UserData data, const void* bytes, std::int32_t size,
                                     FourCC type, std::int32_t number);
-// Later items of the type move down. userDataItemNotFound.
+// Removes an item; the following ones of the type are renumbered. userDataItemNotFound.
 [[nodiscard]] OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number);
-// The text of an item in a language, in its encoding. For language 0, which is in Mac Roman, that
-// of no stated language or of an ISO one serves where it has none. userDataItemNotFound.
+// Copies the text that an item has in a language, in the encoding of that language. If there is
+// none for language 0 (Mac Roman), a text without a language or with an ISO language is used.
+// userDataItemNotFound, nilHandleErr.
 [[nodiscard]] OSErr GetUserDataText(UserData data, Handle out, FourCC type, std::int32_t number,
                                     std::int16_t language);
-// Adds the text in a language to an item, or replaces it there; makes the first item. Bytes behind
-// 65535 are lost. paramErr (a type without the copyright sign, or an item that is not of texts),
-// userDataItemNotFound.
+// Adds the text in a language to an item, or replaces it. Creates the first item. Bytes after the
+// first 65535 are cut off. paramErr (a type that does not start with the copyright sign, or an item
+// that holds no texts), userDataItemNotFound, nilHandleErr.
 [[nodiscard]] OSErr AddUserDataText(UserData data, Handle text, FourCC type, std::int32_t number,
                                     std::int16_t language);
 
-// --- Matrices (calls/matrices.cpp): pure arithmetic, no movies error; each is done after what the
-// matrix did before. Factors, distances, degrees and centres are Fixed
+// --- Matrices (calls/matrices.cpp). These calls do not set the movies error. Each appends a
+// transformation to what the matrix does already. Factors, distances (pixels), angles (degrees) and
+// centers (pixels) are Fixed.
 
-// Makes it the matrix that changes nothing.
+// Sets the matrix that changes nothing.
 void SetIdentityMatrix(MatrixRecord* matrix);
+// Whether all values are equal.
 [[nodiscard]] bool EqualMatrix(const MatrixRecord* a, const MatrixRecord* b);
-// `matrix` becomes itself followed by `next`.
+// Applies `next` after `matrix`.
 void ConcatMatrix(const MatrixRecord* next, MatrixRecord* matrix);
+// Moves right by `dx` and down by `dy`.
 void TranslateMatrix(MatrixRecord* matrix, Fixed dx, Fixed dy);
+// Scales about a center.
 void ScaleMatrix(MatrixRecord* matrix, Fixed sx, Fixed sy, Fixed aboutX, Fixed aboutY);
-// Clockwise on the screen.
+// Rotates about a center, clockwise on the screen.
 void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed aboutY);
 
-// --- Storage (calls/storage.cpp); a data reference that is no alias answers noDataHandler or
-// invalidDataRef
+// --- Movie files (calls/storage.cpp). A data reference must be an alias to a file: any other type
+// gives noDataHandler, a damaged alias gives invalidDataRef.
 
-// Opens the movie in the file that `dataRef` (an alias) leads to; the caller disposes of it.
-// `resourceId` may be null; it is set to -1. Flags: newMovieDontResolveDataRefs leaves media in
-// other files alone. couldNotResolveDataRef (no such file, or media that is not found),
-// noMovieFound, badPublicMovieAtom, cantFindHandler, afpAccessDenied, notAFileErr, file errors.
+// Opens the movie in a file. The caller disposes of it. newMovieDontResolveDataRefs: does not look
+// for media in other files; other flags are ignored. `resourceId` is set to -1 and may be null.
+// couldNotResolveDataRef (no such file, or media that cannot be found), noMovieFound,
+// badPublicMovieAtom (a damaged movie), cantFindHandler (a movie header compressed in an unknown
+// way), afpAccessDenied, notAFileErr, file errors.
 [[nodiscard]] OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resourceId,
                                         Handle dataRef, FourCC dataRefType);
-// Opens a movie file to be updated later (kDataHCanWrite: locked against others) or only read. The
-// caller closes it. fBsyErr, afpAccessDenied, file errors.
+// Opens a movie file to read it or, with kDataHCanWrite, to update it later; that locks it against
+// others. The caller closes it. fBsyErr, afpAccessDenied, file errors.
 [[nodiscard]] OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
                                      DataHandler* handler);
-// Closes the storage; one that was created takes its name and place now, but one that nothing was
-// added to replaces no other. Its errors are those of the last writes.
+// Closes the storage. A new file gets its name now; one that no movie was added to does not replace
+// an existing file. Errors of the last writes are returned here.
 [[nodiscard]] OSErr CloseMovieStorage(DataHandler handler);
-// A new, empty movie file, written beside its place until it is closed.
-// createMovieFileDeleteCurFile replaces a file that is there. Creator, script and movie are
-// ignored: pass null for `movie`. dupFNErr, fBsyErr, afpAccessDenied, fLckdErr, vLckdErr, dirNFErr,
-// notAFileErr, dskFulErr.
+// Creates a new, empty movie file, which has a temporary name until it is closed. With
+// createMovieFileDeleteCurFile it then replaces an existing file. Creator and script are ignored;
+// so is `movie`, which must be null. dupFNErr, fBsyErr, afpAccessDenied, fLckdErr, vLckdErr,
+// dirNFErr, notAFileErr, dskFulErr.
 [[nodiscard]] OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC creator,
                                        std::int16_t script, std::uint32_t flags,
                                        DataHandler* handler, Movie* movie);
-// Writes the movie as a reference movie: no media but what is held in memory. A storage that this
-// failed for takes nothing more and replaces nothing. dataNotOpenForWrite (not a new one), fBsyErr
-// (the file it would replace holds some of the movie's media), couldNotResolveDataRef, dskFulErr,
+// Writes the movie as a reference movie: without media, except for media in memory. After a failure
+// the storage accepts nothing more and replaces no file. dataNotOpenForWrite (not a new file),
+// fBsyErr (the file to be replaced has media of the movie), couldNotResolveDataRef, dskFulErr,
 // ioErr.
 [[nodiscard]] OSErr AddMovieToStorage(Movie movie, DataHandler handler);
-// Replaces the movie in the file that `handler` opened for writing; media data stay where they are.
-// At every instant the file holds one whole movie. fBsyErr (the file has changed since it was
-// opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file would have to be
-// made anew, and holds what must not move).
+// Replaces the movie in a file that was opened for writing; media data stay where they are. The
+// file contains a complete movie at every moment. fBsyErr (somebody has changed the file since it
+// was opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file has to be
+// written anew, and has data that must not move).
 [[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
-// Writes a self-contained movie with all media in use, and gives it its name and place. Always
-// null: the result is the movies error (those of CreateMovieStorage, couldNotResolveDataRef,
-// eofErr, invalidSampleTable, featureUnsupported for encrypted samples that were cut, file errors).
+// Writes a self-contained movie, with all media that it uses, to a new file. Always returns null:
+// the result is the movies error. The codes of CreateMovieStorage, couldNotResolveDataRef, eofErr
+// (a media file is too short), invalidSampleTable, featureUnsupported (encrypted samples that were
+// cut), file errors.
 Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef,
                                 FourCC dataRefType, FourCC creator, std::int16_t script,
                                 std::uint32_t createFlags);
-// Closes a storage like CloseMovieStorage; invalidComponentID for null.
+// Closes a storage, as CloseMovieStorage does. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(DataHandler component);
 
 // --- Export (calls/export.cpp)
 
-// An exporter: ('spit', 'mpg4') writes MPEG-4 files. The caller closes it. cantFindHandler (any
-// other).
+// Opens an exporter; the caller closes it. The only one is ('spit', 'mpg4'), which writes MPEG-4
+// files. cantFindHandler (any other).
 [[nodiscard]] OSErr OpenADefaultComponent(FourCC type, FourCC subtype,
                                           MovieExportComponent* component);
+// Closes an exporter. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(MovieExportComponent component);
-// Takes over what a container of settings says of hint tracks and of what is to be kept as it is;
-// other settings in it are passed over. paramErr (a damaged container: nothing changes).
+// Sets what the settings say about hint tracks and about what to keep as it is. Other settings are
+// ignored. paramErr (a damaged container; nothing changes), nilHandleErr.
 [[nodiscard]] OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component,
                                                             Handle settings);
-// Writes the enabled pictures and sound of the movie, or `only` one track of them (null: all), as a
-// file of another type and gives it its name and place, replacing a file that is there. `flags` and
-// `creator` are ignored; without an exporter the settings are the usual ones. featureUnsupported (a
-// type other than 'mpg4', no such track, two of a kind, or one that needs conversion),
-// invalidSampleDescription (a damaged one), invalidSampleTable, couldNotResolveDataRef, eofErr,
-// file errors.
+// Exports the enabled video and sound tracks of the movie, or `only` one track (null: all), to a
+// new file, and replaces an existing one. Without an exporter, the settings are the defaults.
+// `flags` and `creator` are ignored. featureUnsupported (a file type other than 'mpg4', no such
+// track, two tracks of a type, or one that needs conversion), invalidSampleDescription (damaged),
+// invalidSampleTable, couldNotResolveDataRef, eofErr, file errors.
 [[nodiscard]] OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef,
                                           FourCC dataRefType, FourCC fileType, FourCC creator,
                                           std::uint32_t flags, MovieExportComponent component);
 
 // --- Memory (calls/memory.cpp)
 
-// `size` zero bytes; null when size < 0 or memory is short.
+// Both return a new handle of `size` zero bytes. paramErr (size < 0).
 [[nodiscard]] Handle NewHandle(std::int64_t size);
 [[nodiscard]] Handle NewHandleClear(std::int64_t size);
-// Appends a copy of the bytes. nilHandleErr, paramErr (size < 0).
+// Appends a copy of `size` bytes to the handle. nilHandleErr, paramErr (size < 0).
 [[nodiscard]] OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size);
-// A new handle with a copy of the bytes. paramErr (size < 0).
+// Gets a new handle with a copy of `size` bytes. paramErr (size < 0).
 [[nodiscard]] OSErr PtrToHand(const void* bytes, Handle* handle, std::int64_t size);
-// In bytes.
+// The size in bytes; 0 for null.
 std::int64_t GetHandleSize(Handle handle);
-// Null is allowed.
+// Disposes of the handle. Null is allowed.
 void DisposeHandle(Handle handle);
 
-// --- Strings and paths (calls/strings.cpp)
+// --- Strings, paths and preferences (calls/strings.cpp)
 
-// A string of the text; in UTF-8 a path may hold other bytes, which are kept. Null when it is not
-// valid in the encoding or the encoding has no converter. The caller releases it.
+// Returns a new string, which the caller releases. A text in UTF-8 may be a path with bytes that
+// are not valid UTF-8; they are kept. paramErr (not valid in another encoding, or an encoding that
+// has no converter).
 [[nodiscard]] CFStringRef CFStringCreateWithCString(const void* allocator, const char* text,
                                                     CFStringEncoding encoding);
-// Bytes that are not UTF-8 are not valid here. `markMayLead`: a byte-order mark is not part of the
-// text.
+// Does the same, but bytes that are not valid UTF-8 are an error too. With `markMayLead`, a
+// byte-order mark is not part of the text.
 [[nodiscard]] CFStringRef CFStringCreateWithBytes(const void* allocator, const std::uint8_t* bytes,
                                                   std::int64_t size, CFStringEncoding encoding,
                                                   bool markMayLead);
-// In units of UTF-16; 0 for null.
+// The length in UTF-16 units; 0 for null.
 std::int64_t CFStringGetLength(CFStringRef string);
-// Puts the units of the range that convert and fit into `buffer`, and their size into `*used`;
-// returns how many they are. A null buffer only counts; `used` may be null. `lossByte` stands in
-// for each code point that does not convert; 0: the first of them ends it. UTF-16 is big-endian and
-// has no mark. paramErr (a range outside the string).
+// Converts the range and copies what fits to the `size` bytes at `buffer`. Returns the number of
+// UTF-16 units that were converted; `used` receives the number of bytes and may be null. A null
+// buffer only counts. `lossByte` replaces each code point that cannot be converted; with 0, the
+// conversion stops there. UTF-16 is big-endian without a mark. paramErr (a range outside the
+// string).
 std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
                               std::uint8_t lossByte, bool isExternal, std::uint8_t* buffer,
                               std::int64_t size, std::int64_t* used);
-// The whole string with a 0 behind it; false when it does not convert or does not fit.
+// Copies the whole string with a final zero to `buffer`. Returns false if it cannot be converted or
+// does not fit.
 [[nodiscard]] bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
                                       CFStringEncoding encoding);
-// The encoding of a language or, where that does not matter, of a script. paramErr (none, or one
-// without a converter).
+// The encoding of a language or, if `language` is -128, of a script. `region` is ignored. paramErr
+// (none, or one without a converter).
 [[nodiscard]] OSErr GetTextEncodingFromScriptInfo(std::int16_t script, std::int16_t language,
                                                   std::int16_t region, CFStringEncoding* encoding);
+// Releases the string. Null is allowed.
 void CFRelease(CFStringRef string);
-// An alias data reference to the file at `path`, which is absolute and need not exist; the caller
-// disposes of it. paramErr (null, empty or relative path, or a style but kQTPOSIXPathStyle),
-// bdNamErr (too long).
+// Gets a new alias to the file at `path`, which must be absolute but need not exist. The caller
+// disposes of the handle. paramErr (a null, empty or relative path, or a style other than
+// kQTPOSIXPathStyle), bdNamErr (too long).
 [[nodiscard]] OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style,
                                                            std::uint32_t flags, Handle* dataRef,
                                                            FourCC* dataRefType);
 
-// A boolean of the user's settings file of `application`. `*valid`: the key is there and is one.
+// Returns a boolean from the user's settings of `application`. `*valid` tells whether the key
+// exists and has a boolean value.
 [[nodiscard]] bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application,
                                                    bool* valid);
 
 // --- Folders (calls/folders.cpp)
 
-// The user's desktop folder (kUserDomain, kDesktopFolderType), made when it is missing and `create`
-// is set. fnfErr, paramErr (another folder), file errors.
+// Finds the user's desktop folder (kUserDomain, kDesktopFolderType). With `create`, creates it if
+// it is missing. fnfErr, paramErr (another folder), file errors.
 [[nodiscard]] OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder);
-// The path as UTF-8 with a 0 behind it. pathTooLongErr when it does not fit into `size` bytes;
-// errFSBadFSRef for an empty reference.
+// Copies the path in UTF-8 with a final zero to the `size` bytes at `path`. pathTooLongErr (it does
+// not fit), errFSBadFSRef (an empty reference).
 [[nodiscard]] OSErr FSRefMakePath(const FSRef* reference, unsigned char* path, std::uint32_t size);
 
 }  // namespace toolbox

@@ -21,34 +21,36 @@ struct StorageRecord;
 struct ExporterRecord;
 struct StringRecord;
 
-// A resizable block of bytes; whoever makes one disposes of it.
+// A resizable block of bytes. Whoever creates one disposes of it.
 struct HandleRecord {
   Bytes bytes;
-  // Of a data reference to memory: the block that it stands for, once it has been used as one.
+  // The block of memory that the handle refers to, once it has been used as a 'hndl' data
+  // reference.
   std::shared_ptr<Bytes> block;
 };
 
-// A folder or file found by FSFindFolder; empty until then.
+// The folder found by FSFindFolder; empty until then.
 struct FSRef {
   std::string path;
 };
 
-// Pixels.
+// In pixels.
 struct Rect {
   std::int16_t top = 0, left = 0, bottom = 0, right = 0;
 };
 
+// Each component from 0 to 65535.
 struct RGBColor {
   std::uint16_t red = 0, green = 0, blue = 0;
 };
 
-// A stretch of a string, in units of UTF-16.
+// A range of a string, in UTF-16 units.
 struct CFRange {
   std::int64_t location = 0, length = 0;
 };
 
-// a b u / c d v / tx ty w, row by row: u, v and w are 2.30, the others Fixed. A point (x, y) goes
-// to (a x + c y + tx, b x + d y + ty); y grows downwards.
+// A transformation, row by row: a b u, c d v, tx ty w. u, v and w are 2.30 numbers, the others
+// Fixed. A point (x, y) moves to (a x + c y + tx, b x + d y + ty); y points down.
 using MatrixRecord = std::array<std::int32_t, 9>;
 
 using Movie = MovieRecord*;
@@ -61,38 +63,38 @@ using QTMutableSampleTableRef = SampleTableRecord*;
 using MovieExportComponent = ExporterRecord*;
 using CFStringRef = const StringRecord*;
 using Handle = HandleRecord*;
-using TimeValue = std::int64_t;
-using TimeScale = std::int32_t;
+using TimeValue = std::int64_t;  // in units of a time scale
+using TimeScale = std::int32_t;  // units per second
 using Fixed = std::int32_t;  // 16.16
 using CFStringEncoding = std::uint32_t;
 
-// New-movie flags. Only newMovieDontResolveDataRefs means something here: there are no dialogues.
+// Flags for opening a movie. The others are ignored: this toolbox has no dialogs and plays nothing.
 inline constexpr std::int16_t newMovieActive = 1;
-inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;
+inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look at no other files
 inline constexpr std::int16_t newMovieDontAskUnresolvedDataRefs = 4;
 
-// Flatten flags. The movie always goes into the file itself.
+// Flatten flags. flattenAddMovieToDataFork is always in force.
 inline constexpr std::uint32_t flattenAddMovieToDataFork = 0x1;
-inline constexpr std::uint32_t flattenActiveTracksOnly = 0x2;  // only those that are enabled
+inline constexpr std::uint32_t flattenActiveTracksOnly = 0x2;  // enabled tracks only
 inline constexpr std::uint32_t flattenDontInterleaveFlatten = 0x4;
 inline constexpr std::uint32_t flattenCompressMovieResource = 0x20;
 inline constexpr std::uint32_t flattenForceMovieResourceBeforeMovieData = 0x40;
 
-// Track look-up flags.
+// Flags for finding tracks.
 inline constexpr std::int32_t movieTrackMediaType = 1;
 inline constexpr std::int32_t movieTrackCharacteristic = 2;
 inline constexpr std::int32_t movieTrackEnabledOnly = 4;
 
 inline constexpr Fixed fixedOne = 0x10000;
 
-// Interesting-time flags.
+// Flags for finding times.
 inline constexpr std::int16_t nextTimeMediaSample = 0x0001;
-inline constexpr std::int16_t nextTimeEdgeOK = 0x4000;
+inline constexpr std::int16_t nextTimeEdgeOK = 0x4000;  // the start itself counts
 
 // Sample flags.
-inline constexpr std::int16_t mediaSampleNotSync = 1;  // needs others to be decoded
+inline constexpr std::int16_t mediaSampleNotSync = 1;  // needs other samples to be decoded
 
-// Text media.
+// Text media: justification and display flags.
 inline constexpr std::int16_t teJustCenter = 1;
 inline constexpr std::int32_t dfClipToTextBox = 4;
 
@@ -120,9 +122,8 @@ inline constexpr CFStringEncoding kCFStringEncodingUnicode = 0x100;  // UTF-16
 inline constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
 inline constexpr int kQTPOSIXPathStyle = 0;
 
-// What does not matter of a script, a language and a region.
+// Any script, any region.
 inline constexpr std::int16_t kTextScriptDontCare = -128;
-inline constexpr std::int16_t kTextLanguageDontCare = -128;
 inline constexpr std::int16_t kTextRegionDontCare = -128;
 
 }  // namespace toolbox

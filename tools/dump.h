@@ -1,4 +1,4 @@
-// What moviedump prints.
+// The two parts of the output of moviedump.
 #pragma once
 
 #include <ostream>
@@ -8,12 +8,12 @@
 
 namespace tools {
 
-// Prints every atom of `source`: where it starts, its type and size, and its fields where the
-// toolbox knows them. A malformed atom is said to be so in its place; the walk goes on behind it.
+// Prints every atom of `source`: its offset, type and size (bytes), and its fields if the toolbox
+// knows them. A malformed atom is reported in its place, and the dump continues after it. Dates are
+// left out unless `showsDates`, so that outputs can be compared. May throw Refused (I/O errors).
 void DumpAtoms(const toolbox::ByteSource& source, bool showsDates, std::ostream& out);
 
-// Prints the movie as the toolbox has it in mind. Files are named as seen from the folder of the
-// movie.
+// Prints the movie as the toolbox has read it. Paths are relative to the folder of the movie.
 void DumpModel(const toolbox::MovieRecord& movie, bool showsDates, std::ostream& out);
 
 }  // namespace tools

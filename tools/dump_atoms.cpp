@@ -21,13 +21,14 @@ using toolbox::FromBigEndian;
 // Atoms of atoms that the toolbox does not take apart.
 constexpr FourCC kOtherContainers[] = {"gmhd", "tapt", "clip", "matt", "mfra", "rmra",
                                        "rmda", "sinf", "schi", "meta", "cmov"};
-// Nothing to know about them but their size.
+// Atoms without fields: only their size is of interest.
 constexpr FourCC kPlain[] = {"mdat", "free", "skip", "wide"};
 
 template <class A>
 constexpr bool kHasFields = !toolbox::Container<A> && !toolbox::ReadsItself<A>;
 
-// Deeper than any movie, shallow enough for the stack.
+// The maximum depth of nested atoms. Real movies have fewer levels, and the stack has room for
+// more.
 constexpr int kDeepest = 32;
 
 bool IsOneOf(std::span<const FourCC> types, FourCC type) {
@@ -40,6 +41,7 @@ bool IsContainer(FourCC type) {
   return isContainer;
 }
 
+// Prints the atoms of one file.
 class Dump {
  public:
   Dump(bool showsDates, std::ostream& out) : showsDates_(showsDates), out_(out) {}
@@ -69,7 +71,7 @@ class Dump {
     out_ << (isInflated_ ? "in cmov " : "") << at << ' ';
   }
 
-  // What stands behind the last whole atom: padding, or an atom cut short.
+  // Prints the bytes after the last complete atom: padding, or a truncated atom.
   void PrintRest(const ByteSource& source, const Bytes& start, std::uint64_t at, std::uint64_t end,
                  int depth) {
     const std::uint64_t left = end - at;
@@ -81,10 +83,11 @@ class Dump {
     const FourCC type(FromBigEndian<std::uint32_t>(&start[4]));
     out_ << '\'' << type.Text() << "' malformed: claims "
          << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
-    // What is left of a container can still be looked at.
+    // The children of a truncated container can still be printed.
     PrintContent(source, IsContainer(type) ? type : kPlain[0], at + 8, end, depth);
   }
 
+  // Prints the content in [at, end) of an atom, and ends the line.
   void PrintContent(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end,
                     int depth) {
     const bool isContainer = IsContainer(type);
@@ -103,7 +106,8 @@ class Dump {
     out_ << '\n';
   }
 
-  // ISO: a word of version and flags stands before the children. QuickTime: it does not.
+  // The size of version and flags at the start of 'meta'. ISO: 4 bytes. QuickTime: none, so the
+  // type of the first child comes after its size.
   static std::uint64_t VersionSize(const ByteSource& source, std::uint64_t at, std::uint64_t end) {
     if (end - at < 8) return 0;
     const Bytes start = Read(source, at + 4, 4);
@@ -161,7 +165,7 @@ class Dump {
 
   const bool showsDates_;
   std::ostream& out_;
-  bool isInflated_ = false;
+  bool isInflated_ = false;  // the atoms come from a compressed movie header
 };
 
 }  // namespace

@@ -2,6 +2,8 @@
 #include <string>
 
 #include "toolbox/atoms/field_printer.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/references/data_references.h"
 #include "tools/dump.h"
 
@@ -16,7 +18,7 @@ using Path = boost::filesystem::path;
 
 double Fixed(std::int32_t value) { return value / 65536.0; }
 
-// Three letters, or the number of a language of older systems.
+// The three letters of an ISO 639-2 code, or the number of a Macintosh language.
 std::string Language(std::uint16_t language) {
   if (language < 0x400 || language == 0x7FFF) return std::to_string(language);
   std::string letters;
@@ -26,6 +28,7 @@ std::string Language(std::uint16_t language) {
   return letters;
 }
 
+// Prints one movie.
 class Model {
  public:
   Model(const MovieRecord& movie, bool showsDates, std::ostream& out)
@@ -44,7 +47,7 @@ class Model {
   }
 
  private:
-  // Ends the line.
+  // Prints what movies and tracks have in common, and ends the line.
   void PrintCommon(const auto& record) {
     if (record.header.matrix != toolbox::kIdentityMatrix) {
       out_ << " matrix";
@@ -119,7 +122,7 @@ class Model {
     if (const auto* file = std::get_if<toolbox::OtherFile>(&reference)) {
       return file->path.lexically_relative(file_.parent_path()).string();
     }
-    // The movie was read without looking for its files.
+    // The movie was read without resolving its data references.
     const auto& [kind, versionAndFlags, record] = std::get<toolbox::Unresolved>(reference);
     const auto found = toolbox::ReadDataReference({kind, versionAndFlags, record}, file_, true);
     const bool isThere = !std::holds_alternative<toolbox::Unresolved>(found);
@@ -127,23 +130,23 @@ class Model {
   }
 
   void PrintSamples(const toolbox::SampleTable& samples) {
-    out_ << "  samples " << samples.Count() << " duration " << samples.Duration();
-    if (samples.HasSyncTable()) {
+    out_ << "  samples " << samples.Count() << " duration " << samples.Duration().units;
+    if (HasSyncTable(samples)) {
       std::uint64_t sync = 0;
-      samples.ForEachSync([&](std::uint64_t) { ++sync; });
+      ForEachSync(samples, [&](std::uint64_t) { ++sync; });
       out_ << " sync " << sync;
     }
-    if (samples.HasOffsets()) {
+    if (HasOffsets(samples)) {
       std::int32_t smallest = INT32_MAX, largest = INT32_MIN;
-      samples.ForEachOffset([&](std::uint32_t, std::int32_t offset) {
+      ForEachOffset(samples, [&](std::uint32_t, std::int32_t offset) {
         smallest = std::min(smallest, offset);
         largest = std::max(largest, offset);
       });
       out_ << " offsets " << smallest << ".." << largest;
     }
     std::uint64_t chunks = 0, size = 0;
-    const std::uint64_t located = samples.LocatedCount();
-    samples.ForEachPiece(0, located, [&](const toolbox::SamplePiece& piece) {
+    const std::uint64_t located = LocatedCount(samples);
+    ForEachPiece(samples, {0, located}, [&](const toolbox::SamplePiece& piece) {
       ++chunks;
       size += piece.size;
     });
@@ -154,7 +157,7 @@ class Model {
 
   void PrintUserData(const toolbox::UserDataRecord& data, const char* owner) {
     for (const toolbox::UserDataItem& item : data.items) {
-      // QuickTime: in types that start with 0xA9 a text stands behind its length and language.
+      // QuickTime: in types that start with 0xA9, a length and a language precede the text.
       const bool isText = item.type.value >> 24 == 0xA9 && item.payload.size() >= 4;
       out_ << owner << " user data '" << item.type.Text() << "' size " << item.payload.size();
       toolbox::FieldPrinter(out_).Rest("text", ByteSpan(item.payload).subspan(isText ? 4 : 0));

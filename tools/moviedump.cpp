@@ -1,5 +1,5 @@
-// moviedump [-atoms | -model] [-dates] FILE: prints the atoms of a movie file and the movie they
-// make.
+// moviedump [-atoms | -model] [-dates] FILE: prints the atoms of a movie file, and the movie that
+// is read from them.
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <iostream>
@@ -17,6 +17,7 @@ struct Options {
   bool showsAtoms = true, showsModel = true, showsDates = false;
 };
 
+// Returns false if the arguments are wrong.
 bool Parse(std::span<const char* const> arguments, Options& options) {
   for (const std::string_view argument : arguments) {
     if (argument == "-atoms") {
@@ -43,6 +44,7 @@ void Dump(const Options& options) {
   tools::DumpModel(*movie, options.showsDates, std::cout);
 }
 
+// Prints an error and returns the exit status. What was printed before stays valid.
 int Fail(const Options& options, const std::string& why) {
   std::cout.flush();
   std::cerr << "moviedump: " << options.file << ": " << why << '\n';
@@ -64,11 +66,11 @@ int main(int count, char** arguments) {
     return Fail(options, fault.path.empty() ? fault.reason : fault.path + ": " + fault.reason);
   } catch (const toolbox::Refused& refused) {
     return Fail(options, refused.code == toolbox::noMovieFound
-                             ? "no movie in it"
-                             : "cannot be read: " + std::to_string(refused.code));
+                             ? "contains no movie"
+                             : "cannot be read: error " + std::to_string(refused.code));
   } catch (const boost::filesystem::filesystem_error& failed) {
     return Fail(options, failed.code().message());
   } catch (const std::bad_alloc&) {
-    return Fail(options, "too large for the memory here");
+    return Fail(options, "out of memory");
   }
 }

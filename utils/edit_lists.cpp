@@ -13,11 +13,13 @@ using toolbox::TimeScale;
 using toolbox::TimeValue;
 using toolbox::Track;
 
+// Reports of failed steps name these lines, whatever lines the code is on.
 constexpr CallSite kDelete{"DeleteTrackSegment", kUtilsSource, 704};
 constexpr CallSite kInsertWhole{"InsertMediaIntoTrack", kUtilsSource, 720};
 constexpr CallSite kAppendMissing{"InsertMediaIntoTrack", kUtilsSource, 692};
 
-// Of a duration in media units, what one way into the old movie scale and back leaves.
+// A duration in units of the new scale, converted to the old scale and back, rounded down both
+// times.
 TimeValue ThereAndBack(TimeValue duration, TimeScale oldScale, TimeScale newScale) {
   const TimeValue inOld = duration * oldScale / newScale;
   return newScale * inOld / oldScale;
@@ -44,7 +46,7 @@ void FixRoundoffErrors(toolbox::Movie movie, TimeScale newScale) {
     if (toolbox::GetMediaTimeScale(media) != newScale) continue;
     const TimeValue shown = toolbox::GetTrackDuration(track);
     const TimeValue whole = toolbox::GetMediaDuration(media);
-    // More than rounding can explain was left out on purpose.
+    // A track that shows even less than rounding leaves was cut on purpose.
     if (shown >= whole || shown < ThereAndBack(whole, oldScale, newScale)) continue;
     Report(kAppendMissing,
            toolbox::InsertMediaIntoTrack(track, -1, shown, whole - shown, toolbox::fixedOne));

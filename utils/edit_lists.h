@@ -1,16 +1,17 @@
-// Repairs of what tracks show: all of their media once, or the little that rounding took away.
+// Repair of edit lists: show all media once, or restore what rounding has cut off.
 #pragma once
 
 #include "toolbox/toolbox.h"
 
 namespace utils {
 
-// Has every track show its whole media once, from movie time 0 at rate 1. Failures are reported and
-// counted.
+// Makes every track show all of its media once, from movie time 0 and at rate 1. Failures are
+// reported and counted.
 void RemoveEditLists(toolbox::Movie movie);
 
-// Gives the movie a new time scale, and each track whose media has that scale the end of its media
-// that rounding between the scales has cut off. Failures are reported and counted.
+// Changes the time scale of the movie to `newScale`. A track whose media has that scale then also
+// shows the end of its media, if only rounding to the old scale can have cut it off. Failures are
+// reported and counted.
 void FixRoundoffErrors(toolbox::Movie movie, toolbox::TimeScale newScale);
 
 }  // namespace utils

@@ -15,7 +15,7 @@ using clipjoin::QTError;
 using clipjoin::Report;
 using clipjoin::Require;
 
-constexpr toolbox::FourCC kCreator{"TVOD"};
+constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new files
 
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
                         const DataReference& reference, bool showProgress) {
@@ -28,6 +28,8 @@ void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
   Require({"FlattenMovieDataToDataRef", kUtilsSource}, code);
 }
 
+// Leaves the storage open if adding the movie fails; an unfinished file is discarded at the end of
+// the process.
 void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   toolbox::DataHandler storage = nullptr;
   Require({"CreateMovieStorage", kUtilsSource},
@@ -36,10 +38,11 @@ void WriteReference(toolbox::Movie movie, const DataReference& reference) {
                                       toolbox::createMovieFileDeleteCurFile, &storage, nullptr));
   std::ignore = toolbox::AddMovieToStorage(movie, storage);
   Require({"AddMovieToStorage", kUtilsSource}, toolbox::GetMoviesError());
-  // Only now does the file take its place, so only now is it known to be there.
+  // Closing gives the file its name, so it can fail as well.
   Require({"CloseComponent", kUtilsSource}, toolbox::CloseComponent(storage));
 }
 
+// Prints why the movie cannot be written. Not counted: the file is the user's to free.
 void Explain(const QTError& error, const std::string& path) {
   switch (error.Code()) {
     case toolbox::fBsyErr:
@@ -74,10 +77,10 @@ toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
 }
 
 toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) {
-  boost::filesystem::path whole(path);
-  if (whole.is_relative()) whole = boost::filesystem::current_path() / whole;
+  boost::filesystem::path absolute(path);
+  if (absolute.is_relative()) absolute = boost::filesystem::current_path() / absolute;
   const toolbox::CFStringRef text = toolbox::CFStringCreateWithCString(
-      nullptr, path.empty() ? "" : whole.c_str(), toolbox::kCFStringEncodingUTF8);
+      nullptr, path.empty() ? "" : absolute.c_str(), toolbox::kCFStringEncodingUTF8);
   const toolbox::OSErr code = toolbox::QTNewDataReferenceFromFullPathCFString(
       text, toolbox::kQTPOSIXPathStyle, 0, &reference.handle, &reference.type);
   toolbox::CFRelease(text);
@@ -103,10 +106,10 @@ toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t 
   return movie;
 }
 
-void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
+void writeMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
                 std::uint32_t flattenFlags, bool showProgress) {
   DataReference reference;
-  // Without a reference the call below fails as well, and says what the run comes to.
+  // Goes on after a failure: the write then fails as well, and that error is printed too.
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   try {
     if (selfContained) {

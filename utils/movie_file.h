@@ -1,4 +1,4 @@
-// Movies and the files they are in: paths to data references, opening, writing.
+// Movie files: data references for paths, opening and writing.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace utils {
 
-// A data reference of the toolbox; disposed of with its owner.
+// A data reference of the toolbox. Owns its handle.
 class DataReference {
  public:
   DataReference() = default;
@@ -21,28 +21,29 @@ class DataReference {
   toolbox::FourCC type;
 };
 
-// The reference for a path, which is completed against the working directory. Returns a toolbox
-// code.
+// Makes a data reference for `path`, relative to the working directory. The file need not exist.
+// Returns a toolbox code.
 [[nodiscard]] toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference);
 
-// How a movie is opened: bits.
+// How a movie file is opened: bits.
 inline constexpr unsigned kRead = 1, kWrite = 2;
 
-// Opens the movie at `path` and its storage. Throws QTError. The caller owns both.
+// Opens the movie at `path`, and its storage in `*storage`. The caller owns both. Throws QTError.
 toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t newMovieFlags,
                          toolbox::DataHandler* storage);
 
-// Writes the movie to `path`, replacing a file that is there: with all its media, or as a reference
-// movie. With `showProgress` a user at a terminal sees how far it is. Failures are printed.
-void WriteMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
+// Writes the movie to `path` and replaces an existing file: either self-contained, with all media,
+// or as a reference movie. Failures are printed. With `showProgress`, shows progress if standard
+// error is a terminal.
+void writeMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
                 std::uint32_t flattenFlags, bool showProgress);
 
-// Runs `write`, which writes the movie and returns a toolbox code. With `showProgress` a user at a
-// terminal sees how far it is; the line is gone when this returns.
+// Calls `write`, which writes the movie, and returns its toolbox code. With `showProgress`, shows
+// progress on a terminal meanwhile and erases it at the end.
 [[nodiscard]] toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
                                           const std::function<toolbox::OSErr()>& write);
 
-// Tells the user that the output file is busy.
+// Prints that the output file at `path` is busy.
 void ExplainBusy(const std::string& path);
 
 }  // namespace utils

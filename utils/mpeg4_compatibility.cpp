@@ -1,6 +1,7 @@
 #include "utils/mpeg4_compatibility.h"
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <initializer_list>
 #include <set>
 
@@ -14,23 +15,26 @@ using toolbox::Media;
 using toolbox::Movie;
 using toolbox::Track;
 
+constexpr FourCC kWindowLocation{"WLOC"};
+
+// On the enabled tracks of one media type.
 enum class Verdict : std::uint8_t { kAbsent, kGood, kBad };
 
+// The data formats of all sample descriptions.
 std::set<std::uint32_t> Formats(Media media) {
   std::set<std::uint32_t> formats;
   for (std::int32_t i = 1; i <= toolbox::GetMediaSampleDescriptionCount(media); ++i) {
     const OwnedHandle description;
     toolbox::GetMediaSampleDescription(media, i, description);
-    std::uint32_t format = 0;  // behind the size
-    for (std::size_t k = 4; k < 8 && k < description->bytes.size(); ++k) {
-      format = format << 8 | description->bytes[k];
-    }
-    formats.insert(format);
+    const toolbox::Bytes& bytes = description->bytes;
+    // The format is after the 32-bit size. A description that cannot be read has none.
+    formats.insert(bytes.size() < 8 ? 0 : boost::endian::load_big_u32(&bytes[4]));
   }
   return formats;
 }
 
-// All descriptions must have one and the same of the formats.
+// kGood needs exactly one enabled track of the type, and one of the accepted formats in all its
+// sample descriptions. Having no descriptions is good too.
 Verdict Judge(Movie movie, FourCC type, std::initializer_list<FourCC> accepted) {
   constexpr std::int32_t kFlags = toolbox::movieTrackMediaType | toolbox::movieTrackEnabledOnly;
   const Track track = toolbox::GetMovieIndTrackType(movie, 1, type, kFlags);
@@ -50,6 +54,16 @@ bool isMPEG4Compatible(Movie movie) {
   const Verdict sound = Judge(movie, FourCC{"soun"}, {FourCC{"mp4a"}});
   if (video == Verdict::kBad || sound == Verdict::kBad) return false;
   return video == Verdict::kGood || sound == Verdict::kGood;
+}
+
+bool HasAnnotations(Movie movie) {
+  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+  if (data == nullptr) return false;
+  FourCC type;
+  do {
+    type = toolbox::GetNextUserDataType(data, type);
+  } while (type == kWindowLocation);
+  return type != FourCC();
 }
 
 }  // namespace utils

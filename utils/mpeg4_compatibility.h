@@ -1,12 +1,16 @@
-// Whether a movie can be an MPEG-4 file as it is.
+// Whether a movie can be exported as MPEG-4 without conversion, and what would be lost.
 #pragma once
 
 #include "toolbox/toolbox.h"
 
 namespace utils {
 
-// One enabled video track and one enabled sound track at most, at least one of the two, and in
-// formats that MPEG-4 files hold. Other tracks do not count.
+// Whether the movie has at most one enabled video track, with MPEG-4 or with AVC video throughout,
+// and at most one enabled sound track, with AAC throughout, and at least one of the two. Other
+// tracks do not matter: they are not exported.
 bool isMPEG4Compatible(toolbox::Movie movie);
+
+// Whether the movie has user data other than the location of its window. The export loses it.
+bool HasAnnotations(toolbox::Movie movie);
 
 }  // namespace utils

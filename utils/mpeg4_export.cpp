@@ -20,7 +20,7 @@ using toolbox::FourCC;
 
 constexpr FourCC kCreator{"TVOD"}, kMpeg4{"mpg4"};
 
-// The settings, put together from the leaves up when the program is compiled.
+// The settings are assembled at compile time, from the leaves up. These functions return bytes.
 
 template <std::size_t... Sizes>
 consteval auto Joined(const std::array<std::uint8_t, Sizes>&... parts) {
@@ -43,26 +43,26 @@ consteval auto U32(std::uint32_t value) { return BigEndian<4>(value); }
 consteval auto U64(std::uint64_t value) { return BigEndian<8>(value); }
 consteval auto Text(FourCC text) { return BigEndian<4>(text.value); }
 
-// The head of a setting: size, type, id, 0, number of children, 0.
-consteval auto Head(FourCC type, std::size_t content, std::uint16_t children) {
+// The header of a QuickTime atom: size, type, id, 0, number of children, 0.
+consteval auto Header(FourCC type, std::size_t content, std::uint16_t children) {
   return Joined(U32(static_cast<std::uint32_t>(20 + content)), Text(type), U32(1), U16(0),
                 U16(children), U32(0));
 }
 template <std::size_t... Sizes>
 consteval auto Parent(FourCC type, const std::array<std::uint8_t, Sizes>&... children) {
-  return Joined(Head(type, (Sizes + ...), sizeof...(children)), children...);
+  return Joined(Header(type, (Sizes + ...), sizeof...(children)), children...);
 }
 template <std::size_t... Sizes>
 consteval auto Leaf(FourCC type, const std::array<std::uint8_t, Sizes>&... values) {
-  return Joined(Head(type, (std::size_t{0} + ... + Sizes), 0), values...);
+  return Joined(Header(type, (std::size_t{0} + ... + Sizes), 0), values...);
 }
-// An atom without an id, as sound descriptions have them.
+// A classic atom, with size and type only, as in sound descriptions.
 template <std::size_t... Sizes>
-consteval auto Plain(FourCC type, const std::array<std::uint8_t, Sizes>&... content) {
+consteval auto Classic(FourCC type, const std::array<std::uint8_t, Sizes>&... content) {
   return Joined(U32(8 + static_cast<std::uint32_t>((std::size_t{0} + ... + Sizes))), Text(type),
                 content...);
 }
-// A descriptor of ISO/IEC 14496-1, its length in four bytes.
+// A descriptor (ISO/IEC 14496-1) with a length of four bytes, seven bits in each.
 template <std::size_t... Sizes>
 consteval auto Descriptor(std::uint8_t tag, const std::array<std::uint8_t, Sizes>&... content) {
   return Joined(BigEndian<1>(tag), U32(0x80808000 | static_cast<std::uint32_t>((Sizes + ...))),
@@ -74,11 +74,12 @@ constexpr auto kDecoderConfig = Descriptor(
     BigEndian<3>(6144), U32(128'000), U32(128'000),  // buffer, highest and average bit rate
     Descriptor(5, U16(0x1210)));  // AAC, low complexity, 44100 Hz, two channels
 constexpr auto kSoundDecoder = Joined(
-    Plain("frma", Text("mp4a")), Plain("mp4a", U32(0)),
-    Plain("esds", U32(0),
-          Descriptor(3, U16(0), BigEndian<1>(0), kDecoderConfig, Descriptor(6, BigEndian<1>(2)))),
-    Plain("srcq", U32(64)), Plain(FourCC()), U64(0xC5000000));
+    Classic("frma", Text("mp4a")), Classic("mp4a", U32(0)),
+    Classic("esds", U32(0),
+            Descriptor(3, U16(0), BigEndian<1>(0), kDecoderConfig, Descriptor(6, BigEndian<1>(2)))),
+    Classic("srcq", U32(64)), Classic(FourCC()), U64(0xC5000000));
 
+// On a scale from 0 to 0x400.
 constexpr std::uint32_t kQuality = 0x300;
 constexpr auto kVideo =
     Parent("vide", Leaf("sptl", Text("mp4v"), U32(0), U16(32), U32(kQuality)),
@@ -97,6 +98,8 @@ constexpr auto kSettings =
                   Leaf("pdur", U32(100))));
 static_assert(kSettings.size() == 703);
 
+// The exporter component, closed at the end of the scope. Null, and reported, if it cannot be
+// opened.
 class Exporter {
  public:
   Exporter() {
@@ -119,8 +122,8 @@ class Exporter {
   toolbox::MovieExportComponent component_ = nullptr;
 };
 
-// Tries up to ten times while the file is busy or there. Every failure is printed; at most the last
-// one is counted.
+// Tries up to ten times while the file is busy or exists already. Prints every failure and counts
+// only the last try.
 template <class Try>
 toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
   constexpr int kMostTries = 10;
@@ -153,7 +156,7 @@ toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& output
                                        toolbox::smSystemScript,
                                        toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
   });
-  // There is nothing to be put into it: it only shows that the file can be made.
+  // Nothing is added to it: it only shows whether the file can be created.
   std::ignore = toolbox::CloseComponent(storage);
   if (created == toolbox::fBsyErr) ExplainBusy(outputPath);
 

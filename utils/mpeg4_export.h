@@ -1,4 +1,4 @@
-// MPEG-4 export: the movie through the toolbox's exporter, with settings that never change.
+// MPEG-4 export with the exporter of the toolbox.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +9,14 @@
 
 namespace utils {
 
-// What the exporter is told: to pass pictures and sound through as they are, with hint tracks.
+// The settings of the exporter, an atom container: keep video and sound as they are, add hint
+// tracks.
 std::span<const std::uint8_t> ExportSettings();
 
-// Writes the movie as an MPEG-4 file to `outputPath`, replacing a file that is there. With
-// `showProgress` a user at a terminal sees how far it is. What fails is reported and counted;
-// featureUnsupported, and nothing is done, only for a movie that would need conversion.
+// Exports the movie as an MPEG-4 file to `outputPath` and replaces an existing file. Failures are
+// reported and counted, and noErr is returned all the same. A movie that needs conversion is not
+// exported; only then featureUnsupported is returned. With `showProgress`, shows progress if
+// standard error is a terminal.
 [[nodiscard]] toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& outputPath,
                                                bool showProgress = true);
 

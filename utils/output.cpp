@@ -7,7 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "chapter/annotations.h"
 #include "clipjoin/report.h"
 #include "utils/movie_file.h"
 #include "utils/mpeg4_compatibility.h"
@@ -16,7 +15,7 @@
 namespace utils {
 namespace {
 
-// The text from the last '.' of the last component on.
+// The extension with its dot: the last path component from its last '.' on.
 std::string Extension(const std::string& path) {
   return boost::filesystem::path(path).extension().native();
 }
@@ -25,12 +24,12 @@ bool IsOneOf(const std::string& extension, std::initializer_list<std::string_vie
   return std::ranges::find(names, extension) != names.end();
 }
 
-void WarnOfReference(std::size_t inputs) {
+void WarnAboutReference(std::size_t inputs) {
   std::cerr << "A non-self-contained movie is being created. Do not delete your original movie"
             << (inputs > 1 ? "s" : "") << ".\n";
 }
 
-void WarnOfExtension(const std::string& extension, const char* program) {
+void WarnAboutExtension(const std::string& extension, const char* program) {
   if (IsOneOf(extension, {".m4v", ".m4a", ".mp4", ".m4b"})) {
     std::cerr << "Warning: if you want to create an MPEG-4 or AAC file, you must use\n"
                  "the -mp4 option. By default "
@@ -44,16 +43,16 @@ void WarnOfExtension(const std::string& extension, const char* program) {
 }
 
 int WriteQuickTime(toolbox::Movie movie, const std::string& path,
-                   const clipjoin::CommandLine& line) {
-  const clipjoin::OutputOptions& options = line.output;
+                   const clipjoin::OutputOptions& options, std::size_t inputs) {
   if (!options.quiet) {
-    if (!options.selfContained) WarnOfReference(line.inputs.size());
-    WarnOfExtension(Extension(path), line.Name());
+    if (!options.selfContained) WarnAboutReference(inputs);
+    WarnAboutExtension(Extension(path), clipjoin::CommandName(options.mode));
   }
-  WriteMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
+  writeMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
   return 0;
 }
 
+// Printed even with -q: nothing is written.
 void Refuse(bool hasForcedTracks) {
   std::cerr << "The file cannot be output as MPEG-4 without conversion.\n";
   if (hasForcedTracks) {
@@ -72,12 +71,13 @@ int WriteMPEG4(toolbox::Movie movie, const std::string& path,
     return kRefused;
   }
   const std::string extension = Extension(path);
+  // ".m4v" is not accepted: the message names just these three.
   if (!options.quiet && !IsOneOf(extension, {"", ".mp4", ".m4a", ".m4b"})) {
     std::cerr << "Warning: the \"-mp4\" option produces MPEG-4 files\nUsing a " << extension
               << " extension may confuse some programs.\n"
                  "Use no extension or .mp4, .m4a, or .m4b.\n";
   }
-  if (!options.quiet && chapter::HasAnnotations(movie)) {
+  if (!options.quiet && HasAnnotations(movie)) {
     std::cerr << "Warning: the movie has annotations that will not appear in the output file.\n"
                  "iTunes can be used to manually add annotations to m4a files.\n";
   }
@@ -88,11 +88,12 @@ int WriteMPEG4(toolbox::Movie movie, const std::string& path,
 
 }  // namespace
 
-std::string DesktopFolderPath() {
+std::string desktopFolderPath() {
   toolbox::FSRef folder;
   clipjoin::Report(
       {"FSFindFolder", clipjoin::kClipjoinSource},
       toolbox::FSFindFolder(toolbox::kUserDomain, toolbox::kDesktopFolderType, true, &folder));
+  // Tried even if the folder was not found. The call does not say how much room it needs.
   std::vector<unsigned char> path(128);
   toolbox::OSErr code = toolbox::FSRefMakePath(&folder, path.data(), 128);
   while (code != toolbox::noErr) {
@@ -104,15 +105,14 @@ std::string DesktopFolderPath() {
   return {path.begin(), std::ranges::find(path, 0)};
 }
 
-int FinishOutput(toolbox::Movie movie, const clipjoin::CommandLine& line) {
-  if (line.SavesInPlace()) return 0;
-  const clipjoin::OutputOptions& options = line.output;
+int finishOutput(toolbox::Movie movie, const clipjoin::OutputOptions& options, std::size_t inputs) {
   const std::string path =
       options.outputPath
           ? *options.outputPath
-          : (boost::filesystem::path(DesktopFolderPath()) / (options.mpeg4 ? "out.mp4" : "out.mov"))
+          : (boost::filesystem::path(desktopFolderPath()) / (options.mpeg4 ? "out.mp4" : "out.mov"))
                 .native();
-  return options.mpeg4 ? WriteMPEG4(movie, path, options) : WriteQuickTime(movie, path, line);
+  return options.mpeg4 ? WriteMPEG4(movie, path, options)
+                       : WriteQuickTime(movie, path, options, inputs);
 }
 
 }  // namespace utils

@@ -1,15 +1,20 @@
-// The output step: where the movie goes and in which form.
+// The output step: chooses the output file and its format, and writes it.
 #pragma once
 
-#include "clipjoin/command_line.h"
+#include <cstddef>
+#include <string>
+
+#include "clipjoin/options.h"
 
 namespace utils {
 
-// Writes the finished movie as the command line asks, unless it is saved in place. Returns the exit
-// status that the step asks for, 0 for none.
-int FinishOutput(toolbox::Movie movie, const clipjoin::CommandLine& line);
+// Writes the finished movie as the options say, after warnings about names and formats. `inputs` is
+// the number of input movies. Returns the exit status of the step: 4 if the movie cannot be
+// exported as MPEG-4 without conversion, else 0. Other failures are reported.
+int finishOutput(toolbox::Movie movie, const clipjoin::OutputOptions& options, std::size_t inputs);
 
-// The path of the user's desktop folder, which is made when it is missing. What fails is reported.
-std::string DesktopFolderPath();
+// The path of the user's desktop folder, which is created if it is missing. Failures are reported;
+// the path may then be empty.
+std::string desktopFolderPath();
 
 }  // namespace utils

@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kErase[] = "\r\033[K";
 
-// Bytes as people read them: "1.9 GB".
+// A size in readable units: "1.9 GB".
 std::string Amount(double bytes) {
   static constexpr std::array kUnits{"bytes", "kB", "MB", "GB", "TB"};
   std::size_t unit = 0;
@@ -27,6 +27,7 @@ std::string Amount(double bytes) {
   return text.data();
 }
 
+// A time as minutes and seconds: "1:05".
 std::string Span(double seconds) {
   const long whole = std::lround(seconds);
   std::array<char, 32> text{};
@@ -45,7 +46,7 @@ bool ProgressLine::IsWanted() { return isatty(STDERR_FILENO) == 1; }
 void ProgressLine::Show(std::uint64_t done, std::uint64_t all) {
   constexpr auto kPause = std::chrono::milliseconds(200);
   const Clock::time_point now = Clock::now();
-  // Short work is done before anybody has read the line.
+  // A short write shows nothing: it is over before the line could be read.
   if (now - started_ < kPause || now - shown_ < kPause) return;
   shown_ = now;
   isVisible_ = true;

@@ -1,4 +1,4 @@
-// A line on the terminal that tells how far copying has come, and is gone when it is done.
+// A line on the terminal that shows how much has been written. It is erased at the end.
 #pragma once
 
 #include <chrono>
@@ -13,9 +13,10 @@ class ProgressLine {
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  // Only a terminal is told: scripts see just the messages they can count on.
+  // Whether standard error is a terminal. Scripts must get no progress among the messages.
   static bool IsWanted();
-  // Redraws the line, a few times a second at the most. `all` > 0; both in bytes.
+  // Shows `done` of `all` bytes; `all` > 0. Call it as often as you like: it draws at most five
+  // times a second.
   void Show(std::uint64_t done, std::uint64_t all);
 
  private:

@@ -1,7 +1,7 @@
-# fish completion for clipjoin, clipstak and cliptune. The options and what is said of them are
-# those of the usage text of the command.
+# fish completion for clipjoin, clipstak and cliptune. The options and their descriptions come from
+# the usage text of the command.
 
-# name, tab, what it does: for each option.
+# Prints a line for each option: its name, a tab, and its description.
 function __reelwork_options
     set -l words (commandline -opc)
     $words[1] (string match -r -- '^-clip(?:join|stak|tune)$' $words) 2>&1 </dev/null | awk '
@@ -16,10 +16,11 @@ function __reelwork_options
         END { put() }'
 end
 
-# What the word at the cursor is: option, file, mode, scale, or a value that nobody can guess.
+# Prints what the word at the cursor is: option, file, mode, scale, or a value that cannot be
+# completed.
 function __reelwork_expects
     set -l words (commandline -opc)
-    # Two options take two values.
+    # Two options have two values.
     if test (count $words) -ge 3
         switch $words[-2]
             case -add-chapter -about

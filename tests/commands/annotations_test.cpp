@@ -13,6 +13,7 @@
 #include "toolbox/atoms/text_atoms.h"
 #include "toolbox/calls/call.h"
 #include "toolbox/movie/movie.h"
+#include "utils/mpeg4_compatibility.h"
 
 namespace chapter {
 namespace {
@@ -169,7 +170,7 @@ TEST(Annotations, StopWhereAListIsMalformed) {
     EXPECT_EQ(items, row.items) << row.said;
     EXPECT_EQ(said, row.said);
   }
-  EXPECT_EQ(clipjoin::ErrorCount(), 0);
+  EXPECT_EQ(clipjoin::Close(true, 0), 0) << "no failure has been counted";
   MovieRecord movie;
   movie.userData.items = {{kMeta, {0, 0}}};
   ConvertMovieTags(&movie);
@@ -208,22 +209,21 @@ TEST(Annotations, ReportADamagedItemAndGoOn) {
   movie.userData.items = {{kMeta, Zeros(4)}};
   SetCallHook([](std::string_view name) { return name == "GetUserData" ? memFullErr : noErr; });
   const clipjoin::Redirected err(std::cerr);
-  const int before = clipjoin::ErrorCount();
   ConvertMovieTags(&movie);
   SetCallHook({});
   EXPECT_EQ(err.Text(), "Error in GetMoviesError at line 507 of clipjoin.cpp: -108\n");
-  EXPECT_EQ(clipjoin::ErrorCount(), before + 1);
+  EXPECT_EQ(clipjoin::Close(true, 0), 1) << "the failure has been counted";
 }
 
 TEST(Annotations, GiveTheMovieItsNameAndAreKnownToBeThere) {
   MovieRecord movie;
   EXPECT_EQ(GetMovieFullName(&movie), "");
-  EXPECT_FALSE(HasAnnotations(&movie));
-  EXPECT_FALSE(HasAnnotations(nullptr));
+  EXPECT_FALSE(utils::HasAnnotations(&movie));
+  EXPECT_FALSE(utils::HasAnnotations(nullptr));
   movie.userData.items = {{FourCC{"WLOC"}, Zeros(4)}};
-  EXPECT_FALSE(HasAnnotations(&movie));
+  EXPECT_FALSE(utils::HasAnnotations(&movie));
   AddUserDataTextUtf8(&movie.userData, kName, "Café");
-  EXPECT_TRUE(HasAnnotations(&movie));
+  EXPECT_TRUE(utils::HasAnnotations(&movie));
   EXPECT_EQ(GetMovieFullName(&movie), "Café");
   AddUserDataTextUtf8(&movie.userData, kName, "日本");
   EXPECT_EQ(GetMovieFullName(&movie), "??");

@@ -89,7 +89,7 @@ TEST_F(Chapters, AreSortedByRealTimeAndLastUntilTheNext) {
   EXPECT_FALSE(track->IsEnabled());
   EXPECT_EQ(toolbox::GetTrackOffset(track), 600);
   EXPECT_EQ(track->media->samples.Count(), 3U);
-  EXPECT_EQ(track->media->samples.DurationOf(0), 0);
+  EXPECT_EQ(track->media->samples.DurationOf(0), toolbox::MediaTime{});
 }
 
 TEST_F(Chapters, BehindTheEndOfTheMovieAreLeftOut) {

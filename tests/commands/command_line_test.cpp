@@ -68,7 +68,7 @@ std::string Changes(const OutputOptions& output) {
   MEMBER(removeOutputEditList), MEMBER(namesFromStdin);
 #undef MEMBER
   std::ostringstream chapters;
-  for (const chapter::Chapter& added : output.addedChapters) {
+  for (const Chapter& added : output.addedChapters) {
     chapters << added.title << '@' << static_cast<double>(added.start) / added.scale << ';';
   }
   all("addedChapters", chapters.str(), std::string());
@@ -186,7 +186,7 @@ TEST(Options, ChangeTheirRecordUnderTheCommandsThatKnowThem) {
         continue;
       }
       ASSERT_EQ(before.said + between.said, "");
-      EXPECT_EQ(before.Line().mode, static_cast<CommandMode>(mode));
+      EXPECT_EQ(before.Line().output.mode, static_cast<CommandMode>(mode));
       EXPECT_EQ(Changes(before.File(0)), row.file) << "a global option is for every file";
       EXPECT_EQ(Changes(before.File(1)), row.file);
       EXPECT_EQ(Changes(between.File(0)), row.file) << "one behind a file is for that file alone";
@@ -295,7 +295,7 @@ TEST(Options, WithABadDurationEndTheRunWithoutUsage) {
 }
 
 TEST(Commands, AreChosenByTheProgramsNameAndByOptions) {
-  const auto modeOf = [](const Words& words) { return Parse(words).Line().mode; };
+  const auto modeOf = [](const Words& words) { return Parse(words).Line().output.mode; };
   EXPECT_EQ(modeOf({"clipstak", "1"}), CommandMode::kMultiplex);
   EXPECT_EQ(modeOf({"/usr/bin/cliptune", "1"}), CommandMode::kModify);
   for (const char* name : {"clipjoin", "Clipstak", "clipstak2", "cliptune/x", ""}) {
@@ -304,7 +304,7 @@ TEST(Commands, AreChosenByTheProgramsNameAndByOptions) {
   EXPECT_EQ(modeOf({"cliptune", "-clipjoin", "1"}), CommandMode::kConcatenate);
   EXPECT_EQ(modeOf({"clipjoin", "1", "-clipstak"}), CommandMode::kMultiplex);
   EXPECT_EQ(modeOf({"clipstak", "-cliptune", "-save-in-place", "1"}), CommandMode::kModify);
-  EXPECT_STREQ(Parse({"a/program", "-cliptune", "1"}).Line().Name(), "cliptune");
+  EXPECT_STREQ(CommandName(modeOf({"a/program", "-cliptune", "1"})), "cliptune");
 }
 
 TEST(Commands, KnowTheirOptionsFromWhereTheyAreChosen) {

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Joins with itself, both ways, every input that a fuzz target once fell over: none may make a
-sanitizer speak or end the program by a signal. The programs stand in the folder REELWORK_BIN."""
+"""Joins each input that once made a fuzz target fail with itself, by reference and self-contained.
+No sanitizer may report an error, and no signal may end the program. REELWORK_BIN names the folder
+of the programs."""
 
 import os
 import pathlib
@@ -10,14 +11,14 @@ import tempfile
 
 BIN = pathlib.Path(os.environ["REELWORK_BIN"])
 FINDS = pathlib.Path(__file__).resolve().parent.parent / "data" / "finds"
-# A small file asks for little memory and time.
+# A small file needs little memory and time.
 LIMITS = dict(os.environ, ASAN_OPTIONS="max_allocation_size_mb=1024:hard_rss_limit_mb=1024")
 SECONDS = 20
 REPORTS = ("Sanitizer", "runtime error:")
 
 
 def fault(command):
-    """What is wrong with a run of the command; nothing when all is well."""
+    """The fault of a run of the command, or None."""
     try:
         done = subprocess.run(
             command, env=LIMITS, capture_output=True, text=True, errors="replace", timeout=SECONDS

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Raw AAC: it opens as a movie, joins, and decodes to the same sound."""
+"""Raw AAC opens as a movie, can be joined, and decodes to the same sound."""
 
 import unittest
 
@@ -43,7 +43,7 @@ class RawAac(runs.RunTest):
         self.assertEqual(clip.read_bytes(), self.clip.read_bytes())
 
     @runs.needs_corpus
-    def test_sound_of_other_forms_is_no_movie(self):
+    def test_other_forms_of_raw_sound_are_not_movies(self):
         for name in ("adif_CBR88_8s.aac", "adts-sf-escape.aac"):
             done = self.run_in_folder("clipjoin", MEDIA / "adts" / name, "-o", "out.mov")
             self.assertIn(f"{name}{runs.NOT_A_MOVIE}", done.err)

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Tags of MPEG-4 files: what other readers find of them in movies made of these files."""
+"""Tags of MPEG-4 files: which annotations other readers find in the movies that are made from
+them."""
 
 import json
 import struct
@@ -9,8 +10,8 @@ import unittest
 import runs
 from runs import MEDIA, Result
 
-# A text, what exiftool adds to names for its language, and the encoding it is then in: as exiftool
-# calls it or, where it has none, as Python does.
+# A text, the suffix that exiftool adds to names in its language, and the encoding of the text:
+# exiftool's name for it, or Python's name if exiftool does not know it.
 TEXTS = {
     "latin": ("Café – “Ω”", "", "MacRoman"),
     "polish": ("Żółw i Łódź", "-lt", "MacLatin2"),
@@ -20,13 +21,13 @@ TEXTS = {
     "japanese": ("日本の歌", "-ja", "shift_jis"),
     "korean": ("한국어 노래", "-ko", "euc_kr"),
 }
-# exiftool's names of a tag and of the annotation it becomes.
+# exiftool's names for a tag and for the annotation that is made from it.
 NAMES = {
     "Title": "Title", "Artist": "Artist", "Album": "Album", "Comment": "Comment",
     "Composer": "Composer", "Grouping": "UserData_des", "Encoder": "EncoderID", "Genre": "Genre",
     "TrackNumber": "Track",
 }  # fmt: skip
-# Real files in which another tag, too, becomes that annotation, or padding comes before the list.
+# Real files in which a second tag becomes the same annotation, or padding comes before the list.
 EXCEPTIONS = {
     ("mp4-chapterized.m4a", "Encoder"): "Encoded By",
     ("mp4-full-meta.m4a", "Encoder"): "ENCODED BY",
@@ -36,13 +37,14 @@ EXCEPTIONS = {
 
 
 def facts(*arguments):
-    """What exiftool says, file after file."""
+    """exiftool's output, one entry per file."""
     out, _ = runs.read_by("exiftool", "-j", "-a", "-G1", "-s", *arguments)
     return json.loads(out)
 
 
 def annotations(path, charset):
-    """What exiftool reads of the annotations, those of other languages in that encoding."""
+    """The annotations that exiftool reads; those in other languages are decoded with that
+    encoding."""
     if charset.startswith("Mac"):
         return facts("-charset", f"QuickTime={charset}", "-UserData:all", path)[0]
     found = facts("-UserData:all", path)[0]
@@ -52,7 +54,7 @@ def annotations(path, charset):
 
 
 def items(path):
-    """The movie's user data."""
+    """The user data of the movie."""
     return list(runs.atoms(runs.child(runs.movie_header(path), "udta")))
 
 
@@ -91,7 +93,7 @@ class MadeFiles(runs.RunTest):
                         "UserData:Track": "3/12",
                     }
                     self.assertEqual(found, {**found, **expected})
-                    # What is all ASCII is there once, and so is what is all Mac Roman.
+                    # A text that is all ASCII or all Mac Roman is stored only once.
                     others = {key for key in found if key.rpartition("-")[0]}
                     self.assertEqual(others, {key for key in expected if "-" in key})
                     tags = runs.description(movie)["format"]["tags"]
@@ -104,18 +106,18 @@ class MadeFiles(runs.RunTest):
         out, _ = runs.read_by("mediainfo", "--Output=JSON", path)
         return json.loads(out)["media"]["track"][0]
 
-    def test_the_original_item_stays_and_once_is_enough(self):
+    def test_the_tags_are_kept_and_are_not_converted_twice(self):
         source = self.sources / "greek.m4a"
         movie = self.join_whole("out.mov", source)
         self.assertEqual(items(movie)[: len(items(source))], items(source))
         again = self.join_whole("again.mov", movie, self.sources / "polish.m4a")
         self.assertEqual(items(again), items(movie))
 
-    def test_nothing_is_converted_where_that_is_not_wanted(self):
+    def test_no_convert_tags_applies_to_one_file(self):
         greek, polish = (self.sources / f"{name}.m4a" for name in ("greek", "polish"))
         plain = self.join("out.mov", greek, options=["-no-convert-tags"])
         self.assertEqual(items(plain), items(greek))
-        # The option is one of the file it follows.
+        # The option applies to the file before it.
         second = self.join("out.mov", greek, polish, "-no-convert-tags")
         self.assertGreater(len(items(second)), len(items(greek)))
 
@@ -128,7 +130,7 @@ class MadeFiles(runs.RunTest):
         self.assertEqual(found["UserData:Title-ja"], TEXTS["japanese"][0])
         self.assertEqual(self.media_info(path)["Title"], TEXTS["japanese"][0])
 
-    def test_a_malformed_list_ends_where_it_is_told(self):
+    def test_a_malformed_list_ends_at_its_stated_size(self):
         data = bytearray((self.sources / "latin.m4a").read_bytes())
         start = data.index(b"ilst") + 4
         artist = data.index(b"\xa9ART") - 4
@@ -150,7 +152,7 @@ class MadeFiles(runs.RunTest):
 @runs.needs_corpus
 @runs.has_tools("exiftool")
 class RealFiles(runs.RunTest):
-    def test_every_tag_becomes_the_annotation_of_its_meaning(self):
+    def test_every_tag_becomes_the_annotation_with_the_same_meaning(self):
         files = sorted(MEDIA.glob("*/*.m4?")) + sorted(MEDIA.glob("*/*.mp4"))
         movies = [self.folder / f"{number}.mov" for number in range(len(files))]
         plainly = ("-q", "-no-compressed-header", "-o")

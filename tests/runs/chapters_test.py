@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Chapters: those that others wrote, listed and filtered; ours, as other readers find them, however
-the movie was written; and the XML list of them."""
+"""Chapters: chapters of other programs are listed and filtered; other readers find our chapters in
+every form of output; and the XML list is right."""
 
 import json
 import re
@@ -9,8 +9,8 @@ import xml.etree.ElementTree
 import runs
 from runs import MEDIA, Result
 
-TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # a second each
-NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # only a list
+TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # one second each
+NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # have only 'chpl'
 TWO_SECONDS = "sine=d=2:f="
 
 
@@ -24,14 +24,14 @@ def ffmpeg_chapters(titles, scale=1000, length=1000):
 
 
 def chapters(path):
-    """(start in milliseconds, title) of each, as ffprobe tells them."""
+    """(start in milliseconds, title) of each chapter, as ffprobe reads them."""
     found = runs.ffprobe(path, "-show_chapters")["chapters"]
     times = [round(float(c["start_time"]) * 1000) for c in found]
     return list(zip(times, (c.get("tags", {}).get("title", "") for c in found)))
 
 
 def menu(path):
-    """The same as mediainfo tells them."""
+    """The same, as mediainfo reads them."""
     told = json.loads(runs.read_by("mediainfo", "--Output=JSON", path)[0])
     found = []
     for track in told["media"]["track"]:
@@ -44,7 +44,7 @@ def menu(path):
 
 
 def xml_chapters(path):
-    """(start time as it is written, title) of each."""
+    """(start time as text, title) of each chapter."""
     root = xml.etree.ElementTree.parse(path).getroot()
     assert (root.tag, root.attrib) == ("chapters", {"version": "1"})
     assert all([child.tag for child in chapter] == ["title"] for chapter in root)
@@ -81,7 +81,7 @@ class Chapters(runs.RunTest):
         return self.folder / path
 
     def assert_chapters(self, path, expected, within=1):
-        """Two readers find them at those milliseconds."""
+        """Two readers find the chapters at these milliseconds."""
         for reader in (chapters, menu):
             found = reader(path)
             self.assertEqual([title for _, title in found], [title for _, title in expected])
@@ -89,8 +89,8 @@ class Chapters(runs.RunTest):
                 self.assertLessEqual(abs(time - wanted), within, title)
 
     def assert_written(self, program, *arguments, expected):
-        """As a reference movie, self-contained with and without a compressed header, and once
-        more out of each."""
+        """Writes a reference movie and self-contained movies with and without a compressed header,
+        and then rewrites each of them."""
         xml_file = self.folder / "list.xml"
         for how in ([], ["-self-contained"], ["-self-contained", "-no-compressed-header"]):
             with self.subTest(how=how):
@@ -104,7 +104,7 @@ class Chapters(runs.RunTest):
                 self.assert_chapters(again, expected)
         return self.folder / "made.mov"
 
-    def test_of_other_writers_are_listed_and_filtered(self):
+    def test_of_other_programs_are_listed_and_filtered(self):
         for name, book in self.books.items():
             with self.subTest(name):
                 head = f"Chapter list for {book}:\n"
@@ -118,27 +118,27 @@ class Chapters(runs.RunTest):
                 )  # fmt: skip
                 self.assert_chapters(cut, [(0, TITLES[1]), (1000, "Fin")], within=3)
                 self.assertAlmostEqual(float(runs.movie_duration(cut)), 2, delta=0.01)
-                # What is left shows what it showed.
+                # The remaining chapters show the same frames as before.
                 whole, left = ([f.hash for f in runs.frames(path)] for path in (book, cut))
                 self.assertEqual(left, whole[10:20] + whole[30:40])
                 only = self.assert_run("cliptune", book, "-chapter", "第三章", "-self-contained")
                 self.assert_chapters(only, [(0, "第三章")])
 
-    def test_one_an_input_start_where_it_starts(self):
+    def test_made_for_each_input_start_where_it_starts(self):
         expected = [(0, "plain one"), (2000, "Dritter"), (4000, "Ein Name")]
         self.assert_written(
             "clipjoin", "-auto-chapters", self.plain, self.plain, "-chapter-name", "Dritter",
             self.named, expected=expected,
         )  # fmt: skip
 
-    def test_start_there_however_inputs_are_joined(self):
+    def test_start_there_with_every_kind_of_join(self):
         for how in ("-manual-join", "-unique-tracks", "-force-same-tracks"):
             made = self.assert_run(
                 "clipjoin", how, "-auto-chapters", "-self-contained", *[self.plain] * 3
             )
             self.assert_chapters(made, [(2000 * i, "plain one") for i in range(3)])
 
-    def test_are_merged_with_those_the_inputs_bring(self):
+    def test_are_merged_with_those_of_the_inputs(self):
         own = [(2000 + 1000 * i, title) for i, title in enumerate(TITLES)]
         self.assert_written(
             "clipjoin", "-auto-chapters-merge", self.plain, self.books["book.mov"], self.named,
@@ -149,33 +149,33 @@ class Chapters(runs.RunTest):
             expected=[(0, "book"), (4000, "plain one")],
         )  # fmt: skip
 
-    def test_are_carried_along_by_a_plain_join(self):
+    def test_are_kept_by_a_plain_join(self):
         joined = self.assert_run(
             "clipjoin", self.books["book.mov"], self.books["book.mov"], "-self-contained"
         )
         twice = [(4000 * j + 1000 * i, t) for j in range(2) for i, t in enumerate(TITLES)]
         self.assert_chapters(joined, twice)
 
-    def test_are_added_to_those_there(self):
+    def test_are_added_to_existing_ones(self):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]
         self.assert_written(
             "cliptune", self.books["book.mp4"], *added,
-            # At one time with another, it has none of its own.
+            # A chapter that starts at the same time as another is not added.
             expected=[
                 (0, "Intro"), (1000, TITLES[1]), (1500, "half"), (2000, "第三章"), (3000, "Fin"),
             ],
         )  # fmt: skip
 
-    def test_behind_the_end_are_told(self):
+    def test_after_the_end_are_reported(self):
         made = self.assert_run(
             "cliptune", self.plain, "-add-chapter", "in", "1", "-add-chapter", "end", "2",
             "-add-chapter", "out", "2.1", "-add-chapter", "far", "99",
             err="Chapter out starts after the end of the movie.\n",
         )  # fmt: skip
         self.assertEqual(menu(made), [(1000, "in"), (2000, "end")])
-        self.assertEqual(chapters(made), [(1000, "in")], "no time at all is no chapter to some")
+        self.assertEqual(chapters(made), [(1000, "in")], "ffprobe leaves out a chapter of duration 0")
 
-    def test_are_saved_into_the_file_they_are_in(self):
+    def test_are_saved_in_place(self):
         for name in ("book.mov", "book.mp4"):
             with self.subTest(name):
                 path = self.folder / name
@@ -193,18 +193,19 @@ class Chapters(runs.RunTest):
                 times = ["0.00", "01.00", "01.15", "02.00", "03.00"]
                 listed = list(zip(times, (title for _, title in expected)))
                 self.assertEqual(xml_chapters(self.folder / "list.xml"), listed)
-                # And out of it again.
+                # Now the chapter is removed again.
                 done = self.run_in_folder(
                     "cliptune", "-save-in-place", "-q", path, "-nochapter", "half"
                 )
                 self.assertEqual(done, Result(0, "", ""))
-                # Its sample is still in the file: others, who look at no edits, see it there.
+                # The sample of that chapter is still in the file, and readers that ignore edits
+                # find it.
                 del expected[2]
                 cut = [(time - (500 if time >= 2000 else 0), title) for time, title in expected]
                 copy = self.assert_run("cliptune", path, "-self-contained")
                 self.assert_chapters(copy, cut, within=3)
 
-    def test_are_the_samples_of_a_track_that_is_named(self):
+    def test_are_the_samples_of_the_named_track(self):
         made = self.assert_run(
             "cliptune", self.plain, "-add-chapter", "a", "0", "-add-chapter", "b", "1",
             path="ab.mov",
@@ -227,7 +228,7 @@ class Chapters(runs.RunTest):
             "Track names:\nSound Track\nText Track\n",
         )  # fmt: skip
 
-    def test_need_a_track_to_belong_to(self):
+    def test_need_a_track_that_refers_to_them(self):
         silent = self.assert_run(
             "cliptune", self.plain, "-disable", "Sound Track", path="silent.mov"
         )
@@ -239,7 +240,7 @@ class Chapters(runs.RunTest):
         )
         self.assertEqual(told.status, 1)
 
-    def test_of_a_thousand_inputs_start_at_their_tick(self):
+    def test_of_a_thousand_inputs_start_at_the_exact_unit(self):
         length = 441 * 3 + 1
         clip = runs.make_clip(
             self.clips / "short.wav", "-f", "lavfi", "-i", f"sine=r=44100,atrim=end_sample={length}"
@@ -275,10 +276,10 @@ class Chapters(runs.RunTest):
                 self.assertRegex(done.err, f"^{own}{driver}$")
                 self.assertEqual(done.status, 1)
                 told = [track.references for track in runs.tracks(self.folder / "out.mov").values()]
-                self.assertFalse(any(told), "a track that is not whole is no chapter track")
+                self.assertFalse(any(told), "an incomplete track is not a chapter track")
 
     @runs.needs_corpus
-    def test_a_list_without_a_track_goes_where_its_times_do_not_hold(self):
+    def test_a_list_without_a_track_is_dropped_if_its_times_are_wrong(self):
         book = MEDIA / "chapters" / "chapters_NERO.mp4"
         for options, stays in (
             ([], True),
@@ -293,7 +294,7 @@ class Chapters(runs.RunTest):
                 self.assertEqual(b"chpl" in out.read_bytes(), stays)
 
     @runs.needs_corpus
-    def test_of_real_books_are_read_as_others_read_them(self):
+    def test_of_real_books_are_read_as_other_programs_read_them(self):
         for path in sorted((MEDIA / "chapters").iterdir()):
             if path.name in NO_TRACK:
                 continue
@@ -302,7 +303,7 @@ class Chapters(runs.RunTest):
                 self.assertNotEqual(expected, [])
                 out = f"Chapter list for {path}:\n" + "".join(f"\t* {t}\n" for _, t in expected)
                 if path.name == "test-pod.m4a":
-                    continue  # two tracks of chapters, of which they know one
+                    continue  # it has two chapter tracks, and other readers find only one
                 self.assert_run("cliptune", path, "-chaplist", "-self-contained", out=out)
                 xml_file = self.folder / "list.xml"
                 joined = self.assert_run(

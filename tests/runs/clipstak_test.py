@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Movies laid over one another: which tracks there are, and when they show what."""
+"""Movies that play at the same time: which tracks the output has, and when they show what."""
 
 import fractions
 import struct
@@ -9,7 +9,7 @@ import runs
 from runs import MEDIA, Result, child
 
 Fraction = fractions.Fraction
-UNIT = Fraction(1, 600)  # of the movies' time lines
+UNIT = Fraction(1, 600)  # one unit of the movies' time scale
 
 
 class StackTest(runs.RunTest):
@@ -19,8 +19,8 @@ class StackTest(runs.RunTest):
         return self.folder / "out.mov"
 
     def assert_shows(self, stacked, number, source, start=0, factor=1):
-        """A track shows what the only track of `source` shows, from `start` on and slower by
-        `factor`; exactly, but for what rounding to the movie's units takes."""
+        """The track shows what the only track of `source` shows, starting at `start` and slower by
+        `factor`. The times are exact up to rounding to the movie's units."""
         (own,) = runs.tracks(source)
         expected = [(start + time * factor, h) for time, h in runs.shown(source, own)]
         found = runs.shown(stacked, number)
@@ -29,7 +29,7 @@ class StackTest(runs.RunTest):
             self.assertLessEqual(abs(time - wanted), UNIT)
 
     def assert_starts_and_lasts(self, stacked, *expected):
-        """What ffprobe says of each stream, in seconds."""
+        """What ffprobe reports for each stream, in seconds."""
         streams = runs.description(stacked)["streams"]
         self.assertEqual(len(streams), len(expected))
         for stream, (start, duration) in zip(streams, expected):
@@ -53,7 +53,7 @@ class MadeClips(StackTest):
         cls.sound = clip("sound.mov", "anoisesrc=r=8000:d=2,atrim=end_sample=16000",
                          "-c:a", "pcm_s16le", "-metadata", "title=Noise")  # fmt: skip
 
-    def test_a_movie_is_laid_in_at_its_place_at_its_own_length(self):
+    def test_a_movie_starts_at_its_place_and_keeps_its_length(self):
         stacked = self.stack(self.long, self.short, "-placeAt", "1.5")
         self.assertEqual([t.kind for t in runs.tracks(stacked).values()], ["vide", "vide"])
         self.assert_shows(stacked, 1, self.long)
@@ -64,7 +64,7 @@ class MadeClips(StackTest):
             found = [(frame.time, frame.hash) for frame in runs.frames(stacked, stream)]
             self.assertEqual(found, expected)
 
-    def test_each_of_three_has_its_own_place(self):
+    def test_each_of_three_movies_has_its_place(self):
         stacked = self.stack(
             self.long, self.short, "-placeAt", "3.5", self.sound, "-placeAt", "0:01"
         )
@@ -77,14 +77,14 @@ class MadeClips(StackTest):
         self.assertEqual((sound.media, sound.duration, sound.rate), (0, 2, 1))
         self.assert_starts_and_lasts(stacked, (0, 4), (3.5, 1), (1, 2))
 
-    def test_a_global_place_is_that_of_every_further_movie(self):
+    def test_a_global_place_applies_to_every_later_movie(self):
         stacked = self.stack("-placeAt", "2", self.long, self.short, self.short)
         self.assert_shows(stacked, 1, self.long)
         for number in (2, 3):
             self.assert_shows(stacked, number, self.short, start=2)
 
-    def test_a_movie_is_stretched_to_the_output_from_its_place_on(self):
-        # The switch is one for the whole run, wherever it stands.
+    def test_a_movie_is_stretched_from_its_place_to_the_end_of_the_output(self):
+        # It is one switch for the whole run, wherever it is on the command line.
         for arguments, start, factor in (
             (["-scale", self.long, self.short], 0, 4),
             ([self.long, self.short, "-placeAt", "2", "-scale"], 2, 2),
@@ -96,25 +96,25 @@ class MadeClips(StackTest):
             self.assert_shows(stacked, 2, self.short, start=start, factor=factor)
             self.assertEqual(runs.movie_duration(stacked), 4)
 
-    def test_a_longer_movie_is_pressed_into_the_output(self):
+    def test_a_longer_movie_is_sped_up_to_fit_the_output(self):
         stacked = self.stack("-scale", self.short, self.long)
         self.assert_shows(stacked, 2, self.long, factor=Fraction(1, 4))
         self.assertEqual(runs.movie_duration(stacked), 1)
 
-    def test_at_or_behind_the_end_nothing_can_be_stretched(self):
+    def test_a_movie_placed_at_or_after_the_end_cannot_be_stretched(self):
         for place in (4, 6):
             stacked = self.stack(self.long, self.short, "-placeAt", str(place), "-scale")
             self.assert_shows(stacked, 2, self.short, start=place)
             self.assertEqual(runs.movie_duration(stacked), place + 1)
 
-    def test_the_first_movie_is_taken_as_it_is(self):
+    def test_place_and_scale_do_not_apply_to_the_first_movie(self):
         stacked = self.stack(self.sound, "-placeAt", "5", "-use-settings")
         self.assertTrue(runs.sound(stacked) == runs.sound(self.sound))
         self.assertEqual(runs.movie_duration(stacked), 2)
 
-    def test_settings_come_from_the_first_movie_or_from_the_last_that_gives_them(self):
+    def test_settings_come_from_the_first_movie_or_the_last_with_use_settings(self):
         def with_settings(name, rate, volume, shift):
-            """A copy of a clip with another movie header."""
+            """A copy of a clip with a different movie header."""
             data = bytearray(self.short.read_bytes())
             at = data.index(b"mvhd") + 4
             struct.pack_into(">IH", data, at + 20, rate, volume)
@@ -151,7 +151,7 @@ class RealMovies(StackTest):
     GERMAN = MEDIA / "join-stack/count-deutsch-audio.mp4"
     SECONDS = {VIDEO: 14674 / 600, ENGLISH: 1999445 / 90000, GERMAN: 2025486 / 90000}
 
-    def test_a_film_and_its_sound(self):
+    def test_a_film_with_a_sound_track(self):
         stacked = self.stack(self.VIDEO, self.ENGLISH, "-placeAt", "1.5")
         self.assert_shows(stacked, 1, self.VIDEO)
         self.assert_shows(stacked, 2, self.ENGLISH, start=Fraction(3, 2))
@@ -161,7 +161,7 @@ class RealMovies(StackTest):
         expected = [frame.hash for frame in runs.frames(self.VIDEO)]
         self.assert_same([frame.hash for frame in runs.frames(stacked)], expected, "pictures")
 
-    def test_a_film_and_sound_in_two_languages(self):
+    def test_a_film_with_sound_in_two_languages(self):
         stacked = self.stack(self.VIDEO, self.ENGLISH, self.GERMAN, "-placeAt", "2")
         for number, (source, start) in enumerate(
             ((self.VIDEO, 0), (self.ENGLISH, 0), (self.GERMAN, 2)), 1

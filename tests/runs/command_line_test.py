@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the three commands make of their command lines: values, names, places and settings."""
+"""How the three commands read their command lines: values, names, output paths and settings."""
 
 import os
 import re
@@ -62,7 +62,7 @@ class CommandLineTest(runs.RunTest):
         shutil.copy(self.movie, self.folder / "two.mov")
 
     def run_on_names(self, names, program, *arguments, **more):
-        """With the names on standard input."""
+        """Runs the command with these names on standard input."""
         (self.folder / "names").write_text(names)
         command = shlex.join([os.fspath(runs.BIN / program), *arguments])
         return self.run_in_folder("/bin/sh", "-c", f"exec {command} < names", **more)
@@ -88,7 +88,7 @@ class Values(CommandLineTest):
             self.assertEqual(done, Result(1, "", said + DURATION_HELP))
             self.assertFalse((self.folder / "out.mov").exists())
 
-    def test_a_point_cut_short_is_told_and_the_run_goes_on(self):
+    def test_an_incomplete_point_is_reported_and_the_run_continues(self):
         out = self.folder / "out.mov"
         done = self.run_in_folder(
             "clipjoin", "-o", "out.mov", "-q", "one.mov", "-sscale", "1", "-about", "10"
@@ -96,7 +96,7 @@ class Values(CommandLineTest):
         self.assertEqual(done, Result(0, "", "Error: -about requires two arguments\n"))
         self.assertEqual(self.pictures(self.join_whole("flat.mov", out)), PICTURES)
 
-    def test_transparency_modes_are_explained_and_the_run_goes_on(self):
+    def test_transparency_modes_are_explained_and_the_run_continues(self):
         usage = (
             "Error getting transparency mode. Correct syntax is one of:\n"
             "-transparency-mode none \t\tNo transparency.\n"
@@ -116,7 +116,7 @@ class Values(CommandLineTest):
             self.assertTrue(done.err.endswith("should be real numbers between 0 and 1.\n"))
             self.assertEqual(self.pictures(self.folder / "out.mov"), PICTURES)
 
-    def test_a_movie_to_take_the_length_of_that_is_not_there(self):
+    def test_a_missing_movie_whose_length_is_needed(self):
         self.assert_written(
             "cliptune", "-self-contained", "-trimToLengthOfMovie", "none.mov",
             said="none.mov" + MISSING + "Error getting movie -trimToLengthOfMovie\n",
@@ -148,7 +148,7 @@ class NamesFromStandardInput(CommandLineTest):
             self.assertEqual(done, Result(0, "", said))
             self.assertEqual(self.pictures(self.folder / "out.mov"), 2 * PICTURES)
 
-    def test_none_at_all(self):
+    def test_no_names(self):
         done = self.run_on_names("", "clipstak", "-names-from-stdin", "one.mov")
         said = (
             "Ignoring argument one.mov because -names-from-stdin was passed\n"
@@ -180,7 +180,7 @@ class OutputNames(CommandLineTest):
         self.assertGreater((self.folder / output).stat().st_size, 0)
         return done.err
 
-    def test_extensions_that_may_confuse_are_warned_of(self):
+    def test_confusing_extensions_cause_warnings(self):
         for extension in (".m4v", ".m4a", ".mp4", ".m4b"):
             self.assertEqual(
                 self.write("out" + extension), NOTICE + mpeg4_warning("clipjoin", extension)
@@ -206,7 +206,7 @@ class OutputNames(CommandLineTest):
             other_warning("cliptune", ".avi"),
         )
 
-    def test_quiet_runs_warn_of_nothing(self):
+    def test_quiet_runs_print_no_warnings(self):
         for name in ("out.mp4", "out.avi"):
             self.assertEqual(self.write(name, options=["-q"]), "")
 
@@ -228,7 +228,7 @@ class Desktop(CommandLineTest):
         self.assertEqual(self.run_without_output("-q", **places), Result(0, "", ""))
         self.assertEqual(self.pictures(self.join_whole("flat.mov", path)), PICTURES)
 
-    def test_takes_the_output_by_default_and_is_made_when_it_is_missing(self):
+    def test_gets_the_output_by_default_and_is_made_if_it_is_missing(self):
         self.assert_goes_to(self.home / "Desktop" / "out.mov")
         (self.home / "Desktop" / "out.mov").unlink()
         self.assert_goes_to(self.home / "Desktop" / "out.mov")
@@ -254,7 +254,7 @@ class Desktop(CommandLineTest):
         self.assertEqual(done, Result(0, "", "Error was -2110\n"))
         self.assertTrue((home / "Desktop" / "out.mov").exists())
 
-    def test_that_cannot_be_found_is_an_error_that_counts(self):
+    def test_that_cannot_be_found_is_a_counted_error(self):
         done = self.run_without_output("-self-contained", home="nowhere")
         self.assertRegex(
             done.err,

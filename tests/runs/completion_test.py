@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the shells offer at the tab key: asked of each shell that is here."""
+"""What the shells offer when the tab key is pressed. Each installed shell is tested."""
 
 import os
 import re
@@ -24,7 +24,7 @@ ${function_of% *} "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[C
 printf '%s\\n' "${COMPREPLY[@]}"
 """
 
-# An interactive zsh behind a terminal of its own; whatever it offers is written down on the way.
+# An interactive zsh with its own terminal; everything that it offers is written to a file.
 ZSH = """
 zmodload zsh/zpty
 zpty asked 'PS1= TERM=dumb zsh -f -i'
@@ -48,12 +48,12 @@ def usage(command):
 
 
 def options(command):
-    """As the usage text lists them."""
+    """The options that the usage text lists."""
     return set(re.findall(r"^ {3,4}(-[a-z][^ \n]*)", usage(command), re.M))
 
 
 def valued(command):
-    """Those that take a word which is no file name."""
+    """The options with a value that is not a file name."""
     heads = re.findall(r"^ {3,4}(-[a-z]\S*) ([a-z]+|X)(?: |$)", usage(command), re.M | re.I)
     heads = {option for option, value in heads if value == "X" or value[0].islower()}
     return {option for option in heads if not option.endswith("LengthOfMovie")} - {
@@ -62,7 +62,7 @@ def valued(command):
 
 
 class Shell:
-    """The tests that each shell below is put to; `offers` says how it is asked."""
+    """The tests for each shell below; `offers` returns what that shell offers."""
 
     def setUp(self):
         super().setUp()
@@ -92,7 +92,7 @@ class Shell:
         self.assertEqual(self.offers("clipstak one.mov -transparency-mode "), sorted([*modes, "help"]))
         self.assertEqual(self.offers("cliptune -timescale -"), ["-sameAsTrack"])
 
-    def test_offers_nothing_where_nobody_can_know(self):
+    def test_offers_nothing_if_the_value_cannot_be_completed(self):
         values = valued("clipstak")
         self.assertGreater(len(values), 25)
         lines = [f"clipstak {option} " for option in self.some(values)]
@@ -122,7 +122,7 @@ class Fish(Shell, runs.RunTest):
 @has_tools("zsh")
 class Zsh(Shell, runs.RunTest):
     def offers(self, line):
-        # On a busy machine the line editor loses the tab to what is typed behind it.
+        # On a busy machine, the line editor loses the tab if more is typed right after it.
         for _ in range(3):
             (self.folder / "offered").unlink(missing_ok=True)
             found = self.ask("zsh", "-f", "-c", ZSH, "-", COMPLETIONS / "zsh", line)
@@ -131,7 +131,7 @@ class Zsh(Shell, runs.RunTest):
         return found
 
     def some(self, options):
-        return sorted(options)[::8]  # each costs a new zsh
+        return sorted(options)[::8]  # each one starts a new zsh
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Every movie of the corpus, joined with itself and cut in its middle; prints what differs."""
+"""Joins every movie of the collection with itself, cuts out its middle third, and prints
+differences."""
 
 import fractions
 import json
@@ -13,26 +14,26 @@ from round_trip_test import NOT_COPIED, NOT_OPENED, corpus, facts_by_exiftool
 
 F = fractions.Fraction
 
-# Telemetry that lasts no time is shown by no edit, so that of further movies is not laid in.
+# No edit can show telemetry of duration 0, so a join leaves out that of later movies.
 WITHOUT_TIME = {("gpmf/max-heromode.mp4", 5)}
 
-# What exiftool works out of the samples, and lists of times of which a join makes chapters.
+# What exiftool computes from the samples, and lists of times that a join turns into chapters.
 OF_ALL_SAMPLES = ("VideoFrameRate", "PartialSyncSamples", "ChapterList")
 
-# What mediainfo says that follows from the file, its place and its layout, not from the movie.
+# What mediainfo derives from the file, its path and its layout, not from the movie.
 LAYOUT_FACTS = re.compile(
     r"@|^(Format_(Profile|Settings|Version|Compression)|CodecID(_Version|_Compatible|_Url)?|File"
     r"|IsStreamable|HeaderSize|DataSize|FooterSize|StreamSize|OverallBitRate|BitRate|Duration"
     r"|Source_|StreamOrder|Encoded_Date|Tagged_Date|Complete|InternetMediaType|extra|Interleave"
     r"|ID|UniqueID|FrameCount|FrameRate|Delay|Video_Delay|Movie_More|Chapters_Pos|MenuID|Type"
-    # What it works out of the media, by the brand of the file and where its header stands.
+    # What it derives from the media, depending on the brand and the place of the header.
     r"|Chroma|Channel|SamplingCount|SamplesPerFrame|BitDepth|Sampled_|Format_|Format$|ServiceKind"
     r"|Compression_Mode|.*Count$)"
 )
 
 
 def raw_sound(path):
-    """Track numbers of sound of which a reader makes packets as it likes."""
+    """Numbers of sound tracks that a reader may split into packets of any size."""
     return {
         int(stream["id"], 16)
         for stream in runs.description(path)["streams"]
@@ -42,13 +43,14 @@ def raw_sound(path):
 
 
 def play(path):
-    # Frames that come closer than the rate that the reader guesses are no fault of the file.
+    # It is not a fault of the file if frames are closer together than the frame rate that the
+    # reader guesses.
     out, err = runs.read_by(
         "ffmpeg", "-v", "error", "-i", path, "-fps_mode", "passthrough", "-enc_time_base", "-1",
         "-f", "null", "-",
     )  # fmt: skip
     lines = {line.partition("] ")[2] or line for line in err.replace(str(path), "").splitlines()}
-    # Two frames at one time are of a movie whose last one lasts no time.
+    # Two frames have the same time if the last frame of a movie has duration 0.
     return {line for line in lines if "non monotonically increasing dts to muxer" not in line}
 
 
@@ -64,7 +66,7 @@ def facts_by_mediainfo(path):
 
 
 class Edited:
-    """What is made of one movie, and what should show in it."""
+    """The outputs made from one movie, and what they should show."""
 
     def __init__(self, folder, name):
         self.name, self.source = name, runs.MEDIA / name
@@ -79,8 +81,8 @@ class Edited:
             runs.run("clipjoin", *plain, self.source, self.source, *whole_file, self.twice),
             runs.run("clipjoin", *plain, self.source, *whole_file, self.copy),
         ]
-        # Of a plain copy it is known that it shows what its source does. Hint tracks speak of
-        # samples by number, and stay behind.
+        # Other tests show that a plain copy shows what its source shows. Hint tracks refer to
+        # samples by number and are left out.
         kinds, scale = runs.tracks(self.copy), movie_scale(self.copy)
         self.tracks = {n: t for n, t in stretches(self.copy).items() if kinds[n].kind != "hint"}
         self.end = end_of(self.tracks)
@@ -92,11 +94,12 @@ class Edited:
         )
 
     def shown(self, path, number, track):
-        """(time, hash) of what is shown for longer than rounding can make of nothing."""
+        """(time, hash) of everything that is shown for longer than a rounding error."""
         scale = runs.tracks(path)[number].scale
         margin = F(3, 1000) + max((s.rate or 0 for s in track), default=0) * F(3, 600)
         samples = whole(path, number)
-        # How long they last ffprobe may only guess, but not beyond the next.
+        # ffprobe sometimes guesses durations; a sample cannot last beyond the start of the next
+        # one.
         gaps = [after.pts - s.pts for s, after in zip(samples, samples[1:])] + [math.inf]
         usual = statistics.median_low(gaps)
         lasting = [
@@ -151,12 +154,12 @@ class EveryMovie(runs.RunTest):
         what = f"track {track.number}"
         self.assert_same([h for _, h in found], [h for _, h in expected], what)
         for (at, _), (hoped, _) in zip(found, expected):
-            # A cut lies on a unit of the media.
+            # A cut is at a whole media unit.
             self.assertAlmostEqual(
                 float(at), float(hoped), delta=max(0.006, 0.5 / track.scale), msg=what
             )
 
-    def test_nothing_is_said(self):
+    def test_nothing_is_printed(self):
         self.for_each(lambda movie: self.assertEqual(set(movie.results), {runs.Result(0, "", "")}))
 
     def test_joined_with_itself_shows_everything_twice(self):
@@ -166,7 +169,7 @@ class EveryMovie(runs.RunTest):
             made = stretches(movie.twice)
             first, second = movie.twice_over(number)
             found = movie.shown(movie.twice, number, made[number])
-            if len(found) == len(first):  # what cannot share a track has one of its own
+            if len(found) == len(first):  # media that cannot share a track has a separate track
                 kind = runs.tracks(movie.copy)[number].kind
                 found = min(
                     (found + movie.shown(movie.twice, other, made[other]) for other in made
@@ -174,7 +177,7 @@ class EveryMovie(runs.RunTest):
                     key=lambda both: [h for _, h in both] != [h for _, h in first + second],
                     default=found,
                 )  # fmt: skip
-            # Pictures beyond the end of a track are seen until the first of what follows.
+            # Frames after the end of a track are shown until the next part starts.
             between = len(found) - len(first) - len(second)
             self.assertIn(between, range(3))
             found = found[: len(first)] + found[len(first) + between :]
@@ -194,7 +197,7 @@ class EveryMovie(runs.RunTest):
         def work(movie):
             for path in (movie.twice, movie.middle):
                 if path == movie.middle and not any(movie.shown_in_the_middle()):
-                    continue  # all of it is a gap
+                    continue  # it is all a gap
                 if found := play(path):
                     self.assertEqual(found - play(movie.source), set(), path.name)
 
@@ -218,7 +221,7 @@ class EveryMovie(runs.RunTest):
     def test_mediainfo_finds_the_same(self):
         def work(movie):
             before, after = facts_by_mediainfo(movie.source), facts_by_mediainfo(movie.copy)
-            # A handler's name that is just "soun" it may take for a title.
+            # mediainfo takes the handler name "soun" for a title.
             after, before = ([f for f in facts if f[1] != "soun"] for facts in (after, before))
             self.assertEqual(after, before)
 

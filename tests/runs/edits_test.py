@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Edits of one movie: what every option makes of real files, against arithmetic on their edit lists."""
+"""Edits of one movie: applies every option to real files and compares with computed edit lists."""
 
 import collections
 import fractions
@@ -9,7 +9,7 @@ import runs
 
 F = fractions.Fraction
 
-# Where a stretch stands in the movie and in its media, in seconds; no media in an empty one.
+# A part of a movie, in seconds of the movie and of its media; an empty part has no media.
 Stretch = collections.namedtuple("Stretch", "start end media rate")
 
 FILES = """
@@ -26,13 +26,13 @@ def movie_scale(path):
 
 
 def stretches(path):
-    """What each track shows, by its number."""
+    """What each track shows, by track number."""
     found = {}
     for number, track in runs.tracks(path).items():
         found[number] = []
         samples = runs.samples_by_track(path).get(number)
         if not track.edits and samples and len(samples) > 1 and not any(p.duration for p in samples[:-1]):
-            continue  # samples that last no time
+            continue  # samples of duration 0
         edits = track.edits or [runs.Edit(F(0), track.duration, 0, F(1))]
         found[number] = [
             Stretch(e.start, e.start + e.duration, F(e.media, track.scale) if e.media >= 0 else None,
@@ -43,7 +43,7 @@ def stretches(path):
 
 
 def trimmed(track):
-    """Empty space at the end is no part of a track."""
+    """The track without empty space at its end."""
     return track[:-1] if track and track[-1].media is None else track
 
 
@@ -81,7 +81,8 @@ def scaled(movie, factor):
 
 
 def whole(path, number):
-    """The samples of a track, the last of them as long as the media says: ffprobe guesses."""
+    """The samples of a track. The length of the last one comes from the media, because ffprobe
+    guesses it."""
     samples = sorted(
         (s for s in runs.samples_by_track(path).get(number, []) if s.pts is not None),
         key=lambda sample: sample.pts,
@@ -110,15 +111,16 @@ def presented(track, samples, scale, margin):
 @runs.has_tools("ffprobe", "ffmpeg")
 class EditsTest(runs.RunTest):
     def check(self, source, expected, options, copied=False):
-        """What `options` make of the source, by reference and `copied` too, is `expected`."""
+        """Applies `options` to the source and compares with `expected`: by reference and, if
+        `copied`, self-contained."""
         for form in ([], ["-self-contained"])[: 1 + copied]:
             output = self.folder / "out.mov"
             done = self.run_in_folder("cliptune", source, *options, *form, "-q", "-o", output)
             self.assertEqual((done.status, done.err), (0, ""))
-            if not form:  # the media is elsewhere
+            if not form:  # the media is in another file
                 self.compare_edits(output, expected, options)
                 continue
-            # In a file of its own media times start anew: what they show has to be the same.
+            # A self-contained file has new media times, so compare what the edits show.
             made = stretches(output)
             for number, track in expected.items():
                 if number in self.raw_sound(source):
@@ -134,7 +136,7 @@ class EditsTest(runs.RunTest):
             self.assertAlmostEqual(seconds, float(end_of(expected)), delta=0.06)
 
     def raw_sound(self, source):
-        """Track numbers of sound whose packets are what a reader makes of them."""
+        """Numbers of sound tracks that a reader may split into packets of any size."""
         return {
             int(stream["id"], 16)
             for stream in runs.description(source)["streams"]
@@ -158,7 +160,8 @@ class EditsTest(runs.RunTest):
                         self.assertAlmostEqual(float(a), float(b), delta=0.004, msg=str(options))
 
     def for_each_file(self, work):
-        """Calls work(source, what it shows, its length, seconds -> whole units of the movie)."""
+        """Calls work(source, what it shows, its length, function that rounds seconds to movie
+        units)."""
         for name in FILES:
             source = runs.MEDIA / name
             scale = movie_scale(source)
@@ -166,7 +169,7 @@ class EditsTest(runs.RunTest):
                 movie = stretches(source)
                 work(source, movie, end_of(movie), lambda seconds: F(round(F(seconds) * scale), scale))
 
-    def test_trims_leave_what_arithmetic_leaves(self):
+    def test_trims_have_the_computed_result(self):
         def work(source, movie, end, units):
             self.check(source, cut(movie, 0, units("0.3")), ["-startAt", "0.3"], copied=True)
             self.check(source, cut(movie, units("0.4"), end), ["-trimTo", "0.4"])
@@ -190,7 +193,7 @@ class EditsTest(runs.RunTest):
 
         self.for_each_file(work)
 
-    def test_a_time_scale_changes_nothing_that_is_seen(self):
+    def test_a_new_time_scale_shows_the_same(self):
         def work(source, movie, *_):
             self.check(source, movie, ["-timescale", "90000"])
             self.check(source, cut(movie, 0, F(1, 4)), ["-timescale", "6000", "-startAt", "0.25"])
@@ -207,10 +210,10 @@ class EditsTest(runs.RunTest):
                 for number, track in made.items():
                     samples = runs.samples_by_track(source).get(number)
                     if not samples or not movie[number]:
-                        continue  # ffprobe keeps it to itself, or there is nothing that lasts
+                        continue  # ffprobe does not list it, or all its samples have duration 0
                     length = F(sum(p.duration or 0 for p in samples), runs.tracks(source)[number].scale)
                     self.assertEqual([(s.start, s.media, s.rate) for s in track], [(0, 0, 1)])
-                    # What ffprobe takes for the length of the last sample is a guess.
+                    # ffprobe guesses the length of the last sample.
                     self.assertAlmostEqual(float(track[0].end), float(length), delta=0.3)
 
         self.for_each_file(work)
@@ -221,7 +224,7 @@ class EditsTest(runs.RunTest):
         for options, length in (
             (["-trimToLengthOfMovie", runs.MEDIA / "edit-lists/example1.mp4"],
              runs.movie_duration(runs.MEDIA / "edit-lists/example1.mp4")),
-            (["-trimToLengthOfMovie", other], whole),  # longer than the movie itself
+            (["-trimToLengthOfMovie", other], whole),  # longer than this movie
             (["-trimToLengthOf", "Sound Track", "-trimTo", "2"], F(2)),
             (["-trimTo", "2", "-trimToLengthOf", "Sound Track"], whole),
             (["-scaleToLengthOfMovie", other], seconds),
@@ -245,7 +248,7 @@ class EditsTest(runs.RunTest):
                 whole = [f for f in runs.frames(source) if 0.25 <= f.time < 0.75]
                 part = [f for f in runs.frames(self.folder / "out.mov") if f.time >= 0]
                 self.assertGreater(len(whole), 5)
-                # One that is cut by an end of the span is a matter of taste.
+                # A frame that is cut at either end may be included or not.
                 hashes, hoped = [f.hash for f in part], [f.hash for f in whole]
                 self.assertIn(hoped, [hashes, hashes[1:], hashes[:-1], hashes[1:-1]])
                 self.assertEqual(runs.complaints(self.folder / "out.mov"), [])
@@ -273,7 +276,7 @@ class EditsTest(runs.RunTest):
         if runs.shutil.which("mediainfo"):
             out, _ = runs.read_by("mediainfo", "--Inform=Video;%Rotation%", self.folder / "o.mov")
             self.assertEqual(float(out), 180)
-        # A matrix of the movie goes when it is asked to, one of a track stays.
+        # -resetmmatrix resets the matrix of the movie, not those of its tracks.
         self.run_in_folder("cliptune", "o.mov", "-mrotate", "45", "-q", "-o", "p.mov")
         self.run_in_folder("cliptune", "p.mov", "-resetmmatrix", "-q", "-o", "q.mov")
         matrices = [

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Movies in fragments: joined, saved in place and cut off, they show what they showed before."""
+"""Fragmented movies show the same after a join, after a save in place, and if they are
+truncated."""
 
 import fractions
 import struct
@@ -8,7 +9,7 @@ import unittest
 import runs
 from runs import MEDIA
 
-# How ffmpeg is told to lay a movie out in fragments.
+# The ffmpeg options for different forms of fragments.
 FLAGS = {
     "base in the file": "frag_keyframe+empty_moov",
     "base is the fragment": "frag_keyframe+empty_moov+default_base_moof",
@@ -19,7 +20,7 @@ FLAGS = {
     "samples in the header": "frag_keyframe",
     "indexes": "dash+global_sidx+frag_keyframe+delay_moov",
 }
-FRAMES = 100  # of the picture
+FRAMES = 100  # of the video
 
 LEFT_OVER = {"moof", "mfra", "sidx", "styp", "emsg"}
 
@@ -29,7 +30,7 @@ def top_level(path):
 
 
 def in_step(path):
-    """What a player shows and when: decoded frames of picture and sound, as (seconds, hash)."""
+    """What a player shows and when: decoded video and sound frames, as (seconds, hash)."""
     return runs.frames(path), runs.frames(path, "a:0")
 
 
@@ -55,14 +56,14 @@ class Fragments(runs.RunTest):
         }
 
     def assert_ordinary(self, path, samples=None):
-        self.assertFalse(LEFT_OVER & set(top_level(path)), "a part of fragments is left")
+        self.assertFalse(LEFT_OVER & set(top_level(path)), "an atom of the fragments remains")
         self.assertEqual(runs.child(runs.movie_header(path), "mvex"), b"")
         found = runs.samples_by_track(path)
         for number, hashes in (samples or self.samples).items():
             self.assert_same([packet.data_hash for packet in found[number]], hashes)
         self.assertEqual(runs.complaints(path), [])
 
-    def test_every_way_to_lay_them_out_is_read(self):
+    def test_every_form_of_fragments_is_read(self):
         for name, clip in self.clips.items():
             with self.subTest(name):
                 whole = self.join_whole(f"{name}.mov", clip)
@@ -71,8 +72,8 @@ class Fragments(runs.RunTest):
                 self.assertEqual(again.read_bytes(), whole.read_bytes())
                 found, expected = in_step(whole), in_step(clip)
                 self.assert_same([f.hash for f in found[0]], [f.hash for f in expected[0]])
-                # ffprobe lets pictures whose offsets are below 0 begin a frame late in fragments,
-                # and there it plays the sound that an edit list cuts off.
+                # In fragments with display offsets below 0, ffprobe starts the video one frame
+                # late. In fragments it also plays sound that an edit list cuts off.
                 sounds = [dict((f.hash, f.time) for f in sound) for _, sound in (found, expected)]
                 first = next(f.hash for f in found[1][2:] if f.hash in sounds[1])
                 lead = [sound[first] - picture[0].time
@@ -123,8 +124,8 @@ class Fragments(runs.RunTest):
         self.assertEqual(len(runs.frames(cut)), FRAMES - 20)
         self.assertEqual(runs.complaints(cut), [])
 
-    def test_a_recording_of_hours_that_starts_late_begins_at_once(self):
-        """Its clock runs on through the day; the sound begins a little after the picture."""
+    def test_a_recording_with_a_late_clock_starts_at_once(self):
+        """Its clock is the time of day; the sound starts a little after the video."""
         clip = bytearray(self.clips["base is the fragment"].read_bytes())
         at, late = clip.find(b"tfdt"), {1: 9 * 3600 * 12800, 2: 9 * 3600 * 44100 + 4410}
         while at >= 0:
@@ -142,7 +143,7 @@ class Fragments(runs.RunTest):
         self.assertAlmostEqual(lead[1] - lead[0], fractions.Fraction(1, 10), delta=0.002)
 
     @runs.needs_corpus
-    def test_real_ones_play_as_before(self):
+    def test_real_movies_play_as_before(self):
         subtitles = MEDIA / "subtitles-metadata" / "sample.text.mp4"
         for path in (*sorted((MEDIA / "fragmented").iterdir()), subtitles):
             with self.subTest(path.name):
@@ -153,13 +154,13 @@ class Fragments(runs.RunTest):
                 before = runs.samples_by_track(path)
                 for number, samples in runs.samples_by_track(self.folder / "out.mov").items():
                     if path.name == "cbcs.mp4":
-                        # ffprobe gives up on the second fragment of it, for its encryption. Its
-                        # clock has run for ten seconds.
+                        # ffprobe stops at the second fragment, because it is encrypted. The clock
+                        # of the file starts at ten seconds.
                         self.assertEqual(len(samples), {1: 182, 2: 5}[number])
                         late = before[number][0].dts
                         samples = [p._replace(pts=p.pts + late, dts=p.dts + late)
                                    for p in samples[: len(before[number])]]
-                    # In fragments ffprobe does not always say how long a packet lasts.
+                    # In fragments, ffprobe does not always report the duration of a packet.
                     found, expected = ([p._replace(duration=None) for p in packets]
                                        for packets in (samples, before[number]))
                     self.assert_same(found, expected, f"track {number}")

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Every check of a toolbox call: what is said when it fails, counted or not, and the status."""
+"""Makes each toolbox call fail once: tests the message, whether it is counted, and the exit
+status."""
 
 import os
 import re
@@ -31,7 +32,7 @@ class InjectedFailures(runs.RunTest):
             shutil.copy(cls.one, copy)
 
     def assert_run(self, failures, arguments, said, status, written=None):
-        """`said` is the whole of standard error. What stood at the output stays, unless written."""
+        """`said` is all of standard error. An old output file is not changed unless `written`."""
         (self.folder / "out.mov").write_bytes(b"old")
         done = self.run_in_folder(
             "failing_clipjoin", *arguments, "-o", "out.mov", env={"FAIL": failures}
@@ -44,7 +45,7 @@ class InjectedFailures(runs.RunTest):
             self.assertEqual(not is_old, written, "whether the output was written")
 
     def assert_counted(self, failures, arguments, messages, written=None):
-        """The messages are printed whether quiet or not; the closing lines are not."""
+        """-q does not silence the messages, but it does silence the closing lines."""
         count = messages.count("Error in ")
         closing = MORE_ERRORS if count > 1 else ONE_ERROR
         whole = [*arguments, "-self-contained"]
@@ -56,7 +57,7 @@ class InjectedFailures(runs.RunTest):
             notice = "" if quiet or "-self-contained" in arguments else REFERENCE_NOTICE + ".\n"
             self.assert_run(failures, [*arguments, *quiet], notice + message, 0, written)
 
-    def test_an_asked_for_failure_that_does_not_come_about_is_noticed(self):
+    def test_a_requested_failure_that_does_not_happen_is_reported(self):
         done = self.run_in_folder(
             "failing_clipjoin", self.one, "-o", "out.mov", env={"FAIL": "NoSuchCall:1:-50"}
         )
@@ -71,7 +72,7 @@ class InjectedFailures(runs.RunTest):
         )
         self.assertEqual(self.pictures(), 10)
 
-    def test_what_follows_a_segment_that_cannot_be_inserted_is_still_joined(self):
+    def test_movies_after_a_segment_that_cannot_be_inserted_are_joined(self):
         message = error("InsertMovieSegment", -50, "clipjoin.cpp")
         movies = [self.one, self.two, self.three]
         self.assert_counted("InsertMovieSegment:1:-50", movies, message, written=True)
@@ -81,7 +82,7 @@ class InjectedFailures(runs.RunTest):
         )
         self.assertEqual(self.pictures(), 10)
 
-    def test_a_duration_that_cannot_be_told_is_counted(self):
+    def test_an_unknown_duration_is_counted(self):
         message = error("GetMoviesError", -2010, "clipjoin.cpp")
         self.assert_counted("GetMovieDuration:1:-2010", [self.one, self.two], message, written=True)
 
@@ -93,7 +94,7 @@ class InjectedFailures(runs.RunTest):
         )
 
     def after_duration_failure(self):
-        # Whether a movie of unknown length is inserted or not, the third one is.
+        # The third movie is inserted, whether the one of unknown length is inserted or not.
         done = self.run_in_folder(
             "failing_clipjoin", self.one, self.two, self.three, "-q", "-o", "out.mov",
             env={"FAIL": "GetMovieDuration:1:-2010,InsertMovieSegment:*:-50"},
@@ -106,7 +107,7 @@ class InjectedFailures(runs.RunTest):
 
     OPENING = ("QTNewDataReferenceFromFullPathCFString", "NewMovieFromDataRef", "OpenMovieStorage")
 
-    def test_an_input_that_cannot_be_opened_is_told_by_its_code_and_not_counted(self):
+    def test_an_input_that_cannot_be_opened_is_reported_but_not_counted(self):
         one = str(self.one)
         quoting = HINT.replace("the file exists and that ", "that ")
         for call in self.OPENING:
@@ -124,7 +125,7 @@ class InjectedFailures(runs.RunTest):
                     )  # fmt: skip
                     self.assertEqual(self.pictures(), 10)
 
-    def test_the_hint_is_given_once_a_run(self):
+    def test_the_hint_is_printed_once_per_run(self):
         self.assert_run(
             "NewMovieFromDataRef:1:-36,OpenMovieStorage:1:-49",
             [self.one, self.two, self.three, "-q", "-self-contained"],
@@ -133,7 +134,7 @@ class InjectedFailures(runs.RunTest):
 
     # Writing
 
-    def test_an_output_that_cannot_be_written_is_told_by_its_code_and_not_counted(self):
+    def test_an_output_that_cannot_be_written_is_reported_but_not_counted(self):
         for call, options in (
             ("FlattenMovieDataToDataRef", ["-self-contained"]),
             ("CreateMovieStorage", []),
@@ -152,7 +153,7 @@ class InjectedFailures(runs.RunTest):
                     )
 
     def test_a_path_without_a_reference_is_counted_and_the_writing_fails_after_it(self):
-        # The second reference is that of the output.
+        # The second reference is the one to the output.
         self.assert_run(
             "QTNewDataReferenceFromFullPathCFString:2:-37", [self.one, "-self-contained"],
             error("PathToDataRef", -37) + error("FlattenMovieDataToDataRef", -109) + ONE_ERROR, 1,

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What is installed: the commands as links to one program, and a toolbox that another program, the
-one in examples/, is built on."""
+"""The installed files: the commands are links to one program, and the program in examples/ can be
+built with the installed toolbox."""
 
 import os
 import subprocess
@@ -56,27 +56,27 @@ def call(*command, **more):
 
 
 @has_tools("cmake")
-@unittest.skipUnless((BUILD / "CMakeCache.txt").is_file(), "the commands stand in no build tree")
+@unittest.skipUnless((BUILD / "CMakeCache.txt").is_file(), "the commands are not in a build tree")
 class Installation(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         folder = runs.temporary_folder(cls)
         call("cmake", "--install", BUILD, "--prefix", folder / "first")
-        # What finds its parts from where it lies itself also works after a move.
+        # The pkg-config and CMake files use relative paths, so they also work after a move.
         cls.tree = folder / "moved"
         (folder / "first").rename(cls.tree)
         cls.folder = folder
-        # A library that was built with the sanitizers wants them in the program as well.
+        # If the library was built with sanitizers, the program needs them too.
         cls.flags = "-fsanitize=address,undefined" if cached("REELWORK_SANITIZE") == "ON" else ""
 
-    def test_lays_out_the_tree(self):
+    def test_installs_the_expected_files(self):
         found = []
         for path in self.tree.rglob("*"):
             if path.is_dir():
                 continue
             name = path.relative_to(self.tree).as_posix()
             name = name.replace(f"lib/{cached('CMAKE_LIBRARY_ARCHITECTURE')}/", "lib/")
-            if "ReelworkTargets-" not in name:  # one for each configuration
+            if "ReelworkTargets-" not in name:  # one per configuration
                 found.append(name + (f" -> {os.readlink(path)}" if path.is_symlink() else ""))
         self.assertEqual(sorted(found), INSTALLED)
         for name in ("clipjoin", "clipstak", "cliptune"):
@@ -84,7 +84,7 @@ class Installation(unittest.TestCase):
             self.assertEqual((done.status, done.err.split()[3]), (2, name))
 
     def assert_cuts(self, program):
-        """The example leaves two seconds from the middle of a movie."""
+        """The example keeps two seconds from the middle of a movie."""
         movie = make_clip(self.folder / "movie.mov", "-f", "lavfi", "-i", "testsrc2=size=320x180:rate=25",
                           "-t", "4", "-c:v", "libx264", "-preset", "ultrafast")  # fmt: skip
         cut = self.folder / "cut.mov"

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Joins, judged by how they play: pictures and sound of the parts, one after the other."""
+"""Joins are tested by how they play: the video and sound of the parts, one after the other."""
 
 import itertools
 
 import runs
 from runs import MEDIA, RunTest, complaints, frames, make_clip, sound
 
-# 32 pictures of 32 ms and 48 AAC frames of 1024 samples at 48 kHz, so that sound and picture end
-# together and no frame lies across the join.
+# 32 video frames of 32 ms, and 48 AAC frames of 1024 samples at 48 kHz. So sound and video end
+# together, and no frame crosses the join.
 SECONDS, RATE, PICTURES, STEP = 1.024, 48000, 32, 0.032
 
 
@@ -20,8 +20,8 @@ def picture(number, size="160x120", rate="125/4"):
 
 
 def clip(path, number, *options, size="160x120", rate="125/4", codec="aac"):
-    """A clip with pictures and noise of its own. The native encoder's noise substitution is off:
-    it would make a packet decode differently after other packets."""
+    """A clip with unique frames and noise. The encoder's noise substitution is off, because with it
+    the same packet decodes differently after other packets."""
     codecs = {"aac": ["-c:a", "aac", "-aac_pns", "0", "-b:a", "96k"], "pcm": ["-c:a", "pcm_s16le"]}
     return make_clip(
         path, "-f", "lavfi", "-i", picture(number, size, rate), "-f", "lavfi", "-i", noise(number),
@@ -50,7 +50,7 @@ class JoinTest(RunTest):
         )
 
     def assert_plays(self, joined, parts):
-        """One picture track and one sound track that play the parts without gap or overlap."""
+        """One video track and one sound track play the parts without gap or overlap."""
         self.assertEqual(len(streams(joined, "video")), 1)
         self.assertEqual(len(streams(joined, "audio")), 1)
         found = frames(joined)
@@ -78,7 +78,7 @@ class ClipsOfOneKind(JoinTest):
         cls.tall = clip(folder / "tall.mp4", 8, size="120x160")
         cls.other_rate = clip(folder / "ntsc.mp4", 9, rate="30000/1001")
 
-    def test_the_clips_are_different_and_as_long_as_they_say(self):
+    def test_the_clips_differ_and_have_their_stated_length(self):
         for one, two in itertools.combinations([*self.clips, *self.pcm, self.quicktime], 2):
             self.assertNotEqual(hashes(one), hashes(two))
             self.assertTrue(sound(one) != sound(two))
@@ -93,17 +93,17 @@ class ClipsOfOneKind(JoinTest):
     def test_a_movie_joined_with_itself_plays_twice(self):
         self.assert_plays(self.join_whole("out.mov", self.one, self.one), [self.one] * 2)
 
-    def test_a_quicktime_file_and_an_mpeg4_file_join_either_way_round(self):
+    def test_a_quicktime_file_and_an_mpeg4_file_join_in_either_order(self):
         quicktime = self.join_whole("quicktime.mov", self.three)
         for parts in ((quicktime, self.one), (self.one, quicktime)):
             self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_tracks_without_a_language_join_whatever_the_format_calls_that(self):
-        # ffmpeg says "unspecified" in one format and "undetermined" in the other.
+    def test_tracks_without_a_language_join_across_formats(self):
+        # ffmpeg writes "unspecified" in one format and "undetermined" in the other.
         parts = [self.one, self.quicktime]
         self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_tracks_of_different_languages_stay_apart(self):
+    def test_tracks_of_different_languages_stay_separate(self):
         french = self.folder / "french.mp4"
         runs.read_by("ffmpeg", "-v", "error", "-y", "-i", self.two, "-c", "copy",
                      "-metadata:s", "language=fra", french)
@@ -117,7 +117,7 @@ class ClipsOfOneKind(JoinTest):
         for parts in ((self.other_scale, self.one), (self.one, self.other_scale, self.two)):
             self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
-    def test_uncompressed_sound_joins_to_the_sample(self):
+    def test_uncompressed_sound_joins_exactly(self):
         parts = self.pcm + self.pcm[:1]
         self.assert_plays(self.join_whole("out.mov", *parts), parts)
 
@@ -133,7 +133,8 @@ class ClipsOfOneKind(JoinTest):
         )  # fmt: skip
         self.assert_plays(plain, self.clips)
 
-    # A part whose pictures fit no track there gets one of its own, which waits for its turn.
+    # If the video of a part fits no existing track, it gets a separate track, which starts with an
+    # empty edit.
     def assert_second_picture_track(self, other):
         joined = self.join_whole("out.mov", self.one, other)
         first, second = streams(joined, "video")
@@ -158,7 +159,7 @@ class ClipsOfOneKind(JoinTest):
         silent = make_clip(self.folder / "silent.mp4", "-i", self.two, "-an", "-c", "copy")
         joined = self.join_whole("out.mov", self.one, silent, self.three)
         self.assert_same(hashes(joined), hashes(self.one) + hashes(silent) + hashes(self.three))
-        # ffmpeg knows no gaps inside a track.
+        # ffmpeg does not support gaps inside a track.
         (number,) = [t.number for t in runs.tracks(joined).values() if t.kind == "soun"]
         expected = [
             (start + time, content)
@@ -167,9 +168,9 @@ class ClipsOfOneKind(JoinTest):
         ]
         self.assert_same(runs.shown(joined, number), expected)
 
-    def test_sound_does_not_drift_when_its_frames_lie_across_the_joins(self):
-        # 44100 samples end inside an AAC frame: ffmpeg plays that frame to its end, and the next
-        # clip by its time stamps, which therefore say where each clip starts.
+    def test_sound_does_not_drift_if_its_frames_cross_the_joins(self):
+        # 44100 samples end inside an AAC frame. ffmpeg plays that frame to its end and the next
+        # clip by its time stamps, so the time stamps show where each clip starts.
         part = make_clip(
             self.folder / "second.m4a", "-f", "lavfi", "-i", noise(10, 44100).split(",")[0],
             "-t", "1", "-c:a", "aac", "-aac_pns", "0",
@@ -194,7 +195,7 @@ class ReferenceMovies(JoinTest):
 
     def assert_flattens_to_the_whole(self, reference):
         flat = self.join_whole("flat.mov", reference)
-        self.assertTrue(flat.read_bytes() == self.whole, "not what a self-contained join holds")
+        self.assertTrue(flat.read_bytes() == self.whole, "differs from a self-contained join")
         flat.unlink()
 
     def test_a_reference_movie_is_small_and_flattens_to_the_self_contained_join(self):
@@ -208,7 +209,7 @@ class ReferenceMovies(JoinTest):
         moved.parent.mkdir()
         self.home.rename(moved)
         self.assert_flattens_to_the_whole(moved / "movie.mov")
-        # Back again, and now the movie alone.
+        # Move everything back, and then move only the movie.
         moved.rename(self.home)
         reference.rename(moved.parent / "alone.mov")
         self.assert_flattens_to_the_whole(moved.parent / "alone.mov")
@@ -238,7 +239,7 @@ class ReferenceMovies(JoinTest):
         done = self.run_in_folder("clipjoin", reference, "-q", "-self-contained", "-o", "flat.mov")
         self.assertEqual(done.status, 0)
         self.assertIn(f"{reference} does not exist. ", done.err)
-        # Unless nobody looks for it. What was missing may come back.
+        # With -noresolve the movie opens, and it plays when the missing file is back.
         again = self.join("again.mov", reference, options=["-noresolve"])
         elsewhere.rename(self.parts[1])
         self.assertEqual(self.join_whole("flat.mov", again).read_bytes(), whole.read_bytes())
@@ -255,8 +256,8 @@ class ReferenceMovies(JoinTest):
 @runs.has_tools("ffmpeg", "ffprobe")
 @runs.needs_corpus
 class RealMovies(JoinTest):
-    """Sound and pictures of real movies seldom end together: what follows starts when the longer
-    of the two has ended."""
+    """The sound and video of real movies rarely end together. The next part starts when the longer
+    one has ended."""
 
     def assert_joins(self, *names, kinds=("vide", "soun"), quietly=True):
         parts = [MEDIA / name for name in names]
@@ -301,8 +302,8 @@ class RealMovies(JoinTest):
         self.assert_joins(*["video-codecs/count_video.mp4"] * 2, kinds=["vide"])
 
     def test_edits_that_reach_past_their_media(self):
-        # The picture ends before the sound, so a gap stands between its two edits. ffmpeg knows no
-        # such gaps, and has something to say of the times it gives the pictures around it.
+        # The video ends before the sound, so there is a gap between its two edits. ffmpeg does not
+        # support such gaps and complains about the times that it gives the frames around it.
         self.assert_joins(*["edit-lists/example1.mp4"] * 2, quietly=False)
 
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Movies beyond what 32 bits count: bytes, ticks and samples. Holes in files stand for their media."""
+"""Movies with more bytes, time units or samples than 32 bits can count. Their media is a hole in
+the file."""
 
 import os
 import resource
@@ -18,7 +19,7 @@ def atom(kind, *content):
 
 
 def rebuilt(header, change):
-    """The content of a movie header, of which `change` makes other (type, content) pairs."""
+    """The content of a movie header whose (type, content) pairs `change` has replaced."""
     inner = b""
     for kind, content in runs.atoms(header):
         if kind in ("trak", "mdia", "minf", "stbl"):
@@ -29,7 +30,7 @@ def rebuilt(header, change):
 
 
 def far_away(clip, path, distance):
-    """The clip with its media behind a hole."""
+    """The clip, with a hole before its media."""
     ftyp, media = (runs.child(clip, kind) for kind in ("ftyp", "mdat"))
     start = clip.index(media)
 
@@ -52,7 +53,7 @@ IDENTITY = struct.pack(">9i", 1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30)
 
 
 def plain_sound(path, frames, bits=16):
-    """A movie of uncompressed sound, one channel, all silence: its media is a hole."""
+    """A movie of uncompressed, silent sound with one channel. Its media is a hole."""
     size = bits // 8
     sound = struct.pack(">6xH8xHHI", 1, 1, bits, 0) + struct.pack(">I", RATE << 16)
     chunk = 4096
@@ -113,7 +114,7 @@ class LargeMovies(runs.RunTest):
     def test_media_beyond_four_gibibytes(self):
         far = self.folder / "far.mov"
         far_away(self.clip.read_bytes(), far, FOUR_GIB + 12345)
-        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "there are no holes here")
+        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "the file system has no holes")
         self.assertEqual(len(runs.frames(far)), 20, "the test is wrong")
         whole = self.join_whole("whole.mov", far)
         self.assertEqual(runs.samples_by_track(whole), runs.samples_by_track(self.clip))
@@ -131,7 +132,7 @@ class LargeMovies(runs.RunTest):
         self.assertEqual(done, runs.Result(0, "", ""))
         self.assertEqual(len(runs.frames(far)), 20)
 
-    def test_more_than_four_thousand_million_ticks(self):
+    def test_more_than_four_thousand_million_time_units(self):
         delta = 0x7FFFFFF0
 
         def change(kind, content):
@@ -155,19 +156,19 @@ class LargeMovies(runs.RunTest):
             longest = max(2 * counts[number] * delta / scales[number] for number in scales)
             self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
         found = runs.samples_by_track(self.folder / "whole.mov")[1]
-        # The second clip begins at a whole tick of the movie, which is longer than one of its own.
+        # The second clip starts at a whole unit of the movie, which is longer than one media unit.
         shift = found[counts[1]].dts - counts[1] * delta
         self.assertTrue(0 <= shift <= scales[1] // 600, shift)
         times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
         self.assert_same([p.dts for p in found], times)
 
-    def test_an_hour_of_plain_sound_costs_nothing(self):
+    def test_an_hour_of_uncompressed_sound_takes_little_time(self):
         hour = plain_sound(self.folder / "hour.mov", 3600 * RATE)
 
         def refer():
             self.join("reference.mov", hour, hour, hour)
 
-        # The sanitizers make it ten times slower.
+        # With sanitizers this is ten times slower.
         self.assertLess(seconds_used(refer), 2)
         self.assertAlmostEqual(
             float(runs.movie_duration(self.folder / "reference.mov")), 3 * 3600, delta=0.01
@@ -178,7 +179,7 @@ class LargeMovies(runs.RunTest):
         self.assertEqual(len(runs.sound(cut)), 10 * RATE)
         self.assertLess(cut.stat().st_size, 10 * RATE * 2 + 10000)
 
-    def test_samples_are_counted_as_far_as_a_file_can(self):
+    def test_the_largest_sample_count_of_a_file(self):
         frames = (1 << 31) + 1000
         long = plain_sound(self.folder / "long.mov", frames, 8)
         out = self.join("out.mov", long)

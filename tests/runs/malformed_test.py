@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Broken files: every command ends soon, in little memory, and with one of its messages."""
+"""Broken files: every command ends quickly, uses little memory, and prints one of its messages."""
 
 import os
 import re
@@ -25,7 +25,7 @@ PROMISED = re.compile(
 )
 
 
-@unittest.skipUnless((runs.CORPUS / "malformed").is_dir(), f"the corpus {runs.CORPUS} is not here")
+@unittest.skipUnless((runs.CORPUS / "malformed").is_dir(), f"there is no collection {runs.CORPUS}")
 class MalformedFiles(runs.RunTest):
     def assert_ends_well(self, file, arguments):
         before = time.monotonic()
@@ -34,8 +34,8 @@ class MalformedFiles(runs.RunTest):
                 *arguments, timeout=10 * SECONDS, preexec_fn=None if SANITIZERS else limit_memory
             )
         except subprocess.TimeoutExpired:
-            self.fail("it does not end")
-        # Twice, before it counts: others use the machine as well.
+            self.fail("the command does not end")
+        # It only counts if it happens twice, because other programs use the machine too.
         if time.monotonic() - before > SECONDS:
             used = os.times()
             self.run_in_folder(*arguments, timeout=10 * SECONDS)
@@ -48,7 +48,7 @@ class MalformedFiles(runs.RunTest):
         self.assertNotIn("AddressSanitizer", done.err)
         self.assertNotIn("runtime error", done.err)
 
-    def test_every_broken_file_is_read_to_an_end(self):
+    def test_every_broken_file_is_handled_quickly(self):
         files = sorted(path for path in (runs.CORPUS / "malformed").rglob("*") if path.is_file())
         self.assertGreater(len(files), 50)
         for file in files:

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Joins by sample tables (-manual-join, -unique-tracks), judged by how they play."""
+"""Joins through sample tables (-manual-join, -unique-tracks) are tested by how they play."""
 
 import fractions
 import re
@@ -13,7 +13,7 @@ KEY, KEY_ID = "00112233445566778899aabbccddeeff", "0123456789abcdef0123456789abc
 
 
 def picture_clip(path, seed, *options, sound=True, scale=12800, rate=RATE, size="96x64"):
-    """A second of pictures, by default reordered ones, and of uncompressed sound."""
+    """One second of video, reordered by default, and of uncompressed sound."""
     inputs = ["-f", "lavfi", "-i", f"testsrc2=s={size}:r=25:d=1,hue=h={40 * seed}"]
     if sound:
         inputs += ["-f", "lavfi", "-i",
@@ -36,7 +36,8 @@ class SampleTableJoin(runs.RunTest):
         return [t for t in runs.tracks(path).values() if kind in (None, t.kind)]
 
     def starts(self, path):
-        """By track: its kind, and where in the movie and in the media its one media edit starts."""
+        """For each track: its kind, and where its one media edit starts in the movie and in the
+        media."""
         found = []
         for track in self.tracks(path):
             (edit,) = [e for e in track.edits or () if e.media >= 0]
@@ -52,7 +53,8 @@ class SampleTableJoin(runs.RunTest):
 @runs.has_tools("ffmpeg", "ffprobe")
 class ManualJoin(SampleTableJoin):
     def assert_plays(self, joined, parts):
-        """One edit a track that shows one media; every picture of the parts, a second each."""
+        """Each track has one edit that shows one media, with every frame of the parts, one second
+        each."""
         self.assertEqual(
             self.starts(joined), [("vide", 0, len(parts), 0), ("soun", 0, len(parts), 0)]
         )
@@ -66,7 +68,7 @@ class ManualJoin(SampleTableJoin):
             whole += runs.sound(part)
         self.assertTrue(runs.sound(joined) == whole, "the sound differs")
 
-    def test_every_picture_is_shown_when_it_is_due(self):
+    def test_every_frame_is_shown_at_its_time(self):
         for parts in ([self.one], [self.one, self.two], [self.plain, self.one, self.plain],
                       [self.one, self.plain, self.two, self.one]):  # fmt: skip
             with self.subTest([part.name for part in parts]):
@@ -94,12 +96,12 @@ class ManualJoin(SampleTableJoin):
                 [frame.hash for part in parts for frame in runs.frames(part)],
             )
 
-    def test_another_set_up_is_another_description(self):
+    def test_different_encoder_settings_are_two_descriptions(self):
         joined = self.join_whole("out.mov", "-manual-join", self.one, self.plain)
         self.assertEqual(self.descriptions(joined, 0), ["avc1", "avc1"])
 
     def test_many_parts_stay_in_step(self):
-        # A part lasts 100 004 samples, which no movie scale in use can tell exactly.
+        # A part lasts 100 004 samples, which no common movie time scale can state exactly.
         rate, count = 44100, 100_004
         part = runs.make_clip(
             self.folder / "part.wav.mov", "-f", "lavfi", "-i",
@@ -110,15 +112,15 @@ class ManualJoin(SampleTableJoin):
         self.assertEqual(len(track.edits), 1)
         exact = fractions.Fraction(50 * count, rate)
         self.assertLessEqual(abs(track.edits[0].duration - exact), fractions.Fraction(1, 1200))
-        # The edit ends within a unit of the movie of where the media does.
+        # The edit ends at most one movie unit away from the end of the media.
         self.assertLess(50 * count - len(runs.sound(joined)), rate / 600)
 
-    def test_another_media_time_scale_is_told_and_gets_a_track_where_the_output_ended(self):
+    def test_a_different_media_time_scale_is_reported_and_gets_a_track(self):
         done = self.run_in_folder(
             "clipjoin", "-manual-join", self.one, self.scaled, self.two, self.scaled,
             "-q", "-self-contained", "-o", "out.mov",
         )  # fmt: skip
-        # The third has no track but the first to be tried at, the fourth has two.
+        # The third movie is tried with one track, and the fourth with two.
         self.assertEqual(done, runs.Result(0, "", "Different media time scales\n" * 2))
         joined = self.folder / "out.mov"
         self.assertEqual(
@@ -127,13 +129,13 @@ class ManualJoin(SampleTableJoin):
         own = [frame.hash for frame in runs.frames(self.scaled)]
         self.assert_same([frame.hash for frame in runs.frames(joined, "v:1")], own * 2)
 
-    def test_the_first_input_lends_its_settings(self):
+    def test_settings_come_from_the_first_input(self):
         named = picture_clip(self.folder / "named.mov", 5, "-metadata", "title=A name")
         joined = self.join_whole("out.mov", "-manual-join", named, self.one)
         self.assertEqual(runs.description(joined)["format"]["tags"].get("title"), "A name")
         self.assertEqual(runs.time_scale(child(runs.movie_header(joined), "mvhd")), 600)
 
-    def test_the_same_tracks_win_over_it(self):
+    def test_force_same_tracks_overrides_it(self):
         joined = self.join_whole("out.mov", "-manual-join", "-force-same-tracks", self.one)
         (track,) = self.tracks(joined, "vide")
         self.assertEqual([e.media for e in track.edits], [1024], "the edit of the source")
@@ -164,7 +166,7 @@ class Reports(SampleTableJoin):
         self.assertEqual(done.status, 1)
         return done.err
 
-    def test_each_failing_step_is_told_by_its_line(self):
+    def test_each_failing_step_is_reported_with_its_line(self):
         last = "Error in myAppendTrack at line LINE of clipjoin.cpp: -50\n"
         for call, line, goes_on in (
             ("GetMediaDataRefCount", 828, True),
@@ -188,7 +190,7 @@ class Reports(SampleTableJoin):
 
 @runs.has_tools("ffmpeg")
 class EncryptedPictures(SampleTableJoin):
-    """Judged by ffmpeg, which decrypts by what lies beside the samples."""
+    """Tested with ffmpeg, which decrypts with the data that is stored next to the samples."""
 
     def setUp(self):
         super().setUp()
@@ -210,7 +212,7 @@ class EncryptedPictures(SampleTableJoin):
             self.assert_same(self.pictures(copy), own)
             (self.folder / "away.mp4").rename(self.secret)
 
-    def test_a_join_is_refused_and_the_rest_goes_on(self):
+    def test_a_join_is_refused_and_the_run_continues(self):
         for option, calls in (
             ((), ["InsertMovieSegment"]),
             (("-manual-join",), ["CopyMediaMutableSampleTable", "myAppendTrack"]),
@@ -221,7 +223,7 @@ class EncryptedPictures(SampleTableJoin):
             )  # fmt: skip
             said = re.findall(r"Error in (\w+) at line \d+ of clipjoin.cpp: -2053\n", done.err)
             self.assertEqual(done.status, 1)
-            # A manual join tries the track that is there, then a new one, which is gone again.
+            # A manual join tries the existing track, then a new one, which it removes again.
             self.assertEqual(sorted(set(said)), sorted(calls))
             self.assertEqual(len(self.tracks(self.folder / "out.mov")), 2)
             self.assertEqual(len(runs.frames(self.folder / "out.mov")), 25)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The manual pages name the options that the commands take; what they and the README show as
-examples works."""
+"""The manual pages describe all options of the commands, and the examples in the pages and in the
+README work."""
 
 import gzip
 import os
@@ -20,7 +20,7 @@ else:
     PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
     PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
 
-# Taken, but not told of by the usage text.
+# Options that are not in the usage text.
 UNLISTED = {"-clipjoin", "-clipstak", "-cliptune", "-name-from-stdin", "-names-from-stdin"}
 
 TAGS_ARE_LOST = (
@@ -39,12 +39,12 @@ def section(page, name):
 
 
 def plain(line):
-    """A literal line without its escapes."""
+    """A literal line, with its escapes replaced."""
     return re.sub(r"\\(e|-|\(aq)", lambda found: {"e": "\\", "-": "-", "(aq": "'"}[found[1]], line)
 
 
 def examples(page):
-    """The command lines of the page, as they are to be typed."""
+    """The command lines of the page, as a user types them."""
     blocks = re.findall(r"^\.Bd -literal[^\n]*\n(.*?)^\.Ed$", section(page, "EXAMPLES"), re.M | re.S)
     return [plain(block).removeprefix("$ ") for block in blocks]
 
@@ -63,7 +63,7 @@ class Pages(unittest.TestCase):
                 for option in re.findall(r"\bFl(?: ([\w-]+))?", line)
             }
             entries |= UNLISTED & {"-" + option for option in re.findall(r"^\.Fl ([\w-]+)", text, re.M)}
-            entries.discard("-sameAsTrack")  # stands behind -timescale
+            entries.discard("-sameAsTrack")  # a value of -timescale
             self.assertEqual(entries, listed, name)
 
     @has_tools("mandoc")
@@ -82,8 +82,8 @@ class Pages(unittest.TestCase):
 
 @has_tools("ffmpeg", "ffprobe")
 class Examples(runs.RunTest):
-    """Each example runs without a complaint in a folder that holds the files it names, and writes
-    what its introduction promises."""
+    """Each example runs without an error message in a folder with the files that it names, and
+    writes what the text before it promises."""
 
     @classmethod
     def setUpClass(cls):
@@ -118,7 +118,7 @@ class Examples(runs.RunTest):
     path = {"PATH": f"{BIN}:{os.environ['PATH']}"}
 
     def run_examples(self, page):
-        """What each of the page's examples prints on standard output."""
+        """The standard output of each example of the page."""
         said = []
         commands = examples(PAGES[page])
         self.assertGreaterEqual(len(commands), 3)
@@ -161,13 +161,18 @@ class Examples(runs.RunTest):
         self.assert_written("both.mov", 12, ["video", "video", "audio"])
 
     def test_the_tour_in_the_readme(self):
-        readme = (ROOT / "README.md").read_text()
+        readme = (ROOT / "README.md").read_text().partition("\n## Two minutes\n")[2]
+        setup = re.search(r"^```sh\n(.*?)^```$", readme, re.M | re.S)[1]
+        # A fresh shell in the folder of the project, as `scripts/run` leaves it.
+        (self.folder / "build").mkdir()
+        (self.folder / "build" / "bin").symlink_to(BIN)
+        (self.folder / "build" / "demo").symlink_to("..")
         blocks = re.findall(r"^```console\n(.*?)^```$", readme, re.M | re.S)
         steps = [step for block in blocks for step in block.removeprefix("$ ").split("\n$ ")]
         self.assertGreaterEqual(len(steps), 5)
         for step in steps:
             command, _, expected = step.rstrip("\n").partition("\n")
-            done = runs.run("/bin/sh", "-c", f"({command}) 2>&1", cwd=self.folder, env=self.path)
+            done = runs.run("/bin/sh", "-c", f"{setup}({command}) 2>&1", cwd=self.folder)
             self.assertEqual(done.out.rstrip("\n"), expected, command)
 
     def test_cliptune(self):

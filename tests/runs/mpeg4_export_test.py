@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""MPEG-4 files: what strict readers want, what plays, and how hint tracks cut it into packets."""
+"""MPEG-4 files: strict readers accept them, they play, and hint tracks split them into packets."""
 
 import base64
 import collections
@@ -11,8 +11,9 @@ import unittest
 import runs
 from runs import MEDIA, atoms, child
 
-# Pictures and sound of every kind that fits: sound descriptions of QuickTime's version 1 and of
-# ISO, pictures in both formats, reordered, rotated, late, cut and early by their edits.
+# Every supported kind of video and sound: sound descriptions of QuickTime version 1 and of ISO;
+# video in both formats; video that is reordered or rotated; and edits that delay, cut or advance
+# it.
 MOVIES = (
     "android-device/sample_sef_slow_motion.mp4", "apple-device/auth.mov",
     "apple-device/ios9.mov", "apple-device/meta.mov", "chapters/7abc46ad_chapters_QT.m4v",
@@ -23,7 +24,7 @@ MOVIES = (
     "tags/no_udta.m4a", "timecode/frame_debugger_1h.mov", "video-codecs/count_video.mp4",
 )  # fmt: skip
 
-# Every atom that may stand in the movie header, by its parent (ISO/IEC 14496-12, -14 and -15).
+# Every atom that may be in the movie header, by its parent (ISO/IEC 14496-12, -14 and -15).
 ALLOWED = {
     "moov": "mvhd iods trak udta", "trak": "tkhd tref edts mdia udta", "edts": "elst",
     "tref": "hint", "udta": "hnti", "hnti": "sdp  rtp ", "mdia": "mdhd elng hdlr minf",
@@ -32,7 +33,7 @@ ALLOWED = {
     "avc1": "avcC pasp colr clap btrt", "mp4v": "esds pasp colr clap btrt", "mp4a": "esds",
     "rtp ": "tims", "dref": "url ", "stsd": "avc1 mp4v mp4a rtp ",
 }  # fmt: skip
-# Fields in front of the children of those that have some.
+# The number of bytes of fields before the children.
 HEADS = {"stsd": 8, "dref": 8, "avc1": 78, "mp4v": 78, "mp4a": 28, "rtp ": 16}
 LIMIT = 1450
 ANNOTATIONS = (
@@ -45,7 +46,7 @@ Packet = collections.namedtuple("Packet", "marker kind sequence shift payload si
 
 
 def foreign(parent, data):
-    """The atoms that have no business where they are."""
+    """The atoms that are not allowed at their place."""
     wanted = ALLOWED.get(parent, "")
     for kind, content in atoms(data):
         if not any(kind == wanted[i : i + 4] for i in range(0, len(wanted), 5)):
@@ -85,7 +86,7 @@ def samples(file, trak):
 
 
 def packets(hint, media):
-    """The RTP packets of a hint sample, put together from the samples of the media."""
+    """The RTP packets of a hint sample, assembled from the samples of the media."""
     (count, reserved), at = struct.unpack_from(">HH", hint), 4
     assert reserved == 0
     for _ in range(count):
@@ -125,7 +126,7 @@ def units(sample, size):
 
 
 def units_of_packets(sent):
-    """The NAL units that packets hold, alone or in fragments; RFC 6184 5.8."""
+    """The NAL units in the packets, complete or in fragments; RFC 6184 5.8."""
     unit = None
     for packet in sent:
         indicator, header = packet.payload[:2]
@@ -143,7 +144,8 @@ def units_of_packets(sent):
 
 
 def sound_of_packets(sent):
-    """The units of sound that packets hold, some in several; RFC 3640 3.3.6."""
+    """The access units of sound in the packets; some are split over several packets. RFC 3640
+    3.3.6."""
     begun = b""
     for packet in sent:
         (bits,) = struct.unpack_from(">H", packet.payload)
@@ -163,7 +165,7 @@ def sound_of_packets(sent):
 
 
 def decoder_info(esds):
-    """The decoder-specific information, behind what we write in front of it."""
+    """The decoder-specific information, which comes after the fields that we write."""
     at = 30
     assert esds[at] == 5
     length = 0
@@ -175,7 +177,7 @@ def decoder_info(esds):
 
 
 class Exported:
-    """What one of our files holds."""
+    """The contents of one of our files."""
 
     def __init__(self, path):
         self.file = path.read_bytes()
@@ -194,7 +196,7 @@ class Exported:
         return child(trak, "mdia", "hdlr")
 
     def hinted(self):
-        """(hint track, the track it speaks of)"""
+        """(hint track, the track that it describes)"""
         for hint in self.of_kind("hint"):
             (number,) = struct.unpack(">I", child(hint, "tref", "hint"))
             yield hint, self.tracks[number]
@@ -212,7 +214,7 @@ class Mpeg4Test(runs.RunTest):
         return self.folder / output
 
     def assert_strict(self, path):
-        """Nothing but what the standards name, in the order that players like."""
+        """The file has only atoms that the standards name, in the order that players prefer."""
         exported = Exported(path)
         self.assertEqual(exported.top, ["ftyp", "moov", "mdat"])
         self.assertEqual(list(foreign("moov", exported.movie)), [])
@@ -258,7 +260,8 @@ class Mpeg4Test(runs.RunTest):
             if kind == "mp4a":
                 self.assert_sound(words, content, sent, media, scale)
                 continue
-            # A hint sample a picture: its time, and with the shift of its packets when it is shown.
+            # There is one hint sample per frame. It has the decode time of the frame, and the shift
+            # of its packets gives the display time.
             to_clock = lambda time: (time * clock * 2 + scale) // (2 * scale)  # noqa: E731
             self.assertEqual(
                 [(h.time, {p.shift for p in group}) for h, group in zip(hints, sent)],
@@ -305,7 +308,7 @@ class Mpeg4Test(runs.RunTest):
 @runs.needs_corpus
 @runs.has_tools("ffmpeg", "ffprobe", "mediainfo")
 class RealMovies(Mpeg4Test):
-    def test_what_fits_is_strict_plays_the_same_and_can_be_streamed(self):
+    def test_exported_movies_are_strict_play_the_same_and_can_be_streamed(self):
         for name in MOVIES:
             with self.subTest(name):
                 path = self.export(MEDIA / name)
@@ -332,7 +335,7 @@ class RealMovies(Mpeg4Test):
         self.assert_same(hashes[0], hashes[1] + hashes[2], "frames")
         self.assert_hinted(exported)
 
-    def test_another_speed_is_in_the_samples_and_no_longer_in_the_edits(self):
+    def test_a_speed_moves_from_the_edits_to_the_samples(self):
         movie = MEDIA / "video-codecs/count_video.mp4"
         seconds = runs.movie_duration(movie)
         path = self.folder / "out.mp4"
@@ -353,7 +356,7 @@ class RealMovies(Mpeg4Test):
         self.assert_strict(path)
         self.assert_same(runs.frames(path), runs.frames(movie), "frames")
 
-    def test_what_gets_lost_is_said_first(self):
+    def test_losses_are_reported_first(self):
         movie = MEDIA / "tags/has-tags.m4a"
         for options, said in (([], True), (["-q"], False)):
             done = self.run_in_folder("clipjoin", movie, "-mp4", *options, "-o", "out.m4a")
@@ -369,7 +372,7 @@ CREATE, CONVERT = "CreateMovieStorage", "ConvertMovieToDataRef"
 ALIAS = "QTNewDataReferenceFromFullPathCFString"
 BUSY = "The output file out.mp4 is busy.\nPlease check to see if another application has it open\n"
 
-# (calls that fail, what is said, whether the failures count, what becomes of the old file)
+# (calls that fail, the message, whether the failures are counted, what happens to the old file)
 FAILURES = (
     (f"{CREATE}:1:-47", error(CREATE, -47), 0, "replaced"),
     (f"{CREATE}:1:-48,{CREATE}:2:-47", error(CREATE, -48) + error(CREATE, -47), 0, "replaced"),
@@ -391,7 +394,7 @@ FAILURES = (
 @runs.has_tools("ffmpeg")
 @unittest.skipUnless((runs.BIN / "failing_clipjoin").exists(), "failing_clipjoin is not built")
 class Failures(Mpeg4Test):
-    def test_what_is_said_counted_and_written_when_a_call_fails(self):
+    def test_messages_counts_and_outputs_of_failing_calls(self):
         movie = runs.make_clip(self.folder / "in.mp4", "-f", "lavfi", "-i",
                                "testsrc=s=64x48:r=10:d=1", "-c:v", "mpeg4")  # fmt: skip
         path = self.folder / "out.mp4"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A terminal is told how far copying has come; nobody else is."""
+"""The progress of copying is shown on a terminal and nowhere else."""
 
 import os
 import pty
@@ -17,7 +17,7 @@ class Progress(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = runs.temporary_folder(cls)
         cls.movie = cls.folder / "raw.mov"
-        # 50 MB, so that there is something to tell of.
+        # 50 MB, so that there is progress to show.
         source = "testsrc2=size=640x360:rate=25:duration=3"
         runs.read_by("ffmpeg", "-v", "error", "-f", "lavfi", "-i", source,
                      "-c:v", "rawvideo", "-pix_fmt", "yuyv422", cls.movie)
@@ -25,7 +25,7 @@ class Progress(unittest.TestCase):
         os.mkfifo(cls.outlet)
 
     def copy_slowly(self, stderr, *options):
-        """Copies into a pipe whose reader takes its time, as a slow disk would."""
+        """Copies into a pipe with a slow reader, which acts like a slow disk."""
         size = self.movie.stat().st_size
 
         def drain():
@@ -54,12 +54,12 @@ class Progress(unittest.TestCase):
         os.close(ours)
         return told.decode()
 
-    def test_a_terminal_sees_a_line_that_is_gone_in_the_end(self):
+    def test_a_terminal_gets_a_line_that_is_erased_at_the_end(self):
         told = self.on_a_terminal()
         self.assertRegex(told, r"\d+%  \d+ MB of \d+ MB  [\d.]+ [kM]B/s  \d+:\d\d left")
         self.assertTrue(told.endswith("\r\033[K"), repr(told[-80:]))
 
-    def test_quiet_means_no_line_either(self):
+    def test_a_quiet_run_prints_no_line(self):
         self.assertEqual(self.on_a_terminal("-q"), "")
 
     def test_a_pipe_gets_only_messages(self):

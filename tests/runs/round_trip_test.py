@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every movie of the corpus, written again: what independent readers say of it stays the same."""
+"""Rewrites every movie of the collection: independent readers report the same as before."""
 
 import json
 import pathlib
@@ -7,17 +7,18 @@ import pathlib
 import runs
 from runs import MEDIA
 
-# Whole files that cannot be opened: what is said of them.
+# Complete files that cannot be opened, and the error number of each.
 NOT_OPENED = {
     "truncated/fixture-moov.mov": -2002,
     "truncated/zero_empty_stsc.mp4": -2002,
 }
-# Files that become movies with ordinary tables, which readers say other things of. They have tests
-# of their own.
+# Files that become movies with ordinary tables. Readers report other facts about these, and other
+# tests cover them.
 BECOME_OTHERS = ("adts/", "fragmented/", "subtitles-metadata/sample.text.mp4")
-# Tracks of MPEG-4 systems and hint tracks speak of one file only and may have to go.
+# Tracks of MPEG-4 systems and hint tracks describe one file only and may be left out.
 BOUND_TO_THEIR_FILE = {"hint", "odsm", "sdsm"}
-# Files whose media is not all there, or whose tables do not say where. They can be referred to.
+# Files with missing media, or with tables that do not locate all of it. They can only be referred
+# to.
 NOT_COPIED = {
     "classic-mov/QuickTime.mov": -2011,
     "classic-mov/pentax_320x240.mov": -39,
@@ -28,16 +29,16 @@ NOT_COPIED = {
     "truncated/sample_qt.mp4": -39,
 }
 
-# What ffprobe says of a stream that a copy must leave as it is.
+# The facts that ffprobe reports for a stream and that a copy must not change.
 STREAM_FACTS = (
     "codec_name", "codec_tag_string", "profile", "level", "width", "height", "pix_fmt",
     "sample_aspect_ratio", "sample_rate", "channels", "channel_layout", "start_time", "time_base",
     "disposition", "side_data_list",
 )  # fmt: skip
-# Of its tags, what ffmpeg reads from the file rather than works out.
+# The tags that ffmpeg reads from the file and does not compute.
 STREAM_TAGS = ("language", "handler_name", "creation_time", "rotate", "timecode", "title")
 
-# What exiftool says that follows from the file, its place and its layout, not from the movie.
+# What exiftool derives from the file, its path and its layout, not from the movie.
 FILE_FACTS = {
     "SourceFile", "ExifToolVersion", "FileName", "Directory", "FileSize", "FileModifyDate",
     "FileAccessDate", "FileInodeChangeDate", "FilePermissions", "FileType", "FileTypeExtension",
@@ -53,7 +54,7 @@ def corpus():
 
 
 def refusal(name):
-    """What is said when the file is opened, if it cannot be."""
+    """The message for a file that cannot be opened."""
     return f"Error {NOT_OPENED[name]} reading " if name in NOT_OPENED else None
 
 
@@ -70,7 +71,7 @@ class Written:
             self.folder / f"{form}.mov" for form in ("copy", "plain", "reference", "flat")
         )
         self.copied = runs.run("clipjoin", self.source, *whole, self.copy)
-        # exiftool reads no compressed headers. Tags converted would be found beside the tags.
+        # exiftool does not read compressed headers, and it would report converted tags twice.
         plainly = ("-no-compressed-header", "-no-convert-tags")
         runs.run("clipjoin", self.source, *plainly, *whole, self.plain)
         self.referred = runs.run("clipjoin", self.source, "-q", "-o", self.reference)
@@ -79,7 +80,7 @@ class Written:
             self.flattened = runs.run("clipjoin", self.reference, *whole, self.flat)
 
     def read(self):
-        """Asks the readers, so that the tests find the answers at hand."""
+        """Runs the readers, so that the tests find the results in the cache."""
         if self.name not in NOT_COPIED:
             for path in (self.source, self.copy):
                 runs.samples_by_track(path)
@@ -87,12 +88,13 @@ class Written:
 
 
 def uncounted(name):
-    """A handler's name without its count, which only QuickTime has; readers go by the brand."""
+    """A handler name without its length byte, which only QuickTime has. Readers expect it by the
+    brand."""
     return name[1:] if name and ord(name[0]) == len(name) - 1 else name
 
 
 def facts_of_streams(path):
-    """What must stay, by track number."""
+    """The facts that must not change, by track number."""
     found = {}
     for stream in runs.description(path)["streams"]:
         if not int(stream.get("id", "0"), 16):
@@ -109,7 +111,7 @@ def facts_by_exiftool(paths):
     facts = {}
     for movie in json.loads(out):
         for name in list(movie):
-            # QuickTime counts handler names and says what kind of handler it is.
+            # QuickTime stores the length of a handler name and the kind of the handler.
             if name.endswith(":HandlerClass"):
                 del movie[name]
             elif name.endswith(":HandlerDescription"):
@@ -142,7 +144,7 @@ class EveryMovie(runs.RunTest):
         ]
         self.assertFalse(changed, "\n".join([what, *changed]))
 
-    def test_movies_are_written_or_refused_with_the_reason_that_is_known(self):
+    def test_movies_are_written_or_refused_for_the_expected_reason(self):
         self.assertGreater(len(self.copies), len(self.written) / 2)
         for movie in self.written:
             with self.subTest(movie.name):
@@ -177,7 +179,7 @@ class EveryMovie(runs.RunTest):
                     kept = [packet.data_hash for packet in samples]
                     whole = [packet.data_hash for packet in before[number]]
                     if self.is_uncompressed(movie, number):
-                        # ffprobe cuts it into packets as the chunks are cut.
+                        # ffprobe splits it into packets at the chunks.
                         kept, whole = (self.bytes_of(p, number) for p in (movie.copy, movie.source))
                         self.assertIn(kept, whole, f"track {number}")
                     else:
@@ -208,8 +210,8 @@ class EveryMovie(runs.RunTest):
 
     @staticmethod
     def spans(edits):
-        """What the edits span; media times move where unused media goes. Nothing at the end is no
-        part of a track."""
+        """The edits without their media times, which change if unused media is left out. Empty
+        edits at the end are not included."""
         found = [(e.start, e.duration, e.media < 0, e.rate) for e in edits if e.duration]
         while found and found[-1][2]:
             found.pop()
@@ -227,7 +229,7 @@ class EveryMovie(runs.RunTest):
                     ]
                     self.assertEqual(track.references, kept, f"track {number}")
 
-    def test_ffprobe_says_the_same_of_every_stream(self):
+    def test_ffprobe_reports_the_same_for_every_stream(self):
         for movie in self.copies:
             with self.subTest(movie.name):
                 before, after = facts_of_streams(movie.source), facts_of_streams(movie.copy)
@@ -239,7 +241,7 @@ class EveryMovie(runs.RunTest):
         for movie in self.copies:
             kinds = {track.kind for track in runs.tracks(movie.source).values()}
             if kinds & (BOUND_TO_THEIR_FILE - {"hint"}):
-                continue  # it numbers the tracks that are left
+                continue  # exiftool numbers the tracks that remain
             with self.subTest(movie.name):
                 self.assert_unchanged(facts[movie.source], facts[movie.plain])
 

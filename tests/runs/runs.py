@@ -1,7 +1,7 @@
-"""What the whole-run tests share: running the commands, and what independent readers say of a file.
+"""Shared by the whole-run tests: it runs the commands and asks independent readers about files.
 
-The programs under test stand in the folder that REELWORK_BIN names. Real movies come from the
-corpus, a folder "shared" beside the project; tests that need it are skipped where it is missing.
+REELWORK_BIN names the folder of the programs under test. Real movies come from the collection in a
+folder "shared" next to the project; tests that need it are skipped if it is missing.
 """
 
 import array
@@ -27,7 +27,7 @@ RELEASE_BIN = ROOT / "build" / "bin"
 CORPUS = ROOT.parent / "shared"
 MEDIA = CORPUS / "media"
 
-SKIPPED = 77  # what ctest takes for "skipped"
+SKIPPED = 77  # ctest takes this status for "skipped"
 CONTACT = "<reelwork@example.org>"
 REFERENCE_NOTICE = "A non-self-contained movie is being created. Do not delete your original movie"
 HINT = (
@@ -44,8 +44,8 @@ MORE_ERRORS = (
     "if you can't figure out what they mean.)\n"
 )
 
-needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"the corpus {MEDIA} is not here")
-needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become somebody else")
+needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"there is no collection {MEDIA}")
+needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become another user")
 
 Result = collections.namedtuple("Result", "status out err")
 Packet = collections.namedtuple("Packet", "pts dts duration flags data_hash")
@@ -57,14 +57,14 @@ def has_tools(*names):
 
 
 def temporary_folder(test_class):
-    """A folder that lasts as long as the tests of the class."""
+    """A temporary folder that exists until all tests of the class have run."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="reelwork-"))
     test_class.addClassCleanup(shutil.rmtree, folder)
     return folder
 
 
 def run(program, *arguments, cwd=None, timeout=60, **more):
-    """Runs a program of the build, or whatever an absolute path names, with a fixed clock."""
+    """Runs a program of the build, or the program at an absolute path, with a fixed clock."""
     environment = {**os.environ, "SOURCE_DATE_EPOCH": "1000000000", **more.pop("env", {})}
     done = subprocess.run(
         [os.fspath(BIN / program), *arguments],
@@ -80,7 +80,7 @@ def run(program, *arguments, cwd=None, timeout=60, **more):
 
 
 def read_by(tool, *arguments):
-    """What another tool prints on standard output, and what it complains about."""
+    """The standard output and standard error of another tool."""
     done = subprocess.run([tool, *map(os.fspath, arguments)], capture_output=True, timeout=120)
     return done.stdout, done.stderr.decode("utf-8", "replace")
 
@@ -91,7 +91,7 @@ def in_parallel(work, items):
 
 
 class RunTest(unittest.TestCase):
-    """A test with a folder of its own, in which the commands run."""
+    """A test with a temporary folder, in which the commands run."""
 
     maxDiff = None
 
@@ -100,17 +100,18 @@ class RunTest(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
 
     def assert_same(self, found, expected, what=""):
-        """Two sequences are equal. Says where they part, not all that they hold."""
+        """Checks that two sequences are equal. Prints only the first difference, not all
+        elements."""
         at = next((i for i, pair in enumerate(zip(found, expected)) if pair[0] != pair[1]), None)
         if at is not None:
             self.fail(f"{what} at {at}: {found[at]!r} where {expected[at]!r} was expected")
-        self.assertEqual(len(found), len(expected), f"{what}: so many")
+        self.assertEqual(len(found), len(expected), f"{what}: number")
 
     def run_in_folder(self, program, *arguments, **more):
         return run(program, *map(os.fspath, arguments), cwd=self.folder, **more)
 
     def join(self, output, *inputs, options=()):
-        """Runs clipjoin, which must succeed without a word; the path of its output."""
+        """Runs clipjoin, which must succeed and print nothing; returns the path of its output."""
         done = self.run_in_folder("clipjoin", *inputs, "-q", *options, "-o", output)
         self.assertEqual(done, Result(0, "", ""))
         return self.folder / output
@@ -123,7 +124,7 @@ class RunTest(unittest.TestCase):
 
 
 def make_clip(path, *arguments):
-    """A movie by ffmpeg, reproducible to the byte."""
+    """Makes a movie with ffmpeg, which is the same each time, byte for byte."""
     command = ["ffmpeg", "-v", "error", "-y", "-fflags", "+bitexact", *arguments]
     command += ["-flags:v", "+bitexact", "-flags:a", "+bitexact", os.fspath(path)]
     subprocess.run(command, check=True, stdin=subprocess.DEVNULL, timeout=120)
@@ -140,7 +141,7 @@ def identity(path):
 
 
 def ffprobe(path, *options):
-    """Its answer, which is asked for once. It is slow to start and a file has much to tell."""
+    """ffprobe's output, which is cached: ffprobe starts slowly, and the output can be long."""
     return _ffprobe(identity(path), options)
 
 
@@ -151,18 +152,18 @@ def _ffprobe(file, options):
 
 
 def description(path):
-    """What ffprobe says of the file and its streams."""
+    """What ffprobe reports about the file and its streams."""
     return ffprobe(path, "-show_format", "-show_streams")
 
 
 def samples_by_track(path):
-    """The packets without regard to edit lists, by track number."""
+    """The packets by track number, without applying edit lists."""
     answer = ffprobe(
         path, "-ignore_editlist", "1", "-show_streams", "-show_packets", "-show_data_hash", "crc32",
         "-show_entries", "stream=index,id:packet=stream_index,pts,dts,duration,flags,data_hash",
     )  # fmt: skip
     numbers = {s["index"]: int(s.get("id", "0"), 16) for s in answer["streams"]}
-    found = {number: [] for number in numbers.values() if number}  # a cover has none
+    found = {number: [] for number in numbers.values() if number}  # a cover has no number
     for packet in answer["packets"]:
         number = numbers.get(packet["stream_index"])
         if number:
@@ -171,16 +172,16 @@ def samples_by_track(path):
 
 
 def complaints(path, *options):
-    """What ffmpeg has to say while it plays the file, without the addresses of its objects."""
-    # Frames pass with the times they have: made to come at a constant rate, a gap between two edits
-    # would be a complaint of its own.
+    """The messages of ffmpeg while it plays the file, without the addresses of its objects."""
+    # Frames keep their times. With a constant frame rate, ffmpeg would complain about each gap
+    # between edits.
     play = ("-fps_mode", "passthrough", "-f", "null", "-")
     _, err = read_by("ffmpeg", "-v", "error", *options, "-i", path, *play)
     return sorted({line.partition("] ")[2] or line for line in err.splitlines()})
 
 
-# What a file says of its tracks. Edit lists are read here and not by ffprobe, which knows no gaps
-# between edits and leaves out packets across which a later edit starts.
+# What a file states about its tracks. Edit lists are read here, because ffprobe does not support
+# gaps between edits and leaves out a packet if a later edit starts inside it.
 
 Edit = collections.namedtuple("Edit", "start duration media rate")  # seconds, seconds, media units
 Track = collections.namedtuple(
@@ -203,26 +204,26 @@ def atoms(data):
 
 
 def child(data, *path):
-    """The content of the first atom at that place, or nothing."""
+    """The content of the first atom at that path, or None."""
     for kind in path:
         data = next((content for name, content in atoms(data) if name == kind), b"")
     return data
 
 
 def movie_header(path):
-    """The content of the movie atom, inflated where it is compressed."""
+    """The content of the movie atom, inflated if it is compressed."""
     header = child(pathlib.Path(path).read_bytes(), "moov")
     packed = child(header, "cmov", "cmvd")
     return child(zlib.decompress(packed[4:]), "moov") if packed else header
 
 
 def time_scale(header):
-    """Of an 'mvhd' or 'mdhd'."""
+    """The time scale in an 'mvhd' or 'mdhd'."""
     return struct.unpack_from(">I", header, 20 if header[0] else 12)[0]
 
 
 def movie_duration(path):
-    """In seconds, where the last edit ends: what the movie header says is not always true."""
+    """The end of the last edit, in seconds. The movie header does not always state it correctly."""
     return max(track.duration for track in tracks(path).values())
 
 
@@ -245,7 +246,7 @@ def edits_of(track, scale):
 
 
 def tracks(path):
-    """The tracks by their numbers; `edits` are nothing where the file has none."""
+    """The tracks by number; `edits` is None if the file has none."""
     return _tracks(identity(path))
 
 
@@ -274,11 +275,11 @@ def _tracks(file):
 
 
 def shown(path, number):
-    """What a track shows: (seconds at which it would start, hash) of each sample that an edit
-    shows a part of, edit after edit in display order."""
+    """What a track shows: (start in seconds, hash) of each sample that an edit shows completely or
+    in part, edit by edit and in display order. The start is that of the complete sample."""
     track = tracks(path)[number]
-    # Of samples that start together the order says nothing, and ffprobe guesses how long those last
-    # that last no time.
+    # The order of samples with the same start has no meaning, and ffprobe guesses the duration of
+    # samples of duration 0.
     samples = sorted(
         ((p.pts, p.duration or 0, p.data_hash)
          for p in samples_by_track(path).get(number, [])
@@ -324,7 +325,7 @@ def frames(path, stream="v:0", *options):
 
 
 def sound(path, stream="a:0"):
-    """The decoded samples of a sound stream as they play: 16 bits, interleaved."""
+    """The decoded samples of a sound stream, as they play: 16 bits, interleaved."""
     out, _ = read_by(
         "ffmpeg", "-v", "error", "-i", path, "-map", f"0:{stream}", "-f", "s16le", "-"
     )  # fmt: skip
@@ -340,7 +341,7 @@ class _Outcome(unittest.TextTestResult):
 
 
 def main():
-    """Runs the tests of the program; its status says when there was nothing but skipped ones."""
+    """Runs the tests of the program; a special exit status says that all of them were skipped."""
     runner = unittest.TextTestRunner(resultclass=_Outcome, verbosity=2)
     result = unittest.main(module="__main__", exit=False, testRunner=runner).result
     if not result.wasSuccessful():

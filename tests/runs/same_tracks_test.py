@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Joins into as few tracks as can be (-force-same-tracks): clips of different time scales and
-set-ups in one track, judged by how they play."""
+"""Joins into as few tracks as possible (-force-same-tracks): clips with different time scales and
+encoder settings in one track, tested by how they play."""
 
 import fractions
 import struct
@@ -50,8 +50,8 @@ class SameTracks(runs.RunTest):
         return formats
 
     def assert_plays_pictures(self, joined, clips, within=0):
-        """One track shows the pictures of the clips, each of which lasts a second. The times are
-        not asked of ffmpeg, which takes it that all edits reorder pictures alike."""
+        """One track shows the frames of the clips, which last one second each. The times do not
+        come from ffmpeg, because it assumes that all edits reorder frames in the same way."""
         self.assertEqual(self.kinds(joined), ["vide"])
         decoded = [frame.hash for clip in clips for frame in runs.frames(clip)]
         self.assert_same([frame.hash for frame in runs.frames(joined)], decoded, "pictures")
@@ -73,11 +73,11 @@ class SameTracks(runs.RunTest):
         for clips in ((one, two), (two, one), (one, three), (three, one), (two, three)):
             with self.subTest([clip.name for clip in clips]):
                 self.assert_plays_pictures(self.join_same(*clips), clips)
-                # Left to themselves they come into tracks of their own.
+                # Without the option they get separate tracks.
                 apart = self.join_whole("apart.mov", *clips)
                 self.assertEqual(self.kinds(apart), ["vide", "vide"])
 
-    def test_pictures_that_no_scale_suits_do_not_drift(self):
+    def test_frames_that_fit_no_common_scale_do_not_drift(self):
         clips = [
             self.picture_clip("24000.mov", 24000, "24"),
             self.picture_clip("10007.mov", 10007, "30"),
@@ -94,7 +94,7 @@ class SameTracks(runs.RunTest):
         own = [content for clip in (one, tall) for _, content in runs.shown(clip, 1)]
         self.assert_same([content for _, content in runs.shown(joined, 1)], own, "pictures")
 
-    def test_different_set_ups_are_two_descriptions(self):
+    def test_different_encoder_settings_are_two_descriptions(self):
         clips = [
             self.picture_clip("main.mov", 12800, "25", "-profile:v", "main"),
             self.picture_clip("baseline.mov", 12800, "25", "-profile:v", "baseline", "-bf", "0"),
@@ -104,7 +104,7 @@ class SameTracks(runs.RunTest):
         self.assert_plays_pictures(joined, clips)
         self.assertEqual(self.descriptions(self.join_same(clips[0], clips[0])), ["avc1"])
 
-    def test_sound_of_another_time_scale_gets_a_track_of_its_own(self):
+    def test_sound_with_a_different_time_scale_gets_a_separate_track(self):
         one, two = self.sound_clip("48000.mov", 1), self.sound_clip("44100.mov", 2, rate=44100)
         joined = self.join_same(one, two, one)
         self.assertEqual(self.kinds(joined), ["soun", "soun"])
@@ -116,7 +116,7 @@ class SameTracks(runs.RunTest):
             [(e.start, e.duration, e.media) for e in second.edits], [(0, 1, -1), (1, 1, 0)]
         )
 
-    def test_of_two_sound_tracks_the_second_comes_first(self):
+    def test_of_two_sound_tracks_the_second_is_joined_first(self):
         one, two = self.sound_clip("one.mov", 1), self.sound_clip("two.mov", 2, 3)
         joined = self.join_same(one, two)
         self.assertEqual(self.kinds(joined), ["soun"])

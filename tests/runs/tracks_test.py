@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Tracks chosen by name, what is said of them, and movies that cannot be MPEG-4 files."""
+"""Tracks that are chosen by name, the messages about them, and movies that cannot be MPEG-4
+files."""
 
 import os
 import unittest
@@ -14,7 +15,7 @@ KINDS = ["Video Track", "Sound Track 1", "Sound Track 2"]
 class Tracks(runs.RunTest):
     @classmethod
     def setUpClass(cls):
-        # One video track and two of sound, in two media time scales.
+        # One video track and two sound tracks, with two media time scales.
         cls.movie = runs.make_clip(
             runs.temporary_folder(cls) / "three tracks.mov",
             "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=2", "-f", "lavfi", "-i", "sine=r=44100:d=1",
@@ -44,7 +45,7 @@ class Tracks(runs.RunTest):
             self.assertEqual(done, Result(0, self.listing(*lines), ""))
             self.assertEqual(self.kinds(), kinds)
 
-    def test_names_of_the_user_win(self):
+    def test_names_given_by_the_user_are_used(self):
         # 'name' in the user data of the second track: spaces and letters of every kind.
         name = "Głos – 声 2"
         data = bytearray(self.movie.read_bytes())
@@ -58,7 +59,7 @@ class Tracks(runs.RunTest):
                 track += int.from_bytes(data[track : track + 4], "big")
             start, track = track, track + int.from_bytes(data[track : track + 4], "big")
         data[track:track] = udta
-        for at in (moov, start):  # the movie is the last atom: nothing else moves
+        for at in (moov, start):  # the movie is the last atom, so nothing else moves
             size = int.from_bytes(data[at : at + 4], "big") + len(udta)
             data[at : at + 4] = size.to_bytes(4, "big")
         (self.folder / "named.mov").write_bytes(data)
@@ -67,7 +68,7 @@ class Tracks(runs.RunTest):
         self.assertEqual(done, Result(0, self.listing(*lines, source="named.mov"), ""))
         self.assertEqual(self.kinds(), ["soun"])
 
-    def test_tracks_are_switched_on_and_off(self):
+    def test_tracks_are_enabled_and_disabled(self):
         self.tune("-disable", KINDS[1], "-disable", KINDS[2], "-enable", KINDS[2], "-enable", KINDS[0])
         self.assertEqual(self.flags("out.mov"), [1, 0, 0])  # named in both: off
         self.run_in_folder("cliptune", "out.mov", "-enable", KINDS[1], "-q", "-o", "on.mov")
@@ -77,7 +78,7 @@ class Tracks(runs.RunTest):
         header = runs.movie_header(self.folder / name)
         return [runs.child(c, "tkhd")[3] & 1 for kind, c in runs.atoms(header) if kind == "trak"]
 
-    def test_what_is_not_found_is_warned_of(self):
+    def test_missing_names_cause_warnings(self):
         path = os.fspath(self.movie)
         self.assertEqual(
             self.tune("-track", "video track"),
@@ -102,7 +103,7 @@ class Tracks(runs.RunTest):
         self.tune("-scaleToLengthOf", KINDS[1])
         self.assertEqual([t.duration for t in runs.tracks(self.folder / "out.mov").values()], [1, 1, 1])
 
-    def test_rounding_between_scales_is_repaired_and_trims_are_kept(self):
+    def test_rounding_is_repaired_but_trims_are_kept(self):
         sound = self.folder / "sound.mov"
         runs.make_clip(sound, "-f", "lavfi", "-i", "sine=r=44100:d=0.7777", "-c:a", "pcm_s16le")
         length = lambda: next(iter(runs.tracks(self.folder / "out.mov").values())).duration * 44100
@@ -117,7 +118,7 @@ class Tracks(runs.RunTest):
         self.tune("-timescale", "44100", "-fix-roundoff-errors", source="half.mov")
         self.assertEqual(length(), 22050)
 
-    def test_pictures_are_laid_over_others_as_asked(self):
+    def test_transparency_modes_are_written(self):
         done = self.run_in_folder("clipstak", self.movie, self.movie, "-transparency-mode",
                                   "transparent16", "1000,2000,65535", "-q", "-o", "out.mov")  # fmt: skip
         self.assertEqual(done, Result(0, "", ""))
@@ -125,7 +126,7 @@ class Tracks(runs.RunTest):
         modes = [runs.child(c, "mdia", "minf", "vmhd")[4:] for k, c in runs.atoms(header) if k == "trak"]
         self.assertIn(bytes.fromhex("0024 03e8 07d0 ffff"), modes)
 
-    def test_what_cannot_be_mpeg4_is_refused_and_nothing_touched(self):
+    def test_movies_that_cannot_be_mpeg4_are_refused(self):
         out = self.folder / "out.mp4"
         out.write_bytes(b"precious")
         told = "The file cannot be output as MPEG-4 without conversion.\n"

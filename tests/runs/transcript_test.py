@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What a user is told: standard output, standard error and exit status of whole runs."""
+"""What a user sees: standard output, standard error and exit status of whole runs."""
 
 import fcntl
 import os
@@ -40,13 +40,13 @@ class Transcripts(runs.RunTest):
         return self.run_in_folder("clipjoin", *arguments, **more)
 
     def assert_run(self, arguments, err="", status=0, **more):
-        """Runs clipjoin; `err` is everything that it says, in which LINE stands for a number."""
+        """Runs clipjoin and compares standard error with `err`, in which LINE means any number."""
         done = self.clipjoin(*arguments, **more)
         told = re.sub(r" at line \d+ of ", " at line LINE of ", done.err)
         self.assertEqual(Result(done.status, done.out, told), Result(status, "", err))
 
     def assert_leaves(self, *names):
-        """These and the two movies are in the folder, and nothing else."""
+        """The folder contains these files and the two movies, and nothing else."""
         self.assertEqual(sorted(os.listdir(self.folder)), sorted({"one.mov", "two.mov", *names}))
 
     def pictures(self, name="out.mov"):
@@ -78,7 +78,7 @@ class Transcripts(runs.RunTest):
                 self.assert_run(["reference.mov", "-q", "-self-contained", "-o", "out.mov"])
                 self.assertEqual(self.pictures(), 10)
 
-    def test_a_missing_file_is_told_by_the_bytes_of_its_name(self):
+    def test_the_message_for_a_missing_file_has_the_bytes_of_its_name(self):
         name = os.fsdecode(b"missing \xe9.mov")
         self.assert_run([name, "one.mov", "-q", "-o", "out.mov"], name + MISSING)
 
@@ -89,7 +89,8 @@ class Transcripts(runs.RunTest):
         self.assertEqual(self.pictures(), 20)
         self.assert_run(["-o", "out.mov", "-", "-", "one.mov"], "-" + MISSING + NOTICE_MORE)
 
-    # Inputs that cannot be opened: the run goes on without them, and does not count them as errors.
+    # Inputs that cannot be opened: the run continues without them and does not count them as
+    # errors.
 
     def assert_input_is_passed_over(self, name, message):
         self.assert_run(["one.mov", name, "two.mov", "-o", "out.mov"], message + NOTICE_MORE)
@@ -100,7 +101,7 @@ class Transcripts(runs.RunTest):
         for name in ("missing.mov", "no folder/missing.mov", "one.mov/beneath a file.mov"):
             self.assert_input_is_passed_over(name, name + MISSING)
 
-    def test_a_file_that_is_no_movie(self):
+    def test_a_file_that_is_not_a_movie(self):
         for name, content in (("empty.mov", b""), ("notes.txt", b"Buy milk.\n" * 100)):
             (self.folder / name).write_bytes(content)
             self.assert_input_is_passed_over(name, name + NOT_A_MOVIE)
@@ -111,7 +112,7 @@ class Transcripts(runs.RunTest):
             "folder.mov", "Error -1302 reading folder.mov\n" + HINT
         )
 
-    def test_a_file_whose_header_is_broken_and_the_hint_given_once(self):
+    def test_a_broken_header_and_a_hint_that_is_printed_once(self):
         whole = (self.folder / "one.mov").read_bytes()
         at = whole.index(b"mvhd") - 4
         for name in ("broken.mov", "broken too.mov"):
@@ -124,7 +125,7 @@ class Transcripts(runs.RunTest):
         )  # fmt: skip
 
     @runs.needs_root
-    def test_a_file_that_may_not_be_read(self):
+    def test_a_file_that_cannot_be_read(self):
         (self.folder / "two.mov").chmod(0)
         self.folder.chmod(0o777)
         self.assert_run(
@@ -173,14 +174,14 @@ class Transcripts(runs.RunTest):
     FORMS = (("FlattenMovieDataToDataRef", ["-self-contained"]), ("CreateMovieStorage", []))
 
     def assert_refused(self, output, message, **more):
-        """In either form, with {call} in the message for the call that failed."""
+        """Checks both forms of output; {call} in the message means the call that failed."""
         for call, options in self.FORMS:
             with self.subTest(call):
                 self.assert_run(
                     ["one.mov", "-q", *options, "-o", output], message.format(call=call), **more
                 )
 
-    def test_an_output_that_somebody_has_locked(self):
+    def test_an_output_that_is_locked(self):
         out = self.folder / "out.mov"
         out.write_bytes(b"old")
         busy = (
@@ -196,7 +197,7 @@ class Transcripts(runs.RunTest):
         self.assertNotEqual(out.read_bytes(), b"old")
 
     @runs.needs_root
-    def test_an_output_that_may_not_be_written(self):
+    def test_an_output_that_cannot_be_written(self):
         protected = self.folder / "protected"
         protected.mkdir(0o755)
         (self.folder / "out.mov").write_bytes(b"old")
@@ -221,7 +222,7 @@ class Transcripts(runs.RunTest):
         self.assert_refused("out.mov", "Error in {call} at line LINE of utils.cpp: -1302\n")
         self.assertEqual(os.listdir(self.folder / "out.mov"), [])
 
-    def test_an_output_whose_name_is_too_long_is_an_error_that_counts(self):
+    def test_an_output_with_a_name_that_is_too_long_is_a_counted_error(self):
         for call, options in self.FORMS:
             errors = (
                 "Error in PathToDataRef at line LINE of utils.cpp: -37\n"
@@ -255,7 +256,8 @@ class Transcripts(runs.RunTest):
         self.assert_leaves()
 
     def as_nobody(self):
-        """Runs as somebody without rights. The program must be where he can reach it."""
+        """Runs as a user without rights. The program must be in a folder that this user can
+        read."""
         program = runs.BIN / "clipjoin"
         reachable = all(p.stat().st_mode & 0o001 for p in [program.resolve(), *program.parents])
         if not reachable:

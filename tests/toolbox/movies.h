@@ -45,7 +45,7 @@ inline TrackRecord& AddPlainTrack(MovieRecord& movie, FourCC type, std::int32_t 
   media.dataReferences = {std::move(where)};
   media.descriptions = {Described(FourCC{"test"})};
   media.samples = SampleTable(std::move(rows));
-  const MediaTime length{media.samples.Duration()};
+  const MediaTime length = media.samples.Duration();
   track.edits.Append(track.TimeClock().Lasting(length, 1.0), {0}, 1.0, track.TimeClock());
   return track;
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What moviedump says of movies made here; the programs stand in the folder REELWORK_BIN."""
+"""What moviedump prints for movies that are made here. REELWORK_BIN names the folder of the
+programs."""
 
 import os
 import pathlib
@@ -40,7 +41,7 @@ class MovieDump(unittest.TestCase):
         return self.dump("-atoms", "bytes.mov")
 
     def make_movies(self):
-        """One second of ten frames of 768 bytes each, twice."""
+        """Makes two movies of one second, each with ten frames of 768 bytes."""
         for name, author in ("one.mov", "Ann"), ("two.mov", "Bob"):
             made = run(
                 self.folder, "ffmpeg", "-nostdin", "-loglevel", "error", "-f", "lavfi",
@@ -91,7 +92,7 @@ class MovieDump(unittest.TestCase):
         self.assertFalse([line for line in lines if "created" in line])
         self.assertTrue([line for line in self.dump("-dates", "out.mov") if " modified" in line])
 
-    def test_malformed_atoms_are_told_in_their_place(self):
+    def test_malformed_atoms_are_reported_at_their_place(self):
         times = atom(b"stts", u32(0, 2, 14, 10, 1, 5))
         self.assertEqual(
             self.dump_bytes(
@@ -119,7 +120,7 @@ class MovieDump(unittest.TestCase):
             lines = self.dump_bytes(atom(b"meta", version, handler))
             self.assertRegex(lines[1], rf"^  {at} 'hdlr' 33 .*subtype='mdir'")
 
-    def test_containers_without_end_are_left_alone(self):
+    def test_containers_with_too_many_levels_are_not_opened(self):
         content = b""
         for _ in range(20000):
             content = atom(b"moov", content)

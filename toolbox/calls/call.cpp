@@ -5,13 +5,13 @@
 #include <utility>
 
 #include "toolbox/atoms/malformed.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/system_error.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
 
-// The state of the toolbox: these two and nothing else.
+// The only state of the toolbox besides the open storages.
 OSErr moviesError = noErr;
 CallHook callHook;
 

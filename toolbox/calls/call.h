@@ -1,4 +1,7 @@
-// What every call has in common: a body that throws becomes a call that answers with a code.
+// The frame of every call: what its body throws becomes a result code.
+//
+// toolbox.h has the contracts of the calls. The files beside this one check arguments and call the
+// folders below, one group of calls in each.
 #pragma once
 
 #include <functional>
@@ -9,23 +12,25 @@
 
 namespace toolbox {
 
-// Asked before each call, by its name; a code other than noErr is given in the call's place. For
-// traces and for tests that make the n-th call of a name fail. Empty: none.
+// A function that is called with the name of each call before it runs. If it returns a code other
+// than noErr, the call fails with that code instead. Tests use it for traces and to make the n-th
+// call of a name fail.
 using CallHook = std::function<OSErr(std::string_view name)>;
+// Sets the hook; an empty function removes it.
 void SetCallHook(CallHook hook);
 
-// The movies error: what the last call answered.
+// The movies error: the code of the last call.
 OSErr MoviesError();
 void SetMoviesError(OSErr code);
 
-// What the hook says to a call of that name.
+// The code that the hook returns for a call of that name; noErr without a hook.
 OSErr AskHook(const char* name);
-// The code for the exception being handled: Refused, Malformed, lack of memory, a path that the
-// system refuses. Any other is a fault of ours and goes on.
+// The code for the exception being handled: Refused, Malformed, std::bad_alloc or filesystem_error.
+// Rethrows any other exception, because that is a bug of the toolbox.
 OSErr CodeOfException();
 
-// Runs `body` as the call `name` and leaves its code as the movies error. Returns the code when the
-// body returns nothing, else what it returns, or the default of that type when it fails.
+// Runs `body` as the call `name` and sets the movies error. If `body` returns nothing, returns the
+// code; else returns its result, or a default value of that type after a failure.
 template <class Body>
 auto Call(const char* name, Body&& body) {
   using Result = std::invoke_result_t<Body>;

@@ -4,14 +4,15 @@
 #include <memory>
 
 #include "toolbox/atoms/alias_record.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {
 
 constexpr FourCC kAlias{"alis"}, kMemory{"hndl"};
 
-// The block of memory that the handle stands for: the one it has stood for before, or a new one.
+// The block of memory that the handle refers to. The first use of a handle determines its block:
+// one with the data in the handle, or a new one for a handle of zeros.
 InMemory BlockOf(HandleRecord& handle) {
   if (!handle.block) {
     const DataReference stated = ReadDataReference({kMemory, 0, handle.bytes}, {}, false);

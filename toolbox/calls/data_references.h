@@ -1,9 +1,9 @@
-// Data references as callers hold them: an alias record or a block of memory in a handle.
+// Data references in the form that calls take and return: a handle and a type. The handle has an
+// alias record ('alis') or refers to a block of memory ('hndl').
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <utility>
-#include <variant>
+#include <optional>
 
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/data_references.h"
@@ -12,7 +12,7 @@
 
 namespace toolbox {
 
-// The file that a caller's data reference names, whether it exists or not. Throws Refused:
+// The path of the file that a data reference names. The file need not exist. Throws Refused:
 // nilHandleErr, noDataHandler (another type than 'alis'), invalidDataRef.
 inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
   if (dataRef == nullptr) throw Refused{nilHandleErr};
@@ -22,16 +22,17 @@ inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
   return *path;
 }
 
-// What a caller's data reference stands for in a movie that was read from `ownFile`. Throws Refused
-// like PathOf; 'hndl' is understood too.
+// Converts a data reference for a movie that was read from `ownFile`: a reference to that file
+// becomes ThisFile. Throws Refused like PathOf, but accepts 'hndl' too.
 DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile);
 
-// ... or Unresolved, where it leads nowhere. Throws Refused: nilHandleErr, invalidDataRef.
+// Does the same, but a reference that cannot be resolved becomes Unresolved. Throws Refused:
+// nilHandleErr, invalidDataRef.
 DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
                                const std::optional<OtherFile>& ownFile);
 
-// The same as callers hold it: a new handle, theirs to dispose of. Throws Refused:
-// couldNotResolveDataRef (ThisFile, where there is none).
+// Converts back: returns a new handle, which the caller disposes of, and sets `type`. Throws
+// Refused: couldNotResolveDataRef (ThisFile, but there is no `ownFile`).
 Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
                  FourCC& type);
 

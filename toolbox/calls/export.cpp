@@ -1,29 +1,17 @@
-// Exporters: movies as files of other types.
+// Exporters: movies written as files of other types.
 #include <memory>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/disk/output_file.h"
 #include "toolbox/mpeg4/export_mpeg4.h"
 #include "toolbox/toolbox.h"
-#include "toolbox/write/write_file.h"
+#include "toolbox/write/storage.h"
 
 namespace toolbox {
-
-// An opened exporter.
-struct ExporterRecord {
-  Mpeg4Settings settings;
-};
-
 namespace {
 
 constexpr FourCC kExporter{"spit"}, kMpeg4{"mpg4"};
-
-ExporterRecord& Valid(MovieExportComponent component) {
-  if (component == nullptr) throw Refused{invalidComponentID};
-  return *component;
-}
 
 }  // namespace
 
@@ -55,10 +43,8 @@ OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef, FourCC data
     const boost::filesystem::path path = PathOf(dataRef, dataRefType);
     if (fileType != kMpeg4) throw Refused{featureUnsupported};
     const Mpeg4Settings settings = component != nullptr ? component->settings : Mpeg4Settings{};
-    const FilePlan plan = PlanMpeg4(record, only, settings);
-    OutputFile output(path);
-    WriteFile(plan, {.movieFirst = true, .compress = false}, path, output);
-    output.Commit();
+    WriteNewFile(PlanMpeg4(record, only, settings), {.movieFirst = true, .compress = false}, path,
+                 Existing::kReplace);
   });
 }
 

@@ -1,4 +1,4 @@
-// Folders of the user.
+// The user's folders and their paths.
 #include <boost/filesystem/operations.hpp>
 #include <cstring>
 

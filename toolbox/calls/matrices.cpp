@@ -1,4 +1,4 @@
-// Matrices.
+// Matrices. These calls cannot fail, so they leave the movies error alone.
 #include "toolbox/movie/matrix.h"
 
 #include "toolbox/toolbox.h"

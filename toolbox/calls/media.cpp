@@ -1,4 +1,4 @@
-// Media: what they hold and how it is shown.
+// Media: their duration, handler, sample descriptions and data references.
 #include "toolbox/movie/media.h"
 
 #include <algorithm>
@@ -13,11 +13,11 @@
 namespace toolbox {
 
 TimeValue GetMediaDuration(Media media) {
-  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration(); });
+  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeValue GetMediaDecodeDuration(Media media) {
-  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration(); });
+  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeScale GetMediaTimeScale(Media media) {
@@ -71,7 +71,7 @@ void GetMediaSampleDescription(Media media, std::int32_t number, Handle descript
 
 OSErr GetMediaDataRefCount(Media media, std::int16_t* count) {
   return Call("GetMediaDataRefCount", [&] {
-    constexpr std::size_t kMost = INT16_MAX;
+    constexpr std::size_t kMost = INT16_MAX;  // the type of the result has no room for more
     *count = static_cast<std::int16_t>(std::min(Valid(media).dataReferences.size(), kMost));
   });
 }
@@ -85,7 +85,7 @@ OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC*
     if (number < 1 || index >= record.dataReferences.size()) throw Refused{badDataRefIndex};
     const DataReference& reference = record.dataReferences[index];
     FourCC found;
-    *dataRef = HandleFor(reference, record.OwnFile(), found);
+    *dataRef = HandleFor(reference, record.MovieFile(), found);
     if (type != nullptr) *type = found;
     if (attributes != nullptr) {
       *attributes = std::holds_alternative<ThisFile>(reference)     ? dataRefSelfReference
@@ -98,7 +98,7 @@ OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC*
 OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type) {
   return Call("AddMediaDataRef", [&] {
     MediaRecord& record = Valid(media);
-    record.dataReferences.push_back(AnyReferenceFrom(dataRef, type, record.OwnFile()));
+    record.dataReferences.push_back(AnyReferenceFrom(dataRef, type, record.MovieFile()));
     if (number != nullptr) *number = static_cast<std::int16_t>(record.dataReferences.size());
   });
 }

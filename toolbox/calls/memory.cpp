@@ -1,4 +1,4 @@
-// Handles.
+// Handles: creating, filling and disposing of them.
 #include <memory>
 
 #include "toolbox/calls/call.h"
@@ -16,7 +16,7 @@ Handle NewHandle(std::int64_t size) {
   });
 }
 
-// Every handle is zeroed.
+// NewHandle fills with zeros too.
 Handle NewHandleClear(std::int64_t size) { return NewHandle(size); }
 
 OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size) {

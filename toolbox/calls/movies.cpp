@@ -1,7 +1,9 @@
-// Movies: starting, making, and what holds for the whole of one.
+// The start of the toolbox, and calls about a whole movie.
 #include "toolbox/movie/movie.h"
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <utility>
 
 #include "toolbox/calls/call.h"
@@ -62,7 +64,7 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
     if (start < 0) throw Refused{invalidTime};
     record.header.selectionTime = start;
     record.header.selectionDuration = std::max<TimeValue>(duration, 0);
-    // What is added there later still lands where it was meant to.
+    // The start is set all the same: a movie added at the selection still starts there.
     if (duration < 0) throw Refused{invalidDuration};
   });
 }

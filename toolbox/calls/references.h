@@ -1,4 +1,4 @@
-// What the calls make of the references they are given.
+// The records that the references of a call refer to.
 #pragma once
 
 #include <string>
@@ -10,15 +10,14 @@
 namespace toolbox {
 
 struct StringRecord {
-  std::string text;  // UTF-8, or the bytes of a path
+  std::string text;  // UTF-8; a path may have other bytes
 };
 
-// What the caller names; throws Refused when it names nothing.
+// Each returns the record, or throws Refused with the code for a null reference of its type.
 inline MovieRecord& Valid(Movie movie) {
   if (movie == nullptr) throw Refused{invalidMovie};
   return *movie;
 }
-
 inline TrackRecord& Valid(Track track) {
   if (track == nullptr) throw Refused{invalidTrack};
   return *track;
@@ -34,6 +33,10 @@ inline SampleTableRecord& Valid(QTMutableSampleTableRef table) {
 inline UserDataRecord& Valid(UserData data) {
   if (data == nullptr) throw Refused{paramErr};
   return *data;
+}
+inline ExporterRecord& Valid(MovieExportComponent component) {
+  if (component == nullptr) throw Refused{invalidComponentID};
+  return *component;
 }
 
 }  // namespace toolbox

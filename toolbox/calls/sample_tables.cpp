@@ -1,4 +1,4 @@
-// Sample tables: samples on their way from one media to another, by reference.
+// Sample tables: samples copied from one media to another, by reference.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -27,7 +27,7 @@ std::int64_t QTSampleTableGetNumberOfSamples(QTMutableSampleTableRef table) {
 OSErr QTSampleTableGetProperty(QTMutableSampleTableRef table, FourCC propertyClass, FourCC property,
                                std::size_t room, void* value, std::size_t* used) {
   return Call("QTSampleTableGetProperty", [&] {
-    const TimeValue duration = Valid(table).samples.Duration();
+    const TimeValue duration = Valid(table).samples.Duration().units;
     if (propertyClass != kQTPropertyClass_SampleTable ||
         property != kQTSampleTablePropertyID_TotalDecodeDuration) {
       throw Refused{featureUnsupported};
@@ -48,14 +48,14 @@ OSErr CopyMediaMutableSampleTable(Media media, TimeValue start, TimeValue* actua
   return Call("CopyMediaMutableSampleTable", [&] {
     const MediaRecord& record = Valid(media);
     const SampleTable& samples = record.samples;
-    if (start < 0 || start >= samples.Duration()) throw Refused{invalidTime};
-    // From the start on samples without a duration are meant too.
-    const std::uint64_t from = start == 0 ? 0 : samples.SampleAt(start);
-    const TimeValue time = samples.TimeOf(from);
+    if (start < 0 || start >= samples.Duration().units) throw Refused{invalidTime};
+    // SampleAt finds the last sample at a time, and samples without a duration may be before it.
+    const std::uint64_t from = start == 0 ? 0 : samples.SampleAt({start});
+    const TimeValue time = samples.TimeOf(from).units;
     std::uint64_t to = samples.Count();
     if (maxSamples > 0) to = std::min(to, from + static_cast<std::uint64_t>(maxSamples));
-    if (maxDuration > 0 && maxDuration < samples.Duration() - time) {
-      to = std::min(to, samples.SampleAt(time + maxDuration));
+    if (maxDuration > 0 && maxDuration < samples.Duration().units - time) {
+      to = std::min(to, samples.SampleAt({time + maxDuration}));
     }
     auto copy = std::make_unique<SampleTableRecord>(record.Copy(from, std::max(to, from + 1)));
     if (actualStart != nullptr) *actualStart = time;

@@ -1,24 +1,25 @@
-// Samples: which is shown when, what it holds, and new ones.
+// Samples: when they are shown, reading them, and adding new ones.
 #include <bit>
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_times.h"
-#include "toolbox/read/sample_data.h"
+#include "toolbox/references/sample_data.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
 namespace {
 
-// Sets a result that the caller may not want.
+// Sets a result unless the caller passed null for it.
 template <class T>
 void Give(T* result, std::int64_t value) {
   if (result != nullptr) *result = static_cast<T>(value);
 }
 
-// The sample on show at a media time. Throws Refused: invalidTime.
-std::uint64_t SampleOnShowAt(const MediaRecord& media, TimeValue time) {
-  const auto [first, last] = media.samples.SamplesShownIn(time, time + 1);
+// The index of the sample that is shown at a media time. Throws Refused: invalidTime.
+std::uint64_t SampleShownAt(const MediaRecord& media, TimeValue time) {
+  const auto [first, last] = SamplesShownIn(media.samples, {time}, {time + 1});
   if (time < 0 || first == last) throw Refused{invalidTime};
   return first;
 }
@@ -57,11 +58,11 @@ OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow, std::int32_t
     if (out == nullptr) throw Refused{nilHandleErr};
     if (maxGrow < 0) throw Refused{paramErr};
     const std::uint64_t longest = maxGrow == 0 ? INT32_MAX : static_cast<std::uint32_t>(maxGrow);
-    SampleData data = ReadSample(record, SampleOnShowAt(record, at), longest);
+    SampleData data = ReadSample(record, SampleShownAt(record, at), longest);
     const bool isSync = record.samples.SyncAtOrBefore(data.first) == data.first;
     Give(size, static_cast<std::int64_t>(data.bytes.size()));
-    Give(sampleTime, record.samples.ShownAt(data.first));
-    Give(durationPerSample, record.samples.DurationOf(data.first));
+    Give(sampleTime, ShownAt(record.samples, data.first).units);
+    Give(durationPerSample, record.samples.DurationOf(data.first).units);
     Give(descriptionNumber, data.description + std::int64_t{1});
     Give(count, data.count);
     Give(flags, isSync ? 0 : mediaSampleNotSync);

@@ -1,4 +1,4 @@
-// Segments: stretches laid in, taken out, stretched.
+// Segments of movies and tracks: inserting, deleting and scaling.
 #include "toolbox/movie/segments.h"
 
 #include <optional>

@@ -1,16 +1,16 @@
-// String objects, their encodings and the paths they hold.
+// Strings, their encodings, and the paths and settings that they name.
 #include <algorithm>
+#include <boost/filesystem/path.hpp>
 #include <climits>
 #include <cstring>
-
-#include <boost/filesystem/path.hpp>
-#include <boost/property_tree/ini_parser.hpp>
-#include <boost/property_tree/ptree.hpp>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "toolbox/calls/call.h"
+#include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/disk/user_folders.h"
+#include "toolbox/disk/preferences.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/text/encoding.h"
 #include "toolbox/text/language.h"
@@ -18,9 +18,10 @@
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
-
 namespace {
 
+// Both return a new string, which the caller releases. The second throws Refused: paramErr (bytes
+// that are not valid in the encoding).
 CFStringRef NewString(std::string text) {
   return std::make_unique<StringRecord>(StringRecord{std::move(text)}).release();
 }
@@ -31,7 +32,7 @@ CFStringRef NewString(ByteSpan bytes, CFStringEncoding encoding, bool markMayLea
   return NewString(std::move(*text));
 }
 
-// The units of the range.
+// The UTF-16 units in the range. Throws Refused: paramErr (a range outside the text).
 std::u16string_view Part(const std::u16string& text, CFRange range) {
   const auto size = static_cast<std::int64_t>(text.size());
   if (range.location < 0 || range.location > size || range.length < 0 ||
@@ -42,11 +43,20 @@ std::u16string_view Part(const std::u16string& text, CFRange range) {
                                           static_cast<std::size_t>(range.length));
 }
 
+// Throws Refused: bdNamErr (the path or a name in it is too long for the system).
+void CheckLengths(const boost::filesystem::path& path) {
+  if (path.size() >= PATH_MAX) throw Refused{bdNamErr};
+  for (const boost::filesystem::path& name : path) {
+    if (name.size() > NAME_MAX) throw Refused{bdNamErr};
+  }
+}
+
 }  // namespace
 
 CFStringRef CFStringCreateWithCString(const void*, const char* text, CFStringEncoding encoding) {
   return Call("CFStringCreateWithCString", [&] {
     if (text == nullptr) throw Refused{paramErr};
+    // Not checked: a path may have bytes that are not UTF-8.
     if (encoding == kCFStringEncodingUTF8) return NewString(text);
     return NewString({reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)}, encoding,
                      false);
@@ -114,12 +124,8 @@ OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style, std::u
     if (path == nullptr || style != kQTPOSIXPathStyle) throw Refused{paramErr};
     const boost::filesystem::path file(path->text);
     if (!file.is_absolute()) throw Refused{paramErr};
-    if (file.size() >= PATH_MAX) throw Refused{bdNamErr};
-    for (const boost::filesystem::path& name : file) {
-      if (name.size() > NAME_MAX) throw Refused{bdNamErr};
-    }
-    *dataRef = std::make_unique<HandleRecord>(HandleRecord{AliasRecord(file, {})}).release();
-    *dataRefType = FourCC{"alis"};
+    CheckLengths(file);
+    *dataRef = HandleFor(OtherFile{file}, {}, *dataRefType);
   });
 }
 
@@ -127,18 +133,9 @@ bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application, b
   *valid = false;
   return Call("CFPreferencesGetAppBooleanValue", [&] {
     if (key == nullptr || application == nullptr) throw Refused{paramErr};
-    const auto folder = ConfigurationFolder();
-    boost::property_tree::ptree settings;
-    if (!folder) return false;
-    try {
-      boost::property_tree::read_ini((*folder / (application->text + ".conf")).native(), settings);
-    } catch (const boost::property_tree::ini_parser_error&) {
-      return false;  // no settings, or none that can be read
-    }
-    const auto text = settings.get<std::string>(key->text, {});
-    const bool isTrue = text == "true" || text == "yes" || text == "1";
-    *valid = isTrue || text == "false" || text == "no" || text == "0";
-    return isTrue;
+    const std::optional<bool> value = BooleanPreference(application->text, key->text);
+    *valid = value.has_value();
+    return value.value_or(false);
   });
 }
 

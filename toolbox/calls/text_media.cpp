@@ -1,4 +1,4 @@
-// Text media: samples of text and how they look.
+// Text media: adding samples of text and their style.
 #include <cstring>
 
 #include "toolbox/calls/call.h"
@@ -9,6 +9,7 @@
 namespace toolbox {
 namespace {
 
+// Null is black.
 TextDescription::Color ColorOf(const RGBColor* color) {
   if (color == nullptr) return {};
   return {color->red, color->green, color->blue};
@@ -43,7 +44,7 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     look.face = face;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text);
     const MediaTime time = media.AddSample(EncodeTextSample({bytes, size}, media.textEncoding),
-                                           DescriptionOf(look), duration);
+                                           DescriptionOf(look), {duration});
     if (sampleTime != nullptr) *sampleTime = time.units;
   });
 }

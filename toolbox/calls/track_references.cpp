@@ -7,7 +7,7 @@
 namespace toolbox {
 namespace {
 
-// 0, the number of none, where no number can be.
+// The number of a reference; 0, which no reference has, for a negative one.
 std::size_t ReferenceNumber(std::int32_t number) {
   return number < 0 ? 0 : static_cast<std::size_t>(number);
 }

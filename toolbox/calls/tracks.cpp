@@ -1,14 +1,14 @@
-// Tracks: finding, making, and what holds for the whole of one.
+// Tracks: finding, adding and removing them, and calls about a whole track.
 #include "toolbox/movie/track.h"
 
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/disk/byte_source.h"
 #include "toolbox/movie/cuts.h"
 #include "toolbox/movie/media_types.h"
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/new_media.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
@@ -92,9 +92,10 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
     MovieRecord& movie = Valid(destination);
     std::optional<DataReference> reference;
     if (dataRef != nullptr) reference = FileAt(PathOf(dataRef, dataRefType));
-    TrackRecord& made = movie.AddTrackLike(like);
-    if (reference && made.media) made.media->dataReferences.push_back(*reference);
-    *track = &made;
+    // The reference is checked before a track is added.
+    TrackRecord& added = movie.AddTrackLike(like);
+    if (reference && added.media) added.media->dataReferences.push_back(*reference);
+    *track = &added;
   });
 }
 

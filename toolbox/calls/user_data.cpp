@@ -1,4 +1,4 @@
-// User data: items by type and number, texts by language.
+// User data: items of a type, by number, and the texts in them, by language.
 #include "toolbox/movie/user_data.h"
 
 #include "toolbox/calls/call.h"
@@ -9,7 +9,7 @@
 namespace toolbox {
 namespace {
 
-// A negative number is that of no item.
+// The number of an item. Throws Refused: userDataItemNotFound (a negative number).
 std::size_t ItemNumber(std::int32_t number) {
   if (number < 0) throw Refused{userDataItemNotFound};
   return static_cast<std::size_t>(number);

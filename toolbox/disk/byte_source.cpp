@@ -10,11 +10,15 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <optional>
+
+#include "toolbox/disk/system_error.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
 
-// Pages of a file, looked at where the system keeps them.
+// Pages of a file in the page cache of the system.
 class Mapping final : public HeldBytes::Holder {
  public:
   Mapping(int file, std::uint64_t at, std::size_t length)
@@ -26,7 +30,7 @@ class Mapping final : public HeldBytes::Holder {
     if (pages_ != MAP_FAILED) munmap(pages_, length_);
   }
 
-  // Brings all of them in; false where the system cannot do so, be it for a damaged disk.
+  // Reads all of them; false where the system cannot, for example from a damaged disk.
   bool Fill() const {
 #ifdef MADV_POPULATE_READ
     return pages_ != MAP_FAILED && madvise(pages_, length_, MADV_POPULATE_READ) == 0;
@@ -36,7 +40,7 @@ class Mapping final : public HeldBytes::Holder {
   }
   const std::uint8_t* Data() const { return static_cast<const std::uint8_t*>(pages_); }
 
-  // A copy takes their place.
+  // Puts a copy in the place of the pages.
   void Own() const override {
     if (isOwned_) return;
     void* copy = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -55,8 +59,8 @@ class Mapping final : public HeldBytes::Holder {
   mutable bool isOwned_ = false;
 };
 
-// The bytes [at, at + size) of a file without a copy; nothing where that cannot be: reading will
-// tell why.
+// The bytes [at, at + size) of a file without a copy; nothing where that fails. Reading them then
+// reports why.
 std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
   const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
   const auto mapping = std::make_shared<const Mapping>(file, at - before, before + size);
@@ -103,48 +107,6 @@ HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
 void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
   if (at > bytes_.size() || into.size() > bytes_.size() - at) throw Refused{eofErr};
   std::ranges::copy(bytes_.subspan(at, into.size()), into.begin());
-}
-
-std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path) {
-  const std::optional<struct stat> status = StatusOf(path);
-  if (!status) return std::nullopt;
-  return FileIdentity{.device = status->st_dev, .inode = status->st_ino};
-}
-
-OtherFile FileAt(const boost::filesystem::path& path) { return {path, IdentityOf(path)}; }
-
-Refused RefusedBy(int errorNumber) {
-  switch (errorNumber) {
-    case ENOSPC:
-    case EDQUOT:
-      return {dskFulErr};
-    case ENAMETOOLONG:
-    case EILSEQ:
-      return {bdNamErr};
-    case EMFILE:
-    case ENFILE:
-      return {tmfoErr};
-    case ENOENT:
-    case ENOTDIR:
-      return {fnfErr};
-    case EROFS:
-      return {vLckdErr};
-    case ETXTBSY:
-    case EBUSY:
-    case EWOULDBLOCK:
-      return {fBsyErr};  // a lock or a lease in the way
-    case EEXIST:
-      return {dupFNErr};
-    case ENOMEM:
-      return {memFullErr};
-    case EISDIR:
-      return {notAFileErr};
-    case EACCES:
-    case EPERM:
-      return {afpAccessDenied};
-    default:
-      return {ioErr};
-  }
 }
 
 }  // namespace toolbox

@@ -1,16 +1,13 @@
-// Where bytes are read from: a file or memory behind one small interface.
+// Where bytes are read from: a file or memory, through one small interface.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
-#include <optional>
 #include <span>
 
 #include "toolbox/bytes.h"
 #include "toolbox/disk/descriptor.h"
 #include "toolbox/held_bytes.h"
-#include "toolbox/movie/data_reference.h"
-#include "toolbox/refused.h"
 
 namespace toolbox {
 
@@ -35,8 +32,8 @@ class FileSource final : public ByteSource {
 
   std::uint64_t Size() const override { return size_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
-  // Much at once is looked at where the system keeps it and not copied: until it is owned, whoever
-  // writes to the file changes it, and whoever cuts the file short ends the process.
+  // Maps a large piece into memory and does not copy it. Until the piece is owned, writing to the
+  // file changes it, and cutting the file off ends the process.
   HeldBytes Load(std::uint64_t at, std::size_t size) const override;
   int Descriptor() const override { return file_.Number(); }
 
@@ -45,7 +42,7 @@ class FileSource final : public ByteSource {
   std::uint64_t size_ = 0;
 };
 
-// Bytes that somebody else keeps alive.
+// Bytes in memory; the caller keeps them alive.
 class MemorySource final : public ByteSource {
  public:
   explicit MemorySource(ByteSpan bytes) : bytes_(bytes) {}
@@ -55,14 +52,5 @@ class MemorySource final : public ByteSource {
  private:
   ByteSpan bytes_;
 };
-
-// Nothing when the file does not exist. Throws Refused when that cannot be told.
-std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path);
-
-// The reference to the file at `path`, which may not exist. Throws as IdentityOf.
-OtherFile FileAt(const boost::filesystem::path& path);
-
-// The refusal that stands for a failed system call.
-Refused RefusedBy(int errorNumber);
 
 }  // namespace toolbox

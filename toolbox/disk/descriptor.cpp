@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/system_error.h"
 
 namespace toolbox {
 

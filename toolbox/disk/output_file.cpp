@@ -12,25 +12,28 @@
 #include <optional>
 #include <utility>
 
-#include "toolbox/disk/block_cache.h"
+#include "toolbox/disk/block_reader.h"
+#include "toolbox/disk/perform.h"
+#include "toolbox/disk/system_error.h"
 #include "toolbox/disk/temporary_file.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
 
 namespace fs = boost::filesystem;
 
-// Not larger: from 512 KiB on, writing a byte was seen to cost the kernel four times as much.
+// Not larger: from 512 KiB on the kernel was measured to need four times as long for a byte.
 constexpr std::size_t kBufferSize = 64 << 10;
-constexpr std::uint64_t kKernelPiece = 64 << 10;  // from here on a system call for each piece pays
+constexpr std::uint64_t kKernelPiece = 64 << 10;  // a system call for a piece of this size pays
 constexpr std::uint64_t kKernelStep = 1 << 30;  // at most, so that a signal is heard in between
 constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
 
 // Where `target` leads to, also when nothing is there yet: renaming over a link would replace the
 // link.
 fs::path Followed(const fs::path& target) {
-  constexpr int kMostLinks =
-      40;  // as the system has it; a circle is then refused like any link left over
+  // The limit of the system. The last link of a circle is then refused like any other link.
+  constexpr int kMostLinks = 40;
   fs::path path = target.has_parent_path() ? target : "." / target;
   for (int links = 0; links < kMostLinks; ++links) {
     boost::system::error_code notALink;
@@ -55,10 +58,10 @@ bool IsOpenHere(const struct stat& file) {
   return failed.failed();
 }
 
-// Refuses a file that is protected or that somebody is using. The rename would ask for neither.
+// Refuses a file that is protected or in use. The rename itself would check neither.
 void CheckReplaceable(const fs::path& path, const struct stat& existing) {
-  // A movie may replace its own input, which is then open here: the lease below would be refused on
-  // account of our own descriptor.
+  // A movie may replace its own input, which is then open here. The lease below would be refused
+  // because of that descriptor.
   const bool isOpenHere = IsOpenHere(existing);
 
   const Descriptor file(path, O_WRONLY | O_NONBLOCK);
@@ -67,8 +70,8 @@ void CheckReplaceable(const fs::path& path, const struct stat& existing) {
   if (flock(file.Number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
 #ifdef F_SETLEASE
   if (isOpenHere) return;
-  // Somebody opening the file this very moment breaks the lease: by a signal that does no harm,
-  // where the usual one would end the process.
+  // Another process that opens the file at this moment breaks the lease with a signal. SIGURG does
+  // no harm; the usual signal would end the process.
   fcntl(file.Number(), F_SETSIG, SIGURG);
   if (fcntl(file.Number(), F_SETLEASE, F_WRLCK) == 0) {
     fcntl(file.Number(), F_SETLEASE, F_UNLCK);
@@ -142,14 +145,16 @@ struct OutputFile::State {
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
 
-  // Runs `body`. A file with a part missing must not be given its name by a caller that goes on.
+  // Runs `body`. A file with a part missing must not get its name, even if the caller goes on.
   void Step(auto body) {
     if (!std::exchange(isSound, false)) throw Refused{ioErr};
     body();
     isSound = true;
   }
 
-  void Write(ByteSpan bytes) {
+  std::uint64_t Position() const { return written + gathered; }
+
+  void HandOver(ByteSpan bytes) {
     while (!bytes.empty()) {
       const ssize_t put = write(File(), bytes.data(), bytes.size());
       if (put < 0 && errno == EINTR) continue;
@@ -159,23 +164,23 @@ struct OutputFile::State {
     }
   }
 
-  void Drain() { Write({buffer.data(), std::exchange(gathered, 0)}); }
+  void Drain() { HandOver({buffer.data(), std::exchange(gathered, 0)}); }
 
-  // Free room in the buffer for up to `wanted` bytes: all of them when they fit into a buffer at
-  // all.
+  // Free room in the buffer: `wanted` bytes, or all of an empty buffer when it is smaller.
   std::span<std::uint8_t> Room(std::uint64_t wanted) {
     const std::uint64_t size = std::min<std::uint64_t>(wanted, kBufferSize);
     if (size > kBufferSize - gathered) Drain();
     return {buffer.data() + gathered, size};
   }
 
-  void Append(ByteSpan bytes) {
+  void Write(std::uint64_t at, ByteSpan bytes) {
+    if (at != Position()) throw Refused{ioErr};
     if (bytes.size() < kKernelPiece) {
       std::ranges::copy(bytes, Room(bytes.size()).begin());
       gathered += bytes.size();
     } else {
       Drain();
-      Write(bytes);
+      HandOver(bytes);
     }
   }
 
@@ -220,17 +225,22 @@ struct OutputFile::State {
     cache.Forget();
   }
 
-  void Commit() {
+  void Sync() {
+    Drain();
+    if (temporary && StatusOf(target) && fsync(File()) != 0) throw RefusedBy(errno);
+  }
+
+  void CutOff(std::uint64_t size) {
+    if (size != Position()) throw Refused{ioErr};
+    Drain();
+    if (reserved > size && ftruncate(File(), static_cast<off_t>(size)) != 0) throw RefusedBy(errno);
+  }
+
+  void TakeName() {
     Flush();
     if (!temporary) return direct.Close();
-    if (reserved > written && ftruncate(File(), static_cast<off_t>(written)) != 0) {
-      throw RefusedBy(errno);
-    }
     const bool replaces = StatusOf(target).has_value();
     if (replaces && existing == Existing::kRefuse) throw Refused{dupFNErr};
-    // After a power cut either the old file must be there or the whole new one. A new name is not
-    // synced: nobody's file is lost with it.
-    if (replaces && fsync(File()) != 0) throw RefusedBy(errno);
     temporary->TakeName(target);
     if (replaces) SyncFolder(target.parent_path());
   }
@@ -260,7 +270,19 @@ OutputFile::OutputFile(const fs::path& target, Existing existing)
 
 OutputFile::~OutputFile() = default;
 
-std::uint64_t OutputFile::Position() const { return state_->written + state_->gathered; }
+std::uint64_t OutputFile::Position() const { return state_->Position(); }
+
+void OutputFile::Write(std::uint64_t at, ByteSpan bytes) {
+  state_->Step([&] { state_->Write(at, bytes); });
+}
+
+void OutputFile::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
+                      std::uint64_t length) {
+  state_->Step([&] {
+    if (at != Position()) throw Refused{ioErr};
+    state_->Copy(source, from, length);
+  });
+}
 
 void OutputFile::Reserve(std::uint64_t size) {
   state_->Step([&] {
@@ -269,20 +291,22 @@ void OutputFile::Reserve(std::uint64_t size) {
   });
 }
 
-void OutputFile::Append(ByteSpan bytes) {
-  state_->Step([&] { state_->Append(bytes); });
-}
-
-void OutputFile::Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-  state_->Step([&] { state_->Copy(source, at, length); });
-}
-
 void OutputFile::Flush() {
   state_->Step([&] { state_->Flush(); });
 }
 
-void OutputFile::Commit() {
-  state_->Step([&] { state_->Commit(); });
+void OutputFile::Sync() {
+  state_->Step([&] { state_->Sync(); });
 }
+
+void OutputFile::CutOff(std::uint64_t size) {
+  state_->Step([&] { state_->CutOff(size); });
+}
+
+void OutputFile::TakeName() {
+  state_->Step([&] { state_->TakeName(); });
+}
+
+void OutputFile::Commit() { Perform({NamingStage(Position())}, *this, nullptr); }
 
 }  // namespace toolbox

@@ -12,7 +12,7 @@
 #include <random>
 #include <string>
 
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/system_error.h"
 
 namespace toolbox {
 namespace {

@@ -1,4 +1,4 @@
-// A file under a passing name, which goes with its owner or with the process.
+// A file with a temporary name, which is removed with its owner or with the process.
 #pragma once
 
 #include <sys/types.h>
@@ -11,7 +11,7 @@
 namespace toolbox {
 
 // Removed unless it takes its name: by the destructor, at exit, and by the signals that end a
-// process from outside (SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU) where nobody else
+// process from outside (SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU), unless the process
 // ignores or handles them. While one exists, exceeding the limit on file sizes is an error of the
 // write, not a signal.
 //

@@ -9,7 +9,7 @@ namespace {
 
 void CheckScaling(MovieTime from, MovieTime length, MovieTime newLength) {
   if (from.units < 0) throw Refused{invalidTime};
-  // Nothing can be made to last, and what lasts no time would be lost.
+  // A part of length 0 cannot be stretched, and one that becomes 0 long would lose its media.
   if (length.units <= 0 || newLength.units <= 0) throw Refused{invalidDuration};
 }
 
@@ -48,7 +48,7 @@ void ScaleSegment(MovieRecord& movie, MovieTime from, MovieTime length, MovieTim
 void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime mediaTime,
                  MediaTime length, double rate) {
   if (!track.media) throw Refused{noMediaHandler};
-  const MediaTime end{track.media->samples.Duration()};
+  const MediaTime end = track.media->samples.Duration();
   if ((at && at->units < 0) || mediaTime.units < 0 || mediaTime > end) throw Refused{invalidTime};
   if (length.units < 0 || rate <= 0) throw Refused{invalidDuration};
   if (length.units == 0) return;

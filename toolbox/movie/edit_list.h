@@ -1,4 +1,4 @@
-// The edits of a track: which stretch of its media is shown when.
+// The edits of a track: which part of its media is shown when. ISO/IEC 14496-12 8.6.6.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +9,12 @@
 
 namespace toolbox {
 
+// Shows media from `mediaTime` on for `duration` movie units, or nothing if the edit is empty.
 struct Edit {
-  MovieTime start;  // where it stands in the movie
+  MovieTime start;
   MovieTime duration;  // > 0
-  MediaTime mediaTime;  // what is shown first; kNothing for a stretch without media
-  double rate = 1.0;  // media seconds shown a movie second; 1.0 where nothing is shown
+  MediaTime mediaTime;  // kNothing: an empty edit
+  double rate = 1.0;  // seconds of media shown in a second of the movie; 1.0 in an empty edit
 
   static constexpr MediaTime kNothing{-1};
   bool IsEmpty() const { return mediaTime == kNothing; }
@@ -21,10 +22,11 @@ struct Edit {
   friend bool operator==(const Edit&, const Edit&) = default;
 };
 
-// Edits one behind the other from movie time 0, always in normal form: none without length,
-// neighbours that continue one another merged, no empty stretch at the end.
+// Edits without gaps from movie time 0 on, always in normal form: no edit has length 0, neighbours
+// that continue one another are one edit, and the last edit is not empty.
 //
-// An edit list does not know its scales: every change that cuts or joins edits is told the Clock.
+// An edit list does not know its time scales. Each change that cuts or joins edits takes a Clock.
+// In the pictures A and B are edits, and - - is an empty edit.
 class EditList {
  public:
   EditList() = default;
@@ -32,58 +34,76 @@ class EditList {
   const std::vector<Edit>& Edits() const { return edits_; }
   // Where the last edit ends.
   MovieTime Duration() const { return edits_.empty() ? MovieTime{} : edits_.back().End(); }
-  // The length of the empty stretch in front.
+  // The length of the empty edit at the start.
   MovieTime Offset() const;
 
-  // Adds one edit behind the last; whoever adds an empty one follows it up, or calls TrimEnd.
+  // Adds an edit after the last. After an empty one, append another edit or call TrimEnd.
+  //
+  //   |   A   |                    |   A   |  new  |
+  //                           ->           |<dur. >|
   void Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock);
 
-  // Adds an edit that shows `length` media units behind the last. Where the last ends, to the unit
-  // of the movie, with what this one starts with, both become one that is rounded once: parts that
-  // follow one another in the media never drift, however many they are.
+  // Adds an edit that shows `length` media units after the last. If the media continue where the
+  // last edit ends, rounded to movie units, that edit becomes longer instead and is rounded once,
+  // so any number of parts that follow one another do not drift.
+  //
+  //   |   A   |                    |   A   |  new  |       or   |   A + new   |
+  //                           ->
   void AppendMedia(MediaTime mediaTime, MediaTime length, double rate, Clock clock);
 
-  // Lays `other` in at `at` and moves what follows right by `length`, at least other.Duration(). A
-  // gap in front or behind becomes an empty edit.
+  // Inserts `other` at `at`. What follows moves right by `length`, at least other.Duration(). A gap
+  // before or after `other` becomes an empty edit.
   //
   //   |   A   |   B   |            |   A   | other |   B   |
   //           ^ at            ->           |<length>
   void Insert(const EditList& other, MovieTime at, MovieTime length, Clock clock);
 
-  // Takes [from, from + length) out and closes the gap; an edit cut in its middle becomes two.
+  // Removes [from, from + length) and closes the gap. An edit cut in its middle becomes two.
   //
   //   |   A   |   B   |            |  A |  B  |
   //        ^---^              ->
   void Delete(MovieTime from, MovieTime length, Clock clock);
 
-  // Makes [from, from + length) last `newLength`, both above 0, and moves what follows. What is
-  // shown stays what it was; an edit that is left without a unit is gone.
+  // Makes [from, from + length) last `newLength`, both above 0, and moves what follows. It shows
+  // the same media at another rate. An edit that would last less than a movie unit is removed.
   //
   //   |   A   |   B   |            |   A  |     |     |  B  |
   //        ^---^              ->
   void Scale(MovieTime from, MovieTime length, MovieTime newLength, Clock clock);
 
   // The edits within [from, from + length), moved to start at 0.
+  //
+  //   |   A   |   B   |            | A |  B  |
+  //       ^---------^         ->   0
   EditList Segment(MovieTime from, MovieTime length, Clock clock) const;
 
-  // Cuts what edits show beyond the media's end `end`: there is nothing to be seen.
+  // Empties those parts of edits that would show media after its end, which show nothing anyway.
+  //
+  //   |   A   |   B   |            | A |- -|   B   |
+  //       ^ end of the media  ->
   void EndWithMedia(MediaTime end, Clock clock);
 
-  // Moves every boundary b to place(b), which must be monotone with place(0) = 0. What an edit
-  // shows stays what it was when `keepsSpan` (its rate changes), else its rate stays.
+  // Moves every boundary b between edits to place(b), which must be monotone with place(0) = 0. If
+  // `keepsSpan`, an edit shows the same media at another rate; else it keeps its rate.
+  //
+  //   |   A   |   B   |            |     A     |  B  |
+  //   0       b           ->       0           place(b)
   void MapBoundaries(const std::function<MovieTime(MovieTime)>& place, bool keepsSpan, Clock clock);
 
-  // Takes away an empty stretch at the end: space after the last thing shown is no part of a track.
+  // Removes an empty edit at the end: a track ends with the last media it shows.
+  //
+  //   |   A   |- - - -|            |   A   |
+  //                           ->
   void TrimEnd();
 
-  // Shows other media instead: every media time becomes place(it).
+  // Shows other media at the same times: each edit starts with the media time place(its own).
   void MapMedia(const std::function<MediaTime(MediaTime)>& place);
 
   friend bool operator==(const EditList&, const EditList&) = default;
 
  private:
-  // Ends an edit at `at`, if one stands across it, and returns the index of the first edit from
-  // there.
+  // Cuts the edit around `at` in two, if there is one. Returns the index of the first edit from
+  // `at` on.
   std::size_t Split(MovieTime at, Clock clock);
   void Add(Edit edit, Clock clock);
 

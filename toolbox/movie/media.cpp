@@ -4,14 +4,15 @@
 #include <numeric>
 
 #include "toolbox/movie/movie.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
 
 namespace {
 
-// What the references to a file are found by: which file it is, where that is known, and its path,
-// which starts with a slash.
+// The names by which references to a file are found: its path, which starts with a slash, and its
+// identity, if that is known.
 std::vector<std::string> NamesOf(const OtherFile& file) {
   std::vector<std::string> names{file.path.native()};
   if (file.identity) {
@@ -70,19 +71,19 @@ void MediaRecord::SetScale(std::int32_t newScale) {
   header.scale = newScale;
 }
 
-std::optional<OtherFile> MediaRecord::OwnFile() const {
+std::optional<OtherFile> MediaRecord::MovieFile() const {
   return track == nullptr ? std::nullopt : track->movie->file;
 }
 
 DataReference MediaRecord::SeenFromElsewhere(const DataReference& reference) const {
   if (!std::holds_alternative<ThisFile>(reference)) return reference;
-  const std::optional<OtherFile> file = OwnFile();
+  const std::optional<OtherFile> file = MovieFile();
   if (!file) throw Refused{couldNotResolveDataRef};
   return *file;
 }
 
 DataReference MediaRecord::SeenFromHere(const DataReference& reference) const {
-  const std::optional<OtherFile> file = OwnFile();
+  const std::optional<OtherFile> file = MovieFile();
   return file && reference == DataReference(*file) ? DataReference(ThisFile{}) : reference;
 }
 
@@ -92,13 +93,13 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
     return !std::holds_alternative<ThisFile>(reference) &&
            !std::holds_alternative<InMemory>(reference);
   };
-  // What a file says behind its last atom holds for its own movie only.
+  // The bytes after the last atom of a file are true for its own movie only.
   if (track != nullptr && std::ranges::any_of(references, isElsewhere)) track->movie->DropTrailer();
   std::vector<std::uint32_t> map;
   const std::size_t count = dataReferences.size(), known = descriptions.size();
   for (SampleDescription description : strangers) {
     description.dataReference = FindOrAdd(references[description.dataReference]);
-    // Nothing that was here can name a reference that was not.
+    // No old description names a new reference.
     const bool isNew = description.dataReference >= count;
     map.push_back(FindOrAdd(description, isNew ? known : 0));
   }
@@ -107,14 +108,14 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
   if (IsProtected()) throw Refused{featureUnsupported};
-  if (!samples.IsLocated(from, to)) throw Refused{invalidSampleTable};
+  if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable};
   SampleTableRecord table{header.scale, {}, descriptions, {}};
   for (const DataReference& reference : dataReferences) {
     table.dataReferences.push_back(SeenFromElsewhere(reference));
   }
   std::vector<std::uint32_t> same(descriptions.size());
   std::iota(same.begin(), same.end(), 0U);
-  table.samples.AppendSlice(samples, from, to, same);
+  table.samples.AppendSlice(samples, {from, to}, same);
   return table;
 }
 
@@ -126,7 +127,7 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
     seen.push_back(SeenFromHere(reference));
   }
   if (!table.descriptions.empty()) {
-    // A description that names no reference means the first.
+    // A description without a reference means the first.
     const DataReference& first =
         dataReferences.empty() ? seen[table.descriptions.front().dataReference] : dataReferences[0];
     for (const SampleDescription& description : table.descriptions) {
@@ -136,7 +137,7 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
     }
   }
   const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
-  return {samples.AppendInStep(table.samples, from, to, map)};
+  return samples.AppendInStep(table.samples, {from, to}, map);
 }
 
 MediaTime MediaRecord::Join(const MediaRecord& source) {
@@ -152,7 +153,7 @@ MediaTime MediaRecord::Join(const MediaRecord& source) {
     seen.push_back(SeenFromHere(source.SeenFromElsewhere(reference)));
   }
   const std::vector<std::uint32_t> map = Adopt(source.descriptions, seen);
-  const MediaTime base{samples.AppendSlice(source.samples, 0, count, map)};
+  const MediaTime base = samples.AppendSlice(source.samples, {0, count}, map);
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;
 }

@@ -1,4 +1,4 @@
-// A media: samples of one kind, what describes them and where they lie.
+// A media: samples of one kind, their descriptions and the files they are in.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ namespace toolbox {
 
 struct MovieRecord;
 
-// Samples on their way from one media to another, with all it takes to find and to read them.
+// Samples copied from one media to be added to another, with all that is needed to read them.
 struct SampleTableRecord {
   std::int32_t scale = 600;
   std::vector<DataReference> dataReferences;  // none of them ThisFile
@@ -30,18 +30,18 @@ struct SampleTableRecord {
   SampleTable samples;
 };
 
-// What a new media of the same kind takes over.
+// What a new media of the same kind takes over from another.
 struct MediaSettings {
   // The new media has its own dates. Duration and date of modification are those of the file that
   // was read; writing computes both.
   MediaHeader header;
   Handler handler;
   UserDataRecord userData;
-  // What else is in 'mdia', 'minf' and 'dinf': the header of the kind of media among them.
+  // The other children of 'mdia', 'minf' and 'dinf'. One is the header of the kind of media.
   Siblings siblings, infoSiblings, dataSiblings;
 };
 
-// Samples on their way into a media. Their data are held in memory until a movie file is written.
+// Samples that are being added to a media. Their data is in memory until a movie file is written.
 struct NewSamples {
   InMemory block;
   std::uint32_t dataReference = 0;  // that of the media for `block`
@@ -51,62 +51,63 @@ struct NewSamples {
 struct TrackRecord;
 
 struct MediaRecord : MediaSettings {
-  TrackRecord* track = nullptr;  // the track that owns the media; null for one that stands alone
+  TrackRecord* track = nullptr;  // the track that owns the media; null for a media without a track
   std::vector<DataReference> dataReferences;
   std::vector<SampleDescription> descriptions;
   SampleTable samples;
-  std::optional<NewSamples> newSamples;  // there while the media is open for them
-  std::optional<std::uint32_t> textEncoding;  // that further text samples are marked with
+  std::optional<NewSamples> newSamples;  // between BeginEdits and EndEdits
+  std::optional<std::uint32_t> textEncoding;  // of text samples to be added
 
   FourCC Type() const { return handler.subtype; }
-  // Whether any of its samples are encrypted: those can be copied whole, but not cut or joined.
+  // Whether samples are encrypted. Such a media can be copied whole, but not cut or joined.
   bool IsProtected() const;
-  // The description used by samples whose description index is `index`.
+  // The data reference of samples with that description.
   const DataReference& ReferenceOf(std::uint32_t description) const {
     return dataReferences[descriptions[description].dataReference];
   }
 
-  // The index of an equal reference, added when there is none.
+  // The index of an equal reference, which is added if there is none.
   std::uint32_t FindOrAdd(const DataReference& reference);
-  // The index of a description with equal bytes and the same reference, from `first` on; added when
-  // there is none.
+  // The index, at least `first`, of a description with equal bytes and the same reference, which is
+  // added if there is none.
   std::uint32_t FindOrAdd(const SampleDescription& description, std::size_t first = 0);
 
-  // Opens the media for samples: behind those in the block of memory that its first data reference
-  // is, else in a block of its own. Throws Refused: dataAlreadyOpenForWrite, noDefaultDataRef (no
-  // reference), dataNotOpenForWrite (one that leads nowhere).
+  // Opens the media for new samples. Their data goes to the end of the block of memory that is the
+  // first data reference, or else to a new block. Throws Refused: dataAlreadyOpenForWrite,
+  // noDefaultDataRef (there is no reference), dataNotOpenForWrite (the first one is unresolved).
   void BeginEdits();
-  // Adds one; returns the media time at which it will stand. Throws Refused: dataNotOpenForWrite,
-  // invalidDuration (one that has no room in a file).
-  MediaTime AddSample(ByteSpan bytes, SampleDescription description, std::int64_t duration);
-  // Closes it: what was added are samples now. Throws Refused: dataAlreadyClosed.
+  // Adds a sample and returns its decode time. Throws Refused: dataNotOpenForWrite, invalidDuration
+  // (a file cannot state it).
+  MediaTime AddSample(ByteSpan bytes, SampleDescription description, MediaTime duration);
+  // Appends the new samples to `samples`. Throws Refused: dataAlreadyClosed.
   void EndEdits();
 
-  // Re-expresses all times of the samples in `newScale`. Throws Refused (invalidDuration).
+  // Converts all times of the samples to `newScale`. Throws Refused (invalidDuration).
   void SetScale(std::int32_t newScale);
-  // Appends all samples of `source`, by reference: they stay where they are. Returns the media time
-  // at which the first of them now stands. A source that was joined before, and is unchanged since,
-  // is not joined twice. Throws Refused (couldNotResolveDataRef).
+  // Appends all samples of `source` by reference: their data stays in its file. Returns the decode
+  // time of the first one here. A source that was joined before and has not changed since is not
+  // joined again. Throws Refused (couldNotResolveDataRef).
   MediaTime Join(const MediaRecord& source);
 
-  // The samples [from, to), for any other media. Throws Refused: couldNotResolveDataRef,
-  // invalidSampleTable (some lie nowhere), featureUnsupported (encrypted samples).
+  // The samples [from, to), to be added to any media. Throws Refused: couldNotResolveDataRef,
+  // invalidSampleTable (some are in no chunk), featureUnsupported (encrypted samples).
   SampleTableRecord Copy(std::uint64_t from, std::uint64_t to) const;
-  // Appends the samples [from, to) of `table`, whose scale is that of the media, by reference and
-  // as SampleTable::AppendInStep does. Throws Refused: mediaTypesDontMatch (a description cannot
-  // say which file its samples lie in), featureUnsupported (encrypted samples here).
+  // Appends the samples [from, to) of `table` by reference, as SampleTable::AppendInStep does. The
+  // table has the scale of the media. Returns the decode time of the first one here. Throws
+  // Refused: mediaTypesDontMatch (a description cannot name the file of its samples),
+  // featureUnsupported (encrypted samples here).
   MediaTime Append(const SampleTableRecord& table, std::uint64_t from, std::uint64_t to);
 
-  // The file that ThisFile means; nothing for a media that stands alone or was made in memory.
-  std::optional<OtherFile> OwnFile() const;
-  // What a reference of this media is called in a movie that lies elsewhere, and the other way
-  // round. The first throws Refused (couldNotResolveDataRef).
+  // The file that ThisFile means; nothing for a media without a track or of a movie without a file.
+  std::optional<OtherFile> MovieFile() const;
+  // The same reference as a movie in another file states it, and the reverse. The first throws
+  // Refused (couldNotResolveDataRef) if there is no MovieFile.
   DataReference SeenFromElsewhere(const DataReference& reference) const;
   DataReference SeenFromHere(const DataReference& reference) const;
 
  private:
-  // An index here for each of `strangers`, which name `references`; added where there is none. The
-  // movie then holds more than its own file did.
+  // The index here for each of `strangers`, whose data references are `references`. Adds those that
+  // are not here yet. If the references name other files, the movie drops its trailer.
   std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 
@@ -116,12 +117,12 @@ struct MediaRecord : MediaSettings {
     MediaTime base;
   };
   std::unordered_map<const void*, Joined> joined_;
-  // Tells one media's samples from another's for as long as a join may want to know.
+  // Identifies the media; joined_ of another media may outlive it.
   std::shared_ptr<const void> identity_ = std::make_shared<const int>();
-  // Where the references to other files stand, so that joining a thousand of them takes no search
-  // each.
+  // Indexes of the references to other files by their names, so that joining a thousand files needs
+  // no search for each.
   std::unordered_map<std::string, std::uint32_t> fileIndex_;
-  std::uint32_t indexed_ = 0;  // references looked at so far
+  std::uint32_t indexed_ = 0;  // how many references have been put into fileIndex_
 };
 
 }  // namespace toolbox

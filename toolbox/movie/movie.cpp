@@ -13,7 +13,7 @@ constexpr std::uint64_t kUnixEpoch = 2082844800;  // seconds from 1904-01-01 to 
 }  // namespace
 
 std::uint64_t Now() {
-  // Whoever needs the same bytes twice fixes the clock, as other tools let them.
+  // Fixes the clock for those who need the same output bytes each time.
   if (const char* fixed = std::getenv("SOURCE_DATE_EPOCH")) {
     return kUnixEpoch + std::strtoull(fixed, nullptr, 10);
   }

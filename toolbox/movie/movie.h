@@ -1,4 +1,4 @@
-// A movie: tracks on one time line, and what they share.
+// A movie: tracks on one time line, and the settings of the whole.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,13 @@
 
 namespace toolbox {
 
-// The time as files count it: seconds since 1904-01-01 UTC.
+// The time now, as files count it: seconds since 1904-01-01 UTC.
 std::uint64_t Now();
 
-// An atom next to the movie in its file, or what follows the last atom there. It is read only when
-// it is copied.
+// An atom next to the movie in its file, or the bytes after the last atom. It is read only when it
+// is copied.
 struct FileAtom {
-  static constexpr FourCC kTrailer{};  // no atom
+  static constexpr FourCC kTrailer{};  // the bytes after the last atom
 
   FourCC type;
   std::uint64_t at = 0, size = 0;  // bytes
@@ -33,11 +33,11 @@ struct MovieProperties {
   // both.
   MovieHeader header;
   UserDataRecord userData;
-  Siblings siblings;  // what else is in 'moov'
+  Siblings siblings;  // the other children of 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from
-  std::vector<FileAtom> fileAtoms;  // what else of that file belongs to the movie
+  std::vector<FileAtom> fileAtoms;  // atoms of that file that belong to the movie
   std::optional<DataReference> defaultDataReference;
-  // Told, while media of the movie are copied, how many bytes of how many are done. May be empty.
+  // Called while media of the movie are copied, with the bytes done and all bytes. May be empty.
   std::function<void(std::uint64_t done, std::uint64_t all)> progress;
 };
 
@@ -48,9 +48,9 @@ struct MovieRecord : MovieProperties {
   MovieRecord(const MovieRecord&) = delete;  // tracks point back to their movie: Clone
   MovieRecord& operator=(const MovieRecord&) = delete;
 
-  // Where the last track ends.
+  // The end of the longest track.
   MovieTime Duration() const;
-  // Whether its media are those of an MPEG-4 file; else they are QuickTime's.
+  // Whether its media are from an MPEG-4 file and not from a QuickTime file.
   bool IsIso() const;
   // A new track at the end of the list, with the next id.
   TrackRecord& AddTrack();
@@ -59,14 +59,15 @@ struct MovieRecord : MovieProperties {
   TrackRecord& AddTrackLike(const TrackRecord& like);
   // Removes the track and every reference to it.
   void RemoveTrack(const TrackRecord& track);
-  // The same movie once more; sample rows are shared.
+  // A copy of the movie that shares its sample rows.
   std::unique_ptr<MovieRecord> Clone() const;
-  // For a movie that comes to hold more than its own file did: what follows the last atom of that
-  // file speaks of all of it, and is dropped.
+  // Removes the bytes after the last atom of the file. They describe the whole file, so they are
+  // wrong once the movie has media of other files.
   void DropTrailer();
-  // Takes over the preferred rate and volume, the clipping region, the matrix and the user data.
+  // Copies the preferred rate and volume, the clipping region, the matrix and the user data.
   void TakeSettings(const MovieRecord& other);
-  // Re-expresses all times in `newScale`, > 0: boundaries are rounded, so nothing drifts.
+  // Converts all times to `newScale`, > 0. Boundaries of edits are rounded, not their lengths, so
+  // nothing drifts.
   void SetScale(std::int32_t newScale);
 };
 

@@ -1,4 +1,4 @@
-// Samples made up one at a time and added to a media.
+// Adds new samples to a media, one at a time.
 #include <numeric>
 #include <utility>
 
@@ -18,17 +18,17 @@ void MediaRecord::BeginEdits() {
 }
 
 MediaTime MediaRecord::AddSample(ByteSpan bytes, SampleDescription description,
-                                 std::int64_t duration) {
+                                 MediaTime duration) {
   if (!newSamples) throw Refused{dataNotOpenForWrite};
-  if (duration < 0 || duration > UINT32_MAX) throw Refused{invalidDuration};
+  if (duration < MediaTime{} || duration > MediaTime{UINT32_MAX}) throw Refused{invalidDuration};
   if (bytes.size() > UINT32_MAX || newSamples->rows.count == UINT32_MAX) throw Refused{paramErr};
   description.dataReference = newSamples->dataReference;
   const std::uint32_t number = FindOrAdd(description);
   SampleRows& rows = newSamples->rows;
-  const MediaTime time{samples.Duration() + rows.duration};
+  const MediaTime time = samples.Duration() + rows.duration;
   Bytes& data = *newSamples->block.data;
-  rows.AddSample(static_cast<std::uint32_t>(duration), static_cast<std::uint32_t>(bytes.size()),
-                 data.size(), number);
+  rows.AddSample(static_cast<std::uint32_t>(duration.units),
+                 static_cast<std::uint32_t>(bytes.size()), data.size(), number);
   data.insert(data.end(), bytes.begin(), bytes.end());
   return time;
 }
@@ -39,7 +39,7 @@ void MediaRecord::EndEdits() {
   std::iota(same.begin(), same.end(), 0U);
   const SampleTable added(std::make_shared<const SampleRows>(std::move(newSamples->rows)));
   newSamples.reset();
-  samples.AppendSlice(added, 0, added.Count(), same);
+  samples.AppendSlice(added, {0, added.Count()}, same);
 }
 
 }  // namespace toolbox

@@ -1,11 +1,12 @@
-// Runs of equal values, made while the values come.
+// Makes runs of equal values out of values that come one after the other.
 #pragma once
 
 #include <cstdint>
 
 namespace toolbox {
 
-// Joins neighbouring runs of one value before they reach `visit`.
+// Joins neighbouring runs of one value and passes them to visit(count, value). Call Flush at the
+// end.
 template <class Value, class Visit>
 class RunJoiner {
  public:

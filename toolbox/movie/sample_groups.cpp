@@ -115,4 +115,18 @@ std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows) {
   return joined;
 }
 
+std::optional<std::uint32_t> RollDistance(const SampleRows& rows, std::uint32_t row) {
+  for (const SampleGroup& group : rows.groups) {
+    if (group.grouping != FourCC{"roll"}) continue;
+    const auto described = group.descriptions ? group.descriptions->Entries() : std::nullopt;
+    if (!described) continue;
+    const auto after = std::ranges::upper_bound(group.runs, row, {}, &GroupRun::sample);
+    const std::uint32_t number =
+        after == group.runs.begin() ? described->defaultNumber : std::prev(after)->group;
+    if (number == 0 || number > described->entries.size()) continue;
+    if (const auto distance = RollDistanceIn(described->entries[number - 1])) return distance;
+  }
+  return std::nullopt;
+}
+
 }  // namespace toolbox

@@ -43,4 +43,8 @@ struct JoinedGroup {
 // differ between files and their entries cannot be separated.
 std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows);
 
+// How many samples before a row decoding has to start for it to sound right: the distance of its
+// roll group, ISO/IEC 14496-12 10.1. Nothing if it has none.
+std::optional<std::uint32_t> RollDistance(const SampleRows& rows, std::uint32_t row);
+
 }  // namespace toolbox

@@ -26,24 +26,24 @@ void SampleRows::AddTimes(std::uint32_t samples, std::uint32_t delta) {
   samples = std::min(samples, count - timed_);
   if (samples == 0) return;
   const std::uint64_t length = std::uint64_t{samples} * delta;
-  if (length > kLongestMedia - static_cast<std::uint64_t>(duration)) {
+  if (length > kLongestMedia - static_cast<std::uint64_t>(duration.units)) {
     throw Malformed("the samples last longer than can be told");
   }
   if (times.empty() || times.back().delta != delta) times.push_back({timed_, delta, duration});
   timed_ += samples;
-  duration += static_cast<std::int64_t>(length);
+  duration += MediaTime{static_cast<std::int64_t>(length)};
 }
 
-bool SampleRows::MoveEnd(std::int64_t time) {
+bool SampleRows::MoveEnd(MediaTime time) {
   if (count == 0) return false;
   const TimeRun last = times.back();
-  const std::int64_t start = duration - last.delta;
-  if (time <= start || time - start > UINT32_MAX) return false;
+  const MediaTime start = duration - MediaTime{last.delta};
+  if (time <= start || time - start > MediaTime{UINT32_MAX}) return false;
   if (time == duration) return true;
   if (last.sample == count - 1) times.pop_back();
   duration = start;
   --timed_;
-  AddTimes(1, static_cast<std::uint32_t>(time - start));
+  AddTimes(1, static_cast<std::uint32_t>((time - start).units));
   return true;
 }
 
@@ -72,14 +72,14 @@ void SampleRows::AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_
   chunkRuns.Add(count, 1, 1, description);
   chunkOffsets.Add(offset);
   sizes.Add(size);
-  duration += delta;
+  duration += MediaTime{delta};
   timed_ = ++count;
 }
 
-std::int64_t SampleRows::TimeOf(std::uint32_t sample) const {
+MediaTime SampleRows::TimeOf(std::uint32_t sample) const {
   if (sample >= count) return duration;
   const TimeRun& run = TimeRunOf(sample);
-  return run.time + std::int64_t{sample - run.sample} * run.delta;
+  return run.time + MediaTime{std::int64_t{sample - run.sample} * run.delta};
 }
 
 std::uint32_t SampleRows::DurationOf(std::uint32_t sample) const { return TimeRunOf(sample).delta; }
@@ -88,39 +88,39 @@ std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
   return offsets.IsEmpty() ? 0 : offsets.From(sample)->offset;
 }
 
-std::pair<std::uint32_t, std::uint32_t> SampleRows::TimesAround(std::uint32_t sample) const {
+RowRange SampleRows::TimesAround(std::uint32_t sample) const {
   const TimeRun* run = &TimeRunOf(sample);
   return {run->sample, run == &times.back() ? count : run[1].sample};
 }
 
-std::pair<std::uint32_t, std::uint32_t> SampleRows::OffsetsAround(std::uint32_t sample) const {
+RowRange SampleRows::OffsetsAround(std::uint32_t sample) const {
   if (offsets.IsEmpty()) return {0, count};
   const OffsetRuns::Walk run = offsets.From(sample);
   return {run->sample, run->end};
 }
 
-std::uint32_t SampleRows::SampleAt(std::int64_t time) const {
-  // A run without length starts where the next one does, so it is the last that starts by `time`
-  // only at the very end.
+std::uint32_t SampleRows::SampleAt(MediaTime time) const {
+  // A run of duration 0 starts when the next one does, so it is the last one up to `time` only at
+  // the very end.
   const TimeRun& run = RunAt(times, time, &TimeRun::time);
   if (run.delta == 0) return count - 1;
   return std::min(count - 1,
-                  run.sample + static_cast<std::uint32_t>((time - run.time) / run.delta));
+                  run.sample + static_cast<std::uint32_t>((time - run.time).units / run.delta));
 }
 
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
-  // Rounding makes none of them longer by more than a unit.
-  if (Rescale(duration, from, to) + count > static_cast<std::int64_t>(kLongestMedia)) {
+  // Rounding makes no sample longer by more than a unit.
+  if (Rescale(duration.units, from, to) + count > static_cast<std::int64_t>(kLongestMedia)) {
     throw Refused{invalidDuration};
   }
   SampleRows rows = *this;
-  // It states times of the scale that was.
+  // 'cslg' has times in the old scale.
   std::erase_if(rows.otherTables,
                 [](const Sibling& table) { return table.type == FourCC{"cslg"}; });
   rows.times.clear();
   rows.offsets = {};
   rows.timed_ = 0;
-  rows.duration = 0;
+  rows.duration = {};
   const auto addTime = [&rows](std::uint32_t samples, std::int64_t delta) {
     if (delta > UINT32_MAX) throw Refused{invalidDuration};
     rows.AddTimes(samples, static_cast<std::uint32_t>(delta));
@@ -131,22 +131,21 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   };
   const auto place = [from, to](std::int64_t time) { return Rescale(time, from, to); };
   if (to % from == 0) {
-    for (const TimeRun& run : times)
-      addTime(TimesAround(run.sample).second - run.sample, place(run.delta));
+    for (const TimeRun& run : times) addTime(TimesAround(run.sample).Count(), place(run.delta));
     if (offsets.IsEmpty()) return rows;
     offsets.ForEach(0, count, [&](std::uint32_t samples, std::int32_t offset) {
       addOffset(samples, place(offset));
     });
     return rows;
   }
-  // Each sample is rounded on its own; beyond this many that takes too long to be worth it.
+  // Each sample is rounded by itself, which takes too long for more than this many.
   constexpr std::uint32_t kMost = 1 << 25;
   if (count > kMost) throw Refused{invalidDuration};
   RunJoiner<std::int64_t, decltype(addTime)> deltas(addTime);
   RunJoiner<std::int64_t, decltype(addOffset)> shifts(addOffset);
   for (std::uint32_t sample = 0; sample < count; ++sample) {
-    const std::int64_t time = TimeOf(sample);
-    deltas.Add(1, place(TimeOf(sample + 1)) - place(time));
+    const std::int64_t time = TimeOf(sample).units;
+    deltas.Add(1, place(TimeOf(sample + 1).units) - place(time));
     if (!offsets.IsEmpty()) shifts.Add(1, place(time + OffsetOf(sample)) - place(time));
   }
   deltas.Flush();
@@ -154,30 +153,30 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   return rows;
 }
 
-std::int64_t SampleRows::ShownFrom(std::uint32_t from, std::uint32_t to) const {
-  if (offsets.IsEmpty() || from == to) return 0;
+MediaTime SampleRows::ShownFrom(RowRange range) const {
+  if (offsets.IsEmpty() || range.IsEmpty()) return {};
   // Of samples with one offset the first is shown first.
-  const std::int64_t start = TimeOf(from);
-  std::int64_t earliest = start + OffsetOf(from);
-  for (std::uint32_t sample = OffsetsAround(from).second; sample < to;
-       sample = OffsetsAround(sample).second) {
-    const std::int64_t time = TimeOf(sample);
-    if (time + offsets.Smallest() >= earliest) break;
-    earliest = std::min(earliest, time + OffsetOf(sample));
+  const MediaTime start = TimeOf(range.from);
+  MediaTime earliest = start + MediaTime{OffsetOf(range.from)};
+  for (std::uint32_t sample = OffsetsAround(range.from).to; sample < range.to;
+       sample = OffsetsAround(sample).to) {
+    const MediaTime time = TimeOf(sample);
+    if (time + MediaTime{offsets.Smallest()} >= earliest) break;
+    earliest = std::min(earliest, time + MediaTime{OffsetOf(sample)});
   }
   return earliest - start;
 }
 
-std::int64_t SampleRows::ShownUntil(std::uint32_t from, std::uint32_t to) const {
-  const std::int64_t start = TimeOf(from);
-  if (offsets.IsEmpty() || from == to) return TimeOf(to) - start;
+MediaTime SampleRows::ShownUntil(RowRange range) const {
+  const MediaTime start = TimeOf(range.from);
+  if (offsets.IsEmpty() || range.IsEmpty()) return TimeOf(range.to) - start;
   // Of samples with one offset the last is shown last.
-  std::int64_t latest = TimeOf(to) + OffsetOf(to - 1);
-  for (std::uint32_t end = OffsetsAround(to - 1).first; end > from;
-       end = OffsetsAround(end - 1).first) {
-    const std::int64_t time = TimeOf(end);
-    if (time + offsets.Largest() <= latest) break;
-    latest = std::max(latest, time + OffsetOf(end - 1));
+  MediaTime latest = TimeOf(range.to) + MediaTime{OffsetOf(range.to - 1)};
+  for (std::uint32_t end = OffsetsAround(range.to - 1).from; end > range.from;
+       end = OffsetsAround(end - 1).from) {
+    const MediaTime time = TimeOf(end);
+    if (time + MediaTime{offsets.Largest()} <= latest) break;
+    latest = std::max(latest, time + MediaTime{OffsetOf(end - 1)});
   }
   return latest - start;
 }

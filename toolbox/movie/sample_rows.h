@@ -1,9 +1,9 @@
-// The samples of a media as one file states them: rows with their starts, never an object a sample.
+// The samples of a media as one file states them: rows for runs of samples, never an object a
+// sample.
 #pragma once
 
 #include <cstdint>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "toolbox/atoms/encoded_tables.h"
@@ -12,23 +12,37 @@
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/bytes.h"
 #include "toolbox/held_bytes.h"
+#include "toolbox/movie/time.h"
 
 namespace toolbox {
 
-// From `sample` on each lasts `delta` media units; `time` is when the first of them is decoded.
+// The indexes [from, to).
+template <class Index>
+struct IndexRange {
+  Index from = 0, to = 0;
+
+  Index Count() const { return to - from; }
+  bool IsEmpty() const { return from >= to; }
+  friend bool operator==(const IndexRange&, const IndexRange&) = default;
+};
+using RowRange = IndexRange<std::uint32_t>;  // samples of one file, counted there
+using SampleRange = IndexRange<std::uint64_t>;  // samples of a media
+
+// The samples from `sample` on last `delta` media units each. The first is decoded at `time`.
 struct TimeRun {
   std::uint32_t sample = 0, delta = 0;
-  std::int64_t time = 0;
+  MediaTime time;
 };
-// From `sample` on each belongs to the group description of that number, 0 for none.
+// The samples from `sample` on have the group description of that number; 0 is none.
 struct GroupRun {
   std::uint32_t sample = 0, group = 0;
 };
-// Sound of a constant rate is stored in packets that must not be split: `samples` samples in
-// `bytes` bytes. bytes 0: there are no packets, each sample has the size that its table states.
+// Sound of a constant rate is stored in packets of `samples` samples and `bytes` bytes, which must
+// not be split. If `bytes` is 0 there are no packets: each sample has the size in its table.
 struct Packing {
   std::uint32_t samples = 1, bytes = 0;
 };
+// One grouping of the samples, ISO/IEC 14496-12 8.9.
 struct SampleGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
@@ -36,89 +50,87 @@ struct SampleGroup {
   std::vector<GroupRun> runs;
 };
 
-// Indexes start at 0. Once a table shares its rows they never change.
+// Indexes start at 0. Rows never change once a SampleTable shares them.
 struct SampleRows {
   std::uint32_t count = 0;
   Table<TimeRun> times;  // covers all samples
-  std::int64_t duration = 0;  // sum of all deltas
+  MediaTime duration;  // sum of all deltas
   OffsetRuns offsets;  // empty: every offset is 0
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
   std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
   EncodedNumbers sizes;  // by sample
-  ChunkRuns chunkRuns;  // samples beyond them cannot be read
+  ChunkRuns chunkRuns;  // samples after the last chunk cannot be read
   EncodedNumbers chunkOffsets;  // by chunk, in bytes from the start of its file
   std::vector<Packing> packings;  // by description; empty: no packets
   std::optional<std::vector<std::uint32_t>> sync;  // absent: every sample is a sync sample
   std::vector<std::uint32_t> partialSync;
-  // A value for each sample, in order; 0 for samples beyond them.
-  Bytes dependencies;
-  Bytes padding;  // bits at the end of a sample
-  std::vector<std::uint16_t> priorities;  // of what may be left out when there is too much
+  // A value for each sample, in order; 0 for samples after the last value.
+  Bytes dependencies;  // 'sdtp', ISO/IEC 14496-12 8.6.4
+  Bytes padding;  // bits that fill up the last byte of a sample, 8.7.6
+  std::vector<std::uint16_t> priorities;  // for players that cannot show all samples, 8.5.3
   std::vector<SampleGroup> groups;
-  HeldBytes header;  // where those tables lie that are looked at
-  Siblings otherTables;  // tables nobody reads, valid for exactly these samples in this order
+  HeldBytes header;  // the bytes of tables that stay in the form of the file
+  Siblings otherTables;  // tables that are only copied; they hold for exactly these samples
 
-  // For whoever fills a new SampleRows, `count` being known: each adds what the next so many
-  // samples or chunks have in common; what goes beyond `count` is left out. Throws
-  // Malformed where the samples last longer than can be told.
+  // To fill new rows whose `count` is set: each adds a run for the next samples, but none after
+  // `count`. Throws Malformed when the sum of the durations is out of range.
   void AddTimes(std::uint32_t samples, std::uint32_t delta);
   void AddOffsets(std::uint32_t samples, std::int32_t offset);
   void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                  std::uint32_t description);
-  // For whoever makes up samples one at a time: one more behind all others, in a chunk of its own
-  // at `offset` of its file, so that none has to be searched for behind others.
+  // To make rows one by one: adds a sample and counts it. It gets its own chunk, at `offset` of its
+  // file, so no other sample has to be read to find it.
   void AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
                  std::uint32_t description);
-  // Makes the last sample longer or shorter, so that the next is decoded at `time`. False, and
-  // nothing has changed, where it would last no time or longer than a file can state.
-  bool MoveEnd(std::int64_t time);
+  // Makes the last sample longer or shorter, so that it ends at `time`. Changes nothing and returns
+  // false if its duration would be 0 or too large for a file.
+  bool MoveEnd(MediaTime time);
 
   // Decode time of a sample; sample == count gives the end.
-  std::int64_t TimeOf(std::uint32_t sample) const;
+  MediaTime TimeOf(std::uint32_t sample) const;
   std::uint32_t DurationOf(std::uint32_t sample) const;
   std::int32_t OffsetOf(std::uint32_t sample) const;
-  // The samples [first, second) around it that last as long, or that are shown as long after
-  // decoding.
-  std::pair<std::uint32_t, std::uint32_t> TimesAround(std::uint32_t sample) const;
-  std::pair<std::uint32_t, std::uint32_t> OffsetsAround(std::uint32_t sample) const;
+  // The run of samples around it that have its duration, or its offset.
+  RowRange TimesAround(std::uint32_t sample) const;
+  RowRange OffsetsAround(std::uint32_t sample) const;
   // The sample decoded at `time`, 0 <= time < duration.
-  std::uint32_t SampleAt(std::int64_t time) const;
-  // How many samples lie in a chunk.
+  std::uint32_t SampleAt(MediaTime time) const;
+  // How many samples are in a chunk; they are the first ones.
   std::uint32_t Located() const { return chunkRuns.Samples(); }
-  // Bytes of `samples` samples of one chunk, the first of them being `first`.
+  // Bytes of `samples` samples of one chunk, from the sample `first` on.
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples,
                        std::uint32_t description) const {
     return SizeOf(first, samples, description, sizes.Values());
   }
-  // The same for whoever asks for one after the other, of `sizes`.
+  // The same for a caller that asks often; `each` is of `sizes`.
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description,
                        EncodedNumbers::View each) const;
   Packing PackingOf(std::uint32_t description) const {
     return description < packings.size() ? packings[description] : Packing{};
   }
 
-  // The same samples with their times in another scale: exact when `to` is a multiple of `from`,
-  // else rounded by their decode times, so that nothing drifts. Throws Refused (invalidDuration)
-  // when a duration or an offset no longer has room.
+  // The same samples with their times in another scale. Exact if `to` is a multiple of `from`; else
+  // decode times are rounded, not durations, so nothing drifts. Throws Refused (invalidDuration) if
+  // a duration or an offset becomes too large for a file.
   SampleRows Rescaled(std::int32_t from, std::int32_t to) const;
 
-  // When the first and last of [from, to) to be shown start and end being so, counted from the
-  // decode time of `from`.
-  std::int64_t ShownFrom(std::uint32_t from, std::uint32_t to) const;
-  std::int64_t ShownUntil(std::uint32_t from, std::uint32_t to) const;
+  // When the first of `range` to be shown starts to be, and the last one stops; both counted from
+  // the decode time of range.from.
+  MediaTime ShownFrom(RowRange range) const;
+  MediaTime ShownUntil(RowRange range) const;
 
  private:
   const TimeRun& TimeRunOf(std::uint32_t sample) const;
   std::uint32_t timed_ = 0;  // samples covered so far by AddTimes
 };
 
-// Inline, for it is asked once a chunk.
+// Inline because it is called for every chunk.
 inline std::uint64_t SampleRows::SizeOf(std::uint32_t first, std::uint32_t samples,
                                         std::uint32_t description,
                                         EncodedNumbers::View each) const {
   if (constantSize == 0) {
-    if (samples == 1) return each[first];  // as it mostly is
+    if (samples == 1) return each[first];  // the usual case
     std::uint64_t size = 0;
     for (std::uint32_t i = 0; i < samples; ++i) size += each[first + i];
     return size;

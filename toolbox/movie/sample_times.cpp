@@ -1,36 +1,36 @@
 #include "toolbox/movie/sample_times.h"
+#include "toolbox/movie/presentation.h"
 
 #include <algorithm>
 
 namespace toolbox {
 namespace {
 
-// The media time that an edit shows `into` movie units behind its start.
+// The media time that an edit shows `into` movie units after its start.
 MediaTime Shows(const Edit& edit, MovieTime into, Clock clock) {
   return edit.mediaTime + clock.Shown(into, edit.rate, Rounding::kDown);
 }
 
-// The first movie time at which an edit has come to `time`.
+// The first movie time at which an edit has reached the media time `time`.
 MovieTime Reaches(const Edit& edit, MediaTime time, Clock clock) {
   return edit.start + clock.Lasting(time - edit.mediaTime, edit.rate, Rounding::kUp);
 }
 
-// The sample on show at `start`, which begins there or before the edit does.
+// The sample on show at `start`, which starts there or before the edit.
 std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
                                        const TrackRecord& track) {
   const SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  const std::int64_t time = Shows(edit, start - edit.start, clock).units;
-  const auto [first, last] = samples.SamplesShownIn(time, time + 1);
+  const MediaTime time = Shows(edit, start - edit.start, clock);
+  const auto [first, last] = SamplesShownIn(samples, time, time + MediaTime{1});
   if (first == last) return std::nullopt;
-  const MediaTime end{
-      samples.NextShownAfter(time).value_or(std::max(samples.Duration(), samples.ShownUntil()))};
+  const MediaTime end = NextShownAfter(samples, time).value_or(samples.EndTime());
   const MovieTime until = std::min(edit.End(), Reaches(edit, end, clock));
   if (until <= start) return std::nullopt;
   return SampleOnShow{start, until - start};
 }
 
-// The first sample that begins at or after `from` within the edit.
+// The first sample of the edit that starts at or after `from`.
 std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
                                         const TrackRecord& track) {
   if (from <= edit.start) {
@@ -39,10 +39,10 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
   }
   const Clock clock = track.TimeClock();
   const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
-  const auto next = track.media->samples.NextShownAfter(before.units);
+  const auto next = NextShownAfter(track.media->samples, before);
   if (!next) return std::nullopt;
-  // Of those that begin within one unit the last is on show when it is over.
-  const MovieTime start = std::max(from, Reaches(edit, {*next}, clock));
+  // Of samples that start within one movie unit, the last is on show at its end.
+  const MovieTime start = std::max(from, Reaches(edit, *next, clock));
   return start < edit.End() ? OnShowFrom(start, edit, track) : std::nullopt;
 }
 

@@ -1,4 +1,4 @@
-// Between the times of a track and the samples that its media shows then.
+// Which sample of its media a track shows when.
 #pragma once
 
 #include <optional>
@@ -7,22 +7,22 @@
 
 namespace toolbox {
 
-// A sample on show, as far as one edit shows it.
+// When one edit shows a sample.
 struct SampleOnShow {
   MovieTime start, duration;
   friend bool operator==(const SampleOnShow&, const SampleOnShow&) = default;
 };
 
-// The next sample that begins to be shown after `from`, or at `from` when `atFromToo`. A sample
-// begins with the first movie unit in which it is on show; one that is on show in none is passed
-// over. O(log n) in edits and samples.
+// The next sample that starts to be shown after `from`, or at `from` if `atFromToo`. A sample
+// starts with the first movie unit at which it is shown; a sample between two units is skipped.
+// O(log n) in edits and samples.
 //
 //   samples  |  0  |  1  |2|3|   4   |
-//   movie    '   '   '   '   '   '   '    each begins at the first ' at or behind its |
+//   movie    '   '   '   '   '   '   '    a sample starts at the first ' at or after its |
 std::optional<SampleOnShow> NextSampleOnShow(const TrackRecord& track, MovieTime from,
                                              bool atFromToo);
 
-// What is shown at `time`; nothing in an empty stretch or outside the track.
+// The media time shown at `time`; nothing in an empty edit or outside the track.
 std::optional<MediaTime> MediaTimeAt(const TrackRecord& track, MovieTime time);
 
 }  // namespace toolbox

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <vector>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -19,19 +20,20 @@ bool SameAtom(const Siblings& a, const Siblings& b, FourCC type) {
   return first == nullptr || second == nullptr ? first == second : *first == *second;
 }
 
-// A description that names no data reference reads the first file, so its media cannot come to lie
-// in two. One that does lie in two need not be asked.
-bool MayLieInSeveralFiles(const MediaRecord& media) {
+// Whether samples of a media may be in several files. A description that names no data reference
+// means the first one, so with such a description they may not, unless they already are.
+bool MayBeInSeveralFiles(const MediaRecord& media) {
   return media.dataReferences.size() > 1 ||
          std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
 }
 
 bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
-  return a.Type() == b.Type() && MayLieInSeveralFiles(a) && MayLieInSeveralFiles(b) &&
+  return a.Type() == b.Type() && MayBeInSeveralFiles(a) && MayBeInSeveralFiles(b) &&
          !a.IsProtected() && !b.IsProtected();
 }
 
-// QuickTime: 0x7FFF is no particular language.  ISO: it is 'und', packed.
+// The language of a media, with one code for "unspecified".
+// QuickTime: that is 0x7FFF.  ISO: it is 'und', packed.
 std::uint16_t Language(const MediaRecord& media) {
   constexpr std::uint16_t kUnspecified = 0x7FFF, kUndetermined = 0x55C4;
   return media.header.language == kUndetermined ? kUnspecified : media.header.language;
@@ -48,15 +50,15 @@ bool Fits(const TrackRecord& track, const TrackRecord& source) {
          SameAtom(track.siblings, source.siblings, FourCC{"matt"});
 }
 
-// Refuses media whose samples cannot be told from elsewhere, or cannot be decrypted there.
+// Refuses media whose samples cannot be read, or not be decrypted, from another movie.
 void CheckJoinable(const TrackRecord& source) {
   const MediaRecord& media = *source.media;
-  const bool isOwn = std::ranges::any_of(media.dataReferences, [](const DataReference& reference) {
-    return std::holds_alternative<ThisFile>(reference);
-  });
+  const bool isInThisFile = std::ranges::any_of(
+      media.dataReferences,
+      [](const DataReference& reference) { return std::holds_alternative<ThisFile>(reference); });
   if (media.IsProtected()) throw Refused{featureUnsupported};
-  if (isOwn && !source.movie->file) throw Refused{couldNotResolveDataRef};
-  if (media.samples.LocatedCount() < media.samples.Count()) throw Refused{invalidSampleTable};
+  if (isInThisFile && !source.movie->file) throw Refused{couldNotResolveDataRef};
+  if (LocatedCount(media.samples) < media.samples.Count()) throw Refused{invalidSampleTable};
 }
 
 // The edits of [from, from + length) of a source track in the time scale of `movie`.
@@ -74,61 +76,61 @@ EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTi
   return edits;
 }
 
-// An edit may reach past the end of its media, if only by rounding: there it shows nothing, and
-// must not come to show what is joined.
-void MakeRoomBehind(TrackRecord& track) {
+// Makes sure that no edit reaches past the end of its media, if only by rounding: after a join it
+// would show the new samples.
+void EndEditsWithMedia(TrackRecord& track) {
   SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  track.edits.EndWithMedia({std::max(samples.Duration(), samples.ShownUntil())}, clock);
+  track.edits.EndWithMedia(samples.EndTime(), clock);
   for (const Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
-    samples.StretchTo(
-        (edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp)).units);
+    samples.StretchTo(edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp));
   }
 }
 
-// Joins the media of `source`, whose times are those of `sourceMedia`, and lays its edits in.
-void Lay(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edits,
-         TrackRecord& track, MovieTime at, MovieTime room) {
+// Joins the media of `source`, which is `sourceMedia` in the scale of the track, and inserts its
+// edits. What follows moves right by `room`.
+void InsertEdits(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edits,
+                 TrackRecord& track, MovieTime at, MovieTime room) {
   if (&*source.media != &*track.media) {
-    MakeRoomBehind(track);
+    EndEditsWithMedia(track);
     const MediaTime base = track.media->Join(sourceMedia);
     edits.MapMedia([base](MediaTime time) { return time + base; });
   }
   track.edits.Insert(edits, at, room, track.TimeClock());
 }
 
-// A source track, what of it is to be shown, and where that goes.
-struct Pair {
+// A source track, the edits of it that are inserted, and the track they go to.
+struct Insertion {
   const TrackRecord* source;
   EditList edits;
   TrackRecord* target = nullptr;
 };
 
-// The tracks of `source` that show media in [from, from + length).
-std::vector<Pair> TracksToLay(const MovieRecord& source, const MovieRecord& movie, MovieTime from,
-                              MovieTime length) {
-  std::vector<Pair> pairs;
+// The tracks of `source` that show media in [from, from + length), without targets.
+std::vector<Insertion> InsertionsOf(const MovieRecord& source, const MovieRecord& movie,
+                                    MovieTime from, MovieTime length) {
+  std::vector<Insertion> insertions;
   for (const auto& track : source.tracks) {
-    // Packets of a hint track name samples of other tracks by number.
+    // A hint track is left out: its packets name samples of other tracks by number.
     if (!track->media || track->media->Type() == kHint) continue;
     EditList edits = SegmentFor(movie, *track, from, length);
     if (edits.Edits().empty()) continue;
     CheckJoinable(*track);
-    pairs.push_back({track.get(), std::move(edits)});
+    insertions.push_back({track.get(), std::move(edits)});
   }
-  return pairs;
+  return insertions;
 }
 
-// Gives the targets the references that their sources have among themselves.
-void CarryReferences(const std::vector<Pair>& pairs) {
+// Gives the target tracks the references that their sources have among themselves.
+void CarryReferences(const std::vector<Insertion>& insertions) {
   std::map<const TrackRecord*, TrackRecord*> targets;
-  for (const Pair& pair : pairs) targets[pair.source] = pair.target;
-  for (const Pair& pair : pairs) {
-    for (const TrackReferences& references : pair.source->references) {
+  for (const Insertion& insertion : insertions) targets[insertion.source] = insertion.target;
+  for (const Insertion& insertion : insertions) {
+    for (const TrackReferences& references : insertion.source->references) {
       for (const TrackRecord* target : references.targets) {
         const auto found = targets.find(target);
-        if (found != targets.end()) pair.target->Refer(references.type, *found->second);
+        if (found != targets.end()) insertion.target->Refer(references.type, *found->second);
       }
     }
   }
@@ -147,51 +149,52 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   length = std::min(length, source.Duration() - from);
   if (length.units <= 0) return;
   const MovieTime room{Rescale(length.units, source.header.scale, movie.header.scale)};
-  std::vector<Pair> pairs = TracksToLay(source, movie, from, length);
+  std::vector<Insertion> insertions = InsertionsOf(source, movie, from, length);
 
-  // Each track as it was before the call is used at most once, one in the same enabled state first.
+  // Tracks that are as enabled as the source come first; each is used at most once.
   std::vector<TrackRecord*> free;
   for (const auto& track : movie.tracks) free.push_back(track.get());
   for (const bool sameState : {true, false}) {
-    for (Pair& pair : pairs) {
-      if (pair.target != nullptr) continue;
+    for (Insertion& insertion : insertions) {
+      if (insertion.target != nullptr) continue;
       const auto found = std::ranges::find_if(free, [&](const TrackRecord* track) {
-        return (!sameState || track->IsEnabled() == pair.source->IsEnabled()) &&
-               Fits(*track, *pair.source);
+        return (!sameState || track->IsEnabled() == insertion.source->IsEnabled()) &&
+               Fits(*track, *insertion.source);
       });
       if (found == free.end()) continue;
-      pair.target = *found;
+      insertion.target = *found;
       free.erase(found);
     }
   }
-  for (Pair& pair : pairs) {
-    if (pair.target == nullptr) pair.target = &movie.AddTrackLike(*pair.source);
-    Lay(*pair.source, *pair.source->media, std::move(pair.edits), *pair.target, at, room);
+  for (Insertion& insertion : insertions) {
+    if (insertion.target == nullptr) insertion.target = &movie.AddTrackLike(*insertion.source);
+    InsertEdits(*insertion.source, *insertion.source->media, std::move(insertion.edits),
+                *insertion.target, at, room);
   }
   for (TrackRecord* track : free) {
     if (track->edits.Duration() > at) track->edits.Insert({}, at, room, track->TimeClock());
   }
-  CarryReferences(pairs);
+  CarryReferences(insertions);
 }
 
 void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   const MovieTime length = source.Duration();
   if (length.units == 0) return;
-  std::vector<Pair> pairs = TracksToLay(source, movie, {}, length);
+  std::vector<Insertion> insertions = InsertionsOf(source, movie, {}, length);
   const std::int64_t natural = Rescale(length.units, source.header.scale, movie.header.scale);
   const std::int64_t wanted = movie.header.selectionDuration;
-  for (Pair& pair : pairs) {
+  for (Insertion& insertion : insertions) {
     if (wanted > 0 && natural > 0) {
-      pair.edits.MapBoundaries(
+      insertion.edits.MapBoundaries(
           [&](MovieTime time) { return MovieTime{Rescale(time.units, natural, wanted)}; }, true,
-          {movie.header.scale, pair.source->media->header.scale});
+          {movie.header.scale, insertion.source->media->header.scale});
     }
-    pair.target = &movie.AddTrackLike(*pair.source);
-    const MovieTime room = pair.edits.Duration();
-    Lay(*pair.source, *pair.source->media, std::move(pair.edits), *pair.target,
-        {movie.header.selectionTime}, room);
+    insertion.target = &movie.AddTrackLike(*insertion.source);
+    const MovieTime room = insertion.edits.Duration();
+    InsertEdits(*insertion.source, *insertion.source->media, std::move(insertion.edits),
+                *insertion.target, {movie.header.selectionTime}, room);
   }
-  CarryReferences(pairs);
+  CarryReferences(insertions);
   for (std::size_t i = movie.tracks.size(); i-- > 0;) {
     const bool showsMedia = std::ranges::any_of(movie.tracks[i]->edits.Edits(),
                                                 [](const Edit& edit) { return !edit.IsEmpty(); });
@@ -207,8 +210,8 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   const std::int32_t here = track.media->header.scale, there = source.media->header.scale;
   if (here != there && source.media->Type() == kSound) throw Refused{mediaTypesDontMatch};
   const bool isEmpty = track.media->samples.Count() == 0;
-  const bool isOwn = &source == &track;
-  if (!isEmpty && !isOwn && !MayShareMedia(*source.media, *track.media)) {
+  const bool isSameTrack = &source == &track;
+  if (!isEmpty && !isSameTrack && !MayShareMedia(*source.media, *track.media)) {
     throw Refused{mediaTypesDontMatch};
   }
 
@@ -218,11 +221,11 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
       Rescale(length.units, source.movie->header.scale, track.movie->header.scale)};
   EditList edits = SegmentFor(*track.movie, source, from, length);
   if (edits.Edits().empty()) return;
-  if (!isOwn) CheckJoinable(source);
-  if (here == there) return Lay(source, *source.media, std::move(edits), track, at, room);
+  if (!isSameTrack) CheckJoinable(source);
+  if (here == there) return InsertEdits(source, *source.media, std::move(edits), track, at, room);
 
-  // A scale that both media have whole numbers of: exact for both. Where it would be too fine, the
-  // source's times are rounded.
+  // The least common multiple of both scales is exact for both. If it is too fine, or the times do
+  // not fit, the source's times are rounded to the scale here.
   constexpr std::int64_t kFinest = 1'000'000;
   const std::int64_t common = std::lcm(std::int64_t{here}, std::int64_t{there});
   MediaRecord media = *track.media, sourceMedia = *source.media;
@@ -241,7 +244,7 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   edits.MapMedia(inScale(there, sourceMedia.header.scale));
   track.edits.MapMedia(inScale(here, media.header.scale));
   track.media = std::move(media);
-  Lay(source, sourceMedia, std::move(edits), track, at, room);
+  InsertEdits(source, sourceMedia, std::move(edits), track, at, room);
 }
 
 }  // namespace toolbox

@@ -1,43 +1,47 @@
-// Stretches of one movie or track laid into another.
+// Inserts parts of one movie or track into another.
 #pragma once
 
 #include "toolbox/movie/movie.h"
 
 namespace toolbox {
 
-// Lays [from, from + length) of `source` into `movie` at `at`; `from` and `length` in the source's
-// time scale, `at` in the movie's. What stands at or after `at` moves right; the source stays as it
-// is.
+// Inserts [from, from + length) of `source` into `movie` at `at`. `from` and `length` are in the
+// time scale of the source, `at` in that of the movie. What starts at or after `at` moves right.
+// The source does not change.
 //
 //   movie   |   A   |   B   |        |   A   | src |   B   |
 //                   ^ at        ->
 //
-// Each source track goes into a track of the movie that fits (same kind of media, scale, language,
-// size, matrix, clip, matte and alternate group; the same enabled state if there is a choice), each
-// used once; where none fits, a track like the source's is made. References between tracks that
-// came along are kept. Media are joined by reference.
+// Each source track goes into a track of the movie that fits: one with the same kind of media,
+// scale, language, size, matrix, clip, matte and alternate group, preferably also as enabled or
+// disabled as the source. Each track is used once. Where none fits, a track like the source's is
+// added. References among the source tracks are kept. Media are joined by reference: no sample is
+// copied.
 //
-// Throws Refused: invalidTime, invalidDuration, couldNotResolveDataRef, invalidSampleTable,
-// featureUnsupported (encrypted samples); then nothing has changed.
+// Throws Refused before anything changes: invalidTime, invalidDuration, couldNotResolveDataRef,
+// invalidSampleTable, featureUnsupported (encrypted samples).
 void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime from,
                         MovieTime length, MovieTime at);
 
-// Lays the whole of `source` beside what `movie` holds, in tracks of its own: from the start of the
-// movie's selection, stretched to its length, or as long as it is when the selection has none.
+// Adds all of `source` in new tracks of `movie`, from the start of the movie's selection on. It is
+// stretched to the length of the selection, unless that is 0.
 //
 //   movie   |   A   |   B   |        |   A   |   B   |
 //               [selection]     ->       |   src   |
 //
-// Tracks of `movie` without any media are removed. Throws Refused like InsertMovieSegment.
+// Tracks of `movie` that show no media are removed. Throws Refused like InsertMovieSegment.
 void AddMovieSelection(const MovieRecord& source, MovieRecord& movie);
 
-// Lays [from, from + length) of the track `source` into `track` at `at`, each in its own movie's
-// units; later edits move right. The tracks hold the same kind of media; media time scales are
-// brought together, but not those of sound.
+// Inserts [from, from + length) of the track `source` into `track` at `at`, each in the units of
+// its own movie. Later edits move right. Both tracks must have the same kind of media. If the
+// scales of their media differ, both become a common one; sound of different scales is refused.
 //
-// Throws Refused: noMediaHandler, mediaTypesDontMatch, invalidTime, invalidDuration,
-// couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted samples); then nothing
-// has changed.
+//   track   |   A   |   B   |        |   A   | src |   B   |
+//                   ^ at        ->
+//
+// Throws Refused before anything changes: noMediaHandler, mediaTypesDontMatch, invalidTime,
+// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted
+// samples).
 void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at);
 

@@ -9,7 +9,7 @@
 namespace toolbox {
 namespace {
 
-// The list that holds the reference of that number, whose index there `number` becomes.
+// The list that has the reference `number`, counted from 1. `number` becomes its index there.
 template <class Lists>
 auto FindReference(Lists& lists, FourCC type, std::size_t& number) {
   if (number-- == 0) return lists.end();

@@ -1,4 +1,4 @@
-// A track: a media, the edits that show it, and its place in the movie.
+// A track: a media, the edits that show it, and how the movie presents it.
 #pragma once
 
 #include <cstdint>
@@ -15,19 +15,20 @@ namespace toolbox {
 
 struct MovieRecord;
 
-// References of one type to other tracks of the movie; null where a file named a track it lacks.
+// References of one type to other tracks of the movie; null for a track that the file does not
+// have.
 struct TrackReferences {
   FourCC type;
   std::vector<struct TrackRecord*> targets;
 };
 
-// What a new track like another takes over.
+// What a new track like another takes over from it.
 struct TrackSettings {
   // The new track has its own id and dates. Duration and date of modification are those of the file
   // that was read; writing computes both.
   TrackHeader header;
   UserDataRecord userData;
-  Siblings siblings;  // what else is in 'trak': clip, matt, load, tapt, ...
+  Siblings siblings;  // the other children of 'trak': clip, matt, load, tapt, ...
 };
 
 struct TrackRecord : TrackSettings {
@@ -35,22 +36,23 @@ struct TrackRecord : TrackSettings {
   EditList edits;
   std::vector<TrackReferences> references;
   std::optional<MediaRecord> media;
-  Siblings editSiblings;  // what else is in 'edts'
+  Siblings editSiblings;  // the other children of 'edts'
 
   bool IsEnabled() const { return (header.flags & TrackHeader::kEnabled) != 0; }
+  // The time scales of the movie and of the media; without a media, the movie's for both.
   Clock TimeClock() const;
-  // Gives the track its media.
+  // Replaces the media of the track.
   MediaRecord& SetMedia(MediaRecord record);
 
-  // Adds `target` to the references of that type unless it is there.
+  // Adds `target` to the references of that type unless it is one of them.
   void Refer(FourCC type, TrackRecord& target);
-  // References of one type are numbered from 1.
+  // How many there are. References of one type are numbered from 1.
   std::size_t CountReferences(FourCC type) const;
-  // The track referred to, null where there is none.
+  // The track that a reference names; null if there is no such reference or track.
   TrackRecord* Reference(FourCC type, std::size_t number) const;
-  // Appends one, be it there already or not, and returns its number.
+  // Adds a reference, even if there is one to that track, and returns its number.
   std::size_t AddReference(FourCC type, TrackRecord& target);
-  // Later ones of the type move down. Throws Refused: badTrackIndex.
+  // The numbers of later references of the type go down by 1. Throws Refused: badTrackIndex.
   void RemoveReference(FourCC type, std::size_t number);
 };
 

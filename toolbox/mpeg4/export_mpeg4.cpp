@@ -7,9 +7,11 @@
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/sample_entries.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
+#include "toolbox/plan/flatten.h"
 #include "toolbox/plan/used_samples.h"
 #include "toolbox/refused.h"
 
@@ -51,10 +53,10 @@ Sibling MediaKindHeader(FourCC type) {
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
-    if (!media.samples.IsLocated(part.from, part.to)) throw Refused{invalidSampleTable};
-    media.samples.MarkDescriptions(part.from, part.to, isUsed);
+    if (!IsLocated(media.samples, part.samples)) throw Refused{invalidSampleTable};
+    MarkDescriptions(media.samples, part.samples, isUsed);
     // QuickTime: samples of sound may be parts of packets. ISO: each packet is one sample.
-    if (media.samples.PacketLength(part.from) != 1) throw Refused{featureUnsupported};
+    if (PacketLength(media.samples, part.samples.from) != 1) throw Refused{featureUnsupported};
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;

@@ -14,6 +14,11 @@ struct Mpeg4Settings {
   std::uint32_t packetDuration = 100;  // of sound, at most: milliseconds
 };
 
+// An open exporter, which starts with the default settings.
+struct ExporterRecord {
+  Mpeg4Settings settings;
+};
+
 // Reads a container of settings, as in atoms/export_settings.h. A setting that is not in it keeps
 // its default. Throws Refused (paramErr).
 Mpeg4Settings ReadMpeg4Settings(ByteSpan container);

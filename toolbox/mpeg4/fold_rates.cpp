@@ -62,26 +62,27 @@ class Moved {
     std::iota(same.begin(), same.end(), 0U);
     const std::vector<UsedSamples> used = SamplesInUse(part);
     for (std::size_t i = 0; i < used.size(); ++i) {
-      const std::uint64_t from = used[i].from;
-      while (i + 1 < used.size() && used[i + 1].from == used[i].to) ++i;
+      const std::uint64_t from = used[i].samples.from;
+      while (i + 1 < used.size() && used[i + 1].samples.from == used[i].samples.to) ++i;
       SampleTable stretch;
-      stretch.AppendSlice(source, from, used[i].to, same);
+      stretch.AppendSlice(source, {from, used[i].samples.to}, same);
       stretch = stretch.Rescaled(ratio_.from, ratio_.to);
-      const std::int64_t start = samples.AppendSlice(stretch, 0, stretch.Count(), same);
+      const MediaTime start = samples.AppendSlice(stretch, {0, stretch.Count()}, same);
       starts_[from] = {source.TimeOf(from), start};
     }
   }
 
   MediaTime Place(const TrackRecord& track, const Edit& edit) const {
     const UsedSamples needs = SamplesFor(track, edit);
-    if (needs.from >= needs.to) return Edit::kNothing;
-    const Start& start = std::prev(starts_.upper_bound(needs.from))->second;
-    return {start.now + Rescale(edit.mediaTime.units - start.before, ratio_.from, ratio_.to)};
+    if (needs.samples.IsEmpty()) return Edit::kNothing;
+    const Start& start = std::prev(starts_.upper_bound(needs.samples.from))->second;
+    return start.now +
+           MediaTime{Rescale((edit.mediaTime - start.before).units, ratio_.from, ratio_.to)};
   }
 
  private:
   struct Start {
-    std::int64_t before = 0, now = 0;  // decode times
+    MediaTime before, now;  // decode times
   };
   Ratio ratio_;
   std::map<std::uint64_t, Start> starts_;  // by first sample

@@ -6,7 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/read/sample_data.h"
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -26,24 +29,23 @@ void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
   const TrackPlan& track = plan.tracks[index];
   const MediaRecord& source = *track.source->media;
   const SampleTable& samples = plan.movie->tracks[index]->media->samples;
-  SampleTable::TimeCursor times(samples);
-  const bool isReordered = samples.HasOffsets();
+  TimeCursor times(samples);
+  const bool isReordered = HasOffsets(samples);
   std::uint64_t sample = 0;
-  for (const OutputChunk& chunk : track.chunks) {
-    source.samples.ForEachPiece(
-        chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-          MediaSample media{0, &source.ReferenceOf(piece.description), piece.offset};
-          for (std::uint32_t i = 0; i < piece.count; ++i, ++sample) {
-            media.number = static_cast<std::uint32_t>(sample + 1);
-            media.size = source.samples.SizeOf(piece.sample + i, 1, piece.description);
-            media.time = times.TimeOf(sample);
-            media.duration = times.DurationOf(sample);
-            media.shown = isReordered ? samples.ShownAt(sample) : media.time;
-            visit(std::as_const(media));
-            media.at += media.size;
-          }
-        });
-  }
+  track.ForEachCopied([&](std::uint64_t first, std::uint32_t count) {
+    ForEachPiece(source.samples, {first, first + count}, [&](const SamplePiece& piece) {
+      MediaSample media{0, &source.ReferenceOf(piece.description), piece.offset};
+      for (std::uint32_t i = 0; i < piece.count; ++i, ++sample) {
+        media.number = static_cast<std::uint32_t>(sample + 1);
+        media.size = SizeOf(source.samples, piece.sample + i, 1, piece.description);
+        media.time = times.TimeOf(sample).units;
+        media.duration = times.DurationOf(sample).units;
+        media.shown = isReordered ? ShownAt(samples, sample).units : media.time;
+        visit(std::as_const(media));
+        media.at += media.size;
+      }
+    });
+  });
 }
 
 class HintMaker {

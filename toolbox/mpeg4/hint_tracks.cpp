@@ -7,6 +7,7 @@
 
 #include "toolbox/atoms/hint_atoms.h"
 #include "toolbox/movie/run_joiner.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
 #include "toolbox/refused.h"
@@ -75,9 +76,9 @@ Sibling HintHeaderAtom(const HintFacts& facts) {
 Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
 
 // Chunks of up to 1 MiB, which a reader can still take in at once.
-std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destination) {
+PackedChunks ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   constexpr std::uint64_t kLargest = 1 << 20;
-  std::vector<OutputChunk> chunks;
+  PackedChunks chunks;
   for (std::uint32_t sample = 0; sample < rows.count; ++sample) {
     const std::uint64_t size = rows.sizes[sample];
     if (chunks.empty() || chunks.back().size + size > kLargest) {
@@ -92,10 +93,11 @@ std::vector<OutputChunk> ChunksOf(const SampleRows& rows, std::uint64_t destinat
 
 // When each hint sample sends one media sample, both have the same sync samples.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
-  if (!media.HasSyncTable() || media.Count() != rows.count) return;
+  if (!HasSyncTable(media) || media.Count() != rows.count) return;
   rows.sync.emplace();
-  media.ForEachSync(
-      [&](std::uint64_t sample) { rows.sync->push_back(static_cast<std::uint32_t>(sample)); });
+  ForEachSync(media, [&](std::uint64_t sample) {
+    rows.sync->push_back(static_cast<std::uint32_t>(sample));
+  });
 }
 
 // Adds a hint track for the track at `index` and returns its bit rate.

@@ -7,6 +7,7 @@
 
 #include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
 namespace {
@@ -32,7 +33,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
   if (!sizes || offsets.empty()) return std::nullopt;
   std::vector<CopyRange> ranges;
   std::size_t chunk = 0;
-  samples.ForEachPiece(0, rows.Located(), [&](const SamplePiece& piece) {
+  ForEachPiece(samples, {0, rows.Located()}, [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
     // With a single offset all of the data is in one range.
     if (offsets.size() == 1 && !isFirst) return;

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -21,9 +22,9 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
                      std::span<const std::uint64_t> ends) {
   const TrackRecord& source = *plan_.tracks[track].source;
   const MediaRecord& media = *source.media;
-  if (part.to - part.from > UINT32_MAX) return false;
+  if (part.samples.Count() > UINT32_MAX) return false;
   bool isInOrder = true;
-  // Kept apart from the extents, so that the loop over millions of pieces works on registers.
+  // Not in the extent, so that the loop over millions of pieces works on registers.
   std::uint64_t filled = 0, end = 0, pieces = 0;
   std::uint32_t samples = 0;
   const auto close = [&] {
@@ -31,12 +32,12 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
     Extent& open = extents_.back();
     open.end = end;
     open.filled = std::exchange(filled, 0);
-    open.chunk.count = std::exchange(samples, 0);
+    open.stretch.count = std::exchange(samples, 0);
     chunks_ += std::exchange(pieces, 0);
   };
   std::uint64_t fileEnd = 0;
   std::uint32_t description = UINT32_MAX;
-  media.samples.ForEachPiece(part.from, part.to, [&](const SamplePiece& piece) {
+  ForEachPiece(media.samples, part.samples, [&](const SamplePiece& piece) {
     if (piece.description != description) {
       description = piece.description;
       fileEnd = ends[description];
@@ -48,9 +49,8 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
         open.from = &from;
         open.track = track;
         open.shown = FirstShown(source, part, piece.sample);
-        open.begin = end = open.chunk.source = piece.offset;
-        open.chunk.sample = piece.sample;
-        open.chunk.keepsPlaces = true;
+        open.begin = end = open.stretch.source = piece.offset;
+        open.stretch.sample = piece.sample;
         isInOrder = isInOrder && !open.file.empty();
       }
     }
@@ -94,28 +94,30 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
   const Edit& edit = *std::prev(after);
   if (edit.IsEmpty() || edit.End() <= time) return std::nullopt;
   const MediaTime into = track.source->TimeClock().Shown(time - edit.start, edit.rate);
-  const std::uint64_t sample = samples.SampleAt((edit.mediaTime + into).units);
-  const auto chunk = std::ranges::upper_bound(track.chunks, sample, {}, &OutputChunk::sample);
-  if (chunk == track.chunks.begin()) return std::nullopt;
-  const OutputChunk& holder = *std::prev(chunk);
+  const std::uint64_t sample = samples.SampleAt(edit.mediaTime + into);
+  const auto* stretches = std::get_if<KeptStretches>(&track.places);
+  if (stretches == nullptr) return std::nullopt;
+  const auto next = std::ranges::upper_bound(*stretches, sample, {}, &KeptStretch::sample);
+  if (next == stretches->begin()) return std::nullopt;
+  const KeptStretch& holder = *std::prev(next);
   if (sample >= holder.sample + holder.count) return std::nullopt;
   std::uint64_t place = 0;
-  samples.ForEachPiece(sample, sample + 1, [&](const SamplePiece& piece) {
+  ForEachPiece(samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
     place = holder.destination + (piece.offset - holder.source);
   });
   return place;
 }
 
 bool KeptPlaces::IsInterleaved() const {
-  // What is shown at one time lies in front of all that is shown two seconds later. In a long movie
-  // that is asked here and there.
+  // What is shown at one time has to be before everything that is shown two seconds later. In a
+  // long movie only some times are checked.
   constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
   const MovieTime apart{kSeconds * plan_.movie->header.scale};
   const MovieTime length = plan_.movie->Duration();
   const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
   std::uint64_t farthest = 0;
-  // Whether nothing that is shown at that time lies in front of what was looked at before.
-  const auto isBehind = [&](MovieTime time) {
+  // Whether everything that is shown at that time is after what was looked at before.
+  const auto isAfter = [&](MovieTime time) {
     std::uint64_t next = farthest;
     for (const TrackPlan& track : plan_.tracks) {
       if (!track.source->media) continue;
@@ -130,8 +132,8 @@ bool KeptPlaces::IsInterleaved() const {
     return true;
   };
   for (MovieTime time; time < length; time = time + step) {
-    if (!isBehind(time)) return false;
-    if (step != apart && !isBehind(time + apart)) return false;
+    if (!isAfter(time)) return false;
+    if (step != apart && !isAfter(time + apart)) return false;
   }
   return true;
 }
@@ -145,14 +147,18 @@ bool KeptPlaces::Take() {
   for (Block& block : blocks) {
     block.range.destination = size;
     for (Extent* extent : block.extents) {
-      extent->chunk.destination = size + (extent->begin - block.range.at);
-      extent->chunk.size = extent->end - extent->begin;
+      extent->stretch.destination = size + (extent->begin - block.range.at);
+      extent->stretch.size = extent->end - extent->begin;
     }
     size += block.range.length;
   }
-  for (const Extent& extent : extents_) plan_.tracks[extent.track].chunks.push_back(extent.chunk);
+  for (const Extent& extent : extents_) {
+    SamplePlaces& places = plan_.tracks[extent.track].places;
+    if (std::holds_alternative<StaysInPlace>(places)) places = KeptStretches{};
+    std::get<KeptStretches>(places).push_back(extent.stretch);
+  }
   if (!IsInterleaved()) {
-    for (TrackPlan& track : plan_.tracks) track.chunks.clear();
+    for (TrackPlan& track : plan_.tracks) track.places = StaysInPlace{};
     return false;
   }
   for (const Block& block : blocks) plan_.blocks.push_back(block.range);

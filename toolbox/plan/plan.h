@@ -1,4 +1,4 @@
-// What an output file will hold and where, before a byte of it is written.
+// What an output file will have and where, before a byte of it is written.
 #pragma once
 
 #include <cstdint>
@@ -6,25 +6,42 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "toolbox/movie/movie.h"
+#include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
 
-// Consecutive samples of the output: packed one behind the other, or, with `keepsPlaces`, among the
-// samples of other tracks as they lie in their file.
-struct OutputChunk {
+// The samples of a track stay in the files that they are in.
+struct StaysInPlace {};
+
+// Consecutive samples of the output, one directly after the other.
+struct PackedChunk {
   std::uint64_t sample = 0;  // the first, as the source's table counts
   std::uint32_t count = 0;  // of samples
-  std::uint32_t description = 0;  // index in the output; with keepsPlaces each piece has its own
-  std::uint64_t size = 0;  // bytes; with keepsPlaces of all from the first sample to the last
+  std::uint32_t description = 0;  // index in the output
+  std::uint64_t size = 0;  // bytes
   std::uint64_t destination = 0;  // bytes from the start of the media data
-  bool keepsPlaces = false;
-  std::uint64_t source = 0;  // with keepsPlaces: where the first sample lies in its file
 };
+using PackedChunks = std::vector<PackedChunk>;
 
-// Where what one 'saio' leads to goes.
+// Consecutive samples that are copied as they are in their file, among the samples of other tracks.
+// The output has all the chunks that they have in the source.
+struct KeptStretch {
+  std::uint64_t sample = 0;  // the first, as the source's table counts
+  std::uint32_t count = 0;  // of samples
+  std::uint64_t size = 0;  // bytes from the first sample to the end of the last
+  std::uint64_t destination = 0;  // bytes from the start of the media data
+  std::uint64_t source = 0;  // where the first sample is in its file
+};
+using KeptStretches = std::vector<KeptStretch>;
+
+// What becomes of the samples of a track, in their order.
+using SamplePlaces = std::variant<StaysInPlace, PackedChunks, KeptStretches>;
+
+// The destination of the data that one 'saio' points to.
 struct AuxiliaryPlace {
   std::size_t table = 0;  // the 'saio', as an index into the other tables of the source's rows
   std::uint64_t destination = 0;  // bytes from the start of the media data
@@ -32,14 +49,25 @@ struct AuxiliaryPlace {
 
 struct TrackPlan {
   const TrackRecord* source = nullptr;  // whose samples these are
-  // Chunks to copy, in the order of the samples. Empty: the samples stay in the files they are in.
-  std::vector<OutputChunk> chunks;
+  SamplePlaces places = StaysInPlace{};
   // By the source's index of a description: that in the output.
   std::vector<std::uint32_t> descriptions;
   // What lies beside the samples and is copied with them; nothing: it stays where it is.
   std::optional<std::vector<AuxiliaryPlace>> auxiliary;
+
+  // Calls visit(first sample, count), as the source's table counts, for the samples that are
+  // copied.
+  template <class Visit>
+  void ForEachCopied(Visit&& visit) const {
+    const auto each = [&visit](const auto& stretches) {
+      for (const auto& stretch : stretches) visit(stretch.sample, stretch.count);
+    };
+    if (const auto* packed = std::get_if<PackedChunks>(&places)) each(*packed);
+    if (const auto* kept = std::get_if<KeptStretches>(&places)) each(*kept);
+  }
 };
 
+// A packed chunk of the plan.
 struct ChunkReference {
   std::uint32_t track = 0, chunk = 0;  // indexes
 };
@@ -51,10 +79,11 @@ struct CopyRange {
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
-// From byte `from` of the movie's own file on, everything will stand `by` bytes further on.
+// From byte `from` of the movie's own file on, everything moves by `by` bytes.
 struct OffsetShift {
   std::uint64_t from = 0;
   std::int64_t by = 0;
+  friend bool operator==(const OffsetShift&, const OffsetShift&) = default;
 };
 
 enum class FileKind {
@@ -65,56 +94,35 @@ enum class FileKind {
 
 struct FilePlan;
 
-// Media data that no file holds: made while it is written, and never held as a whole.
+// Media data that no file has: made while it is written, and never in memory as a whole.
 struct MadeData {
   std::uint64_t size = 0;  // bytes
-  // Hands all of them to `append`, piece by piece, each time it is asked.
+  // Hands all of them to `append`, piece by piece.
   std::function<void(const FilePlan& plan, const std::function<void(ByteSpan)>& append)> make;
 };
 
 // The source movie must outlive its plan.
 struct FilePlan {
   std::unique_ptr<MovieRecord> movie;  // as the output will state it
-  std::unique_ptr<const MovieRecord> ownSource;  // the source movie where nobody else keeps it
+  std::unique_ptr<const MovieRecord> ownSource;  // the source movie, when nobody else keeps it
   std::optional<OtherFile> ownFile;  // what ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
-  std::vector<CopyRange> blocks;  // all media data, where chunks keep their places
-  std::vector<ChunkReference> order;  // of the chunks in the media data, front to back
-  std::vector<CopyRange> auxiliary;  // what lies beside the samples, behind all chunks
-  std::vector<MadeData> made;  // media data behind all that is copied
-  std::uint64_t dataSize = 0;  // bytes of media data
+  // The media data, front to back:
+  std::vector<CopyRange> blocks;  // the files, or parts of them, that have kept stretches
+  std::vector<ChunkReference> order;  // packed chunks
+  std::vector<CopyRange> auxiliary;  // what lies beside the samples
+  std::vector<MadeData> made;
+  std::uint64_t dataSize = 0;  // bytes of all of them
 
-  // Where the movie's own file goes, for samples that stay in it; sorted. Empty: nowhere.
+  // How far parts of the movie's own file move, for samples that stay in it; sorted by `from`.
   std::vector<OffsetShift> shifts;
   FileKind kind = FileKind::kQuickTime;
 
-  // Calls visit(CopyRange) front to back; ranges that continue one another come as one.
+  // Calls visit(CopyRange) for the media data that is copied, front to back. Ranges that continue
+  // one another come as one.
   template <class Visit>
   void ForEachRange(Visit&& visit) const;
 };
-
-struct FlattenOptions {
-  bool onlyEnabled = false;  // leave disabled tracks out
-  bool interleave = true;  // else one track behind the other
-  // Files that are interleaved already, and in use from end to end, are copied as they lie if they
-  // have no more chunks than this: a copy inside the kernel, but all the chunks of the source in
-  // the header.
-  std::uint64_t mostChunksKept = 0;
-};
-
-// A self-contained file: every sample that is shown, and what it needs to be decoded, is copied.
-// Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is shorter
-// than its movie says), invalidSampleTable (samples that lie nowhere), featureUnsupported (a part
-// of encrypted samples), and what opening a file throws.
-FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
-
-// A reference movie: samples stay where they are, but those held in memory are copied.
-// Throws Refused: couldNotResolveDataRef when the movie's own file is unknown.
-FilePlan PlanReference(const MovieRecord& movie);
-
-// The movie saved into its own file: samples stay where they are, but those held in memory are
-// copied.
-FilePlan PlanUpdate(const MovieRecord& movie);
 
 template <class Visit>
 void FilePlan::ForEachRange(Visit&& visit) const {
@@ -122,21 +130,21 @@ void FilePlan::ForEachRange(Visit&& visit) const {
   CopyRange open;
   for (const ChunkReference& reference : order) {
     const TrackPlan& track = tracks[reference.track];
-    const OutputChunk& chunk = track.chunks[reference.chunk];
+    const PackedChunk& chunk = std::get<PackedChunks>(track.places)[reference.chunk];
     const MediaRecord& media = *track.source->media;
     std::uint64_t destination = chunk.destination;
-    media.samples.ForEachPiece(chunk.sample, chunk.sample + chunk.count,
-                               [&](const SamplePiece& piece) {
-                                 const DataReference& from = media.ReferenceOf(piece.description);
-                                 if (open.from == &from && open.at + open.length == piece.offset &&
-                                     open.destination + open.length == destination) {
-                                   open.length += piece.size;
-                                 } else {
-                                   if (open.length != 0) visit(std::as_const(open));
-                                   open = {&from, piece.offset, piece.size, destination};
-                                 }
-                                 destination += piece.size;
-                               });
+    ForEachPiece(media.samples, {chunk.sample, chunk.sample + chunk.count},
+                 [&](const SamplePiece& piece) {
+                   const DataReference& from = media.ReferenceOf(piece.description);
+                   if (open.from == &from && open.at + open.length == piece.offset &&
+                       open.destination + open.length == destination) {
+                     open.length += piece.size;
+                   } else {
+                     if (open.length != 0) visit(std::as_const(open));
+                     open = {&from, piece.offset, piece.size, destination};
+                   }
+                   destination += piece.size;
+                 });
   }
   if (open.length != 0) visit(std::as_const(open));
   for (const CopyRange& range : auxiliary) visit(range);

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <map>
 
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_groups.h"
+#include "toolbox/movie/sample_places.h"
+
 namespace toolbox {
 namespace {
 
@@ -10,9 +14,10 @@ constexpr FourCC kSound{"soun"};
 
 // Packets of compressed sound depend on the one before, or on as many as their roll group says.
 std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
-  if (media.Type() != kSound || media.samples.DurationOf(sample) <= 1) return sample;
-  const std::uint64_t distance = media.samples.RollDistance(sample).value_or(1);
-  return sample - std::min(distance, sample - media.samples.FileStretch(sample).first);
+  if (media.Type() != kSound || media.samples.DurationOf(sample) <= MediaTime{1}) return sample;
+  const SampleSlice& slice = media.samples.SliceOf(sample);
+  const std::uint64_t distance = RollDistance(*slice.rows, slice.RowOf(sample)).value_or(1);
+  return sample - std::min(distance, sample - slice.first);
 }
 
 }  // namespace
@@ -21,42 +26,42 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   if (edit.IsEmpty() || !track.media || track.media->samples.Count() == 0) return {};
   const SampleTable& samples = track.media->samples;
   const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
-  const std::int64_t start = edit.mediaTime.units,
-                     end = start + std::max<std::int64_t>(span.units, 1);
+  const MediaTime start = edit.mediaTime, end = start + std::max(span, MediaTime{1});
   // A rate of 0 dwells on one sample.
-  auto [first, last] = samples.SamplesShownIn(start, end);
+  auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
   // An edit up to the end of the decode times means all there is, also what is shown only later or
   // for no time at all.
-  const MediaTime left{samples.FileStretchEnd(last - 1) - start};
+  const SampleSlice& slice = samples.SliceOf(last - 1);
+  const MediaTime left = slice.EndTime() - slice.stretch - start;
   if (edit.duration >=
       track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
-    last = samples.FileStretch(last - 1).second;
+    last = slice.End();
   }
   const std::uint64_t needed = RollBack(*track.media, samples.SyncAtOrBefore(first));
-  const auto [from, to] = samples.WholePackets(needed, last);
-  return {from, to, &edit};
+  return {WholePackets(samples, {needed, last}), &edit};
 }
 
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
-  if (track.media && track.media->samples.Count() != 0 && track.media->samples.Duration() == 0) {
+  if (track.media && track.media->samples.Count() != 0 &&
+      track.media->samples.Duration() == MediaTime{}) {
     // No edit can show samples that last no time, and they are meant all the same.
-    return {{0, track.media->samples.Count(), nullptr}};
+    return {{{0, track.media->samples.Count()}, nullptr}};
   }
   std::map<std::uint64_t, UsedSamples> claims;  // by their end
   for (const Edit& edit : track.edits.Edits()) {
-    UsedSamples wanted = SamplesFor(track, edit);
+    SampleRange wanted = SamplesFor(track, edit).samples;
     auto claim = claims.upper_bound(wanted.from);
-    while (wanted.from < wanted.to) {
-      if (claim == claims.end() || claim->second.from >= wanted.to) {
-        claims.emplace_hint(claim, wanted.to, wanted);
+    while (!wanted.IsEmpty()) {
+      if (claim == claims.end() || claim->second.samples.from >= wanted.to) {
+        claims.emplace_hint(claim, wanted.to, UsedSamples{wanted, &edit});
         break;
       }
-      if (wanted.from < claim->second.from) {
-        const UsedSamples part{wanted.from, claim->second.from, wanted.edit};
-        claims.emplace_hint(claim, part.to, part);
+      if (wanted.from < claim->second.samples.from) {
+        const UsedSamples part{{wanted.from, claim->second.samples.from}, &edit};
+        claims.emplace_hint(claim, part.samples.to, part);
       }
-      wanted.from = claim->second.to;
+      wanted.from = claim->second.samples.to;
       ++claim;
     }
   }
@@ -69,7 +74,7 @@ std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
 MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uint64_t sample) {
   if (used.edit == nullptr) return {};
   const Edit& edit = *used.edit;
-  const MediaTime into{track.media->samples.ShownAt(sample) - edit.mediaTime.units};
+  const MediaTime into = ShownAt(track.media->samples, sample) - edit.mediaTime;
   if (into.units <= 0 || edit.rate == 0) return edit.start;
   return edit.start +
          std::min(edit.duration, track.TimeClock().Lasting(into, edit.rate, Rounding::kDown));

@@ -8,9 +8,9 @@
 
 namespace toolbox {
 
-// The samples [from, to), needed for one edit first; null where no edit can show them.
+// Samples, and the first edit that needs them; null where no edit can show them.
 struct UsedSamples {
-  std::uint64_t from = 0, to = 0;
+  SampleRange samples;
   const Edit* edit = nullptr;
 };
 

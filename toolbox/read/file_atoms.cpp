@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
-#include <utility>
 
-#include "toolbox/atoms/item_locations.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
-#include "toolbox/write/write_file.h"
 
 namespace toolbox {
 namespace {
@@ -16,7 +12,7 @@ namespace {
 constexpr FourCC kMeta{"meta"};
 constexpr std::uint64_t kLargestMeta = 64 << 20;
 
-// What belongs to this one file: its kind, its movie and media, and what is made anew with them.
+// What belongs to this one file: its kind, its movie and media, and what is made new with them.
 bool IsOwn(FourCC type) {
   static constexpr FourCC kOwn[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
   return BelongsToFragments(type) || std::ranges::find(kOwn, type) != std::end(kOwn);
@@ -55,49 +51,6 @@ std::optional<ItemLocations> LocationsIn(ByteSpan meta) try {
   return locations;
 } catch (const Malformed&) {
   throw Refused{featureUnsupported};
-}
-
-// Appends the items that `locations` finds in `source`, and makes it find them there.
-void CopyItems(ItemLocations& locations, const ByteSource& source, OutputFile& output) {
-  using Range = std::pair<std::uint64_t, std::uint64_t>;  // offset and length
-  std::map<Range, std::uint64_t> places;  // in the media data
-  std::uint64_t size = 0;
-  const auto forEachExtent = [&locations](auto&& visit) {
-    for (ItemLocations::Item& item : locations.items) {
-      if (!item.IsInFile()) continue;
-      for (ItemLocations::Extent& extent : item.extents) visit(item, extent);
-    }
-  };
-  forEachExtent([&](const ItemLocations::Item& item, const ItemLocations::Extent& extent) {
-    // Without a length it is all of the file.
-    if (extent.length == 0) throw Refused{featureUnsupported};
-    if (item.base > source.Size() || extent.offset > source.Size() - item.base ||
-        extent.length > source.Size() - item.base - extent.offset) {
-      throw Refused{eofErr};
-    }
-    const Range range(item.base + extent.offset, extent.length);
-    if (places.try_emplace(range, size).second) size += extent.length;
-  });
-  output.Append(DataHead(size));
-  const std::uint64_t start = output.Position();
-  std::map<std::uint64_t, Range> inOrder;
-  for (const auto& [range, place] : places) inOrder.emplace(place, range);
-  for (const auto& [place, range] : inOrder) output.Copy(source, range.first, range.second);
-  forEachExtent([&](const ItemLocations::Item& item, ItemLocations::Extent& extent) {
-    extent.offset = start + places.at({item.base + extent.offset, extent.length});
-  });
-  for (ItemLocations::Item& item : locations.items) {
-    if (item.IsInFile()) item.base = 0;
-  }
-}
-
-void CopyMeta(const FileAtom& meta, const ByteSource& source, OutputFile& output) {
-  const HeldBytes content = ContentOf(source, meta);
-  auto locations = LocationsIn(content.Span());
-  if (!locations) return output.Copy(source, meta.at, meta.size);
-  CopyItems(*locations, source, output);
-  const Bytes located = locations->PutInto(content.Span());
-  output.Append(Encoded([&](auto& io) { io.Atom(kMeta, [&] { io.Append(located); }); }));
 }
 
 }  // namespace
@@ -145,17 +98,16 @@ bool LocatesItems(const ByteSource& source) {
   });
 }
 
-void CopyFileAtoms(const MovieRecord& movie, OutputFile& output) {
-  if (movie.fileAtoms.empty()) return;
-  const FileSource source(movie.file.value().path);
-  for (const FileAtom& atom : movie.fileAtoms) {
-    if (atom.type == kMeta) {
-      CopyMeta(atom, source, output);
-    } else {
-      output.Copy(source, atom.at, atom.size);
-    }
+std::vector<AtomToCopy> LoadFileAtoms(const std::vector<FileAtom>& atoms,
+                                      const ByteSource& source) {
+  std::vector<AtomToCopy> loaded;
+  for (const FileAtom& atom : atoms) {
+    AtomToCopy& copy = loaded.emplace_back(AtomToCopy{atom, {}, std::nullopt});
+    if (atom.type != kMeta) continue;
+    copy.content = ContentOf(source, atom);
+    copy.items = LocationsIn(copy.content.Span());
   }
-  output.Flush();  // while the source is open
+  return loaded;
 }
 
 }  // namespace toolbox

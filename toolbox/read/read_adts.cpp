@@ -6,40 +6,18 @@
 
 #include "toolbox/atoms/adts.h"
 #include "toolbox/atoms/sample_entries.h"
+#include "toolbox/disk/block_reader.h"
 #include "toolbox/movie/new_media.h"
+#include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {
 
 constexpr std::uint32_t kBlockLength = 1024;  // samples of sound in a raw data block
 
-// The bytes of a file in their order, without a system call for each few.
-class Window {
- public:
-  explicit Window(const ByteSource& source) : source_(source) {}
-
-  // Up to `size` bytes at `at`, fewer at the end of the file.
-  ByteSpan At(std::uint64_t at, std::size_t size) {
-    if (at >= source_.Size()) return {};
-    size = static_cast<std::size_t>(std::min<std::uint64_t>(size, source_.Size() - at));
-    if (at < start_ || at + size > start_ + block_.size()) {
-      start_ = at;
-      block_.resize(std::min<std::uint64_t>(kBlock, source_.Size() - at));
-      source_.Read(at, block_);
-    }
-    return ByteSpan(block_).subspan(at - start_, size);
-  }
-
- private:
-  static constexpr std::uint64_t kBlock = 256 << 10;
-  const ByteSource& source_;
-  std::uint64_t start_ = 0;
-  Bytes block_;
-};
-
 class AdtsReader {
  public:
-  explicit AdtsReader(const ByteSource& source) : source_(source), window_(source) {}
+  explicit AdtsReader(const ByteSource& source) : source_(source) {}
 
   // False when the file holds no AAC.
   bool Read() {
@@ -67,13 +45,13 @@ class AdtsReader {
   // Where the first frame is, after any tags.
   std::uint64_t AfterTags() {
     std::uint64_t at = 0;
-    while (const auto size = Id3TagSize(window_.At(at, kId3HeaderSize))) at += *size;
+    while (const auto size = Id3TagSize(block_.At(source_, at, kId3HeaderSize))) at += *size;
     return at;
   }
 
   // The header of the frame at `at`; nothing when the frame is not all there.
   std::optional<AdtsHeader> FrameAt(std::uint64_t at) {
-    auto frame = ReadAdtsHeader(window_.At(at, AdtsHeader::kSize));
+    auto frame = ReadAdtsHeader(block_.At(source_, at, AdtsHeader::kSize));
     if (frame && frame->frameSize > source_.Size() - at) frame.reset();
     return frame;
   }
@@ -100,7 +78,7 @@ class AdtsReader {
   }
 
   const ByteSource& source_;
-  Window window_;
+  BlockReader block_{256 << 10};
   std::uint64_t at_ = 0;
   AudioConfig config_;
   std::shared_ptr<SampleRows> rows_ = std::make_shared<SampleRows>();
@@ -110,7 +88,7 @@ class AdtsReader {
 
 // ISO/IEC 14496-14 5.6. The header of a frame has all that the decoder needs.
 SampleDescription AdtsReader::Description() const {
-  const double seconds = static_cast<double>(rows_->duration) / Rate();
+  const double seconds = static_cast<double>(rows_->duration.units) / Rate();
   const auto bitRate = static_cast<std::uint32_t>(
       std::min(static_cast<double>(bytes_) * 8 / seconds, double{UINT32_MAX}));
   SoundEntry entry;
@@ -140,7 +118,7 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   media.descriptions = {reader.Description()};
   media.samples = SampleTable(reader.Rows());
   const Clock clock = track.TimeClock();
-  track.edits.Append(clock.Lasting({media.samples.Duration()}, 1.0), {0}, 1.0, clock);
+  track.edits.Append(clock.Lasting(media.samples.Duration(), 1.0), {0}, 1.0, clock);
   return movie;
 }
 

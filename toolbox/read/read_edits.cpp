@@ -10,15 +10,15 @@ namespace {
 // The whole media from movie time 0 on.
 EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEdits& given) {
   EditList edits;
-  if (!track.media || track.media->samples.Duration() == 0) return edits;
+  if (!track.media || track.media->samples.Duration() == MediaTime{}) return edits;
   const Clock clock = track.TimeClock();
   const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(given.duration, kLongest));
   // Up to the end of the last sample, or of the one that is shown last: as the track says.
-  const std::int64_t decoded = track.media->samples.Duration();
-  const std::int64_t shown = std::max(decoded, track.media->samples.ShownUntil());
-  MovieTime duration = clock.Lasting({given.isOpenEnded ? shown : decoded}, 1.0);
-  for (const std::int64_t length : {decoded, shown}) {
-    const std::int64_t units = clock.Lasting({length}, 1.0).units;
+  const MediaTime decoded = track.media->samples.Duration();
+  const MediaTime shown = track.media->samples.EndTime();
+  MovieTime duration = clock.Lasting(given.isOpenEnded ? shown : decoded, 1.0);
+  for (const MediaTime length : {decoded, shown}) {
+    const std::int64_t units = clock.Lasting(length, 1.0).units;
     if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
   }
   edits.Append(duration + clock.Lasting({start}, 1.0), {0}, 1.0, clock);
@@ -42,7 +42,7 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
     const bool isEmpty = entry.mediaTime == -1;
     if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
       // To the end of what is shown: what writers state that do not know the length yet.
-      const std::int64_t left = start + track.media->samples.ShownUntil() - entry.mediaTime;
+      const std::int64_t left = start + track.media->samples.ShownUntil().units - entry.mediaTime;
       duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
     }
     total += static_cast<std::uint64_t>(duration.units);
@@ -56,7 +56,7 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
 // When the first sample to be shown is shown, counted from where the media begins.
 MediaTime FirstShown(const TrackRecord& track) {
   const SampleRows* rows = track.media->samples.WholeRows();
-  return {rows == nullptr ? 0 : std::max<std::int64_t>(rows->ShownFrom(0, rows->count), 0)};
+  return rows == nullptr ? MediaTime{} : std::max(rows->ShownFrom({0, rows->count}), MediaTime{});
 }
 
 // The same edits of a media whose first sample stands at 0 and not at `start`.

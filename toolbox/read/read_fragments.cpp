@@ -104,13 +104,13 @@ class TrackFiller {
   void MoveTo(std::uint64_t time) {
     if (time > kLatest) throw Malformed("a fragment is decoded later than can be told");
     const auto stated = static_cast<std::int64_t>(time);
-    const std::int64_t end = rows_.duration;
+    const MediaTime end = rows_.duration;
     if (rows_.count == 0) {
       track_.start = start_ = stated;
-    } else if (!rows_.MoveEnd(stated - start_)) {
-      start_ = stated - end;
+    } else if (!rows_.MoveEnd({stated - start_})) {
+      start_ = stated - end.units;
     } else if (rows_.duration > end) {
-      track_.gaps.push_back({{end}, {rows_.duration}});
+      track_.gaps.push_back({end, rows_.duration});
     }
   }
 

@@ -14,6 +14,7 @@
 #include "toolbox/read/read_samples.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/references/data_references.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {

@@ -7,16 +7,6 @@
 
 namespace toolbox {
 
-ByteSpan TopLevelWalk::Read(std::uint64_t at, std::uint64_t size) {
-  constexpr std::uint64_t kBlock = 4096;
-  if (at < blockStart_ || at + size > blockStart_ + block_.size()) {
-    blockStart_ = at;
-    block_.resize(std::min(std::max(kBlock, size), source_.Size() - at));
-    source_.Read(at, block_);
-  }
-  return ByteSpan(block_).subspan(at - blockStart_, size);
-}
-
 std::optional<TopLevelAtom> TopLevelWalk::Next() {
   const auto head = ReadHead(Following(), source_.Size() - at_);
   if (!head || !head->frame) return std::nullopt;
@@ -26,7 +16,7 @@ std::optional<TopLevelAtom> TopLevelWalk::Next() {
 }
 
 ByteSpan TopLevelWalk::Content(const TopLevelAtom& atom) {
-  return Read(atom.at + atom.atom.headerSize, atom.atom.size - atom.atom.headerSize);
+  return block_.At(source_, atom.at + atom.atom.headerSize, atom.atom.size - atom.atom.headerSize);
 }
 
 TopLevelLayout TopLevelAtoms(const ByteSource& source) {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/disk/block_reader.h"
 
 namespace toolbox {
 
@@ -34,21 +34,18 @@ class TopLevelWalk {
   // The content of an atom of this file. Valid until the next call.
   ByteSpan Content(const TopLevelAtom& atom);
   // The first bytes after the last atom: up to 16, the largest frame.
-  ByteSpan Following() { return Read(at_, std::min<std::uint64_t>(16, source_.Size() - at_)); }
+  ByteSpan Following() { return block_.At(source_, at_, 16); }
   // Where the last atom ends.
   std::uint64_t End() const { return at_; }
 
  private:
-  ByteSpan Read(std::uint64_t at, std::uint64_t size);
-
   const ByteSource& source_;
   std::uint64_t at_ = 0;
-  std::uint64_t blockStart_ = 0;
-  Bytes block_;
+  BlockReader block_{4096};
 };
 
-// Whether atoms of that type are part of fragments or an index to them, ISO/IEC 14496-12 8.8. A
-// movie that has all samples in its sample tables does not need them.
+// Whether an atom of that type is part of the fragments of a movie or an index of them, ISO/IEC
+// 14496-12 8.8. A movie with sample tables needs none of them.
 bool BelongsToFragments(FourCC type);
 
 // The first complete atom of that type. Throws Malformed if the file ends inside such an atom.

@@ -6,7 +6,7 @@
 #include <variant>
 
 #include "toolbox/atoms/handle_reference.h"
-#include "toolbox/disk/byte_source.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/real_path.h"
 #include "toolbox/references/urls.h"

@@ -1,29 +1,17 @@
-// A planned file, written: header, media data and the padding between them.
+// A planned movie into a new file.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
 
-#include "toolbox/disk/output_file.h"
+#include "toolbox/disk/disk.h"
+#include "toolbox/plan/new_file_steps.h"
 #include "toolbox/plan/plan.h"
 
 namespace toolbox {
 
-struct FileLayout {
-  bool movieFirst = true;  // movie header before media data ("fast start")
-  bool compress = true;  // the movie header
-};
-
-// Writes all of the file into `output`, which will stand at `file`, and hands it to the system;
-// does not commit it. Throws Refused.
+// Writes all of the file into `output`, an empty file that will be at `file`, and hands it to the
+// system; does not give it its name. Throws Refused.
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
-               OutputFile& output);
-
-// The head of the media data: a 'wide' and the 8-byte head of 'mdat', or in their place one head
-// with a 64-bit size.
-inline constexpr std::uint64_t kDataHead = 16;
-Bytes DataHead(std::uint64_t size);
-
-// Appends the media data of the plan, head included.
-void CopyMediaData(const FilePlan& plan, OutputFile& output);
+               Disk& output);
 
 }  // namespace toolbox

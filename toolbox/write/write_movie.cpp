@@ -4,7 +4,9 @@
 #include <cmath>
 #include <utility>
 
+#include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/container_atoms.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/references/data_references.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_samples.h"
@@ -17,18 +19,18 @@ namespace {
 bool NeedsEditList(const TrackRecord& track) {
   const bool hadList =
       std::ranges::find(track.siblings, EditAtoms::kType, &Sibling::type) != track.siblings.end();
-  const std::int64_t whole = track.media ? track.media->samples.Duration() : 0;
+  const MediaTime whole = track.media ? track.media->samples.Duration() : MediaTime{};
   const std::vector<Edit>& edits = track.edits.Edits();
-  if (edits.empty()) return whole != 0;
-  const auto lasts = [&](std::int64_t length) {
+  if (edits.empty()) return whole != MediaTime{};
+  const auto lasts = [&](MediaTime length) {
     const std::int64_t difference =
-        edits[0].duration.units - track.TimeClock().Lasting({length}, 1.0).units;
+        edits[0].duration.units - track.TimeClock().Lasting(length, 1.0).units;
     return difference >= -1 && difference <= 1;
   };
   // Without a list a media is shown up to the last of its samples to be seen.
-  const bool isPlain = edits.size() == 1 && edits[0].mediaTime == MediaTime{} &&
-                       edits[0].rate == 1.0 &&
-                       (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : 0));
+  const bool isPlain =
+      edits.size() == 1 && edits[0].mediaTime == MediaTime{} && edits[0].rate == 1.0 &&
+      (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : MediaTime{}));
   return hadList || !isPlain;
 }
 
@@ -101,7 +103,7 @@ class AtomMaker {
 
   MediaAtoms Media(std::size_t index, const MediaRecord& media) {
     MediaAtoms atom;
-    atom.header = Dated(media.header, media.samples.Duration());
+    atom.header = Dated(media.header, media.samples.Duration().units);
     atom.handler =
         plan_.kind == FileKind::kQuickTime ? QuickTimeHandler(media.handler) : media.handler;
     atom.information.data = DataInformation{References(media), media.dataSiblings};
@@ -158,10 +160,11 @@ std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
   const auto isNear = [this](std::uint64_t start) { return start + plan_.dataSize <= UINT32_MAX; };
   const bool isSame =
       measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));
-  if (!isSame) {
+  if (!isSame || plan_.shifts != measuredShifts_) {
     measured_ = {};
     Put(measured_, dataStart);
     measuredFor_ = dataStart;
+    measuredShifts_ = plan_.shifts;
   }
   return measured_.Size();
 }
@@ -182,6 +185,8 @@ Bytes MovieWriter::Encode(std::uint64_t dataStart) {
   return movie;
 }
 
+Bytes MovieWriter::Compress(std::uint64_t dataStart) { return CompressMovie(Encode(dataStart)); }
+
 Bytes FileTypeOf(const FilePlan& plan) {
   if (plan.kind != FileKind::kMpeg4) {
     return Encode(FileType{FourCC{"qt  "}, 0x20050300, {'q', 't', ' ', ' '}});
@@ -200,7 +205,7 @@ Bytes FileTypeOf(const FilePlan& plan) {
     brands += "avc1";
   }
   // Who knows this brand knows that offsets can be below 0.
-  if (has([](const MediaRecord& media) { return media.samples.HasOffsetsBelowZero(); })) {
+  if (has([](const MediaRecord& media) { return HasOffsetsBelowZero(media.samples); })) {
     brands += "iso4";
   }
   return Encode(FileType{FourCC{"mp42"}, 0, {brands.begin(), brands.end()}});

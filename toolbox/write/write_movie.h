@@ -7,9 +7,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/bytes.h"
+#include "toolbox/plan/new_file_steps.h"
 #include "toolbox/plan/plan.h"
 
 namespace toolbox {
@@ -30,17 +32,17 @@ class ReferenceWriter {
   Bytes other_;  // what was made last of anything else
 };
 
-// The whole 'moov' of a file that will stand at `file`. Plan and file must outlive it.
-class MovieWriter {
+// The whole 'moov' of a file that will be at `file`. Plan and file must outlive it.
+class MovieWriter final : public PlannedHeader {
  public:
   MovieWriter(const FilePlan& plan, const boost::filesystem::path& file);
 
-  // Its size in bytes when the media data starts at byte `dataStart`. Walks the tables, but only
-  // when that may change something.
-  std::uint64_t SizeAt(std::uint64_t dataStart);
-  // Hands it, a block at a time, to `take`.
+  // Walks the tables, but only when that may change something.
+  std::uint64_t SizeAt(std::uint64_t dataStart) override;
+  Bytes Encode(std::uint64_t dataStart) override;
+  Bytes Compress(std::uint64_t dataStart) override;
+  // Hands it to `take`, a block at a time.
   void Write(std::uint64_t dataStart, const std::function<void(ByteSpan)>& take);
-  Bytes Encode(std::uint64_t dataStart);
 
  private:
   template <class Io>
@@ -51,6 +53,7 @@ class MovieWriter {
   const std::uint64_t now_;  // however long it takes
   FieldSizer measured_;
   std::optional<std::uint64_t> measuredFor_;  // dataStart
+  std::vector<OffsetShift> measuredShifts_;  // of the plan
 };
 
 // 'ftyp' of a new file.

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/refused.h"
 
@@ -43,7 +45,8 @@ class ChunkWalk {
 
   // Whether a chunk starts beyond 4 GiB.
   bool ReachesFar() const {
-    if (!track_.chunks.empty() && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
+    const bool isCopied = !std::holds_alternative<StaysInPlace>(track_.places);
+    if (isCopied && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
     std::uint64_t farthest = 0;
     ForEachOffset([&](std::uint64_t offset) { farthest = std::max(farthest, offset); });
     return farthest > UINT32_MAX;
@@ -52,41 +55,45 @@ class ChunkWalk {
   // Calls visit(SampleChunks) for all chunks. Two calls in a row may be for chunks that are alike.
   template <class Visit>
   void ForEachChunks(Visit&& visit) const {
-    for (const OutputChunk& chunk : track_.chunks) {
-      if (!chunk.keepsPlaces) {
+    if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
+      for (const PackedChunk& chunk : *packed) {
         visit(SampleChunks{1, chunk.count, chunk.description});
-        continue;
       }
-      track_.source->media->samples.ForEachChunks(
-          chunk.sample, chunk.sample + chunk.count, [&](SampleChunks chunks) {
-            chunks.description = track_.descriptions[chunks.description];
-            visit(chunks);
-          });
+    } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
+      for (const KeptStretch& stretch : *kept) {
+        toolbox::ForEachChunks(track_.source->media->samples,
+                               {stretch.sample, stretch.sample + stretch.count},
+                               [&](SampleChunks chunks) {
+                                 chunks.description = track_.descriptions[chunks.description];
+                                 visit(chunks);
+                               });
+      }
+    } else {
+      toolbox::ForEachChunks(media_.samples, {0, LocatedCount(media_.samples)}, visit);
     }
-    if (!track_.chunks.empty()) return;
-    media_.samples.ForEachChunks(0, media_.samples.LocatedCount(), visit);
   }
 
   // Calls visit(offset) for each chunk.
   template <class Visit>
   void ForEachOffset(Visit&& visit) const {
-    for (const OutputChunk& chunk : track_.chunks) {
-      if (!chunk.keepsPlaces) {
-        visit(dataStart_ + chunk.destination);
-        continue;
+    if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
+      for (const PackedChunk& chunk : *packed) visit(dataStart_ + chunk.destination);
+    } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
+      for (const KeptStretch& stretch : *kept) {
+        const std::uint64_t shift = dataStart_ + stretch.destination - stretch.source;
+        ForEachChunkOffset(track_.source->media->samples,
+                           {stretch.sample, stretch.sample + stretch.count},
+                           [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
       }
-      const std::uint64_t shift = dataStart_ + chunk.destination - chunk.source;
-      track_.source->media->samples.ForEachOffsetOfChunk(
-          chunk.sample, chunk.sample + chunk.count,
-          [&](std::uint64_t offset, std::uint32_t) { visit(offset + shift); });
+    } else {
+      ForEachChunkOffset(
+          media_.samples, {0, LocatedCount(media_.samples)},
+          [&](std::uint64_t offset, std::uint32_t description) {
+            const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
+            visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
+                        : offset);
+          });
     }
-    if (!track_.chunks.empty()) return;
-    media_.samples.ForEachOffsetOfChunk(
-        0, media_.samples.LocatedCount(), [&](std::uint64_t offset, std::uint32_t description) {
-          const bool isOwn = std::holds_alternative<ThisFile>(media_.ReferenceOf(description));
-          visit(isOwn ? offset + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, offset))
-                      : offset);
-        });
   }
 
  private:
@@ -145,8 +152,8 @@ void AddChunks(SampleTableAtoms& table, Io& io, const ChunkWalk& walk) {
 
 // The version of 'ctts'. MPEG-4: 1 if an offset is below 0. Other files keep the version.
 std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
-  if (kind != FileKind::kMpeg4) return samples.OffsetsVersion();
-  return samples.HasOffsetsBelowZero() ? 1 : 0;
+  if (kind != FileKind::kMpeg4) return OffsetsVersion(samples);
+  return HasOffsetsBelowZero(samples) ? 1 : 0;
 }
 
 using OffsetRow = CompositionOffsets::Row;
@@ -154,20 +161,21 @@ using OffsetRow = CompositionOffsets::Row;
 template <class Io>
 void AddTimes(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKind kind) {
   table.times = TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
-                               samples.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+                               ForEachTime(samples, [&](std::uint32_t count, std::int64_t delta) {
                                  if (delta > UINT32_MAX) throw Refused{invalidDuration};
                                  visit({count, static_cast<std::uint32_t>(delta)});
                                });
                              })};
-  if (!samples.HasOffsets()) return;
+  if (!HasOffsets(samples)) return;
   const std::uint64_t offsets = io.Measured([&samples] {
     std::uint64_t rows = 0;
-    samples.ForEachOffset([&](std::uint32_t, std::int32_t) { ++rows; },
+    ForEachOffset(samples, [&](std::uint32_t, std::int32_t) { ++rows; },
                           [&](ByteSpan encoded) { rows += Rows<OffsetRow>(encoded).Count(); });
     return rows;
   });
   const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
-    samples.ForEachOffset(
+    ForEachOffset(
+        samples,
         [&](std::uint32_t count, std::int32_t offset) {
           rows({count, offset});
         },
@@ -182,38 +190,38 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
   const auto number = [](auto& visit) {
     return [&visit](std::uint64_t sample) { visit({Count(sample + 1)}); };
   };
-  if (samples.HasSyncTable()) {
+  if (HasSyncTable(samples)) {
     table.sync = SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                               samples.ForEachSync(number(visit));
+                               ForEachSync(samples, number(visit));
                              })};
   }
   // QuickTime only: decoding can start here, but the first pictures may be damaged.
-  if (kind != FileKind::kMpeg4 && samples.HasPartialSync()) {
+  if (kind != FileKind::kMpeg4 && HasPartialSync(samples)) {
     table.partialSync =
         PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
-                             samples.ForEachPartialSync(number(visit));
+                             ForEachPartialSync(samples, number(visit));
                            })};
   }
 }
 
 SampleSizeAtom Sizes(const SampleTable& samples) {
   const std::uint32_t count = Count(samples.Count());
-  if (const auto size = samples.ConstantSize()) return ConstantSampleSize{0, *size, count};
+  if (const auto size = ConstantSize(samples)) return ConstantSampleSize{0, *size, count};
   return SampleSizes{0, 0, Rows<SampleSize>(count, [&samples](RowBatches<SampleSize>& rows) {
-                       samples.ForEachEncodedSize([&](ByteSpan sizes) { rows.Encoded(sizes); });
+                       ForEachEncodedSize(samples, [&](ByteSpan sizes) { rows.Encoded(sizes); });
                      })};
 }
 
 template <class Io>
 void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
-  const auto groups = std::make_shared<const std::vector<JoinedGroup>>(samples.Groups());
+  const auto groups = std::make_shared<const std::vector<JoinedGroup>>(GroupsOf(samples));
   for (const JoinedGroup& group : *groups) {
     if (group.descriptions) table.groups.emplace_back(*group.descriptions);
     if (!group.isMapped) continue;
     table.groups.push_back(
         SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
                       RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
-                        samples.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
+                        ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {
                           visit({count, number});
                         });
                       })});
@@ -223,9 +231,9 @@ void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
 // The table of that kind, which has a value for each sample, if there are values.
 template <class Atom, class Values>
 std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*values) {
-  if (!samples.Has(values)) return std::nullopt;
+  if (!HasValues(samples, values)) return std::nullopt;
   Atom atom;
-  samples.ForEachValue(values, [&atom](auto value) { atom.Add(value); });
+  ForEachValue(samples, values, [&atom](auto value) { atom.Add(value); });
   return atom;
 }
 

@@ -3,6 +3,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/toolbox.h"
 
@@ -70,7 +71,7 @@ TEST_F(SampleTables, GiveTheirSamplesWithTheFileTheyLieIn) {
   const MediaRecord& media = *First(one_);
   EXPECT_EQ(GetMediaDecodeDuration(First(one_)), 900);
   EXPECT_EQ(media.dataReferences, (std::vector<DataReference>{ThisFile{}, *two_.file}));
-  media.samples.ForEachPiece(6, 9, [&](const SamplePiece& piece) {
+  ForEachPiece(media.samples, {6, 9}, [&](const SamplePiece& piece) {
     EXPECT_EQ(media.ReferenceOf(piece.description), DataReference(*two_.file));
     EXPECT_EQ(piece.offset, 1010U);
   });

@@ -5,7 +5,9 @@
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
-#include "toolbox/plan/plan.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
 #include "toolbox/write/write_file.h"
@@ -53,8 +55,8 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
     const auto saved = ReadMovieFile(path, References::kResolve);
     ASSERT_EQ(saved->tracks[0]->header.layer, time);
     std::uint32_t sample = 0;
-    saved->tracks[0]->media->samples.ForEachSize(
-        [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
+    ForEachSize(saved->tracks[0]->media->samples,
+                [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
     ASSERT_EQ(sample, kSamples);
   }
 }

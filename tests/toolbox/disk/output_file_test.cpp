@@ -24,6 +24,9 @@
 #include <string>
 #include <vector>
 
+#include "toolbox/disk/system_error.h"
+#include "toolbox/references/sources.h"
+
 namespace toolbox {
 namespace {
 
@@ -57,6 +60,11 @@ OSErr CodeOf(const std::function<void()>& body) try {
   return noErr;
 } catch (const Refused& refused) {
   return refused.code;
+}
+
+void Append(OutputFile& file, const Bytes& bytes) { file.Write(file.Position(), bytes); }
+void Append(OutputFile& file, const ByteSource& source, std::uint64_t from, std::uint64_t length) {
+  file.Copy(file.Position(), source, from, length);
 }
 
 // Runs `body` in a process of its own; returns how that ended, as waitpid tells it.
@@ -120,7 +128,7 @@ TEST_F(Output, ReplacesOnlyAtCommitAndThenWhole) {
   Store(target_, Text("old"));
   {
     OutputFile given(target_);
-    given.Append(Text("given up"));
+    Append(given, Text("given up"));
     given.Flush();
     EXPECT_EQ(FilesInFolder(), 2);
     EXPECT_EQ(Stored(target_), Text("old"));
@@ -129,8 +137,8 @@ TEST_F(Output, ReplacesOnlyAtCommitAndThenWhole) {
   EXPECT_EQ(Stored(target_), Text("old"));
 
   OutputFile file(target_);
-  file.Append(Text("new "));
-  file.Append(Text("one"));
+  Append(file, Text("new "));
+  Append(file, Text("one"));
   EXPECT_EQ(file.Position(), 7u);
   file.Commit();
   EXPECT_EQ(Stored(target_), Text("new one"));
@@ -153,7 +161,7 @@ TEST_F(Output, FollowsSymbolicLinksAlsoToWhereNothingIsYet) {
   fs::create_symlink("../real.mov", folder_ / "sub/link");
   for (const char* content : {"first", "second"}) {
     OutputFile file(target_);
-    file.Append(Text(content));
+    Append(file, Text(content));
     file.Commit();
     EXPECT_TRUE(fs::is_symlink(target_));
     EXPECT_EQ(Stored(folder_ / "real.mov"), Text(content));
@@ -246,8 +254,8 @@ TEST_F(Output, IsBusyWhileAnotherProcessReadsTheFileButNotThroughOurOwnReading) 
 
   const FileSource own(target_);
   OutputFile file(target_);
-  file.Append(Text("made of the "));
-  file.Copy(own, 0, 3);
+  Append(file, Text("made of the "));
+  Append(file, own, 0, 3);
   file.Commit();
   EXPECT_EQ(Stored(target_), Text("made of the old"));
 }
@@ -255,7 +263,7 @@ TEST_F(Output, IsBusyWhileAnotherProcessReadsTheFileButNotThroughOurOwnReading) 
 TEST_F(Output, CutsOffWhatWasReservedInVain) {
   OutputFile file(target_);
   file.Reserve(5 << 20);
-  file.Append(Text("short"));
+  Append(file, Text("short"));
   file.Reserve(1 << 10);
   file.Commit();
   EXPECT_EQ(Stored(target_), Text("short"));
@@ -263,12 +271,12 @@ TEST_F(Output, CutsOffWhatWasReservedInVain) {
 
 TEST_F(Output, WritesDevicesAndPipesDirectly) {
   OutputFile nowhere("/dev/null");
-  nowhere.Append(Noise(3 << 20, 1));
+  Append(nowhere, Noise(3 << 20, 1));
   nowhere.Commit();
   EXPECT_TRUE(fs::is_other("/dev/null"));
 
   OutputFile full("/dev/full");
-  full.Append(Text("no room"));
+  Append(full, Text("no room"));
   EXPECT_EQ(CodeOf([&] { full.Flush(); }), dskFulErr);
 
   const Bytes content = Noise(300'000, 2);
@@ -278,7 +286,7 @@ TEST_F(Output, WritesDevicesAndPipesDirectly) {
   OutputFile pipe(target_);
   pipe.Reserve(content.size());
   const FileSource source(folder_ / "in");
-  pipe.Copy(source, 0, content.size());
+  Append(pipe, source, 0, content.size());
   pipe.Commit();
   EXPECT_EQ(received.get(), content);
   EXPECT_EQ(FilesInFolder(), 2);
@@ -318,7 +326,7 @@ TEST_F(Output, GathersPiecesOfManySourcesInOrder) {
       const std::size_t length = kLengths[isRare ? random() % std::size(kLengths) : 2];
       if (random() % 100 == 0) near = random() % 2'900'000;
       const std::size_t at = (near + random() % 100'000) % (contents[which].size() - length + 1);
-      file.Copy(*sources[which], at, length);
+      Append(file, *sources[which], at, length);
       const auto from = contents[which].begin() + static_cast<std::ptrdiff_t>(at);
       expected.insert(expected.end(), from, from + static_cast<std::ptrdiff_t>(length));
       if (piece % 500 == 0) file.Flush();
@@ -336,7 +344,7 @@ TEST_F(Output, SeesTheBytesOfANewSourceWhereAnOldOneStood) {
   std::optional<FileSource> source;
   for (const char* name : {"a", "b"}) {
     source.emplace(folder_ / name);
-    for (std::uint64_t at = 0; at < 50'000; at += 100) file.Copy(*source, at, 100);
+    for (std::uint64_t at = 0; at < 50'000; at += 100) Append(file, *source, at, 100);
     file.Flush();
   }
   file.Commit();
@@ -355,11 +363,11 @@ TEST_F(Output, RefusesASourceThatEndsTooSoonAndIsNeverCommittedAfter) {
     OutputFile file(target_);
     EXPECT_EQ(CodeOf([&] {
                 for (std::uint64_t at = 0; at < 1'000'000; at += pieceSize) {
-                  file.Copy(source, at, std::min(pieceSize, 1'000'000 - at));
+                  Append(file, source, at, std::min(pieceSize, 1'000'000 - at));
                 }
               }),
               eofErr);
-    EXPECT_EQ(CodeOf([&] { file.Append(Text("more")); }), ioErr);
+    EXPECT_EQ(CodeOf([&] { Append(file, Text("more")); }), ioErr);
     EXPECT_EQ(CodeOf([&] { file.Commit(); }), ioErr);
     EXPECT_EQ(Stored(target_), Text("old"));
   }
@@ -372,7 +380,7 @@ TEST_F(Output, IsRemovedByTheSignalsThatEndTheProcess) {
       const rlimit noCore = {0, 0};
       setrlimit(RLIMIT_CORE, &noCore);
       OutputFile first(target_), second(folder_ / "second.mov");
-      first.Append(Text("half"));
+      Append(first, Text("half"));
       first.Flush();
       if (FilesInFolder() == 2) raise(signal);
     });
@@ -384,7 +392,7 @@ TEST_F(Output, IsRemovedByTheSignalsThatEndTheProcess) {
 TEST_F(Output, IsRemovedAtExit) {
   const int end = EndOfChild([&] {
     static auto* const leftOpen = new OutputFile(target_);
-    leftOpen->Append(Text("half"));
+    Append(*leftOpen, Text("half"));
     std::exit(FilesInFolder() == 1 ? 0 : 1);
   });
   EXPECT_EQ(end, 0);
@@ -424,8 +432,8 @@ TEST_F(Output, LeavesNothingWhenTheFileGrowsTooLarge) {
     });
   };
   EXPECT_EQ(limited([&](OutputFile& file) { file.Reserve(300'000); }), ioErr);
-  EXPECT_EQ(limited([&](OutputFile& file) { file.Append(content); }), ioErr);
-  EXPECT_EQ(limited([&](OutputFile& file) { file.Copy(source, 0, 300'000); }), ioErr);
+  EXPECT_EQ(limited([&](OutputFile& file) { Append(file, content); }), ioErr);
+  EXPECT_EQ(limited([&](OutputFile& file) { Append(file, source, 0, 300'000); }), ioErr);
   EXPECT_EQ(Stored(target_), Text("old"));
   EXPECT_EQ(FilesInFolder(), 2);
 }

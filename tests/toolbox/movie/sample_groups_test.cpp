@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/toolbox/bytes.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
@@ -29,7 +32,7 @@ using Numbers = std::vector<std::uint32_t>;
 
 Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
   Numbers numbers;
-  table.ForEachGroup(group, [&](std::uint32_t count, std::uint32_t number) {
+  ForEachGroup(table, group, [&](std::uint32_t count, std::uint32_t number) {
     numbers.insert(numbers.end(), count, number);
   });
   return numbers;
@@ -54,8 +57,8 @@ TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
       {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, *first.descriptions, {0, 0, 0, 0}}};
   for (const Case& one : cases) {
     SampleTable table = Grouped({first});
-    table.AppendSlice(Grouped({one.second}), 0, 4, std::vector{0U});
-    const auto groups = table.Groups();
+    table.AppendSlice(Grouped({one.second}), {0, 4}, std::vector{0U});
+    const auto groups = GroupsOf(table);
     ASSERT_FALSE(groups.empty());
     EXPECT_EQ(groups[0].descriptions, one.descriptions);
     EXPECT_TRUE(groups[0].isMapped);
@@ -68,9 +71,9 @@ TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
 TEST(SampleGroups, MapTheDefaultNumberOnceNotAllSamplesHaveIt) {
   const SampleGroup unmapped{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
   SampleTable table = Grouped({unmapped});
-  EXPECT_FALSE(table.Groups().at(0).isMapped);
-  table.AppendSlice(Grouped({}), 0, 4, std::vector{0U});
-  const auto groups = table.Groups();
+  EXPECT_FALSE(GroupsOf(table).at(0).isMapped);
+  table.AppendSlice(Grouped({}), {0, 4}, std::vector{0U});
+  const auto groups = GroupsOf(table);
   EXPECT_TRUE(groups.at(0).isMapped);
   EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
 }
@@ -82,10 +85,10 @@ TEST(SampleGroups, AreLeftOutIfTheirEntriesCannotBeSeparated) {
     return SampleGroup{descriptions.grouping, 0, 0, descriptions, {{0, 1}}};
   };
   SampleTable table = Grouped({opaque({1, 2, 3})});
-  table.AppendSlice(Grouped({opaque({1, 2, 3})}), 1, 4, std::vector{0U});
-  EXPECT_EQ(table.Groups().size(), 1U);
-  table.AppendSlice(Grouped({opaque({1, 2, 4})}), 0, 4, std::vector{0U});
-  EXPECT_TRUE(table.Groups().empty());
+  table.AppendSlice(Grouped({opaque({1, 2, 3})}), {1, 4}, std::vector{0U});
+  EXPECT_EQ(GroupsOf(table).size(), 1U);
+  table.AppendSlice(Grouped({opaque({1, 2, 4})}), {0, 4}, std::vector{0U});
+  EXPECT_TRUE(GroupsOf(table).empty());
 }
 
 }  // namespace

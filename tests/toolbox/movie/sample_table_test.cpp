@@ -6,6 +6,9 @@
 #include <chrono>
 
 #include "tests/toolbox/random.h"
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
 namespace {
@@ -133,7 +136,7 @@ void Joined::Append() {
   std::vector<std::uint32_t> map{random_.Below(2), 2 + random_.Below(2), 4};
   const bool continues = index == lastIndex && from == lastEnd && map == lastMap;
 
-  const std::int64_t base = table_.AppendSlice(source.table, from, to, map);
+  const std::int64_t base = table_.AppendSlice(source.table, {from, to}, map).units;
   if (from == to) {
     EXPECT_EQ(base, TimesOf(samples_).back());
     return;
@@ -166,23 +169,23 @@ void Joined::Append() {
 TEST_P(Joined, TellsTheTimeOfEverySample) {
   const auto times = TimesOf(samples_);
   ASSERT_EQ(table_.Count(), samples_.size());
-  EXPECT_EQ(table_.Duration(), times.back());
-  EXPECT_EQ(table_.TimeOf(samples_.size()), times.back());
-  SampleTable::TimeCursor forward(table_), anyhow(table_);
+  EXPECT_EQ(table_.Duration().units, times.back());
+  EXPECT_EQ(table_.TimeOf(samples_.size()).units, times.back());
+  TimeCursor forward(table_), anyhow(table_);
   for (std::uint64_t i = 0; i < samples_.size(); ++i) {
-    EXPECT_EQ(table_.TimeOf(i), times[i]);
-    EXPECT_EQ(table_.DurationOf(i), samples_[i].duration);
-    EXPECT_EQ(table_.ShownAt(i), times[i] + samples_[i].offset);
-    EXPECT_EQ(forward.TimeOf(i), times[i]);
-    EXPECT_EQ(forward.DurationOf(i), samples_[i].duration);
+    EXPECT_EQ(table_.TimeOf(i).units, times[i]);
+    EXPECT_EQ(table_.DurationOf(i).units, samples_[i].duration);
+    EXPECT_EQ(ShownAt(table_, i).units, times[i] + samples_[i].offset);
+    EXPECT_EQ(forward.TimeOf(i).units, times[i]);
+    EXPECT_EQ(forward.DurationOf(i).units, samples_[i].duration);
     const std::uint64_t other = random_.Below(samples_.size() + 1);
-    EXPECT_EQ(anyhow.TimeOf(other), times[other]);
+    EXPECT_EQ(anyhow.TimeOf(other).units, times[other]);
   }
-  EXPECT_EQ(table_.SampleAt(-1), 0U);
-  EXPECT_EQ(table_.SampleAt(times.back()), samples_.size() - 1);
+  EXPECT_EQ(table_.SampleAt({-1}), 0U);
+  EXPECT_EQ(table_.SampleAt({times.back()}), samples_.size() - 1);
   for (std::int64_t time = 0; time < times.back(); ++time) {
     const auto after = std::ranges::upper_bound(times, time);
-    ASSERT_EQ(table_.SampleAt(time), static_cast<std::uint64_t>(after - times.begin() - 1));
+    ASSERT_EQ(table_.SampleAt({time}), static_cast<std::uint64_t>(after - times.begin() - 1));
   }
 }
 
@@ -191,19 +194,19 @@ TEST_P(Joined, WalksEverySample) {
   std::vector<std::uint32_t> sizes;
   std::vector<std::uint64_t> sync, partial;
   Bytes dependencies;
-  table_.ForEachTime([&](std::uint32_t count, std::int64_t delta) {
+  ForEachTime(table_, [&](std::uint32_t count, std::int64_t delta) {
     EXPECT_TRUE(durations.empty() || durations.back() != delta) << "runs are not joined";
     durations.insert(durations.end(), count, delta);
   });
-  table_.ForEachOffset([&](std::uint32_t count, std::int32_t offset) {
+  ForEachOffset(table_, [&](std::uint32_t count, std::int32_t offset) {
     EXPECT_TRUE(offsets.empty() || offsets.back() != offset) << "runs are not joined";
     offsets.insert(offsets.end(), count, offset);
   });
-  table_.ForEachSize([&](std::uint32_t size) { sizes.push_back(size); });
-  table_.ForEachSync([&](std::uint64_t sample) { sync.push_back(sample); });
-  table_.ForEachPartialSync([&](std::uint64_t sample) { partial.push_back(sample); });
-  table_.ForEachValue(&SampleRows::dependencies,
-                      [&](std::uint8_t byte) { dependencies.push_back(byte); });
+  ForEachSize(table_, [&](std::uint32_t size) { sizes.push_back(size); });
+  ForEachSync(table_, [&](std::uint64_t sample) { sync.push_back(sample); });
+  ForEachPartialSync(table_, [&](std::uint64_t sample) { partial.push_back(sample); });
+  ForEachValue(table_, &SampleRows::dependencies,
+               [&](std::uint8_t byte) { dependencies.push_back(byte); });
 
   std::vector<std::uint64_t> expectedSync, expectedPartial;
   ASSERT_EQ(durations.size(), samples_.size());
@@ -224,21 +227,21 @@ TEST_P(Joined, WalksEverySample) {
       --before;
     }
     EXPECT_EQ(table_.SyncAtOrBefore(i), before);
-    EXPECT_EQ(table_.FileStretch(i).first, sample.stretchStart);
+    EXPECT_EQ(table_.SliceOf(i).first, sample.stretchStart);
   }
   EXPECT_EQ(sync, expectedSync);
   EXPECT_EQ(partial, expectedPartial);
 }
 
 TEST_P(Joined, FindsTheBytesOfEveryStretch) {
-  EXPECT_EQ(table_.LocatedCount(), samples_.size());
-  EXPECT_TRUE(table_.IsLocated(0, samples_.size()));
+  EXPECT_EQ(LocatedCount(table_), samples_.size());
+  EXPECT_TRUE(IsLocated(table_, {0, samples_.size()}));
   for (int round = 0; round < 30; ++round) {
     const std::uint64_t from = random_.Below(samples_.size());
     const std::uint64_t to = from + 1 + random_.Below(samples_.size() - from);
     std::uint64_t next = from;
     std::vector<bool> used(5), expectedUse(5);
-    table_.ForEachPiece(from, to, [&](const SamplePiece& piece) {
+    ForEachPiece(table_, {from, to}, [&](const SamplePiece& piece) {
       EXPECT_EQ(piece.sample, next);
       EXPECT_GT(piece.count, 0U);
       std::uint64_t at = piece.offset;
@@ -249,18 +252,18 @@ TEST_P(Joined, FindsTheBytesOfEveryStretch) {
         at += samples_[next++].size;
       }
       EXPECT_EQ(piece.offset + piece.size, at);
-      EXPECT_EQ(table_.SizeOf(piece.sample, piece.count, piece.description), piece.size);
+      EXPECT_EQ(SizeOf(table_, piece.sample, piece.count, piece.description), piece.size);
     });
     EXPECT_EQ(next, to);
-    table_.MarkDescriptions(from, to, used);
+    MarkDescriptions(table_, {from, to}, used);
     EXPECT_EQ(used, expectedUse);
   }
 }
 
 // The samples that a player has to decode for [from, to), by trying them all: the one on show at
 // `from`, those that come on show before `to`, and what lies between them.
-std::pair<std::uint64_t, std::uint64_t> ShownByBruteForce(const std::vector<Sample>& samples,
-                                                          std::int64_t from, std::int64_t to) {
+SampleRange ShownByBruteForce(const std::vector<Sample>& samples, std::int64_t from,
+                              std::int64_t to) {
   const auto times = TimesOf(samples);
   std::uint64_t first = samples.size(), last = 0;
   std::optional<std::uint64_t> onShow;
@@ -278,13 +281,13 @@ std::pair<std::uint64_t, std::uint64_t> ShownByBruteForce(const std::vector<Samp
 }
 
 TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
-  const std::int64_t end = std::min(table_.Duration(), shownUntil_);
+  const std::int64_t end = std::min(table_.Duration().units, shownUntil_);
   for (int round = 0; round < 200; ++round) {
     const auto from = std::int64_t{random_.Below(static_cast<std::uint64_t>(end))};
     const std::int64_t to = from + 1 + random_.Below(12);
     const auto expected = ShownByBruteForce(samples_, from, to);
-    if (expected.first == samples_.size()) continue;  // before the first is shown
-    ASSERT_EQ(table_.SamplesShownIn(from, to), expected) << from << " to " << to;
+    if (expected.from == samples_.size()) continue;  // before the first is shown
+    ASSERT_EQ(SamplesShownIn(table_, {from}, {to}), expected) << from << " to " << to;
   }
 }
 
@@ -305,28 +308,28 @@ SampleTable Clip(std::vector<std::int32_t> offsets, std::uint32_t delta = 10) {
 TEST(SampleTable, StretchesNothingBetweenEqualClips) {
   const SampleTable clip = Clip({20, 40, 10, 10});
   SampleTable joined;
-  joined.AppendSlice(clip, 0, 4, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(clip, 0, 4, std::vector{0U}), 40);
-  EXPECT_EQ(joined.Duration(), 80);
+  joined.AppendSlice(clip, {0, 4}, std::vector{0U});
+  EXPECT_EQ(joined.AppendSlice(clip, {0, 4}, std::vector{0U}), MediaTime{40});
+  EXPECT_EQ(joined.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, StretchesTheLastSampleWherePicturesWouldOverlap) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
-  joined.AppendSlice(reordered, 0, 4, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(plain, 0, 2, std::vector{0U}), 60);
-  EXPECT_EQ(joined.DurationOf(3), 30);
-  EXPECT_EQ(joined.SampleAt(59), 3U);
+  joined.AppendSlice(reordered, {0, 4}, std::vector{0U});
+  EXPECT_EQ(joined.AppendSlice(plain, {0, 2}, std::vector{0U}), MediaTime{60});
+  EXPECT_EQ(joined.DurationOf(3), MediaTime{30});
+  EXPECT_EQ(joined.SampleAt({59}), 3U);
   SampleTable again;
-  again.AppendSlice(joined, 0, 6, std::vector{0U});
-  EXPECT_EQ(again.Duration(), 80);
+  again.AppendSlice(joined, {0, 6}, std::vector{0U});
+  EXPECT_EQ(again.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, MayBeAppendedToItself) {
   SampleTable table = Clip({0, 0, 0});
-  EXPECT_EQ(table.AppendSlice(table, 1, 3, std::vector{0U}), 30);
+  EXPECT_EQ(table.AppendSlice(table, {1, 3}, std::vector{0U}), MediaTime{30});
   EXPECT_EQ(table.Count(), 5U);
-  EXPECT_EQ(table.Duration(), 50);
+  EXPECT_EQ(table.Duration(), MediaTime{50});
 }
 
 // An hour of packed sound in one description: `perChunk` samples a chunk.
@@ -345,15 +348,14 @@ TEST(SampleTable, SplitsNoPacket) {
   auto rows = PackedSound(1000, 160, {64, 34});  // chunks of 64 + 64 + 32
   for (std::uint64_t chunk = 0; chunk < 7; ++chunk) rows->chunkOffsets.Add(1000 * chunk);
   const SampleTable table(rows);
-  using Range = std::pair<std::uint64_t, std::uint64_t>;
-  EXPECT_EQ(table.WholePackets(64, 128), (Range{64, 128}));
-  EXPECT_EQ(table.WholePackets(65, 130), (Range{64, 160}));
-  EXPECT_EQ(table.WholePackets(170, 290), (Range{160, 320}));
-  EXPECT_EQ(table.WholePackets(999, 1000), (Range{960, 1000}));
+  EXPECT_EQ(WholePackets(table, {64, 128}), (SampleRange{64, 128}));
+  EXPECT_EQ(WholePackets(table, {65, 130}), (SampleRange{64, 160}));
+  EXPECT_EQ(WholePackets(table, {170, 290}), (SampleRange{160, 320}));
+  EXPECT_EQ(WholePackets(table, {999, 1000}), (SampleRange{960, 1000}));
   std::vector<std::pair<std::uint64_t, std::uint64_t>> places;
-  table.ForEachPiece(
-      64, 320, [&](const SamplePiece& piece) { places.emplace_back(piece.offset, piece.size); });
-  EXPECT_EQ(places, (std::vector<Range>{{34, 68}, {1000, 102}}));
+  ForEachPiece(table, {64, 320},
+               [&](const SamplePiece& piece) { places.emplace_back(piece.offset, piece.size); });
+  EXPECT_EQ(places, (decltype(places){{34, 68}, {1000, 102}}));
 }
 
 TEST(SampleTable, KnowsFourBillionSamplesInNoTime) {
@@ -364,15 +366,15 @@ TEST(SampleTable, KnowsFourBillionSamplesInNoTime) {
   const SampleTable sound(rows);
   SampleTable table;
   for (int i = 0; i < 1000; ++i) {
-    table.AppendSlice(sound, static_cast<std::uint64_t>(i), kCount, std::vector{0U});
+    table.AppendSlice(sound, {static_cast<std::uint64_t>(i), kCount}, std::vector{0U});
   }
   const std::uint64_t total = std::uint64_t{kCount} * 1000 - 999 * 500;
   EXPECT_EQ(table.Count(), total);
-  EXPECT_EQ(table.Duration(), static_cast<std::int64_t>(total));
-  EXPECT_EQ(table.SampleAt(table.Duration() / 2), total / 2);
+  EXPECT_EQ(table.Duration().units, static_cast<std::int64_t>(total));
+  EXPECT_EQ(table.SampleAt({table.Duration().units / 2}), total / 2);
   std::uint64_t samples = 0, bytes = 0;
-  table.ForEachTime([&](std::uint32_t count, std::int64_t) { samples += count; });
-  table.ForEachPiece(0, total, [&](const SamplePiece& piece) { bytes += piece.size; });
+  ForEachTime(table, [&](std::uint32_t count, std::int64_t) { samples += count; });
+  ForEachPiece(table, {0, total}, [&](const SamplePiece& piece) { bytes += piece.size; });
   EXPECT_EQ(samples, total);
   EXPECT_EQ(bytes, 4 * total);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
@@ -386,33 +388,32 @@ TEST(SampleTable, ReadsTheRollDistanceOfASample) {
   const SampleGroupDescriptions descriptions{
       1 << 24, roll, {0, 0, 0, 2, 0, 0, 0, 2, 0xFF, 0xFF, 0xFF, 0xFD}};
   rows->groups.push_back({roll, 0, 0, descriptions, {{0, 0}, {2, 1}, {5, 2}}});
-  const SampleTable table(rows);
-  EXPECT_EQ(table.RollDistance(1), std::nullopt);
-  EXPECT_EQ(table.RollDistance(4), 1U);
-  EXPECT_EQ(table.RollDistance(9), 3U);
+  EXPECT_EQ(RollDistance(*rows, 1), std::nullopt);
+  EXPECT_EQ(RollDistance(*rows, 4), 1U);
+  EXPECT_EQ(RollDistance(*rows, 9), 3U);
 }
 
 TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
-  EXPECT_EQ(joined.AppendInStep(reordered, 0, 4, std::vector{0U}), 0);
-  EXPECT_EQ(joined.AppendInStep(plain, 0, 2, std::vector{0U}), 40);
+  EXPECT_EQ(joined.AppendInStep(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
+  EXPECT_EQ(joined.AppendInStep(plain, {0, 2}, std::vector{0U}), MediaTime{40});
   // In parts it is moved by as much as in one piece.
-  EXPECT_EQ(joined.AppendInStep(reordered, 0, 2, std::vector{0U}), 60);
-  EXPECT_EQ(joined.AppendInStep(reordered, 2, 4, std::vector{0U}), 80);
-  EXPECT_EQ(joined.Duration(), 100);
+  EXPECT_EQ(joined.AppendInStep(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
+  EXPECT_EQ(joined.AppendInStep(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
+  EXPECT_EQ(joined.Duration(), MediaTime{100});
   std::vector<std::int64_t> shown;
-  for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(joined.ShownAt(i));
+  for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(ShownAt(joined, i).units);
   EXPECT_EQ(shown, (std::vector<std::int64_t>{0, 30, 10, 20, 40, 50, 60, 90, 70, 80}));
-  EXPECT_EQ(joined.ShownUntil(), 100);
+  EXPECT_EQ(joined.ShownUntil(), MediaTime{100});
   std::vector<std::int32_t> offsets;
-  joined.ForEachOffset([&](std::uint32_t count, std::int32_t offset) {
+  ForEachOffset(joined, [&](std::uint32_t count, std::int32_t offset) {
     offsets.insert(offsets.end(), count, offset);
   });
   EXPECT_EQ(offsets, (std::vector<std::int32_t>{0, 20, -10, -10, 0, 0, 0, 20, -10, -10}));
-  EXPECT_EQ(joined.OffsetsVersion(), 1U);
-  EXPECT_EQ(joined.SamplesShownIn(20, 30), (std::pair<std::uint64_t, std::uint64_t>{3, 4}));
-  EXPECT_EQ(joined.Rescaled(600, 1200).ShownAt(1), 60);
+  EXPECT_EQ(OffsetsVersion(joined), 1U);
+  EXPECT_EQ(SamplesShownIn(joined, {20}, {30}), (SampleRange{3, 4}));
+  EXPECT_EQ(ShownAt(joined.Rescaled(600, 1200), 1), MediaTime{60});
 }
 
 TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
@@ -423,10 +424,10 @@ TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
   rows->chunkOffsets.Add(0), rows->chunkOffsets.Add(100);
   rows->constantSize = 1;
   SampleTable table;
-  table.AppendSlice(SampleTable(rows), 1, 10, std::vector{0U});
-  EXPECT_EQ(table.LocatedCount(), 5U);
-  EXPECT_TRUE(table.IsLocated(0, 5));
-  EXPECT_FALSE(table.IsLocated(4, 6));
+  table.AppendSlice(SampleTable(rows), {1, 10}, std::vector{0U});
+  EXPECT_EQ(LocatedCount(table), 5U);
+  EXPECT_TRUE(IsLocated(table, {0, 5}));
+  EXPECT_FALSE(IsLocated(table, {4, 6}));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "toolbox/movie/sample_times.h"
+#include "toolbox/movie/presentation.h"
 
 #include <gtest/gtest.h>
 
@@ -31,7 +32,7 @@ Shown Watched(const TrackRecord& track) {
     for (MovieTime time = edit.start; time < edit.End(); time += MovieTime{1}) {
       const auto shown = MediaTimeAt(track, time);
       if (!shown) continue;
-      const auto [first, last] = samples.SamplesShownIn(shown->units, shown->units + 1);
+      const auto [first, last] = SamplesShownIn(samples, *shown, *shown + MediaTime{1});
       const auto now = first == last ? std::nullopt : std::optional(first);
       if (now && now == before) {
         found.back().duration += MovieTime{1};

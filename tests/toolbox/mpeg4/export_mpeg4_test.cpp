@@ -9,6 +9,9 @@
 #include "tests/toolbox/movies.h"
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
 #include "toolbox/mpeg4/session_description.h"
@@ -184,8 +187,8 @@ TEST_F(Export, OfOffsetsBelowZeroNamesABrandThatKnowsThem) {
 using Times = std::vector<std::pair<std::uint32_t, std::int64_t>>;
 Times TimesOf(const TrackRecord& track) {
   Times times;
-  track.media->samples.ForEachTime(
-      [&](std::uint32_t count, std::int64_t delta) { times.emplace_back(count, delta); });
+  ForEachTime(track.media->samples,
+              [&](std::uint32_t count, std::int64_t delta) { times.emplace_back(count, delta); });
   return times;
 }
 
@@ -225,7 +228,7 @@ TEST(FoldRates, KeepsWhatIsShownAtSeveralSpeedsOnceForEach) {
                                                     {{180}, {120}, {12000}, 1.0},
                                                     {{300}, {30}, {24000}, 0.0}}));
   std::vector<std::uint64_t> offsets;
-  track.media->samples.ForEachPiece(0, 7, [&](const SamplePiece& piece) {
+  ForEachPiece(track.media->samples, {0, 7}, [&](const SamplePiece& piece) {
     for (std::uint32_t i = 0; i < piece.count; ++i) offsets.push_back(piece.offset + 10 * i);
   });
   EXPECT_EQ(offsets, (std::vector<std::uint64_t>{0, 10, 0, 10, 20, 30, 10}));

@@ -1,9 +1,11 @@
 #include "toolbox/plan/kept_places.h"
+#include "toolbox/movie/sample_places.h"
 
 #include <gtest/gtest.h>
 
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/plan/flatten.h"
 
 namespace toolbox {
 namespace {
@@ -43,12 +45,13 @@ class KeptPlaces : public InFolder {
         sourceOf[range.destination + i] = range.at + i;
     });
     for (const TrackPlan& track : plan.tracks) {
-      for (const OutputChunk& chunk : track.chunks) {
-        ASSERT_TRUE(chunk.keepsPlaces);
-        track.source->media->samples.ForEachPiece(
-            chunk.sample, chunk.sample + chunk.count, [&](const SamplePiece& piece) {
-              EXPECT_EQ(sourceOf[chunk.destination + piece.offset - chunk.source], piece.offset);
-            });
+      ASSERT_TRUE(std::holds_alternative<KeptStretches>(track.places));
+      for (const KeptStretch& kept : std::get<KeptStretches>(track.places)) {
+        ForEachPiece(track.source->media->samples, {kept.sample, kept.sample + kept.count},
+                     [&](const SamplePiece& piece) {
+                       EXPECT_EQ(sourceOf[kept.destination + piece.offset - kept.source],
+                                 piece.offset);
+                     });
       }
     }
   }

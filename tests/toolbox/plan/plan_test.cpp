@@ -8,6 +8,8 @@
 #include "tests/toolbox/movies.h"
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/framing.h"
+#include "toolbox/plan/flatten.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/write/write_movie.h"
 
 namespace toolbox {
@@ -18,9 +20,9 @@ using Range = std::pair<std::uint64_t, std::uint64_t>;
 
 std::vector<Range> SamplesOf(const TrackPlan& track) {
   std::vector<Range> samples;
-  for (const OutputChunk& chunk : track.chunks) {
-    samples.emplace_back(chunk.sample, chunk.sample + chunk.count);
-  }
+  track.ForEachCopied([&](std::uint64_t first, std::uint32_t count) {
+    samples.emplace_back(first, first + count);
+  });
   return samples;
 }
 
@@ -211,7 +213,7 @@ TEST_F(Plan, OfAReferenceMovieCopiesOnlyWhatIsInMemory) {
   EXPECT_EQ(references(0), (std::vector<DataReference>{*movie_.file}));
   EXPECT_EQ(references(1), (std::vector<DataReference>{OtherFile{"/elsewhere"}}));
   EXPECT_EQ(references(2), (std::vector<DataReference>{ThisFile{}}));
-  EXPECT_TRUE(plan.tracks[0].chunks.empty());
+  EXPECT_TRUE(std::holds_alternative<StaysInPlace>(plan.tracks[0].places));
 }
 
 // --- 64-bit offsets

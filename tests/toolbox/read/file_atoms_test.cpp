@@ -7,7 +7,9 @@
 #include <tuple>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/disk/output_file.h"
 #include "toolbox/movie/segments.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
 #include "toolbox/write/write_file.h"

@@ -1,4 +1,5 @@
 #include "toolbox/read/read_adts.h"
+#include "toolbox/movie/sample_places.h"
 
 #include <gtest/gtest.h>
 
@@ -31,8 +32,8 @@ std::vector<Place> Places(const Bytes& file) {
   const auto movie = Read(file);
   if (!movie) return places;
   const SampleTable& samples = movie->tracks.at(0)->media->samples;
-  samples.ForEachPiece(0, samples.Count(), [&](const SamplePiece& piece) {
-    places.emplace_back(piece.offset, piece.size, samples.DurationOf(piece.sample));
+  ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
+    places.emplace_back(piece.offset, piece.size, samples.DurationOf(piece.sample).units);
   });
   return places;
 }

@@ -4,7 +4,9 @@
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_groups.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/write/update_file.h"
@@ -30,12 +32,12 @@ struct Seen {
 
 std::vector<Seen> SeenIn(const SampleTable& table) {
   std::vector<Seen> all;
-  table.ForEachPiece(0, table.Count(), [&](const SamplePiece& piece) {
+  ForEachPiece(table, {0, table.Count()}, [&](const SamplePiece& piece) {
     std::uint64_t at = piece.offset;
     for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
-      const auto size = static_cast<std::uint32_t>(table.SizeOf(i, 1, piece.description));
-      all.push_back({at, size, table.TimeOf(i), table.DurationOf(i), table.ShownAt(i),
-                     table.SyncAtOrBefore(i) == i, piece.description});
+      const auto size = static_cast<std::uint32_t>(SizeOf(table, i, 1, piece.description));
+      all.push_back({at, size, table.TimeOf(i).units, table.DurationOf(i).units,
+                     ShownAt(table, i).units, table.SyncAtOrBefore(i) == i, piece.description});
       at += size;
     }
   });

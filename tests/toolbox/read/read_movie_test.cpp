@@ -7,6 +7,9 @@
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/malformed.h"
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/write/write_movie.h"
 
 namespace toolbox {
@@ -19,8 +22,8 @@ using Range = std::pair<std::uint64_t, std::uint64_t>;
 std::vector<Range> Places(const MediaRecord& media) {
   std::vector<std::uint32_t> sizes;
   std::vector<Range> places;
-  media.samples.ForEachSize([&](std::uint32_t size) { sizes.push_back(size); });
-  media.samples.ForEachPiece(0, media.samples.Count(), [&](const SamplePiece& piece) {
+  ForEachSize(media.samples, [&](std::uint32_t size) { sizes.push_back(size); });
+  ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
     std::uint64_t at = piece.offset;
     for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
       places.emplace_back(at, sizes[i]);
@@ -256,10 +259,10 @@ TEST_F(ReadMovie, FitsTablesThatStateTooFewSamples) {
                      Atom("stss", U32(0), U32(4), U32(3), U32(0), U32(1), U32(77)),
                      Atom("stsc", U32(0), U32(1), U32(1), U32(3), U32(1)),
                      Atom("stsz", U32(0), U32(4), U32(5)), Atom("stco", U32(0), U32(1), U32(0))));
-  EXPECT_EQ(table.Duration(), 50);
-  EXPECT_EQ(table.ShownAt(0), -2);
-  EXPECT_EQ(table.ShownAt(1), 10);
-  EXPECT_EQ(table.LocatedCount(), 3U);
+  EXPECT_EQ(table.Duration(), MediaTime{50});
+  EXPECT_EQ(ShownAt(table, 0), MediaTime{-2});
+  EXPECT_EQ(ShownAt(table, 1), MediaTime{10});
+  EXPECT_EQ(LocatedCount(table), 3U);
   EXPECT_EQ(table.SyncAtOrBefore(1), 0U);
   EXPECT_EQ(table.SyncAtOrBefore(4), 2U);
 }
@@ -293,8 +296,8 @@ TEST_F(ReadMovie, KnowsThePacketsOfCompressedSound) {
                                Atom("stco", U32(0), U32(1), U32(0)))})
           ->tracks[0]
           ->media->samples;
-  EXPECT_EQ(table.PacketLength(0), 64U);
-  EXPECT_EQ(table.SizeOf(0, 640, 0), 680U);
+  EXPECT_EQ(PacketLength(table, 0), 64U);
+  EXPECT_EQ(SizeOf(table, 0, 640, 0), 680U);
 }
 
 // --- User data

@@ -8,7 +8,11 @@
 #include <optional>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/disk/output_file.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/movie/segments.h"
+#include "toolbox/plan/flatten.h"
+#include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/write/write_file.h"
@@ -64,7 +68,7 @@ class WriteMovie : public InFolder {
 Bytes SampleBytes(const TrackRecord& track) {
   Bytes all;
   const MediaRecord& media = *track.media;
-  media.samples.ForEachPiece(0, media.samples.Count(), [&](const SamplePiece& piece) {
+  ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
     const auto* other = std::get_if<OtherFile>(&media.ReferenceOf(piece.description));
     Bytes bytes(piece.size);
     FileSource((other != nullptr ? *other : *track.movie->file).path).Read(piece.offset, bytes);

@@ -1,0 +1,56 @@
+#include "toolbox/disk/block_reader.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace toolbox {
+
+ByteSpan BlockReader::At(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
+  if (at >= source.Size()) return {};
+  size = std::min(size, source.Size() - at);
+  if (&source != source_ || at < start_ || at + size > start_ + block_.size()) {
+    source_ = nullptr;  // until the block is read
+    block_.resize(std::min(std::max(blockSize_, size), source.Size() - at));
+    source.Read(at, block_);
+    start_ = at;
+    source_ = &source;
+  }
+  return ByteSpan(block_).subspan(at - start_, size);
+}
+
+void BlockCache::Read(const ByteSource& source, std::uint64_t at, std::span<std::uint8_t> into) {
+  const std::uint64_t index = at / kBlockSize, start = index * kBlockSize;
+  Block& block = Find(source, index);
+  if (block.asked < kOften && ++block.asked == kOften) block.reader.At(source, start, kBlockSize);
+
+  if (block.asked == kOften && at + into.size() <= start + kBlockSize) {
+    const ByteSpan piece = block.reader.At(source, at, into.size());
+    if (piece.size() == into.size()) {
+      std::ranges::copy(piece, into.begin());
+      return;
+    }
+  }
+  source.Read(at, into);
+}
+
+void BlockCache::Forget() {
+  for (Block& block : blocks_) {
+    block.source = nullptr;
+    block.reader.Forget();
+  }
+}
+
+BlockCache::Block& BlockCache::Find(const ByteSource& source, std::uint64_t index) {
+  auto block = std::ranges::find_if(blocks_, [&](const Block& candidate) {
+    return candidate.index == index && candidate.source == &source;
+  });
+  if (block == blocks_.end()) {
+    block = std::prev(block);
+    *block = {.source = &source, .index = index, .reader = std::move(block->reader)};
+  }
+  blocks_.splice(blocks_.begin(), blocks_, block);
+  return *block;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,41 @@
+#include "toolbox/disk/file_in_place.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "toolbox/disk/system_error.h"
+
+namespace toolbox {
+
+void FileInPlace::Write(std::uint64_t at, ByteSpan bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = pwrite(file_.Number(), bytes.data(), bytes.size(), static_cast<off_t>(at));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) throw RefusedBy(errno);
+    bytes = bytes.subspan(static_cast<std::size_t>(put));
+    at += static_cast<std::uint64_t>(put);
+  }
+}
+
+void FileInPlace::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
+                       std::uint64_t length) {
+  constexpr std::uint64_t kStep = 1 << 20;
+  Bytes bytes;
+  for (std::uint64_t done = 0; done < length; done += bytes.size()) {
+    bytes.resize(std::min(kStep, length - done));
+    source.Read(from + done, bytes);
+    Write(at + done, bytes);
+  }
+}
+
+void FileInPlace::Sync() {
+  if (fsync(file_.Number()) != 0) throw RefusedBy(errno);
+}
+
+void FileInPlace::CutOff(std::uint64_t size) {
+  if (ftruncate(file_.Number(), static_cast<off_t>(size)) != 0) throw RefusedBy(errno);
+}
+
+}  // namespace toolbox

@@ -1,0 +1,41 @@
+#include "toolbox/disk/system_error.h"
+
+#include <cerrno>
+
+namespace toolbox {
+
+Refused RefusedBy(int errorNumber) {
+  switch (errorNumber) {
+    case ENOSPC:
+    case EDQUOT:
+      return {dskFulErr};
+    case ENAMETOOLONG:
+    case EILSEQ:
+      return {bdNamErr};
+    case EMFILE:
+    case ENFILE:
+      return {tmfoErr};
+    case ENOENT:
+    case ENOTDIR:
+      return {fnfErr};
+    case EROFS:
+      return {vLckdErr};
+    case ETXTBSY:
+    case EBUSY:
+    case EWOULDBLOCK:
+      return {fBsyErr};  // a lock or a lease in the way
+    case EEXIST:
+      return {dupFNErr};
+    case ENOMEM:
+      return {memFullErr};
+    case EISDIR:
+      return {notAFileErr};
+    case EACCES:
+    case EPERM:
+      return {afpAccessDenied};
+    default:
+      return {ioErr};
+  }
+}
+
+}  // namespace toolbox

@@ -1,0 +1,109 @@
+#include "toolbox/movie/presentation.h"
+
+#include <algorithm>
+
+namespace toolbox {
+namespace {
+
+// Samples of one duration and one offset: the first is shown at `shown`, each other `delta` after
+// the one before.
+struct ShownRun {
+  std::uint64_t sample = 0;
+  std::uint32_t count = 0;
+  MediaTime shown, delta;
+
+  MediaTime ShownAt(std::uint64_t index) const {
+    return shown + MediaTime{static_cast<std::int64_t>(index) * delta.units};
+  }
+  // How many of them start to be shown by `time`.
+  std::uint64_t CountBy(MediaTime time) const {
+    if (shown > time) return 0;
+    if (delta == MediaTime{}) return count;
+    return static_cast<std::uint64_t>(
+        std::min<std::int64_t>((time - shown).units / delta.units + 1, count));
+  }
+};
+
+// Calls visit(ShownRun) for the samples of `range`, in decode order.
+template <class Visit>
+void ForEachShownRun(const SampleTable& samples, SampleRange range, Visit&& visit) {
+  for (const SampleSlice& slice : samples.SlicesIn(range)) {
+    const SampleRows& rows = *slice.rows;
+    const RowRange part = slice.RowsIn(range);
+    for (std::uint32_t row = part.from, next = 0; row < part.to; row = next) {
+      next = std::min({rows.TimesAround(row).to, rows.OffsetsAround(row).to, part.to});
+      visit(ShownRun{slice.SampleOf(row), next - row, slice.ShownAt(row), {rows.DurationOf(row)}});
+    }
+  }
+}
+
+}  // namespace
+
+MediaTime ShownAt(const SampleTable& samples, std::uint64_t sample) {
+  const SampleSlice& slice = samples.SliceOf(sample);
+  return slice.ShownAt(slice.RowOf(sample));
+}
+
+SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime to) {
+  if (samples.Count() == 0 || to <= from || from >= samples.EndTime()) return {};
+  const MediaTime smallest{samples.Offsets().smallest}, largest{samples.Offsets().largest};
+  const MediaTime last = to - MediaTime{1};
+  if (samples.Offsets().AreZero()) return {samples.SampleAt(from), samples.SampleAt(last) + 1};
+
+  // The sample on show at `from` is the last one shown by then. `certain` is shown by then, so no
+  // sample before `start` can be the last. From `undecided` on, all are shown later.
+  const std::uint64_t certain = samples.SampleAt(from - largest);
+  const std::uint64_t start = samples.SampleAt(samples.TimeOf(certain) + smallest - largest);
+  const std::uint64_t undecided = samples.SampleAt(from - smallest) + 1;
+  // All before `late` are shown before `to`, and none from `end` on is.
+  const std::uint64_t late = std::max(undecided, samples.SampleAt(last - largest));
+  const std::uint64_t end = std::max(late, samples.SampleAt(last - smallest) + 1);
+
+  SampleRange found;
+  const auto include = [&found](SampleRange more) {
+    if (found.IsEmpty()) found = more;
+    found = {std::min(found.from, more.from), std::max(found.to, more.to)};
+  };
+  struct OnShow {
+    std::uint64_t sample;
+    MediaTime since;
+  };
+  std::optional<OnShow> onShow;
+  const auto look = [&](const ShownRun& run) {
+    const std::uint64_t before = run.CountBy(from), until = run.CountBy(last);
+    if (before != 0) {
+      const OnShow latest{run.sample + before - 1, run.ShownAt(before - 1)};
+      if (!onShow || latest.since >= onShow->since) onShow = latest;
+    }
+    if (until > before) include({run.sample + before, run.sample + until});
+  };
+  ForEachShownRun(samples, {start, undecided}, look);
+  if (late > undecided) include({undecided, late});
+  ForEachShownRun(samples, {late, end}, look);
+  if (onShow) include({onShow->sample, onShow->sample + 1});
+  return found;
+}
+
+std::optional<MediaTime> NextShownAfter(const SampleTable& samples, MediaTime time) {
+  if (samples.Count() == 0 || time >= samples.EndTime()) return std::nullopt;
+  const MediaTime smallest{samples.Offsets().smallest}, largest{samples.Offsets().largest};
+  if (samples.Offsets().AreZero()) {
+    const MediaTime next =
+        time < MediaTime{} ? MediaTime{} : samples.TimeOf(samples.SampleAt(time) + 1);
+    return next < samples.Duration() ? std::optional(next) : std::nullopt;
+  }
+  // No sample before `start` is shown after `time`; `later` and all after it are. From `end` on,
+  // none is shown before `later`.
+  const std::uint64_t start = samples.SampleAt(time - largest);
+  const std::uint64_t later = samples.SampleAt(time - smallest) + 1;
+  const std::uint64_t end = samples.SampleAt(samples.TimeOf(later) + largest - smallest) + 1;
+  std::optional<MediaTime> earliest;
+  ForEachShownRun(samples, {start, end}, [&](const ShownRun& run) {
+    const std::uint64_t before = run.CountBy(time);
+    if (before == run.count) return;
+    earliest = std::min(earliest.value_or(MediaTime{INT64_MAX}), run.ShownAt(before));
+  });
+  return earliest;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,26 @@
+// Which samples of a table are shown when.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "toolbox/movie/sample_table.h"
+
+namespace toolbox {
+
+// When a sample starts to be shown: its decode time and its offset, ISO/IEC 14496-12 8.6.1.3. It is
+// shown until the next one is, in the order of these times.
+MediaTime ShownAt(const SampleTable& samples, std::uint64_t sample);
+
+// The samples to be decoded for the times [from, to): those shown then and all between them, but
+// not what they depend on. Empty when none is shown.
+//
+//   decoded   |  0  |  1  |  2  |  3  |
+//   shown     |  0  |  2  |  3  |  1  |
+//                      ^-----^             samples 2 and 3: {2, 4}
+SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime to);
+
+// When the next sample after `time` starts to be shown; nothing after the last.
+std::optional<MediaTime> NextShownAfter(const SampleTable& samples, MediaTime time);
+
+}  // namespace toolbox

@@ -1,0 +1,57 @@
+#include "toolbox/plan/flatten.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "toolbox/plan/planner.h"
+#include "toolbox/plan/used_samples.h"
+
+namespace toolbox {
+namespace {
+
+bool UsesAllSamples(const TrackRecord& track) {
+  if (!track.media) return true;
+  std::uint64_t count = 0;
+  for (const UsedSamples& part : SamplesInUse(track)) count += part.samples.Count();
+  return count == track.media->samples.Count();
+}
+
+// Whether a hint track would number samples as they are no longer numbered.
+bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
+  if (!track.media || track.media->Type() != FourCC{"hint"}) return false;
+  if (!UsesAllSamples(track)) return true;
+  return std::ranges::any_of(track.references, [&](const TrackReferences& list) {
+    return std::ranges::any_of(list.targets, [&](const TrackRecord* target) {
+      return target == nullptr || !UsesAllSamples(*target) || (onlyEnabled && !target->IsEnabled());
+    });
+  });
+}
+
+}  // namespace
+
+FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
+  FilePlan plan;
+  Planner planner(movie, plan);
+  planner.DropSystems();
+  for (std::size_t i = plan.tracks.size(); i-- > 0;) {
+    const TrackRecord& track = *plan.tracks[i].source;
+    const bool isBroken = IsBrokenHint(track, options.onlyEnabled);
+    if (isBroken || (options.onlyEnabled && !track.IsEnabled())) planner.Drop(i);
+    if (isBroken)
+      std::erase_if(plan.movie->userData.items,
+                    [](const UserDataItem& item) { return item.type == FourCC{"hnti"}; });
+  }
+  std::vector<std::size_t> withMedia;
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
+    if (plan.tracks[i].source->media) withMedia.push_back(i);
+  }
+  for (const std::size_t i : withMedia) planner.Prepare(i);
+  if (!planner.KeepPlaces(options.mostChunksKept)) {
+    for (const std::size_t i : withMedia) planner.Cut(i);
+    planner.Arrange(options.interleave);
+  }
+  for (const std::size_t i : withMedia) planner.AddAuxiliary(i);
+  return plan;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,178 @@
+#include "toolbox/plan/new_file_steps.h"
+
+#include <map>
+#include <utility>
+
+#include "toolbox/atoms/atom_heads.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+Bytes HeadOf(const FilePlan& plan) {
+  return MediaDataHead(plan.dataSize, plan.kind == FileKind::kMpeg4);
+}
+
+// Puts steps one after the other.
+class NewFile {
+ public:
+  std::uint64_t Position() const { return at_; }
+
+  void Write(Bytes bytes) {
+    const std::uint64_t size = bytes.size();
+    steps_.push_back(WriteBytes{at_, std::move(bytes)});
+    at_ += size;
+  }
+  void Copy(const ByteSource* source, std::uint64_t from, std::uint64_t length) {
+    steps_.push_back(CopyBytes{at_, source, from, length});
+    at_ += length;
+  }
+  void WriteHeader(std::uint64_t size, std::uint64_t dataStart) {
+    steps_.push_back(WritePart{at_, size, kMovieHeader, dataStart});
+    at_ += size;
+  }
+  // Makes room for all of the file so far before anything is written.
+  void ReserveFirst() { steps_.insert(steps_.begin(), Reserve{at_}); }
+  void AddMedia(const FilePlan& plan) { at_ = AddMediaData(plan, at_, steps_); }
+  std::vector<Stage> Take() { return {{std::move(steps_), {}}}; }
+
+ private:
+  std::vector<Step> steps_;
+  std::uint64_t at_ = 0;
+};
+
+// The size of a header at byte `start` with the media data directly after it. Chunk offsets move
+// with the size of the header, and the header is larger when they need 64 bits: the size settles in
+// a round or two.
+std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
+  std::uint64_t size = header.SizeAt(start + dataHead);
+  for (std::uint64_t before = 0; before != size;) {
+    before = size;
+    size = header.SizeAt(start + size + dataHead);
+  }
+  return size;
+}
+
+// The same, compressed. Its size is known only afterwards, and other offsets compress to another
+// size. So the next round gets the size of the last one and a little more as its room, and what is
+// left of that is padding.
+Bytes CompressInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
+  Bytes movie = header.Compress(start + SizeInFront(header, start, dataHead) + dataHead);
+  std::uint64_t room = 0;
+  do {
+    room = movie.size() + 64 + movie.size() / 256;
+    movie = {};  // the next round needs its memory
+    movie = header.Compress(start + room + dataHead);
+  } while (movie.size() != room && movie.size() + 8 > room);
+  if (movie.size() != room) {
+    const Bytes padding = FreeAtom(room - movie.size());
+    movie.insert(movie.end(), padding.begin(), padding.end());
+  }
+  return movie;
+}
+
+// Calls visit(item, extent) for every extent that is in the file.
+void ForEachExtent(ItemLocations& locations, auto&& visit) {
+  for (ItemLocations::Item& item : locations.items) {
+    if (!item.IsInFile()) continue;
+    for (ItemLocations::Extent& extent : item.extents) visit(item, extent);
+  }
+}
+
+// Copies the items that `locations` finds in `source` into an 'mdat' of their own, each stretch
+// once, and makes it find them there.
+void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file) {
+  using Range = std::pair<std::uint64_t, std::uint64_t>;  // offset and length
+  std::map<Range, std::uint64_t> places;  // in the 'mdat'
+  std::vector<Range> inOrder;
+  std::uint64_t size = 0;
+  ForEachExtent(locations, [&](const auto& item, const auto& extent) {
+    // Length 0 means all of the file.
+    if (extent.length == 0) throw Refused{featureUnsupported};
+    if (item.base > source.Size() || extent.offset > source.Size() - item.base ||
+        extent.length > source.Size() - item.base - extent.offset) {
+      throw Refused{eofErr};
+    }
+    const Range range(item.base + extent.offset, extent.length);
+    if (!places.try_emplace(range, size).second) return;
+    inOrder.push_back(range);
+    size += extent.length;
+  });
+  file.Write(MediaDataHead(size, false));
+  const std::uint64_t start = file.Position();
+  for (const auto& [from, length] : inOrder) file.Copy(&source, from, length);
+  ForEachExtent(locations, [&](const auto& item, auto& extent) {
+    extent.offset = start + places.at({item.base + extent.offset, extent.length});
+  });
+  for (ItemLocations::Item& item : locations.items) {
+    if (item.IsInFile()) item.base = 0;
+  }
+}
+
+void AddAtoms(std::vector<AtomToCopy> atoms, const ByteSource* source, NewFile& file) {
+  for (AtomToCopy& atom : atoms) {
+    if (atom.items) {
+      AddItems(*atom.items, *source, file);
+      file.Write(AtomOf(atom.atom.type, atom.items->PutInto(atom.content.Span())));
+    } else {
+      file.Copy(source, atom.atom.at, atom.atom.size);
+    }
+  }
+}
+
+void AddHeader(bool compress, PlannedHeader& header, std::uint64_t dataStart, NewFile& file) {
+  if (compress) {
+    file.Write(header.Compress(dataStart));
+  } else {
+    file.WriteHeader(header.SizeAt(dataStart), dataStart);
+  }
+}
+
+// Adds header and media data to a file that has its type already.
+void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, NewFile& file) {
+  // Nothing depends on the start of media data that is not there.
+  if (plan.dataSize == 0) return AddHeader(layout.compress, header, 0, file);
+  const std::uint64_t start = file.Position(), dataHead = HeadOf(plan).size();
+  if (!layout.movieFirst) {
+    file.AddMedia(plan);
+    return AddHeader(layout.compress, header, start + dataHead, file);
+  }
+  if (layout.compress) {
+    file.Write(CompressInFront(header, start, dataHead));
+  } else {
+    const std::uint64_t size = SizeInFront(header, start, dataHead);
+    file.WriteHeader(size, start + size + dataHead);
+  }
+  file.AddMedia(plan);
+}
+
+}  // namespace
+
+std::uint64_t AddMediaData(const FilePlan& plan, std::uint64_t at, std::vector<Step>& steps) {
+  if (plan.dataSize == 0) return at;
+  Bytes head = HeadOf(plan);
+  std::uint64_t copied = plan.dataSize;
+  for (const MadeData& made : plan.made) copied -= made.size;
+  const std::uint64_t start = at + head.size();
+  steps.push_back(WriteBytes{at, std::move(head)});
+  steps.push_back(WritePart{start, copied, kCopiedMedia, 0});
+  at = start + copied;
+  for (std::size_t i = 0; i < plan.made.size(); ++i) {
+    steps.push_back(WritePart{at, plan.made[i].size, kMadeMedia, i});
+    at += plan.made[i].size;
+  }
+  return at;
+}
+
+std::vector<Stage> StepsForNewFile(const FilePlan& plan, FileLayout layout, const Bytes& type,
+                                   PlannedHeader& header, std::vector<AtomToCopy> atoms,
+                                   const ByteSource* ownSource) {
+  NewFile file;
+  file.Write(type);
+  AddMovie(plan, layout, header, file);
+  if (plan.dataSize != 0) file.ReserveFirst();
+  AddAtoms(std::move(atoms), ownSource, file);
+  return file.Take();
+}
+
+}  // namespace toolbox

@@ -1,0 +1,197 @@
+#include "toolbox/plan/planner.h"
+
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <iterator>
+#include <numeric>
+#include <span>
+#include <tuple>
+#include <variant>
+
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/auxiliary_data.h"
+#include "toolbox/plan/chunk_cutter.h"
+#include "toolbox/plan/kept_places.h"
+
+namespace toolbox {
+namespace {
+
+// Sound comes before the pictures it belongs to, everything else after them.
+int Rank(FourCC type) { return type == FourCC{"soun"} ? 0 : type == FourCC{"vide"} ? 1 : 2; }
+
+// These samples of a media, with the descriptions that they have there.
+SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> parts) {
+  std::vector<std::uint32_t> same(media.descriptions.size());
+  std::iota(same.begin(), same.end(), 0U);
+  SampleTable samples;
+  for (const UsedSamples& part : parts) {
+    samples.AppendSlice(media.samples, part.samples, same);
+  }
+  return samples;
+}
+
+}  // namespace
+
+std::uint64_t SourceSizes::Of(const DataReference& reference) {
+  if (const auto* memory = std::get_if<InMemory>(&reference)) return memory->data->size();
+  const OtherFile* file = std::get_if<OtherFile>(&reference);
+  if (std::holds_alternative<ThisFile>(reference) && ownFile_) file = &*ownFile_;
+  if (file == nullptr) throw Refused{couldNotResolveDataRef};
+  const auto [known, isNew] = sizes_.try_emplace(file->path.native(), 0);
+  if (isNew) {
+    boost::system::error_code failed;
+    known->second = boost::filesystem::file_size(file->path, failed);
+    if (failed) throw Refused{couldNotResolveDataRef};
+  }
+  return known->second;
+}
+
+Planner::Planner(const MovieRecord& movie, FilePlan& plan) : plan_(plan), sizes_(movie.file) {
+  plan.movie = movie.Clone();
+  plan.ownFile = movie.file;
+  for (const auto& track : movie.tracks) plan.tracks.push_back({.source = track.get()});
+}
+
+void Planner::Drop(std::size_t index) {
+  plan_.movie->RemoveTrack(*plan_.movie->tracks[index]);
+  plan_.tracks.erase(plan_.tracks.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void Planner::DropSystems() {
+  static constexpr FourCC kSystems[] = {"odsm", "sdsm", "ocsm", "ipsm", "mjsm", "m7sm"};
+  std::erase_if(plan_.movie->siblings,
+                [](const Sibling& sibling) { return sibling.type == FourCC{"iods"}; });
+  for (std::size_t i = plan_.tracks.size(); i-- > 0;) {
+    const auto& media = plan_.tracks[i].source->media;
+    if (media && std::ranges::find(kSystems, media->Type()) != std::end(kSystems)) Drop(i);
+  }
+}
+
+void Planner::MergeDescriptions(std::size_t index) {
+  const MediaRecord& source = *plan_.tracks[index].source->media;
+  MediaRecord& media = *plan_.movie->tracks[index]->media;
+  Prepared& prepared = prepared_[index];
+  std::vector<std::uint32_t>& map = plan_.tracks[index].descriptions;
+  std::vector<bool> isUsed(source.descriptions.size());
+  for (const UsedSamples& part : prepared.used) {
+    MarkDescriptions(source.samples, part.samples, isUsed);
+  }
+  media.descriptions.clear();
+  map.assign(isUsed.size(), 0);
+  prepared.ends.assign(isUsed.size(), 0);
+  for (std::uint32_t i = 0; i < isUsed.size(); ++i) {
+    // A media without samples keeps its descriptions.
+    if (!isUsed[i] && !prepared.used.empty()) continue;
+    if (isUsed[i]) prepared.ends[i] = sizes_.Of(source.ReferenceOf(i));
+    SampleDescription description = source.descriptions[i];
+    description.dataReference = 0;
+    map[i] = media.FindOrAdd(description);
+  }
+}
+
+void Planner::Prepare(std::size_t index) {
+  TrackPlan& track = plan_.tracks[index];
+  TrackRecord& output = *plan_.movie->tracks[index];
+  const MediaRecord& source = *track.source->media;
+  std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
+  for (const UsedSamples& part : used) {
+    if (!IsLocated(source.samples, part.samples)) throw Refused{invalidSampleTable};
+  }
+  MergeDescriptions(index);
+  output.media->dataReferences = {ThisFile{}};
+
+  // The samples in use move together; `moved` has how far each stretch moved.
+  if (source.samples.Count() != 0) output.media->samples = {};
+  std::map<std::uint64_t, MediaTime> moved;
+  for (const UsedSamples& part : used) {
+    const MediaTime now =
+        output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions);
+    moved[part.samples.from] = now - source.samples.TimeOf(part.samples.from);
+  }
+  // The encryption tables of such a track describe all of its samples, not a part.
+  if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
+    throw Refused{featureUnsupported};
+  }
+  output.edits = {};
+  for (const Edit& edit : track.source->edits.Edits()) {
+    const UsedSamples needs = SamplesFor(*track.source, edit);
+    MediaTime mediaTime = Edit::kNothing;  // an edit that shows no sample shows nothing
+    if (!needs.samples.IsEmpty()) {
+      mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.samples.from))->second;
+    }
+    output.edits.Append(edit.duration, mediaTime, edit.rate, output.TimeClock());
+  }
+  output.edits.TrimEnd();
+}
+
+void Planner::Cut(std::size_t index) {
+  TrackPlan& track = plan_.tracks[index];
+  const MediaRecord& source = *track.source->media;
+  PackedChunks& chunks = track.places.emplace<PackedChunks>();
+  ChunkCutter cutter(source, track.descriptions, chunks);
+  for (const UsedSamples& part : prepared_[index].used) {
+    cutter.Close();
+    const std::size_t before = chunks.size();
+    ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
+      prepared_[index].CheckEnd(piece);
+      cutter.Add(piece);
+    });
+    for (std::size_t i = before; i < chunks.size(); ++i) {
+      timed_.push_back({FirstShown(*track.source, part, chunks[i].sample),
+                        Rank(source.Type()),
+                        {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
+    }
+  }
+}
+
+bool Planner::KeepPlaces(std::uint64_t mostChunks) {
+  if (mostChunks == 0) return false;
+  KeptPlaces kept(plan_);
+  for (const auto& [index, prepared] : prepared_) {
+    for (const UsedSamples& part : prepared.used) {
+      if (!kept.Add(index, part, prepared.ends) || kept.Chunks() > mostChunks) return false;
+    }
+  }
+  return kept.Take();
+}
+
+void Planner::Arrange(bool interleave) {
+  const auto order = [interleave](const Timed& timed) {
+    return std::tuple(interleave ? timed.shown : MovieTime{}, interleave ? timed.rank : 0,
+                      timed.chunk.track, timed.chunk.chunk);
+  };
+  std::ranges::sort(timed_, {}, order);
+  for (const Timed& timed : timed_) {
+    plan_.order.push_back(timed.chunk);
+    PackedChunk& chunk =
+        std::get<PackedChunks>(plan_.tracks[timed.chunk.track].places)[timed.chunk.chunk];
+    chunk.destination = plan_.dataSize;
+    plan_.dataSize += chunk.size;
+  }
+}
+
+void Planner::AddAuxiliary(std::size_t index) {
+  TrackPlan& track = plan_.tracks[index];
+  track.auxiliary.emplace();
+  const SampleRows* kept = plan_.movie->tracks[index]->media->samples.WholeRows();
+  if (kept == nullptr) return;
+  const MediaRecord& source = *track.source->media;
+  const std::vector<AuxiliaryData> found =
+      FindAuxiliaryData(source, SamplesOf(source, prepared_[index].used));
+  const auto stated = std::ranges::count(kept->otherTables, FourCC{"saio"}, &Sibling::type);
+  if (source.IsProtected() && found.size() != static_cast<std::size_t>(stated)) {
+    throw Refused{invalidSampleTable};
+  }
+  for (const AuxiliaryData& data : found) {
+    track.auxiliary->push_back({data.table, plan_.dataSize});
+    for (CopyRange range : data.ranges) {
+      const std::uint64_t end = sizes_.Of(*range.from);
+      if (range.at > end || range.length > end - range.at) throw Refused{eofErr};
+      range.destination = plan_.dataSize;
+      plan_.dataSize += range.length;
+      plan_.auxiliary.push_back(range);
+    }
+  }
+}
+
+}  // namespace toolbox

@@ -1,0 +1,56 @@
+#include "toolbox/plan/reference.h"
+
+#include <algorithm>
+#include <variant>
+
+#include "toolbox/plan/planner.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+// Copies the samples of every track that has some in memory.
+void PlanInPlace(FilePlan& plan, Planner& planner) {
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
+    const auto& media = plan.movie->tracks[i]->media;
+    const bool isInMemory =
+        media && std::ranges::any_of(media->dataReferences, [](const DataReference& reference) {
+          return std::holds_alternative<InMemory>(reference);
+        });
+    if (!isInMemory) continue;
+    planner.Prepare(i);
+    planner.Cut(i);
+    SamplePlaces& places = plan.tracks[i].places;
+    if (std::get<PackedChunks>(places).empty()) places = StaysInPlace{};
+  }
+  planner.Arrange(true);
+}
+
+}  // namespace
+
+FilePlan PlanReference(const MovieRecord& movie) {
+  FilePlan plan;
+  Planner planner(movie, plan);
+  planner.DropSystems();
+  PlanInPlace(plan, planner);
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
+    auto& media = plan.movie->tracks[i]->media;
+    if (!media || !std::holds_alternative<StaysInPlace>(plan.tracks[i].places)) continue;
+    for (DataReference& reference : media->dataReferences) {
+      if (!std::holds_alternative<ThisFile>(reference)) continue;
+      if (!movie.file) throw Refused{couldNotResolveDataRef};
+      reference = *movie.file;
+    }
+  }
+  return plan;
+}
+
+FilePlan PlanUpdate(const MovieRecord& movie) {
+  FilePlan plan;
+  plan.kind = FileKind::kUnchanged;
+  Planner planner(movie, plan);
+  PlanInPlace(plan, planner);
+  return plan;
+}
+
+}  // namespace toolbox

@@ -1,0 +1,65 @@
+#include "toolbox/read/file_outline.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "toolbox/atoms/framing.h"
+#include "toolbox/read/file_atoms.h"
+#include "toolbox/refused.h"
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kMovie{"moov"}, kFree{"free"};
+
+// Whether the atom at `at` has size 0.
+bool HasNoSize(const ByteSource& source, std::uint64_t at) {
+  Bytes size(4);
+  source.Read(at, size);
+  return std::ranges::none_of(size, std::identity());
+}
+
+// Whether a piece of a fragment follows the last whole atom, as in a recording that was cut off.
+bool EndsInsideFragment(const ByteSource& source, std::uint64_t end) {
+  if (source.Size() - end < 8) return false;
+  Bytes type(4);
+  source.Read(end + 4, type);
+  const FourCC cut(FromBigEndian<std::uint32_t>(type.data()));
+  return cut == FourCC{"mdat"} || BelongsToFragments(cut);
+}
+
+// An 'iloc' that cannot be read may have places too.
+bool MayLocateItems(const ByteSource& source) try {
+  return LocatesItems(source);
+} catch (const Refused&) {
+  return true;
+}
+
+}  // namespace
+
+FileOutline ReadOutline(const ByteSource& source) {
+  FileOutline outline{.source = &source, .size = source.Size()};
+  const TopLevelLayout layout = TopLevelAtoms(source);
+  bool hasMovie = false;
+  for (const TopLevelAtom& atom : layout.atoms) {
+    TopLevelAtom asRoom = atom;
+    if (atom.atom.type == kMovie && !hasMovie) {
+      hasMovie = true;
+      outline.movie = outline.atoms.size();
+    } else if (atom.atom.type == kMovie) {
+      asRoom.atom.type = kFree;
+    }
+    outline.atoms.push_back({atom, IsMereRoom(source, asRoom)});
+  }
+  if (!hasMovie) throw Refused{featureUnsupported};
+  outline.end = layout.end;
+  outline.lastHasNoSize = HasNoSize(source, outline.atoms.back().at);
+  outline.isFragmented = std::ranges::any_of(outline.atoms, [](const FileOutline::Part& part) {
+    return part.atom.type == FourCC{"moof"};
+  });
+  outline.endsInsideFragment = EndsInsideFragment(source, layout.end);
+  outline.locatesItems = MayLocateItems(source);
+  return outline;
+}
+
+}  // namespace toolbox

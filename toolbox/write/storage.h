@@ -1,0 +1,58 @@
+// Movie files that a caller has open, and new movie files written at once.
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+
+#include "toolbox/disk/output_file.h"
+#include "toolbox/movie/movie.h"
+#include "toolbox/write/write_file.h"
+
+namespace toolbox {
+
+// An open movie file: an existing one to read or update, or a new one being written. The storage is
+// owned by this module until CloseStorage. A new file that is never closed is discarded at the end
+// of the process.
+struct StorageRecord;
+
+enum class StorageAccess { kRead, kUpdate };
+
+// Opens the existing file at `path`. kUpdate locks it against other processes. Throws Refused:
+// couldNotResolveDataRef (no such file), fBsyErr (locked by another process, or replaced
+// meanwhile), and file errors.
+StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access);
+// Starts a new file that gets its name when it is closed. Throws Refused as OutputFile does.
+StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing existing);
+
+// Each of the next three throws Refused (fnOpnErr) for a storage that is not open.
+
+// Closes the storage. A new file gets its name now; but one that nothing was added to does not
+// replace an existing file, because a movie may still have its media there. Throws Refused for
+// errors of the last writes; the storage is closed all the same.
+void CloseStorage(StorageRecord* storage);
+// Writes the movie as a reference movie to a new file. After a failure the storage accepts nothing
+// more, and closing it replaces no file. Throws Refused: dataNotOpenForWrite (not a new file, or
+// one that has failed), fBsyErr (the file to be replaced has media of the movie), and what
+// PlanReference and WriteFile throw.
+void AddToStorage(const MovieRecord& movie, StorageRecord* storage);
+// Replaces the movie in a file opened with kUpdate. Throws Refused: dataNotOpenForWrite (not opened
+// to be updated), fBsyErr (somebody has changed or replaced the file since), and what UpdateFile
+// throws.
+void UpdateStorage(const MovieRecord& movie, StorageRecord* storage);
+
+// Writes a new file from start to end and gives it its name. Throws Refused as OutputFile and
+// WriteFile do; the target is then unchanged.
+void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
+                  Existing existing);
+
+struct SelfContainedOptions {
+  bool onlyEnabled = false;  // leave out disabled tracks
+  bool interleave = true;  // else the samples of one track after those of the other
+  FileLayout layout;
+};
+
+// Writes the movie with all media that it uses as a new file. Throws Refused as PlanFlattened and
+// WriteNewFile do.
+void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,
+                        const boost::filesystem::path& path, Existing existing);
+
+}  // namespace toolbox

@@ -1,0 +1,67 @@
+#include "toolbox/write/write_parts.h"
+
+#include "toolbox/refused.h"
+
+namespace toolbox {
+
+void PartsWriter::Perform(const std::vector<Stage>& stages, Disk& disk) {
+  toolbox::Perform(stages, disk, [this](const WritePart& part, Disk& to) { Write(part, to); });
+}
+
+void PartsWriter::Write(const WritePart& part, Disk& disk) {
+  switch (part.part) {
+    case kMovieHeader:
+      return WriteHeader(part, disk);
+    case kCopiedMedia:
+      return CopyMedia(part, disk);
+    case kMadeMedia:
+      return MakeMedia(part, disk);
+    default:
+      throw Refused{ioErr};
+  }
+}
+
+void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
+  std::uint64_t at = part.at;
+  header_.Write(part.detail, [&](ByteSpan block) {
+    disk.Write(at, block);
+    at += block.size();
+  });
+}
+
+void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
+  plan_.ForEachRange([&](const CopyRange& range) {
+    // Flush: what was copied may still be read from the source that is closed.
+    const ByteSource& source = sources_.Open(*range.from, [&disk] { disk.Flush(); });
+    disk.Copy(part.at + range.destination, source, range.at, range.length);
+    Report(range.length);
+  });
+}
+
+void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
+  const MadeData& made = plan_.made.at(part.detail);
+  std::uint64_t at = part.at;
+  made.make(plan_, [&](ByteSpan bytes) {
+    disk.Write(at, bytes);
+    at += bytes.size();
+    Report(bytes.size());
+  });
+  if (at != part.at + part.size) throw Refused{ioErr};
+}
+
+void PartsWriter::Report(std::uint64_t bytes) {
+  // Often enough for a person who waits, too seldom to cost anything.
+  constexpr std::uint64_t kStep = 8 << 20;
+  done_ += bytes;
+  if (!plan_.movie->progress || done_ - reported_ < kStep) return;
+  reported_ = done_;
+  plan_.movie->progress(done_, plan_.dataSize);
+}
+
+void OwnTables(const FilePlan& plan) {
+  for (const TrackPlan& track : plan.tracks) {
+    if (track.source->media) track.source->media->samples.LeaveFiles();
+  }
+}
+
+}  // namespace toolbox
