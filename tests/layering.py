@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that every folder includes only what it may include, and prints file:line if not."""
+"""Checks that every folder includes only what it may include, and that bytes are decoded only in
+toolbox/atoms/ and toolbox/text/. Prints file:line for each violation."""
 
 import pathlib
 import re
@@ -39,6 +40,10 @@ ALLOWED = {
     "tools": r"(toolbox/[\w/]+|tools/\w+)\.h",
 }
 
+# What decodes and encodes numbers in bytes, and the folders of the toolbox that may use it.
+BYTES = re.compile(r"big_endian\.h|\b(From|To|Append)BigEndian\b|boost::endian|\bFieldReader\b")
+BYTE_FOLDERS = ("toolbox/atoms", "toolbox/text")
+
 # Everything in quotes, so that a path relative to the file is checked too.
 INCLUDE = re.compile(
     r'\s*#\s*include\s*(?:"([^"]*)"|<((?:toolbox|clipjoin|input|chapter|utils)/[^>]*)>)'
@@ -58,6 +63,9 @@ for top in sorted({folder.split("/")[0] for folder in ALLOWED}):
             included = found and (found[1] or found[2])
             if included and not re.fullmatch(allowed, included):
                 print(f"{path}:{number}: {folder}/ must not include {included}")
+                violations += 1
+            if top == "toolbox" and folder not in BYTE_FOLDERS and BYTES.search(line):
+                print(f"{path}:{number}: {folder}/ must not decode bytes: {line.strip()}")
                 violations += 1
 
 sys.exit(violations > 0 or checked == 0)

@@ -36,4 +36,9 @@ Bytes MediaDataHead(std::uint64_t size, bool isIso) {
   return wide;
 }
 
+FourCC FourCCAt(ByteSpan bytes, std::size_t at) {
+  if (at > bytes.size() || bytes.size() - at < 4) return {};
+  return FourCC(FromBigEndian<std::uint32_t>(&bytes[at]));
+}
+
 }  // namespace toolbox

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "toolbox/atoms/atom_heads.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
 
@@ -12,13 +13,14 @@ namespace {
 constexpr FourCC kMeta{"meta"};
 constexpr std::uint64_t kLargestMeta = 64 << 20;
 
-// What belongs to this one file: its kind, its movie and media, and what is made new with them.
-bool IsOwn(FourCC type) {
-  static constexpr FourCC kOwn[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
-  return BelongsToFragments(type) || std::ranges::find(kOwn, type) != std::end(kOwn);
+// Whether an atom of that type is written anew for each file: the kind of file, the movie, its
+// media and its preview.
+bool IsMadeForFile(FourCC type) {
+  static constexpr FourCC kMade[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
+  return BelongsToFragments(type) || std::ranges::find(kMade, type) != std::end(kMade);
 }
 
-// Whether the first of these bytes are zero, as many as are worth a look.
+// Whether the bytes [at, at + size) are zero. Only the first MiB is read.
 bool IsZero(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
   constexpr std::uint64_t kLookedAt = 1 << 20;
   Bytes bytes(std::min(size, kLookedAt));
@@ -26,11 +28,10 @@ bool IsZero(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
   return std::ranges::none_of(bytes, std::identity());
 }
 
-// Whether `bytes` look like the start of an atom of which the rest is missing.
+// Whether `bytes` look like the start of an incomplete atom.
 bool StartsAtom(ByteSpan bytes) {
   static constexpr FourCC kTypes[] = {"ftyp", "moov", "mdat", "free", "skip", "wide", "uuid"};
-  if (bytes.size() < 8) return false;
-  const FourCC type(FromBigEndian<std::uint32_t>(&bytes[4]));
+  const FourCC type = FourCCAt(bytes, 4);
   return BelongsToFragments(type) || std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 
@@ -64,14 +65,10 @@ bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom) {
   const std::uint64_t size = atom.atom.size - atom.atom.headerSize;
   Bytes head(std::min<std::uint64_t>(size, 16));
   source.Read(at, head);
-  // An atom, or one whose size has been written over.
+  // The type is first if the size before it has been overwritten.
   return std::ranges::any_of(kOfHeaders,
                              [&head](FourCC type) {
-                               const auto isAt = [&](std::size_t place) {
-                                 return place + 4 <= head.size() &&
-                                        FromBigEndian<std::uint32_t>(&head[place]) == type.value;
-                               };
-                               return isAt(0) || isAt(4);
+                               return FourCCAt(head, 0) == type || FourCCAt(head, 4) == type;
                              }) ||
          IsZero(source, at, size);
 }
@@ -80,7 +77,7 @@ std::vector<FileAtom> FindFileAtoms(const ByteSource& source) {
   std::vector<FileAtom> found;
   TopLevelWalk walk(source);
   while (const auto atom = walk.Next()) {
-    if (IsOwn(atom->atom.type) || IsMereRoom(source, *atom)) continue;
+    if (IsMadeForFile(atom->atom.type) || IsMereRoom(source, *atom)) continue;
     found.push_back({atom->atom.type, atom->at, atom->atom.size});
   }
   const std::uint64_t rest = source.Size() - walk.End();

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/atom_heads.h"
 #include "toolbox/read/file_atoms.h"
 #include "toolbox/refused.h"
 
@@ -19,12 +19,12 @@ bool HasNoSize(const ByteSource& source, std::uint64_t at) {
   return std::ranges::none_of(size, std::identity());
 }
 
-// Whether a piece of a fragment follows the last whole atom, as in a recording that was cut off.
+// Whether a part of a fragment follows the last complete atom, as in a recording that was cut off.
 bool EndsInsideFragment(const ByteSource& source, std::uint64_t end) {
   if (source.Size() - end < 8) return false;
-  Bytes type(4);
-  source.Read(end + 4, type);
-  const FourCC cut(FromBigEndian<std::uint32_t>(type.data()));
+  Bytes head(8);
+  source.Read(end, head);
+  const FourCC cut = FourCCAt(head, 4);
   return cut == FourCC{"mdat"} || BelongsToFragments(cut);
 }
 

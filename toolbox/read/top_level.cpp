@@ -2,15 +2,15 @@
 
 #include <algorithm>
 
-#include "toolbox/atoms/atom_head.h"
+#include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/malformed.h"
 
 namespace toolbox {
 
 std::optional<TopLevelAtom> TopLevelWalk::Next() {
-  const auto head = ReadHead(Following(), source_.Size() - at_);
-  if (!head || !head->frame) return std::nullopt;
-  const TopLevelAtom atom{at_, *head->frame};
+  const auto frame = ReadFrame(Following(), source_.Size() - at_);
+  if (!frame) return std::nullopt;
+  const TopLevelAtom atom{at_, *frame};
   at_ += atom.atom.size;
   return atom;
 }
@@ -37,8 +37,9 @@ std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type) 
   while (const auto atom = walk.Next()) {
     if (atom->atom.type == type) return atom;
   }
-  const auto cut = ReadHead(walk.Following(), 0);
-  if (cut && cut->type == type) throw Malformed("the file ends inside '" + type.Text() + "'");
+  if (FourCCAt(walk.Following(), 4) == type) {
+    throw Malformed("the file ends inside '" + type.Text() + "'");
+  }
   return std::nullopt;
 }
 
