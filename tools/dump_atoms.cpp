@@ -18,12 +18,13 @@ using toolbox::ByteSpan;
 using toolbox::FourCC;
 using toolbox::FromBigEndian;
 
-// Atoms of atoms that the toolbox does not take apart.
+// Atoms that have children, but are no containers to the toolbox.
 constexpr FourCC kOtherContainers[] = {"gmhd", "tapt", "clip", "matt", "mfra", "rmra",
                                        "rmda", "sinf", "schi", "meta", "cmov"};
 // Atoms without fields: only their size is of interest.
 constexpr FourCC kPlain[] = {"mdat", "free", "skip", "wide"};
 
+// Whether an atom can be printed field by field; otherwise it has children or a decoder of its own.
 template <class A>
 constexpr bool kHasFields = !toolbox::Container<A> && !toolbox::ReadsItself<A>;
 
@@ -35,6 +36,7 @@ bool IsOneOf(std::span<const FourCC> types, FourCC type) {
   return std::ranges::find(types, type) != types.end();
 }
 
+// Whether atoms of this type are printed as their children.
 bool IsContainer(FourCC type) {
   bool isContainer = IsOneOf(kOtherContainers, type);
   ForEachKnownAtom([&]<class A>() { isContainer |= !kHasFields<A> && A::kType == type; });
@@ -60,12 +62,14 @@ class Dump {
   }
 
  private:
+  // The bytes [at, at + size). Throws what reading throws.
   static Bytes Read(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
     Bytes bytes(size);
     source.Read(at, bytes);
     return bytes;
   }
 
+  // Starts a line with indentation and offset, in bytes.
   void StartLine(std::uint64_t at, int depth) {
     out_ << std::string(2 * static_cast<std::size_t>(depth), ' ');
     out_ << (isInflated_ ? "in cmov " : "") << at << ' ';
@@ -83,7 +87,8 @@ class Dump {
     const FourCC type(FromBigEndian<std::uint32_t>(&start[4]));
     out_ << '\'' << type.Text() << "' malformed: claims "
          << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
-    // The children of a truncated container can still be printed.
+    // The children of a truncated container can still be printed. Other content is left out, as
+    // that of kPlain is.
     PrintContent(source, IsContainer(type) ? type : kPlain[0], at + 8, end, depth);
   }
 
@@ -114,6 +119,7 @@ class Dump {
     return FromBigEndian<std::uint32_t>(start.data()) == FourCC{"hdlr"}.value ? 0 : 4;
   }
 
+  // Prints the fields of the content in [at, end), or that the type is unknown.
   void PrintFields(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end) {
     bool isKnown = false, isPrinted = false;
     ForEachKnownAtom([&]<class A>() { isKnown |= A::kType == type; });
@@ -122,6 +128,7 @@ class Dump {
       return;
     }
     const Bytes content = Read(source, at, end - at);
+    // Two atoms can have the same type; the first whose condition holds is printed.
     ForEachKnownAtom([&]<class A>() {
       if constexpr (kHasFields<A>) {
         if (isPrinted || A::kType != type) return;
@@ -134,6 +141,7 @@ class Dump {
     });
   }
 
+  // Reads and prints `content` as an atom of type A. Bytes after the last field are only counted.
   template <class A>
   void PrintAs(ByteSpan content) try {
     A atom;
@@ -146,9 +154,11 @@ class Dump {
     out_ << " malformed: " << fault.reason;
   }
 
-  // `content` is that of 'cmov'. What is compressed there counts its bytes from its first child on.
+  // Prints the atoms that are compressed in `content`, the content of 'cmov'. Their offsets count
+  // from the start of the inflated bytes.
   void PrintInflated(ByteSpan content, int depth) {
     try {
+      // Compressed data can contain itself, and then the dump would never end.
       if (isInflated_) throw toolbox::Malformed("it is compressed twice");
       const Bytes inflated = toolbox::Inflate(content);
       isInflated_ = true;

@@ -16,6 +16,7 @@ using toolbox::MovieRecord;
 using toolbox::TrackRecord;
 using Path = boost::filesystem::path;
 
+// A fixed-point number, 16.16.
 double Fixed(std::int32_t value) { return value / 65536.0; }
 
 // The three letters of an ISO 639-2 code, or the number of a Macintosh language.
@@ -74,6 +75,7 @@ class Model {
     PrintUserData(track.userData, "  track");
   }
 
+  // Prints track references with the numbers of tracks as in this output, from 1 on.
   void PrintReferences(const TrackRecord& track) {
     for (const toolbox::TrackReferences& references : track.references) {
       out_ << "  '" << references.type.Text() << "' to";
@@ -87,6 +89,7 @@ class Model {
     }
   }
 
+  // Prints each edit: its movie time, and the media time that it shows at which rate.
   void PrintEdits(const TrackRecord& track) {
     const char* separator = "  edits ";
     for (const toolbox::Edit& edit : track.edits.Edits()) {
@@ -102,6 +105,7 @@ class Model {
     out_ << (track.edits.Edits().empty() ? "  no edits\n" : "\n");
   }
 
+  // Prints descriptions and data references with numbers from 1 on, as files count them.
   void PrintMedia(const MediaRecord& media) {
     std::size_t number = 0;
     for (const toolbox::SampleDescription& description : media.descriptions) {
@@ -116,19 +120,22 @@ class Model {
     PrintUserData(media.userData, "  media");
   }
 
+  // The place that a data reference leads to.
   std::string Text(const toolbox::DataReference& reference) const {
     if (std::holds_alternative<toolbox::ThisFile>(reference)) return "this file";
     if (std::holds_alternative<toolbox::InMemory>(reference)) return "memory";
     if (const auto* file = std::get_if<toolbox::OtherFile>(&reference)) {
       return file->path.lexically_relative(file_.parent_path()).string();
     }
-    // The movie was read without resolving its data references.
+    // moviedump reads movies without resolving data references, because a missing file would make
+    // the reader refuse the movie.
     const auto& [kind, versionAndFlags, record] = std::get<toolbox::Unresolved>(reference);
     const auto found = toolbox::ReadDataReference({kind, versionAndFlags, record}, file_, true);
     const bool isThere = !std::holds_alternative<toolbox::Unresolved>(found);
     return '\'' + kind.Text() + "' " + (isThere ? Text(found) : "unresolved");
   }
 
+  // Prints sums only: the lines stay comparable if samples are stored in other rows.
   void PrintSamples(const toolbox::SampleTable& samples) {
     out_ << "  samples " << samples.Count() << " duration " << samples.Duration().units;
     if (HasSyncTable(samples)) {
@@ -155,9 +162,11 @@ class Model {
     out_ << '\n';
   }
 
+  // Prints a line for each item; `owner` is what the items belong to.
   void PrintUserData(const toolbox::UserDataRecord& data, const char* owner) {
     for (const toolbox::UserDataItem& item : data.items) {
-      // QuickTime: in types that start with 0xA9, a length and a language precede the text.
+      // QuickTime: types that start with 0xA9 have text after a length and a language, 2 bytes
+      // each.
       const bool isText = item.type.value >> 24 == 0xA9 && item.payload.size() >= 4;
       out_ << owner << " user data '" << item.type.Text() << "' size " << item.payload.size();
       toolbox::FieldPrinter(out_).Rest("text", ByteSpan(item.payload).subspan(isText ? 4 : 0));

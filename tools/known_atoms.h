@@ -1,4 +1,5 @@
-// Every atom that the toolbox knows by its fields or by its children.
+// Lists every atom type that the toolbox decodes. The list comes from the Children functions of the
+// atoms, so it is always complete.
 #pragma once
 
 #include <optional>
@@ -9,7 +10,8 @@
 
 namespace tools {
 
-// Takes the children that a container lists, and visits the type of each.
+// Visits an atom type and, recursively, the types of its children. It is passed to A::Children in
+// place of a reader or writer, so it has the same functions as these.
 template <class Visit>
 class AtomTypes {
  public:
@@ -47,8 +49,9 @@ class AtomTypes {
   const Visit& visit_;
 };
 
-// Calls visit.operator()<A>() for each atom of a movie file, except those whose content is not
-// decoded. 'stsz' is there for two atoms, the one that is Conditional first; 'sbgp' comes twice.
+// Calls visit.operator()<A>() for each atom type of a movie file, except those whose content is not
+// decoded. A fourcc can come more than once: 'stsz' has two types, the Conditional one first, and
+// 'sbgp' is a child of two containers.
 template <class Visit>
 void ForEachKnownAtom(const Visit& visit) {
   AtomTypes types(visit);

@@ -1,5 +1,7 @@
 // moviedump [-atoms | -model] [-dates] FILE: prints the atoms of a movie file, and the movie that
-// is read from them.
+// is read from them. Dates differ from run to run, so they are printed only with -dates.
+//
+// Exit status: 0, 1 if the file cannot be read, 2 if the arguments are wrong.
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <iostream>
@@ -12,12 +14,13 @@
 
 namespace {
 
+// The command line.
 struct Options {
   const char* file = nullptr;
   bool showsAtoms = true, showsModel = true, showsDates = false;
 };
 
-// Returns false if the arguments are wrong.
+// Fills `options`, which point into `arguments`. Returns false if the arguments are wrong.
 bool Parse(std::span<const char* const> arguments, Options& options) {
   for (const std::string_view argument : arguments) {
     if (argument == "-atoms") {
@@ -35,6 +38,7 @@ bool Parse(std::span<const char* const> arguments, Options& options) {
   return options.file != nullptr && (options.showsAtoms || options.showsModel);
 }
 
+// Prints the parts that `options` ask for. Throws Malformed, Refused or filesystem_error.
 void Dump(const Options& options) {
   const auto path = boost::filesystem::absolute(options.file);
   const toolbox::FileSource source(path);

@@ -10,7 +10,8 @@
 namespace toolbox {
 namespace {
 
-// The fixed fields of a record of version 2. POSIX files have no ids and dates to put there.
+// The fixed fields of a record of version 2, 150 bytes. The ids and dates stay 0, because only the
+// file systems of the Macintosh have them.
 struct AliasHeader {
   std::uint32_t application = 0;
   std::uint16_t size = 0;  // of the whole record
@@ -51,13 +52,15 @@ struct AliasHeader {
   }
 };
 
-// Version 3 has wider dates, and no names or levels before its tagged values.
+// Version 3 has wider dates, and its fixed fields have no names and no levels.
 constexpr std::size_t kHeaderSizeVersion3 = 58;
 
+// The kinds of values after the fixed fields. Each value has a tag and a length of 16 bits each,
+// and a zero byte after it if its length is odd.
 enum Tag : std::uint16_t {
   kFolderName = 0,
   kColonPath = 2,
-  kName = 14,  // this and the next: UTF-16 after a count of units
+  kName = 14,  // this and the next: a 16-bit count of units, then UTF-16
   kVolumeName = 15,
   kPosixPath = 18,
   kMountPoint = 19,
@@ -66,7 +69,8 @@ enum Tag : std::uint16_t {
 
 std::string Text(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
 
-// A length and the ASCII characters of `name`, as many as fit; '?' for any other character.
+// A fixed field with a length byte and as many characters of `name` as fit. A character outside
+// ASCII becomes one '?'.
 template <std::size_t N>
 std::array<std::uint8_t, N> ShortName(std::u16string_view name) {
   const auto isSecondOfPair = [](char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; };
@@ -79,6 +83,7 @@ std::array<std::uint8_t, N> ShortName(std::u16string_view name) {
   return field;
 }
 
+// A 16-bit count and the UTF-16 units of `name`.
 Bytes UnicodeName(std::u16string_view name) {
   Bytes bytes;
   AppendBigEndian(bytes, static_cast<std::uint16_t>(name.size()));
@@ -86,6 +91,7 @@ Bytes UnicodeName(std::u16string_view name) {
   return bytes;
 }
 
+// The opposite of UnicodeName. Fewer units than the count are accepted; no bytes are an empty name.
 std::u16string NameFromUnicode(ByteSpan bytes) {
   std::u16string units;
   if (bytes.size() < 2) return units;
@@ -104,7 +110,8 @@ void AppendTag(Bytes& record, Tag tag, const Value& value) {
   if (value.size() % 2 != 0) record.push_back(0);
 }
 
-// The values by their tags, as views into `bytes`. Throws Malformed when one is longer than that.
+// The values by their tags, as views into `bytes`. The first value with a tag wins. Throws
+// Malformed if a value is longer than the rest of `bytes`.
 std::map<std::uint16_t, ByteSpan> TaggedValues(ByteSpan bytes) {
   std::map<std::uint16_t, ByteSpan> values;
   while (bytes.size() >= 4) {
@@ -126,6 +133,7 @@ Alias ReadAlias(ByteSpan record) {
   const std::size_t size = FromBigEndian<std::uint16_t>(&record[4]);
   const auto version = FromBigEndian<std::uint16_t>(&record[6]);
   if (version != 2 && version != 3) throw Malformed("the alias record has an unknown version");
+  // The bytes may be padded after the record, so the size in the record is the limit.
   record = record.first(std::min(size, record.size()));
   const std::size_t headerSize = version == 2 ? Alias::kShortestSize : kHeaderSizeVersion3;
   if (record.size() < headerSize) throw Malformed("the alias record ends inside its header");

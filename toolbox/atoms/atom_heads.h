@@ -1,4 +1,5 @@
-// The sizes and types that atoms start with, and whole atoms made of bytes.
+// Makes the head of an atom (its size and type) and whole atoms with a given content. All sizes are
+// in bytes.
 #pragma once
 
 #include <cstddef>
@@ -9,22 +10,24 @@
 
 namespace toolbox {
 
-// The size and type of an atom with that many bytes of content, ISO/IEC 14496-12 4.2: 8 bytes, or
+// The head of an atom with `contentSize` bytes of content, ISO/IEC 14496-12 4.2. It has 8 bytes, or
 // 16 if the size needs 64 bits.
 Bytes AtomHead(FourCC type, std::uint64_t contentSize);
-// The type alone: the second four bytes of a head.
+// The four bytes of a type as in a head. Written over the type of an atom, they rename it.
 Bytes TypeBytes(FourCC type);
-// The whole atom.
+// A whole atom with a copy of `content`. Throws Malformed if it would be longer than 4 GiB.
 Bytes AtomOf(FourCC type, ByteSpan content);
-// A 'free' atom of `size` bytes in all, 8 or more: zeros.
+// A 'free' atom filled with zeros. `size` includes its head, so it must be at least 8.
 Bytes FreeAtom(std::uint64_t size);
 
-// The head of an 'mdat' with that many bytes of media data.
-// QuickTime: always 16 bytes; a short head has a 'wide' before it.  ISO: there is no 'wide'.
+// The head of an 'mdat' with `size` bytes of media data.
+// QuickTime: always 16 bytes; an empty 'wide' atom comes before a head of 8 bytes. A longer size
+// can later replace both without moving the media data. ISO: 8 or 16 bytes, because 'wide' does not
+// exist there.
 Bytes MediaDataHead(std::uint64_t size, bool isIso);
 
-// The four characters at byte `at`, such as the type in a head that starts 4 bytes before. Null if
-// `bytes` ends before their end.
+// The four characters from byte `at` on; a null FourCC if fewer than four bytes are there. The type
+// of an atom is 4 bytes after its start.
 FourCC FourCCAt(ByteSpan bytes, std::size_t at);
 
 }  // namespace toolbox

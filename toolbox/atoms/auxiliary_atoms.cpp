@@ -12,6 +12,7 @@ namespace toolbox {
 AuxiliarySizes AuxiliarySizes::Of(AuxiliaryKind kind, Bytes sizes) {
   const auto count = static_cast<std::uint32_t>(sizes.size());
   const std::uint8_t first = sizes.front();
+  // A constant of 0 means that each sample has its own size, so equal sizes of 0 stay a list.
   const bool isConstant = first != 0 && std::ranges::count(sizes, first) == std::ssize(sizes);
   if (isConstant) return {kind, first, count, {}};
   return {kind, 0, count, std::move(sizes)};

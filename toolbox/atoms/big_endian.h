@@ -9,22 +9,24 @@
 
 namespace toolbox {
 
+// The types of integer fields. A bool is not one: it has no width in a file.
 template <class T>
 concept Integer = std::integral<T> && !std::same_as<T, bool>;
 
-// The number in the sizeof(T) bytes at `bytes`. One load and one swap, so compilers vectorise loops
-// over it.
+// Reads a number from the sizeof(T) bytes at `bytes`, which need no alignment. It is one load and
+// one swap, so compilers can vectorise loops over it.
 template <Integer T>
 T FromBigEndian(const std::uint8_t* bytes) {
   return boost::endian::endian_load<T, sizeof(T), boost::endian::order::big>(bytes);
 }
 
-// Writes sizeof(T) bytes at `bytes`.
+// Writes `value` to the sizeof(T) bytes at `bytes`, which need no alignment.
 template <Integer T>
 void ToBigEndian(T value, std::uint8_t* bytes) {
   boost::endian::endian_store<T, sizeof(T), boost::endian::order::big>(bytes, value);
 }
 
+// Adds sizeof(T) bytes to the end of `bytes`.
 template <Integer T>
 void AppendBigEndian(Bytes& bytes, T value) {
   bytes.resize(bytes.size() + sizeof(T));

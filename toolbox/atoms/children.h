@@ -1,6 +1,6 @@
 // The children of an atom, listed once: read and written by the same list.
 //
-// An atom of atoms is a struct with its type and one function that names its children:
+// An atom that contains atoms is a struct with its type and one function that names its children:
 //
 //   struct EditAtoms {  // 'edts'
 //     static constexpr FourCC kType{"edts"};
@@ -15,18 +15,18 @@
 // `io` is a ChildReader or a ChildWriter. Both have
 //
 // clang-format off
-//   io.One(child)        exactly one; reading throws Malformed when there is none
+//   io.One(child)        exactly one; reading throws Malformed if there is none
 //   io.Maybe(child)      one or none: an optional atom, or an optional variant of atoms
 //   io.Each(children)    any number: a vector of atoms, or of variants of atoms in file order
-//   io.Others(siblings)  all other children as bytes, and the order that all of them had
+//   io.Others(siblings)  all other children as bytes, and the order of all children; comes last
 // clang-format on
 //
-// Children are read in any order. They are written in the order they had; new ones follow in the
-// order of the list. A child without a place in the list, or a second one of a kind that may be
-// there once, goes out as it came in.
+// Children are read in any order and written in the order they were read. Children that are new
+// come after them, in the order of the list. A child that is not in the list is kept as bytes and
+// written unchanged. So is a second child of a type that the list allows once.
 //
-// An atom whose children are of any type has the members Read(ByteSpan content) and Put(io)
-// instead.
+// An atom that can have children of any type, such as 'udta', has the members Read(ByteSpan
+// content) and Put(io) instead.
 #pragma once
 
 #include <algorithm>
@@ -46,28 +46,32 @@
 
 namespace toolbox {
 
-// Both are defined in fields.h.
+// Both are defined in fields.h, which includes this file.
 template <class A>
 A Decode(ByteSpan content);
 template <class A>
 void PutAtom(auto& io, const A& atom);
 
 class ChildReader;
+// An atom that lists its children.
 template <class A>
 concept Container = requires(ChildReader& io, A& atom) {
   A::Children(io, atom);
 };
+// An atom that has Read and Put instead of a list.
 template <class A>
 concept ReadsItself = requires(A& atom, ByteSpan content) {
   atom.Read(content);
 };
-// An atom that shares its type with another: A::IsIn says whether it is the one in `content`.
+// An atom whose type has several layouts, such as 'stsz'. A::IsIn(content) is true if `content` has
+// the layout of A.
 template <class A>
 concept Conditional = requires(ByteSpan content) {
   { A::IsIn(content) } -> std::same_as<bool>;
 };
 
-// Takes the children that a container lists out of its bytes.
+// Decodes the children that a container lists. `content` must outlive the reader. All functions
+// throw Malformed if a child they decode is malformed; the constructor, if `content` is not atoms.
 class ChildReader {
  public:
   explicit ChildReader(ByteSpan content);
@@ -82,7 +86,7 @@ class ChildReader {
   void Maybe(std::optional<A>& child) {
     if (Child* const found = Find<A>()) child = Take<A>(*found);
   }
-  // Takes the first alternative that is there.
+  // Takes the first of the alternatives that is present. The order is that of the variant.
   template <class... As>
   void Maybe(std::optional<std::variant<As...>>& child) {
     const auto take = [&]<class A>() {
@@ -114,7 +118,7 @@ class ChildReader {
  private:
   struct Child {
     AtomView atom;
-    bool isTaken = false;
+    bool isTaken = false;  // decoded already; each child is decoded at most once
   };
   template <class A>
   static bool Is(const Child& child) {
@@ -136,7 +140,8 @@ class ChildReader {
   std::vector<Child> children_;
 };
 
-// Writes or measures the children that a container lists, each in its place.
+// Writes the children that a container lists, or measures them if Io is a FieldSizer. The list only
+// collects the children; Finish() writes them, because their order is known only at the end.
 template <class Io>
 class ChildWriter {
  public:
@@ -156,13 +161,15 @@ class ChildWriter {
   }
   void Others(const Siblings& siblings) { order_ = siblings; }
 
-  // Writes all of them; the container must still be there.
+  // Writes all children in their order. The container must still exist.
   void Finish() {
     for (const Sibling& sibling : order_) {
       if (!sibling.bytes.empty()) {
         io_.Append(sibling.bytes);
         continue;
       }
+      // A sibling without bytes only marks the place of a child that was decoded. If the model has
+      // removed that child since, nothing is written here.
       const auto child = std::ranges::find_if(children_, [&](const Child& other) {
         return other.type == sibling.type && !other.isWritten;
       });
@@ -176,7 +183,7 @@ class ChildWriter {
  private:
   struct Child {
     FourCC type;
-    std::function<void()> write;
+    std::function<void()> write;  // refers to the container
     bool isWritten = false;
   };
   template <class A>

@@ -21,7 +21,7 @@ struct CompressionMethod {  // 'dcom'
 
 struct CompressedData {  // 'cmvd'
   static constexpr FourCC kType{"cmvd"};
-  std::uint32_t size = 0;  // of what is compressed: a whole 'moov'
+  std::uint32_t size = 0;  // bytes of the whole 'moov' after decompression
   ByteSpan stream;
   static void Fields(auto& io, auto& data) {
     io("size", data.size);
@@ -29,7 +29,7 @@ struct CompressedData {  // 'cmvd'
   }
 };
 
-struct CompressedMovie {
+struct CompressedMovie {  // 'cmov'
   static constexpr FourCC kType{"cmov"};
   CompressionMethod method;
   CompressedData data;
@@ -39,14 +39,15 @@ struct CompressedMovie {
   }
 };
 
-struct CompressedHeader {
+struct CompressedHeader {  // a 'moov' with a 'cmov' and nothing else
   static constexpr FourCC kType = MovieAtoms::kType;
   CompressedMovie movie;
   static void Children(auto& io, auto& header) { io.One(header.movie); }
 };
 
 Bytes Inflated(const CompressedData& data) {
-  // deflate cannot shrink anything further than this.
+  // Deflate never compresses better than 1032 to 1. A damaged file that claims more than that must
+  // not make us allocate gigabytes.
   constexpr std::uint64_t kMostInflation = 1032;
   if (data.size > data.stream.size() * kMostInflation + kMostInflation) {
     throw Malformed("the compressed movie header cannot be as long as it claims");
@@ -67,13 +68,13 @@ Bytes Inflated(const CompressedData& data) {
 }  // namespace
 
 Bytes CompressMovie(ByteSpan movie) {
-  // The fastest level: a header of 100 MB shrinks by a few percent more with the next, in twice the
+  // The fastest level. The next one saves a few percent of a header of 100 MB and takes twice the
   // time.
   constexpr int kLevel = 1;
   const std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> compressor(
       libdeflate_alloc_compressor(kLevel), libdeflate_free_compressor);
   if (!compressor) throw std::bad_alloc();
-  // Left uninitialized: most of the room is never touched.
+  // The room is not initialized, because compression leaves most of it unused.
   const std::size_t room = libdeflate_zlib_compress_bound(compressor.get(), movie.size());
   const auto stream = std::make_unique_for_overwrite<std::uint8_t[]>(room);
   const std::size_t size =

@@ -1,4 +1,5 @@
-// A movie header compressed with zlib. QuickTime: 'cmov' in 'moov'.
+// Movie headers compressed with zlib. QuickTime only: the 'moov' contains a 'cmov', and that
+// contains the compressed bytes of the real 'moov'.
 #pragma once
 
 #include <optional>
@@ -7,14 +8,15 @@
 
 namespace toolbox {
 
-// A whole 'moov' that holds `movie`, a whole 'moov' too, compressed.
+// `movie` is a whole 'moov', size and type included. Returns a whole 'moov' with `movie` compressed
+// inside. Throws std::bad_alloc.
 Bytes CompressMovie(ByteSpan movie);
 
-// The content of the movie header that is compressed in `content`, the content of a 'cmov'. Throws
-// Malformed, and Refused: cantFindHandler (compressed in an unknown way).
+// Decompresses a movie header. `content` is that of a 'cmov'; the result is the content of the real
+// 'moov'. Throws Malformed, and Refused (cantFindHandler) if the compression method is unknown.
 Bytes Inflate(ByteSpan content);
 
-// The same for the content of a 'moov'; nothing when that is not compressed.
+// The same for the content of a 'moov'. Returns nothing if that is not compressed.
 std::optional<Bytes> InflatedMovie(ByteSpan content);
 
 }  // namespace toolbox

@@ -9,8 +9,10 @@ void UserDataAtoms::Read(ByteSpan content) {
   constexpr FourCC kMeta{"meta"};
   ByteSpan tail;
   for (const AtomView& atom : SplitAtoms(content, &tail)) {
+    // A size of 0 is the terminator of the list, not an atom that reaches to the end.
     if (FromBigEndian<std::uint32_t>(atom.whole.data()) == 0) break;
     UserDataItem item{atom.type, {atom.content.begin(), atom.content.end()}};
+    // In the QuickTime form the content starts with the head of the first child, 'hdlr'.
     const auto frame = ReadFrame(atom.content, atom.content.size());
     if (atom.type == kMeta && frame && frame->type == Handler::kType) {
       item.payload.insert(item.payload.begin(), 4, 0);
@@ -20,7 +22,7 @@ void UserDataAtoms::Read(ByteSpan content) {
 }
 
 void TrackReferenceAtoms::Read(ByteSpan content) {
-  std::map<FourCC, std::size_t> places;
+  std::map<FourCC, std::size_t> places;  // the index in `lists` of each type
   for (const AtomView& atom : SplitAtoms(content)) {
     const auto [place, isNew] = places.try_emplace(atom.type, lists.size());
     if (isNew) lists.push_back({atom.type, {}});

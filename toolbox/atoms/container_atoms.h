@@ -1,5 +1,5 @@
-// The atoms of atoms, each by its list of children: what may be in it, how often, and where new
-// ones go.
+// The atoms that contain atoms. Each lists its children: which types, how many of each, and in
+// which order new ones are written. children.h explains the lists.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,8 @@
 
 namespace toolbox {
 
-// An atom that is looked for and not decoded here. Its content is a view.
+// An atom that is found but not decoded. Its content is a view of the bytes that were read and must
+// not outlive them.
 template <FourCC kCode>
 struct RawAtom {
   static constexpr FourCC kType = kCode;
@@ -25,6 +26,7 @@ struct RawAtom {
   static void Fields(auto& io, auto& atom) { io.Rest("content", atom.content); }
 };
 
+// One item of user data. The payload is the content of its atom.
 struct UserDataItem {
   FourCC type;
   Bytes payload;
@@ -36,7 +38,8 @@ struct UserDataAtoms {
   static constexpr FourCC kType{"udta"};
   std::vector<UserDataItem> items;
 
-  // QuickTime: a 'meta' item has no word of version and flags. It gets one here, as in ISO files.
+  // QuickTime: a 'meta' item has no version and flags. It gets them here, so that the rest of the
+  // program sees only the ISO form. Other bytes after the last whole item are dropped.
   void Read(ByteSpan content);
   void Put(auto& io) const {
     for (const UserDataItem& item : items) {
@@ -65,8 +68,10 @@ struct TrackReferenceAtoms {
   }
 };
 
+// Tables with several forms, of which a file has one.
 using SampleSizeAtom = std::variant<ConstantSampleSize, SampleSizes, CompactSampleSizes>;
 using ChunkOffsetAtom = std::variant<ChunkOffsets, WideChunkOffsets>;
+// The atoms of sample groups. A sample table can have any number of each.
 using SampleGroupAtom = std::variant<SampleGroupDescriptions, SampleToGroup, CompactSampleToGroup>;
 
 struct SampleTableAtoms {  // 'stbl', ISO/IEC 14496-12 8.5.1
@@ -117,7 +122,7 @@ struct MediaInformation {  // 'minf', ISO/IEC 14496-12 8.4.4
   static constexpr FourCC kType{"minf"};
   std::optional<DataInformation> data;
   SampleTableAtoms table;
-  Siblings others;  // the header of the kind of media among them
+  Siblings others;  // include the header of the media type, such as 'vmhd'
 
   static void Children(auto& io, auto& information) {
     io.Maybe(information.data);
@@ -126,7 +131,8 @@ struct MediaInformation {  // 'minf', ISO/IEC 14496-12 8.4.4
   }
 };
 
-struct MediaAtoms {  // 'mdia', ISO/IEC 14496-12 8.4.1; user data is QuickTime's
+// 'mdia', ISO/IEC 14496-12 8.4.1. QuickTime: it can have user data.
+struct MediaAtoms {
   static constexpr FourCC kType{"mdia"};
   MediaHeader header;
   Handler handler;
@@ -197,7 +203,8 @@ struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
   }
 };
 
-// 'traf', ISO/IEC 14496-12 8.8.6. Fragments are read and never written.
+// 'traf', ISO/IEC 14496-12 8.8.6. Fragments are read but never written, so other children are not
+// kept.
 struct TrackFragment {
   static constexpr FourCC kType{"traf"};
   TrackFragmentHeader header;

@@ -8,11 +8,15 @@
 namespace toolbox {
 namespace {
 
+// The sample rates in Hz by their frequency index. The indexes 13 and 14 are reserved; 15 means
+// that a rate of 24 bits follows.
 constexpr std::uint32_t kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                     22050, 16000, 12000, 11025, 8000,  7350};
-constexpr std::uint32_t kSeventhLayout = 8;  // channels; the layouts before have their number
+// The channels of configuration 7. Configurations 1 to 6 are equal to their number of channels.
+constexpr std::uint32_t kSeventhLayout = 8;
 
-// Takes bits off the front of bytes; past the end they are 0.
+// Reads numbers of any width in bits, the highest bit first. Bits after the end are 0, so a caller
+// can check IsPastEnd() once, after all fields.
 class BitReader {
  public:
   explicit BitReader(ByteSpan bytes) : bytes_(bytes) {}
@@ -41,6 +45,7 @@ std::optional<AudioConfig> ReadAudioConfig(ByteSpan specific) {
   BitReader bits(specific);
   AudioConfig config;
   config.objectType = bits.Take(5);
+  // 31 is an escape: the object type has six more bits.
   if (config.objectType == 31) config.objectType = 32 + bits.Take(6);
   const std::uint32_t index = bits.Take(4);
   config.rate = index == 15 ? bits.Take(24) : AacRate(index);
@@ -50,6 +55,7 @@ std::optional<AudioConfig> ReadAudioConfig(ByteSpan specific) {
 }
 
 Bytes Encode(const AudioConfig& config) {
+  // In bits: 5 object type | 4 rate | 4 channels | 3 zeros (frames of 1024 samples, no extension)
   const auto index = static_cast<std::uint32_t>(std::ranges::find(kRates, config.rate) - kRates);
   const std::uint32_t layout = config.channels == kSeventhLayout ? 7 : config.channels;
   Bytes bytes;
@@ -63,6 +69,7 @@ std::optional<std::uint8_t> AudioProfile(const AudioConfig& config) {
     std::uint32_t channels, rate;  // at most
     std::uint8_t profile;
   };
+  // Levels 2, 4 and 5 of the AAC profile, the smallest first: the first level that fits is used.
   static constexpr Level kLevels[] = {{2, 48'000, 0x29}, {6, 48'000, 0x2A}, {6, 96'000, 0x2B}};
   if (config.objectType != AudioConfig::kLowComplexity || config.channels == 0) return std::nullopt;
   const auto level = std::ranges::find_if(kLevels, [&](const Level& candidate) {

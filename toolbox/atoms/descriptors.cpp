@@ -20,8 +20,9 @@ struct Descriptor {
   ByteSpan content;
 };
 
-// Takes a descriptor off the front. One that claims more bytes than there are gets those there are:
-// some writers count its tag and length in, others leave out what they counted.
+// Removes a descriptor from the start of `bytes`. If its length reaches after the end, it gets the
+// bytes up to the end. Real files have such lengths: some writers include the tag and length field
+// in the count, others count descriptors that they then omit.
 std::optional<Descriptor> TakeDescriptor(ByteSpan& bytes) {
   constexpr int kMostLengthBytes = 4;
   if (bytes.size() < 2) return std::nullopt;
@@ -38,6 +39,7 @@ std::optional<Descriptor> TakeDescriptor(ByteSpan& bytes) {
   return descriptor;
 }
 
+// The content of the first descriptor with that tag. Does not search inside other descriptors.
 std::optional<ByteSpan> FindDescriptor(ByteSpan bytes, Tag tag) {
   while (const auto descriptor = TakeDescriptor(bytes)) {
     if (descriptor->tag == tag) return descriptor->content;
@@ -45,6 +47,8 @@ std::optional<ByteSpan> FindDescriptor(ByteSpan bytes, Tag tag) {
   return std::nullopt;
 }
 
+// The length field has 7 bits of the length in each byte, the highest first. The top bit is set if
+// another byte follows.
 void PutDescriptor(auto& io, Tag tag, LengthBytes lengths, ByteSpan content) {
   io("tag", static_cast<std::uint8_t>(tag));
   for (int shift = 7 * (static_cast<int>(lengths) - 1); shift >= 0; shift -= 7) {
@@ -54,19 +58,21 @@ void PutDescriptor(auto& io, Tag tag, LengthBytes lengths, ByteSpan content) {
   io.Append(content);
 }
 
-// What follows the fixed fields of an elementary stream descriptor.
+// The descriptors after the fields of an elementary stream descriptor. Flags decide which of the
+// fields exist.
 std::optional<ByteSpan> PartsOfStream(ByteSpan stream) {
   if (stream.size() < 3) return std::nullopt;
   const std::uint8_t flags = stream[2];
   std::size_t at = 3;
-  if ((flags & 0x80) != 0) at += 2;  // the stream it depends on
+  if ((flags & 0x80) != 0) at += 2;  // the number of the stream it depends on
   if ((flags & 0x40) != 0) at += at < stream.size() ? 1U + stream[at] : 1U;  // its URL
-  if ((flags & 0x20) != 0) at += 2;  // the stream of its clock
+  if ((flags & 0x20) != 0) at += 2;  // the number of the stream with its clock
   if (at > stream.size()) return std::nullopt;
   return stream.subspan(at);
 }
 
-// The content of the decoder configuration descriptor in an 'esds', its fixed fields being there.
+// The content of the decoder configuration descriptor in an 'esds'. It is nothing if the descriptor
+// is too short for its fixed fields.
 std::optional<ByteSpan> FindDecoder(ByteSpan content) {
   constexpr std::size_t kFixedFields = 13;
   if (content.size() < 4) return std::nullopt;
@@ -122,7 +128,8 @@ Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths
 }
 
 void ClearRates(std::span<std::uint8_t> content) {
-  constexpr std::ptrdiff_t kRatesAt = 2, kRates = 11;  // 24 bits and twice 32
+  // After object type and kind of stream: a buffer size of 24 bits and two bit rates of 32.
+  constexpr std::ptrdiff_t kRatesAt = 2, kRates = 11;
   const auto decoder = FindDecoder(content);
   if (!decoder) return;
   std::fill_n(content.begin() + (decoder->data() - content.data()) + kRatesAt, kRates,
@@ -130,7 +137,7 @@ void ClearRates(std::span<std::uint8_t> content) {
 }
 
 Bytes EncodeObjectDescriptor(const ProfileLevels& levels) {
-  constexpr std::uint16_t kIdAndFlags = 0x004F;  // 1, with neither a URL nor profiles inline
+  constexpr std::uint16_t kIdAndFlags = 0x004F;  // id 1; no URL, no inline profiles
   const Bytes content = Encoded([&](auto& io) {
     io("idAndFlags", kIdAndFlags);
     ProfileLevels::Fields(io, levels);

@@ -1,4 +1,5 @@
-// MPEG-4 descriptors, ISO/IEC 14496-1 8.3.3: a tag, a length of one to four bytes, a content.
+// MPEG-4 descriptors, ISO/IEC 14496-1 8.3.3. A descriptor has a tag, a length field of one to four
+// bytes, and a content, which can contain more descriptors.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +11,19 @@
 
 namespace toolbox {
 
-// The bytes that the length of each descriptor takes. Either is valid; one byte counts to 127.
+// The size of the length field of each descriptor. Readers accept both. One byte is enough for a
+// content of up to 127 bytes.
 enum class LengthBytes : std::uint8_t { kOne = 1, kFour = 4 };
 
-// An MPEG-4 elementary stream: its decoder configuration descriptor, ISO/IEC 14496-1 7.2.6.6.
+// An MPEG-4 elementary stream, by the fields of its decoder configuration descriptor (ISO/IEC
+// 14496-1 7.2.6.6).
 struct ElementaryStream {
-  static constexpr std::uint8_t kVisual = 0x20, kAudio = 0x40;
+  static constexpr std::uint8_t kVisual = 0x20, kAudio = 0x40;  // object types of MPEG-4
 
   std::uint8_t objectType = 0;
-  std::uint32_t typeAndBuffer = 0;  // 8 bits for the kind of stream, 24 for a buffer in bytes
-  std::uint32_t highestBitRate = 0, averageBitRate = 0;
-  Bytes parts;  // descriptors
+  std::uint32_t typeAndBuffer = 0;  // high 8 bits: kind of stream; low 24: buffer size in bytes
+  std::uint32_t highestBitRate = 0, averageBitRate = 0;  // bits a second
+  Bytes parts;  // the descriptors inside, encoded
 
   static void Fields(auto& io, auto& stream) {
     io("objectType", stream.objectType);
@@ -30,23 +33,27 @@ struct ElementaryStream {
     io.Rest("parts", stream.parts);
   }
 
-  // The decoder-specific information in `parts`; empty when there is none.
+  // The decoder-specific information, as a view of `parts`; empty if there is none.
   ByteSpan Specific() const;
 };
 
-// A stream of AAC; `largestSample` in bytes, `bitRate` in bits a second.
+// Describes a stream of AAC. `largestSample` is in bytes, `bitRate` in bits a second.
 ElementaryStream AacStream(const AudioConfig& config, std::uint32_t largestSample,
                            std::uint32_t bitRate);
 
-// `content` is that of an 'esds', ISO/IEC 14496-14 5.6; nothing when it describes no stream.
+// `content` is that of an 'esds', ISO/IEC 14496-14 5.6. Returns nothing if it has no complete
+// decoder configuration.
 std::optional<ElementaryStream> ReadElementaryStream(ByteSpan content);
-// The whole 'esds'. The stream has no number of its own; its track names it.
+// Makes a whole 'esds'. The number of the stream is 0, because in a file the track id identifies
+// it.
 Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths);
 
-// Sets the buffer size and the bit rates to 0 in the content of an 'esds' that has them.
+// Sets the buffer size and both bit rates to 0 in `content`, the content of an 'esds'. Does nothing
+// if it has no complete decoder configuration.
 void ClearRates(std::span<std::uint8_t> content);
 
-// Profiles and levels of a whole file, ISO/IEC 14496-1 7.2.6.4.
+// The profiles and levels of a whole file, ISO/IEC 14496-1 7.2.6.4. kNothingThere: the file has no
+// such streams. kNotSaid: it has some, with an unspecified profile. kAvc: pictures are AVC.
 struct ProfileLevels {
   static constexpr std::uint8_t kNothingThere = 0xFF, kNotSaid = 0xFE, kAvc = 0x7F;
 
@@ -62,7 +69,7 @@ struct ProfileLevels {
   }
 };
 
-// The whole 'iods', ISO/IEC 14496-14 5.1.
+// Makes a whole 'iods', ISO/IEC 14496-14 5.1.
 Bytes EncodeObjectDescriptor(const ProfileLevels& levels);
 
 }  // namespace toolbox

@@ -66,6 +66,7 @@ std::optional<ChunkRuns> ChunkRuns::ViewOf(ByteSpan rows, std::uint32_t chunks,
     if (first == 0 || end <= first || end > std::uint64_t{chunks} + 1) return std::nullopt;
     if (perChunk == 0 || description == 0 || description > descriptions) return std::nullopt;
     runs.marks_.Add(at / Row::kSize, static_cast<std::uint32_t>(sum));
+    // A division, because it cannot overflow.
     if ((samples - sum) / perChunk < end - first) return std::nullopt;
     sum += (end - first) * perChunk;
     runs.descriptions_ = std::max(runs.descriptions_, description);
@@ -92,7 +93,7 @@ void ChunkRuns::Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t sam
   const bool continues = !isFirst && chunk == nextChunk_ &&
                          last.samplesPerChunk == samplesPerChunk &&
                          last.description == description + 1;
-  // Chunks without samples need a row too: a run ends where the next one begins.
+  // Skipped chunks need a row too, because a row ends only where the next one begins.
   if (!isFirst && chunk != nextChunk_) {
     AddRow(nextChunk_, 0, description);
     hasGaps_ = true;

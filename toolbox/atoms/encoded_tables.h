@@ -1,5 +1,5 @@
-// Long sample tables that stay in the encoding of their atoms. A table that was read is a view of
-// the movie header, so a movie of ten hours needs little more memory than its file.
+// Long sample tables that stay encoded as in their atoms. A table that was read is a view of the
+// bytes of the movie header, so even the tables of a ten-hour movie take little memory.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +16,7 @@
 
 namespace toolbox {
 
-// The row at `bytes`, of which Row::kSize must be there.
+// Decodes one row. Row::kSize bytes must be available at `bytes`.
 template <class Row>
 Row DecodeRow(const std::uint8_t* bytes) {
   Row row;
@@ -25,6 +25,7 @@ Row DecodeRow(const std::uint8_t* bytes) {
   return row;
 }
 
+// Writes a row to the Row::kSize bytes at `bytes`.
 template <class Row>
 void EncodeRow(const Row& row, std::uint8_t* bytes) {
   RowWriter writer(bytes);
@@ -37,7 +38,8 @@ void AppendRow(Bytes& bytes, const Row& row) {
   EncodeRow(row, bytes.data() + bytes.size() - Row::kSize);
 }
 
-// The bytes of a table: a view of bytes that somebody else owns, until the first change.
+// The bytes of a table: first a view of bytes that the caller owns, and a copy after the first
+// change.
 class TableBytes {
  public:
   TableBytes() = default;
@@ -45,7 +47,7 @@ class TableBytes {
   explicit TableBytes(ByteSpan view) : view_(view) {}
 
   ByteSpan Span() const { return copy_.empty() ? view_ : ByteSpan(copy_); }
-  // The bytes for a change. Copies the view first.
+  // The bytes, to be changed. The first call copies the view.
   Bytes& Writable() {
     if (copy_.empty()) copy_.assign(view_.begin(), view_.end());
     return copy_;
@@ -56,10 +58,11 @@ class TableBytes {
   Bytes copy_;
 };
 
-// Unsigned numbers of 32 or 64 bits each: sample sizes or chunk offsets.
+// A table of unsigned numbers, all of 32 or all of 64 bits: sample sizes or chunk offsets. Indexes
+// must be less than Count(); they are not checked.
 class EncodedNumbers {
  public:
-  // Direct access for loops over many numbers. Valid until the table changes.
+  // Fast access for loops over many numbers. It is valid until the table changes.
   class View {
    public:
     View(const std::uint8_t* bytes, bool isWide) : bytes_(bytes), isWide_(isWide) {}
@@ -74,18 +77,18 @@ class EncodedNumbers {
   };
 
   EncodedNumbers() = default;
-  // A view of `bytes`, which holds numbers of 64 bits if `isWide`, else of 32 bits.
+  // A view of `bytes`, which must outlive it: numbers of 64 bits if `isWide`, else of 32 bits.
   EncodedNumbers(bool isWide, ByteSpan bytes) : bytes_(bytes), isWide_(isWide) {}
 
   std::size_t Count() const { return bytes_.Span().size() / Width(); }
   bool IsEmpty() const { return bytes_.Span().empty(); }
-  // The numbers [from, to) in the encoding of the atom.
+  // The numbers [from, to) as encoded in the atom.
   ByteSpan Encoded(std::size_t from, std::size_t to) const {
     return bytes_.Span().subspan(from * Width(), (to - from) * Width());
   }
   View Values() const { return {bytes_.Span().data(), isWide_}; }
   std::uint64_t operator[](std::size_t index) const { return Values()[index]; }
-  // Appends a number. All numbers become 64 bits wide when it needs that.
+  // Appends a number. If it needs 64 bits, all numbers become 64 bits wide.
   void Add(std::uint64_t number);
   void Add(std::size_t count, std::uint64_t number) {
     for (; count != 0; --count) Add(number);
@@ -99,8 +102,8 @@ class EncodedNumbers {
   bool isWide_ = false;
 };
 
-// Calls visit(bytes) with `count` encoded numbers of 32 bits in total, all equal to `number`. One
-// call has up to 1024 of them: sound has 48000 samples of one size a second.
+// Encodes `number` in 32 bits, `count` times. Calls visit(bytes) for up to 1024 of them at a time:
+// a second of sound can have 48000 samples of one size, too many for a call each.
 template <class Visit>
 void ForEachEncodedRepeat(std::uint32_t number, std::size_t count, Visit&& visit) {
   constexpr std::size_t kMany = 1024;
@@ -113,13 +116,13 @@ void ForEachEncodedRepeat(std::uint32_t number, std::size_t count, Visit&& visit
   }
 }
 
-// The first sample of every 64th row of a table. A row is found by a search here and then a few
-// steps in the table.
+// The first sample of every 64th row of a table. To find the row of a sample, search here for the
+// nearest mark before it, then walk less than 64 rows in the table.
 class RowMarks {
  public:
   static constexpr std::size_t kStep = 64;
 
-  // `sample` is the first sample of row `row`; rows are added in order.
+  // `sample` is the first sample of row `row`. Call it for every row in order.
   void Add(std::size_t row, std::uint32_t sample) {
     if (row % kStep == 0) samples_.push_back(sample);
   }
@@ -129,6 +132,7 @@ class RowMarks {
                                     1) *
            kStep;
   }
+  // The first sample of a row that RowFor returned.
   std::uint32_t SampleOf(std::size_t markedRow) const { return samples_[markedRow / kStep]; }
 
  private:
@@ -141,14 +145,14 @@ struct OffsetRun {
   std::int32_t offset = 0;
 };
 
-// Composition offsets as rows of 'ctts', ISO/IEC 14496-12 8.6.1.3. No row is without samples, and
+// Composition offsets as rows of 'ctts', ISO/IEC 14496-12 8.6.1.3. Every row has samples, and
 // neighbouring rows have different offsets.
 class OffsetRuns {
  public:
   using Row = CompositionOffsets::Row;
 
-  // Goes through the runs in order. After the last run comes a run without end, so a loop ends even
-  // if another process shortens the rows in the file.
+  // Goes through the runs in order. After the last run comes an endless one. The rows can be a view
+  // of a file that another process changes, and a loop over samples must end even then.
   class Walk {
    public:
     const OffsetRun& operator*() const { return run_; }
@@ -182,8 +186,9 @@ class OffsetRuns {
   };
 
   OffsetRuns() = default;
-  // A view of `rows`. Nothing unless they cover exactly `samples` samples, each row has samples,
-  // and neighbouring rows differ: then Add would have made the same bytes.
+  // A view of `rows`, which must outlive it. Returns nothing unless the rows cover exactly
+  // `samples` samples and Add would have made the same bytes: no row is empty, no neighbours are
+  // equal.
   static std::optional<OffsetRuns> ViewOf(ByteSpan rows, std::uint32_t samples);
 
   bool IsEmpty() const { return bytes_.Span().empty(); }
@@ -197,8 +202,9 @@ class OffsetRuns {
     while (walk->end <= sample) walk.Next();
     return walk;
   }
-  // Calls visit(samples, offset) for the samples [from, to). Calls visitEncoded(rows) instead for
-  // the rows of 'ctts' between the first and the last, which are covered completely.
+  // Calls visit(samples, offset) for the first and the last run of the samples [from, to), of which
+  // the range may contain only a part. Calls visitEncoded(rows) once for all rows between them, so
+  // that a writer can copy their bytes.
   template <class Visit, class VisitEncoded>
   void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit,
                VisitEncoded&& visitEncoded) const {
@@ -211,6 +217,7 @@ class OffsetRuns {
     }
     visit(to - last->sample, last->offset);
   }
+  // Calls visit(samples, offset) for every run of the samples [from, to).
   template <class Visit>
   void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit) const {
     ForEach(from, to, visit, [&visit](ByteSpan rows) { ForEachRow(rows, visit); });
@@ -223,10 +230,11 @@ class OffsetRuns {
   // The smallest and the largest offset; 0 if there are none.
   std::int32_t Smallest() const { return smallest_; }
   std::int32_t Largest() const { return largest_; }
-  // Gives the next `samples` samples that offset.
+  // Appends `samples` samples with this offset.
   void Add(std::uint32_t samples, std::int32_t offset);
 
  private:
+  // Extends the range from the smallest to the largest offset.
   void Reach(std::int32_t offset, bool isFirst) {
     smallest_ = isFirst ? offset : std::min(smallest_, offset);
     largest_ = isFirst ? offset : std::max(largest_, offset);
@@ -238,8 +246,9 @@ class OffsetRuns {
   std::int32_t smallest_ = 0, largest_ = 0;
 };
 
-// Consecutive chunks with the same description (an index) and number of samples. The first chunk is
-// `chunk` (an index); together they have the samples [sample, end), none if samplesPerChunk is 0.
+// Consecutive chunks with the same sample description and number of samples. `chunk` is the first
+// of them. Together they have the samples [sample, end), none if samplesPerChunk is 0. `chunk` and
+// `description` are indexes from 0, one less than the numbers in the file.
 struct ChunkRun {
   std::uint32_t chunk = 0, sample = 0, end = 0, samplesPerChunk = 0, description = 0;
 };
@@ -249,8 +258,9 @@ class ChunkRuns {
  public:
   using Row = SampleToChunk::Row;
 
-  // Goes through the runs in order. Another process may write to the file meanwhile: throws Refused
-  // (invalidSampleTable) if a run leads out of the tables as they were when they were read.
+  // Goes through the runs in order. The rows can be a view of a file that another process changes.
+  // So each run is checked again, and Refused (invalidSampleTable) is thrown if it now exceeds the
+  // limits that ViewOf has checked.
   class Walk {
    public:
     const ChunkRun& operator*() const { return run_; }
@@ -295,14 +305,15 @@ class ChunkRuns {
   };
 
   ChunkRuns() = default;
-  // A view of `rows`. Nothing unless they describe exactly `chunks` chunks in order, each with
-  // samples, at most `samples` in all, and one of `descriptions` descriptions.
+  // A view of `rows`, which must outlive it. Returns nothing unless they describe exactly `chunks`
+  // chunks in order, each chunk has samples and one of `descriptions` descriptions, and the chunks
+  // have at most `samples` samples in total.
   static std::optional<ChunkRuns> ViewOf(ByteSpan rows, std::uint32_t chunks, std::uint32_t samples,
                                          std::size_t descriptions);
 
-  // How many samples are in chunks.
+  // The number of samples in all chunks.
   std::uint32_t Samples() const { return samples_; }
-  // True if all chunks have the same description and there is none without samples between them.
+  // True if all chunks have description 0 and no chunk is empty.
   bool ArePlain() const { return descriptions_ == 1 && !hasGaps_; }
   // One more than the highest description index of a chunk.
   std::uint32_t Descriptions() const { return descriptions_; }
@@ -315,8 +326,8 @@ class ChunkRuns {
     }
     return walk;
   }
-  // Puts the next samples into the `chunks` chunks that start at `chunk`. That must be after all
-  // chunks so far.
+  // Appends `chunks` chunks with `samplesPerChunk` samples each. The first is `chunk`, which must
+  // be after all chunks so far. Chunks that are skipped have no samples.
   void Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
            std::uint32_t description);
 

@@ -5,7 +5,7 @@
 namespace toolbox {
 namespace {
 
-// The head of a setting; its children or its value follow.
+// The head of a setting. Its children come after it, or its value if it has none.
 struct SettingHead {
   static constexpr std::size_t kSize = 20;
   std::uint32_t size = 0;  // with the head
@@ -25,6 +25,7 @@ struct SettingHead {
 };
 
 void AddNumbers(ByteSpan settings, FourCC parent, int depth, std::vector<NumberSetting>& numbers) {
+  // Real settings have two or three levels. The limit keeps damaged ones from using up the stack.
   constexpr int kDeepest = 16;
   if (depth > kDeepest) throw Malformed("the settings are nested too deep");
   while (!settings.empty()) {

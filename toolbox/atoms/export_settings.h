@@ -1,4 +1,5 @@
-// The settings of an exporter as callers hand them over: a tree in a container.
+// The settings of an exporter, in the form in which callers pass them: a tree of settings with a
+// head of 12 bytes before it.
 #pragma once
 
 #include <cstdint>
@@ -11,11 +12,11 @@ namespace toolbox {
 
 // A setting without children whose value is one number.
 struct NumberSetting {
-  FourCC parent, type;  // no parent: null
+  FourCC parent, type;  // the parent is null at the top level
   std::uint32_t number = 0;
 };
 
-// The settings of that kind in a container, in their order. Throws Malformed.
+// All number settings in `container`, in their order; other settings are skipped. Throws Malformed.
 std::vector<NumberSetting> ReadNumberSettings(ByteSpan container);
 
 }  // namespace toolbox

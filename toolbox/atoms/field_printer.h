@@ -1,4 +1,4 @@
-// Prints the fields of an atom; fields.h has the vocabulary.
+// Prints the fields of an atom. fields.h explains the functions.
 #pragma once
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace toolbox {
 
-// Prints fields on one line as " name=value", and the first rows of a table. Dates differ from run
-// to run, so they are left out unless `showsDates`.
+// Prints fields on one line as " name=value". Of a table it prints the count and the first rows.
+// Dates differ from run to run, so they are printed only if `showsDates`. `out` must outlive it.
 class FieldPrinter {
  public:
   explicit FieldPrinter(std::ostream& out, bool showsDates = false)
@@ -22,7 +22,7 @@ class FieldPrinter {
 
   template <Integer T>
   void operator()(std::string_view name, T value) {
-    out_ << ' ' << name << '=' << +value;
+    out_ << ' ' << name << '=' << +value;  // + prints bytes as numbers
   }
   void operator()(std::string_view name, std::uint32_t value) {
     if (name == "version") return PrintVersion(value >> 24, value & 0xFFFFFF);

@@ -1,4 +1,4 @@
-// Takes the fields of an atom out of its bytes; fields.h has the vocabulary.
+// Reads the fields of an atom from its bytes. fields.h explains the functions.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +17,7 @@
 
 namespace toolbox {
 
-// Reads the fields of a row. The caller knows that the bytes are there.
+// Reads the fields of a row without checks: the caller has made sure that the bytes are there.
 class RowReader {
  public:
   explicit RowReader(const std::uint8_t* at) : at_(at) {}
@@ -31,7 +31,8 @@ class RowReader {
   const std::uint8_t* at_;
 };
 
-// Takes fields off the start of an atom's bytes. Throws Malformed where they end too soon.
+// Reads fields one after the other from the content of an atom. The bytes must outlive the reader
+// and any Rows it has read. All functions throw Malformed if the bytes end too soon.
 class FieldReader {
  public:
   explicit FieldReader(ByteSpan bytes) : rest_(bytes) {}
@@ -90,7 +91,7 @@ class FieldReader {
     bytes.assign(rest_.begin(), rest_.end());
     rest_ = {};
   }
-  // A view of the bytes that are read; for atoms that are not kept.
+  // The same without a copy, for atoms that are used only while their bytes exist.
   void Rest(const char*, ByteSpan& bytes) { bytes = std::exchange(rest_, {}); }
   ByteSpan Remaining() const { return rest_; }
 
@@ -104,7 +105,8 @@ class FieldReader {
     rest_ = rest_.subspan(size);
     return taken;
   }
-  // A count is believed only as far as the bytes that are there.
+  // Reads a count of entries with at least `smallest` bytes each. Checks it against the bytes that
+  // are left, so that a damaged count cannot make us allocate gigabytes.
   std::uint32_t Count(const char* name, std::size_t smallest) {
     std::uint32_t count = 0;
     (*this)(name, count);

@@ -1,4 +1,7 @@
-// Measures the fields of an atom and writes them; fields.h has the vocabulary.
+// Measures the fields of an atom, then writes them. fields.h explains the functions.
+//
+// The size of an atom comes before its content. So a FieldSizer goes through the fields first and
+// notes all sizes, and a FieldWriter then goes through the same fields and writes them.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +20,7 @@
 
 namespace toolbox {
 
-// Writes the fields of a row. The caller has made room.
+// Writes the fields of a row without checks: the caller has made room for Row::kSize bytes.
 class RowWriter {
  public:
   explicit RowWriter(std::uint8_t* at) : at_(at) {}
@@ -31,12 +34,14 @@ class RowWriter {
   std::uint8_t* at_;
 };
 
-// What a FieldSizer has measured, in the order in which a FieldWriter of the same fields needs it:
-// the sizes of atoms, and whatever else takes long to measure.
+// The results of a FieldSizer, in the order in which a FieldWriter needs them: the sizes of atoms,
+// and other numbers that take long to compute.
 using Measures = std::vector<std::uint64_t>;
 
-// Writes fields that a FieldSizer has measured. The caller owns the room: enough for all fields, or
-// a block that is passed to `take` whenever it is full.
+// Writes fields that a FieldSizer has measured. The caller owns `measures` and `room`. Without
+// `take`, `room` must be large enough for all fields. With `take`, it is a block that is passed to
+// `take` each time it is full; the caller calls Flush() at the end for the last part.
+// Throws Malformed if the fields are not those that were measured.
 class FieldWriter {
  public:
   using TakeBlock = std::function<void(ByteSpan)>;
@@ -91,7 +96,7 @@ class FieldWriter {
   }
   void Rest(const char*, ByteSpan bytes) { Append(bytes); }
 
-  // An atom of type `type` whose content `body` writes.
+  // Writes an atom of type `type`; `body` writes its content.
   template <class Body>
   void Atom(FourCC type, Body&& body) {
     const std::uint64_t start = taken_ + at_, size = NextMeasure();
@@ -108,13 +113,13 @@ class FieldWriter {
     std::ranges::copy(bytes, Room(bytes.size()));
   }
 
-  // What `measure` returned to the FieldSizer.
+  // Returns the result that `measure` had in the FieldSizer, without running it again.
   template <class Measure>
   std::uint64_t Measured(Measure&&) {
     return NextMeasure();
   }
 
-  // Passes on what has been written since `take` was last called.
+  // Passes the bytes written since the last call of `take` to it.
   void Flush() {
     take_(room_.first(at_));
     taken_ += std::exchange(at_, 0);
@@ -126,6 +131,7 @@ class FieldWriter {
     if (nextMeasure_ == measures_.size()) throw NotAsMeasured();
     return measures_[nextMeasure_++];
   }
+  // Reserves the next `size` bytes.
   std::uint8_t* Room(std::size_t size) {
     if (size > room_.size() - at_ && take_) Flush();
     if (size > room_.size() - at_) throw NotAsMeasured();
@@ -142,7 +148,8 @@ class FieldWriter {
   bool isWide_ = false;
 };
 
-// Adds up the bytes that a FieldWriter writes, without a look at the rows of a table.
+// Adds up the bytes that a FieldWriter will write. Of a table it uses only the count of rows, so it
+// is fast.
 class FieldSizer {
  public:
   std::uint64_t Size() const { return size_; }
@@ -197,6 +204,7 @@ class FieldSizer {
   // Runs `measure` and keeps its result for the FieldWriter.
   template <class Measure>
   std::uint64_t Measured(Measure&& measure) {
+    // The place is reserved first: measures inside `measure` come after this one.
     const std::size_t place = found_.size();
     found_.push_back(0);
     return found_[place] = measure();

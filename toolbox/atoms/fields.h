@@ -24,7 +24,7 @@
 //   io.Rest(name, bytes)       everything up to the end of the atom
 // clang-format on
 //
-// An atom of atoms names its children instead, see children.h.
+// An atom that contains atoms lists its children instead; see children.h.
 #pragma once
 
 #include <functional>
@@ -41,6 +41,7 @@
 
 namespace toolbox {
 
+// Declared in rows.h.
 template <class Row>
 template <class Visitor>
 void Rows<Row>::ForEach(Visitor&& visit) const {
@@ -67,7 +68,8 @@ void Rows<Row>::ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) con
   batches.Flush();
 }
 
-// The atom that `content` (without size and type) holds. Throws Malformed.
+// Decodes an atom of type A. `content` is without size and type; tables of the atom may be views of
+// it. Throws Malformed, whose path includes the type of the atom.
 template <class A>
 A Decode(ByteSpan content) {
   return InAtom(A::kType, [&] {
@@ -85,7 +87,7 @@ A Decode(ByteSpan content) {
   });
 }
 
-// Writes or measures the whole atom, size and type included.
+// Writes the whole atom, size and type included, or measures it if `io` is a FieldSizer.
 template <class A>
 void PutAtom(auto& io, const A& atom) {
   io.Atom(A::kType, [&] {
@@ -101,7 +103,8 @@ void PutAtom(auto& io, const A& atom) {
   });
 }
 
-// What `put(io)` writes, as bytes: measured first, then written into room of just that size.
+// Returns the bytes that `put(io)` writes. Calls it twice: to measure, then to write into room of
+// exactly that size.
 template <class Put>
 Bytes Encoded(Put&& put) {
   FieldSizer sizer;
@@ -118,7 +121,7 @@ Bytes Encode(const A& atom) {
   return Encoded([&](auto& io) { PutAtom(io, atom); });
 }
 
-// The atom among children that are kept as bytes.
+// Encodes the atom as a sibling, a child that is kept as bytes.
 template <class A>
 Sibling SiblingOf(const A& atom) {
   return {A::kType, Encode(atom)};

@@ -1,4 +1,5 @@
-// Four characters as one number, the first in the high byte.
+// A four-character code, such as the type of an atom: four bytes as one number, the first character
+// in the highest byte.
 #pragma once
 
 #include <compare>

@@ -1,4 +1,4 @@
-// The atoms of fragments, each with its list of fields.
+// The atoms of movie fragments, each with its list of fields.
 #pragma once
 
 #include <bit>
@@ -9,7 +9,8 @@
 
 namespace toolbox {
 
-// Flags that say which fields an atom of a fragment has, ISO/IEC 14496-12 8.8.7 and 8.8.8.
+// Most of these flags mean that an atom of a fragment has a field, ISO/IEC 14496-12 8.8.7
+// and 8.8.8.
 namespace fragment_flags {
 inline constexpr std::uint32_t kBaseDataOffset = 1, kDescription = 2, kDefaultDuration = 8,
                                kDefaultSize = 0x10, kDefaultFlags = 0x20,
@@ -23,7 +24,7 @@ struct TrackDefaults {  // 'trex', ISO/IEC 14496-12 8.8.3
   static constexpr FourCC kType{"trex"};
   std::uint32_t versionAndFlags = 0, track = 0;
   std::uint32_t description = 1;  // number, the first is 1
-  std::uint32_t duration = 0, size = 0, sampleFlags = 0;
+  std::uint32_t duration = 0, size = 0, sampleFlags = 0;  // of a sample: media units, bytes
 
   static void Fields(auto& io, auto& defaults) {
     io("version", defaults.versionAndFlags);
@@ -38,7 +39,7 @@ struct TrackDefaults {  // 'trex', ISO/IEC 14496-12 8.8.3
 struct TrackFragmentHeader {  // 'tfhd', ISO/IEC 14496-12 8.8.7
   static constexpr FourCC kType{"tfhd"};
   std::uint32_t versionAndFlags = 0, track = 0;
-  std::uint64_t baseDataOffset = 0;
+  std::uint64_t baseDataOffset = 0;  // in the file, bytes
   std::uint32_t description = 0, duration = 0, size = 0, sampleFlags = 0;
 
   bool Has(std::uint32_t flag) const { return (versionAndFlags & flag) != 0; }
@@ -65,7 +66,7 @@ struct FragmentDecodeTime {  // 'tfdt', ISO/IEC 14496-12 8.8.12
   }
 };
 
-// One sample of a fragment, or several that are alike.
+// The properties of one sample of a fragment, or of several equal ones.
 struct FragmentSample {
   std::uint32_t duration = 0;  // media units
   std::uint32_t size = 0;  // bytes
@@ -73,12 +74,12 @@ struct FragmentSample {
   std::int32_t offset = 0;  // from decoding to showing, media units
 };
 
-// 'trun', ISO/IEC 14496-12 8.8.8: samples that follow one another in the file. The flags say which
-// columns its rows have, so the rows are kept as bytes.
+// 'trun', ISO/IEC 14496-12 8.8.8: consecutive samples in the file. The rows stay encoded, because
+// the flags decide which columns they have.
 struct TrackRun {
   static constexpr FourCC kType{"trun"};
   std::uint32_t versionAndFlags = 0, count = 0;
-  std::int32_t dataOffset = 0;
+  std::int32_t dataOffset = 0;  // of the first sample, relative to the base, bytes
   std::uint32_t firstSampleFlags = 0;
   Bytes rows;
 
@@ -96,10 +97,11 @@ struct TrackRun {
     io.Rest("rows", run.rows);
   }
 
-  // Whether there is a row for each of `count` samples.
+  // True if there is a row for each of `count` samples, or if rows would have no columns.
   bool IsComplete() const { return RowSize() == 0 || count <= rows.size() / RowSize(); }
-  // Calls visit(samples, sample) for all samples in order: the next `samples` samples are like
-  // `sample`. Fields that the run does not have come from `defaults`. IsComplete() must be true.
+  // Calls visit(samples, sample) for all samples in order: the next `samples` samples have the
+  // properties `sample`. Properties that the run does not have come from `defaults`. IsComplete()
+  // must be true.
   template <class Visit>
   void ForEach(const FragmentSample& defaults, Visit&& visit) const {
     using namespace fragment_flags;

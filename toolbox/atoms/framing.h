@@ -1,4 +1,4 @@
-// Where atoms start and end: sizes in 32 bits, in 64 bits and to the end.
+// Finds where atoms start and end. The size of an atom has 32 or 64 bits, or means "to the end".
 #pragma once
 
 #include <cstdint>
@@ -10,27 +10,27 @@
 
 namespace toolbox {
 
-// The size and type before an atom, ISO/IEC 14496-12 4.2.
+// The size and type at the start of an atom, ISO/IEC 14496-12 4.2. Sizes are in bytes.
 struct AtomFrame {
   FourCC type;
   std::uint64_t headerSize = 8;  // 16 with a 64-bit size
   std::uint64_t size = 0;  // header included
 };
 
-// The frame at the start of `bytes`, when `available` bytes follow from its start to the end of
-// what holds it; size 0 means all of them. Nothing when the frame is cut short or reaches past the
-// end.
+// Reads the frame at the start of `bytes`, which can be only the first 16 bytes of the atom.
+// `available` is the distance from there to the end of the parent or file; a size of 0 in the atom
+// means all of it. Returns nothing if the frame is cut short or the atom reaches past that end.
 std::optional<AtomFrame> ReadFrame(ByteSpan bytes, std::uint64_t available);
 
-// One atom among its siblings, as a view of its parent's bytes.
+// One atom, as views of the bytes of its parent.
 struct AtomView {
   FourCC type;
   ByteSpan whole;  // size and type included
   ByteSpan content;  // without them
 };
 
-// The atoms in `bytes`, in their order. With a `tail`, bytes after the last whole atom go there;
-// without one they are Malformed, except for up to seven zero bytes of padding.
+// The atoms in `bytes`, in their order. `tail` receives the bytes after the last whole atom. If it
+// is null, throws Malformed for such bytes, unless they are up to seven zeros of padding.
 std::vector<AtomView> SplitAtoms(ByteSpan bytes, ByteSpan* tail = nullptr);
 
 }  // namespace toolbox

@@ -1,4 +1,4 @@
-// How the pictures of a media are laid over what is below them.
+// The graphics mode of a media: how its pictures are drawn over the layers below.
 #pragma once
 
 #include <array>
@@ -8,8 +8,8 @@
 
 namespace toolbox {
 
-// Sets the transfer mode and its colour (red, green, blue) in the atoms of a 'minf' that state
-// them: 'vmhd' of video, 'gmin' in 'gmhd' of the rest. Does nothing where neither is.
+// Sets the transfer mode and its colour (red, green, blue) in the children of a 'minf'. Video has
+// them in 'vmhd', other media in the 'gmin' of 'gmhd'. Does nothing if there is neither.
 void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
                      const std::array<std::uint16_t, 3>& opColor);
 

@@ -5,7 +5,8 @@
 namespace toolbox {
 namespace {
 
-// Version 0 of 'sgpd' has no entry lengths; the entries of these groupings have a fixed one.
+// The length in bytes of an entry in version 0 of 'sgpd', which has no length fields. Only these
+// groupings have a known length; 0 for all others.
 std::size_t FixedLength(FourCC grouping) {
   for (const FourCC known : {FourCC{"roll"}, FourCC{"prol"}}) {
     if (grouping == known) return 2;
@@ -16,7 +17,8 @@ std::size_t FixedLength(FourCC grouping) {
   return 0;
 }
 
-// Numbers of 4, 8, 16 or 32 bits without padding between them.
+// Reads numbers of 4, 8, 16 or 32 bits without padding between them. Throws Malformed at the end of
+// the bytes.
 class PackedNumbers {
  public:
   explicit PackedNumbers(ByteSpan bytes) : bytes_(bytes) {}
@@ -49,6 +51,7 @@ std::optional<GroupEntries> SampleGroupDescriptions::Entries() const try {
   for (; count != 0; --count) {
     std::uint32_t size = length;
     if (version == 0) {
+      // A single entry needs no length: it has all the bytes.
       const bool isOnly = found.entries.empty() && count == 1;
       size = static_cast<std::uint32_t>(isOnly ? left.size() : FixedLength(grouping));
     } else if (length == 0) {
@@ -87,6 +90,7 @@ SampleGroupDescriptions SampleGroupDescriptions::Of(FourCC grouping,
 std::optional<std::uint32_t> RollDistanceIn(ByteSpan entry) {
   if (entry.size() != 2) return std::nullopt;
   const auto distance = FromBigEndian<std::int16_t>(entry.data());
+  // A positive distance is a number of samples after the sample.
   if (distance >= 0) return std::nullopt;
   return static_cast<std::uint32_t>(-distance);
 }
@@ -94,6 +98,7 @@ std::optional<std::uint32_t> RollDistanceIn(ByteSpan entry) {
 void CompactSampleToGroup::ForEachPattern(const Visit& visit) const {
   constexpr std::uint32_t kMarksFragmentNumbers = 0x80;
   const auto widthOf = [](std::uint32_t code) { return std::size_t{4} << (code & 3); };
+  // Each pattern has two fields of at least 4 bits, so at least one byte.
   if (patterns > packed.size()) throw Malformed("'csgp' is shorter than its count");
   struct Pattern {
     std::uint32_t length = 0, samples = 0;
@@ -104,6 +109,7 @@ void CompactSampleToGroup::ForEachPattern(const Visit& visit) const {
     pattern.length = input.Take(widthOf(versionAndFlags >> 4));
     pattern.samples = input.Take(widthOf(versionAndFlags >> 2));
   }
+  // In a fragment, the top bit of a number can mark a description of the fragment itself.
   const std::size_t width = widthOf(versionAndFlags);
   const std::uint32_t mark = (versionAndFlags & kMarksFragmentNumbers) != 0 ? 1U << (width - 1) : 0;
   for (const Pattern& pattern : all) {

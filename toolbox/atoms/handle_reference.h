@@ -1,4 +1,4 @@
-// Handle references: how a data reference of kind 'hndl' names a block of memory.
+// Handle references: data references of kind 'hndl', whose media data is in a block of memory.
 #pragma once
 
 #include <optional>
@@ -7,9 +7,9 @@
 
 namespace toolbox {
 
-// The bytes that a handle reference starts its memory block with, from its atom 'data'. Nothing
-// when it has none or is malformed. Before the atoms are a 32-bit handle and the name of a file,
-// after its length.
+// The initial content of the memory block: the content of the atom 'data' in the handle reference
+// `handle`. Returns nothing if there is no such atom or the reference is malformed.
+// The layout is: a 32-bit handle, the length of a file name in one byte, the name, atoms.
 std::optional<Bytes> InitialData(ByteSpan handle);
 
 }  // namespace toolbox

@@ -1,4 +1,5 @@
-// The atoms that describe movies, tracks and media, each by its list of fields.
+// The atoms that describe movies, tracks and media, each with its list of fields. Fixed-point
+// numbers are written 16.16: 16 bits before the point, 16 after it.
 #pragma once
 
 #include <algorithm>
@@ -16,6 +17,7 @@ namespace toolbox {
 using Matrix = std::array<std::int32_t, 9>;
 inline constexpr Matrix kIdentityMatrix{0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
 
+// The nine fields of a matrix, for the list of fields of an atom.
 inline void PutMatrix(auto& io, auto& matrix) {
   static constexpr const char* kNames[] = {"a", "b", "u", "c", "d", "v", "tx", "ty", "w"};
   for (std::size_t i = 0; i < matrix.size(); ++i) io(kNames[i], matrix[i]);
@@ -25,7 +27,7 @@ struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
   static constexpr FourCC kType{"ftyp"};
   FourCC majorBrand;
   std::uint32_t minorVersion = 0;
-  Bytes compatibleBrands;
+  Bytes compatibleBrands;  // four bytes each
 
   static void Fields(auto& io, auto& type) {
     io("majorBrand", type.majorBrand);
@@ -34,18 +36,18 @@ struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
   }
 };
 
-// 'mvhd', ISO/IEC 14496-12 8.2.2. The times after the matrix are QuickTime's. Dates, here and in
-// the other headers, are seconds since 1904-01-01 UTC.
+// 'mvhd', ISO/IEC 14496-12 8.2.2. QuickTime: the times after the matrix; ISO: they are reserved.
+// Dates, here and in the other headers, are in seconds since 1904-01-01 UTC.
 struct MovieHeader {
   static constexpr FourCC kType{"mvhd"};
   std::uint32_t flags = 0;
   std::uint64_t created = 0, modified = 0, duration = 0;
-  std::int32_t scale = 600;
+  std::int32_t scale = 600;  // movie units a second
   std::int32_t rate = 0x10000;  // preferred, 16.16
   std::int16_t volume = 0x100;  // preferred, 8.8
   std::array<std::uint8_t, 10> reserved{};
   Matrix matrix = kIdentityMatrix;
-  // In movie units. A file has 32 bits for each.
+  // In movie units. A file has 32 bits for each; larger values are written as 0.
   std::int64_t previewTime = 0, previewDuration = 0, posterTime = 0;
   std::int64_t selectionTime = 0, selectionDuration = 0, currentTime = 0;
   std::uint32_t nextTrackId = 1;
@@ -74,7 +76,7 @@ struct MovieHeader {
 struct TrackHeader {  // 'tkhd', ISO/IEC 14496-12 8.3.2
   static constexpr FourCC kType{"tkhd"};
   static constexpr std::uint32_t kEnabled = 1;  // in the flags
-  std::uint32_t flags = 0xF;
+  std::uint32_t flags = 0xF;  // enabled, in movie, in preview, in poster
   std::uint64_t created = 0, modified = 0, duration = 0;
   std::uint32_t id = 0;
   std::array<std::uint8_t, 4> reserved{};
@@ -130,11 +132,12 @@ struct EditEntries {  // 'elst', ISO/IEC 14496-12 8.6.6
   }
 };
 
-struct MediaHeader {  // 'mdhd', ISO/IEC 14496-12 8.4.2; quality is QuickTime's
+// 'mdhd', ISO/IEC 14496-12 8.4.2. QuickTime: the quality; ISO: it is reserved.
+struct MediaHeader {
   static constexpr FourCC kType{"mdhd"};
   std::uint32_t flags = 0;
   std::uint64_t created = 0, modified = 0, duration = 0;
-  std::int32_t scale = 600;
+  std::int32_t scale = 600;  // media units a second
   std::uint16_t language = 0, quality = 0;
 
   bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
@@ -170,19 +173,19 @@ struct Handler {
   }
 };
 
-// The handler of a new media, or of its data in QuickTime ('dhlr'). `name` is ASCII and has at most
-// 255 characters.
+// Makes the handler of a new media, or of its data in QuickTime ('dhlr'). A null componentType
+// gives the ISO form. `name` must be ASCII and have at most 255 characters.
 Handler NewHandler(FourCC componentType, FourCC subtype, std::string_view name);
-// The handler in the form of QuickTime files. The characters of the name stay as they are.
+// The same handler in the QuickTime form. The bytes of the name are kept, at most 255 of them.
 Handler QuickTimeHandler(Handler handler);
-// The handler in the form of ISO files. A name that is not plain ASCII is dropped: it could be in
-// any encoding of the Macintosh.
+// The same handler in the ISO form. A name that is not printable ASCII is dropped: ISO requires
+// UTF-8, and the name can be in any encoding of the Macintosh.
 Handler IsoHandler(const Handler& handler);
 
 struct VideoMediaHeader {  // 'vmhd', ISO/IEC 14496-12 12.1.2
   static constexpr FourCC kType{"vmhd"};
   std::uint32_t versionAndFlags = 1;
-  std::uint16_t mode = 0;  // how the picture is laid over what is below: copy
+  std::uint16_t mode = 0;  // how the picture is drawn over the layers below; 0: copy
   std::array<std::uint16_t, 3> opColor{};  // red, green, blue
 
   static void Fields(auto& io, auto& header) {
@@ -195,7 +198,7 @@ struct VideoMediaHeader {  // 'vmhd', ISO/IEC 14496-12 12.1.2
 struct SoundMediaHeader {  // 'smhd', ISO/IEC 14496-12 12.2.2
   static constexpr FourCC kType{"smhd"};
   std::uint32_t versionAndFlags = 0;
-  std::int16_t balance = 0;  // 8.8
+  std::int16_t balance = 0;  // 8.8; negative: left
   std::uint16_t reserved = 0;
 
   static void Fields(auto& io, auto& header) {
@@ -205,15 +208,18 @@ struct SoundMediaHeader {  // 'smhd', ISO/IEC 14496-12 12.2.2
   }
 };
 
-// One entry of 'dref'. QuickTime: its data is an alias record or a URL. ISO: a URL.
+// One entry of 'dref', ISO/IEC 14496-12 8.7.2: the file with the media data. QuickTime: its data is
+// an alias record, a URL or a handle reference. ISO: a URL.
 struct DataReferenceEntry {
   FourCC kind;
-  std::uint32_t versionAndFlags = 0;  // lowest bit set: the movie's own file
-  Bytes data;  // what follows version and flags
+  std::uint32_t versionAndFlags = 0;  // lowest bit set: the file of the movie itself
+  Bytes data;  // the bytes after version and flags
   friend bool operator==(const DataReferenceEntry&, const DataReferenceEntry&) = default;
 
-  // `atom` is whole, size and type included. Throws Malformed.
+  // Decodes an entry. `atom` is whole, size and type included, so at least 8 bytes. Throws
+  // Malformed.
   static DataReferenceEntry Decoded(ByteSpan atom);
+  // The whole atom.
   Bytes Encoded() const;
 };
 

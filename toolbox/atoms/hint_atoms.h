@@ -1,4 +1,4 @@
-// The atoms of hint tracks, which say how to send other tracks by RTP.
+// The atoms of hint tracks. A hint track describes how a server sends another track by RTP.
 #pragma once
 
 #include <array>
@@ -30,13 +30,14 @@ struct RtpClock {  // 'tims' in 'rtp ', ISO/IEC 14496-12 9.1.2.1
   static void Fields(auto& io, auto& clock) { io("clock", clock.clock); }
 };
 
-// 'rtp ' in 'stsd', ISO/IEC 14496-12 9.1.2. It is only written: no reader goes into atoms.
+// 'rtp ' in 'stsd', ISO/IEC 14496-12 9.1.2. It can only be written: PutAtom in its fields does not
+// compile with a FieldReader.
 struct RtpHintEntry {
   static constexpr FourCC kType{"rtp "};
   std::array<std::uint8_t, 6> reserved{};
   std::uint16_t dataReference = 1;  // number
   std::uint16_t version = 1, lastCompatible = 1;
-  std::uint32_t packetSize = 0;  // bytes, at most
+  std::uint32_t packetSize = 0;  // of the largest packet, bytes
   RtpClock clock;
   static void Fields(auto& io, auto& entry) {
     io("reserved", entry.reserved);

@@ -8,7 +8,7 @@
 namespace toolbox {
 namespace {
 
-// The extra information of a packet: its size, then the atom 'rtpo'.
+// The extra information of a packet: its size, then the atom 'rtpo', ISO/IEC 14496-12 9.1.3.1.
 struct TimeOffset {
   static constexpr std::size_t kSize = 16;
   std::uint32_t size = kSize, atomSize = 12, type = FourCC{"rtpo"}.value;
@@ -21,7 +21,7 @@ struct TimeOffset {
   }
 };
 
-// An entry of a packet: bytes that the hint sample holds itself.
+// An entry of a packet with up to 14 bytes of its own.
 struct OwnData {
   static constexpr std::size_t kSize = 16, kMost = 14;
   std::uint8_t mode = 1, count = 0;
@@ -33,7 +33,7 @@ struct OwnData {
   }
 };
 
-// An entry of a packet: bytes of a media sample.
+// An entry of a packet that refers to bytes of a media sample.
 struct MediaData {
   static constexpr std::size_t kSize = 16;
   std::uint8_t mode = 2, track = 0;  // 0: the track that is hinted

@@ -8,13 +8,13 @@ namespace {
 
 constexpr FourCC kLocations{"iloc"};
 
-// ISO has a version before the children, QuickTime has none.
+// The number of bytes before the children. ISO has version and flags there, QuickTime has nothing.
 std::size_t HeadSize(ByteSpan meta) {
   const auto frame = ReadFrame(meta, meta.size());
   return frame && frame->type == FourCC{"hdlr"} ? 0 : 4;
 }
 
-// A number of 0, 4 or 8 bytes.
+// Reads a number of 0, 4 or 8 bytes; without bytes it is 0.
 std::uint64_t TakeNumber(FieldReader& io, unsigned size) {
   std::uint64_t wide = 0;
   std::uint32_t narrow = 0;
@@ -57,7 +57,7 @@ ItemLocations Read(ByteSpan content) {
     item.base = TakeNumber(io, baseSize);
     std::uint16_t extents = 0;
     io("extents", extents);
-    // Each extent must have bytes, so that the bytes limit the count.
+    // Extents without bytes would allow a small atom to claim any number of them.
     if (offsetSize + lengthSize + indexSize == 0 && extents > 1) {
       throw Malformed("'iloc' has extents without bytes");
     }
@@ -71,7 +71,8 @@ ItemLocations Read(ByteSpan content) {
   return locations;
 }
 
-// Offsets and lengths have 64 bits, so that the size of the atom does not depend on them.
+// Writes the whole 'iloc'. Offsets and lengths have 64 bits, so the size of the atom is known
+// before they are.
 void Put(auto& io, const ItemLocations& locations) {
   io.Atom(kLocations, [&] {
     io("version", std::uint32_t{locations.version} << 24 | locations.flags);

@@ -1,5 +1,5 @@
-// Where the items of a 'meta' are in the file. Items are still pictures and other data that is in
-// no track.
+// The locations of the items of a 'meta' in the file. Items are data that belongs to no track, such
+// as still pictures.
 #pragma once
 
 #include <cstdint>
@@ -18,24 +18,26 @@ struct ItemLocations {
   };
   struct Item {
     std::uint32_t id = 0;
-    std::uint16_t method = 0;  // always 0 in version 0
+    std::uint16_t method = 0;  // 0: offsets are in the file; always 0 in version 0
     std::uint16_t dataReference = 0;  // number; 0: this file
     std::uint64_t base = 0;
     std::vector<Extent> extents;
 
-    // Whether the base counts from the start of the file that the atom is in.
+    // True if the offsets are relative to the start of the file that contains the atom. They change
+    // when the data of the file moves.
     bool IsInFile() const { return (method & 0xF) == 0 && dataReference == 0; }
   };
 
   std::uint8_t version = 0;
   std::uint32_t flags = 0;
-  bool hasIndexes = false;  // whether extents have an index
+  bool hasIndexes = false;  // extents have an index
   std::vector<Item> items;
 
-  // The locations in `meta`, which is the content of a 'meta'. Nothing if it has none. Throws
-  // Malformed.
+  // Reads the locations from `meta`, the content of a 'meta'. Returns nothing if it has no 'iloc'.
+  // Throws Malformed.
   static std::optional<ItemLocations> In(ByteSpan meta);
-  // The content `meta` with these locations instead of its first 'iloc'.
+  // Returns a copy of `meta`, the content of a 'meta', with these locations in place of its first
+  // 'iloc'.
   Bytes PutInto(ByteSpan meta) const;
 };
 

@@ -1,4 +1,4 @@
-// Bytes that do not hold what they claim; says where and why.
+// The exception for bytes that break the rules of their format.
 #pragma once
 
 #include <stdexcept>
@@ -17,7 +17,8 @@ struct Malformed : std::exception {
   const char* what() const noexcept override { return reason.c_str(); }
 };
 
-// Runs `body`; a fault that leaves it names the atom `type` as the place.
+// Runs `body` and returns its result. If `body` throws Malformed, adds `type` to the start of the
+// path. Nested calls so collect the whole path from the inside out.
 template <class Body>
 decltype(auto) InAtom(FourCC type, Body&& body) try {
   return std::forward<Body>(body)();

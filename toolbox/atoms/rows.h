@@ -1,5 +1,5 @@
-// The rows of a table in an atom: decoded when they are looked at, made when they are written,
-// never held a second time in memory.
+// The rows of a table in an atom. They are decoded only while somebody reads them, or produced only
+// while they are written, so a long table is never a second time in memory.
 #pragma once
 
 #include <array>
@@ -12,8 +12,8 @@
 
 namespace toolbox {
 
-// Takes rows one at a time and hands them on by the hundred: a call through a pointer costs as much
-// as making the row.
+// Takes rows one at a time and passes them on in batches of 256. A call through a pointer for each
+// row would cost as much as producing the row.
 template <class Row>
 class RowBatches {
  public:
@@ -26,11 +26,12 @@ class RowBatches {
     if (count_ == rows_.size()) Flush();
     rows_[count_++] = row;
   }
-  // Rows as they stand in an atom, next.
+  // Adds rows that are already encoded as in an atom.
   void Encoded(ByteSpan rows) {
     Flush();
     takeEncoded_(rows);
   }
+  // Passes on the rows of the last batch.
   void Flush() { take_(std::span(rows_).first(std::exchange(count_, 0))); }
 
  private:
@@ -40,8 +41,8 @@ class RowBatches {
   std::size_t count_ = 0;
 };
 
-// A row is a struct with a fixed `kSize` in bytes and a list of fields. Rows read from an atom
-// point into its bytes and must not outlive them.
+// The rows of one table. They are either a view of the bytes of an atom, which must outlive it, or
+// come from a function. `Row` is a struct with a fixed `kSize` in bytes and a list of fields.
 template <class Row>
 class Rows {
  public:
@@ -49,20 +50,20 @@ class Rows {
 
   Rows() = default;
   explicit Rows(ByteSpan encoded) : encoded_(encoded) {}
-  // `produce` must give exactly `count` rows each time it is asked.
+  // `produce` must produce exactly `count` rows, the same in each call.
   Rows(std::uint32_t count, Produce produce) : produced_(count), produce_(std::move(produce)) {}
 
   std::uint32_t Count() const {
     return produce_ ? produced_ : static_cast<std::uint32_t>(encoded_.size() / Row::kSize);
   }
 
-  // The rows as they stand in the atom they were read from.
+  // The encoded rows of the atom that they were read from; empty if they are produced.
   ByteSpan Encoded() const { return encoded_; }
-  // Calls visit(const Row&) for each row, front to back.
+  // Calls visit(const Row&) for each row in order.
   template <class Visitor>
   void ForEach(Visitor&& visit) const;  // in fields.h: decoding needs a FieldReader
-  // Calls visit(std::span<const Row>), or visitEncoded(ByteSpan) where they stand in an atom, for
-  // some of them at a time.
+  // Passes all rows on in order, several at a time: calls visit(std::span<const Row>) for produced
+  // rows, and visitEncoded(ByteSpan) for rows that are encoded already. Defined in fields.h.
   template <class Visitor, class EncodedVisitor>
   void ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const;
 

@@ -1,4 +1,5 @@
-// The atoms of a sample table, each with its list of fields.
+// The atoms of a sample table, each with its list of fields. Rows that were read are views of the
+// bytes of the atom.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace toolbox {
 struct SampleDescriptions {  // 'stsd', ISO/IEC 14496-12 8.5.2
   static constexpr FourCC kType{"stsd"};
   std::uint32_t versionAndFlags = 0;
-  std::vector<Bytes> entries;  // whole entries: size, format, six bytes, data reference number, ...
+  std::vector<Bytes> entries;  // whole, size and format included; sample_entries.h decodes them
 
   static void Fields(auto& io, auto& descriptions) {
     io("version", descriptions.versionAndFlags);
@@ -24,7 +25,7 @@ struct TimeToSample {  // 'stts', ISO/IEC 14496-12 8.6.1.2
   static constexpr FourCC kType{"stts"};
   struct Row {
     static constexpr std::size_t kSize = 8;
-    std::uint32_t count = 0, delta = 0;
+    std::uint32_t count = 0, delta = 0;  // samples; duration of each in media units
     static void Fields(auto& io, auto& row) {
       io("count", row.count);
       io("delta", row.delta);
@@ -44,8 +45,8 @@ struct CompositionOffsets {  // 'ctts', ISO/IEC 14496-12 8.6.1.3
   struct Row {
     static constexpr std::size_t kSize = 8;
     std::uint32_t count = 0;
-    // Signed in version 0 too, where ISO says unsigned: real writers store negative offsets there,
-    // and a positive offset never needs the top bit.
+    // In media units. Signed in version 0 too, where ISO requires unsigned: real writers store
+    // negative offsets there, and a positive offset never needs the top bit.
     std::int32_t offset = 0;
     static void Fields(auto& io, auto& row) {
       io("count", row.count);
@@ -67,7 +68,8 @@ struct SampleNumber {  // the first sample is number 1
   static void Fields(auto& io, auto& row) { io("number", row.number); }
 };
 
-// 'stss' (ISO/IEC 14496-12 8.6.2) or QuickTime's 'stps' of partial sync samples.
+// The numbers of sync samples: 'stss', ISO/IEC 14496-12 8.6.2. QuickTime: 'stps' has those of
+// partial sync samples in the same layout.
 template <bool kPartial>
 struct SyncNumbers {
   static constexpr FourCC kType = kPartial ? FourCC{"stps"} : FourCC{"stss"};
@@ -86,7 +88,8 @@ struct SampleToChunk {  // 'stsc', ISO/IEC 14496-12 8.7.4
   static constexpr FourCC kType{"stsc"};
   struct Row {
     static constexpr std::size_t kSize = 12;
-    std::uint32_t firstChunk = 0, samplesPerChunk = 0, description = 0;  // numbers from 1
+    // The chunk and the description are numbers from 1. A row is valid up to the next one's chunk.
+    std::uint32_t firstChunk = 0, samplesPerChunk = 0, description = 0;
     static void Fields(auto& io, auto& row) {
       io("firstChunk", row.firstChunk);
       io("samplesPerChunk", row.samplesPerChunk);
@@ -102,7 +105,7 @@ struct SampleToChunk {  // 'stsc', ISO/IEC 14496-12 8.7.4
   }
 };
 
-struct SampleSize {
+struct SampleSize {  // a row of 'stsz', in bytes
   static constexpr std::size_t kSize = 4;
   std::uint32_t size = 0;
   static void Fields(auto& io, auto& row) { io("size", row.size); }
@@ -112,7 +115,7 @@ struct ConstantSampleSize {  // 'stsz' where all samples have one size, ISO/IEC 
   static constexpr FourCC kType{"stsz"};
   std::uint32_t versionAndFlags = 0, size = 0, count = 0;
 
-  // Whether the 'stsz' with that content is this one; else it has a size for each sample.
+  // True if `content`, that of a 'stsz', has this layout; otherwise it has a size for each sample.
   static bool IsIn(ByteSpan content) {
     return content.size() >= 8 && FromBigEndian<std::uint32_t>(&content[4]) != 0;
   }
@@ -146,10 +149,11 @@ struct CompactSampleSizes {  // 'stz2', ISO/IEC 14496-12 8.7.3.3
     io("count", sizes.count);
     io.Rest("fields", sizes.fields);
   }
-  // Calls visit(size) for each sample. Throws Malformed before that if the width of the fields is
-  // unknown or there are too few of them.
+  // Calls visit(size) for each sample, in bytes. Throws Malformed before the first call if the
+  // fields have an unknown width or there are too few of them.
   template <class Visit>
   void ForEach(Visit&& visit) const {
+    // The upper 24 bits are reserved.
     const std::uint32_t bits = fieldBits & 0xFF;
     if (bits != 4 && bits != 8 && bits != 16) throw Malformed("'stz2' has an unknown width");
     if (count > fields.size() * 8 / bits) throw Malformed("'stz2' is shorter than its count");
@@ -215,20 +219,20 @@ struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
 struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
   static constexpr FourCC kType{"padb"};
   std::uint32_t versionAndFlags = 0, count = 0;
-  Bytes samples;  // four bits each, the top one 0
+  Bytes samples;  // four bits each, the highest of them 0; the first sample in the upper half
 
   static void Fields(auto& io, auto& padding) {
     io("version", padding.versionAndFlags);
     io("count", padding.count);
     io.Rest("samples", padding.samples);
   }
-  // How many samples have a value.
+  // The number of samples that have a value. The count may exceed the bytes.
   std::size_t Count() const { return std::min<std::size_t>(count, 2 * samples.size()); }
   std::uint8_t operator[](std::size_t sample) const {
     const std::uint8_t both = samples[sample / 2];
     return sample % 2 == 0 ? both >> 4U & 7U : both & 7U;
   }
-  // Adds the value of the next sample, at most 7 bits.
+  // Adds the value of the next sample: a number of bits, at most 7.
   void Add(std::uint8_t bits) {
     if (count++ % 2 == 0) {
       samples.push_back(static_cast<std::uint8_t>(bits << 4U));

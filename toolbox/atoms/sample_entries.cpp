@@ -31,7 +31,7 @@ Bytes EncodeEntry(const Entry& entry) {
   return Encoded([&](auto& io) { io.Atom(entry.format, [&] { Entry::Fields(io, entry); }); });
 }
 
-// The fields that a version adds, from the front of `rest`.
+// The fields that `version` adds. They are at the start of the rest of the entry.
 template <class Added>
 std::optional<Added> ReadAdded(const SoundEntry& entry, std::uint16_t version) {
   const std::size_t size = SoundEntry::kSizes[version] - SoundEntry::kSizes[0];
@@ -42,7 +42,7 @@ std::optional<Added> ReadAdded(const SoundEntry& entry, std::uint16_t version) {
   return added;
 }
 
-// The whole atoms at the front of `bytes` from `at` on.
+// The atoms in `bytes` from `at` on. Bytes after the last whole atom are ignored.
 std::vector<AtomView> AtomsFrom(ByteSpan bytes, std::size_t at) {
   ByteSpan tail;
   return SplitAtoms(bytes.subspan(at), &tail);
@@ -60,7 +60,8 @@ std::optional<ElementaryStream> StreamAmong(const std::vector<AtomView>& atoms) 
 
 std::optional<ElementaryStream> SoundStreamIn(const SoundEntry& entry) {
   const std::size_t version = entry.Packets() ? 1 : entry.Wide() ? 2 : 0;
-  // An ISO writer may number the version 1 and have no QuickTime fields.
+  // In ISO files an entry of version 1 can exist without the QuickTime fields, so the atoms are
+  // also searched for where version 0 has them.
   for (const std::size_t size : {SoundEntry::kSizes[version], SoundEntry::kSizes[0]}) {
     const std::vector<AtomView> atoms = AtomsFrom(entry.rest, size - SoundEntry::kSizes[0]);
     if (Find(atoms, kStream) != nullptr) return StreamAmong(atoms);
@@ -69,7 +70,8 @@ std::optional<ElementaryStream> SoundStreamIn(const SoundEntry& entry) {
   return std::nullopt;
 }
 
-// Where the atoms of an entry start; nothing for media that have none we know of.
+// The offset of the atoms in an entry. It is nothing for media types whose entries have no atoms
+// that we know.
 std::optional<std::size_t> AtomsAt(ByteSpan bytes, FourCC mediaType) {
   if (mediaType == FourCC{"vide"}) return PictureEntry::kSize;
   if (mediaType != FourCC{"soun"}) return std::nullopt;
@@ -81,8 +83,8 @@ std::optional<std::size_t> AtomsAt(ByteSpan bytes, FourCC mediaType) {
   return std::nullopt;
 }
 
-// Appends the atoms of `bytes` to `kept` without their bit rates; false when they are no atoms.
-// Four zero bytes may end them.
+// Appends the atoms in `bytes` to `kept` without their bit rates. Four zero bytes can come after
+// the last atom. Returns false if `bytes` are not atoms.
 bool KeepEssence(ByteSpan bytes, Bytes& kept) {
   while (bytes.size() >= kHead) {
     const std::uint32_t size = NumberAt(bytes, 0);
@@ -103,7 +105,8 @@ bool KeepEssence(ByteSpan bytes, Bytes& kept) {
   return bytes.empty() || (bytes.size() == 4 && NumberAt(bytes, 0) == 0);
 }
 
-// What has to be equal, without size and data reference; nothing where it cannot be told apart.
+// The parts of an entry that must be equal for the same decoding: all but the size, the data
+// reference and the bit rates. It is nothing if these cannot be located.
 std::optional<Bytes> Essence(ByteSpan bytes, FourCC mediaType) {
   const auto atoms = AtomsAt(bytes, mediaType);
   if (!atoms || *atoms < kReferenceAt + 2 || *atoms > bytes.size()) return std::nullopt;
@@ -191,7 +194,7 @@ Bytes IsoColors(const AtomView& colors) {
     io.Atom(colors.type, [&] {
       io("kind", FourCC{"nclx"});
       io.Append(colors.content.subspan(4, kSize - 4));
-      io("isFullRange", std::uint8_t{0});  // QuickTime has no such field and means 0
+      io("isFullRange", std::uint8_t{0});  // QuickTime has no such field; its range is never full
     });
   });
 }

@@ -1,7 +1,9 @@
-// Sample entries, the entries of 'stsd': how the samples of a media are decoded.
+// Sample entries, the entries of 'stsd', ISO/IEC 14496-12 8.5.2. They describe how to decode the
+// samples of a media.
 //
-// An entry starts with its size, its format and the number of a data reference. What follows
-// depends on the kind of media: pictures and sound have fields, then atoms.
+// An entry starts with its size, its format, six reserved bytes and the number of a data reference.
+// The rest depends on the media type: entries of pictures and sound have fields, then atoms.
+// Entries are passed as whole bytes, size and format included.
 #pragma once
 
 #include <array>
@@ -17,21 +19,21 @@
 
 namespace toolbox {
 
-// Null for fewer bytes than a size and a format take.
+// The format of an entry, such as 'avc1'; null if the entry has less than 8 bytes.
 FourCC EntryFormat(ByteSpan entry);
 
-// The number of the data reference in an entry, the first being 1. Nothing where text has its
-// place, as in some metadata formats.
+// The number of the data reference in an entry; the first is 1. Returns nothing if the reserved
+// bytes before it are not zero: some metadata formats have text in its place.
 std::optional<std::uint16_t> ReferenceNumber(ByteSpan entry);
-// Replaces the number; an entry that has none stays as it is.
+// Replaces the number of the data reference. Does nothing if the entry has none.
 void SetReferenceNumber(Bytes& entry, std::uint32_t number);
 
-// Whether samples of a media of that type decode alike by both entries: they are equal but for the
-// data reference and the bit rates, which differ from clip to clip of one encoder.
+// True if samples can be decoded with either entry: the entries are equal except for the data
+// reference and the bit rates. One encoder writes different bit rates for each clip.
 bool DecodeAlike(ByteSpan a, ByteSpan b, FourCC mediaType);
 
-// ISO/IEC 14496-12 12.1.3. The defaults are the values that ISO wants; QuickTime has a version, a
-// vendor and qualities in the reserved fields.
+// The entry of pictures, ISO/IEC 14496-12 12.1.3. The defaults are the values that ISO requires.
+// QuickTime: the reserved fields have a version, a vendor and qualities.
 struct PictureEntry {
   static constexpr std::size_t kSize = 86;  // bytes before the atoms
 
@@ -63,13 +65,13 @@ struct PictureEntry {
     io.Rest("atoms", entry.atoms);
   }
 
-  // The name when its length fits, else an empty one.
+  // The name if its length fits into the field, otherwise an empty name.
   std::array<std::uint8_t, 32> ValidName() const;
   // The atoms after the fields, as views into `atoms`.
   std::vector<AtomView> Atoms() const;
 };
 
-// Nothing when the entry is shorter than its fields.
+// Returns nothing if the entry is shorter than its fields.
 std::optional<PictureEntry> ReadPictureEntry(ByteSpan entry);
 Bytes Encode(const PictureEntry& entry);
 
@@ -87,7 +89,7 @@ struct SoundPackets {
 // QuickTime: the fields that version 2 of a sound entry adds.
 struct WideSound {
   std::uint32_t entrySize = 72;  // bytes before the atoms
-  std::uint64_t rateBits = 0;  // of a double, in Hz
+  std::uint64_t rateBits = 0;  // the bits of a double in Hz; Rate() converts them
   std::uint32_t channels = 0, always7F = 0x7F000000, bits = 0, formatFlags = 0;
   std::uint32_t bytesPerPacket = 0, samplesPerPacket = 0;
   static void Fields(auto& io, auto& wide) {
@@ -103,7 +105,7 @@ struct WideSound {
   double Rate() const;  // Hz
 };
 
-// ISO/IEC 14496-12 12.2.3. The defaults are the values that ISO wants.
+// The entry of sound, ISO/IEC 14496-12 12.2.3. The defaults are the values that ISO requires.
 struct SoundEntry {
   static constexpr std::size_t kSizes[] = {36, 52, 72};  // bytes before the atoms, by version
 
@@ -131,22 +133,24 @@ struct SoundEntry {
     io.Rest("rest", entry.rest);
   }
 
-  // What the version adds; nothing in an entry of another version or too short for it.
+  // The fields that version 1 or version 2 adds. Returns nothing if the entry has another version
+  // or is too short.
   std::optional<SoundPackets> Packets() const;
   std::optional<WideSound> Wide() const;
 };
 
-// Nothing when the entry is shorter than the fields of version 0.
+// Returns nothing if the entry is shorter than the fields of version 0.
 std::optional<SoundEntry> ReadSoundEntry(ByteSpan entry);
 Bytes Encode(const SoundEntry& entry);
 
-// The elementary stream that a picture entry or an 'mp4a' describes in 'esds'; nothing when there
-// is none or it cannot be read. QuickTime has the 'esds' of sound in 'wave'.
+// The elementary stream in the 'esds' of a picture entry or an 'mp4a'. Returns nothing if there is
+// none or it cannot be read. QuickTime: the 'esds' of sound can be inside 'wave'.
 std::optional<ElementaryStream> StreamIn(ByteSpan entry);
-// The 'avcC' of a picture entry; nothing when there is none or it cannot be read.
+// The 'avcC' of a picture entry. Returns nothing if there is none or it cannot be read.
 std::optional<AvcConfig> AvcConfigIn(ByteSpan entry);
 
-// A 'colr' (12.1.5) as ISO has it; any atom but QuickTime's 'nclc' stays as it is.
+// Converts a 'colr' to the ISO form, ISO/IEC 14496-12 12.1.5: QuickTime's 'nclc' becomes 'nclx'.
+// Returns any other atom unchanged.
 Bytes IsoColors(const AtomView& colors);
 
 }  // namespace toolbox

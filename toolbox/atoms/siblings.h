@@ -1,5 +1,5 @@
-// The children of one atom in the order they had in the file, those that nobody reads kept as
-// bytes.
+// The children of one atom in the order of the file. Children that are not decoded are kept as
+// bytes, so that they are written unchanged.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace toolbox {
 
-// A child that the model holds itself keeps only its place: `bytes` is empty.
+// One child. `bytes` is empty if the child was decoded; then the Sibling only marks its place.
 struct Sibling {
   FourCC type;
   Bytes bytes;  // the whole atom, size and type included

@@ -1,4 +1,4 @@
-// Text, as QuickTime has it: the atoms and samples of text media, and the texts in user data.
+// QuickTime text: the atoms and samples of text media, and the texts in user data.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@ namespace toolbox {
 struct GenericMediaInformation {  // 'gmin'
   static constexpr FourCC kType{"gmin"};
   std::uint32_t versionAndFlags = 0;
-  std::uint16_t mode = 0x40;  // of laying it over what is below: dither copy
+  std::uint16_t mode = 0x40;  // how it is drawn over the layers below; 0x40: dither copy
   std::uint16_t red = 0x8000, green = 0x8000, blue = 0x8000;
   std::int16_t balance = 0;
   std::uint16_t reserved = 0;
@@ -73,26 +73,27 @@ struct TextDescription {  // 'text' in 'stsd'
   }
 };
 
-struct TextEncodingMark {  // 'encd', after the text of a sample
+struct TextEncodingMark {  // 'encd', after the text in a sample
   static constexpr FourCC kType{"encd"};
   std::uint32_t encoding = 0;
   static void Fields(auto& io, auto& mark) { io("encoding", mark.encoding); }
 };
 
-// A sample of a text media: a 16-bit count, the text, and a mark when its encoding is known. A text
-// too long for the count is cut between two characters of UTF-8.
+// Makes a sample of a text media: a 16-bit count of bytes, the text, and a mark if there is an
+// encoding. A text of more than 65,535 bytes is cut between two characters of UTF-8.
 Bytes EncodeTextSample(ByteSpan text, std::optional<std::uint32_t> encoding);
 
-// One language of a user data item whose type begins with the copyright sign: the size of the text
-// and the language, each in 16 bits, then the text.
+// The text of a user data item in one language. The types of such items start with the copyright
+// sign. In the file: the size of the text and the language, each in 16 bits, then the text.
 struct TextEntry {
   std::uint16_t language = 0;
   Bytes text;  // at most 65,535 bytes
   friend bool operator==(const TextEntry&, const TextEntry&) = default;
 };
 
-// Nothing when the payload is anything but entries, one after the other.
+// Decodes the entries of an item. Returns nothing if the payload is not a list of entries.
 std::optional<std::vector<TextEntry>> ReadTextEntries(ByteSpan payload);
+// Makes the payload of an item.
 Bytes EncodeTextEntries(const std::vector<TextEntry>& entries);
 
 }  // namespace toolbox

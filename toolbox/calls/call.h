@@ -1,7 +1,7 @@
-// The frame of every call: what its body throws becomes a result code.
+// Runs the body of every call and converts exceptions to result codes.
 //
-// toolbox.h has the contracts of the calls. The files beside this one check arguments and call the
-// folders below, one group of calls in each.
+// toolbox.h has the contracts of the calls. Each of the other files in this folder has one group of
+// calls. They check arguments and call the folders on lower floors.
 #pragma once
 
 #include <functional>

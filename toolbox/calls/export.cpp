@@ -11,6 +11,7 @@
 namespace toolbox {
 namespace {
 
+// The only exporter: component type and subtype. The subtype is also the type of its files.
 constexpr FourCC kExporter{"spit"}, kMpeg4{"mpg4"};
 
 }  // namespace

@@ -26,6 +26,7 @@ OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder)
 OSErr FSRefMakePath(const FSRef* reference, unsigned char* path, std::uint32_t size) {
   return Call("FSRefMakePath", [&] {
     if (reference == nullptr || reference->path.empty()) throw Refused{errFSBadFSRef};
+    // The path needs room for a zero byte at its end.
     if (reference->path.size() >= size) throw Refused{pathTooLongErr};
     std::memcpy(path, reference->path.c_str(), reference->path.size() + 1);
   });

@@ -1,4 +1,4 @@
-// The records that the references of a call refer to.
+// Checks the references that callers pass, and returns the records that they refer to.
 #pragma once
 
 #include <string>

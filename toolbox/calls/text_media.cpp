@@ -9,7 +9,7 @@
 namespace toolbox {
 namespace {
 
-// Null is black.
+// The color, or black for null.
 TextDescription::Color ColorOf(const RGBColor* color) {
   if (color == nullptr) return {};
   return {color->red, color->green, color->blue};

@@ -10,7 +10,7 @@ ByteSpan BlockReader::At(const ByteSource& source, std::uint64_t at, std::uint64
   if (at >= source.Size()) return {};
   size = std::min(size, source.Size() - at);
   if (&source != source_ || at < start_ || at + size > start_ + block_.size()) {
-    source_ = nullptr;  // until the block is read
+    source_ = nullptr;  // if Read throws, no half-read block may be used
     block_.resize(std::min(std::max(blockSize_, size), source.Size() - at));
     source.Read(at, block_);
     start_ = at;
@@ -22,6 +22,7 @@ ByteSpan BlockReader::At(const ByteSource& source, std::uint64_t at, std::uint64
 void BlockCache::Read(const ByteSource& source, std::uint64_t at, std::span<std::uint8_t> into) {
   const std::uint64_t index = at / kBlockSize, start = index * kBlockSize;
   Block& block = Find(source, index);
+  // Only pieces inside one block come from it. A piece across a border is read directly.
   if (block.asked < kOften && ++block.asked == kOften) block.reader.At(source, start, kBlockSize);
 
   if (block.asked == kOften && at + into.size() <= start + kBlockSize) {
@@ -46,6 +47,7 @@ BlockCache::Block& BlockCache::Find(const ByteSource& source, std::uint64_t inde
     return candidate.index == index && candidate.source == &source;
   });
   if (block == blocks_.end()) {
+    // Reuse the block that was used longest ago, and the memory of its reader.
     block = std::prev(block);
     *block = {.source = &source, .index = index, .reader = std::move(block->reader)};
   }

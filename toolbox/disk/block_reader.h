@@ -1,4 +1,4 @@
-// Small pieces of a source without a system call for each.
+// Reads small pieces of a source without a system call for each piece.
 #pragma once
 
 #include <cstddef>
@@ -11,16 +11,16 @@
 
 namespace toolbox {
 
-// Keeps the block of a source that was read last.
+// Keeps one block in memory: the one that was read last.
 class BlockReader {
  public:
-  // Reads `blockSize` bytes at once, or more when more are asked for.
+  // Each read from the source has `blockSize` bytes, or more if the caller asks for more.
   explicit BlockReader(std::uint64_t blockSize) : blockSize_(blockSize) {}
 
-  // The bytes [at, at + size) of `source`, fewer where it ends before. They are valid until the
-  // next call. Throws as ByteSource::Read.
+  // Returns the bytes [at, at + size) of `source`, or fewer if the source ends first. They are
+  // valid until the next call. Throws as ByteSource::Read does.
   ByteSpan At(const ByteSource& source, std::uint64_t at, std::uint64_t size);
-  // Drops the block. A new source may have the address of an old one.
+  // Drops the block. Call this before a source is destroyed: a new one may get its address.
   void Forget() { source_ = nullptr; }
 
  private:
@@ -30,12 +30,12 @@ class BlockReader {
   Bytes block_;
 };
 
-// Keeps several blocks of several sources: those that were asked for last and often. A piece of a
-// block that was asked for only a few times is read alone. Otherwise samples that are spread over a
-// file would cost the whole file.
+// Keeps the blocks, of any number of sources, that were used last. A block is loaded only after
+// several requests; until then each piece is read alone. Otherwise reading a few samples that are
+// spread over a file would read the whole file.
 class BlockCache {
  public:
-  // As source.Read. `source` must live until Forget.
+  // Does what source.Read does, and throws the same. `source` must live until Forget.
   void Read(const ByteSource& source, std::uint64_t at, std::span<std::uint8_t> into);
   // Drops every block.
   void Forget();
@@ -43,20 +43,21 @@ class BlockCache {
  private:
   static constexpr std::size_t kBlocks = 16;
   static constexpr std::uint64_t kBlockSize = 256 << 10;
-  // Reading a block costs as much as some dozens of pieces alone; a run of small samples has
-  // hundreds.
+  // Requests before a block is loaded. Loading it costs as much as reading some dozens of pieces. A
+  // run of small samples has hundreds of pieces in a block, so loading pays.
   static constexpr int kOften = 8;
 
   struct Block {
     const ByteSource* source = nullptr;
-    std::uint64_t index = 0;
-    int asked = 0;
-    BlockReader reader{kBlockSize};  // reads nothing until the block is asked for often
+    std::uint64_t index = 0;  // the block starts at byte index * kBlockSize
+    int asked = 0;  // requests so far, at most kOften
+    BlockReader reader{kBlockSize};  // empty until `asked` is kOften
   };
 
+  // The block in the list, or the oldest one emptied for it. It becomes the first.
   Block& Find(const ByteSource& source, std::uint64_t index);
 
-  std::list<Block> blocks_ = std::list<Block>(kBlocks);  // the one used last is first
+  std::list<Block> blocks_ = std::list<Block>(kBlocks);  // most recently used first
 };
 
 }  // namespace toolbox

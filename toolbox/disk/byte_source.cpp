@@ -18,7 +18,7 @@
 namespace toolbox {
 namespace {
 
-// Pages of a file in the page cache of the system.
+// A read-only mapping of a part of a file. `at` must be a multiple of the page size.
 class Mapping final : public HeldBytes::Holder {
  public:
   Mapping(int file, std::uint64_t at, std::size_t length)
@@ -30,7 +30,8 @@ class Mapping final : public HeldBytes::Holder {
     if (pages_ != MAP_FAILED) munmap(pages_, length_);
   }
 
-  // Reads all of them; false where the system cannot, for example from a damaged disk.
+  // Reads all pages now. Returns false if that fails, for example on a damaged disk. A page that is
+  // read only when it is used could end the process with SIGBUS.
   bool Fill() const {
 #ifdef MADV_POPULATE_READ
     return pages_ != MAP_FAILED && madvise(pages_, length_, MADV_POPULATE_READ) == 0;
@@ -40,7 +41,8 @@ class Mapping final : public HeldBytes::Holder {
   }
   const std::uint8_t* Data() const { return static_cast<const std::uint8_t*>(pages_); }
 
-  // Puts a copy in the place of the pages.
+  // Replaces the pages by a copy at the same address, so that existing spans stay valid. From then
+  // on, changes of the file have no effect.
   void Own() const override {
     if (isOwned_) return;
     void* copy = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -59,8 +61,8 @@ class Mapping final : public HeldBytes::Holder {
   mutable bool isOwned_ = false;
 };
 
-// The bytes [at, at + size) of a file without a copy; nothing where that fails. Reading them then
-// reports why.
+// Maps the bytes [at, at + size) of a file. Returns nothing on failure: the caller then reads the
+// bytes, and that reports the error.
 std::optional<HeldBytes> Map(int file, std::uint64_t at, std::size_t size) {
   const std::size_t before = at % static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
   const auto mapping = std::make_shared<const Mapping>(file, at - before, before + size);
@@ -90,13 +92,14 @@ void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
     const ssize_t got = pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) throw RefusedBy(errno);
-    if (got == 0) throw Refused{eofErr};
+    if (got == 0) throw Refused{eofErr};  // the file is shorter than when it was opened
     into = into.subspan(static_cast<std::size_t>(got));
     at += static_cast<std::uint64_t>(got);
   }
 }
 
 HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
+  // A mapping has a cost of its own, which small pieces are not worth.
   constexpr std::size_t kMuch = 1 << 20;
   if (size >= kMuch && at <= size_ && size <= size_ - at) {
     if (auto mapped = Map(file_.Number(), at, size)) return *mapped;

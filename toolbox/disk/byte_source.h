@@ -1,4 +1,4 @@
-// Where bytes are read from: a file or memory, through one small interface.
+// The interface to read bytes from a file or from memory.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -11,20 +11,22 @@
 
 namespace toolbox {
 
+// A fixed number of bytes that can be read at any position. Positions and sizes are in bytes.
 struct ByteSource {
   virtual ~ByteSource() = default;
-  // Length in bytes when the source was opened.
+  // The size when the source was opened.
   virtual std::uint64_t Size() const = 0;
-  // Fills all of `into` from position `at`. Throws Refused: eofErr when the source ends before,
-  // ioErr and its kin when reading fails.
+  // Fills all of `into`, starting at position `at`. Throws Refused: eofErr if the source ends too
+  // early, ioErr and other file errors if reading fails.
   virtual void Read(std::uint64_t at, std::span<std::uint8_t> into) const = 0;
-  // The bytes [at, at + size), in memory. Throws as Read.
+  // Returns the bytes [at, at + size). They live as long as the result does, whatever happens to
+  // the source object. Throws as Read does.
   virtual HeldBytes Load(std::uint64_t at, std::size_t size) const;
-  // The descriptor the kernel can copy from, or -1 where there is none.
+  // A file descriptor from which the kernel can copy, or -1 if there is none. The source owns it.
   virtual int Descriptor() const { return -1; }
 };
 
-// A file opened for reading.
+// A file that is open for reading.
 class FileSource final : public ByteSource {
  public:
   // Throws Refused: fnfErr, afpAccessDenied, notAFileErr (a directory), tmfoErr, ioErr.
@@ -32,8 +34,8 @@ class FileSource final : public ByteSource {
 
   std::uint64_t Size() const override { return size_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
-  // Maps a large piece into memory and does not copy it. Until the piece is owned, writing to the
-  // file changes it, and cutting the file off ends the process.
+  // Maps a large piece into memory instead of copying it. Until HeldBytes owns the piece, a write
+  // to the file changes it, and truncating the file can end the process.
   HeldBytes Load(std::uint64_t at, std::size_t size) const override;
   int Descriptor() const override { return file_.Number(); }
 
@@ -42,7 +44,7 @@ class FileSource final : public ByteSource {
   std::uint64_t size_ = 0;
 };
 
-// Bytes in memory; the caller keeps them alive.
+// Bytes in memory. The caller owns them and keeps them alive.
 class MemorySource final : public ByteSource {
  public:
   explicit MemorySource(ByteSpan bytes) : bytes_(bytes) {}

@@ -20,13 +20,14 @@ Descriptor::~Descriptor() {
 }
 
 void Descriptor::Close() {
-  // Not tried again on EINTR: the number is free by then and may be another file's already.
+  // No second try after EINTR: the number is free by then and may already belong to another file.
   if (close(std::exchange(number_, -1)) != 0 && errno != EINTR) throw RefusedBy(errno);
 }
 
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) return status;
+  // ENOTDIR: a folder on the path is a file.
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
   throw RefusedBy(errno);
 }

@@ -1,4 +1,4 @@
-// A file descriptor of the system that closes with its owner, and what the system knows of a path.
+// A file descriptor that is closed by its destructor, and the status of a path.
 #pragma once
 
 #include <sys/stat.h>
@@ -9,10 +9,12 @@
 
 namespace toolbox {
 
+// Owns one file descriptor, or none. It can be moved, not copied.
 class Descriptor {
  public:
   Descriptor() = default;
-  // Opens `path`, closed on exec. Throws nothing: on failure IsOpen is false and errno says why.
+  // Opens `path` with the flags of open(2) and O_CLOEXEC. Does not throw an error of the system: on
+  // failure IsOpen is false and errno has the reason.
   Descriptor(const boost::filesystem::path& path, int flags, mode_t mode = 0);
   ~Descriptor();
   Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
@@ -22,16 +24,18 @@ class Descriptor {
   }
 
   bool IsOpen() const { return number_ >= 0; }
+  // The descriptor, or -1. This object still owns it.
   int Number() const { return number_; }
-  // Closes now. Throws Refused: some file systems say only here that bytes could not be stored.
+  // Closes the open file now. Throws Refused: some file systems report a failed write only here.
+  // The destructor ignores such errors.
   void Close();
 
  private:
   int number_ = -1;
 };
 
-// What `path` leads to; nothing when there is no such file. Throws Refused when that cannot be
-// told.
+// The status of the file at `path`, after following links. Nothing if there is no such file. Throws
+// Refused on other errors, for example if a folder cannot be searched.
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path);
 
 }  // namespace toolbox

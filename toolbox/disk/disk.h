@@ -1,4 +1,4 @@
-// What can be done to a file that is written.
+// The operations on a file that is being written.
 #pragma once
 
 #include <cstdint>
@@ -8,28 +8,28 @@
 
 namespace toolbox {
 
-// One file: a new one, one that is changed in place, or a test's in memory. Places and sizes are in
-// bytes. Everything here throws Refused when it fails.
+// One file: a new file, a file that is changed in place, or a file in memory for a test. Positions
+// and sizes are in bytes. Every operation throws Refused if it fails.
 class Disk {
  public:
   virtual ~Disk() = default;
 
-  // Puts `bytes` at `at`.
+  // Writes `bytes` at position `at`. They need not live after the call.
   virtual void Write(std::uint64_t at, ByteSpan bytes) = 0;
-  // Puts the bytes [from, from + length) of `source` at `at`. `source` must live until Flush.
-  // Refused with eofErr when it ends before.
+  // Copies the bytes [from, from + length) of `source` to position `at`. `source` must live until
+  // Flush. Throws eofErr if the source ends too early.
   virtual void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                     std::uint64_t length) = 0;
-  // Reserves room for a file of `size` bytes. A file system that cannot do so is no error; one
-  // without the room is.
+  // Reserves room for a file of `size` bytes. Throws if the disk is too full. If the file system
+  // cannot reserve room, this does nothing.
   virtual void Reserve(std::uint64_t size) = 0;
-  // Hands everything so far to the system.
+  // Passes everything written so far to the operating system.
   virtual void Flush() = 0;
-  // Returns when everything so far survives a power cut.
+  // Waits until everything written so far is safe from a power cut.
   virtual void Sync() = 0;
-  // Cuts off what follows the first `size` bytes.
+  // Removes everything after the first `size` bytes.
   virtual void CutOff(std::uint64_t size) = 0;
-  // Gives a new file its name. Nothing may follow.
+  // Gives a new file its name. No other operation may follow.
   virtual void TakeName() = 0;
 };
 

@@ -1,4 +1,4 @@
-// A file that is changed where it is.
+// Changes an existing file in place.
 #pragma once
 
 #include "toolbox/disk/descriptor.h"
@@ -6,8 +6,8 @@
 
 namespace toolbox {
 
-// Every operation goes to the system at once. The file has its name and room already: TakeName and
-// Reserve do nothing.
+// Writes are not buffered, so Flush does nothing. TakeName and Reserve do nothing either: the file
+// already has its name, and it grows as it is written. Any position may be written, in any order.
 class FileInPlace final : public Disk {
  public:
   // `file` is open for reading and writing and must outlive this object.

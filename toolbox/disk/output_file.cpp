@@ -23,16 +23,17 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// Not larger: from 512 KiB on the kernel was measured to need four times as long for a byte.
+// A larger buffer is slower: from 512 KiB on, the kernel took four times as long per byte.
 constexpr std::size_t kBufferSize = 64 << 10;
-constexpr std::uint64_t kKernelPiece = 64 << 10;  // a system call for a piece of this size pays
-constexpr std::uint64_t kKernelStep = 1 << 30;  // at most, so that a signal is heard in between
+constexpr std::uint64_t kKernelPiece = 64
+                                       << 10;  // from this size on, a system call of its own pays
+constexpr std::uint64_t kKernelStep = 1 << 30;  // at most, so that signals are handled in between
 constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
 
-// Where `target` leads to, also when nothing is there yet: renaming over a link would replace the
-// link.
+// Follows the links at `target`, also if the last one leads to no file yet. Without this, the
+// rename would replace the link instead of its target.
 fs::path Followed(const fs::path& target) {
-  // The limit of the system. The last link of a circle is then refused like any other link.
+  // The limit of Linux. In a circle of links, the result is still a link, and opening it fails.
   constexpr int kMostLinks = 40;
   fs::path path = target.has_parent_path() ? target : "." / target;
   for (int links = 0; links < kMostLinks; ++links) {
@@ -44,7 +45,7 @@ fs::path Followed(const fs::path& target) {
   return path;
 }
 
-// Whether this process itself has the file open; also true where that cannot be told.
+// Whether this process itself has the file open. Also true if that cannot be found out.
 bool IsOpenHere(const struct stat& file) {
   boost::system::error_code failed;
   for (fs::directory_iterator entry("/proc/self/fd", failed), end; !failed && entry != end;
@@ -58,20 +59,21 @@ bool IsOpenHere(const struct stat& file) {
   return failed.failed();
 }
 
-// Refuses a file that is protected or in use. The rename itself would check neither.
+// Throws Refused if the file is protected or in use. The rename itself checks neither.
 void CheckReplaceable(const fs::path& path, const struct stat& existing) {
-  // A movie may replace its own input, which is then open here. The lease below would be refused
-  // because of that descriptor.
+  // A movie may replace its own input, which is then open in this process. The lease below would
+  // fail because of that descriptor, so it is not tried.
   const bool isOpenHere = IsOpenHere(existing);
 
   const Descriptor file(path, O_WRONLY | O_NONBLOCK);
   if (!file.IsOpen()) throw errno == EPERM ? Refused{fLckdErr} : RefusedBy(errno);
-  // Other failures mean that the file system knows no locks, or no leases.
+  // Other errors mean that the file system has no locks (here) or no leases (below).
   if (flock(file.Number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
 #ifdef F_SETLEASE
   if (isOpenHere) return;
-  // Another process that opens the file at this moment breaks the lease with a signal. SIGURG does
-  // no harm; the usual signal would end the process.
+  // The system grants a write lease only if nobody else has the file open. If another process opens
+  // the file at this moment, a signal reports it. SIGURG is ignored by default; the usual SIGIO
+  // would end the process.
   fcntl(file.Number(), F_SETSIG, SIGURG);
   if (fcntl(file.Number(), F_SETLEASE, F_WRLCK) == 0) {
     fcntl(file.Number(), F_SETLEASE, F_UNLCK);
@@ -81,18 +83,22 @@ void CheckReplaceable(const fs::path& path, const struct stat& existing) {
 #endif
 }
 
+// Throws Refused (dirNFErr) if `folder` is no folder.
 void CheckFolder(const fs::path& folder) {
   const std::optional<struct stat> status = StatusOf(folder);
   if (!status || !S_ISDIR(status->st_mode)) throw Refused{dirNFErr};
 }
 
+// Makes the names in a folder safe from a power cut.
 void SyncFolder(const fs::path& folder) {
   const Descriptor opened(folder, O_RDONLY | O_DIRECTORY);
-  // A folder that may be written but not read cannot be synced; some file systems sync no folders.
+  // A folder without read permission cannot be opened, so it is not synced. EINVAL: the file system
+  // does not sync folders.
   if (opened.IsOpen() && fsync(opened.Number()) != 0 && errno != EINVAL) throw RefusedBy(errno);
 }
 
-// Sets `size` bytes aside in `file`; false where the file system cannot.
+// Reserves `size` bytes for `file`. Returns false if the file system cannot do that. Throws Refused
+// if there is no room.
 bool Allocate([[maybe_unused]] int file, [[maybe_unused]] std::uint64_t size) {
 #ifdef __linux__
   if (size > kFarthest) throw RefusedBy(EFBIG);
@@ -107,8 +113,8 @@ bool Allocate([[maybe_unused]] int file, [[maybe_unused]] std::uint64_t size) {
   return false;
 }
 
-// Copies up to `length` bytes at the end of `file`, returns how many; nothing where the kernel
-// cannot.
+// Appends up to `length` bytes of `source` to `file` and returns their number. Returns nothing if
+// the kernel cannot copy between these files.
 std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
                                           [[maybe_unused]] std::uint64_t at,
                                           [[maybe_unused]] int file,
@@ -133,19 +139,20 @@ struct OutputFile::State {
   fs::path target;
   Existing existing = Existing::kReplace;
   std::optional<TemporaryFile> temporary;
-  Descriptor direct;  // open instead when the target is no regular file
+  Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
   Bytes buffer = Bytes(kBufferSize);
-  std::size_t gathered = 0;  // bytes of `buffer` that wait to be written
-  std::uint64_t written = 0;  // bytes before them
-  std::uint64_t reserved = 0;
+  std::size_t gathered = 0;  // bytes in `buffer` that are not written yet
+  std::uint64_t written = 0;  // bytes in the file
+  std::uint64_t reserved = 0;  // size of the file that Reserve asked for
   BlockCache cache;
-  bool kernelCopies = true;  // until the kernel has once said that it cannot
-  bool isSound = true;  // false during a step, and so for good after one that threw
+  bool kernelCopies = true;  // false once the kernel has failed to
+  bool isSound = true;  // false during a step, so it stays false after a throw
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
 
-  // Runs `body`. A file with a part missing must not get its name, even if the caller goes on.
+  // Runs `body`, unless an earlier step threw. A file with a missing part must not get its name,
+  // even if the caller goes on after an error.
   void Step(auto body) {
     if (!std::exchange(isSound, false)) throw Refused{ioErr};
     body();
@@ -154,6 +161,7 @@ struct OutputFile::State {
 
   std::uint64_t Position() const { return written + gathered; }
 
+  // Passes `bytes` to the system, without the buffer.
   void HandOver(ByteSpan bytes) {
     while (!bytes.empty()) {
       const ssize_t put = write(File(), bytes.data(), bytes.size());
@@ -164,9 +172,11 @@ struct OutputFile::State {
     }
   }
 
+  // Empties the buffer into the file.
   void Drain() { HandOver({buffer.data(), std::exchange(gathered, 0)}); }
 
-  // Free room in the buffer: `wanted` bytes, or all of an empty buffer when it is smaller.
+  // Returns `wanted` free bytes of the buffer, or the whole buffer if that is smaller. Empties the
+  // buffer first if necessary.
   std::span<std::uint8_t> Room(std::uint64_t wanted) {
     const std::uint64_t size = std::min<std::uint64_t>(wanted, kBufferSize);
     if (size > kBufferSize - gathered) Drain();
@@ -184,7 +194,7 @@ struct OutputFile::State {
     }
   }
 
-  // Copies as much as the kernel takes; returns how much that is.
+  // Copies in the kernel until it fails to. Returns the number of bytes copied.
   std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     Drain();
     std::uint64_t done = 0;
@@ -198,6 +208,8 @@ struct OutputFile::State {
     return done;
   }
 
+  // Large pieces of a file are copied by the kernel, small ones through the cache of blocks.
+  // Everything else is read into the buffer.
   void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     if (at > kFarthest || length > kFarthest - at) throw Refused{eofErr};
     const bool isFile = source.Descriptor() >= 0;
@@ -227,6 +239,7 @@ struct OutputFile::State {
 
   void Sync() {
     Drain();
+    // Only a file that replaces another is synced.
     if (temporary && StatusOf(target) && fsync(File()) != 0) throw RefusedBy(errno);
   }
 
@@ -256,6 +269,7 @@ OutputFile::OutputFile(const fs::path& target, Existing existing)
   if (old && S_ISDIR(old->st_mode)) throw RefusedBy(EISDIR);
   if (old && existing == Existing::kRefuse) throw RefusedBy(EEXIST);
   if (old && !S_ISREG(old->st_mode)) {
+    // A device or a FIFO: it can be neither replaced nor copied to by the kernel.
     state_->kernelCopies = false;
     state_->direct = Descriptor(path, O_WRONLY | O_NOCTTY);
     if (!state_->direct.IsOpen()) throw RefusedBy(errno);

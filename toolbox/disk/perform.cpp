@@ -3,6 +3,7 @@
 namespace toolbox {
 namespace {
 
+// Maps each kind of step to its operation of the disk.
 class Performer {
  public:
   Performer(Disk& disk, const PartWriter& writePart) : disk_(disk), writePart_(writePart) {}
@@ -33,6 +34,7 @@ void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& wri
     try {
       performer.Do(stage.steps);
     } catch (...) {
+      // Only this stage is undone. Its `undo` also covers earlier stages where that matters.
       performer.Do(stage.undo);
       throw;
     }

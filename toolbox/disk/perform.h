@@ -1,4 +1,4 @@
-// What is to be done to a file, as a list that a test can read, and doing it.
+// The changes to a file as a list of steps, which a test can read, and their execution.
 #pragma once
 
 #include <cstdint>
@@ -11,23 +11,25 @@
 
 namespace toolbox {
 
-// The steps. Each is one operation of a Disk; all numbers are bytes.
+// The kinds of steps. Each is one operation of a Disk, except WritePart. All positions and sizes
+// are in bytes.
 struct WriteBytes {
   std::uint64_t at = 0;
   Bytes bytes;
   friend bool operator==(const WriteBytes&, const WriteBytes&) = default;
 };
+// Copies the bytes [from, from + length) of `source` to `at`. The source is not owned.
 struct CopyBytes {
   std::uint64_t at = 0;
   const ByteSource* source = nullptr;
   std::uint64_t from = 0, length = 0;
   friend bool operator==(const CopyBytes&, const CopyBytes&) = default;
 };
-// Writes a part that is too large for memory, so that it is made while it is written.
+// Writes a part that may be too large for memory. A PartWriter makes it while it is written.
 struct WritePart {
   std::uint64_t at = 0, size = 0;
-  int part = 0;  // which one, and
-  std::uint64_t detail = 0;  // what more has to be known of it: the PartWriter understands both
+  int part = 0;  // which part; only the PartWriter knows its meaning
+  std::uint64_t detail = 0;  // more about the part, also for the PartWriter
   friend bool operator==(const WritePart&, const WritePart&) = default;
 };
 struct Reserve {
@@ -46,21 +48,22 @@ struct TakeName {
 };
 using Step = std::variant<WriteBytes, CopyBytes, WritePart, Reserve, Sync, CutOff, TakeName>;
 
-// Steps in their order. When one of them fails, those of `undo` are done and nothing after them.
+// Steps that are done in order. If one of them throws, the steps of `undo` are done, and no later
+// stage is.
 struct Stage {
   std::vector<Step> steps, undo;
   friend bool operator==(const Stage&, const Stage&) = default;
 };
 
-// Writes the part to the disk: `part.size` bytes at `part.at`.
+// Writes `part.size` bytes at `part.at` of the disk.
 using PartWriter = std::function<void(const WritePart& part, Disk& disk)>;
 
-// Does all steps in their order and flushes the disk. Throws what a step or `writePart` throws, or
-// an undoing step when that fails too.
+// Does all steps in order, then flushes the disk. `writePart` may be null if no step is a
+// WritePart. Throws what the failed step throws, or what a step of its `undo` throws.
 void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& writePart);
 
-// Makes a new file of `size` bytes whole. After a power cut either the file that it replaces is
-// there or all of the new one.
+// The last stage of a new file of `size` bytes. The file is synced before it takes its name, so
+// after a power cut there is either the complete old file or the complete new one.
 Stage NamingStage(std::uint64_t size);
 
 }  // namespace toolbox

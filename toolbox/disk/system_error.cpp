@@ -23,7 +23,7 @@ Refused RefusedBy(int errorNumber) {
     case ETXTBSY:
     case EBUSY:
     case EWOULDBLOCK:
-      return {fBsyErr};  // a lock or a lease in the way
+      return {fBsyErr};  // somebody else uses the file
     case EEXIST:
       return {dupFNErr};
     case ENOMEM:

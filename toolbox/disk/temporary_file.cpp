@@ -17,24 +17,26 @@
 namespace toolbox {
 namespace {
 
+// The signals that end the process and leave time to remove files.
 constexpr int kEndings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS};
 
-// Not SIG_IGN, which a program started by this one would inherit: the write then fails with EFBIG.
+// Handles SIGXFSZ, so that a write beyond the limit fails with EFBIG. SIG_IGN would do the same,
+// but programs that this one starts would inherit it.
 void CarryOn(int) {}
 
-// Puts `now` in the place of `before`. Signals that somebody else handles or ignores stay as they
-// are.
+// Replaces the handler `before` by `now`. If the process handles or ignores the signal in another
+// way, nothing changes.
 void Exchange(int signal, void (*before)(int), void (*now)(int)) {
   struct sigaction action {};
   if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != before) return;
   action.sa_handler = now;
-  // Back to the default as the handler starts, so that raising the signal again there ends the
-  // process.
+  // SA_RESETHAND restores the default before the handler runs. The handler can then raise the
+  // signal again to end the process.
   action.sa_flags = now == CarryOn ? SA_RESTART : static_cast<int>(SA_RESETHAND);
   sigaction(signal, &action, nullptr);
 }
 
-// Holds the ending signals back while a file and its place in the list do not agree.
+// Blocks the ending signals while the files on disk and the list of files differ.
 class EndingsHeld {
  public:
   EndingsHeld() {
@@ -51,8 +53,8 @@ class EndingsHeld {
   sigset_t before_{};
 };
 
-// The hidden name beside `target`, up to the random letters; the middle is cut where the whole
-// would be longer than the file system takes.
+// The start of the hidden name, before the random letters: ".name.". The name is shortened if the
+// whole would be too long for the file system.
 std::string HiddenName(const boost::filesystem::path& target) {
   constexpr std::size_t kAround = 8;  // the dots and the random letters
   const long limit = pathconf(target.parent_path().c_str(), _PC_NAME_MAX);
@@ -61,7 +63,7 @@ std::string HiddenName(const boost::filesystem::path& target) {
   std::string name = target.filename().native();
   if (name.size() > room) {
     std::size_t end = room;
-    while (end > 0 && (name[end] & 0xC0) == 0x80) --end;  // never inside a UTF-8 character
+    while (end > 0 && (name[end] & 0xC0) == 0x80) --end;  // not inside a UTF-8 character
     name.resize(end);
   }
   return "." + name + ".";
@@ -83,7 +85,7 @@ TemporaryFile::TemporaryFile(const boost::filesystem::path& target, std::optiona
   const EndingsHeld held;
   do {
     path_ = target.parent_path() / (hidden + RandomLetters());
-    // Not mkostemp: its 0600 would hide what the umask and the folder say of new files.
+    // Not mkostemp: it always sets 0600, but a new file has the permissions of umask and folder.
     file_ = Descriptor(path_, O_WRONLY | O_CREAT | O_EXCL, mode.value_or(0666));
   } while (!file_.IsOpen() && errno == EEXIST);
   if (!file_.IsOpen()) throw RefusedBy(errno);
@@ -96,7 +98,7 @@ TemporaryFile::TemporaryFile(const boost::filesystem::path& target, std::optiona
 }
 
 TemporaryFile::~TemporaryFile() {
-  if (path_.empty()) return;
+  if (path_.empty()) return;  // it has taken its name
   unlink(path_.c_str());
   Delist();
 }
@@ -114,6 +116,7 @@ void TemporaryFile::RemoveAll() {
   }
 }
 
+// Runs in a signal handler: only unlink and raise, which are safe there.
 void TemporaryFile::RemoveAllAndDie(int signal) {
   RemoveAll();
   raise(signal);
@@ -131,7 +134,7 @@ void TemporaryFile::Delist() {
   TemporaryFile** link = &newest_;
   while (*link != this) link = &(*link)->next_;
   *link = next_;
-  if (newest_ != nullptr) return;
+  if (newest_ != nullptr) return;  // the others still need the handlers
   for (const int signal : kEndings) Exchange(signal, RemoveAllAndDie, SIG_DFL);
   Exchange(SIGXFSZ, CarryOn, SIG_DFL);
 }

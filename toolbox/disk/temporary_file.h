@@ -1,4 +1,4 @@
-// A file with a temporary name, which is removed with its owner or with the process.
+// A file with a temporary name. It is removed if it never gets its final name.
 #pragma once
 
 #include <sys/types.h>
@@ -10,35 +10,37 @@
 
 namespace toolbox {
 
-// Removed unless it takes its name: by the destructor, at exit, and by the signals that end a
-// process from outside (SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU), unless the process
-// ignores or handles them. While one exists, exceeding the limit on file sizes is an error of the
-// write, not a signal.
+// The file is removed by the destructor, at exit, and on a signal that ends the process (SIGINT,
+// SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS), unless TakeName was called. Signals that the
+// process ignores or handles itself are left alone. While a TemporaryFile exists, a write beyond
+// the limit on file sizes fails with an error; the usual signal does not end the process.
 //
-// For one thread only: the signal handler sees all of them.
+// Use it from one thread only: the signal handler reads a list of all temporary files.
 class TemporaryFile {
  public:
-  // Creates `.name.XXXXXX` beside `target`, the file it is meant to become: with the permissions
-  // `mode` where given, else with those of any new file. Throws Refused as system calls do.
+  // Creates `.name.XXXXXX` in the folder of `target`. Its permissions are `mode`, or those of any
+  // new file if there is no `mode`. Throws Refused, see RefusedBy.
   TemporaryFile(const boost::filesystem::path& target, std::optional<mode_t> mode);
   ~TemporaryFile();
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  // Open for writing until TakeName.
+  // The file, open for writing until TakeName.
   const Descriptor& File() const { return file_; }
-  // Closes the file and puts it in the place of `target`. Throws Refused as system calls do.
+  // Closes the file and renames it to `target`, which it replaces. Throws Refused, see RefusedBy.
   void TakeName(const boost::filesystem::path& target);
 
  private:
+  // Removes the files in the list. The list itself stays.
   static void RemoveAll();
   static void RemoveAllAndDie(int signal);
+  // Add this file to the list, or remove it. The handlers are there while the list has files.
   void Enlist();
   void Delist();
 
-  static inline TemporaryFile* newest_ = nullptr;
+  static inline TemporaryFile* newest_ = nullptr;  // start of the list, linked by next_
   TemporaryFile* next_ = nullptr;
-  boost::filesystem::path path_;
+  boost::filesystem::path path_;  // empty after TakeName
   Descriptor file_;
 };
 

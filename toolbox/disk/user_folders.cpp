@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// The folder that an environment variable names; a relative one is to be ignored.
+// The folder in an environment variable. A relative path is ignored, as XDG asks.
 std::optional<fs::path> FolderIn(const char* variable) {
   const char* value = std::getenv(variable);
   if (value == nullptr || value[0] != '/') return std::nullopt;
@@ -26,7 +26,8 @@ std::optional<fs::path> ConfigurationFolder() {
 }
 
 std::optional<fs::path> DesktopFolder() {
-  // A line of the file: XDG_DESKTOP_DIR="$HOME/name" or an absolute path, quoted for the shell.
+  // The line has the form XDG_DESKTOP_DIR="$HOME/name" or has an absolute path. It is quoted for
+  // the shell. The last such line counts.
   constexpr std::string_view kStart = "XDG_DESKTOP_DIR=\"", kHome = "$HOME";
   const auto home = FolderIn("HOME");
   std::optional<fs::path> desktop;

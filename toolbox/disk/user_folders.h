@@ -1,4 +1,4 @@
-// Where the user keeps settings and what lies on the desktop (XDG base and user directories).
+// The user's folders for settings and for the desktop (XDG base and user directories).
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -6,10 +6,11 @@
 
 namespace toolbox {
 
-// $XDG_CONFIG_HOME, else ~/.config. Nothing for a user without a home folder.
+// $XDG_CONFIG_HOME, or ~/.config if it is not set. Nothing if there is no home folder either.
 std::optional<boost::filesystem::path> ConfigurationFolder();
 
-// The desktop folder that user-dirs.dirs names, else ~/Desktop; it need not exist.
+// The desktop folder in user-dirs.dirs, or ~/Desktop if none is set there. It need not exist.
+// Nothing if there is no home folder either.
 std::optional<boost::filesystem::path> DesktopFolder();
 
 }  // namespace toolbox

@@ -32,7 +32,8 @@ void ScaleSegment(MovieRecord& movie, MovieTime from, MovieTime length, MovieTim
 void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime mediaTime,
                  MediaTime length, double rate);
 
-// Makes the empty edit at the start of the track that long. What follows moves.
+// Makes the empty edit at the start of the track `offset` movie units long; 0 removes it. All other
+// edits move. Throws Refused: invalidTime.
 //
 //   |- -|   A   |                |- - - - -|   A   |
 //                           ->   |<offset >|

@@ -1,4 +1,5 @@
-// Where the samples of a media lie: one data reference is one of four cases.
+// Where the samples of a media are: a data reference is one of four cases.
+// ISO/IEC 14496-12 8.7.2.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -16,13 +17,13 @@ namespace toolbox {
 struct ThisFile {
   friend bool operator==(const ThisFile&, const ThisFile&) = default;
 };
-// Which file a path leads to, however the path is spelled.
+// Identifies a file, however its path is spelled.
 struct FileIdentity {
   std::uint64_t device = 0, inode = 0;
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
-// Another file; the path is absolute. Two paths to one file are the same reference where it is
-// known which file they lead to.
+// Another file; the path is absolute. Two references are equal if they lead to the same file. If
+// the identity of one is not known, their paths are compared instead.
 struct OtherFile {
   boost::filesystem::path path;
   std::optional<FileIdentity> identity;  // found when the reference was read
@@ -36,7 +37,7 @@ struct InMemory {
   std::shared_ptr<Bytes> data;
   friend bool operator==(const InMemory&, const InMemory&) = default;
 };
-// A reference that leads nowhere we can read: written back as it came.
+// A reference to something that we cannot read. It is written back unchanged.
 struct Unresolved {
   FourCC kind;
   std::uint32_t versionAndFlags = 0;

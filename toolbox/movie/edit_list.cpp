@@ -13,9 +13,9 @@ bool Continues(const Edit& first, const Edit& second, Clock clock) {
          second.mediaTime == first.mediaTime + clock.Shown(first.duration, first.rate);
 }
 
-// The rate of an edit of length `before` that shows the same media in `now`. It is rounded to a
-// rate that a file can state if it is close to one, so stretching an edit and back restores its
-// rate.
+// The new rate of an edit whose length changes from `before` to `now` while it shows the same
+// media. It is rounded to a rate that a file can state if it is close to one, so stretching an edit
+// and back restores its rate.
 double Stretched(double rate, MovieTime before, MovieTime now) {
   constexpr double kFixed = 65536, kSame = 1e-6;
   if (before == now) return rate;

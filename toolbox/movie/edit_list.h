@@ -77,7 +77,8 @@ class EditList {
   //       ^---------^         ->   0
   EditList Segment(MovieTime from, MovieTime length, Clock clock) const;
 
-  // Empties those parts of edits that would show media after its end, which show nothing anyway.
+  // Replaces the parts of edits after the end of the media by empty edits. They show nothing
+  // anyway.
   //
   //   |   A   |   B   |            | A |- -|   B   |
   //       ^ end of the media  ->

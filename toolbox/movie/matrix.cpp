@@ -28,7 +28,7 @@ Matrix Rounded(const std::array<double, 9>& values) {
 
 double Real(std::int32_t fixed) { return fixed / kFixed; }
 
-// The linear map (a b / c d), leaving the point (x, y) where it is.
+// The linear map (a b / c d) around the point (x, y), which does not move.
 Matrix About(double a, double b, double c, double d, std::int32_t x, std::int32_t y) {
   const double px = Real(x), py = Real(y);
   return Rounded({a, b, 0, c, d, 0, px - a * px - c * py, py - b * px - d * py, 1});
@@ -64,7 +64,7 @@ Matrix Rotation(std::int32_t degrees, std::int32_t x, std::int32_t y) {
   constexpr std::int32_t kQuarter = 90 << 16;
   double cosine, sine;
   if (degrees % kQuarter == 0) {
-    // What the library gives for 90 degrees is not quite 0 and 1.
+    // The library's sine and cosine of 90 degrees are not exactly 1 and 0.
     constexpr double kSines[] = {0, 1, 0, -1};
     const int quarters = (degrees / kQuarter % 4 + 4) % 4;
     sine = kSines[quarters];

@@ -93,7 +93,7 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
     return !std::holds_alternative<ThisFile>(reference) &&
            !std::holds_alternative<InMemory>(reference);
   };
-  // The bytes after the last atom of a file are true for its own movie only.
+  // The bytes after the last atom of a file describe that file only.
   if (track != nullptr && std::ranges::any_of(references, isElsewhere)) track->movie->DropTrailer();
   std::vector<std::uint32_t> map;
   const std::size_t count = dataReferences.size(), known = descriptions.size();

@@ -30,7 +30,7 @@ struct SampleTableRecord {
   SampleTable samples;
 };
 
-// What a new media of the same kind takes over from another.
+// The settings that a new media of the same kind copies from another.
 struct MediaSettings {
   // The new media has its own dates. Duration and date of modification are those of the file that
   // was read; writing computes both.
@@ -44,7 +44,7 @@ struct MediaSettings {
 // Samples that are being added to a media. Their data is in memory until a movie file is written.
 struct NewSamples {
   InMemory block;
-  std::uint32_t dataReference = 0;  // that of the media for `block`
+  std::uint32_t dataReference = 0;  // index of `block` in the media
   SampleRows rows;
 };
 
@@ -76,8 +76,9 @@ struct MediaRecord : MediaSettings {
   // first data reference, or else to a new block. Throws Refused: dataAlreadyOpenForWrite,
   // noDefaultDataRef (there is no reference), dataNotOpenForWrite (the first one is unresolved).
   void BeginEdits();
-  // Adds a sample and returns its decode time. Throws Refused: dataNotOpenForWrite, invalidDuration
-  // (a file cannot state it).
+  // Adds a sample and returns its decode time. The description gets the data reference of the new
+  // samples. Throws Refused: dataNotOpenForWrite, invalidDuration (it does not fit into 32 bits),
+  // paramErr (too many bytes or samples for a file).
   MediaTime AddSample(ByteSpan bytes, SampleDescription description, MediaTime duration);
   // Appends the new samples to `samples`. Throws Refused: dataAlreadyClosed.
   void EndEdits();
@@ -100,8 +101,8 @@ struct MediaRecord : MediaSettings {
 
   // The file that ThisFile means; nothing for a media without a track or of a movie without a file.
   std::optional<OtherFile> MovieFile() const;
-  // The same reference as a movie in another file states it, and the reverse. The first throws
-  // Refused (couldNotResolveDataRef) if there is no MovieFile.
+  // Converts a reference of this media to one for a movie in another file, and back. The first
+  // throws Refused (couldNotResolveDataRef) if the reference is ThisFile and there is no MovieFile.
   DataReference SeenFromElsewhere(const DataReference& reference) const;
   DataReference SeenFromHere(const DataReference& reference) const;
 
@@ -111,6 +112,7 @@ struct MediaRecord : MediaSettings {
   std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 
+  // A source that has been joined. Joining it again is not needed: its samples start at `base`.
   struct Joined {
     std::weak_ptr<const void> identity;
     std::uint64_t samples = 0;

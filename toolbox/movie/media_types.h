@@ -1,4 +1,4 @@
-// What the kinds of media are called, and whether they are seen or heard.
+// The names of the kinds of media, and whether they are seen or heard.
 #pragma once
 
 #include <string>
@@ -8,11 +8,13 @@
 namespace toolbox {
 
 struct MediaType {
-  std::string name;  // "Video"; for an unknown type its four characters
+  std::string name;  // such as "Video"; for an unknown type its four characters
   bool isSeen = false;
   bool isHeard = false;
 };
 
+// For any type, known or not. In the name of an unknown one, unprintable characters become '?' and
+// spaces at the end are removed.
 MediaType DescribeMediaType(FourCC type);
 
 }  // namespace toolbox

@@ -27,7 +27,7 @@ struct FileAtom {
   std::uint64_t at = 0, size = 0;  // bytes
 };
 
-// All of a movie but its tracks.
+// A movie without its tracks.
 struct MovieProperties {
   // Its duration and its date of modification are those of the file that was read; writing computes
   // both.

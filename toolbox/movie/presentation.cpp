@@ -15,7 +15,7 @@ struct ShownRun {
   MediaTime ShownAt(std::uint64_t index) const {
     return shown + MediaTime{static_cast<std::int64_t>(index) * delta.units};
   }
-  // How many of them start to be shown by `time`.
+  // The number of samples that start to be shown at or before `time`.
   std::uint64_t CountBy(MediaTime time) const {
     if (shown > time) return 0;
     if (delta == MediaTime{}) return count;
@@ -50,12 +50,13 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
   const MediaTime last = to - MediaTime{1};
   if (samples.Offsets().AreZero()) return {samples.SampleAt(from), samples.SampleAt(last) + 1};
 
-  // The sample on show at `from` is the last one shown by then. `certain` is shown by then, so no
-  // sample before `start` can be the last. From `undecided` on, all are shown later.
+  // Offsets are bounded, so a few samples around each end need a look; those between are certain.
+  // The sample on show at `from` is the last one that has started by then. `certain` has started by
+  // then, so no sample before `start` can be the last. All from `undecided` on start later.
   const std::uint64_t certain = samples.SampleAt(from - largest);
   const std::uint64_t start = samples.SampleAt(samples.TimeOf(certain) + smallest - largest);
   const std::uint64_t undecided = samples.SampleAt(from - smallest) + 1;
-  // All before `late` are shown before `to`, and none from `end` on is.
+  // All samples before `late` start before `to`. None from `end` on does.
   const std::uint64_t late = std::max(undecided, samples.SampleAt(last - largest));
   const std::uint64_t end = std::max(late, samples.SampleAt(last - smallest) + 1);
 
@@ -92,8 +93,8 @@ std::optional<MediaTime> NextShownAfter(const SampleTable& samples, MediaTime ti
         time < MediaTime{} ? MediaTime{} : samples.TimeOf(samples.SampleAt(time) + 1);
     return next < samples.Duration() ? std::optional(next) : std::nullopt;
   }
-  // No sample before `start` is shown after `time`; `later` and all after it are. From `end` on,
-  // none is shown before `later`.
+  // All samples before `start` have started by `time`. `later` and all after it start later. No
+  // sample from `end` on starts before `later`, so the earliest one is before `end`.
   const std::uint64_t start = samples.SampleAt(time - largest);
   const std::uint64_t later = samples.SampleAt(time - smallest) + 1;
   const std::uint64_t end = samples.SampleAt(samples.TimeOf(later) + largest - smallest) + 1;

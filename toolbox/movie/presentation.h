@@ -1,4 +1,4 @@
-// Which samples of a table are shown when.
+// When the samples of a table are shown, which may be in another order than they are decoded in.
 #pragma once
 
 #include <cstdint>
@@ -8,12 +8,12 @@
 
 namespace toolbox {
 
-// When a sample starts to be shown: its decode time and its offset, ISO/IEC 14496-12 8.6.1.3. It is
-// shown until the next one is, in the order of these times.
+// When a sample starts to be shown: its decode time and its offset, ISO/IEC 14496-12 8.6.1.3. In
+// the order of these times, each sample is shown until the next one starts.
 MediaTime ShownAt(const SampleTable& samples, std::uint64_t sample);
 
-// The samples to be decoded for the times [from, to): those shown then and all between them, but
-// not what they depend on. Empty when none is shown.
+// The samples to decode for the times [from, to): those shown then and all between them in decode
+// order, but not the earlier ones that they depend on. Empty if none is shown.
 //
 //   decoded   |  0  |  1  |  2  |  3  |
 //   shown     |  0  |  2  |  3  |  1  |

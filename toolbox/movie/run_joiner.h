@@ -1,12 +1,12 @@
-// Makes runs of equal values out of values that come one after the other.
+// Joins a sequence of values into runs of equal values.
 #pragma once
 
 #include <cstdint>
 
 namespace toolbox {
 
-// Joins neighbouring runs of one value and passes them to visit(count, value). Call Flush at the
-// end.
+// Joins neighbouring runs of one value and passes them to visit(count, value). Call Flush after the
+// last value: nothing else passes on the last run. Refers to `visit`, which must live longer.
 template <class Value, class Visit>
 class RunJoiner {
  public:

@@ -10,18 +10,18 @@ namespace toolbox {
 
 // One entry of a sample description table, with the data reference that its samples are in.
 struct SampleDescription {
-  Bytes bytes;  // the whole entry, as in atoms/sample_entries.h; its own number is not looked at
+  Bytes bytes;  // the whole entry, as in atoms/sample_entries.h; the number in it is ignored
   std::uint32_t dataReference = 0;  // index
 
   FourCC Format() const;
   // Some metadata formats have text in the place of the data-reference number.
   bool HoldsReference() const;
-  // Whether the samples are encrypted, ISO/IEC 23001-7. What decrypts them is beside the samples
-  // and in the movie.
+  // Whether the samples are encrypted, ISO/IEC 23001-7. The data for decrypting is next to the
+  // samples and in the movie.
   bool IsProtected() const;
-  // The bytes with the number of the data reference in its place.
+  // The bytes, with `dataReference` as the number of the data reference in them.
   Bytes Numbered() const;
-  // Whether samples of a media of that type decode alike by both, as in DecodeAlike.
+  // Whether both decode samples of a media of that type alike, as DecodeAlike decides.
   bool SameAs(const SampleDescription& other, FourCC mediaType) const;
 };
 

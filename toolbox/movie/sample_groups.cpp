@@ -13,7 +13,8 @@ const SampleGroupDescriptions* DescriptionsIn(const SampleRows& rows, FourCC gro
   return found == rows.groups.end() ? nullptr : &*found->descriptions;
 }
 
-// The descriptions of one grouping in all files.
+// Joins the descriptions of one grouping in all files. If all files have the same ones, they are
+// kept as they are. Otherwise each different entry gets a new number, in order of first appearance.
 class Merger {
  public:
   Merger(std::span<const SampleRows* const> rows, FourCC grouping) : grouping_(grouping) {
@@ -26,12 +27,13 @@ class Merger {
     }
   }
 
+  // False: descriptions differ, and some cannot be split into entries.
   bool IsPossible() const { return isSame_ || isReadable_; }
   std::optional<SampleGroupDescriptions> Descriptions() const {
     if (first_ == nullptr) return std::nullopt;
     return isSame_ ? *first_ : SampleGroupDescriptions::Of(grouping_, entries_);
   }
-  // The default number in Descriptions().
+  // The number that Descriptions() states for samples in no run.
   std::uint32_t DefaultNumber() const {
     const auto known = isSame_ && first_ != nullptr ? known_.find(*first_) : known_.end();
     return known == known_.end() ? 0 : known->second.defaultNumber;
@@ -49,9 +51,10 @@ class Merger {
   }
 
  private:
+  // Descriptions of at least one file.
   struct Known {
     std::uint32_t defaultNumber = 0;
-    std::vector<std::uint32_t> joined;
+    std::vector<std::uint32_t> joined;  // by old number: the new one; 0 stays 0
   };
 
   void Add(const SampleGroupDescriptions& descriptions) {

@@ -21,7 +21,7 @@ void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_
 struct JoinedGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
-  std::optional<SampleGroupDescriptions> descriptions;  // if no group before has them
+  std::optional<SampleGroupDescriptions> descriptions;  // unless an earlier group has them
   bool isMapped = false;  // whether an 'sbgp' is needed
 
   // The numbers of samples from one file.
@@ -43,8 +43,8 @@ struct JoinedGroup {
 // differ between files and their entries cannot be separated.
 std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows);
 
-// How many samples before a row decoding has to start for it to sound right: the distance of its
-// roll group, ISO/IEC 14496-12 10.1. Nothing if it has none.
+// How many samples earlier decoding has to start so that the row is decoded correctly: the distance
+// of its roll group, ISO/IEC 14496-12 10.1. Nothing if the row is in no roll group.
 std::optional<std::uint32_t> RollDistance(const SampleRows& rows, std::uint32_t row);
 
 }  // namespace toolbox

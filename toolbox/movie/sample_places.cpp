@@ -5,8 +5,8 @@
 namespace toolbox {
 namespace {
 
-// The last place between packets up to `sample`, or the first from it on when `up`. A slice and a
-// chunk end a packet too.
+// Rounds `sample` to the start of a packet: down, or with `up` to the next start. The end of a
+// slice or of a chunk also ends a packet.
 std::uint64_t PacketBoundary(const SampleTable& samples, std::uint64_t sample, bool up) {
   const SampleSlice& slice = samples.SliceOf(sample);
   const std::uint32_t row = slice.RowOf(sample);

@@ -1,5 +1,5 @@
-// The samples of a media as one file states them: rows for runs of samples, never an object a
-// sample.
+// The samples of a media as one file states them. Most columns have one row for a run of samples:
+// an object for each sample would take too much memory.
 #pragma once
 
 #include <cstdint>
@@ -96,7 +96,7 @@ struct SampleRows {
   RowRange OffsetsAround(std::uint32_t sample) const;
   // The sample decoded at `time`, 0 <= time < duration.
   std::uint32_t SampleAt(MediaTime time) const;
-  // How many samples are in a chunk; they are the first ones.
+  // The number of samples that are in chunks. All samples after these are in none.
   std::uint32_t Located() const { return chunkRuns.Samples(); }
   // Bytes of `samples` samples of one chunk, from the sample `first` on.
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples,
@@ -115,8 +115,8 @@ struct SampleRows {
   // a duration or an offset becomes too large for a file.
   SampleRows Rescaled(std::int32_t from, std::int32_t to) const;
 
-  // When the first of `range` to be shown starts to be, and the last one stops; both counted from
-  // the decode time of range.from.
+  // When the first sample of `range` starts to be shown, and when the last one stops, in the order
+  // of showing. Both are relative to the decode time of range.from.
   MediaTime ShownFrom(RowRange range) const;
   MediaTime ShownUntil(RowRange range) const;
 

@@ -1,4 +1,5 @@
-// A slice of a sample table: consecutive rows of one file, and what they are in the table.
+// A slice of a sample table: consecutive rows of one file, and their numbers and times in the
+// table.
 #pragma once
 
 #include <algorithm>
@@ -20,7 +21,7 @@ namespace toolbox {
 struct SampleSlice {
   std::shared_ptr<const SampleRows> rows;
   RowRange part;  // of the rows
-  std::uint64_t first = 0;  // the sample that the row part.from is
+  std::uint64_t first = 0;  // the number in the table of the row part.from
   MediaTime time;  // its decode time in the table
   MediaTime rowTime;  // its decode time in the rows
   MediaTime length;  // sum of the durations, `stretch` included
@@ -46,7 +47,7 @@ struct SampleSlice {
   MediaTime ShownAt(std::uint32_t row) const {
     return TimeOf(row) + MediaTime{rows->OffsetOf(row)} + MediaTime{shift};
   }
-  // When its first sample to be shown starts and its last one ends, counted from `time`.
+  // When its samples start and stop being shown, relative to `time`.
   MediaTime ShownFrom() const { return rows->ShownFrom(part) + MediaTime{shift}; }
   MediaTime ShownUntil() const { return rows->ShownUntil(part) + MediaTime{shift}; }
   bool HasOffsets() const { return shift != 0 || !rows->offsets.IsEmpty(); }

@@ -14,10 +14,10 @@ namespace toolbox {
 // Rows are shared, so joining tables costs a slice a stretch: the same few bytes for an hour of
 // sound, a thousand clips or ten hours of film.
 //
-// A table knows when each sample is decoded. What else there is to know of its samples:
-//   presentation.h    which of them are shown when
-//   sample_places.h   where their bytes are
-//   sample_columns.h  all the rest, column by column, as a file states it
+// A table itself has the decode times of its samples. Other headers have functions for the rest:
+//   presentation.h    when samples are shown
+//   sample_places.h   where their bytes are in files
+//   sample_columns.h  everything else, column by column, as a file states it
 class SampleTable {
  public:
   // The smallest and the largest offset of a sample; 0 is always between them.
@@ -78,7 +78,7 @@ class SampleTable {
   const SampleSlice& SliceOf(std::uint64_t sample) const;
   // The rows of a file if the table has just these, unchanged; else null.
   const SampleRows* WholeRows() const;
-  // Copies into memory what is still looked at in files, so that these may change.
+  // Copies into memory the tables that are still read from files, so that the files may change.
   void LeaveFiles() const;
 
  private:
@@ -87,7 +87,7 @@ class SampleTable {
                                std::span<const std::uint32_t> descriptions) const;
   // Makes the last sample longer until `next`, if added, is shown after all samples here.
   void MakeRoomFor(const SampleSlice& next);
-  // Whether `next` and the last slice are one.
+  // Whether `next` continues the last slice, so that both can be one.
   bool Continues(const SampleSlice& next) const;
   void Add(SampleSlice slice);
 

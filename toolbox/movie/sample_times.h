@@ -1,4 +1,4 @@
-// Which sample of its media a track shows when.
+// The samples that a track shows, in movie time.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace toolbox {
 
-// When one edit shows a sample.
+// The movie times at which one edit shows a sample.
 struct SampleOnShow {
   MovieTime start, duration;
   friend bool operator==(const SampleOnShow&, const SampleOnShow&) = default;

@@ -1,4 +1,4 @@
-// Times that know their line, and the one way from one time scale to another.
+// Times with the time line in their type, and the only conversion from one time scale to another.
 #pragma once
 
 #include <cmath>
@@ -25,6 +25,8 @@ inline constexpr std::int64_t kLongest = INT64_MAX / 4;
 
 enum class Rounding { kNearest, kDown, kUp };  // kNearest: halves up
 
+// Rescale in one integer type, which must have room for 2 * units * to. The divisor is positive;
+// the last term rounds negative quotients down, which C++ rounds towards 0.
 template <class Number>
 constexpr Number RescaledIn(Number units, Number from, Number to, Rounding rounding) {
   Number product = units * to, divisor = from;
@@ -54,7 +56,7 @@ constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64
   return static_cast<std::int64_t>(result);
 }
 
-// The scales that an edit list stands between, in units per second.
+// The two time scales of an edit list, in units per second. An edit list has times in both.
 struct Clock {
   std::int32_t movie = 600;
   std::int32_t media = 600;

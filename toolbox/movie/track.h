@@ -22,7 +22,7 @@ struct TrackReferences {
   std::vector<struct TrackRecord*> targets;
 };
 
-// What a new track like another takes over from it.
+// The settings that a new track copies from another.
 struct TrackSettings {
   // The new track has its own id and dates. Duration and date of modification are those of the file
   // that was read; writing computes both.

@@ -20,7 +20,8 @@ struct UserDataRecord {
   // Replaces the payload of an item; the number after the last adds one. Number 0 means the first.
   // Throws Refused: userDataItemNotFound.
   void Set(FourCC type, std::size_t number, Bytes payload);
-  // Later items of the type move down. Throws Refused: userDataItemNotFound.
+  // Removes an item. The numbers of later items of the type go down by 1. Throws Refused:
+  // userDataItemNotFound.
   void Remove(FourCC type, std::size_t number);
   // The type that first appears after that of `previous`, or the first one for a null type; null at
   // the end.

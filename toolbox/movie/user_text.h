@@ -1,4 +1,4 @@
-// Texts in user data: items that say one thing in several languages.
+// Texts in user data: one item has the same text in several languages.
 #pragma once
 
 #include <cstddef>
@@ -11,15 +11,15 @@ namespace toolbox {
 
 struct UserDataRecord;
 
-// The text of an item in that language. When there is none for language 0, it is the one
-// without a language, or else the first with an ISO code, converted to Mac Roman with '?' for what
-// does not convert.
+// The text of an item in that language, in the encoding of the language. If language 0 has no text,
+// this is the text without a language or else the first with an ISO code. Only the latter is
+// converted, to Mac Roman, with '?' for characters that Mac Roman does not have.
 // Throws Refused: userDataItemNotFound.
 Bytes TextOf(const UserDataRecord& data, FourCC type, std::size_t number, std::uint16_t language);
 
-// Replaces the text of an item in that language, or adds one after the others; makes the first
-// item. Cuts a text at 65,535 bytes. Throws Refused: paramErr (a type that holds no
-// texts, or a payload that is something else), userDataItemNotFound.
+// Replaces the text of an item in that language, or adds one after the others. If the type has no
+// item, number 1 makes it. Cuts a text at 65,535 bytes. Throws Refused: paramErr (a type that holds
+// no texts, or an item that is no list of texts), userDataItemNotFound.
 void SetText(UserDataRecord& data, FourCC type, std::size_t number, std::uint16_t language,
              ByteSpan text);
 

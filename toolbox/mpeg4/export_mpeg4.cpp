@@ -20,18 +20,22 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 
-// Whether the track goes into the file: it is enabled and has pictures or sound to show.
+// Whether the track is exported: it is enabled and shows pictures or sound. If `only` is not null,
+// no other track is exported.
 bool Belongs(const TrackRecord& track, const TrackRecord* only) {
   if (!track.media || !track.IsEnabled() || (only != nullptr && &track != only)) return false;
   const FourCC type = track.media->Type();
-  // A track that shows nothing would have no samples, and perhaps not even a description.
+  // The exported media has only samples that are shown. A track that shows nothing would have no
+  // samples, and perhaps not even a sample description.
   return (type == kVideo || type == kSound) && !SamplesInUse(track).empty();
 }
 
+// Converts the language of a media header to the form of ISO.
 // QuickTime: numbers below 0x400 are languages of the Macintosh.
-// ISO: three letters of ISO 639-2/T, five bits each.
+// ISO/IEC 14496-12 8.4.2.3: three letters of ISO 639-2/T, five bits each.
 std::uint16_t PackedLanguage(std::uint16_t language) {
   constexpr std::uint16_t kMacintoshEnd = 0x400, kUnspecified = 0x7FFF;
+  // Three letters for each Macintosh language, from number 0 on.
   constexpr std::string_view kNames =
       "engfradeuitanldswespadanpornorhebjpnarafinellislmltturhrvzhourdhinthakorlit"
       "polhunestlavsmefaofasruszhonldglesqironcesslkslvyidsrpmkdbulukrbel";
@@ -44,12 +48,14 @@ std::uint16_t PackedLanguage(std::uint16_t language) {
   return packed;
 }
 
-// 'vmhd' or 'smhd' as ISO wants them: the rest of QuickTime's says how to mix colours.
+// A new 'vmhd' or 'smhd' with the default values. QuickTime's header is not kept: it can have
+// settings for mixing colours that ISO does not define.
 Sibling MediaKindHeader(FourCC type) {
   return type == kVideo ? SiblingOf(VideoMediaHeader()) : SiblingOf(SoundMediaHeader());
 }
 
-// Leaves out what only QuickTime has.
+// Converts the descriptions of the media and removes everything that only QuickTime defines. Throws
+// Refused: invalidSampleTable (samples in no chunk), featureUnsupported, invalidSampleDescription.
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
@@ -60,8 +66,10 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
+    // Unused descriptions are not written, so an unknown format there is no reason to refuse.
     if (isUsed[i]) description = Mpeg4Description(description, media.header.scale);
   }
+  // The only other child of the media that ISO knows is the extended language.
   const Sibling* language = FindSibling(media.siblings, FourCC{"elng"});
   Siblings siblings = {{MediaHeader::kType, {}}};
   if (language != nullptr) siblings.push_back(*language);
@@ -75,7 +83,9 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   media.header.flags = 0;
 }
 
+// Converts the track and its media. Throws Refused like FoldRates and ConvertMedia.
 void ConvertTrack(TrackRecord& track) {
+  // ISO/IEC 14496-12 8.3.2.
   constexpr std::uint32_t kEnabledInMovieAndPreview = 7;
   const bool isSound = track.media->Type() == kSound;
   FoldRates(track);
@@ -83,7 +93,7 @@ void ConvertTrack(TrackRecord& track) {
   TrackHeader& header = track.header;
   header.flags = kEnabledInMovieAndPreview;
   header.alternateGroup = 0;
-  header.volume = isSound ? 0x100 : 0;
+  header.volume = isSound ? 0x100 : 0;  // 8.8
   if (isSound) header.width = header.height = 0;
   header.reserved = {};
   header.reserved2 = {};
@@ -93,11 +103,13 @@ void ConvertTrack(TrackRecord& track) {
   track.editSiblings.clear();
 }
 
-// A copy of the movie with the tracks that belong into the file, converted.
+// A converted copy of the movie, with only the exported tracks. Throws Refused: featureUnsupported
+// if no track is left, or more than one of a kind; and whatever ConvertTrack throws.
 std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecord* only) {
   std::vector<bool> belongs;
   for (const auto& track : movie.tracks) belongs.push_back(Belongs(*track, only));
   auto converted = movie.Clone();
+  // From the last to the first, so that the indexes of the others stay valid.
   for (std::size_t i = belongs.size(); i-- > 0;) {
     if (!belongs[i]) converted->RemoveTrack(*converted->tracks[i]);
   }
@@ -109,7 +121,7 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
     }
   }
   for (const auto& track : converted->tracks) ConvertTrack(*track);
-  // A new header has nothing that ISO does not define.
+  // A new header, so that no field has a value that only QuickTime defines.
   const MovieHeader& header = movie.header;
   converted->header = {.created = header.created,
                        .scale = header.scale,
@@ -121,7 +133,7 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
   return converted;
 }
 
-// The first description of the media of that kind; empty when there is none.
+// The first sample description of the track of that media type. Empty if there is no such track.
 ByteSpan DescriptionOf(const MovieRecord& movie, FourCC type) {
   for (const auto& track : movie.tracks) {
     if (track->media->Type() == type) return track->media->descriptions.at(0).bytes;
@@ -129,6 +141,7 @@ ByteSpan DescriptionOf(const MovieRecord& movie, FourCC type) {
   return {};
 }
 
+// The profile and level of the sound with that description, as an object descriptor states it.
 std::uint8_t SoundLevel(ByteSpan description) {
   if (description.empty()) return ProfileLevels::kNothingThere;
   const auto stream = StreamIn(description);
@@ -137,6 +150,7 @@ std::uint8_t SoundLevel(ByteSpan description) {
   return (config ? AudioProfile(*config) : std::nullopt).value_or(ProfileLevels::kNotSaid);
 }
 
+// The same for pictures.
 std::uint8_t PictureLevel(ByteSpan description) {
   if (description.empty()) return ProfileLevels::kNothingThere;
   if (AvcConfigIn(description)) return ProfileLevels::kAvc;
@@ -145,6 +159,7 @@ std::uint8_t PictureLevel(ByteSpan description) {
   return VisualProfile(stream->Specific()).value_or(ProfileLevels::kNotSaid);
 }
 
+// 'iods', ISO/IEC 14496-14 5.1: the profiles and levels that a player needs.
 Sibling ObjectDescriptor(const MovieRecord& movie) {
   ProfileLevels levels;
   levels.sound = SoundLevel(DescriptionOf(movie, kSound));
@@ -158,6 +173,7 @@ FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
                    const Mpeg4Settings& settings) {
   if (!settings.keepsCoding) throw Refused{featureUnsupported};
   auto converted = ForMpeg4(movie, only);
+  // Any number of chunks may be kept: files that are already interleaved are copied as a whole.
   FilePlan plan = PlanFlattened(*converted, {.mostChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};

@@ -1,4 +1,5 @@
-// A movie as an MPEG-4 file: the tracks that belong there, as ISO/IEC 14496-12 has them.
+// Plans the export of a movie as an MPEG-4 file (ISO/IEC 14496-14). Samples are copied as they are;
+// the atoms around them are converted from QuickTime to ISO/IEC 14496-12.
 #pragma once
 
 #include "toolbox/mpeg4/export_settings.h"
@@ -6,9 +7,16 @@
 
 namespace toolbox {
 
-// A self-contained MPEG-4 file with the enabled video track and the enabled sound track of the
-// movie, or with `only` that one of them. Throws Refused: featureUnsupported (media that would have
-// to be encoded again), invalidSampleDescription, and what PlanFlattened throws.
+// Plans a self-contained file with the enabled video track and the enabled sound track of the
+// movie. If `only` is not null, only that track is exported. Nothing is written, and the movie does
+// not change. The plan owns the converted copy that it refers to.
+//
+// Throws Refused, with the codes of PlanFlattened and these:
+//   featureUnsupported        the media would have to be encoded again, no track is left, or there
+//                             are two enabled tracks of one kind
+//   invalidSampleDescription  a description lacks what a decoder needs
+//   invalidSampleTable        samples that are shown are in no chunk
+//   invalidDuration           a sample lasts too long for a file
 FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
                    const Mpeg4Settings& settings);
 

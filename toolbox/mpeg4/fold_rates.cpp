@@ -11,20 +11,23 @@
 namespace toolbox {
 namespace {
 
-// A file states rates in 16.16: what it cannot tell from 1 is 1.
+// A file states rates in 16.16. A rate that it would state as 1 becomes exactly 1; any other rate
+// is returned as it is.
 double Stated(double rate) {
   return std::lround(std::min(rate, 32767.0) * 65536) == 65536 ? 1.0 : rate;
 }
 
+// Whether the edit shows media at a rate other than 1. Empty edits and edits of rate 0 do not.
 bool IsFolded(const Edit& edit) {
   return !edit.IsEmpty() && edit.rate != 0 && Stated(edit.rate) != 1.0;
 }
 
-// Samples of a scale such as 24 could not be made a little shorter.
+// Converts the media to a multiple of its time scale near 90,000. In a scale such as 24, a sample
+// of one unit could not become a little shorter.
 void MakeFine(TrackRecord& track) {
   constexpr std::int32_t kFine = 90'000;
   MediaRecord& media = *track.media;
-  // The scale of sound is its sample rate.
+  // Sound keeps its scale, which is its sample rate.
   if (media.Type() == FourCC{"soun"} || media.header.scale > kFine / 2) return;
   const std::int32_t scale = kFine / media.header.scale * media.header.scale;
   track.edits.MapMedia(
@@ -32,7 +35,8 @@ void MakeFine(TrackRecord& track) {
   media.SetScale(scale);
 }
 
-// Two numbers, as large as there is room for, the first `rate` times the second.
+// The rate as a fraction, to rescale times with: `from` is `rate` times `to`. Both are as large as
+// 32 bits allow before the fraction is reduced, so that it is exact to many digits. 1/1 for rate 0.
 struct Ratio {
   std::int32_t from = 1, to = 1;
 };
@@ -46,12 +50,14 @@ Ratio RatioOf(double rate) {
   return {ratio.from / common, ratio.to / common};
 }
 
-// Where the samples shown at one rate went.
+// The samples that are shown at one rate, at their new place and with their new durations.
 class Moved {
  public:
-  // Appends to `samples` what the edits of `track` that have this rate show, at that speed.
+  // Appends to `samples` the samples that edits of this rate show, with durations divided by it. A
+  // sample is appended once, however many of these edits show it.
   Moved(const TrackRecord& track, double rate, SampleTable& samples) : ratio_(RatioOf(rate)) {
     const SampleTable& source = track.media->samples;
+    // A copy of the track with only the edits of this rate, to ask which samples they need.
     TrackRecord part = track;
     part.edits = {};
     for (const Edit& edit : track.edits.Edits()) {
@@ -63,6 +69,7 @@ class Moved {
     const std::vector<UsedSamples> used = SamplesInUse(part);
     for (std::size_t i = 0; i < used.size(); ++i) {
       const std::uint64_t from = used[i].samples.from;
+      // Neighbours are moved together, so that rounding happens once for all of them.
       while (i + 1 < used.size() && used[i + 1].samples.from == used[i].samples.to) ++i;
       SampleTable stretch;
       stretch.AppendSlice(source, {from, used[i].samples.to}, same);
@@ -72,6 +79,7 @@ class Moved {
     }
   }
 
+  // The new media time of the edit, which has this rate. kNothing if it shows no sample.
   MediaTime Place(const TrackRecord& track, const Edit& edit) const {
     const UsedSamples needs = SamplesFor(track, edit);
     if (needs.samples.IsEmpty()) return Edit::kNothing;
@@ -82,10 +90,10 @@ class Moved {
 
  private:
   struct Start {
-    MediaTime before, now;  // decode times
+    MediaTime before, now;  // old and new decode time of the first sample
   };
   Ratio ratio_;
-  std::map<std::uint64_t, Start> starts_;  // by first sample
+  std::map<std::uint64_t, Start> starts_;  // of each stretch, by its first sample
 };
 
 }  // namespace
@@ -104,7 +112,7 @@ void FoldRates(TrackRecord& track) {
     const double rate = Stated(edit.rate);
     auto there = moved.find(rate);
     if (there == moved.end()) {
-      // What dwells is moved as it is.
+      // A rate is moved once, when its first edit comes. Rate 0 moves samples unchanged.
       there = moved.try_emplace(rate, track, rate, samples).first;
     }
     edits.Append(edit.duration, there->second.Place(track, edit), rate == 0 ? 0.0 : 1.0,

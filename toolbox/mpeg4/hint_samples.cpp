@@ -15,15 +15,15 @@
 namespace toolbox {
 namespace {
 
-// A sample of the output and the place of its bytes.
+// A media sample as the output numbers and times it, and where its bytes are now.
 struct MediaSample {
-  std::uint32_t number = 0;  // in the output, the first being 1
-  const DataReference* from = nullptr;
-  std::uint64_t at = 0, size = 0;  // bytes
-  std::int64_t time = 0, duration = 0, shown = 0;  // media units
+  std::uint32_t number = 0;  // in the output, from 1
+  const DataReference* from = nullptr;  // the file that has the bytes
+  std::uint64_t at = 0, size = 0;  // bytes, from the start of that file
+  std::int64_t time = 0, duration = 0, shown = 0;  // media units; `time` is for decoding
 };
 
-// Calls visit(MediaSample) for each sample of a track of the plan, in order.
+// Calls visit(MediaSample) for each sample of the track at `index` of the plan, in decode order.
 template <class Visit>
 void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
   const TrackPlan& track = plan.tracks[index];
@@ -48,6 +48,10 @@ void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
   });
 }
 
+// Turns media samples into hint samples. Sequence numbers run through all packets of the track.
+//
+// A picture becomes one hint sample, with as many packets as it needs. Sound is gathered in units_
+// until a packet is full, so a hint sample may send many sound samples.
 class HintMaker {
  public:
   HintMaker(const FilePlan& plan, std::size_t track, const Payload& payload,
@@ -67,16 +71,20 @@ class HintMaker {
   }
 
  private:
+  // Converts media units to units of the payload's clock.
   std::int64_t Clock(std::int64_t time) const { return Rescale(time, scale_, payload_.clock); }
   void StartPacket() {
     if (hint_.PacketSizes().size() == HintSample::kMostPackets) throw Refused{invalidSampleTable};
     hint_.StartPacket(payload_.number, sequence_++);
   }
+  // Completes the hint sample and passes it on. Its last packet gets the marker. `start` and `end`
+  // are in media units: rounding both and not the duration keeps the hints in step with the media.
   void Send(std::int64_t start, std::int64_t end) {
     hint_.Mark();
     visit_(hint_, Clock(end) - Clock(start));
   }
 
+  // Packets are sent at decode time, but their RTP time is the time at which the picture is shown.
   void AddPicture(const MediaSample& sample) {
     const std::int64_t offset = Clock(sample.shown) - Clock(sample.time);
     hint_.Clear(static_cast<std::int32_t>(std::clamp<std::int64_t>(offset, INT32_MIN, INT32_MAX)));
@@ -91,7 +99,8 @@ class HintMaker {
     Send(sample.time, sample.time + sample.duration);
   }
 
-  // A packet holds one NAL unit. A unit that does not fit is sent in parts.
+  // Each NAL unit is one packet (RFC 6184 5.6). A unit that does not fit is sent in fragments
+  // (FU-A, 5.8), each with two bytes before it. These replace the first byte of the unit.
   void AddUnits(const MediaSample& sample) {
     std::uint64_t at = 0;
     while (at < sample.size) {
@@ -114,11 +123,14 @@ class HintMaker {
   }
 
   struct Unit {
-    std::uint64_t at = 0, length = 0;  // after the length, within the sample
-    std::uint8_t header = 0;
+    std::uint64_t at = 0, length = 0;  // bytes; `at` is after the length field, in the sample
+    std::uint8_t header = 0;  // the first byte of the unit
   };
+  // Reads the length field at `at` of the sample and the byte after it. Throws Refused:
+  // invalidSampleTable (the unit ends after the sample).
   Unit ReadUnit(const MediaSample& sample, std::uint64_t at) {
     std::array<std::uint8_t, 5> bytes{};
+    // An empty unit at the end of a sample has no byte after its length.
     const std::uint64_t there = std::min<std::uint64_t>(payload_.lengthSize + 1, sample.size - at);
     if (there < payload_.lengthSize) throw Refused{invalidSampleTable};
     if (sample.from != from_) {
@@ -133,6 +145,8 @@ class HintMaker {
     return unit;
   }
 
+  // Adds a unit to the next packet. Sends the packet first if the unit does not fit, has another
+  // duration (RFC 3640 has one for all units of a packet), or would make it too long in time.
   void AddSound(const MediaSample& sample) {
     if (sample.size >= kLargestSoundUnit) throw Refused{invalidSampleTable};
     const bool continues =
@@ -144,6 +158,7 @@ class HintMaker {
     unitBytes_ += sample.size;
   }
 
+  // Sends the gathered units in one hint sample; none if there are no units.
   void SendSound() {
     if (units_.empty()) return;
     std::vector<std::uint64_t> sizes;
@@ -151,7 +166,7 @@ class HintMaker {
     const Bytes header = SoundUnitHeaders(sizes);
     hint_.Clear(0);
     const std::uint64_t room = payload_.room - header.size();
-    // Only a unit that is alone in its packet can be too long for it.
+    // Several units always fit into one packet. A single unit may need several packets.
     for (std::uint64_t at = 0; at == 0 || at < unitBytes_; at += room) {
       StartPacket();
       hint_.AddBytes(header);
@@ -166,6 +181,8 @@ class HintMaker {
     unitBytes_ = 0;
   }
 
+  // Adds `length` bytes of the sample to the packet, by reference. An entry of no bytes is left
+  // out.
   void AddPiece(const MediaSample& sample, std::uint64_t at, std::uint64_t length) {
     if (length != 0) hint_.AddMedia(sample.number, at, static_cast<std::uint32_t>(length));
   }
@@ -176,10 +193,10 @@ class HintMaker {
   const std::int32_t scale_;
   HintSample hint_;
   std::uint16_t sequence_ = 0;
-  std::vector<MediaSample> units_;  // of sound, for the next packet
-  std::uint64_t unitBytes_ = 0;
-  const DataReference* from_ = nullptr;
-  std::unique_ptr<ByteSource> source_;  // what it refers to
+  std::vector<MediaSample> units_;  // sound gathered for the next packet
+  std::uint64_t unitBytes_ = 0;  // size of all of them
+  const DataReference* from_ = nullptr;  // the file that is open
+  std::unique_ptr<ByteSource> source_;  // of from_; kept open from sample to sample
 };
 
 }  // namespace

@@ -15,15 +15,18 @@
 namespace toolbox {
 namespace {
 
-// What the plan and the movie have to know of the samples of a hint track. The samples are made
-// twice: now to be measured, later to be written.
+// The sizes, times and bit rates of the samples of a hint track. The plan needs them before
+// anything is written. The samples themselves would take too much memory, so they are made twice:
+// first to be measured, later to be written.
 struct HintFacts {
   SampleRows rows;
   std::uint64_t size = 0;  // bytes of all samples
   std::uint64_t packets = 0, packetBytes = 0, bitRate = 0, highestBitRate = 0;
-  std::uint32_t largestPacket = 0;
+  std::uint32_t largestPacket = 0;  // bytes
 };
 
+// Makes all hint samples once, and keeps only their facts. Throws Refused like MakeHintSamples, and
+// invalidDuration (a sample lasts too long for a file).
 HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payload) {
   HintFacts facts;
   std::vector<std::pair<std::uint32_t, std::int64_t>> times;
@@ -38,6 +41,7 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
     facts.rows.sizes.Add(sample.Content().size());
     facts.size += sample.Content().size();
     durations.Add(1, duration);
+    // The highest bit rate is that of the fullest second, counted in whole seconds from the start.
     if (time / payload.clock != second) inSecond = 0;
     second = time / payload.clock;
     time += duration;
@@ -61,6 +65,7 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
   return facts;
 }
 
+// 'hmhd'. Bit rates that do not fit into its 32 bits are limited to the largest value.
 Sibling HintHeaderAtom(const HintFacts& facts) {
   const auto narrow = [](std::uint64_t value) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(value, UINT32_MAX));
@@ -75,7 +80,8 @@ Sibling HintHeaderAtom(const HintFacts& facts) {
 
 Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-// Chunks of up to 1 MiB, which a reader can still take in at once.
+// Groups the samples into chunks of up to 1 MiB, so that a reader can read a chunk at once. The
+// first chunk is at `destination` of the media data.
 PackedChunks ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   constexpr std::uint64_t kLargest = 1 << 20;
   PackedChunks chunks;
@@ -91,7 +97,8 @@ PackedChunks ChunksOf(const SampleRows& rows, std::uint64_t destination) {
   return chunks;
 }
 
-// When each hint sample sends one media sample, both have the same sync samples.
+// Copies the sync samples of the media if there is one hint sample for each media sample. Otherwise
+// the numbers would not match, and the hint track gets no sync table.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
   if (!HasSyncTable(media) || media.Count() != rows.count) return;
   rows.sync.emplace();
@@ -100,14 +107,17 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
   });
 }
 
-// Adds a hint track for the track at `index` and returns its bit rate.
+// Adds a hint track for the track at `index` and returns its bit rate. Throws Refused if it cannot
+// be made; the plan does not change then.
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
-  // Ten hours have some millions of samples. More are refused, because each is made twice.
+  // Ten hours of sound have a few million samples. A file that claims many more is refused: the
+  // hint samples are made twice, so it would take too long.
   constexpr std::uint64_t kMostSamples = 1 << 25;
   TrackRecord& hinted = *plan.movie->tracks[index];
   if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
   DescribedPayload described = DescribePayload(*hinted.media);
   Payload& payload = described.payload;
+  // Each track of a session needs a payload type of its own.
   payload.number = static_cast<std::uint8_t>(payload.number + index);
   const std::uint32_t packetSize = std::min<std::uint32_t>(settings.packetSize, UINT16_MAX);
   if (packetSize < kRtpHeader + Payload::kLeastRoom) throw Refused{featureUnsupported};
@@ -117,10 +127,13 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   HintFacts facts = Measure(plan, index, payload);
   TakeSync(hinted.media->samples, facts.rows);
 
+  // From here on nothing throws Refused, so a refused track leaves no traces in the plan.
   TrackRecord& track = plan.movie->AddTrack();
   track.header.flags = 0;
   track.header.created = hinted.header.created;
   track.Refer(FourCC{"hint"}, hinted);
+  // The hints are shown at the same movie times as the media, but count media time by the RTP
+  // clock.
   track.edits = hinted.edits;
   track.edits.MapMedia([&](MediaTime time) {
     return MediaTime{Rescale(time.units, hinted.media->header.scale, payload.clock)};
@@ -140,6 +153,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
   media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
 
+  // The function has its own copy of the payload, because it runs when the file is written.
   plan.made.push_back(
       {facts.size, [index, payload](const FilePlan& made, const auto& append) {
          MakeHintSamples(made, index, payload,
@@ -158,6 +172,7 @@ void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings) {
     try {
       bitRate += AddHintTrack(plan, i, settings);
     } catch (const Refused&) {
+      // The file plays without hints, and the other tracks may still get theirs.
       continue;
     }
   }

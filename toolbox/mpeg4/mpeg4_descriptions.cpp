@@ -14,13 +14,16 @@ namespace {
 
 constexpr FourCC kAvc{"avc1"}, kVisual{"mp4v"}, kAudio{"mp4a"};
 
+// The value of `part`. Throws Refused: invalidSampleDescription (there is none).
 template <class T>
 T Required(std::optional<T> part) {
   if (!part) throw Refused{invalidSampleDescription};
   return *std::move(part);
 }
 
-// The atoms that ISO/IEC 14496-12 12.1.3 and 14496-15 know, in the order they had.
+// The atoms of a picture entry that ISO/IEC 14496-12 12.1.3 and 14496-15 define, in their old
+// order. Only the first decoder configuration is kept. Throws Refused: invalidSampleDescription (it
+// is missing or cannot be read).
 Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   static constexpr FourCC kKept[] = {{"pasp"}, {"btrt"}, {"clap"}};
   const FourCC configType = entry.format == kAvc ? FourCC{"avcC"} : FourCC{"esds"};
@@ -34,6 +37,7 @@ Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
       if (entry.format == kVisual) {
         keep(EncodeElementaryStream(Required(StreamIn(description)), LengthBytes::kFour));
       } else {
+        // An 'avcC' is copied unchanged, but it must be readable.
         Required(AvcConfigIn(description));
         keep(atom.whole);
       }
@@ -47,6 +51,7 @@ Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   return kept;
 }
 
+// The fields that are not set have the values that ISO requires.
 Bytes PictureDescription(ByteSpan description) {
   const PictureEntry stated = Required(ReadPictureEntry(description));
   PictureEntry iso;
@@ -60,6 +65,8 @@ Bytes PictureDescription(ByteSpan description) {
   return Encode(iso);
 }
 
+// Builds an entry of version 0, whatever version QuickTime uses. `scale` is the sample rate in Hz,
+// unless an entry of version 2 states the rate.
 Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
   const SoundEntry stated = Required(ReadSoundEntry(description));
   const ElementaryStream stream = Required(StreamIn(description));
@@ -71,6 +78,8 @@ Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
     channels = wide->channels;
   }
   const auto config = ReadAudioConfig(stream.Specific());
+  // The decoder configuration is more reliable than the entry. 0 channels there means that the
+  // count is in the stream.
   if (stream.objectType == ElementaryStream::kAudio && config && config->channels != 0) {
     channels = config->channels;
   }
@@ -81,7 +90,8 @@ Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
   iso.reserved = stated.reserved;
   iso.dataReference = stated.dataReference;
   iso.channels = static_cast<std::uint16_t>(channels);
-  // A rate of 65,536 Hz or more does not fit into 16.16; the stream alone states it.
+  // A rate of 65,536 Hz or more does not fit into 16.16. The entry has 0 then, and a decoder finds
+  // the rate in the stream.
   const bool fits = rate >= 0 && rate < 65536;
   iso.rate = fits ? static_cast<std::uint32_t>(std::floor(rate * 65536)) : 0U;
   iso.rest = EncodeElementaryStream(stream, LengthBytes::kFour);

@@ -19,12 +19,13 @@ std::string Hex(ByteSpan bytes) {
   return text;
 }
 
-// RFC 4648 4.
+// Base64 with padding, RFC 4648 4.
 std::string Base64(Bytes bytes) {
   namespace iterators = boost::archive::iterators;
   using Digits =
       iterators::base64_from_binary<iterators::transform_width<Bytes::const_iterator, 6, 8>>;
-  // The iterators take whole groups of three bytes.
+  // The iterators read whole groups of three bytes, so zeros are added. The digits that come from
+  // these zeros alone become '='.
   const std::size_t padding = (3 - bytes.size() % 3) % 3;
   bytes.resize(bytes.size() + padding);
   std::string text(Digits(bytes.cbegin()), Digits(bytes.cend()));
@@ -32,6 +33,7 @@ std::string Base64(Bytes bytes) {
   return text;
 }
 
+// RFC 6184 8.1. Packetization mode 1 allows the fragments that MakeHintSamples makes.
 DescribedPayload DescribeAvc(const AvcConfig& config) {
   DescribedPayload described;
   described.payload.kind = Payload::Kind::kAvc;
@@ -44,6 +46,7 @@ DescribedPayload DescribeAvc(const AvcConfig& config) {
   return described;
 }
 
+// RFC 6416 7.1. The profile is left out if the configuration does not state it.
 DescribedPayload DescribeVisual(const ElementaryStream& stream) {
   const ByteSpan specific = stream.Specific();
   DescribedPayload described;
@@ -55,6 +58,8 @@ DescribedPayload DescribeVisual(const ElementaryStream& stream) {
   return described;
 }
 
+// RFC 3640 4.1. The three lengths at the end are the bits of the unit headers in mode AAC-hbr, and
+// the RTP clock is the sample rate.
 DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t channels,
                                std::int32_t scale) {
   const ByteSpan specific = stream.Specific();
@@ -71,16 +76,19 @@ DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t cha
   return described;
 }
 
+// The bandwidth line. RFC 4566 5.8 counts in kilobits a second; a part of one is rounded up.
 std::string Bandwidth(std::uint64_t bitRate) {
   return "b=AS:" + std::to_string((bitRate + 999) / 1000) + "\r\n";
 }
 
+// The value of `part`. Throws Refused: invalidSampleDescription (there is none).
 template <class T>
 T Required(std::optional<T> part) {
   if (!part) throw Refused{invalidSampleDescription};
   return *std::move(part);
 }
 
+// Describes the samples of one description of the media.
 DescribedPayload Describe(const MediaRecord& media, const SampleDescription& described) {
   const ByteSpan description = described.bytes;
   if (described.Format() == FourCC{"avc1"}) return DescribeAvc(Required(AvcConfigIn(description)));
@@ -89,7 +97,7 @@ DescribedPayload Describe(const MediaRecord& media, const SampleDescription& des
     return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels,
                          media.header.scale);
   }
-  // Pictures and sound of other codings have other payloads.
+  // Other codings have RTP payloads of their own, which we do not make.
   if (media.Type() == FourCC{"vide"} && stream.objectType == ElementaryStream::kVisual) {
     return DescribeVisual(stream);
   }
@@ -119,6 +127,7 @@ std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, s
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate) {
   const std::int64_t length =
       Rescale(movie.Duration().units, movie.header.scale, 1000, Rounding::kUp);
+  // The added 1000 keeps the zeros at the front.
   const std::string thousandths = std::to_string(1000 + length % 1000).substr(1);
   return Bandwidth(bitRate) + "a=range:npt=0-" + std::to_string(length / 1000) + "." + thousandths +
          "\r\n";

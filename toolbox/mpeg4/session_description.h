@@ -1,4 +1,5 @@
-// Session descriptions, which a streaming server sends to its clients, RFC 4566.
+// Makes session descriptions (SDP, RFC 4566), which a streaming server sends to its clients before
+// it sends media. Their lines end with CR and LF.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,7 @@
 
 namespace toolbox {
 
-// How the samples of a description go into packets, and the text that says so.
+// How the samples of a media are split into packets, and how a session description names that.
 struct DescribedPayload {
   Payload payload;
   std::string encoding;  // "H264/90000"
@@ -16,15 +17,19 @@ struct DescribedPayload {
   friend bool operator==(const DescribedPayload&, const DescribedPayload&) = default;
 };
 
-// For a media with descriptions made by Mpeg4Description. Throws Refused (invalidSampleDescription)
-// when they have no payload or more than one; a session description has room for one.
+// Returns the payload of the media, with its defaults for `number`, `room` and `longest`. The
+// descriptions of the media come from Mpeg4Description, and there is at least one. Throws Refused:
+// invalidSampleDescription (the coding has no payload here, or the descriptions need different
+// ones: a session description can state only one for each track).
 DescribedPayload DescribePayload(const MediaRecord& media);
 
-// The lines for a track. `id` is that of its hint track; `bitRate` is in bits a second.
+// The lines for a track. `id` is the id of its hint track, `bitRate` that of the packets in bits a
+// second.
 std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, std::uint32_t id,
                           std::uint64_t bitRate);
 
-// The lines for the whole movie.
+// The lines for the whole movie: bandwidth and length. `bitRate` is the sum for all tracks, in bits
+// a second.
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate);
 
 }  // namespace toolbox

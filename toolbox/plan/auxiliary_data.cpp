@@ -12,6 +12,7 @@
 namespace toolbox {
 namespace {
 
+// The 'saiz' of that kind. Nothing if there is none or if it is incomplete.
 std::optional<AuxiliarySizes> FindSizes(const Siblings& tables, const AuxiliaryKind& kind) {
   for (const Sibling& table : tables) {
     const auto content = ContentOf(table, AuxiliarySizes::kType);
@@ -23,7 +24,8 @@ std::optional<AuxiliarySizes> FindSizes(const Siblings& tables, const AuxiliaryK
   return std::nullopt;
 }
 
-// Nothing if the tables contradict one another. `content` is that of a 'saio'.
+// The ranges of the file that a 'saio' with that content points to: one for each chunk, or one for
+// all samples. Nothing if the tables contradict each other.
 std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const SampleTable& samples,
                                                ByteSpan content) try {
   const SampleRows& rows = *samples.WholeRows();
@@ -35,7 +37,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
   std::size_t chunk = 0;
   ForEachPiece(samples, {0, rows.Located()}, [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
-    // With a single offset all of the data is in one range.
+    // A single offset is for the data of all samples.
     if (offsets.size() == 1 && !isFirst) return;
     const std::uint64_t end = offsets.size() == 1 ? rows.count : piece.sample + piece.count;
     if (chunk < offsets.size()) {

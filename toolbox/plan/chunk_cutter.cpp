@@ -23,9 +23,11 @@ void ChunkCutter::Add(SamplePiece piece) {
     if (isOpen_ && chunks_.back().description != description) Close();
     std::uint32_t taken = Fitting(piece);
     if (taken == 0 && isOpen_) {
+      // The open chunk is full. Try again with a new one.
       Close();
       continue;
     }
+    // Even a new chunk is too small: the chunk is one packet.
     if (taken == 0) taken = std::min(piece.count, PacketLength(media_.samples, piece.sample));
     Take(piece, taken, description);
   }
@@ -43,12 +45,14 @@ std::uint32_t ChunkCutter::Fitting(const SamplePiece& piece) {
     fitting = static_cast<std::uint32_t>(media_.samples.SampleAt(end) - piece.sample);
   }
   if (piece.size > bytes) fitting = FittingBytes(piece, fitting, bytes);
+  // A cut inside the piece must be between two packets.
   if (fitting == piece.count) return fitting;
   return fitting - fitting % PacketLength(media_.samples, piece.sample);
 }
 
 std::uint32_t ChunkCutter::FittingBytes(const SamplePiece& piece, std::uint32_t most,
                                         std::uint64_t bytes) {
+  // Binary search: the size grows with the number of samples.
   std::uint32_t low = 0, high = most;
   while (low < high) {
     const std::uint32_t middle = high - (high - low) / 2;

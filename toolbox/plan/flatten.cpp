@@ -9,6 +9,7 @@
 namespace toolbox {
 namespace {
 
+// Whether the edits need every sample of the track.
 bool UsesAllSamples(const TrackRecord& track) {
   if (!track.media) return true;
   std::uint64_t count = 0;
@@ -16,7 +17,8 @@ bool UsesAllSamples(const TrackRecord& track) {
   return count == track.media->samples.Count();
 }
 
-// Whether a hint track would number samples as they are no longer numbered.
+// Whether the track is a hint track that would be wrong in the output. Its packets refer to samples
+// by number, and the numbers change if samples or whole tracks are left out.
 bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
   if (!track.media || track.media->Type() != FourCC{"hint"}) return false;
   if (!UsesAllSamples(track)) return true;
@@ -33,10 +35,12 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
   Planner planner(movie, plan);
   planner.DropSystems();
+  // From the end, because Drop changes the indexes of the tracks after it.
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *plan.tracks[i].source;
     const bool isBroken = IsBrokenHint(track, options.onlyEnabled);
     if (isBroken || (options.onlyEnabled && !track.IsEnabled())) planner.Drop(i);
+    // The hint information of the movie ('hnti') belongs to the hint tracks.
     if (isBroken)
       std::erase_if(plan.movie->userData.items,
                     [](const UserDataItem& item) { return item.type == FourCC{"hnti"}; });
@@ -46,6 +50,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
     if (plan.tracks[i].source->media) withMedia.push_back(i);
   }
   for (const std::size_t i : withMedia) planner.Prepare(i);
+  // Copy the files as they are, if possible. Otherwise cut and interleave the samples.
   if (!planner.KeepPlaces(options.mostChunksKept)) {
     for (const std::size_t i : withMedia) planner.Cut(i);
     planner.Arrange(options.interleave);

@@ -1,4 +1,4 @@
-// The plan of a self-contained file.
+// Plans a self-contained file, which has all its media data.
 #pragma once
 
 #include <cstdint>
@@ -9,17 +9,17 @@ namespace toolbox {
 
 struct FlattenOptions {
   bool onlyEnabled = false;  // leave disabled tracks out
-  bool interleave = true;  // else one track after the other
-  // Files that are interleaved already, and in use from end to end, are copied as they are if they
-  // have no more chunks than this. The kernel then copies them as a whole, but the header has all
-  // the chunks of the source.
+  bool interleave = true;  // otherwise one track after the other
+  // Samples are copied in the order of their files if those are interleaved already, are used
+  // without a gap, and have at most this many chunks. That is fast, because the kernel copies large
+  // blocks, but the header then has all the chunks of the source. 0: never.
   std::uint64_t mostChunksKept = 0;
 };
 
-// Copies every sample that is shown, and what is needed to decode it. The movie must outlive the
-// plan. Throws Refused: couldNotResolveDataRef (media that is not there), eofErr (a file that is
-// shorter than its movie says), invalidSampleTable (samples without a place), featureUnsupported (a
-// part of encrypted samples), and what opening a file throws.
+// Plans to copy every sample that is shown and every sample needed to decode those. The movie must
+// outlive the plan. Throws Refused: couldNotResolveDataRef (a media file is missing), eofErr (a
+// file is shorter than its sample table says), invalidSampleTable (a sample is in no chunk),
+// featureUnsupported (only a part of encrypted samples is used), and what opening a file throws.
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options);
 
 }  // namespace toolbox

@@ -22,9 +22,10 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
                      std::span<const std::uint64_t> ends) {
   const TrackRecord& source = *plan_.tracks[track].source;
   const MediaRecord& media = *source.media;
-  if (part.samples.Count() > UINT32_MAX) return false;
+  if (part.samples.Count() > UINT32_MAX) return false;  // a KeptStretch counts in 32 bits
   bool isInOrder = true;
-  // Not in the extent, so that the loop over millions of pieces works on registers.
+  // Local variables instead of members of the extent: the loop over millions of pieces is faster
+  // when they are in registers.
   std::uint64_t filled = 0, end = 0, pieces = 0;
   std::uint32_t samples = 0;
   const auto close = [&] {
@@ -66,6 +67,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
 }
 
 std::vector<KeptPlaces::Block> KeptPlaces::MakeBlocks() {
+  // Extents of one file that touch or overlap become one block.
   std::vector<Extent*> sorted;
   for (Extent& extent : extents_) sorted.push_back(&extent);
   std::ranges::sort(sorted, {},
@@ -109,14 +111,14 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
 }
 
 bool KeptPlaces::IsInterleaved() const {
-  // What is shown at one time has to be before everything that is shown two seconds later. In a
-  // long movie only some times are checked.
+  // Everything shown at one time must be before everything shown two seconds later. A long movie is
+  // checked only at some times.
   constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
   const MovieTime apart{kSeconds * plan_.movie->header.scale};
   const MovieTime length = plan_.movie->Duration();
   const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
   std::uint64_t farthest = 0;
-  // Whether everything that is shown at that time is after what was looked at before.
+  // Whether everything shown at `time` is after all places that were checked before.
   const auto isAfter = [&](MovieTime time) {
     std::uint64_t next = farthest;
     for (const TrackPlan& track : plan_.tracks) {
@@ -140,6 +142,7 @@ bool KeptPlaces::IsInterleaved() const {
 
 bool KeptPlaces::Take() {
   std::vector<Block> blocks = MakeBlocks();
+  // A gap would copy unused bytes. Overlapping extents fill a block more than once.
   const auto isFull = [](const Block& block) { return block.filled == block.range.length; };
   if (!std::ranges::all_of(blocks, isFull)) return false;
   std::ranges::stable_sort(blocks, {}, &Block::shown);
@@ -157,6 +160,7 @@ bool KeptPlaces::Take() {
     if (std::holds_alternative<StaysInPlace>(places)) places = KeptStretches{};
     std::get<KeptStretches>(places).push_back(extent.stretch);
   }
+  // PlaceAt needs the stretches in the plan, so this check comes last.
   if (!IsInterleaved()) {
     for (TrackPlan& track : plan_.tracks) track.places = StaysInPlace{};
     return false;

@@ -1,4 +1,4 @@
-// Samples that are copied in the order of their files, where those are interleaved already.
+// Plans to copy samples in the order of their files, if these are interleaved already.
 #pragma once
 
 #include <cstdint>
@@ -11,32 +11,38 @@
 
 namespace toolbox {
 
-// Collects where the samples of all tracks of a plan are. When they fill blocks of their files
-// without a gap, and pictures and sound of one time are near one another, the media data of the
-// output is made of those blocks.
+// Collects the places of the samples of all tracks of a plan. If the samples fill blocks of their
+// files without a gap, and pictures and sound of the same time are close together, the output gets
+// these blocks as its media data:
+//
+//   source file   | header | v a v a v a v a | header | ...
+//                          [---- block ------]           one extent per track, here v and a
+//   media data    | v a v a v a v a | next block | ...
 class KeptPlaces {
  public:
   explicit KeptPlaces(FilePlan& plan) : plan_(plan) {}
 
-  // Adds a stretch of samples of a track (an index); `ends` has the sizes of their files, by
-  // description. False when they are not in their order there. Throws Refused (eofErr).
+  // Adds samples of the track with index `track`. `ends` has the size of the source file in bytes
+  // for each description. Returns false if the samples are not in order in their files; the places
+  // can then not be kept. Throws Refused (eofErr) if a sample is beyond the end of its file.
   bool Add(std::size_t track, const UsedSamples& part, std::span<const std::uint64_t> ends);
-  // Chunks of the files so far.
+  // The number of chunks that the samples so far have in their files.
   std::uint64_t Chunks() const { return chunks_; }
-  // Puts blocks and stretches into the plan; false, and the plan stays as it was, when the samples
-  // leave gaps or are not interleaved.
+  // Puts blocks and stretches into the plan. Returns false, and plans nothing, if there are gaps
+  // between the samples or if they are not interleaved.
   bool Take();
 
  private:
-  // The part of a stretch that is in one file.
+  // Added samples of one track that are in one file.
   struct Extent {
-    std::string file;
+    std::string file;  // its path
     const DataReference* from = nullptr;
     std::size_t track = 0;
     MovieTime shown;
     std::uint64_t begin = 0, end = 0, filled = 0;  // bytes
     KeptStretch stretch;
   };
+  // Bytes of a file that are copied as a whole, from the first to the last of some extents.
   struct Block {
     CopyRange range;
     MovieTime shown;
@@ -44,11 +50,13 @@ class KeptPlaces {
     std::vector<Extent*> extents;
   };
 
+  // The path of a file that can be copied from; empty for anything else.
   std::string FileOf(const DataReference& reference) const;
   std::vector<Block> MakeBlocks();
+  // Whether the stretches in the plan are interleaved well enough to play.
   bool IsInterleaved() const;
-  // Where in the media data the sample is that a track shows at that time; nothing when it shows
-  // none.
+  // The place in the media data, in bytes, of the sample that a track shows at `time`. Nothing if
+  // it shows none.
   std::optional<std::uint64_t> PlaceAt(const TrackPlan& track, MovieTime time) const;
 
   FilePlan& plan_;

@@ -9,11 +9,12 @@
 namespace toolbox {
 namespace {
 
+// The head of the 'mdat'.
 Bytes HeadOf(const FilePlan& plan) {
   return MediaDataHead(plan.dataSize, plan.kind == FileKind::kMpeg4);
 }
 
-// Puts steps one after the other.
+// Collects steps; each starts where the one before ends.
 class NewFile {
  public:
   std::uint64_t Position() const { return at_; }
@@ -31,7 +32,7 @@ class NewFile {
     steps_.push_back(WritePart{at_, size, kMovieHeader, dataStart});
     at_ += size;
   }
-  // Makes room for all of the file so far before anything is written.
+  // Inserts a first step that reserves room for the file so far.
   void ReserveFirst() { steps_.insert(steps_.begin(), Reserve{at_}); }
   void AddMedia(const FilePlan& plan) { at_ = AddMediaData(plan, at_, steps_); }
   std::vector<Stage> Take() { return {{std::move(steps_), {}}}; }
@@ -41,9 +42,9 @@ class NewFile {
   std::uint64_t at_ = 0;
 };
 
-// The size of a header at byte `start` with the media data directly after it. Chunk offsets move
-// with the size of the header, and the header is larger when they need 64 bits: the size settles in
-// a round or two.
+// The size of a movie header at byte `start` if the media data is directly after it. The size of
+// the header changes the chunk offsets, and offsets that need 64 bits make the header larger. So
+// this repeats until the size no longer changes, which takes a round or two.
 std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
   std::uint64_t size = header.SizeAt(start + dataHead);
   for (std::uint64_t before = 0; before != size;) {
@@ -53,9 +54,9 @@ std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint6
   return size;
 }
 
-// The same, compressed. Its size is known only afterwards, and other offsets compress to another
-// size. So the next round gets the size of the last one and a little more as its room, and what is
-// left of that is padding.
+// The compressed movie header for the same place. Its size is known only after compressing it, and
+// other chunk offsets compress to another size. So each round reserves the size of the last result
+// and a little more. The unused rest becomes a 'free' atom, which needs at least 8 bytes.
 Bytes CompressInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
   Bytes movie = header.Compress(start + SizeInFront(header, start, dataHead) + dataHead);
   std::uint64_t room = 0;
@@ -71,7 +72,7 @@ Bytes CompressInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t 
   return movie;
 }
 
-// Calls visit(item, extent) for every extent that is in the file.
+// Calls visit(item, extent) for every extent of an item that is in the file.
 void ForEachExtent(ItemLocations& locations, auto&& visit) {
   for (ItemLocations::Item& item : locations.items) {
     if (!item.IsInFile()) continue;
@@ -79,15 +80,15 @@ void ForEachExtent(ItemLocations& locations, auto&& visit) {
   }
 }
 
-// Copies the items that `locations` finds in `source` into an 'mdat' of their own, each stretch
-// once, and makes it find them there.
+// Copies the items in `locations` from `source` into an 'mdat' of their own and changes `locations`
+// to the new places. Bytes that several items share are copied once.
 void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file) {
   using Range = std::pair<std::uint64_t, std::uint64_t>;  // offset and length
-  std::map<Range, std::uint64_t> places;  // in the 'mdat'
+  std::map<Range, std::uint64_t> places;  // from the start of the content of the 'mdat'
   std::vector<Range> inOrder;
   std::uint64_t size = 0;
   ForEachExtent(locations, [&](const auto& item, const auto& extent) {
-    // Length 0 means all of the file.
+    // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), which the new file does not have.
     if (extent.length == 0) throw Refused{featureUnsupported};
     if (item.base > source.Size() || extent.offset > source.Size() - item.base ||
         extent.length > source.Size() - item.base - extent.offset) {
@@ -109,6 +110,7 @@ void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file)
   }
 }
 
+// Copies the other atoms of the file. An atom with items is written anew, after their data.
 void AddAtoms(std::vector<AtomToCopy> atoms, const ByteSource* source, NewFile& file) {
   for (AtomToCopy& atom : atoms) {
     if (atom.items) {
@@ -120,6 +122,7 @@ void AddAtoms(std::vector<AtomToCopy> atoms, const ByteSource* source, NewFile& 
   }
 }
 
+// Adds the movie header for media data that starts at byte `dataStart`.
 void AddHeader(bool compress, PlannedHeader& header, std::uint64_t dataStart, NewFile& file) {
   if (compress) {
     file.Write(header.Compress(dataStart));
@@ -128,9 +131,9 @@ void AddHeader(bool compress, PlannedHeader& header, std::uint64_t dataStart, Ne
   }
 }
 
-// Adds header and media data to a file that has its type already.
+// Adds movie header and media data, in the order that `layout` asks for.
 void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, NewFile& file) {
-  // Nothing depends on the start of media data that is not there.
+  // Without media data, its start does not matter.
   if (plan.dataSize == 0) return AddHeader(layout.compress, header, 0, file);
   const std::uint64_t start = file.Position(), dataHead = HeadOf(plan).size();
   if (!layout.movieFirst) {

@@ -1,4 +1,4 @@
-// What an output file will have and where, before a byte of it is written.
+// The plan of an output file: its contents and their places, before anything is written.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@
 
 namespace toolbox {
 
-// The samples of a track stay in the files that they are in.
+// The samples of a track are not copied. They stay in their files.
 struct StaysInPlace {};
 
-// Consecutive samples of the output, one directly after the other.
+// A chunk of the output: consecutive samples without a gap.
 struct PackedChunk {
   std::uint64_t sample = 0;  // the first, as the source's table counts
   std::uint32_t count = 0;  // of samples
@@ -27,32 +27,33 @@ struct PackedChunk {
 };
 using PackedChunks = std::vector<PackedChunk>;
 
-// Consecutive samples that are copied as they are in their file, among the samples of other tracks.
-// The output has all the chunks that they have in the source.
+// Consecutive samples that keep their order and distances in the file, so samples of other tracks
+// can be between them. The output has the same chunks as the source.
 struct KeptStretch {
   std::uint64_t sample = 0;  // the first, as the source's table counts
   std::uint32_t count = 0;  // of samples
   std::uint64_t size = 0;  // bytes from the first sample to the end of the last
   std::uint64_t destination = 0;  // bytes from the start of the media data
-  std::uint64_t source = 0;  // where the first sample is in its file
+  std::uint64_t source = 0;  // byte in the source file where the first sample starts
 };
 using KeptStretches = std::vector<KeptStretch>;
 
-// What becomes of the samples of a track, in their order.
+// The places of the samples of a track in the output, in the order of the samples.
 using SamplePlaces = std::variant<StaysInPlace, PackedChunks, KeptStretches>;
 
-// The destination of the data that one 'saio' points to.
+// The place in the output of the auxiliary information that one 'saio' points to.
 struct AuxiliaryPlace {
   std::size_t table = 0;  // the 'saio', as an index into the other tables of the source's rows
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
+// The plan of one track. It owns no samples; `source` must outlive it.
 struct TrackPlan {
-  const TrackRecord* source = nullptr;  // whose samples these are
+  const TrackRecord* source = nullptr;  // the track that has the samples
   SamplePlaces places = StaysInPlace{};
-  // By the source's index of a description: that in the output.
+  // The index of a description in the output, for each index in the source.
   std::vector<std::uint32_t> descriptions;
-  // What lies beside the samples and is copied with them; nothing: it stays where it is.
+  // The auxiliary information that is copied with the samples. Nothing: it stays in its file.
   std::optional<std::vector<AuxiliaryPlace>> auxiliary;
 
   // Calls visit(first sample, count), as the source's table counts, for the samples that are
@@ -67,59 +68,65 @@ struct TrackPlan {
   }
 };
 
-// A packed chunk of the plan.
+// Names one packed chunk of the plan.
 struct ChunkReference {
   std::uint32_t track = 0, chunk = 0;  // indexes
 };
 
-// Where a stretch of the output's media data comes from.
+// Bytes of a source that are copied into the media data of the output.
 struct CopyRange {
   const DataReference* from = nullptr;
   std::uint64_t at = 0, length = 0;  // bytes
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
-// From byte `from` of the movie's own file on, everything moves by `by` bytes.
+// Everything from byte `from` of the movie's own file on, up to the next shift, moves by `by`
+// bytes.
 struct OffsetShift {
   std::uint64_t from = 0;
   std::int64_t by = 0;
   friend bool operator==(const OffsetShift&, const OffsetShift&) = default;
 };
 
+// The format of the output file.
 enum class FileKind {
   kQuickTime,
-  kUnchanged,  // whatever the file is
+  kUnchanged,  // the file is updated and keeps its format
   kMpeg4,  // ISO/IEC 14496-14
 };
 
 struct FilePlan;
 
-// Media data that no file has: made while it is written, and never in memory as a whole.
+// Media data that is in no file. It is made while it is written and is never in memory as a whole.
 struct MadeData {
   std::uint64_t size = 0;  // bytes
-  // Hands all of them to `append`, piece by piece.
+  // Passes all bytes in order to `append`, piece by piece. Throws Refused.
   std::function<void(const FilePlan& plan, const std::function<void(ByteSpan)>& append)> make;
 };
 
-// The source movie must outlive its plan.
+// The plan of a whole file. The source movie must outlive it. The media data has four parts, and
+// all destinations count from its start:
+//
+//   | blocks | packed chunks | auxiliary | made |
+//   0                                           dataSize
 struct FilePlan {
-  std::unique_ptr<MovieRecord> movie;  // as the output will state it
-  std::unique_ptr<const MovieRecord> ownSource;  // the source movie, when nobody else keeps it
-  std::optional<OtherFile> ownFile;  // what ThisFile means in a range
+  std::unique_ptr<MovieRecord> movie;  // the movie header of the output
+  std::unique_ptr<const MovieRecord> ownSource;  // owns the source movie if nobody else does
+  std::optional<OtherFile> ownFile;  // the file that ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
-  // The media data, front to back:
+  // The media data, in this order:
   std::vector<CopyRange> blocks;  // the files, or parts of them, that have kept stretches
   std::vector<ChunkReference> order;  // packed chunks
-  std::vector<CopyRange> auxiliary;  // what lies beside the samples
+  std::vector<CopyRange> auxiliary;  // auxiliary information of samples
   std::vector<MadeData> made;
   std::uint64_t dataSize = 0;  // bytes of all of them
 
-  // How far parts of the movie's own file move, for samples that stay in it; sorted by `from`.
+  // The moves of parts of the movie's own file, for samples that stay in it. Sorted by `from`.
   std::vector<OffsetShift> shifts;
   FileKind kind = FileKind::kQuickTime;
 
-  // Calls visit(CopyRange) for the media data that is copied, front to back. Ranges that continue
-  // one another come as one.
+  // Calls visit(CopyRange) for all media data that is copied, in order of destination. Packed
+  // samples that are adjacent in source and output come as one range.
   template <class Visit>
   void ForEachRange(Visit&& visit) const;
 };

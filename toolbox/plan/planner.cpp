@@ -16,10 +16,10 @@
 namespace toolbox {
 namespace {
 
-// Sound comes before the pictures it belongs to, everything else after them.
+// The order of chunks that are shown at the same time: sound, then pictures, then everything else.
 int Rank(FourCC type) { return type == FourCC{"soun"} ? 0 : type == FourCC{"vide"} ? 1 : 2; }
 
-// These samples of a media, with the descriptions that they have there.
+// The samples of `parts` as one table, with the indexes of descriptions that they have in `media`.
 SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> parts) {
   std::vector<std::uint32_t> same(media.descriptions.size());
   std::iota(same.begin(), same.end(), 0U);
@@ -80,11 +80,11 @@ void Planner::MergeDescriptions(std::size_t index) {
   map.assign(isUsed.size(), 0);
   prepared.ends.assign(isUsed.size(), 0);
   for (std::uint32_t i = 0; i < isUsed.size(); ++i) {
-    // A media without samples keeps its descriptions.
+    // A media without used samples keeps all its descriptions.
     if (!isUsed[i] && !prepared.used.empty()) continue;
     if (isUsed[i]) prepared.ends[i] = sizes_.Of(source.ReferenceOf(i));
     SampleDescription description = source.descriptions[i];
-    description.dataReference = 0;
+    description.dataReference = 0;  // the output has one data reference: its own file
     map[i] = media.FindOrAdd(description);
   }
 }
@@ -100,7 +100,8 @@ void Planner::Prepare(std::size_t index) {
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
 
-  // The samples in use move together; `moved` has how far each stretch moved.
+  // The used samples move together. `moved` has the change of media time of each part, by the first
+  // sample of the part.
   if (source.samples.Count() != 0) output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {
@@ -108,14 +109,14 @@ void Planner::Prepare(std::size_t index) {
         output.media->samples.AppendSlice(source.samples, part.samples, track.descriptions);
     moved[part.samples.from] = now - source.samples.TimeOf(part.samples.from);
   }
-  // The encryption tables of such a track describe all of its samples, not a part.
+  // The encryption tables of a protected track are valid only for all of its samples.
   if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
     throw Refused{featureUnsupported};
   }
   output.edits = {};
   for (const Edit& edit : track.source->edits.Edits()) {
     const UsedSamples needs = SamplesFor(*track.source, edit);
-    MediaTime mediaTime = Edit::kNothing;  // an edit that shows no sample shows nothing
+    MediaTime mediaTime = Edit::kNothing;  // an edit without samples becomes empty
     if (!needs.samples.IsEmpty()) {
       mediaTime = edit.mediaTime + std::prev(moved.upper_bound(needs.samples.from))->second;
     }
@@ -130,6 +131,7 @@ void Planner::Cut(std::size_t index) {
   PackedChunks& chunks = track.places.emplace<PackedChunks>();
   ChunkCutter cutter(source, track.descriptions, chunks);
   for (const UsedSamples& part : prepared_[index].used) {
+    // Samples between two parts are left out, so no chunk has samples of both.
     cutter.Close();
     const std::size_t before = chunks.size();
     ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
@@ -178,6 +180,7 @@ void Planner::AddAuxiliary(std::size_t index) {
   const MediaRecord& source = *track.source->media;
   const std::vector<AuxiliaryData> found =
       FindAuxiliaryData(source, SamplesOf(source, prepared_[index].used));
+  // Without all of this information the samples cannot be decrypted.
   const auto stated = std::ranges::count(kept->otherTables, FourCC{"saio"}, &Sibling::type);
   if (source.IsProtected() && found.size() != static_cast<std::size_t>(stated)) {
     throw Refused{invalidSampleTable};

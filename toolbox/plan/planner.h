@@ -1,4 +1,4 @@
-// The steps from a movie to the plan of its file, which flattening and references share.
+// Makes the plan of a file from a movie. Self-contained files, reference movies and updates use it.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,13 @@
 
 namespace toolbox {
 
-// The sizes of sources, so that no plan reads beyond the end of one.
+// The sizes of source files, so that no plan reads beyond the end of one. Each file is asked once.
 class SourceSizes {
  public:
-  // `ownFile` is what ThisFile means and must outlive this object.
+  // `ownFile` is the file that ThisFile means. It must outlive this object.
   explicit SourceSizes(const std::optional<OtherFile>& ownFile) : ownFile_(ownFile) {}
 
-  // In bytes. Throws Refused: couldNotResolveDataRef.
+  // The size in bytes. Throws Refused: couldNotResolveDataRef.
   std::uint64_t Of(const DataReference& reference);
 
  private:
@@ -27,48 +27,54 @@ class SourceSizes {
   std::map<std::string, std::uint64_t> sizes_;
 };
 
-// Fills a plan, track by track. An index is that of a track in the plan.
+// Fills a plan, track by track. `index` is always the index of a track in the plan. The order of
+// calls is: Drop, Prepare, then either KeepPlaces or Cut and Arrange, then AddAuxiliary.
 class Planner {
  public:
-  // Starts with every track of `movie`, whose samples stay where they are. Both must outlive it.
+  // Starts with a plan in which every track of `movie` stays in place. Both arguments must outlive
+  // the planner.
   Planner(const MovieRecord& movie, FilePlan& plan);
 
-  // Leaves a track out.
+  // Leaves a track out. The indexes of later tracks decrease by one.
   void Drop(std::size_t index);
-  // Leaves out the descriptors and scenes of MPEG-4 systems (ISO/IEC 14496-1). They describe tracks
-  // in a way that holds only in the file they came in, and readers of QuickTime movies fail on
-  // them.
+  // Leaves out the descriptors and scenes of MPEG-4 systems (ISO/IEC 14496-1). Their descriptions
+  // of tracks are valid only in the source file, and readers of QuickTime movies fail on them.
   void DropSystems();
-  // Reduces a track of the output to what the source's shows. Throws Refused: invalidSampleTable
-  // (samples without a place), featureUnsupported (a part of encrypted samples), and what
-  // SourceSizes throws.
+  // Reduces a track of the output to the samples that the source track uses, and adapts its edits.
+  // The track must have a media. Throws Refused: invalidSampleTable (a sample is in no chunk),
+  // featureUnsupported (only a part of encrypted samples is used), and what SourceSizes throws.
   void Prepare(std::size_t index);
-  // Copies the samples of all prepared tracks as they lie in their files; false, and nothing is
-  // planned, where that is impossible or takes more chunks. Throws Refused: eofErr.
+  // Plans to copy the samples of all prepared tracks in the order of their files. Returns false,
+  // and plans nothing, if that is impossible or takes more than `mostChunks` chunks. Throws
+  // Refused: eofErr.
   bool KeepPlaces(std::uint64_t mostChunks);
-  // Copies the samples of a prepared track chunk by chunk. Throws Refused: eofErr.
+  // Cuts the samples of a prepared track into new chunks. Throws Refused: eofErr.
   void Cut(std::size_t index);
-  // Gives every chunk its place.
+  // Gives every cut chunk its place: by the time it is shown, or else track by track.
   void Arrange(bool interleave);
-  // Copies what lies beside the samples of a prepared track. Throws Refused: eofErr,
-  // invalidSampleTable.
+  // Plans to copy the auxiliary information of the samples of a prepared track, after all other
+  // media data so far. Throws Refused: eofErr, invalidSampleTable (a protected track whose
+  // information cannot be found).
   void AddAuxiliary(std::size_t index);
 
  private:
-  // A description for each of the source's. Those that are equal once they share a file are one.
+  // Adds the used descriptions of the source to the output. Descriptions that differ only in their
+  // file become one.
   void MergeDescriptions(std::size_t index);
 
-  // What is known of a track once it is prepared.
+  // The result of Prepare for one track.
   struct Prepared {
     std::vector<UsedSamples> used;
-    std::vector<std::uint64_t> ends;  // by description: the size of the file of its samples
+    std::vector<std::uint64_t> ends;  // by description: bytes in the file of its samples
 
+    // Throws Refused (eofErr) if the piece is beyond the end of its file.
     void CheckEnd(const SamplePiece& piece) const {
       const std::uint64_t end = ends[piece.description];
       if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
     }
   };
 
+  // A chunk and its position in the interleaved order.
   struct Timed {
     MovieTime shown;
     int rank;

@@ -9,7 +9,8 @@
 namespace toolbox {
 namespace {
 
-// Copies the samples of every track that has some in memory.
+// Plans to copy all used samples of every track that has media in memory. Other tracks stay in
+// place.
 void PlanInPlace(FilePlan& plan, Planner& planner) {
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     const auto& media = plan.movie->tracks[i]->media;
@@ -21,6 +22,7 @@ void PlanInPlace(FilePlan& plan, Planner& planner) {
     planner.Prepare(i);
     planner.Cut(i);
     SamplePlaces& places = plan.tracks[i].places;
+    // The track uses none of its samples.
     if (std::get<PackedChunks>(places).empty()) places = StaysInPlace{};
   }
   planner.Arrange(true);
@@ -36,6 +38,7 @@ FilePlan PlanReference(const MovieRecord& movie) {
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     auto& media = plan.movie->tracks[i]->media;
     if (!media || !std::holds_alternative<StaysInPlace>(plan.tracks[i].places)) continue;
+    // In the new file, ThisFile would mean the new file.
     for (DataReference& reference : media->dataReferences) {
       if (!std::holds_alternative<ThisFile>(reference)) continue;
       if (!movie.file) throw Refused{couldNotResolveDataRef};

@@ -1,16 +1,17 @@
-// Plans of files whose samples stay where they are.
+// Plans files whose samples stay in other files, or in place.
 #pragma once
 
 #include "toolbox/plan/plan.h"
 
 namespace toolbox {
 
-// A reference movie: samples stay where they are, but those in memory are copied. The movie must
-// outlive the plan. Throws Refused: couldNotResolveDataRef when the movie's own file is unknown.
+// Plans a reference movie: samples stay in their files, and tracks with media in memory are copied.
+// The movie must outlive the plan. Throws Refused: couldNotResolveDataRef (the movie's own file is
+// unknown), and what Planner::Prepare and Cut throw.
 FilePlan PlanReference(const MovieRecord& movie);
 
-// The movie saved into its own file: samples stay where they are, but those in memory are copied.
-// The movie must outlive the plan.
+// Plans to save the movie into its own file. Samples are treated as in PlanReference. The movie
+// must outlive the plan. Throws what Planner::Prepare and Cut throw.
 FilePlan PlanUpdate(const MovieRecord& movie);
 
 }  // namespace toolbox

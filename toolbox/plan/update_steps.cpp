@@ -14,15 +14,16 @@ namespace {
 
 constexpr FourCC kMovie{"moov"}, kFree{"free"}, kSkip{"skip"};
 
+// Changes the type of the atom at byte `atom`. The type is the second field of the head.
 WriteBytes WriteType(std::uint64_t atom, FourCC type) { return {atom + 4, TypeBytes(type)}; }
 
-// A 'moov' after the one that counts, left by a save that was cut short.
+// Whether the atom is a second 'moov', left by a save that was interrupted. The first one counts.
 bool IsLeftover(const FileOutline& file, const FileOutline::Part& part) {
   return part.atom.type == kMovie && &part != &file.Movie();
 }
 
-// Refuses to free an old movie, or its fragments, that still has what encrypted samples are
-// decrypted by.
+// Throws Refused (featureUnsupported) if the old movie or its fragments contain auxiliary
+// information that encrypted samples need. Freeing them would lose it.
 void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
   const auto isLost = [&file](const CopyRange& range) {
     return std::ranges::any_of(file.atoms, [&](const FileOutline::Part& part) {
@@ -43,8 +44,8 @@ void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
   }
 }
 
-// Frees every leftover. The first movie counts, and once that is freed no reader may take a
-// leftover for the newest.
+// Frees every leftover 'moov'. Otherwise a leftover would become the first movie, and so the one
+// that counts, when the old movie is freed.
 std::optional<Stage> FreeLeftovers(const FileOutline& file) {
   Stage stage;
   for (const FileOutline::Part& part : file.atoms) {
@@ -55,8 +56,11 @@ std::optional<Stage> FreeLeftovers(const FileOutline& file) {
   return stage;
 }
 
-// Gives the last atom a size when it has none, so that something can follow it. False where there
-// is no room for one.
+// Gives the last atom an explicit size if it has none, so that another atom can follow it. Returns
+// false if its head has no room for the size:
+//
+//   | 0      mdat |            becomes | size mdat |                up to 4 GiB
+//   | 8 wide | 0 mdat |        becomes | 1 mdat | 64-bit size |     larger
 bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   if (!file.lastHasNoSize) return true;
   const FileOutline::Part& last = file.atoms.back();
@@ -65,7 +69,7 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
     steps.push_back(WriteBytes{last.at, head});
     return true;
   }
-  // A head of 16 bytes takes the place of a 'wide' before it as well.
+  // A head of 16 bytes also takes the 8 bytes of a 'wide' before it.
   const std::size_t count = file.atoms.size();
   if (count < 2) return false;
   const FileOutline::Part& before = file.atoms[count - 2];
@@ -74,8 +78,8 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   return true;
 }
 
-// Room for `size` bytes and, unless it fits exactly, for the head of a 'free'; null where there is
-// none.
+// Finds free room for `size` bytes. A rest becomes a 'free', so it needs at least 8 bytes. Null if
+// there is no such room.
 const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
   const auto found = std::ranges::find_if(file.atoms, [&](const FileOutline::Part& part) {
     const AtomFrame& atom = part.atom;
@@ -86,14 +90,18 @@ const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
   return found == file.atoms.end() ? nullptr : &*found;
 }
 
-// Puts the new movie into free room.
+// Puts the new movie into free room:
+//
+//   | free .................... |      as it was
+//   | free | content     | free |      the content and the rest, synced
+//   | moov | content     | free |      the head, synced
 Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   constexpr std::ptrdiff_t kHead = 8;
   Stage stage;
   // All but the head first. The room is free until the head is written.
   stage.steps.push_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
   if (room.atom.size > movie.size()) {
-    // Zeros, so that no reader keeps what is left of an older header.
+    // The rest is filled with zeros, so that nothing of an older movie is left.
     stage.steps.push_back(
         WriteBytes{room.at + movie.size(), FreeAtom(room.atom.size - movie.size())});
   }
@@ -103,7 +111,7 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   return stage;
 }
 
-// Appends media data and the new movie.
+// Appends media data and the new movie. To undo it, the file is cut to its old size.
 Stage Append(const FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
   Stage stage;
   const std::uint64_t end = AddMediaData(plan, file.size, stage.steps);
@@ -114,15 +122,16 @@ Stage Append(const FilePlan& plan, const FileOutline& file, PlannedHeader& heade
   return stage;
 }
 
-// The steps in place; false where a new file has to be written.
+// Adds the stages that save the movie in place. Returns false if a new file is necessary.
 bool PlanInPlace(const FilePlan& plan, const FileOutline& file, PlannedHeader& header,
                  std::vector<Stage>& stages) {
-  // Nothing may be left of fragments, and nothing can follow bytes that are no atom.
+  // Fragments must not stay in the file, and no atom can follow bytes that are no atom.
   Stage closing;
   if (file.isFragmented || file.end != file.size || !CloseLastAtom(file, closing.steps)) {
     return false;
   }
   if (!closing.steps.empty()) stages.push_back(std::move(closing));
+  // With media data to append, the movie is appended after it.
   const Bytes movie = plan.dataSize == 0 ? header.Encode(0) : Bytes();
   const FileOutline::Part* room = movie.empty() ? nullptr : FindRoom(file, movie.size());
   stages.push_back(room != nullptr ? PutIntoRoom(*room, movie) : Append(plan, file, header));
@@ -132,12 +141,13 @@ bool PlanInPlace(const FilePlan& plan, const FileOutline& file, PlannedHeader& h
   return true;
 }
 
+// The bytes [from, to) of the old file.
 struct Stretch {
   std::uint64_t from = 0, to = 0;  // bytes
 };
 
-// What a new file takes over after its movie, from byte `start` on: all but the old movie and its
-// fragments.
+// The stretches of the old file, from byte `start` on, that a new file keeps: everything except the
+// old movie and its fragments.
 std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
   std::vector<Stretch> kept;
   const auto keep = [&kept](std::uint64_t from, std::uint64_t to) {
@@ -157,13 +167,16 @@ std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
   return kept;
 }
 
-// A new file: the first atom if it names the kind of file, the new movie, and all the rest.
+// The stages of a new file. It sets plan.shifts, because the kept parts move:
+//
+//   | ftyp, if it was first | new moov | new mdat, if any | kept stretches of the old file |
 std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
   if (file.locatesItems) throw Refused{featureUnsupported};
   const FileOutline::Part& first = file.atoms.front();
   const std::uint64_t start = first.atom.type == FourCC{"ftyp"} ? first.atom.size : 0;
   const std::vector<Stretch> kept = KeptFrom(file, start);
-  // How far the rest moves depends on the size of the movie, and the other way round.
+  // The size of the movie changes the shifts, and the shifts can change the size of the movie. So
+  // repeat until the size stays the same.
   std::vector<Step> media;
   std::uint64_t size = 0, dataStart = 0;
   for (std::uint64_t next = 1; next != size;) {

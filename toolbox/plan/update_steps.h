@@ -1,4 +1,4 @@
-// The steps that save a movie into the file it came from.
+// The steps that save a movie into the file that it was read from.
 #pragma once
 
 #include <vector>
@@ -10,25 +10,27 @@
 
 namespace toolbox {
 
-// First the file is changed in place. Where a new file takes its place, that one is written after
-// it.
+// The changes in place come first. If that is not enough, `newFile` then writes a file that
+// replaces the old one.
 struct UpdateSteps {
   std::vector<Stage> inPlace;
   std::vector<Stage> newFile;  // empty: everything is done in place
 };
 
-// At every instant the file holds one whole movie, the old or the new one, also after a power cut:
+// Plans an update during which the file always has one complete movie, the old or the new one, even
+// after a power cut:
 //
-//   ... | old moov | mdat |                       as it was
-//   ... | old moov | mdat | new moov |            appended (or put where there is room), synced
-//   ... | free     | mdat | new moov |            the old one's type changed, synced
+//   ... | old moov | mdat |                       before
+//   ... | old moov | mdat | new moov |            appended, or put into free room; synced
+//   ... | free     | mdat | new moov |            type of the old movie changed; synced
 //
-// When a step fails, the undoing steps leave the old movie. Nothing can be appended after bytes
-// that are no atom, nor after media data "to the end" that has no room for a size. A new file then
-// takes the place of the old one. So it does for a movie in fragments, which gets ordinary tables.
+// If a step fails, the steps of `undo` restore the old movie. A new file is necessary in three
+// cases: the file ends with bytes that are no atom; its last atom extends "to the end" and has no
+// room for a size; or the movie has fragments, which become ordinary sample tables.
 //
-// `plan` comes from PlanUpdate; its shifts are set here. Throws Refused: featureUnsupported (the
-// old movie has what encrypted samples are decrypted by, or items that a new file would move).
+// `plan` comes from PlanUpdate; this function sets its shifts. Throws Refused: featureUnsupported
+// (the old movie contains auxiliary information that encrypted samples need, or a new file would
+// move items of a 'meta').
 UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header);
 
 }  // namespace toolbox

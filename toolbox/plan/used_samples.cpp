@@ -12,7 +12,8 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-// Packets of compressed sound depend on the one before, or on as many as their roll group says.
+// The first sample to decode so that `sample` is correct. A packet of compressed sound needs the
+// one before it, or as many as its roll group says.
 std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
   if (media.Type() != kSound || media.samples.DurationOf(sample) <= MediaTime{1}) return sample;
   const SampleSlice& slice = media.samples.SliceOf(sample);
@@ -27,11 +28,11 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   const SampleTable& samples = track.media->samples;
   const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
   const MediaTime start = edit.mediaTime, end = start + std::max(span, MediaTime{1});
-  // A rate of 0 dwells on one sample.
+  // An edit with rate 0 shows one sample all the time.
   auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
-  // An edit up to the end of the decode times means all there is, also what is shown only later or
-  // for no time at all.
+  // An edit up to the end of the decode times needs all remaining samples, also those that are
+  // shown later or for no time.
   const SampleSlice& slice = samples.SliceOf(last - 1);
   const MediaTime left = slice.EndTime() - slice.stretch - start;
   if (edit.duration >=
@@ -45,13 +46,14 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
   if (track.media && track.media->samples.Count() != 0 &&
       track.media->samples.Duration() == MediaTime{}) {
-    // No edit can show samples that last no time, and they are meant all the same.
+    // No edit can show samples without duration, but they are kept.
     return {{{0, track.media->samples.Count()}, nullptr}};
   }
-  std::map<std::uint64_t, UsedSamples> claims;  // by their end
+  std::map<std::uint64_t, UsedSamples> claims;  // by their end; they do not overlap
   for (const Edit& edit : track.edits.Edits()) {
     SampleRange wanted = SamplesFor(track, edit).samples;
     auto claim = claims.upper_bound(wanted.from);
+    // Earlier edits keep their samples. This edit gets the gaps between those.
     while (!wanted.IsEmpty()) {
       if (claim == claims.end() || claim->second.samples.from >= wanted.to) {
         claims.emplace_hint(claim, wanted.to, UsedSamples{wanted, &edit});

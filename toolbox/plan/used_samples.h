@@ -1,4 +1,4 @@
-// Which samples of a media a track shows, and which of them it needs only to decode those.
+// Finds the samples of a media that a track shows, or needs to decode those that it shows.
 #pragma once
 
 #include <cstdint>
@@ -8,21 +8,24 @@
 
 namespace toolbox {
 
-// Samples, and the first edit that needs them; null where no edit can show them.
+// A range of samples and the first edit that needs them. `edit` is null if no edit can show them.
+// It belongs to the track, which must outlive this.
 struct UsedSamples {
   SampleRange samples;
   const Edit* edit = nullptr;
 };
 
-// What an edit needs: the samples it shows and all from the sync sample before them; for compressed
-// sound also what a decoder has to hear first. Empty when it shows nothing.
+// The samples that an edit needs: those that it shows, and all samples from the sync sample before
+// them. Compressed sound also needs the packets before that. Empty if the edit shows nothing.
 UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit);
 
-// All samples in use, in their order, each once: with the first edit in movie time that needs it.
+// All samples in use, in the order of the media, each once. Each range has the edit that needs it
+// first in movie time.
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track);
 
-// The movie time at which the first edit that needs a sample shows it first; the start of that edit
-// for a sample it does not show.
+// The movie time at which the edit of `used` first shows the sample. If the edit needs the sample
+// but does not show it, the start of the edit. `sample` is a number in the sample table of the
+// media.
 MovieTime FirstShown(const TrackRecord& track, const UsedSamples& used, std::uint64_t sample);
 
 }  // namespace toolbox

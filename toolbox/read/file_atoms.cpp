@@ -11,16 +11,18 @@ namespace toolbox {
 namespace {
 
 constexpr FourCC kMeta{"meta"};
+// A limit on the memory that a broken size can claim.
 constexpr std::uint64_t kLargestMeta = 64 << 20;
 
-// Whether an atom of that type is written anew for each file: the kind of file, the movie, its
-// media and its preview.
+// Whether the writer makes atoms of this type itself, so that none is copied: file type, movie,
+// media data and preview.
 bool IsMadeForFile(FourCC type) {
   static constexpr FourCC kMade[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
   return BelongsToFragments(type) || std::ranges::find(kMade, type) != std::end(kMade);
 }
 
-// Whether the bytes [at, at + size) are zero. Only the first MiB is read.
+// Whether the bytes [at, at + size) are zero. It reads only the first MiB, because padding can be
+// very long.
 bool IsZero(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
   constexpr std::uint64_t kLookedAt = 1 << 20;
   Bytes bytes(std::min(size, kLookedAt));
@@ -35,6 +37,7 @@ bool StartsAtom(ByteSpan bytes) {
   return BelongsToFragments(type) || std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 
+// The content of `meta`, without size and type. Throws Refused: featureUnsupported (too large).
 HeldBytes ContentOf(const ByteSource& source, const FileAtom& meta) {
   Bytes head(std::min<std::uint64_t>(meta.size, 16));
   source.Read(meta.at, head);
@@ -43,7 +46,8 @@ HeldBytes ContentOf(const ByteSource& source, const FileAtom& meta) {
   return source.Load(meta.at + headSize, meta.size - headSize);
 }
 
-// The locations that count from the start of the file; nothing when there are none.
+// The item locations in the content of a 'meta'; nothing if none of them is a file offset. Throws
+// Refused: featureUnsupported (they cannot be decoded).
 std::optional<ItemLocations> LocationsIn(ByteSpan meta) try {
   auto locations = ItemLocations::In(meta);
   if (!locations || std::ranges::none_of(locations->items, &ItemLocations::Item::IsInFile)) {
@@ -65,7 +69,7 @@ bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom) {
   const std::uint64_t size = atom.atom.size - atom.atom.headerSize;
   Bytes head(std::min<std::uint64_t>(size, 16));
   source.Read(at, head);
-  // The type is first if the size before it has been overwritten.
+  // A child of a movie header has its type at byte 4, or at byte 0 if its size was overwritten.
   return std::ranges::any_of(kOfHeaders,
                              [&head](FourCC type) {
                                return FourCCAt(head, 0) == type || FourCCAt(head, 4) == type;
@@ -100,6 +104,7 @@ std::vector<AtomToCopy> LoadFileAtoms(const std::vector<FileAtom>& atoms,
   std::vector<AtomToCopy> loaded;
   for (const FileAtom& atom : atoms) {
     AtomToCopy& copy = loaded.emplace_back(AtomToCopy{atom, {}, std::nullopt});
+    // No other atom has file offsets that the toolbox knows.
     if (atom.type != kMeta) continue;
     copy.content = ContentOf(source, atom);
     copy.items = LocationsIn(copy.content.Span());

@@ -1,4 +1,5 @@
-// What is beside the movie in its file, and goes into a new file with it.
+// The top-level atoms of a movie file that are not part of the movie. A new file gets copies of
+// them.
 #pragma once
 
 #include <optional>
@@ -12,28 +13,32 @@
 
 namespace toolbox {
 
-// Whether the atom is free room with nothing in it, or with the rest of a movie header. Recorders
-// keep places and times in atoms of these types, so the type alone is not enough.
+// Whether the atom ('free', 'skip' or padding) can be overwritten: it is empty, or has the remains
+// of an old movie header. Recorders keep locations and times in atoms of these types, so the type
+// alone is not enough. Throws what reading throws.
 bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom);
 
-// The atoms of the file that are neither its movie and media, nor an index that is valid only for
-// the file as it is, nor mere room. What follows the last atom is added too, unless it is the start
-// of an atom that was cut off.
+// Finds the atoms that a copy of the movie must keep, in file order. It leaves out the movie, its
+// media data, its fragments, indexes that are valid only for this file, and free room. Bytes after
+// the last atom are one more entry (FileAtom::kTrailer), unless they are zeros or the start of an
+// atom that was cut off. Throws what reading throws.
 std::vector<FileAtom> FindFileAtoms(const ByteSource& source);
 
-// Whether a 'meta' of the file has the places of its items in the file, ISO/IEC 14496-12 8.11.3, so
-// that nothing may be inserted or removed in front of them. Throws as LoadFileAtoms.
+// Whether a 'meta' at the top level gives file offsets of its items ('iloc', ISO/IEC 14496-12
+// 8.11.3). Then no bytes may be inserted or removed before the items. Throws as LoadFileAtoms.
 bool LocatesItems(const ByteSource& source);
 
-// An atom beside a movie that is to be copied into a new file.
+// An atom that will be copied into a new file. The offsets of items must be changed on the way, so
+// a 'meta' is read into memory. All other atoms are copied from the source.
 struct AtomToCopy {
   FileAtom atom;
-  HeldBytes content;  // of a 'meta', without its head
-  std::optional<ItemLocations> items;  // of a 'meta' that has places in the file
+  HeldBytes content;  // of a 'meta', without size and type; else empty
+  std::optional<ItemLocations> items;  // of a 'meta' that has file offsets
 };
 
-// The atoms of `source`, ready to be copied. Throws Refused: featureUnsupported (items with places
-// of an unknown form), and what reading throws.
+// Prepares `atoms`, which are in `source`, for copying. Throws Refused: featureUnsupported (the
+// locations of items have an unknown form, or a 'meta' has more than 64 MiB), and what reading
+// throws.
 std::vector<AtomToCopy> LoadFileAtoms(const std::vector<FileAtom>& atoms, const ByteSource& source);
 
 }  // namespace toolbox

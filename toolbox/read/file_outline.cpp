@@ -12,14 +12,15 @@ namespace {
 
 constexpr FourCC kMovie{"moov"}, kFree{"free"};
 
-// Whether the atom at `at` has size 0.
+// Whether the atom at `at` has size 0. Frames do not keep this, so the four bytes are read again.
 bool HasNoSize(const ByteSource& source, std::uint64_t at) {
   Bytes size(4);
   source.Read(at, size);
   return std::ranges::none_of(size, std::identity());
 }
 
-// Whether a part of a fragment follows the last complete atom, as in a recording that was cut off.
+// Whether the file continues after its last complete atom with a part of a fragment: a recording
+// that was cut off, or one that still goes on.
 bool EndsInsideFragment(const ByteSource& source, std::uint64_t end) {
   if (source.Size() - end < 8) return false;
   Bytes head(8);
@@ -28,7 +29,8 @@ bool EndsInsideFragment(const ByteSource& source, std::uint64_t end) {
   return cut == FourCC{"mdat"} || BelongsToFragments(cut);
 }
 
-// An 'iloc' that cannot be read may have places too.
+// As LocatesItems, but true also if the item locations cannot be decoded: they could be file
+// offsets.
 bool MayLocateItems(const ByteSource& source) try {
   return LocatesItems(source);
 } catch (const Refused&) {

@@ -1,4 +1,5 @@
-// The top-level atoms of a movie file, and what has to be known of them to save a movie into it.
+// The top-level atoms of a movie file, with all facts that are needed to save a movie into that
+// file again.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +10,30 @@
 
 namespace toolbox {
 
+// The layout of a file. It has no content of atoms and is valid until the file changes.
 struct FileOutline {
   struct Part : TopLevelAtom {
-    // Whether it has nothing that anybody needs. For a 'moov' after the first: once it is free.
+    // Whether it can be overwritten, see IsMereRoom. A 'moov' after the first is never used, so it
+    // is judged as if it were 'free'.
     bool isMereRoom = false;
   };
 
   const ByteSource* source = nullptr;  // the file; must outlive the outline
   std::uint64_t size = 0;  // of the file, in bytes
-  std::vector<Part> atoms;  // all whole ones, in file order
-  std::size_t movie = 0;  // index of the first 'moov', the one that counts
-  std::uint64_t end = 0;  // where the last whole atom ends
+  std::vector<Part> atoms;  // all complete ones, in file order
+  std::size_t movie = 0;  // index of the first 'moov'; readers ignore any other
+  std::uint64_t end = 0;  // where the last complete atom ends, in bytes
   bool lastHasNoSize = false;  // the last atom has size 0, which means "to the end of the file"
+  // Whether there is a complete 'moof', ISO/IEC 14496-12 8.8.4.
   bool isFragmented = false;
-  bool endsInsideFragment = false;  // the start of a fragment follows the last whole atom
-  bool locatesItems = false;  // a 'meta' has places of the file, so that nothing may move
+  bool endsInsideFragment = false;  // a fragment that was cut off follows the last atom
+  bool locatesItems = false;  // a 'meta' has file offsets, so nothing may move
 
   const Part& Movie() const { return atoms[movie]; }
 };
 
-// Throws Refused: featureUnsupported (the file has no movie header), and what reading throws.
+// Reads the outline of the file `source`. Throws Refused: featureUnsupported (the file has no movie
+// header), and what reading throws.
 FileOutline ReadOutline(const ByteSource& source);
 
 }  // namespace toolbox

@@ -19,6 +19,7 @@ std::vector<FragmentAuxiliary::Part> FragmentAuxiliary::Split(const AuxiliarySiz
   std::vector<Part> parts;
   std::uint64_t sample = 0, next = places.front();
   for (std::size_t i = 0; i < runs.size(); ++i) {
+    // With one offset for all, the information of a run follows that of the run before.
     if (isOneEach) next = places[i];
     Part& part = parts.emplace_back(Part{sizes.kind, base + next, Bytes(runs[i])});
     for (std::uint8_t& size : part.sizes) size = sizes.SizeOf(sample++);
@@ -31,7 +32,7 @@ void FragmentAuxiliary::Add(const Part& part, std::uint32_t samples) {
   if (part.kind) {
     if (kind_ && !kind_->IsSame(*part.kind)) throw Refused{featureUnsupported};
     kind_ = part.kind;
-    // Samples and chunks before this run that have no information.
+    // Earlier samples and chunks without information get size and offset 0.
     sizes_.resize(samples_);
     offsets_.resize(chunks_);
     sizes_.insert(sizes_.end(), part.sizes.begin(), part.sizes.end());
@@ -47,6 +48,7 @@ void FragmentAuxiliary::PutTables(Siblings& tables) const {
   sizes.resize(samples_);
   std::vector<std::uint64_t> offsets = offsets_;
   offsets.resize(chunks_);
+  // The version and the other flags are those of a fragment, so only this flag is kept.
   AuxiliaryKind kind = *kind_;
   kind.versionAndFlags &= AuxiliaryKind::kIsStated;
   tables.push_back({AuxiliarySizes::kType, Encode(AuxiliarySizes::Of(kind, std::move(sizes)))});

@@ -15,17 +15,18 @@ namespace {
 
 constexpr std::uint32_t kBlockLength = 1024;  // samples of sound in a raw data block
 
+// Finds the frames of a file and collects them as rows of samples.
 class AdtsReader {
  public:
   explicit AdtsReader(const ByteSource& source) : source_(source) {}
 
-  // False when the file holds no AAC.
+  // Reads all frames. Returns false if the file has no AAC; then the other functions are not valid.
   bool Read() {
     at_ = AfterTags();
     const auto first = FrameAt(at_);
     if (!first) return false;
     config_ = first->config;
-    // Other data may have the bytes of one header by chance.
+    // Two frames in a row are required: other data can look like one header by chance.
     const auto second = FrameAt(at_ + first->frameSize);
     if (!second || second->config != config_) return false;
     do {
@@ -49,13 +50,14 @@ class AdtsReader {
     return at;
   }
 
-  // The header of the frame at `at`; nothing when the frame is not all there.
+  // The header of the frame at `at`; nothing if there is no frame or the file ends inside it.
   std::optional<AdtsHeader> FrameAt(std::uint64_t at) {
     auto frame = ReadAdtsHeader(block_.At(source_, at, AdtsHeader::kSize));
     if (frame && frame->frameSize > source_.Size() - at) frame.reset();
     return frame;
   }
 
+  // Adds the frame at at_ as a sample and moves to its end.
   void Add(const AdtsHeader& frame) {
     if (rows_->count == UINT32_MAX) throw Malformed("the frames cannot be counted");
     const std::uint32_t size = frame.frameSize - frame.headerSize;
@@ -65,7 +67,8 @@ class AdtsReader {
     at_ += frame.frameSize;
   }
 
-  // Moves to the next frame of the same kind before another one or the end of the file.
+  // Skips damaged bytes: moves to the next frame of the same kind that is followed by another such
+  // frame or by the end of the file. Returns false if there is none.
   bool FindNext() {
     for (++at_; at_ + AdtsHeader::kSize <= source_.Size(); ++at_) {
       const auto frame = FrameAt(at_);
@@ -79,14 +82,14 @@ class AdtsReader {
 
   const ByteSource& source_;
   BlockReader block_{256 << 10};
-  std::uint64_t at_ = 0;
+  std::uint64_t at_ = 0;  // of the next frame, in bytes
   AudioConfig config_;
   std::shared_ptr<SampleRows> rows_ = std::make_shared<SampleRows>();
   std::uint64_t bytes_ = 0;  // of all samples
   std::uint32_t largest_ = 0;  // sample, in bytes
 };
 
-// ISO/IEC 14496-14 5.6. The header of a frame has all that the decoder needs.
+// Makes the 'mp4a' description of all samples, ISO/IEC 14496-14 5.6, from the headers of frames.
 SampleDescription AdtsReader::Description() const {
   const double seconds = static_cast<double>(rows_->duration.units) / Rate();
   const auto bitRate = static_cast<std::uint32_t>(
@@ -94,7 +97,7 @@ SampleDescription AdtsReader::Description() const {
   SoundEntry entry;
   entry.format = FourCC{"mp4a"};
   if (config_.channels != 0) entry.channels = static_cast<std::uint16_t>(config_.channels);
-  // A rate of 2^16 Hz or more does not fit into 16.16; the stream alone states it.
+  // A rate of 2^16 Hz or more does not fit into 16.16. Then only the decoder configuration has it.
   entry.rate = Rate() > UINT16_MAX ? 0 : Rate() << 16U;
   entry.rest = EncodeElementaryStream(AacStream(config_, largest_, bitRate), LengthBytes::kOne);
   return {Encode(entry)};
@@ -111,7 +114,7 @@ std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
   movie->file = FileAt(path);
   movie->defaultDataReference = *movie->file;
   TrackRecord& track = movie->AddTrack();
-  track.header.volume = 0x100;
+  track.header.volume = 0x100;  // 8.8: full volume
   track.header.created = track.header.modified = movie->header.created;
   const auto scale = static_cast<std::int32_t>(reader.Rate());
   MediaRecord& media = track.SetMedia(NewMedia(FourCC{"soun"}, scale, ThisFile{}, false));

@@ -7,13 +7,14 @@
 namespace toolbox {
 namespace {
 
-// The whole media from movie time 0 on.
+// One edit that shows the whole media from movie time 0 on; no edit if there is no media.
 EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEdits& given) {
   EditList edits;
   if (!track.media || track.media->samples.Duration() == MediaTime{}) return edits;
   const Clock clock = track.TimeClock();
   const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(given.duration, kLongest));
-  // Up to the end of the last sample, or of the one that is shown last: as the track says.
+  // The edit can end with the sample that is decoded last or with the one that is shown last. It
+  // takes the end that the track header states, give or take rounding.
   const MediaTime decoded = track.media->samples.Duration();
   const MediaTime shown = track.media->samples.EndTime();
   MovieTime duration = clock.Lasting(given.isOpenEnded ? shown : decoded, 1.0);
@@ -25,7 +26,7 @@ EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEd
   return edits;
 }
 
-// The edit list as the file states it; nothing when it makes no sense.
+// The edits of the list; nothing if an entry or the sum of durations is out of range.
 std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t start,
                                     const TrackRecord& track) {
   EditList edits;
@@ -41,7 +42,8 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
     MovieTime duration{static_cast<std::int64_t>(entry.duration)};
     const bool isEmpty = entry.mediaTime == -1;
     if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
-      // To the end of what is shown: what writers state that do not know the length yet.
+      // Duration 0 in the last entry means "to the end of the media". Writers of fragments use it,
+      // because they do not know the duration yet.
       const std::int64_t left = start + track.media->samples.ShownUntil().units - entry.mediaTime;
       duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
     }
@@ -53,13 +55,14 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
   return edits;
 }
 
-// When the first sample to be shown is shown, counted from where the media begins.
+// The time when the first sample is shown, counted from the start of the media. Composition offsets
+// can make it later than 0.
 MediaTime FirstShown(const TrackRecord& track) {
   const SampleRows* rows = track.media->samples.WholeRows();
   return rows == nullptr ? MediaTime{} : std::max(rows->ShownFrom({0, rows->count}), MediaTime{});
 }
 
-// The same edits of a media whose first sample stands at 0 and not at `start`.
+// Converts edits of a media that begins at `start` to edits of one that begins at 0.
 EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
   const Clock clock = track.TimeClock();
   const MediaTime shown = FirstShown(track);
@@ -95,11 +98,13 @@ void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
   const Clock clock = track.TimeClock();
   EditList shown;
   for (const Edit& edit : track.edits.Edits()) {
-    MediaTime media = edit.mediaTime;  // of what is not laid yet
-    MovieTime laid;  // of the edit
+    MediaTime media = edit.mediaTime;  // where the rest of the edit begins
+    MovieTime laid;  // the part of the edit that is in `shown` already
+    // Where a media time is in the edit, in movie units from its start; at most its end.
     const auto place = [&](MediaTime time) {
       return std::min(edit.duration, clock.Lasting(time - edit.mediaTime, edit.rate));
     };
+    // An edit with rate 0 is a still picture: no media time passes in it.
     auto gap = edit.IsEmpty() || edit.rate == 0
                    ? gaps.end()
                    : std::ranges::upper_bound(gaps, edit.mediaTime, {}, &MediaStretch::to);
@@ -119,6 +124,7 @@ void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
 void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
   std::optional<MovieTime> common;
   for (std::size_t i = 0; i < waits.size(); ++i) {
+    // A track without edits shows nothing, so it has no delay to compare.
     if (movie.tracks[i]->edits.Edits().empty()) continue;
     common = common ? std::min(*common, waits[i]) : waits[i];
   }

@@ -20,24 +20,26 @@ using namespace fragment_flags;
 // The latest decode time that is accepted. Sums and differences of such times cannot overflow.
 constexpr std::uint64_t kLatest = 1ULL << 57;
 
-// The samples of one 'trun' and where they belong.
+// The samples of one 'trun' (ISO/IEC 14496-12 8.8.8), their track and their place in the file.
 struct RunOfSamples {
   std::size_t track = 0;  // index
-  std::optional<std::uint64_t> time;  // when the first is decoded, if the fragment says so
+  std::optional<std::uint64_t> time;  // decode time of the first, if there is 'tfdt'
   std::uint32_t description = 0;  // index
-  std::uint64_t at = 0, size = 0;  // bytes
+  std::uint64_t at = 0, size = 0;  // of the sample data, in bytes
   FragmentSample defaults;
   TrackRun run;
   std::vector<FragmentGroups> groups;  // of the whole fragment; only in its first run
   FragmentAuxiliary::Part auxiliary;
 };
 
-// Adds samples to the end of one track.
+// Adds runs of samples to the end of one track. `fileSize`, in bytes, limits how many samples are
+// believed.
 class TrackFiller {
  public:
   TrackFiller(FragmentedTrack& track, std::uint64_t fileSize)
       : track_(track), rows_(*track.rows), fileSize_(fileSize) {}
 
+  // Adds the next run as one chunk. Throws Malformed or Refused.
   void Add(const RunOfSamples& run) {
     if (run.run.count == 0) return;
     if (!isBegun_) Begin();
@@ -62,7 +64,7 @@ class TrackFiller {
     });
   }
 
-  // Call it after the last run.
+  // Completes the tables that need all samples. Call it once, after the last run.
   void Finish() {
     groups_.Finish();
     auxiliary_.PutTables(rows_.otherTables);
@@ -77,11 +79,13 @@ class TrackFiller {
   }
 
  private:
+  // The samples from `sample` on have this byte in 'sdtp'.
   struct DependencyRun {
     std::uint32_t sample = 0;
     std::uint8_t byte = 0;
   };
 
+  // Prepares the rows for more samples. A track without fragments keeps its rows as they are.
   void Begin() {
     isBegun_ = true;
     filled_ = rows_.count;
@@ -98,9 +102,9 @@ class TrackFiller {
     groups_.Begin();
   }
 
-  // The next sample is decoded at `time`. The sample before it lasts until then, so that the track
-  // stays in sync with the others. If it cannot, the writer's clock has jumped, and the time line
-  // continues from here.
+  // Sets the decode time of the next sample. The sample before it is made to last until then, so
+  // that the track stays in sync with the others. If that is impossible, the clock of the writer
+  // has jumped; then the next sample follows at once, and later times count from there.
   void MoveTo(std::uint64_t time) {
     if (time > kLatest) throw Malformed("a fragment is decoded later than can be told");
     const auto stated = static_cast<std::int64_t>(time);
@@ -114,6 +118,7 @@ class TrackFiller {
     }
   }
 
+  // Adds `samples` samples of `size` bytes. A table of sizes is made only once two sizes differ.
   void AddSizes(std::uint32_t samples, std::uint32_t size, std::uint32_t description) {
     if (!rows_.packings.empty()) {
       const Packing packing = rows_.PackingOf(description);
@@ -130,6 +135,8 @@ class TrackFiller {
     rows_.sizes.Add(samples, size);
   }
 
+  // Adds the flags of `samples` samples, ISO/IEC 14496-12 8.8.3.1. A table of sync samples is made
+  // only once a sample is not one.
   void AddFlags(std::uint32_t samples, std::uint32_t flags) {
     const bool isSync = (flags & kIsNoSync) == 0;
     const auto addSync = [this](std::uint32_t from, std::uint32_t to) {
@@ -142,8 +149,8 @@ class TrackFiller {
     }
     if (isSync && rows_.sync) addSync(filled_, filled_ + samples);
 
-    // The same bits as in 'sdtp'. There is no table if they only say that sync samples depend on no
-    // other sample and that all others do.
+    // The upper bits are laid out as in 'sdtp'. The table is left out if it would only repeat that
+    // sync samples depend on no other sample and that all others do.
     const auto byte = static_cast<std::uint8_t>(flags >> 20);
     isInformative_ |= byte != 0 && byte != (isSync ? 0x20 : 0x10);
     if (dependencies_.empty() || dependencies_.back().byte != byte) {
@@ -151,7 +158,8 @@ class TrackFiller {
     }
   }
 
-  // Limits the memory before a row is made for each of the samples so far.
+  // Call it before a table gets an entry for each sample so far. A small broken file could
+  // otherwise claim billions of samples and use up the memory.
   void CheckCount() const {
     if (filled_ > fileSize_) throw Malformed("the file has no room for so many samples");
   }
@@ -160,14 +168,16 @@ class TrackFiller {
   SampleRows& rows_;
   const std::uint64_t fileSize_;
   bool isBegun_ = false;
-  std::uint32_t filled_ = 0;  // samples in all tables
-  std::int64_t start_ = 0;  // the writer's time at the decode time 0 of the rows
+  std::uint32_t filled_ = 0;  // samples that are in all tables; rows_.count is ahead of it
+  std::int64_t start_ = 0;  // decode time 0 of the rows, on the clock of the writer
   std::vector<DependencyRun> dependencies_;
-  bool isInformative_ = false;
+  bool isInformative_ = false;  // whether 'sdtp' is needed
   FragmentGrouper groups_{rows_};
   FragmentAuxiliary auxiliary_;
 };
 
+// Reads the fragments of one file in order. Each is decoded completely before its samples are
+// added, so that an incomplete fragment adds nothing.
 class FragmentReader {
  public:
   FragmentReader(const ByteSource& source, const MovieExtends& extends,
@@ -196,9 +206,10 @@ class FragmentReader {
   }
 
  private:
+  // Puts the runs of one 'moof', which starts at `fragmentAt`, into runs_.
   void ReadFragment(MovieFragment& fragment, std::uint64_t fragmentAt) {
-    // Where data offsets count from if the track does not say so: the start of the fragment for its
-    // first track, the end of the previous track's data for the others.
+    // Data offsets count from here unless the track states its own base (8.8.7.1). For the first
+    // track it is the start of the fragment, for others the end of the data of the previous track.
     std::optional<std::uint64_t> dataEnd;
     // A movie without fragments cannot have keys that change in the middle.
     if (fragment.protection) throw Refused{featureUnsupported};
@@ -207,6 +218,9 @@ class FragmentReader {
     }
   }
 
+  // Puts the runs of one 'traf' into runs_. Afterwards `dataEnd` is the end of its data. Also
+  // tracks that the movie does not have are measured, because the data of the next track can follow
+  // theirs.
   void ReadTrack(TrackFragment& fragment, std::uint64_t fragmentAt,
                  std::optional<std::uint64_t>& dataEnd) {
     const TrackFragmentHeader& header = fragment.header;
@@ -229,7 +243,8 @@ class FragmentReader {
     const std::size_t before = runs_.size();
     for (TrackRun& stated : fragment.runs) {
       run.run = std::move(stated);
-      // An offset below 0 becomes a large number, and the sum wraps around to the right place.
+      // A negative offset becomes a large unsigned number; the sum then wraps around to the right
+      // position.
       run.at = run.run.Has(kDataOffset)
                    ? base + static_cast<std::uint64_t>(std::int64_t{run.run.dataOffset})
                    : next;
@@ -244,7 +259,7 @@ class FragmentReader {
       }
       run.description = number - 1;
       runs_.push_back(run);
-      run.time.reset();
+      run.time.reset();  // 'tfdt' is only for the first run
     }
     if (isWhole_ && runs_.size() != before) {
       ReadExtras(fragment, base, std::span(runs_).subspan(before));
@@ -252,7 +267,7 @@ class FragmentReader {
     dataEnd = next;
   }
 
-  // Adds up the sizes of the samples and checks that they are in the file.
+  // Sets run.size and checks that the data is in the file; if not, the fragment is incomplete.
   void Measure(RunOfSamples& run) {
     if (!run.run.IsComplete()) throw Malformed("'trun' is shorter than its count");
     run.size = 0;
@@ -260,8 +275,9 @@ class FragmentReader {
       run.size += std::uint64_t{samples} * sample.size;
     });
     if (run.at > source_.Size() || run.size > source_.Size() - run.at) isWhole_ = false;
-    // Fragments do not share data, so all samples together are not larger than the file. A sample
-    // without a row counts as one byte at least, which limits the count.
+    // Fragments do not share data, so together they cannot have more bytes than the file. Samples
+    // without a row of their own cost no bytes in 'trun'; they count as one byte each, so that a
+    // broken count is found.
     const std::uint64_t claimed =
         std::max<std::uint64_t>(run.size, run.run.RowSize() == 0 ? run.run.count : 0);
     if (isWhole_ && claimed > source_.Size() - claimed_) {
@@ -280,7 +296,7 @@ class FragmentReader {
     runs.front().groups = ReadFragmentGroups(fragment.groups, samples);
     const auto& sizes = fragment.auxiliarySizes;
     const auto& offsets = fragment.auxiliaryOffsets;
-    // What decrypts samples can be found only with both tables.
+    // The information that decrypts samples can be found only with both tables.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
       throw Refused{featureUnsupported};
     }
@@ -291,7 +307,8 @@ class FragmentReader {
     for (std::size_t i = 0; i < runs.size(); ++i) runs[i].auxiliary = std::move(auxiliary[i]);
   }
 
-  // Whether samples are encrypted by atoms that the toolbox does not interpret.
+  // Whether the samples are encrypted: there is 'senc', ISO/IEC 23001-7 7.2, or an older 'uuid'
+  // atom for the same purpose.
   static bool IsEncrypted(const TrackFragment& fragment) {
     if (fragment.encryption) return true;
     static constexpr std::uint8_t kEncryption[] = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
@@ -304,11 +321,11 @@ class FragmentReader {
   const ByteSource& source_;
   TopLevelWalk walk_;
   std::span<FragmentedTrack> tracks_;
-  std::unordered_map<std::uint32_t, std::size_t> byId_;
-  std::unordered_map<std::uint32_t, TrackDefaults> defaults_;
+  std::unordered_map<std::uint32_t, std::size_t> byId_;  // track ID to index
+  std::unordered_map<std::uint32_t, TrackDefaults> defaults_;  // by track ID
   std::vector<TrackFiller> fillers_;
   std::vector<RunOfSamples> runs_;  // of the current fragment
-  bool isWhole_ = true;
+  bool isWhole_ = true;  // whether all data of the current fragment is in the file
   std::uint64_t claimed_ = 0;  // bytes of all fragments so far
 };
 

@@ -1,4 +1,5 @@
-// Reads the samples in fragments ('moof', ISO/IEC 14496-12 8.8) into the rows of their tracks.
+// Reads the samples in movie fragments ('moof', ISO/IEC 14496-12 8.8) into the rows of their
+// tracks, so that nothing after the reader has to know of fragments.
 #pragma once
 
 #include <cstddef>
@@ -15,18 +16,19 @@ namespace toolbox {
 
 // A track that may have samples in fragments.
 struct FragmentedTrack {
-  std::uint32_t id = 0;
-  std::size_t descriptions = 0;  // how many
-  SampleRows* rows = nullptr;  // with the samples of the movie header; more are added
-  // The time on the time line of the fragments at decode time 0 of the rows, in media units.
+  std::uint32_t id = 0;  // of the track, as in 'tkhd'
+  std::size_t descriptions = 0;  // number of sample descriptions
+  SampleRows* rows = nullptr;  // has the samples of the movie header; not owned
+  // Set by ReadFragments: the decode time of the first sample by its fragment, in media units. The
+  // rows always start at 0.
   std::int64_t start = 0;
-  // The gaps between fragments. The sample before a gap becomes longer, but text must not be shown
-  // during the gap.
+  // Set by ReadFragments: times between two fragments without samples. The sample before a gap
+  // becomes longer to fill it. Text must still not be shown during the gap.
   std::vector<MediaStretch> gaps;
 };
 
 // Adds the samples of all fragments of `source` to the rows of their tracks. `extends` has the
-// defaults of each track. The sample data is not read.
+// defaults of each track ('trex', 8.8.3). The sample data is not read.
 //
 //   header | moof mdat | moof mdat | moof md          the third fragment is incomplete: left out
 //   0      first's time  gap: the sample before it becomes longer, and the track has a gap there

@@ -16,6 +16,7 @@ std::optional<GroupEntries> EntriesOf(const std::optional<SampleGroupDescription
   return descriptions ? descriptions->Entries() : std::nullopt;
 }
 
+// The map of a 'sbgp', ISO/IEC 14496-12 8.9.2, for the first `samples` samples.
 FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
   FragmentGroups read;
   read.group.grouping = plain.grouping;
@@ -30,7 +31,8 @@ FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
   return read;
 }
 
-// Nothing if the version is unknown, or if there are more runs than any real file has.
+// The map of a 'csgp', ISO/IEC 14496-12 8.9.5. Nothing if the version is unknown. Nothing also if
+// there are more runs than in any real file: a few bytes of patterns can claim billions of them.
 std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
                                           std::uint32_t samples) {
   constexpr std::size_t kMostRuns = 4'000'000;
@@ -45,6 +47,7 @@ std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
     if (numbers.empty()) return true;
     const std::uint32_t first = read.mapped;
     read.mapped += std::min(count, samples - first);
+    // A pattern of one group is one run, however long it is.
     const bool isOne = std::ranges::count(numbers, numbers[0]) == std::ssize(numbers);
     for (std::uint32_t sample = first; sample < read.mapped; ++sample) {
       isPlausible = runs.size() <= kMostRuns;
@@ -58,7 +61,7 @@ std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
   return read;
 }
 
-// Calls visit(atom) for all atoms of one kind, in their order.
+// Calls visit(atom) for all atoms of type A, in file order.
 template <class A>
 void ForEachOf(const SampleGroupAtoms& atoms, auto&& visit) {
   for (const SampleGroupAtom& any : atoms) {
@@ -66,7 +69,7 @@ void ForEachOf(const SampleGroupAtoms& atoms, auto&& visit) {
   }
 }
 
-// All maps of a table or a fragment, without descriptions.
+// All maps of a sample table or a fragment, those of 'sbgp' first. They have no descriptions yet.
 std::vector<FragmentGroups> ReadMaps(const SampleGroupAtoms& atoms, std::uint32_t samples) {
   std::vector<FragmentGroups> maps;
   ForEachOf<SampleToGroup>(
@@ -78,6 +81,7 @@ std::vector<FragmentGroups> ReadMaps(const SampleGroupAtoms& atoms, std::uint32_
   return maps;
 }
 
+// All 'sgpd' of a sample table or a fragment, ISO/IEC 14496-12 8.9.3.
 std::vector<SampleGroupDescriptions> ReadDescriptions(const SampleGroupAtoms& atoms) {
   std::vector<SampleGroupDescriptions> all;
   ForEachOf<SampleGroupDescriptions>(
@@ -94,6 +98,8 @@ void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
     group.descriptions = std::move(descriptions);
   }
   for (FragmentGroups& map : ReadMaps(atoms, rows.count)) {
+    // The first map of a grouping joins its descriptions; one with another parameter is a new
+    // group.
     auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
       return candidate.grouping == map.group.grouping && candidate.runs.empty();
     });
@@ -174,16 +180,19 @@ void FragmentGrouper::Add(const FragmentGroups& added) {
   group->versionAndFlags = added.group.versionAndFlags;
   Known& known = KnownOf(grouping);
   const auto local = EntriesOf(added.group.descriptions);
+  // A new grouping: earlier samples, which have no map, are in the default group.
   if (rows_.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, known.defaultNumber);
   for (const GroupRun& run : added.group.runs) {
     std::uint32_t number = run.group;
     if (number > kFragmentNumbers) {
       number -= kFragmentNumbers;
+      // Numbers of the fragment become numbers of the track; 0 if the description is missing.
       const bool isKnown = known.isReadable && local && number <= local->entries.size();
       number = isKnown ? known.NumberOf(local->entries[number - 1]) : 0;
     }
     AddGroupRun(group->runs, rows_.count + run.sample, number);
   }
+  // The map can end before the fragment does, and later fragments can have no map.
   AddGroupRun(group->runs, rows_.count + added.mapped, known.defaultNumber);
 }
 

@@ -16,10 +16,11 @@ namespace toolbox {
 
 using SampleGroupAtoms = std::vector<SampleGroupAtom>;
 
-// Adds the groups of a sample table to `rows`, whose count is known. Throws Malformed.
+// Adds the groups of a sample table to `rows`, whose count must be set. A map that is too short is
+// continued with the default group; one that is too long is cut. Throws Malformed.
 void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows);
 
-// One grouping in one fragment of a track.
+// One grouping of the samples in one fragment of a track, ISO/IEC 14496-12 8.9.2 to 8.9.5.
 struct FragmentGroups {
   // Runs count from the first sample of the fragment. The descriptions are those of the fragment;
   // group numbers above kFragmentNumbers refer to them.
@@ -27,36 +28,44 @@ struct FragmentGroups {
   std::uint32_t mapped = 0;  // how many samples the map covers
 };
 
-// The groups in a 'traf' that has `samples` samples. Throws Malformed.
+// The groups in a 'traf' that has `samples` samples. Descriptions without a map are left out.
+// Throws Malformed.
 std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
                                                std::uint32_t samples);
 
-// Adds the groups of one fragment after another to the rows of a track.
+// Adds the groups of fragments to the rows of a track, in file order. Each fragment can have its
+// own descriptions; equal ones become one, and the samples get new group numbers.
 class FragmentGrouper {
  public:
   // `rows` must outlive this object.
   explicit FragmentGrouper(SampleRows& rows) : rows_(rows) {}
 
-  // Call it before the first fragment if there are samples already.
+  // Call it before the first fragment if there are samples already. From here on samples are in
+  // the default group, unless a fragment has a map for them.
   void Begin();
-  // Adds the groups of the samples that come next, before they are added. Throws Malformed.
+  // Adds the groups of the next samples. Call it before these samples are added to the rows. Throws
+  // Malformed.
   void Add(const FragmentGroups& added);
-  // Call it after the last fragment: adds the descriptions that fragments brought along.
+  // Adds the descriptions that were found in fragments. Call it once, after the last fragment.
   void Finish();
 
  private:
   // All descriptions of one grouping so far.
   struct Known {
     std::vector<Bytes> entries;  // number 1 first
-    std::map<Bytes, std::uint32_t> numbers;
+    std::map<Bytes, std::uint32_t> numbers;  // of each entry
     std::uint32_t defaultNumber = 0;  // of samples that no map covers
-    bool isReadable = true;
-    bool isLonger = false;  // than in the movie header
+    bool isReadable = true;  // whether the descriptions of the movie header could be decoded
+    bool isLonger = false;  // whether fragments have added entries
 
+    // The number of an entry, which is added if it is new.
     std::uint32_t NumberOf(ByteSpan entry);
   };
 
+  // The descriptions of a grouping that has a group in the rows. Groups with different parameters
+  // share them, so only one of these groups has them.
   std::optional<SampleGroupDescriptions>& DescriptionsOf(FourCC grouping);
+  // The same as numbered entries, decoded on first use.
   Known& KnownOf(FourCC grouping);
 
   SampleRows& rows_;

@@ -20,6 +20,7 @@
 namespace toolbox {
 namespace {
 
+// The entries of 'dref', ISO/IEC 14496-12 8.7.2. Their order is kept: descriptions use the index.
 std::vector<DataReference> ReadDataReferences(const DataReferences& list,
                                               const boost::filesystem::path& referrer,
                                               bool resolve) {
@@ -30,7 +31,8 @@ std::vector<DataReference> ReadDataReferences(const DataReferences& list,
   return references;
 }
 
-// Refuses a media that has samples in a file that is not there.
+// Throws Refused (couldNotResolveDataRef) if a file with samples of the media was not found. A
+// missing file that no sample uses does no harm.
 void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
   const auto isMissing = [](const DataReference& reference) {
     return std::holds_alternative<Unresolved>(reference);
@@ -61,7 +63,7 @@ UserDataRecord ReadUserData(std::optional<UserDataAtoms>& data) {
   return data ? UserDataRecord{std::move(data->items)} : UserDataRecord{};
 }
 
-// Reads all of a media but its samples, which it returns.
+// Reads 'mdia' into `media`, all but the samples. It returns these, because fragments can add more.
 std::shared_ptr<SampleRows> ReadMedia(MediaAtoms atom, MediaRecord& media,
                                       const boost::filesystem::path& referrer, bool resolve) {
   if (atom.header.scale <= 0) throw Malformed("the media has no time scale");
@@ -74,14 +76,15 @@ std::shared_ptr<SampleRows> ReadMedia(MediaAtoms atom, MediaRecord& media,
   });
 }
 
-// What a track needs before it is complete: more samples may follow in fragments, and its edits and
-// references depend on these and on the other tracks.
+// The parts of a track that are finished after all tracks have been read. More samples can follow
+// in fragments, edits depend on the samples, and references on the other tracks.
 struct PendingTrack {
   std::shared_ptr<SampleRows> rows;  // null without media
   StatedEdits edits;
   TrackReferenceAtoms references;
 };
 
+// Reads 'trak' into `track` and returns the parts that are finished later.
 PendingTrack ReadTrack(TrackAtoms atom, TrackRecord& track, const boost::filesystem::path& referrer,
                        bool resolve) {
   PendingTrack pending;
@@ -102,13 +105,14 @@ PendingTrack ReadTrack(TrackAtoms atom, TrackRecord& track, const boost::filesys
   return pending;
 }
 
-// A picture is seen until the next; a subtitle is not.
+// Whether the media is text. During a gap between fragments a picture stays on the screen, but a
+// subtitle must not.
 bool ShowsText(const TrackRecord& track) {
   static constexpr FourCC kTypes[] = {"text", "sbtl", "subt", "clcp"};
   return std::ranges::find(kTypes, track.media->Type()) != std::end(kTypes);
 }
 
-// Gives the tracks their samples, those in fragments included, and their edits.
+// Reads the fragments, if there are any, and gives the tracks their samples and edits.
 void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
                   const std::optional<MovieExtends>& extends, const ByteSource& source,
                   bool resolve) {
@@ -144,6 +148,8 @@ void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
   DropCommonWait(movie, waits);
 }
 
+// Replaces the track IDs of references ('tref', ISO/IEC 14496-12 8.3.3) by pointers; null if the
+// movie has no such track. The position in the list has a meaning, so none is dropped.
 void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending) {
   std::map<std::uint32_t, TrackRecord*> byId;
   for (const auto& track : movie.tracks) byId.emplace(track->header.id, track.get());
@@ -158,6 +164,7 @@ void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending
   }
 }
 
+// Reads the content of 'moov'. `path` is where the file really is.
 std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const ByteSource& source,
                                        const boost::filesystem::path& path, bool resolve) {
   auto atom = Decode<MovieAtoms>(content.Span());
@@ -172,7 +179,9 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const ByteSourc
       pending.push_back(InAtom(TrackAtoms::kType, [&] {
         return ReadTrack(std::move(trackAtom), track, path, resolve);
       }));
+      // The rows have views of tables in the header, so they keep it in memory.
       if (pending.back().rows) pending.back().rows->header = content;
+      // Some files state an ID that is in use.
       std::uint32_t& next = movie->header.nextTrackId;
       if (track.header.id >= next) next = track.header.id + 1;
     }
@@ -202,7 +211,7 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references) try {
   const FileSource source(path);
   const HeldBytes header = ReadMovieHeader(source);
-  // Movies refer to one another by where they really are.
+  // Relative references start at the folder of the file itself, not of a symbolic link to it.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
   if (header.Span().empty()) {
     auto sound = ReadAdtsFile(source, real);
@@ -213,7 +222,7 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   movie->fileAtoms = FindFileAtoms(source);
   return movie;
 } catch (const Refused& refused) {
-  // The movie file itself is what the caller's reference did not lead to.
+  // For the caller the movie file is itself a reference, which could not be resolved.
   if (refused.code == fnfErr) throw Refused{couldNotResolveDataRef};
   throw;
 }

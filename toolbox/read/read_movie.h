@@ -1,4 +1,4 @@
-// A movie out of a file: atoms to MovieRecord.
+// Reads a movie file into a MovieRecord. This is the entry of the folder.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -9,18 +9,19 @@
 
 namespace toolbox {
 
-// Media files that the movie refers to: found now, or not even looked for.
+// How to treat other media files that the movie refers to: find each of them now, or look for none.
 enum class References { kResolve, kLeave };
 
-// Opens the file at `path` (absolute) and reads its first movie, or takes raw AAC for one.
-// Throws Refused: couldNotResolveDataRef (no such file, or a media file in use is not found),
-// noMovieFound (no movie header), badPublicMovieAtom (a broken one), cantFindHandler (compressed in
-// an unknown way), featureUnsupported (encrypted fragments), and what FileSource throws.
+// Opens the file at `path` (absolute) and reads its first movie. A file of raw AAC becomes a movie
+// of one track. Sample data is not read. Throws Refused:
+// couldNotResolveDataRef (no such file, or a media file in use is not found), noMovieFound (no
+// movie header), badPublicMovieAtom (a broken one), cantFindHandler (compressed in an unknown way),
+// featureUnsupported (encrypted fragments), and what FileSource throws.
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references);
 
-// The content of the first movie header in `source`, inflated if need be; empty when there is none.
-// Throws Malformed or Refused.
+// The content of the first movie header ('moov', ISO/IEC 14496-12 8.2.1) in `source`, inflated if
+// it is compressed. Empty if there is none. Throws Malformed or Refused.
 HeldBytes ReadMovieHeader(const ByteSource& source);
 
 }  // namespace toolbox

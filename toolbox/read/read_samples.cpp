@@ -11,6 +11,8 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
+// Adds the entries of 'stsd', ISO/IEC 14496-12 8.5.2. A data reference that does not exist becomes
+// the first one.
 void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
   if (!table.descriptions) return;
   for (Bytes& bytes : table.descriptions->entries) {
@@ -23,8 +25,8 @@ void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
   }
 }
 
-// Bytes of one frame of sound that is not compressed, by the format and the fields of a description
-// of version 0; 0 for any other format.
+// The bytes of one frame (a sample of each channel) of uncompressed sound, from the format and the
+// fields of a description of version 0. 0 for any other format.
 std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_t bits) {
   struct Known {
     FourCC format;
@@ -39,8 +41,8 @@ std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_
   return channels * ((known->bits != 0 ? known->bits : bits) / 8);
 }
 
-// How the samples of a sound description are packed. QuickTime: version 1 states it, version 2 does
-// for uncompressed sound.
+// How the samples of a sound description are packed. QuickTime: version 1 of the description states
+// it. Version 2 states it for uncompressed sound only. Version 0 leaves it to the format.
 Packing ReadPacking(const SampleDescription& description) {
   constexpr std::int16_t kVariable = -2;
   const auto entry = ReadSoundEntry(description.bytes);
@@ -55,10 +57,13 @@ Packing ReadPacking(const SampleDescription& description) {
     if (packet == 0 || samples == 0 || entry->format != FourCC{"lpcm"}) return {};
     return {samples, packet};
   }
+  // QuickTime: IMA 4:1 has packets of 64 samples in 34 bytes a channel.
   if (entry->format == FourCC{"ima4"}) return {64, 34U * entry->channels};
   return {1, PlainFrameSize(entry->format, entry->channels, entry->bits)};
 }
 
+// 'stsz' and 'stz2', ISO/IEC 14496-12 8.7.3: one size for all samples, a size for each, or a size
+// of 4, 8 or 16 bits for each.
 void Read(const ConstantSampleSize& stated, SampleRows& rows) {
   rows.count = stated.count;
   rows.constantSize = stated.size;
@@ -74,6 +79,7 @@ void Read(const CompactSampleSizes& stated, SampleRows& rows) {
   stated.ForEach([&rows](std::uint32_t size) { rows.sizes.Add(size); });
 }
 
+// Durations ('stts', ISO/IEC 14496-12 8.6.1.2) and composition offsets ('ctts', 8.6.1.3).
 void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
   std::uint32_t delta = 1;
   if (const auto& times = table.times) {
@@ -82,7 +88,7 @@ void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
       if (row.count != 0) delta = row.delta;
     });
   }
-  // Samples without a row last as long as the last one with a row.
+  // Samples after the last row are as long as the last sample with a row. AddTimes stops at count.
   rows.AddTimes(UINT32_MAX, delta);
 
   if (const auto& offsets = table.offsets) {
@@ -91,12 +97,14 @@ void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
       rows.offsets = std::move(*view);
       return;
     }
+    // The rows do not fit the samples, so a copy is cut or continued with offset 0.
     offsets->rows.ForEach(
         [&](const CompositionOffsets::Row& row) { rows.AddOffsets(row.count, row.offset); });
     if (!rows.offsets.IsEmpty()) rows.AddOffsets(UINT32_MAX, 0);
   }
 }
 
+// 'stco' and 'co64', ISO/IEC 14496-12 8.7.5.
 void Read(const ChunkOffsets& stated, SampleRows& rows) {
   rows.chunkOffsets = EncodedNumbers(false, stated.rows.Encoded());
 }
@@ -108,6 +116,8 @@ void Read(const WideChunkOffsets& stated, SampleRows& rows) {
   rows.chunkOffsets = EncodedNumbers(true, stated.rows.Encoded());
 }
 
+// Chunks and the samples in them ('stsc', ISO/IEC 14496-12 8.7.4). `descriptions` is the number of
+// sample descriptions. Throws Malformed.
 void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleRows& rows) {
   if (table.chunkOffsets) {
     std::visit([&](const auto& offsets) { Read(offsets, rows); }, *table.chunkOffsets);
@@ -119,6 +129,8 @@ void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleR
     rows.chunkRuns = std::move(*runs);
     return;
   }
+  // The table cannot be used as it is: it has errors, or does not fit the chunks or samples. A row
+  // ends where the next begins, so each is added once the next is known.
   std::optional<SampleToChunk::Row> last;
   const auto add = [&](std::uint32_t end) {
     if (!last || last->firstChunk > chunks) return;
@@ -139,7 +151,8 @@ void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleR
   add(UINT32_MAX);
 }
 
-// The numbers of samples as indexes, in order and without repetition.
+// The sample numbers of a table as indexes, in order and without repetition ('stss', ISO/IEC
+// 14496-12 8.6.2). Numbers of samples that do not exist are dropped. Nothing if there is no table.
 std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::uint32_t count) {
   if (!stated) return std::nullopt;
   std::vector<std::uint32_t> samples;
@@ -152,7 +165,8 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::u
   return samples;
 }
 
-// The tables that have a value for each sample.
+// The tables that have a value for each sample: 'sdtp', 'stdp' and 'padb'. Values after the last
+// sample are dropped.
 void ReadValues(SampleTableAtoms& table, SampleRows& rows) {
   const auto atMost = [&rows](std::size_t count) {
     return std::min<std::size_t>(count, rows.count);
@@ -184,6 +198,7 @@ std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& med
       ReadNumbers(table.partialSync, rows->count).value_or(std::vector<std::uint32_t>{});
   ReadValues(table, *rows);
   ReadSampleGroups(table.groups, *rows);
+  // If a table has the size of each sample, the samples are not in packets.
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {
       rows->packings.push_back(ReadPacking(description));

@@ -1,4 +1,4 @@
-// Reads a sample table, 'stbl', into SampleRows.
+// Reads a sample table ('stbl', ISO/IEC 14496-12 8.5.1) into SampleRows.
 #pragma once
 
 #include <memory>
@@ -10,9 +10,10 @@
 namespace toolbox {
 
 // Reads `table` into rows and adds its sample descriptions to `media`, whose handler and data
-// references are known. There are as many samples as sizes; other tables are cut or continued to
-// match. Samples without a chunk stay unlocated. The rows are views of the bytes that `table` was
-// read from. Throws Malformed.
+// references must be set. The table of sizes decides how many samples there are; other tables are
+// cut or continued to match. Samples without a chunk have no place in a file. Large tables are not
+// copied: the rows are views of the bytes that `table` was read from, which the caller must keep.
+// Throws Malformed.
 std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& media);
 
 }  // namespace toolbox

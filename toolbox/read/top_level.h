@@ -1,4 +1,4 @@
-// The top-level atoms of a file. Their contents are not read.
+// Finds the top-level atoms of a file without reading their contents.
 #pragma once
 
 #include <algorithm>
@@ -11,25 +11,28 @@
 
 namespace toolbox {
 
+// An atom and its place.
 struct TopLevelAtom {
-  std::uint64_t at = 0;  // where it starts in the file
+  std::uint64_t at = 0;  // where it starts in the file, in bytes
   AtomFrame atom;
 };
 
 struct TopLevelLayout {
   std::vector<TopLevelAtom> atoms;  // all that are complete, in file order
-  std::uint64_t end = 0;  // where the last of them ends
+  std::uint64_t end = 0;  // where the last of them ends, in bytes
 };
 
+// All top-level atoms of `source`. Throws what reading throws.
 TopLevelLayout TopLevelAtoms(const ByteSource& source);
 
-// Goes through the atoms of a file. Reads a block at a time, so many small atoms cost one read, and
-// skips long atoms.
+// Visits the atoms of a file in order. It reads blocks, so many small atoms cost one read, and
+// skips the contents of long atoms. All functions throw what reading throws.
 class TopLevelWalk {
  public:
+  // `source` must outlive this object.
   explicit TopLevelWalk(const ByteSource& source) : source_(source) {}
 
-  // The next atom. Nothing at the end of the file, or if what follows is no complete atom.
+  // The next atom. Nothing at the end of the file, or if no complete atom follows.
   std::optional<TopLevelAtom> Next();
   // The content of an atom of this file. Valid until the next call.
   ByteSpan Content(const TopLevelAtom& atom);
@@ -44,11 +47,12 @@ class TopLevelWalk {
   BlockReader block_{4096};
 };
 
-// Whether an atom of that type is part of the fragments of a movie or an index of them, ISO/IEC
-// 14496-12 8.8. A movie with sample tables needs none of them.
+// Whether atoms of this type are part of movie fragments (ISO/IEC 14496-12 8.8) or of segments
+// (8.16), or are an index of them. A movie with sample tables needs none of them.
 bool BelongsToFragments(FourCC type);
 
-// The first complete atom of that type. Throws Malformed if the file ends inside such an atom.
+// The first complete atom of this type; nothing if there is none. Throws Malformed if the file ends
+// inside such an atom.
 std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);
 
 }  // namespace toolbox

@@ -20,9 +20,10 @@ namespace fs = boost::filesystem;
 namespace utf = boost::nowide::utf;
 using Names = std::vector<std::string>;  // the components of a path, outermost first
 
-// Records say that all our paths are on this volume; its root is "/".
+// The volume name in all records that we write. Its root is "/".
 constexpr std::string_view kVolume = "Macintosh HD";
 
+// The names in `path` between separators, without empty ones.
 Names Split(std::string_view path, char separator) {
   Names names;
   while (!path.empty()) {
@@ -39,8 +40,8 @@ std::string Join(const Names& names, char separator) {
   return path;
 }
 
-// A name as colon paths spell it. There ':' separates names and '/' is an ordinary character; in
-// POSIX paths it is the other way round.
+// Converts a name between colon paths and POSIX paths. In colon paths ':' separates names and '/'
+// is an ordinary character. In POSIX paths it is the other way round.
 std::string ColonName(std::string name) {
   std::ranges::replace(name, ':', '/');
   return name;
@@ -50,7 +51,7 @@ std::string PosixName(std::string name) {
   return name;
 }
 
-// The code points of text in UTF-8 or UTF-16; U+FFFD for each unit that is part of none.
+// The code points of text in UTF-8 or UTF-16. Each unit that is not valid becomes U+FFFD.
 template <class Char>
 std::u32string CodePoints(std::basic_string_view<Char> text) {
   std::u32string points;
@@ -79,8 +80,9 @@ std::u16string Utf16Name(std::string_view name) {
   return FromCodePoints<char16_t>(CodePoints(name));
 }
 
-// Where a record leads, with names as POSIX folders have them.
+// The paths in a record, with names as in POSIX paths.
 struct Target {
+  // Folders up and names down on the relative path, see RelativeWay; -1 if unknown.
   int levelsFrom = -1, levelsTo = -1;
   std::string name;
   Names colonPath;  // without the volume
@@ -88,7 +90,7 @@ struct Target {
   Names mountPoint;
 };
 
-// Throws Malformed.
+// Decodes a record. Throws Malformed.
 Target ReadTarget(ByteSpan record) {
   const Alias alias = ReadAlias(record);
   Target target;
@@ -98,6 +100,7 @@ Target ReadTarget(ByteSpan record) {
       PosixName(alias.name ? FromCodePoints<char>(CodePoints(std::u16string_view(*alias.name)))
                            : alias.shortName);
   target.colonPath = Split(alias.colonPath, ':');
+  // The first name is the volume.
   if (!target.colonPath.empty()) target.colonPath.erase(target.colonPath.begin());
   std::ranges::transform(target.colonPath, target.colonPath.begin(), PosixName);
   target.posixPath = Split(alias.posixPath, '/');
@@ -105,7 +108,7 @@ Target ReadTarget(ByteSpan record) {
   return target;
 }
 
-// `names` below `folder`; an empty path when `folder` is empty or a name cannot be one.
+// The path `folder`/`names`. Empty if `folder` is empty or a name is ".." or has a zero byte.
 fs::path Below(fs::path folder, std::span<const std::string> names) {
   const auto isNoName = [](const std::string& name) {
     return name == ".." || name.find('\0') != std::string::npos;
@@ -115,8 +118,8 @@ fs::path Below(fs::path folder, std::span<const std::string> names) {
   return folder;
 }
 
-// The way up from the movie's folder to the common one and down again. It still leads there after
-// the common folder has moved.
+// The relative path: from the folder of the movie up to the common folder, then down to the file.
+// It is still right after the common folder has been moved.
 //
 //   levelsFrom 2   /media | out / ref.mov       up one folder: the movie itself is a level
 //   levelsTo 2     /media | clips / a.mov       down two names
@@ -141,6 +144,7 @@ Bytes AliasRecord(const fs::path& target, const fs::path& referrer) {
 
   Alias alias;
   if (!from.empty()) {
+    // Only folders can be common, so the names of the files are not compared.
     const auto apart = std::mismatch(from.begin(), from.end() - 1, names.begin(), names.end() - 1);
     alias.levelsFrom = static_cast<std::int16_t>(from.end() - apart.first);
     alias.levelsTo = static_cast<std::int16_t>(names.end() - apart.second);

@@ -1,4 +1,4 @@
-// Alias records to paths and back.
+// Converts alias records (QuickTime: the data of an 'alis' entry in 'dref') to paths and back.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -8,21 +8,28 @@
 
 namespace toolbox {
 
-// An alias record of version 2 for the file `target`, as seen from the movie file `referrer`. Both
-// paths are absolute and free of symbolic links. An empty `referrer` leaves the relative way
-// unknown. Throws Refused: bdNamErr when `target` has no name or is too long for a record (64 KiB).
+// Makes an alias record of version 2 for the file `target`. The record has the absolute path, and
+// also the path relative to the movie file `referrer` unless that is empty. Both paths must be
+// absolute and without symbolic links. Throws Refused: bdNamErr (`target` has no name or is too
+// long for a record, 64 KiB).
 Bytes AliasRecord(const boost::filesystem::path& target, const boost::filesystem::path& referrer);
 
-// The path that an alias record (version 2 or 3) leads to, seen from the movie file `referrer`. Of
-// these ways it is the first that ends at a regular file: relative, absolute, by the colon path, by
-// name in the same folder. A way with a component ".." is not taken. Relative ways start in the
-// folder where `referrer` really is; an empty `referrer` has none. Nothing when no way leads to a
-// file or the record is malformed; otherwise the path is absolute.
+// Finds the file of an alias record (version 2 or 3) in the movie file `referrer`. Returns the
+// first of these paths that is a regular file:
+//
+//   1. the relative path, from the folder where `referrer` really is
+//   2. the absolute path
+//   3. the colon path, from the root
+//   4. the name alone, in the folder of `referrer`
+//
+// An empty `referrer` leaves out 1 and 4. A path with a component ".." is never tried, so that a
+// broken record cannot lead anywhere. The result is absolute. Nothing if there is no such file or
+// the record is malformed.
 std::optional<boost::filesystem::path> ResolveAlias(ByteSpan record,
                                                     const boost::filesystem::path& referrer);
 
-// The path in a record that AliasRecord made, whether or not the file exists; nothing when the
-// record is malformed or has none.
+// The absolute path in a record, whether or not the file exists. Nothing if the record is malformed
+// or has no POSIX path; AliasRecord always writes one.
 std::optional<boost::filesystem::path> AbsoluteAliasPath(ByteSpan record);
 
 }  // namespace toolbox

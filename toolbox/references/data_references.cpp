@@ -18,8 +18,10 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"};
-constexpr std::uint32_t kInThisFile = 1;
+constexpr std::uint32_t kInThisFile = 1;  // flag: the media data is in the same file
 
+// The existing file that an entry refers to. Nothing if there is none, or for another kind of
+// entry.
 std::optional<fs::path> OtherFilePath(const DataReferenceEntry& entry, const fs::path& referrer) {
   if (entry.kind == kAlias) return ResolveAlias(entry.data, referrer);
   if (entry.kind != kUrl) return {};
@@ -50,7 +52,7 @@ DataReferenceEntry WriteDataReference(const DataReference& reference, const fs::
     return {unresolved->kind, unresolved->versionAndFlags, unresolved->record};
   }
   if (std::holds_alternative<InMemory>(reference)) throw Refused{invalidDataRef};
-  return {kAlias, kInThisFile, {}};
+  return {kAlias, kInThisFile, {}};  // QuickTime: 'alis'; ISO: 'url ' with the same flag
 }
 
 }  // namespace toolbox

@@ -1,4 +1,4 @@
-// The entries of 'dref' as data references of a movie, and back.
+// Converts the entries of 'dref' (ISO/IEC 14496-12 8.7.2) to data references of a movie and back.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -8,15 +8,16 @@
 
 namespace toolbox {
 
-// What an entry of a movie read from `referrer` refers to. With `resolve` off nothing outside the
-// file is looked at: a reference to another file stays Unresolved. Never throws for bad data: what
-// cannot be understood is Unresolved too.
+// The data reference for `entry` of the movie file at `referrer`. If `resolve` is false, no other
+// file is looked for, and references to other files become Unresolved. An entry that cannot be
+// decoded or found becomes Unresolved too, so that it can be written back unchanged; bad data never
+// throws. Throws only as FileAt.
 DataReference ReadDataReference(const DataReferenceEntry& entry,
                                 const boost::filesystem::path& referrer, bool resolve);
 
-// The entry for `reference` in a QuickTime movie file at `referrer`, which need not exist yet.
-// Throws Refused: invalidDataRef for InMemory (no reader could follow it; the samples have to move
-// into the file first), bdNamErr as AliasRecord does.
+// The entry for `reference` in a QuickTime movie file at `referrer`, which may not exist yet.
+// Throws Refused: invalidDataRef (InMemory: no reader of the file could find the samples, so they
+// must be copied into the file first), bdNamErr as AliasRecord.
 DataReferenceEntry WriteDataReference(const DataReference& reference,
                                       const boost::filesystem::path& referrer);
 

@@ -1,14 +1,18 @@
-// Where a path really leads.
+// Real paths, without symbolic links.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
 
 namespace toolbox {
 
-// `path`, absolute and free of symbolic links as far as it exists; an empty path stays empty.
+// Makes `path` absolute and resolves the symbolic links in that part of it that exists. An empty
+// path stays empty. Never throws because of the file system: if links cannot be resolved, only "."
+// and
+// ".." are removed.
 boost::filesystem::path RealPath(const boost::filesystem::path& path);
 
-// Whether a regular file is there; false also when that cannot be found out.
+// Whether `path` is a regular file or a link to one. False also if that is unknown, as without
+// permission.
 bool IsFile(const boost::filesystem::path& path);
 
 }  // namespace toolbox

@@ -1,4 +1,4 @@
-// The bytes of single samples, whichever file they are in.
+// Reads the bytes of single samples, from any file of the media.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,19 @@
 
 namespace toolbox {
 
-// The samples [first, first + count) in one piece: one sample, or the packet that it is part of.
+// The bytes of the samples [first, first + count). This is one sample, or the whole packet that it
+// is part of, because packets cannot be split.
 struct SampleData {
   std::uint64_t first = 0;
   std::uint32_t count = 0;
-  std::uint32_t description = 0;  // index
+  std::uint32_t description = 0;  // index in MediaRecord::descriptions
   Bytes bytes;
 };
 
-// Reads the sample and closes its file again. It may have up to `longest` bytes, any number when
-// that is 0. Throws Refused: invalidSampleTable (the sample has no place in a file),
-// couldNotResolveDataRef, maxSizeToGrowTooSmall, eofErr, and what opening a file throws.
+// Reads the sample with index `sample` and closes its file again. `longest` limits its size in
+// bytes; 0 is no limit. Throws Refused: invalidSampleTable (the sample has no place in a file),
+// couldNotResolveDataRef (its file is not found), maxSizeToGrowTooSmall (more than `longest`
+// bytes), eofErr (the file ends before it), and what opening a file throws.
 SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t longest);
 
 }  // namespace toolbox

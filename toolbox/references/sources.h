@@ -1,4 +1,4 @@
-// Data references as open sources.
+// Opens the sources of data references.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -11,26 +11,30 @@
 
 namespace toolbox {
 
-// Which file `path` leads to; nothing when there is none. Throws Refused when that is unknown.
+// The identity of the file at `path`, the same for all its names and links. Nothing if there is no
+// file. Throws Refused if the file system reports any other error.
 std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path);
 
-// The reference to the file at `path`, which may not exist. Throws as IdentityOf.
+// A reference to the file at `path`, which may not exist. Throws as IdentityOf.
 OtherFile FileAt(const boost::filesystem::path& path);
 
-// The file or block of memory that `reference` leads to; `ownFile` is what ThisFile means. Throws
-// Refused: couldNotResolveDataRef, and what opening a file throws.
+// Opens the file or block of memory of `reference`. ThisFile means `ownFile`. The caller owns the
+// source; `reference` must outlive it if it is InMemory. Throws Refused: couldNotResolveDataRef (it
+// is Unresolved, or ThisFile of a movie without a file), and what opening a file throws.
 std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
                                        const std::optional<OtherFile>& ownFile);
 
-// Keeps a few sources open at a time, however many references there are.
+// Keeps the sources used last open, at most 32. A movie can refer to more files than a process may
+// open.
 class OpenSources {
  public:
-  // `ownFile` is what ThisFile means. It must outlive this object, and so must every reference that
-  // is looked up: references are known by their address.
+  // ThisFile means `ownFile`. It must outlive this object. So must every reference that is passed
+  // to Open, because references are compared by address.
   explicit OpenSources(const std::optional<OtherFile>& ownFile) : ownFile_(ownFile) {}
 
-  // The source of `reference`. Calls beforeClosing() when another one has to be closed for it.
-  // Throws as OpenSource.
+  // The source of `reference`, which is valid until it is closed. Calls beforeClosing() before it
+  // closes another source to make room; a caller that holds one must stop using it then. Throws as
+  // OpenSource.
   template <class BeforeClosing>
   const ByteSource& Open(const DataReference& reference, BeforeClosing&& beforeClosing) {
     if (&reference == last_) return *opened_.front().source;
@@ -52,11 +56,12 @@ class OpenSources {
     std::unique_ptr<ByteSource> source;
   };
 
+  // Makes `reference` the one used last; false if it is not open.
   bool MoveToFront(const DataReference& reference);
 
   const std::optional<OtherFile>& ownFile_;
   std::list<Opened> opened_;  // the one used last is first
-  const DataReference* last_ = nullptr;
+  const DataReference* last_ = nullptr;  // the first of opened_; makes repeated calls cheap
 };
 
 }  // namespace toolbox

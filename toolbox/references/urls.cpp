@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// The text with its percent escapes undone; a '%' that starts none stays.
+// Decodes percent escapes, RFC 3986 2.1. A '%' without two hexadecimal digits stays.
 std::string PercentDecoded(std::string_view text) {
   std::string decoded;
   while (!text.empty()) {
@@ -35,6 +35,7 @@ std::string PercentDecoded(std::string_view text) {
 std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
   std::string_view text(reinterpret_cast<const char*>(url.data()), url.size());
   text = text.substr(0, text.find('\0'));
+  // A ':' after the first '/' is part of a name, not the end of a scheme.
   const std::size_t mark = text.find_first_of(":/");
   const bool hasScheme = mark != std::string_view::npos && text[mark] == ':';
   if (hasScheme) {

@@ -1,4 +1,4 @@
-// URLs of files to paths.
+// Converts URLs of files (the data of 'url ' entries, ISO/IEC 14496-12 8.7.2) to paths.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -8,10 +8,11 @@
 
 namespace toolbox {
 
-// The path that a URL (file: on this host, or relative; percent-decoded) leads to, whether or not
-// the file exists: absolute and without "." and "..". Relative URLs start in the folder where
-// `referrer` really is. '?' and '#' count as parts of the name, because writers often leave them
-// unescaped. Nothing for any other scheme or host, or without a path.
+// The path of a URL, absolute and without "." and "..", whether or not the file exists. The URL is
+// "file:" on this host, or relative to the folder where the movie file `referrer` really is. It
+// ends at the first zero byte. Percent escapes are decoded. '?' and '#' are parts of the name,
+// because writers often leave them unescaped. Nothing for another scheme or host, for a URL without
+// a path, and for a relative URL if `referrer` is empty.
 std::optional<boost::filesystem::path> ResolveUrl(ByteSpan url,
                                                   const boost::filesystem::path& referrer);
 

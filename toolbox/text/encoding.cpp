@@ -12,14 +12,15 @@
 namespace toolbox {
 namespace {
 
-// What converts an encoding: a converter of the library or a table of ours.
+// The converter of an encoding: one of the library, by name, or a table of ours. One of both is
+// null.
 struct Row {
   TextEncoding encoding = kMacRoman;
   const char* converter = nullptr;
   const UpperHalf* upper = nullptr;
 };
 
-// The East Asian ones are the plain standards, without what the Macintosh adds to them.
+// The East Asian encodings are the plain standards, without the additions of the Macintosh.
 constexpr Row kRows[] = {
     {kMacRoman, "macintosh"},
     {1, "Shift_JIS"},
@@ -39,6 +40,7 @@ constexpr Row kRows[] = {
     {140, nullptr, &kFarsiUpper},
 };
 
+// Null if the encoding is unknown.
 const Row* FindRow(TextEncoding encoding) {
   const auto* row = std::ranges::find(kRows, encoding, &Row::encoding);
   return row == std::end(kRows) ? nullptr : row;
@@ -46,7 +48,8 @@ const Row* FindRow(TextEncoding encoding) {
 
 using Converter = std::unique_ptr<UConverter, decltype(&ucnv_close)>;
 
-// Stops at whatever does not convert; null when the library was built without it.
+// Opens a converter that stops at the first error, where the default is to put in a substitute.
+// Null if the library was built without it.
 Converter Open(const char* name) {
   UErrorCode error = U_ZERO_ERROR;
   Converter converter(ucnv_open(name, &error), &ucnv_close);
@@ -56,7 +59,7 @@ Converter Open(const char* name) {
   return U_SUCCESS(error) ? std::move(converter) : Converter(nullptr, &ucnv_close);
 }
 
-// Turns code points into bytes, one after the other.
+// Converts code points to bytes, one at a time. Without a converter every Append fails.
 class Encoder {
  public:
   explicit Encoder(TextEncoding encoding) : encoding_(encoding) {
@@ -66,7 +69,8 @@ class Encoder {
     if (upper_ == nullptr) converter_ = Open(row->converter);
   }
 
-  // False when it has none there.
+  // Adds the bytes of one code point, one or two units. Returns false and adds nothing if the
+  // encoding does not have it.
   bool Append(std::u16string_view codePoint, Bytes& bytes) const {
     if (encoding_ == kUtf8) {
       const std::string utf8 = Utf8(codePoint);
@@ -83,6 +87,7 @@ class Encoder {
   }
 
  private:
+  // UTF-16 in big-endian byte order. A lone surrogate is not a character.
   static bool AppendUnits(std::u16string_view codePoint, Bytes& bytes) {
     if (!IsValid(codePoint)) return false;
     for (const char16_t unit : codePoint) {
@@ -115,6 +120,7 @@ class Encoder {
   Converter converter_{nullptr, &ucnv_close};
 };
 
+// UTF-16 in either byte order. The mark stays in the text.
 std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   if (bytes.size() % 2 != 0) return std::nullopt;
   const bool isSwapped = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
@@ -126,10 +132,12 @@ std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   return text;
 }
 
+// These two return nothing if a byte has no character in the encoding.
 std::optional<std::u16string> DecodedByTable(ByteSpan bytes, const UpperHalf& upper) {
   std::u16string text;
   for (const std::uint8_t byte : bytes) {
     text += byte < 0x80 ? byte : upper[byte - 0x80U];
+    // 0 in the table is a byte without a character; byte 0 itself is one.
     if (text.back() == 0 && byte != 0) return std::nullopt;
   }
   return text;
@@ -149,6 +157,7 @@ std::optional<std::u16string> DecodedByLibrary(ByteSpan bytes, const char* name)
   return text;
 }
 
+// The text in UTF-16, which may still have lone surrogates.
 std::optional<std::u16string> Units(ByteSpan bytes, TextEncoding encoding) {
   if (encoding == kUtf16) return DecodedUnits(bytes);
   if (encoding == kUtf8) {
@@ -195,6 +204,7 @@ EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uin
       }
       left.remove_prefix(units);
     }
+    // A character that does not fit is left out as a whole.
     if (bytes.size() > most - done.bytes.size()) break;
     done.bytes.insert(done.bytes.end(), bytes.begin(), bytes.end());
     done.length += length;

@@ -6,12 +6,13 @@
 namespace toolbox {
 namespace {
 
+// The languages [first, last] share an encoding.
 struct Run {
   std::int16_t first, last;  // language numbers
   TextEncoding encoding;
 };
 
-// Only those whose encoding has a converter.
+// In order. Languages are missing if their encoding has no converter.
 constexpr Run kRuns[] = {
     {0, 9, 0},     {10, 10, 5},   {11, 11, 1},   {12, 12, 4},   {13, 13, 0},   {14, 14, 6},
     {15, 15, 37},  {16, 16, 0},   {17, 17, 35},  {18, 18, 36},  {19, 19, 2},   {20, 20, 4},

@@ -12,15 +12,18 @@ namespace {
 using Of8 = boost::locale::utf::utf_traits<char>;
 using Of16 = boost::locale::utf::utf_traits<char16_t>;
 
-constexpr char32_t kEscape = 0xDC00;  // what is added to a byte that is not UTF-8
+constexpr char32_t kEscape = 0xDC00;  // plus a byte that is not UTF-8
 
+// Owned by the library.
 const UNormalizer2& Composer() {
   UErrorCode error = U_ZERO_ERROR;
   const UNormalizer2* composer = unorm2_getNFCInstance(&error);
-  if (U_FAILURE(error)) throw std::bad_alloc();  // it is part of the library
+  if (U_FAILURE(error))
+    throw std::bad_alloc();  // the data is built in, so only memory can be missing
   return *composer;
 }
 
+// FirstCodePoint returns a surrogate only if it is a lone one.
 bool IsSurrogate(char32_t codePoint) { return codePoint >= 0xD800 && codePoint < 0xE000; }
 
 }  // namespace
@@ -75,7 +78,7 @@ std::size_t FirstCharacter(std::u16string_view text) {
   std::size_t end = UnitsOf(FirstCodePoint(text));
   while (end < text.size()) {
     const char32_t next = FirstCodePoint(text.substr(end));
-    // Nothing below is composed with what stands before it.
+    // Code points below this one are never composed with the one before them.
     constexpr char32_t kFirstMark = 0x300;
     if (next < kFirstMark ||
         unorm2_hasBoundaryBefore(&Composer(), static_cast<UChar32>(next)) != 0) {
@@ -87,6 +90,7 @@ std::size_t FirstCharacter(std::u16string_view text) {
 }
 
 std::u16string Composed(std::u16string_view text) {
+  // The usual case needs no library call.
   if (text.size() == 1 && text[0] < 0x80) return std::u16string(text);
   // The composed form is at most three times as long.
   std::u16string composed(3 * text.size(), 0);

@@ -1,4 +1,4 @@
-// UTF-8, UTF-16 and composed characters.
+// Converts between UTF-8 and UTF-16, and composes characters.
 #pragma once
 
 #include <cstddef>
@@ -7,21 +7,23 @@
 
 namespace toolbox {
 
-// The text in UTF-16. A byte that is not UTF-8, as a path may hold, becomes the lone surrogate
-// U+DC00 + byte, by which Utf8 finds it again.
+// Converts text to UTF-16. Paths can have bytes that are not UTF-8. Each of them becomes the lone
+// surrogate U+DC00 + byte, so that Utf8 can restore it.
 std::u16string Utf16(std::string_view utf8);
+// Converts text to UTF-8, with the bytes that Utf16 put into lone surrogates.
 std::string Utf8(std::u16string_view utf16);
-// Whether every code point is one: no surrogate stands alone.
+// Whether the text has no lone surrogates.
 bool IsValid(std::u16string_view utf16);
 
-// The first code point; a lone surrogate counts as one. The text is not empty.
+// The first code point, or a lone surrogate as it is. The text must not be empty.
 char32_t FirstCodePoint(std::u16string_view text);
+// The number of UTF-16 units of a code point.
 inline std::size_t UnitsOf(char32_t codePoint) { return codePoint > 0xFFFF ? 2 : 1; }
 
-// How many units the first character has, with all that may be composed with it. The text is not
-// empty.
+// The number of UTF-16 units of the first character, including the marks that can be composed with
+// it. The text must not be empty.
 std::size_t FirstCharacter(std::u16string_view text);
-// The text in its composed form (Unicode Standard Annex 15, NFC).
+// The text in composed form (NFC, Unicode Standard Annex 15). Throws bad_alloc.
 std::u16string Composed(std::u16string_view text);
 
 }  // namespace toolbox

@@ -1,5 +1,5 @@
-// The upper halves of the eight-bit encodings that the converter library lacks: the UTF-16 unit of
-// each byte from 0x80 on, 0 for a byte that stands for nothing. The lower halves are ASCII.
+// Tables for the eight-bit encodings that the converter library lacks. They have the UTF-16 unit of
+// each byte from 0x80 on, or 0 for a byte without a character. The bytes below 0x80 are ASCII.
 #pragma once
 
 #include <array>
@@ -74,7 +74,7 @@ inline constexpr UpperHalf kFarsiUpper = {
     0x064C, 0x064D, 0x064E, 0x064F, 0x0650, 0x0651, 0x0652, 0x067E, 0x0679, 0x0686, 0x06D5, 0x06A4,
     0x06AF, 0x0688, 0x0691, 0x007B, 0x007C, 0x007D, 0x0698, 0x06D2,
 };
-// The letters only.
+// Has only the letters.
 inline constexpr UpperHalf kHebrewUpper = {
     0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,
     0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,
@@ -88,7 +88,7 @@ inline constexpr UpperHalf kHebrewUpper = {
     0x05DC, 0x05DD, 0x05DE, 0x05DF, 0x05E0, 0x05E1, 0x05E2, 0x05E3, 0x05E4, 0x05E5, 0x05E6, 0x05E7,
     0x05E8, 0x05E9, 0x05EA, 0,      0,      0,      0,      0,
 };
-// The characters of TIS-620.
+// Has only the characters of TIS-620.
 inline constexpr UpperHalf kThaiUpper = {
     0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,
     0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,      0,

@@ -32,6 +32,7 @@ struct FileState {
   }
 };
 
+// Throws Refused (fBsyErr) if there is no file any more.
 FileState StateOf(const boost::filesystem::path& path) {
   const auto status = StatusOf(path);
   if (!status) throw Refused{fBsyErr};
@@ -45,18 +46,19 @@ struct StorageRecord {
   Descriptor existing;
   bool isToBeUpdated = false;
   FileState state;  // of the existing file when it was opened or last updated
-  std::unique_ptr<OutputFile> output;  // null: not a new file
+  std::unique_ptr<OutputFile> output;  // null: an existing file, or writing has failed
 };
 
 namespace {
 
-// All open storages. A caller may close one twice or pass one that is closed, so a pointer is
-// looked up here before it is followed.
+// All open storages. A caller may close one twice or pass a closed one, so every pointer is looked
+// up here before it is used.
 std::vector<std::unique_ptr<StorageRecord>>& OpenStorages() {
   static std::vector<std::unique_ptr<StorageRecord>> storages;
   return storages;
 }
 
+// Throws Refused (fnOpnErr) if the storage is not open.
 auto Find(StorageRecord* storage) {
   auto& storages = OpenStorages();
   const auto found = std::ranges::find(storages, storage, &std::unique_ptr<StorageRecord>::get);
@@ -64,6 +66,7 @@ auto Find(StorageRecord* storage) {
   return found;
 }
 
+// Adds a storage to the open ones.
 StorageRecord* Keep(std::unique_ptr<StorageRecord> storage) {
   return OpenStorages().emplace_back(std::move(storage)).get();
 }
@@ -116,7 +119,7 @@ void CloseStorage(StorageRecord* storage) {
 
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage) {
   StorageRecord& record = **Find(storage);
-  // The output goes back only if all of it was written, so that an incomplete file never gets its
+  // The output is put back only if everything was written. So an incomplete file never gets its
   // name.
   std::unique_ptr<OutputFile> output = std::move(record.output);
   if (!output) throw Refused{dataNotOpenForWrite};
@@ -144,7 +147,7 @@ void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesyst
 
 void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,
                         const boost::filesystem::path& path, Existing existing) {
-  // With more chunks than this, compressing the header takes longer than packing the samples into
+  // With more chunks than this, compressing the header takes longer than cutting the samples into
   // fewer chunks.
   constexpr std::uint64_t kMostCompressedChunks = 300'000;
   const std::uint64_t mostChunks = options.layout.compress ? kMostCompressedChunks : UINT64_MAX;

@@ -1,4 +1,4 @@
-// Movie files that a caller has open, and new movie files written at once.
+// Movie files that a caller keeps open, and functions that write a new movie file in one call.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -9,11 +9,12 @@
 
 namespace toolbox {
 
-// An open movie file: an existing one to read or update, or a new one being written. The storage is
-// owned by this module until CloseStorage. A new file that is never closed is discarded at the end
-// of the process.
+// An open movie file: an existing file to read or update, or a new file. This module owns the
+// record until CloseStorage. A new file that is never closed is discarded at the end of the
+// process.
 struct StorageRecord;
 
+// The use of an existing file.
 enum class StorageAccess { kRead, kUpdate };
 
 // Opens the existing file at `path`. kUpdate locks it against other processes. Throws Refused:
@@ -25,7 +26,7 @@ StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing exist
 
 // Each of the next three throws Refused (fnOpnErr) for a storage that is not open.
 
-// Closes the storage. A new file gets its name now; but one that nothing was added to does not
+// Closes the storage. A new file gets its name now. But if nothing was added to it, it does not
 // replace an existing file, because a movie may still have its media there. Throws Refused for
 // errors of the last writes; the storage is closed all the same.
 void CloseStorage(StorageRecord* storage);
@@ -35,22 +36,23 @@ void CloseStorage(StorageRecord* storage);
 // PlanReference and WriteFile throw.
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage);
 // Replaces the movie in a file opened with kUpdate. Throws Refused: dataNotOpenForWrite (not opened
-// to be updated), fBsyErr (somebody has changed or replaced the file since), and what UpdateFile
+// to be updated), fBsyErr (the file has been changed or replaced since then), and what UpdateFile
 // throws.
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage);
 
-// Writes a new file from start to end and gives it its name. Throws Refused as OutputFile and
+// Writes a complete new file and gives it its name. Throws Refused as OutputFile and
 // WriteFile do; the target is then unchanged.
 void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
                   Existing existing);
 
+// Options of WriteSelfContained.
 struct SelfContainedOptions {
   bool onlyEnabled = false;  // leave out disabled tracks
-  bool interleave = true;  // else the samples of one track after those of the other
+  bool interleave = true;  // otherwise one track after the other
   FileLayout layout;
 };
 
-// Writes the movie with all media that it uses as a new file. Throws Refused as PlanFlattened and
+// Writes the movie as a new file with all media that it uses. Throws Refused as PlanFlattened and
 // WriteNewFile do.
 void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,
                         const boost::filesystem::path& path, Existing existing);

@@ -17,14 +17,14 @@ void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path, D
   const FileSource source(path);
   const FileOutline outline = ReadOutline(source);
   FilePlan plan = PlanUpdate(movie);
-  OwnTables(plan);  // some may be in the file that changes now
+  OwnTables(plan);  // they may be in the file that changes now
   MovieWriter header(plan, path);
   const UpdateSteps steps = StepsForUpdate(plan, outline, header);
   PartsWriter parts(plan, header);
   FileInPlace inPlace(file);
   parts.Perform(steps.inPlace, inPlace);
   if (steps.newFile.empty()) return;
-  // The lock would keep us from replacing the file. The new one is another file.
+  // OutputFile refuses to replace a locked file, even if the lock is our own.
   flock(file.Number(), LOCK_UN);
   OutputFile output(path);
   parts.Perform(steps.newFile, output);

@@ -1,4 +1,4 @@
-// A movie into the file it came from, its media data untouched.
+// Saves a movie into the file that it was read from, without changing its media data.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -8,8 +8,9 @@
 
 namespace toolbox {
 
-// Replaces the movie in `file`, which was read from `path` and is locked: in place where that is
-// possible (see StepsForUpdate), otherwise by a new file. A new file ends the lock.
+// Replaces the movie in the file at `path`. `file` is that file, open for reading and writing and
+// locked. The change is made in place if possible (see StepsForUpdate), otherwise a new file
+// replaces the old one and the lock is released.
 //
 // Throws Refused: featureUnsupported (the file has no movie header, or one that cannot be
 // replaced), couldNotResolveDataRef, and what writing throws.

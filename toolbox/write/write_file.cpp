@@ -13,7 +13,7 @@ namespace toolbox {
 
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                Disk& output) {
-  // Other readers do not find what lies beside the samples from within a compressed header.
+  // Other readers do not find the auxiliary information of samples if the header is compressed.
   if (!plan.auxiliary.empty()) layout.compress = false;
   std::optional<FileSource> ownSource;
   std::vector<AtomToCopy> atoms;
@@ -24,7 +24,8 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
   MovieWriter header(plan, file);
   const std::vector<Stage> stages = StepsForNewFile(
       plan, layout, FileTypeOf(plan), header, std::move(atoms), ownSource ? &*ownSource : nullptr);
-  // Copying takes minutes. What is written after it needs tables whose files may have changed.
+  // Copying can take minutes, and the source files may change meanwhile. Load the tables first if a
+  // part after the copied data needs them.
   const bool needsTablesLater = !plan.made.empty() || (!layout.movieFirst && !layout.compress);
   if (plan.dataSize != 0 && needsTablesLater) OwnTables(plan);
   PartsWriter(plan, header).Perform(stages, output);

@@ -1,4 +1,4 @@
-// A planned movie into a new file.
+// Writes a planned movie to a new file.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -9,8 +9,9 @@
 
 namespace toolbox {
 
-// Writes all of the file into `output`, an empty file that will be at `file`, and hands it to the
-// system; does not give it its name. Throws Refused.
+// Writes the whole file to `output` and flushes it, but does not give it its name. `output` is
+// empty. `file` is the path that it will have, because data references can be relative to it.
+// Throws Refused: what StepsForNewFile throws, and what reading the sources and writing throw.
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                Disk& output);
 

@@ -14,29 +14,31 @@
 namespace toolbox {
 namespace {
 
-// A track that shows its whole media once needs no list, and gets none where it had none: some
-// players take any list for a reason to move the picture.
+// A track that shows its whole media once needs no edit list. It gets none if it had none in the
+// source, because some players shift the picture if there is any list.
 bool NeedsEditList(const TrackRecord& track) {
   const bool hadList =
       std::ranges::find(track.siblings, EditAtoms::kType, &Sibling::type) != track.siblings.end();
   const MediaTime whole = track.media ? track.media->samples.Duration() : MediaTime{};
   const std::vector<Edit>& edits = track.edits.Edits();
   if (edits.empty()) return whole != MediaTime{};
+  // A difference of one unit comes from rounding to the time scale of the movie.
   const auto lasts = [&](MediaTime length) {
     const std::int64_t difference =
         edits[0].duration.units - track.TimeClock().Lasting(length, 1.0).units;
     return difference >= -1 && difference <= 1;
   };
-  // Without a list a media is shown up to the last of its samples to be seen.
+  // Without a list, players show the media until its last sample in display order ends.
   const bool isPlain =
       edits.size() == 1 && edits[0].mediaTime == MediaTime{} && edits[0].rate == 1.0 &&
       (lasts(whole) || lasts(track.media ? track.media->samples.ShownUntil() : MediaTime{}));
   return hadList || !isPlain;
 }
 
+// The rows of 'elst'. Rates are fixed-point numbers with 16 fraction bits.
 EditEntries Edits(const EditList& list) {
   EditEntries edits;
-  // A track that shows nothing of its media says so; without a list it would show all.
+  // A track that shows nothing needs an empty edit. Without a list it would show all of its media.
   if (list.Edits().empty()) edits.entries.push_back({0, -1, 0x10000});
   for (const Edit& edit : list.Edits()) {
     const double rate = std::round(edit.rate * 65536);
@@ -81,7 +83,7 @@ class AtomMaker {
   }
 
  private:
-  // The header with what is computed: how long it lasts, and that it changes now.
+  // Returns the header with its computed fields: the duration and the time of the change.
   template <class Header>
   Header Dated(Header header, std::int64_t duration) const {
     header.modified = now_;
@@ -135,7 +137,7 @@ const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
   const auto* other = std::get_if<OtherFile>(&reference);
   Bytes& atom = other != nullptr ? aliases_[other->path.native()] : other_;
   if (other != nullptr && !atom.empty()) return atom;
-  // ISO knows no aliases, and has another way to say "this file".
+  // ISO files have no aliases. There, a 'url ' with flag 1 means the file itself (14496-12 8.7.2).
   const DataReferenceEntry entry = isIso_ && std::holds_alternative<ThisFile>(reference)
                                        ? DataReferenceEntry{FourCC{"url "}, 1, {}}
                                        : WriteDataReference(reference, file_);
@@ -155,8 +157,7 @@ void MovieWriter::Put(Io& io, std::uint64_t dataStart) {
 }
 
 std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
-  // Where the data starts shows only in the offsets of its chunks, and these change their width
-  // only beyond 4 GiB.
+  // The start of the data changes only chunk offsets, and their width changes only beyond 4 GiB.
   const auto isNear = [this](std::uint64_t start) { return start + plan_.dataSize <= UINT32_MAX; };
   const bool isSame =
       measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));
@@ -204,7 +205,7 @@ Bytes FileTypeOf(const FilePlan& plan) {
       })) {
     brands += "avc1";
   }
-  // Who knows this brand knows that offsets can be below 0.
+  // Readers that support this brand accept negative composition offsets.
   if (has([](const MediaRecord& media) { return HasOffsetsBelowZero(media.samples); })) {
     brands += "iso4";
   }

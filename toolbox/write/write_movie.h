@@ -1,4 +1,4 @@
-// The movie header of a planned file: MovieRecord to atoms.
+// Writes the movie header of a planned file: from MovieRecord to atoms.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -16,47 +16,49 @@
 
 namespace toolbox {
 
-// Data references as a movie file at `file` states them. A file that many tracks lie in, or that is
-// asked for again, is looked up once: following its path costs a system call a folder.
+// Writes data references for a movie file at `file`. The result for each path is kept, because
+// following a path costs a system call for each folder.
 class ReferenceWriter {
  public:
-  // `isIso`: whether the file is an MPEG-4 file, new or not.
+  // `isIso`: the movie file is an MPEG-4 file. `file` must outlive this object.
   ReferenceWriter(const boost::filesystem::path& file, bool isIso) : file_(file), isIso_(isIso) {}
-  // A whole atom of 'dref'.
+  // The whole atom of a reference, an entry of 'dref'. Valid until the next call.
   const Bytes& AtomFor(const DataReference& reference);
 
  private:
   const boost::filesystem::path& file_;
   const bool isIso_;
   std::map<std::string, Bytes> aliases_;  // by path
-  Bytes other_;  // what was made last of anything else
+  Bytes other_;  // the last result for any other reference
 };
 
-// The whole 'moov' of a file that will be at `file`. Plan and file must outlive it.
+// Writes the 'moov' of a file that will be at `file`. Both arguments must outlive it. Its functions
+// throw Refused if a value does not fit into its field.
 class MovieWriter final : public PlannedHeader {
  public:
   MovieWriter(const FilePlan& plan, const boost::filesystem::path& file);
 
-  // Walks the tables, but only when that may change something.
+  // Walks the sample tables only if the size may have changed since the last call.
   std::uint64_t SizeAt(std::uint64_t dataStart) override;
   Bytes Encode(std::uint64_t dataStart) override;
   Bytes Compress(std::uint64_t dataStart) override;
-  // Hands it to `take`, a block at a time.
+  // Passes the bytes of the 'moov' to `take`, block by block.
   void Write(std::uint64_t dataStart, const std::function<void(ByteSpan)>& take);
 
  private:
+  // Measures the atoms with a FieldSizer or writes them with a FieldWriter.
   template <class Io>
   void Put(Io& io, std::uint64_t dataStart);
 
   const FilePlan& plan_;
   ReferenceWriter references_;
-  const std::uint64_t now_;  // however long it takes
+  const std::uint64_t now_;  // one time for all dates, however long writing takes
   FieldSizer measured_;
-  std::optional<std::uint64_t> measuredFor_;  // dataStart
-  std::vector<OffsetShift> measuredShifts_;  // of the plan
+  std::optional<std::uint64_t> measuredFor_;  // the `dataStart` of `measured_`
+  std::vector<OffsetShift> measuredShifts_;  // the shifts of `measured_`
 };
 
-// 'ftyp' of a new file.
+// The whole 'ftyp' of a new file.
 Bytes FileTypeOf(const FilePlan& plan);
 
 }  // namespace toolbox

@@ -31,7 +31,7 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
   plan_.ForEachRange([&](const CopyRange& range) {
-    // Flush: what was copied may still be read from the source that is closed.
+    // Open may close another source. The disk may still read from that one until Flush.
     const ByteSource& source = sources_.Open(*range.from, [&disk] { disk.Flush(); });
     disk.Copy(part.at + range.destination, source, range.at, range.length);
     Report(range.length);
@@ -50,7 +50,7 @@ void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::Report(std::uint64_t bytes) {
-  // Often enough for a person who waits, too seldom to cost anything.
+  // Bytes between two reports: often enough for a user who waits, and too rare to take time.
   constexpr std::uint64_t kStep = 8 << 20;
   done_ += bytes;
   if (!plan_.movie->progress || done_ - reported_ < kStep) return;

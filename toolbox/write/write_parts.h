@@ -1,4 +1,4 @@
-// The parts of a file that its plan only names: movie header and media data.
+// Makes the parts of a file that are not bytes in its steps: movie header and media data.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +11,16 @@
 
 namespace toolbox {
 
-// Performs the steps of a plan. Plan and header must outlive it.
+// Performs the steps of a plan and makes each WritePart. Plan and header must outlive it. Sources
+// are opened when they are needed.
 class PartsWriter {
  public:
   PartsWriter(const FilePlan& plan, MovieWriter& header)
       : plan_(plan), header_(header), sources_(plan.ownFile) {}
 
-  // Throws Refused: ioErr (made media data of another size than planned, because its source has
-  // changed), and what reading and writing throw.
+  // Performs all stages and reports progress to the movie's callback. Throws Refused: ioErr (made
+  // media data has another size than planned, because its source has changed), and what reading and
+  // writing throw.
   void Perform(const std::vector<Stage>& stages, Disk& disk);
 
  private:
@@ -26,6 +28,7 @@ class PartsWriter {
   void WriteHeader(const WritePart& part, Disk& disk);
   void CopyMedia(const WritePart& part, Disk& disk);
   void MakeMedia(const WritePart& part, Disk& disk);
+  // Adds `bytes` to the media data done, and reports progress if it is time.
   void Report(std::uint64_t bytes);
 
   const FilePlan& plan_;
@@ -34,7 +37,8 @@ class PartsWriter {
   std::uint64_t done_ = 0, reported_ = 0;  // bytes of media data
 };
 
-// Keeps the sample tables of the source in memory, whatever happens to their files from now on.
+// Loads the sample tables of the source into memory, so that later changes of their files do not
+// matter.
 void OwnTables(const FilePlan& plan);
 
 }  // namespace toolbox

@@ -22,8 +22,8 @@ std::uint32_t Count(std::uint64_t count) {
   return static_cast<std::uint32_t>(count);
 }
 
-// The rows that `walk` gives to a visitor. They are counted when they are measured, so `walk` runs
-// twice in all.
+// The rows that `walk` passes to a visitor. They are counted only while they are measured, so
+// `walk` runs twice in all.
 template <class Row, class Io, class Walk>
 Rows<Row> RowsOf(Io& io, Walk walk) {
   const std::uint64_t count = io.Measured([&] {
@@ -34,7 +34,7 @@ Rows<Row> RowsOf(Io& io, Walk walk) {
   return Rows<Row>(Count(count), [walk](RowBatches<Row>& batches) { walk(batches); });
 }
 
-// The chunks of a track of the output, in order.
+// Walks the chunks of a track of the output, in order.
 class ChunkWalk {
  public:
   ChunkWalk(const FilePlan& plan, std::size_t track, std::uint64_t dataStart)
@@ -43,7 +43,7 @@ class ChunkWalk {
         track_(plan.tracks[track]),
         dataStart_(dataStart) {}
 
-  // Whether a chunk starts beyond 4 GiB.
+  // Whether a chunk starts beyond 4 GiB, so that the track needs 'co64' instead of 'stco'.
   bool ReachesFar() const {
     const bool isCopied = !std::holds_alternative<StaysInPlace>(track_.places);
     if (isCopied && dataStart_ + plan_.dataSize <= UINT32_MAX) return false;
@@ -52,7 +52,7 @@ class ChunkWalk {
     return farthest > UINT32_MAX;
   }
 
-  // Calls visit(SampleChunks) for all chunks. Two calls in a row may be for chunks that are alike.
+  // Calls visit(SampleChunks) for all chunks. Two successive calls may have equal chunks.
   template <class Visit>
   void ForEachChunks(Visit&& visit) const {
     if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
@@ -73,13 +73,14 @@ class ChunkWalk {
     }
   }
 
-  // Calls visit(offset) for each chunk.
+  // Calls visit(offset) for each chunk: its byte in the file that has its samples.
   template <class Visit>
   void ForEachOffset(Visit&& visit) const {
     if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
       for (const PackedChunk& chunk : *packed) visit(dataStart_ + chunk.destination);
     } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
       for (const KeptStretch& stretch : *kept) {
+        // This may wrap below 0; the sum with an offset is right all the same.
         const std::uint64_t shift = dataStart_ + stretch.destination - stretch.source;
         ForEachChunkOffset(track_.source->media->samples,
                            {stretch.sample, stretch.sample + stretch.count},
@@ -111,7 +112,8 @@ SampleDescriptions Descriptions(const MediaRecord& media) {
   return list;
 }
 
-// Calls visit(row) for each row of 'stsc'. Returns the number of chunks.
+// Calls visit(row) for each row of 'stsc': a row is for a run of chunks with the same number of
+// samples and the same description. Returns the number of chunks.
 template <class Visit>
 std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
   SampleToChunk::Row run;
@@ -150,7 +152,8 @@ void AddChunks(SampleTableAtoms& table, Io& io, const ChunkWalk& walk) {
   }
 }
 
-// The version of 'ctts'. MPEG-4: 1 if an offset is below 0. Other files keep the version.
+// The version of 'ctts'. In MPEG-4 files it is 1 if an offset is below 0. Other files keep the
+// version of the source.
 std::uint32_t OffsetsVersion(const SampleTable& samples, FileKind kind) {
   if (kind != FileKind::kMpeg4) return OffsetsVersion(samples);
   return HasOffsetsBelowZero(samples) ? 1 : 0;
@@ -169,8 +172,9 @@ void AddTimes(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileK
   if (!HasOffsets(samples)) return;
   const std::uint64_t offsets = io.Measured([&samples] {
     std::uint64_t rows = 0;
-    ForEachOffset(samples, [&](std::uint32_t, std::int32_t) { ++rows; },
-                          [&](ByteSpan encoded) { rows += Rows<OffsetRow>(encoded).Count(); });
+    ForEachOffset(
+        samples, [&](std::uint32_t, std::int32_t) { ++rows; },
+        [&](ByteSpan encoded) { rows += Rows<OffsetRow>(encoded).Count(); });
     return rows;
   });
   const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
@@ -195,7 +199,8 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
                                ForEachSync(samples, number(visit));
                              })};
   }
-  // QuickTime only: decoding can start here, but the first pictures may be damaged.
+  // Partial sync samples exist only in QuickTime files: decoding can start at one, but the first
+  // pictures may be damaged.
   if (kind != FileKind::kMpeg4 && HasPartialSync(samples)) {
     table.partialSync =
         PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
@@ -204,6 +209,7 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
   }
 }
 
+// The 'stsz': one size for all samples if they are equal, otherwise a table.
 SampleSizeAtom Sizes(const SampleTable& samples) {
   const std::uint32_t count = Count(samples.Count());
   if (const auto size = ConstantSize(samples)) return ConstantSampleSize{0, *size, count};
@@ -214,21 +220,22 @@ SampleSizeAtom Sizes(const SampleTable& samples) {
 
 template <class Io>
 void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
+  // Shared with the rows, which are made after this function returns.
   const auto groups = std::make_shared<const std::vector<JoinedGroup>>(GroupsOf(samples));
   for (const JoinedGroup& group : *groups) {
     if (group.descriptions) table.groups.emplace_back(*group.descriptions);
     if (!group.isMapped) continue;
-    table.groups.push_back(
-        SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
-                      RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
-                        ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {
-                          visit({count, number});
-                        });
-                      })});
+    table.groups.push_back(SampleToGroup{
+        group.versionAndFlags, group.grouping, group.parameter,
+        RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
+          ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {
+            visit({count, number});
+          });
+        })});
   }
 }
 
-// The table of that kind, which has a value for each sample, if there are values.
+// A table with a value for each sample. Nothing if the samples have no such values.
 template <class Atom, class Values>
 std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*values) {
   if (!HasValues(samples, values)) return std::nullopt;
@@ -237,8 +244,8 @@ std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*val
   return atom;
 }
 
-// A 'saio' of a track with its offsets in the output. Nothing if its data is not copied. `content`
-// is its content in the source, `index` its index among the other tables there.
+// The content of a 'saio' with its offsets in the output. Nothing if its data is not copied.
+// `content` is that of the source, and `index` its index in the other tables of the source.
 std::optional<Bytes> MovedOffsets(const FilePlan& plan, std::size_t track, std::size_t index,
                                   ByteSpan content, std::uint64_t dataStart) {
   const auto table = Decode<AuxiliaryOffsets>(content);
@@ -259,14 +266,14 @@ std::optional<Bytes> MovedOffsets(const FilePlan& plan, std::size_t track, std::
   return Encode(AuxiliaryOffsets::Of(table.kind, offsets));
 }
 
-// The tables of whole rows that the toolbox does not interpret, with offsets as they are in the
-// output.
+// The tables that the toolbox does not interpret, with the offsets of the output.
 Siblings OtherTables(const SampleRows& rows, const FilePlan& plan, std::size_t track,
                      std::uint64_t dataStart) {
   const auto& places = plan.tracks[track].auxiliary;
   Siblings tables;
   for (std::size_t i = 0; i < rows.otherTables.size(); ++i) {
     const Sibling& table = rows.otherTables[i];
+    // A 'saiz' without its 'saio' is useless.
     if (places && table.type == AuxiliarySizes::kType && places->empty()) continue;
     const auto offsets = ContentOf(table, AuxiliaryOffsets::kType);
     if (!offsets || (!places && plan.shifts.empty())) {
