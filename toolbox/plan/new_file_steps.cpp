@@ -21,15 +21,15 @@ class NewFile {
 
   void Write(Bytes bytes) {
     const std::uint64_t size = bytes.size();
-    steps_.push_back(WriteBytes{at_, std::move(bytes)});
+    steps_.emplace_back(WriteBytes{at_, std::move(bytes)});
     at_ += size;
   }
   void Copy(const ByteSource* source, std::uint64_t from, std::uint64_t length) {
-    steps_.push_back(CopyBytes{at_, source, from, length});
+    steps_.emplace_back(CopyBytes{at_, source, from, length});
     at_ += length;
   }
   void WriteHeader(std::uint64_t size, std::uint64_t dataStart) {
-    steps_.push_back(WritePart{at_, size, kMovieHeader, dataStart});
+    steps_.emplace_back(WritePart{at_, size, kMovieHeader, dataStart});
     at_ += size;
   }
   // Inserts a first step that reserves room for the file so far.
@@ -157,11 +157,11 @@ std::uint64_t AddMediaData(const FilePlan& plan, std::uint64_t at, std::vector<S
   std::uint64_t copied = plan.dataSize;
   for (const MadeData& made : plan.made) copied -= made.size;
   const std::uint64_t start = at + head.size();
-  steps.push_back(WriteBytes{at, std::move(head)});
-  steps.push_back(WritePart{start, copied, kCopiedMedia, 0});
+  steps.emplace_back(WriteBytes{at, std::move(head)});
+  steps.emplace_back(WritePart{start, copied, kCopiedMedia, 0});
   at = start + copied;
   for (std::size_t i = 0; i < plan.made.size(); ++i) {
-    steps.push_back(WritePart{at, plan.made[i].size, kMadeMedia, i});
+    steps.emplace_back(WritePart{at, plan.made[i].size, kMadeMedia, i});
     at += plan.made[i].size;
   }
   return at;

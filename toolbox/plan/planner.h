@@ -77,7 +77,7 @@ class Planner {
   // A chunk and its position in the interleaved order.
   struct Timed {
     MovieTime shown;
-    int rank;
+    int rank = 0;
     ChunkReference chunk;
   };
 

@@ -49,10 +49,10 @@ void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
 std::optional<Stage> FreeLeftovers(const FileOutline& file) {
   Stage stage;
   for (const FileOutline::Part& part : file.atoms) {
-    if (IsLeftover(file, part)) stage.steps.push_back(WriteType(part.at, kFree));
+    if (IsLeftover(file, part)) stage.steps.emplace_back(WriteType(part.at, kFree));
   }
   if (stage.steps.empty()) return std::nullopt;
-  stage.steps.push_back(Sync{});
+  stage.steps.emplace_back(Sync{});
   return stage;
 }
 
@@ -66,7 +66,7 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   const FileOutline::Part& last = file.atoms.back();
   const Bytes head = AtomHead(last.atom.type, last.atom.size - 8);
   if (head.size() == 8) {
-    steps.push_back(WriteBytes{last.at, head});
+    steps.emplace_back(WriteBytes{last.at, head});
     return true;
   }
   // A head of 16 bytes also takes the 8 bytes of a 'wide' before it.
@@ -74,7 +74,7 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   if (count < 2) return false;
   const FileOutline::Part& before = file.atoms[count - 2];
   if (before.atom.type != FourCC{"wide"} || before.atom.size != 8) return false;
-  steps.push_back(WriteBytes{before.at, head});
+  steps.emplace_back(WriteBytes{before.at, head});
   return true;
 }
 
@@ -99,15 +99,15 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   constexpr std::ptrdiff_t kHead = 8;
   Stage stage;
   // All but the head first. The room is free until the head is written.
-  stage.steps.push_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
+  stage.steps.emplace_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
   if (room.atom.size > movie.size()) {
     // The rest is filled with zeros, so that nothing of an older movie is left.
-    stage.steps.push_back(
+    stage.steps.emplace_back(
         WriteBytes{room.at + movie.size(), FreeAtom(room.atom.size - movie.size())});
   }
-  stage.steps.push_back(Sync{});
-  stage.steps.push_back(WriteBytes{room.at, Bytes(movie.begin(), movie.begin() + kHead)});
-  stage.steps.push_back(Sync{});
+  stage.steps.emplace_back(Sync{});
+  stage.steps.emplace_back(WriteBytes{room.at, Bytes(movie.begin(), movie.begin() + kHead)});
+  stage.steps.emplace_back(Sync{});
   return stage;
 }
 
@@ -116,8 +116,8 @@ Stage Append(const FilePlan& plan, const FileOutline& file, PlannedHeader& heade
   Stage stage;
   const std::uint64_t end = AddMediaData(plan, file.size, stage.steps);
   const std::uint64_t dataStart = end - plan.dataSize;
-  stage.steps.push_back(WritePart{end, header.SizeAt(dataStart), kMovieHeader, dataStart});
-  stage.steps.push_back(Sync{});
+  stage.steps.emplace_back(WritePart{end, header.SizeAt(dataStart), kMovieHeader, dataStart});
+  stage.steps.emplace_back(Sync{});
   stage.undo = {CutOff{file.size}};
   return stage;
 }
@@ -193,12 +193,12 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   }
 
   std::vector<Step> steps;
-  if (start != 0) steps.push_back(CopyBytes{0, file.source, 0, start});
-  steps.push_back(WritePart{start, size, kMovieHeader, dataStart});
+  if (start != 0) steps.emplace_back(CopyBytes{0, file.source, 0, start});
+  steps.emplace_back(WritePart{start, size, kMovieHeader, dataStart});
   steps.insert(steps.end(), media.begin(), media.end());
   std::uint64_t at = dataStart + plan.dataSize;
   for (const Stretch& stretch : kept) {
-    steps.push_back(CopyBytes{at, file.source, stretch.from, stretch.to - stretch.from});
+    steps.emplace_back(CopyBytes{at, file.source, stretch.from, stretch.to - stretch.from});
     at += stretch.to - stretch.from;
   }
   return {{std::move(steps), {}}, NamingStage(at)};

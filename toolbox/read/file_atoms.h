@@ -5,10 +5,10 @@
 #include <optional>
 #include <vector>
 
+#include "toolbox/atoms/item_locations.h"
 #include "toolbox/disk/byte_source.h"
 #include "toolbox/held_bytes.h"
 #include "toolbox/movie/movie.h"
-#include "toolbox/atoms/item_locations.h"
 #include "toolbox/read/top_level.h"
 
 namespace toolbox {

@@ -6,9 +6,9 @@
 #include <variant>
 
 #include "toolbox/atoms/handle_reference.h"
-#include "toolbox/references/sources.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/real_path.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/references/urls.h"
 #include "toolbox/refused.h"
 

@@ -225,7 +225,7 @@ void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
   for (const JoinedGroup& group : *groups) {
     if (group.descriptions) table.groups.emplace_back(*group.descriptions);
     if (!group.isMapped) continue;
-    table.groups.push_back(SampleToGroup{
+    table.groups.emplace_back(SampleToGroup{
         group.versionAndFlags, group.grouping, group.parameter,
         RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
           ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {

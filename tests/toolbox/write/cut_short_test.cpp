@@ -81,7 +81,9 @@ class CutShort : public InFolder {
       EXPECT_EQ(CodeOf([&] { tested.write(failed); }), dskFulErr);
       const Which found = Found(failed.Seen());
       EXPECT_NE(found, Which::kBroken);
-      if (found == Which::kOld) EXPECT_EQ(failed.Seen().size(), tested.old.size());
+      if (found == Which::kOld) {
+        EXPECT_EQ(failed.Seen().size(), tested.old.size());
+      }
     }
   }
 
