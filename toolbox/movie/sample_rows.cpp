@@ -27,7 +27,7 @@ void SampleRows::AddTimes(std::uint32_t samples, std::uint32_t delta) {
   if (samples == 0) return;
   const std::uint64_t length = std::uint64_t{samples} * delta;
   if (length > kLongestMedia - static_cast<std::uint64_t>(duration.units)) {
-    throw Malformed("the samples last longer than can be told");
+    throw Malformed("the samples last too long");
   }
   if (times.empty() || times.back().delta != delta) times.push_back({timed_, delta, duration});
   timed_ += samples;
