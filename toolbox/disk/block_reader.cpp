@@ -7,9 +7,11 @@
 namespace toolbox {
 
 ByteSpan BlockReader::At(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
+  // Asked first, because a long movie has millions of pieces, and most of them are in the block.
+  if (Holds(source, at, size)) return ByteSpan(block_).subspan(at - start_, size);
   if (at >= source.Size()) return {};
   size = std::min(size, source.Size() - at);
-  if (&source != source_ || at < start_ || at + size > start_ + block_.size()) {
+  if (!Holds(source, at, size)) {
     source_ = nullptr;  // if Read throws, no half-read block may be used
     block_.resize(std::min(std::max(blockSize_, size), source.Size() - at));
     source.Read(at, block_);
@@ -43,9 +45,11 @@ void BlockCache::Forget() {
 }
 
 BlockCache::Block& BlockCache::Find(const ByteSource& source, std::uint64_t index) {
-  auto block = std::ranges::find_if(blocks_, [&](const Block& candidate) {
+  const auto isWanted = [&](const Block& candidate) {
     return candidate.index == index && candidate.source == &source;
-  });
+  };
+  if (isWanted(blocks_.front())) return blocks_.front();
+  auto block = std::ranges::find_if(blocks_, isWanted);
   if (block == blocks_.end()) {
     // Reuse the block that was used longest ago, and the memory of its reader.
     block = std::prev(block);

@@ -24,6 +24,12 @@ class BlockReader {
   void Forget() { source_ = nullptr; }
 
  private:
+  // Whether the block has all of [at, at + size) of `source`.
+  bool Holds(const ByteSource& source, std::uint64_t at, std::uint64_t size) const {
+    return &source == source_ && at >= start_ && size <= block_.size() &&
+           at - start_ <= block_.size() - size;
+  }
+
   std::uint64_t blockSize_;
   const ByteSource* source_ = nullptr;
   std::uint64_t start_ = 0;
