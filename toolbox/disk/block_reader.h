@@ -19,7 +19,11 @@ class BlockReader {
 
   // Returns the bytes [at, at + size) of `source`, or fewer if the source ends first. They are
   // valid until the next call. Throws as ByteSource::Read does.
-  ByteSpan At(const ByteSource& source, std::uint64_t at, std::uint64_t size);
+  ByteSpan At(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
+    // A long movie has millions of pieces, and most of them are in the block.
+    if (!Holds(source, at, size)) size = Load(source, at, size);
+    return size == 0 ? ByteSpan() : ByteSpan(block_).subspan(at - start_, size);
+  }
   // Drops the block. Call this before a source is destroyed: a new one may get its address.
   void Forget() { source_ = nullptr; }
 
@@ -29,6 +33,9 @@ class BlockReader {
     return &source == source_ && at >= start_ && size <= block_.size() &&
            at - start_ <= block_.size() - size;
   }
+
+  // Brings the bytes into the block. Returns `size`, or less if the source ends first.
+  std::uint64_t Load(const ByteSource& source, std::uint64_t at, std::uint64_t size);
 
   std::uint64_t blockSize_;
   const ByteSource* source_ = nullptr;
