@@ -66,9 +66,9 @@ void SetMovieProgressProc(Movie movie,
 // Gets a new handle with the data reference for media that are created without one. The caller
 // disposes of it. noDefaultDataRef (there is none; the handle is then null).
 [[nodiscard]] OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType);
-// Sets that data reference to a copy of `dataRef`: 'alis', a file, or 'hndl', a block of memory. A
-// 'hndl' handle of zeros stands for a new block; passing the same handle again means the same
-// block. nilHandleErr, invalidDataRef, noDataHandler (any other type).
+// Sets that data reference to a copy of `dataRef`: 'alis', a file, or 'hndl', a block of memory. If
+// a 'hndl' handle has only zeros, the call makes a new block. If the same handle is passed again,
+// its block is used again. nilHandleErr, invalidDataRef, noDataHandler (any other type).
 [[nodiscard]] OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType);
 // The movie's user data, valid as long as the movie. Null only for a null movie.
 UserData GetMovieUserData(Movie movie);

@@ -28,10 +28,10 @@ class MemoryDisk final : public Disk {
   void BreakAt(int operation, Fault fault) { broken_ = operation, fault_ = fault; }
   int Operations() const { return operations_; }
   std::uint64_t Size() const { return file_.size(); }
-  // The file as it is for whoever opens it now.
+  // The file that a program finds if it opens it now.
   const Bytes& Seen() const { return isNew_ && !isNamed_ ? old_ : file_; }
 
-  // Every file that a power cut can leave: of what was not synced, any part may be on the disk.
+  // Every file that a power cut can leave. Any part of the unsynced writes may be on the disk.
   std::vector<Bytes> AfterPowerCut() const {
     if (isNew_ && !isNamed_) return {old_};
     std::vector<Bytes> left;

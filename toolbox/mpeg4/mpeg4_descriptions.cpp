@@ -14,13 +14,6 @@ namespace {
 
 constexpr FourCC kAvc{"avc1"}, kVisual{"mp4v"}, kAudio{"mp4a"};
 
-// The value of `part`. Throws Refused: invalidSampleDescription (there is none).
-template <class T>
-T Required(std::optional<T> part) {
-  if (!part) throw Refused{invalidSampleDescription};
-  return *std::move(part);
-}
-
 // The atoms of a picture entry that ISO/IEC 14496-12 12.1.3 and 14496-15 define, in their old
 // order. Only the first decoder configuration is kept. Throws Refused: invalidSampleDescription (it
 // is missing or cannot be read).

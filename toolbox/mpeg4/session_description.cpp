@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "toolbox/atoms/sample_entries.h"
+#include "toolbox/mpeg4/mpeg4_descriptions.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -79,13 +80,6 @@ DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t cha
 // The bandwidth line. RFC 4566 5.8 counts in kilobits a second; a part of one is rounded up.
 std::string Bandwidth(std::uint64_t bitRate) {
   return "b=AS:" + std::to_string((bitRate + 999) / 1000) + "\r\n";
-}
-
-// The value of `part`. Throws Refused: invalidSampleDescription (there is none).
-template <class T>
-T Required(std::optional<T> part) {
-  if (!part) throw Refused{invalidSampleDescription};
-  return *std::move(part);
 }
 
 // Describes the samples of one description of the media.

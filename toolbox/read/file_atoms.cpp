@@ -91,12 +91,12 @@ std::vector<FileAtom> FindFileAtoms(const ByteSource& source) {
   return found;
 }
 
-bool LocatesItems(const ByteSource& source) {
-  return std::ranges::any_of(TopLevelAtoms(source).atoms, [&](const TopLevelAtom& atom) {
-    if (atom.atom.type != kMeta) return false;
-    const HeldBytes content = ContentOf(source, {kMeta, atom.at, atom.atom.size});
-    return LocationsIn(content.Span()).has_value();
-  });
+bool LocatesItems(const ByteSource& source, const TopLevelAtom& atom) try {
+  if (atom.atom.type != kMeta) return false;
+  const HeldBytes content = ContentOf(source, {kMeta, atom.at, atom.atom.size});
+  return LocationsIn(content.Span()).has_value();
+} catch (const Refused&) {
+  return true;
 }
 
 std::vector<AtomToCopy> LoadFileAtoms(const std::vector<FileAtom>& atoms,

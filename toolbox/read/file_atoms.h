@@ -24,9 +24,10 @@ bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom);
 // atom that was cut off. Throws what reading throws.
 std::vector<FileAtom> FindFileAtoms(const ByteSource& source);
 
-// Whether a 'meta' at the top level gives file offsets of its items ('iloc', ISO/IEC 14496-12
-// 8.11.3). Then no bytes may be inserted or removed before the items. Throws as LoadFileAtoms.
-bool LocatesItems(const ByteSource& source);
+// Whether the atom is a 'meta' that gives file offsets of its items ('iloc', ISO/IEC 14496-12
+// 8.11.3). Then no bytes may be inserted or removed before the items. True also if the locations
+// cannot be read, because they could be file offsets.
+bool LocatesItems(const ByteSource& source, const TopLevelAtom& atom);
 
 // An atom that will be copied into a new file. The offsets of items must be changed on the way, so
 // a 'meta' is read into memory. All other atoms are copied from the source.

@@ -19,48 +19,30 @@ bool HasNoSize(const ByteSource& source, std::uint64_t at) {
   return std::ranges::none_of(size, std::identity());
 }
 
-// Whether the file continues after its last complete atom with a part of a fragment: a recording
-// that was cut off, or one that still goes on.
-bool EndsInsideFragment(const ByteSource& source, std::uint64_t end) {
-  if (source.Size() - end < 8) return false;
-  Bytes head(8);
-  source.Read(end, head);
-  const FourCC cut = FourCCAt(head, 4);
-  return cut == FourCC{"mdat"} || BelongsToFragments(cut);
-}
-
-// As LocatesItems, but true also if the item locations cannot be decoded: they could be file
-// offsets.
-bool MayLocateItems(const ByteSource& source) try {
-  return LocatesItems(source);
-} catch (const Refused&) {
-  return true;
-}
-
 }  // namespace
 
 FileOutline ReadOutline(const ByteSource& source) {
   FileOutline outline{.source = &source, .size = source.Size()};
-  const TopLevelLayout layout = TopLevelAtoms(source);
+  TopLevelWalk walk(source);
   bool hasMovie = false;
-  for (const TopLevelAtom& atom : layout.atoms) {
-    TopLevelAtom asRoom = atom;
-    if (atom.atom.type == kMovie && !hasMovie) {
+  while (const auto atom = walk.Next()) {
+    const FourCC type = atom->atom.type;
+    TopLevelAtom asRoom = *atom;
+    if (type == kMovie && !hasMovie) {
       hasMovie = true;
       outline.movie = outline.atoms.size();
-    } else if (atom.atom.type == kMovie) {
+    } else if (type == kMovie) {
       asRoom.atom.type = kFree;
     }
-    outline.atoms.push_back({atom, IsMereRoom(source, asRoom)});
+    outline.isFragmented = outline.isFragmented || type == FourCC{"moof"};
+    outline.locatesItems = outline.locatesItems || LocatesItems(source, *atom);
+    outline.atoms.push_back({*atom, IsMereRoom(source, asRoom)});
   }
   if (!hasMovie) throw Refused{featureUnsupported};
-  outline.end = layout.end;
+  outline.end = walk.End();
   outline.lastHasNoSize = HasNoSize(source, outline.atoms.back().at);
-  outline.isFragmented = std::ranges::any_of(outline.atoms, [](const FileOutline::Part& part) {
-    return part.atom.type == FourCC{"moof"};
-  });
-  outline.endsInsideFragment = EndsInsideFragment(source, layout.end);
-  outline.locatesItems = MayLocateItems(source);
+  const FourCC cut = FourCCAt(walk.Following(), 4);
+  outline.endsInsideFragment = cut == FourCC{"mdat"} || BelongsToFragments(cut);
   return outline;
 }
 

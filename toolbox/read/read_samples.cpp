@@ -111,7 +111,7 @@ void Read(const ChunkOffsets& stated, SampleRows& rows) {
 
 void Read(const WideChunkOffsets& stated, SampleRows& rows) {
   stated.rows.ForEach([](const WideChunkOffsets::Row& row) {
-    if (row.offset > INT64_MAX) throw Malformed("a chunk lies beyond the end of any file");
+    if (row.offset > INT64_MAX) throw Malformed("a chunk offset is larger than any file");
   });
   rows.chunkOffsets = EncodedNumbers(true, stated.rows.Encoded());
 }

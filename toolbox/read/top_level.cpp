@@ -19,14 +19,6 @@ ByteSpan TopLevelWalk::Content(const TopLevelAtom& atom) {
   return block_.At(source_, atom.at + atom.atom.headerSize, atom.atom.size - atom.atom.headerSize);
 }
 
-TopLevelLayout TopLevelAtoms(const ByteSource& source) {
-  TopLevelLayout layout;
-  TopLevelWalk walk(source);
-  while (const auto atom = walk.Next()) layout.atoms.push_back(*atom);
-  layout.end = walk.End();
-  return layout;
-}
-
 bool BelongsToFragments(FourCC type) {
   static constexpr FourCC kTypes[] = {"moof", "mfra", "sidx", "ssix", "styp", "emsg", "prft"};
   return std::ranges::find(kTypes, type) != std::end(kTypes);

@@ -1,10 +1,8 @@
 // Finds the top-level atoms of a file without reading their contents.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 #include "toolbox/atoms/framing.h"
 #include "toolbox/disk/block_reader.h"
@@ -16,14 +14,6 @@ struct TopLevelAtom {
   std::uint64_t at = 0;  // where it starts in the file, in bytes
   AtomFrame atom;
 };
-
-struct TopLevelLayout {
-  std::vector<TopLevelAtom> atoms;  // all that are complete, in file order
-  std::uint64_t end = 0;  // where the last of them ends, in bytes
-};
-
-// All top-level atoms of `source`. Throws what reading throws.
-TopLevelLayout TopLevelAtoms(const ByteSource& source);
 
 // Visits the atoms of a file in order. It reads blocks, so many small atoms cost one read, and
 // skips the contents of long atoms. All functions throw what reading throws.

@@ -17,7 +17,7 @@ void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path, D
   const FileSource source(path);
   const FileOutline outline = ReadOutline(source);
   FilePlan plan = PlanUpdate(movie);
-  OwnTables(plan);  // they may be in the file that changes now
+  LoadTables(plan);  // they may be in the file that changes now
   MovieWriter header(plan, path);
   const UpdateSteps steps = StepsForUpdate(plan, outline, header);
   PartsWriter parts(plan, header);

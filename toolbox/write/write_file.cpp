@@ -27,7 +27,7 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
   // Copying can take minutes, and the source files may change meanwhile. Load the tables first if a
   // part after the copied data needs them.
   const bool needsTablesLater = !plan.made.empty() || (!layout.movieFirst && !layout.compress);
-  if (plan.dataSize != 0 && needsTablesLater) OwnTables(plan);
+  if (plan.dataSize != 0 && needsTablesLater) LoadTables(plan);
   PartsWriter(plan, header).Perform(stages, output);
 }
 

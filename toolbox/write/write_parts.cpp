@@ -58,7 +58,7 @@ void PartsWriter::Report(std::uint64_t bytes) {
   plan_.movie->progress(done_, plan_.dataSize);
 }
 
-void OwnTables(const FilePlan& plan) {
+void LoadTables(const FilePlan& plan) {
   for (const TrackPlan& track : plan.tracks) {
     if (track.source->media) track.source->media->samples.LeaveFiles();
   }

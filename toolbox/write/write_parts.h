@@ -39,6 +39,6 @@ class PartsWriter {
 
 // Loads the sample tables of the source into memory, so that later changes of their files do not
 // matter.
-void OwnTables(const FilePlan& plan);
+void LoadTables(const FilePlan& plan);
 
 }  // namespace toolbox

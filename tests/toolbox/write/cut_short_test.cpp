@@ -35,7 +35,8 @@ enum class Which { kOld, kNew, kBroken };
 
 class CutShort : public InFolder {
  protected:
-  // A run that writes to a disk; the movie that it writes is told by the layer of its first track.
+  // A function that writes a new movie to a disk. The layer of the first track tells the new movie
+  // from the old one.
   struct Case {
     std::string name;
     Bytes old;

@@ -39,9 +39,9 @@ bool Contains(const Bytes& bytes, const Bytes& part) { return Find(bytes, part) 
 
 std::vector<std::string> TopLevel(const Bytes& file) {
   std::vector<std::string> types;
-  for (const TopLevelAtom& found : TopLevelAtoms(MemorySource(file)).atoms) {
-    types.push_back(found.atom.type.Text());
-  }
+  const MemorySource source(file);
+  TopLevelWalk walk(source);
+  while (const auto found = walk.Next()) types.push_back(found->atom.type.Text());
   return types;
 }
 
