@@ -3,8 +3,11 @@
 #include <iostream>
 
 #include "clipjoin/clipjoin.h"
+#include "clipjoin/process.h"
 
 int main(int count, char** arguments) try {
+  clipjoin::OpenStandardStreams();
+  clipjoin::HandleSignals();
   return clipjoin::Run({arguments, static_cast<std::size_t>(count)});
 } catch (const std::exception& escaped) {
   std::cerr << "Error: " << escaped.what() << '\n';

@@ -378,6 +378,9 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
                                 std::uint32_t createFlags);
 // Closes a storage, as CloseMovieStorage does. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(DataHandler component);
+// Removes the files of new storages that are not closed yet, where the file system could not create
+// them without a name. It is safe in a signal handler, and does not set the movies error.
+void RemoveUnfinishedFiles();
 
 // --- Export (calls/export.cpp)
 

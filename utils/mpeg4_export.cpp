@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/filesystem/operations.hpp>
+#include <chrono>
 #include <iostream>
+#include <thread>
 #include <tuple>
 
 #include "clipjoin/report.h"
@@ -122,11 +125,12 @@ class Exporter {
   toolbox::MovieExportComponent component_ = nullptr;
 };
 
-// Tries up to ten times while the file is busy or exists already. Prints every failure and counts
-// only the last try.
+// Tries up to ten times, with pauses, while the file is busy or exists already. Prints every
+// failure and counts only the last try.
 template <class Try>
 toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
   constexpr int kMostTries = 10;
+  constexpr std::chrono::milliseconds kPause(100);
   for (int tries = 1;; ++tries) {
     const toolbox::OSErr code = attempt();
     const bool mayPass = code == toolbox::fBsyErr || code == toolbox::dupFNErr;
@@ -135,6 +139,16 @@ toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
       return code;
     }
     std::cerr << QTError(site, code) << '\n';
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
+// Removes the file that the export created and could not fill.
+void RemoveEmpty(const std::string& path) {
+  boost::system::error_code unknown;
+  if (boost::filesystem::is_regular_file(path, unknown) &&
+      boost::filesystem::file_size(path, unknown) == 0) {
+    boost::filesystem::remove(path, unknown);
   }
 }
 
@@ -150,22 +164,26 @@ toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& output
   DataReference reference;
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(outputPath, reference));
 
+  boost::system::error_code unknown;
+  const bool isNew = !boost::filesystem::exists(outputPath, unknown);
   toolbox::DataHandler storage = nullptr;
   const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource}, [&] {
     return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
                                        toolbox::smSystemScript,
                                        toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
   });
-  // Nothing is added to it: it only shows whether the file can be created.
+  // Nothing is added to it: it only shows whether the file can be created. Closing it leaves an
+  // empty file.
   std::ignore = toolbox::CloseComponent(storage);
   if (created == toolbox::fBsyErr) ExplainBusy(outputPath);
 
-  Repeat({"ConvertMovieToDataRef", kUtilsSource}, [&] {
+  const toolbox::OSErr converted = Repeat({"ConvertMovieToDataRef", kUtilsSource}, [&] {
     return WithProgress(movie, showProgress, [&] {
       return toolbox::ConvertMovieToDataRef(movie, nullptr, reference.handle, reference.type,
                                             kMpeg4, kCreator, 0, exporter.Component());
     });
   });
+  if (converted != toolbox::noErr && isNew) RemoveEmpty(outputPath);
   return toolbox::noErr;
 }
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
+#include <tuple>
 
 namespace utils {
 namespace {
@@ -38,7 +39,12 @@ std::string Span(double seconds) {
 }  // namespace
 
 ProgressLine::~ProgressLine() {
-  if (isVisible_) std::cerr << kErase << std::flush;
+  if (isVisible_ != 0) std::cerr << kErase << std::flush;
+  isVisible_ = 0;
+}
+
+void ProgressLine::EraseInSignal() {
+  if (isVisible_ != 0) std::ignore = write(STDERR_FILENO, kErase, sizeof kErase - 1);
 }
 
 bool ProgressLine::IsWanted() { return isatty(STDERR_FILENO) == 1; }
@@ -49,7 +55,7 @@ void ProgressLine::Show(std::uint64_t done, std::uint64_t all) {
   // A short write shows nothing: it is over before the line could be read.
   if (now - started_ < kPause || now - shown_ < kPause) return;
   shown_ = now;
-  isVisible_ = true;
+  isVisible_ = 1;
   const double seconds = std::chrono::duration<double>(now - started_).count();
   const auto bytes = static_cast<double>(done), total = static_cast<double>(all);
   const double rate = bytes / seconds;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 
 namespace utils {
@@ -18,12 +19,14 @@ class ProgressLine {
   // Shows `done` of `all` bytes; `all` > 0. Call it as often as you like: it draws at most five
   // times a second.
   void Show(std::uint64_t done, std::uint64_t all);
+  // Erases a visible line. It is safe in a signal handler.
+  static void EraseInSignal();
 
  private:
   using Clock = std::chrono::steady_clock;
   const Clock::time_point started_ = Clock::now();
   Clock::time_point shown_;
-  bool isVisible_ = false;
+  static inline volatile std::sig_atomic_t isVisible_ = 0;
 };
 
 }  // namespace utils

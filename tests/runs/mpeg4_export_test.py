@@ -349,13 +349,6 @@ class RealMovies(Mpeg4Test):
         self.assert_same([(round(2 * f.time, 2), f.hash) for f in runs.frames(movie)],
                          [(round(f.time, 2), f.hash) for f in runs.frames(path)], "frames")
 
-    def test_a_movie_may_replace_itself(self):
-        movie = MEDIA / "layout/0001.mp4"
-        shutil.copy(movie, self.folder / "out.mp4")
-        path = self.export("out.mp4")
-        self.assert_strict(path)
-        self.assert_same(runs.frames(path), runs.frames(movie), "frames")
-
     def test_losses_are_reported_first(self):
         movie = MEDIA / "tags/has-tags.m4a"
         for options, said in (([], True), (["-q"], False)):

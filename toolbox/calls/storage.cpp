@@ -4,6 +4,7 @@
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"
+#include "toolbox/disk/temporary_file.h"
 #include "toolbox/read/read_movie.h"
 #include "toolbox/toolbox.h"
 
@@ -47,6 +48,8 @@ OSErr CloseComponent(DataHandler component) {
     CloseStorage(component);
   });
 }
+
+void RemoveUnfinishedFiles() { RemoveTemporaryFiles(); }
 
 OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC, std::int16_t,
                          std::uint32_t flags, DataHandler* handler, Movie*) {

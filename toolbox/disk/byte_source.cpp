@@ -1,12 +1,12 @@
 #include "toolbox/disk/byte_source.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <new>
@@ -78,20 +78,32 @@ HeldBytes ByteSource::Load(std::uint64_t at, std::size_t size) const {
   return HeldBytes(std::move(bytes));
 }
 
-FileSource::FileSource(const boost::filesystem::path& path) : file_(path, O_RDONLY) {
-  struct stat status {};
-  if (!file_.IsOpen() || fstat(file_.Number(), &status) != 0) throw RefusedBy(errno);
-  if (S_ISDIR(status.st_mode)) throw RefusedBy(EISDIR);
-  size_ = static_cast<std::uint64_t>(status.st_size);
+bool ByteSource::IsZero(std::uint64_t at, std::uint64_t size) const {
+  constexpr std::uint64_t kBlock = 1 << 20;
+  Bytes block;
+  for (; size != 0; at += block.size(), size -= block.size()) {
+    block.resize(std::min(size, kBlock));
+    Read(at, block);
+    if (std::ranges::any_of(block, std::identity())) return false;
+  }
+  return true;
+}
+
+// O_NONBLOCK: opening a FIFO would otherwise wait for a writer. It does nothing to regular files.
+FileSource::FileSource(const boost::filesystem::path& path, int flags)
+    : file_(path, flags | O_NONBLOCK) {
+  if (!file_.IsOpen()) throw RefusedBy(errno);
+  const struct stat status = StatusOf(file_.Number());
+  if (!S_ISREG(status.st_mode)) throw RefusedBy(EISDIR);
+  state_ = StateIn(status);
 }
 
 void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
   constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
   if (at > kFarthest || into.size() > kFarthest - at) throw Refused{eofErr};
   while (!into.empty()) {
-    const ssize_t got = pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw RefusedBy(errno);
+    const ssize_t got = Required(
+        [&] { return pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at)); });
     if (got == 0) throw Refused{eofErr};  // the file is shorter than when it was opened
     into = into.subspan(static_cast<std::size_t>(got));
     at += static_cast<std::uint64_t>(got);
@@ -101,10 +113,28 @@ void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
 HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
   // A mapping has a cost of its own, which small pieces are not worth.
   constexpr std::size_t kMuch = 1 << 20;
-  if (size >= kMuch && at <= size_ && size <= size_ - at) {
+  if (size >= kMuch && at <= Size() && size <= Size() - at) {
     if (auto mapped = Map(file_.Number(), at, size)) return *mapped;
   }
   return ByteSource::Load(at, size);
+}
+
+bool FileSource::IsZero(std::uint64_t at, std::uint64_t size) const {
+#ifdef SEEK_DATA
+  for (const std::uint64_t end = at + size; at < end;) {
+    const off_t data = lseek(file_.Number(), static_cast<off_t>(at), SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return true;  // a hole up to the end of the file
+    if (data < 0) return ByteSource::IsZero(at, end - at);
+    const off_t hole = lseek(file_.Number(), data, SEEK_HOLE);
+    const auto start = static_cast<std::uint64_t>(data), next = static_cast<std::uint64_t>(hole);
+    if (start >= end) return true;
+    if (hole < 0 || !ByteSource::IsZero(start, std::min(next, end) - start)) return false;
+    at = next;
+  }
+  return true;
+#else
+  return ByteSource::IsZero(at, size);
+#endif
 }
 
 void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {

@@ -1,6 +1,8 @@
 // The interface to read bytes from a file or from memory.
 #pragma once
 
+#include <fcntl.h>
+
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <span>
@@ -22,26 +24,36 @@ struct ByteSource {
   // Returns the bytes [at, at + size). They live as long as the result does, whatever happens to
   // the source object. Throws as Read does.
   virtual HeldBytes Load(std::uint64_t at, std::size_t size) const;
+  // Whether all bytes [at, at + size) are zero. Throws as Read does.
+  virtual bool IsZero(std::uint64_t at, std::uint64_t size) const;
   // A file descriptor from which the kernel can copy, or -1 if there is none. The source owns it.
   virtual int Descriptor() const { return -1; }
 };
 
-// A file that is open for reading.
+// A regular file that is open for reading.
 class FileSource final : public ByteSource {
  public:
-  // Throws Refused: fnfErr, afpAccessDenied, notAFileErr (a directory), tmfoErr, ioErr.
-  explicit FileSource(const boost::filesystem::path& path);
+  // Opens the file; `flags` are O_RDONLY or O_RDWR. Throws Refused: fnfErr, afpAccessDenied,
+  // notAFileErr (a directory, a device or a FIFO), tmfoErr, ioErr.
+  explicit FileSource(const boost::filesystem::path& path, int flags = O_RDONLY);
 
-  std::uint64_t Size() const override { return size_; }
+  // The state of the file when it was opened or last renewed.
+  const FileState& State() const { return state_; }
+  // Notes the present state, size included.
+  void Renew() { state_ = StateIn(StatusOf(file_.Number())); }
+
+  std::uint64_t Size() const override { return state_.size; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
   // Maps a large piece into memory instead of copying it. Until HeldBytes owns the piece, a write
   // to the file changes it, and truncating the file can end the process.
   HeldBytes Load(std::uint64_t at, std::size_t size) const override;
+  // Does not read the holes of a sparse file.
+  bool IsZero(std::uint64_t at, std::uint64_t size) const override;
   int Descriptor() const override { return file_.Number(); }
 
  private:
   toolbox::Descriptor file_;
-  std::uint64_t size_ = 0;
+  FileState state_;
 };
 
 // Bytes in memory. The caller owns them and keeps them alive.

@@ -9,11 +9,8 @@
 
 namespace toolbox {
 
-Descriptor::Descriptor(const boost::filesystem::path& path, int flags, mode_t mode) {
-  do {
-    number_ = open(path.c_str(), flags | O_CLOEXEC, mode);
-  } while (number_ < 0 && errno == EINTR);
-}
+Descriptor::Descriptor(const boost::filesystem::path& path, int flags, mode_t mode)
+    : number_(Uninterrupted([&] { return open(path.c_str(), flags | O_CLOEXEC, mode); })) {}
 
 Descriptor::~Descriptor() {
   if (IsOpen()) close(number_);
@@ -30,6 +27,24 @@ std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
   // ENOTDIR: a folder on the path is a file.
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
   throw RefusedBy(errno);
+}
+
+struct stat StatusOf(int descriptor) {
+  struct stat status {};
+  Required([&] { return fstat(descriptor, &status); });
+  return status;
+}
+
+FileState StateIn(const struct stat& status) {
+  constexpr std::int64_t kNanoseconds = 1'000'000'000;  // in a second
+  return {{status.st_dev, status.st_ino},
+          static_cast<std::uint64_t>(status.st_size),
+          status.st_mtim.tv_sec * kNanoseconds + status.st_mtim.tv_nsec};
+}
+
+std::optional<FileState> StateOf(const boost::filesystem::path& path) {
+  const auto status = StatusOf(path);
+  return status ? std::optional(StateIn(*status)) : std::nullopt;
 }
 
 }  // namespace toolbox

@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "toolbox/file_state.h"
+
 namespace toolbox {
 
 // Owns one file descriptor, or none. It can be moved, not copied.
@@ -37,5 +39,12 @@ class Descriptor {
 // The status of the file at `path`, after following links. Nothing if there is no such file. Throws
 // Refused on other errors, for example if a folder cannot be searched.
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path);
+// The same for an open file.
+struct stat StatusOf(int descriptor);
+
+// The state of a file.
+FileState StateIn(const struct stat& status);
+// The state of the file at `path`. Nothing if there is no such file. Throws as StatusOf.
+std::optional<FileState> StateOf(const boost::filesystem::path& path);
 
 }  // namespace toolbox

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include "toolbox/disk/system_error.h"
 
@@ -11,9 +10,8 @@ namespace toolbox {
 
 void FileInPlace::Write(std::uint64_t at, ByteSpan bytes) {
   while (!bytes.empty()) {
-    const ssize_t put = pwrite(file_.Number(), bytes.data(), bytes.size(), static_cast<off_t>(at));
-    if (put < 0 && errno == EINTR) continue;
-    if (put < 0) throw RefusedBy(errno);
+    const ssize_t put =
+        Required([&] { return pwrite(file_, bytes.data(), bytes.size(), static_cast<off_t>(at)); });
     bytes = bytes.subspan(static_cast<std::size_t>(put));
     at += static_cast<std::uint64_t>(put);
   }
@@ -31,11 +29,11 @@ void FileInPlace::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t
 }
 
 void FileInPlace::Sync() {
-  if (fsync(file_.Number()) != 0) throw RefusedBy(errno);
+  Required([this] { return fsync(file_); });
 }
 
 void FileInPlace::CutOff(std::uint64_t size) {
-  if (ftruncate(file_.Number(), static_cast<off_t>(size)) != 0) throw RefusedBy(errno);
+  Required([&] { return ftruncate(file_, static_cast<off_t>(size)); });
 }
 
 }  // namespace toolbox

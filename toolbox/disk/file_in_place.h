@@ -1,7 +1,6 @@
 // Changes an existing file in place.
 #pragma once
 
-#include "toolbox/disk/descriptor.h"
 #include "toolbox/disk/disk.h"
 
 namespace toolbox {
@@ -10,8 +9,8 @@ namespace toolbox {
 // already has its name, and it grows as it is written. Any position may be written, in any order.
 class FileInPlace final : public Disk {
  public:
-  // `file` is open for reading and writing and must outlive this object.
-  explicit FileInPlace(const Descriptor& file) : file_(file) {}
+  // `file` is open for reading and writing and stays so while this object is used.
+  explicit FileInPlace(int file) : file_(file) {}
 
   void Write(std::uint64_t at, ByteSpan bytes) override;
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
@@ -23,7 +22,7 @@ class FileInPlace final : public Disk {
   void TakeName() override {}
 
  private:
-  const Descriptor& file_;
+  int file_;
 };
 
 }  // namespace toolbox

@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "toolbox/disk/attributes.h"
 #include "toolbox/disk/block_reader.h"
 #include "toolbox/disk/perform.h"
 #include "toolbox/disk/system_error.h"
@@ -45,32 +46,17 @@ fs::path Followed(const fs::path& target) {
   return path;
 }
 
-// Whether this process itself has the file open. Also true if that cannot be found out.
-bool IsOpenHere(const struct stat& file) {
-  boost::system::error_code failed;
-  for (fs::directory_iterator entry("/proc/self/fd", failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    struct stat open {};
-    if (stat(entry->path().c_str(), &open) == 0 && open.st_dev == file.st_dev &&
-        open.st_ino == file.st_ino) {
-      return true;
-    }
-  }
-  return failed.failed();
-}
-
-// Throws Refused if the file is protected or in use. The rename itself checks neither.
-void CheckReplaceable(const fs::path& path, const struct stat& existing) {
-  // A movie may replace its own input, which is then open in this process. The lease below would
-  // fail because of that descriptor, so it is not tried.
-  const bool isOpenHere = IsOpenHere(existing);
-
-  const Descriptor file(path, O_WRONLY | O_NONBLOCK);
+// Opens the file that will be replaced and locks it, so that no other process saves into it or
+// replaces it meanwhile. Throws Refused if it is protected or in use; the rename itself checks
+// neither.
+Descriptor OpenToReplace(const fs::path& path, Existing existing) {
+  Descriptor file(path, O_WRONLY | O_NONBLOCK);
   if (!file.IsOpen()) throw errno == EPERM ? Refused{fLckdErr} : RefusedBy(errno);
+  if (existing == Existing::kLocked) return file;
   // Other errors mean that the file system has no locks (here) or no leases (below).
-  if (flock(file.Number(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
+  const auto lock = [&file] { return flock(file.Number(), LOCK_EX | LOCK_NB); };
+  if (Uninterrupted(lock) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
 #ifdef F_SETLEASE
-  if (isOpenHere) return;
   // The system grants a write lease only if nobody else has the file open. If another process opens
   // the file at this moment, a signal reports it. SIGURG is ignored by default; the usual SIGIO
   // would end the process.
@@ -81,6 +67,7 @@ void CheckReplaceable(const fs::path& path, const struct stat& existing) {
     throw RefusedBy(errno);
   }
 #endif
+  return file;
 }
 
 // Throws Refused (dirNFErr) if `folder` is no folder.
@@ -94,7 +81,9 @@ void SyncFolder(const fs::path& folder) {
   const Descriptor opened(folder, O_RDONLY | O_DIRECTORY);
   // A folder without read permission cannot be opened, so it is not synced. EINVAL: the file system
   // does not sync folders.
-  if (opened.IsOpen() && fsync(opened.Number()) != 0 && errno != EINVAL) throw RefusedBy(errno);
+  if (!opened.IsOpen()) return;
+  const int result = Uninterrupted([&opened] { return fsync(opened.Number()); });
+  if (result != 0 && errno != EINVAL) throw RefusedBy(errno);
 }
 
 // Reserves `size` bytes for `file`. Returns false if the file system cannot do that. Throws Refused
@@ -102,11 +91,9 @@ void SyncFolder(const fs::path& folder) {
 bool Allocate([[maybe_unused]] int file, [[maybe_unused]] std::uint64_t size) {
 #ifdef __linux__
   if (size > kFarthest) throw RefusedBy(EFBIG);
-  int result;
-  do {
-    result = fallocate(file, 0, 0, static_cast<off_t>(size));
-  } while (result != 0 && errno == EINTR);
-  if (result == 0) return true;
+  if (Uninterrupted([&] { return fallocate(file, 0, 0, static_cast<off_t>(size)); }) == 0) {
+    return true;
+  }
   const int lacks[] = {ENOSPC, EDQUOT, EFBIG, EIO};
   if (std::ranges::find(lacks, errno) != std::end(lacks)) throw RefusedBy(errno);
 #endif
@@ -121,10 +108,9 @@ std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
                                           [[maybe_unused]] std::uint64_t length) {
 #ifdef __linux__
   auto from = static_cast<off_t>(at);
-  ssize_t copied;
-  do {
-    copied = copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
-  } while (copied < 0 && errno == EINTR);
+  const ssize_t copied = Uninterrupted([&] {
+    return copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
+  });
   if (copied == 0) throw Refused{eofErr};
   if (copied > 0) return static_cast<std::uint64_t>(copied);
   const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
@@ -138,6 +124,7 @@ std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
 struct OutputFile::State {
   fs::path target;
   Existing existing = Existing::kReplace;
+  Descriptor replaced;  // the existing file, locked; closed if there is none
   std::optional<TemporaryFile> temporary;
   Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
@@ -164,9 +151,7 @@ struct OutputFile::State {
   // Passes `bytes` to the system, without the buffer.
   void HandOver(ByteSpan bytes) {
     while (!bytes.empty()) {
-      const ssize_t put = write(File(), bytes.data(), bytes.size());
-      if (put < 0 && errno == EINTR) continue;
-      if (put < 0) throw RefusedBy(errno);
+      const ssize_t put = Required([&] { return write(File(), bytes.data(), bytes.size()); });
       bytes = bytes.subspan(static_cast<std::size_t>(put));
       written += static_cast<std::uint64_t>(put);
     }
@@ -240,22 +225,27 @@ struct OutputFile::State {
   void Sync() {
     Drain();
     // Only a file that replaces another is synced.
-    if (temporary && StatusOf(target) && fsync(File()) != 0) throw RefusedBy(errno);
+    if (replaced.IsOpen()) Required([this] { return fsync(File()); });
   }
 
   void CutOff(std::uint64_t size) {
     if (size != Position()) throw Refused{ioErr};
     Drain();
-    if (reserved > size && ftruncate(File(), static_cast<off_t>(size)) != 0) throw RefusedBy(errno);
+    if (reserved <= size) return;
+    Required([&] { return ftruncate(File(), static_cast<off_t>(size)); });
   }
 
   void TakeName() {
     Flush();
     if (!temporary) return direct.Close();
-    const bool replaces = StatusOf(target).has_value();
-    if (replaces && existing == Existing::kRefuse) throw Refused{dupFNErr};
-    temporary->TakeName(target);
-    if (replaces) SyncFolder(target.parent_path());
+    const std::optional<FileState> now = StateOf(target);
+    // A file that appeared in the meantime is not the one that the user wanted to replace.
+    const auto isReplaced = [&] {
+      return replaced.IsOpen() && StateIn(StatusOf(replaced.Number())).identity == now->identity;
+    };
+    if (now && !isReplaced()) throw Refused{existing == Existing::kRefuse ? dupFNErr : fBsyErr};
+    temporary->TakeName(target, replaced.IsOpen());
+    if (replaced.IsOpen()) SyncFolder(target.parent_path());
   }
 };
 
@@ -278,8 +268,9 @@ OutputFile::OutputFile(const fs::path& target, Existing existing)
   if (faccessat(AT_FDCWD, path.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     throw RefusedBy(errno);
   }
-  if (old) CheckReplaceable(path, *old);
-  state_->temporary.emplace(path, old ? std::optional<mode_t>(old->st_mode & 07777) : std::nullopt);
+  if (old) state_->replaced = OpenToReplace(path, existing);
+  state_->temporary.emplace(path);
+  if (old) CopyAttributes(state_->replaced, state_->temporary->File());
 }
 
 OutputFile::~OutputFile() = default;

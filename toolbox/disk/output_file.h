@@ -9,27 +9,27 @@
 
 namespace toolbox {
 
-// What to do about an existing file at the target: replace it, or throw dupFNErr.
-enum class Existing { kReplace, kRefuse };
+// What to do about an existing file at the target. kReplace: replace it unless it is in use.
+// kRefuse: throw dupFNErr. kLocked: replace it; the caller has it open and has locked it.
+enum class Existing { kReplace, kRefuse, kLocked };
 
 // The file is written from start to end: every Write and Copy must be at Position(), or it throws
-// ioErr. The target does not change before TakeName. Without TakeName the new file is removed, even
-// if the process exits or a signal that can be caught ends it. After a call has thrown, every later
-// call throws ioErr.
+// ioErr. The target does not change before TakeName. After a call has thrown, every later call
+// throws ioErr.
 //
-//   .name.XXXXXX   while it is written, in the folder of the target
-//   name           after TakeName: one rename, so that a reader sees the old or the new file
+//   no name, or .name.XXXXXX   while it is written, in the folder of the target: a TemporaryFile
+//   name                       after TakeName: a reader sees the whole old or the whole new file
 //
 // A target that is no regular file (/dev/null, a FIFO) is written directly.
 class OutputFile final : public Disk {
  public:
   // Opens a temporary file in the folder of `target`. Symbolic links are followed. With a relative
-  // path, the current folder must not change until TakeName. The new file has the permissions of
-  // the old one. Throws Refused: dirNFErr (no such folder), afpAccessDenied (folder or existing
-  // file not writable), fLckdErr (the existing file is immutable), vLckdErr (read-only file
-  // system), notAFileErr (a directory), fBsyErr (the existing file is locked or open in
-  // another process), dupFNErr (the file exists and `existing` is kRefuse), bdNamErr, dskFulErr,
-  // tmfoErr, ioErr.
+  // path, the current folder must not change until TakeName. The new file has the attributes of
+  // the old one (see CopyAttributes), which stays locked until it is replaced. Throws Refused:
+  // dirNFErr (no such folder), afpAccessDenied (folder or existing file not writable), fLckdErr
+  // (the existing file is immutable), vLckdErr (read-only file system), notAFileErr (a directory),
+  // fBsyErr (the existing file is locked, or open anywhere else), dupFNErr (the file exists and
+  // `existing` is kRefuse), bdNamErr, dskFulErr, tmfoErr, ioErr.
   explicit OutputFile(const boost::filesystem::path& target,
                       Existing existing = Existing::kReplace);
   ~OutputFile() override;
@@ -49,8 +49,8 @@ class OutputFile final : public Disk {
   void Sync() override;
   // Gives back the room that was reserved and not used. `size` must be Position().
   void CutOff(std::uint64_t size) override;
-  // Throws dupFNErr if there is a file by now and it may not be replaced. If syncing the folder
-  // fails, this throws although the new file already has its name.
+  // Throws fBsyErr, or dupFNErr for kRefuse, if the target is by now another file than at the
+  // start. If syncing the folder fails, this throws although the new file already has its name.
   void TakeName() override;
   // Performs NamingStage: gives back unused room, syncs, and takes the name.
   void Commit();

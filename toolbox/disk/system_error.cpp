@@ -1,7 +1,5 @@
 #include "toolbox/disk/system_error.h"
 
-#include <cerrno>
-
 namespace toolbox {
 
 Refused RefusedBy(int errorNumber) {

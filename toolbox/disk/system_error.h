@@ -1,5 +1,7 @@
-// Turns errors of system calls into refusals.
+// System calls: repeats interrupted ones and turns errors into refusals.
 #pragma once
+
+#include <cerrno>
 
 #include "toolbox/refused.h"
 
@@ -8,5 +10,21 @@ namespace toolbox {
 // The refusal for a system call that failed with `errorNumber`, a value of errno. Errors without a
 // code of their own become ioErr.
 Refused RefusedBy(int errorNumber);
+
+// Repeats a system call while signals interrupt it. Returns its result; errno has the reason of a
+// failure.
+template <class SystemCall>
+auto Uninterrupted(SystemCall&& call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+// The same, and throws Refused if the call fails.
+template <class SystemCall>
+auto Required(SystemCall&& call) {
+  const auto result = Uninterrupted(call);
+  if (result < 0) throw RefusedBy(errno);
+  return result;
+}
 
 }  // namespace toolbox

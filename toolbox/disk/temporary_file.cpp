@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -17,45 +15,11 @@
 namespace toolbox {
 namespace {
 
-// The signals that end the process and leave time to remove files.
-constexpr int kEndings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS};
-
-// Handles SIGXFSZ, so that a write beyond the limit fails with EFBIG. SIG_IGN would do the same,
-// but programs that this one starts would inherit it.
-void CarryOn(int) {}
-
-// Replaces the handler `before` by `now`. If the process handles or ignores the signal in another
-// way, nothing changes.
-void Exchange(int signal, void (*before)(int), void (*now)(int)) {
-  struct sigaction action {};
-  if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != before) return;
-  action.sa_handler = now;
-  // SA_RESETHAND restores the default before the handler runs. The handler can then raise the
-  // signal again to end the process.
-  action.sa_flags = now == CarryOn ? SA_RESTART : static_cast<int>(SA_RESETHAND);
-  sigaction(signal, &action, nullptr);
-}
-
-// Blocks the ending signals while the files on disk and the list of files differ.
-class EndingsHeld {
- public:
-  EndingsHeld() {
-    sigset_t endings{};
-    sigemptyset(&endings);
-    for (const int signal : kEndings) sigaddset(&endings, signal);
-    pthread_sigmask(SIG_BLOCK, &endings, &before_);
-  }
-  ~EndingsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  EndingsHeld(const EndingsHeld&) = delete;
-  EndingsHeld& operator=(const EndingsHeld&) = delete;
-
- private:
-  sigset_t before_{};
-};
+namespace fs = boost::filesystem;
 
 // The start of the hidden name, before the random letters: ".name.". The name is shortened if the
 // whole would be too long for the file system.
-std::string HiddenName(const boost::filesystem::path& target) {
+std::string HiddenName(const fs::path& target) {
   constexpr std::size_t kAround = 8;  // the dots and the random letters
   const long limit = pathconf(target.parent_path().c_str(), _PC_NAME_MAX);
   const std::size_t room = static_cast<std::size_t>(limit > 0 ? limit : NAME_MAX) - kAround;
@@ -78,65 +42,87 @@ std::string RandomLetters() {
   return letters;
 }
 
+// Finds a hidden name that is free: calls `make(path)` until it does not fail with EEXIST. Returns
+// the path. Throws Refused for any other failure.
+template <class Make>
+fs::path HiddenPath(const fs::path& target, Make&& make) {
+  const std::string hidden = HiddenName(target);
+  while (true) {
+    fs::path path = target.parent_path() / (hidden + RandomLetters());
+    if (make(path)) return path;
+    if (errno != EEXIST) throw RefusedBy(errno);
+  }
+}
+
+// Opens a file without a name. The result is closed if the system or the file system has none, or
+// cannot name it later, which needs /proc.
+Descriptor Unnamed([[maybe_unused]] const fs::path& folder) {
+#ifdef O_TMPFILE
+  if (access("/proc/self/fd", X_OK) == 0) return {folder, O_WRONLY | O_TMPFILE, 0666};
+#endif
+  return {};
+}
+
+// Gives the unnamed file a name. Returns false with errno if that fails.
+bool Name(const Descriptor& file, const fs::path& name) {
+  const std::string link = "/proc/self/fd/" + std::to_string(file.Number());
+  return linkat(AT_FDCWD, link.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+// Renames a file. Without `replaces` it fails with EEXIST if the target exists.
+int Rename(const fs::path& from, const fs::path& to, bool replaces) {
+#ifdef RENAME_NOREPLACE
+  if (!replaces) {
+    const int result = renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    if (result == 0 || (errno != EINVAL && errno != ENOSYS)) return result;
+  }
+#endif
+  // The best that the file system can do. Another process may create the target after the check.
+  if (!replaces && StatusOf(to)) throw RefusedBy(EEXIST);
+  return std::rename(from.c_str(), to.c_str());
+}
+
 }  // namespace
 
-TemporaryFile::TemporaryFile(const boost::filesystem::path& target, std::optional<mode_t> mode) {
-  const std::string hidden = HiddenName(target);
-  const EndingsHeld held;
-  do {
-    path_ = target.parent_path() / (hidden + RandomLetters());
+TemporaryFile::TemporaryFile(const fs::path& target) : file_(Unnamed(target.parent_path())) {
+  if (file_.IsOpen()) return;
+  path_ = HiddenPath(target, [this](const fs::path& path) {
     // Not mkostemp: it always sets 0600, but a new file has the permissions of umask and folder.
-    file_ = Descriptor(path_, O_WRONLY | O_CREAT | O_EXCL, mode.value_or(0666));
-  } while (!file_.IsOpen() && errno == EEXIST);
-  if (!file_.IsOpen()) throw RefusedBy(errno);
-  if (mode && fchmod(file_.Number(), *mode) != 0) {
-    const int why = errno;
-    unlink(path_.c_str());
-    throw RefusedBy(why);
-  }
-  Enlist();
+    file_ = Descriptor(path, O_WRONLY | O_CREAT | O_EXCL, 0666);
+    return file_.IsOpen();
+  });
+  next_ = std::exchange(newest_, this);
 }
 
 TemporaryFile::~TemporaryFile() {
-  if (path_.empty()) return;  // it has taken its name
+  if (path_.empty()) return;
   unlink(path_.c_str());
-  Delist();
-}
-
-void TemporaryFile::TakeName(const boost::filesystem::path& target) {
-  file_.Close();
-  if (std::rename(path_.c_str(), target.c_str()) != 0) throw RefusedBy(errno);
-  Delist();
-  path_.clear();
-}
-
-void TemporaryFile::RemoveAll() {
-  for (const TemporaryFile* file = newest_; file != nullptr; file = file->next_) {
-    unlink(file->path_.c_str());
-  }
-}
-
-// Runs in a signal handler: only unlink and raise, which are safe there.
-void TemporaryFile::RemoveAllAndDie(int signal) {
-  RemoveAll();
-  raise(signal);
-}
-
-void TemporaryFile::Enlist() {
-  [[maybe_unused]] static const int atExit = std::atexit(RemoveAll);
-  next_ = std::exchange(newest_, this);
-  for (const int signal : kEndings) Exchange(signal, SIG_DFL, RemoveAllAndDie);
-  Exchange(SIGXFSZ, SIG_DFL, CarryOn);
-}
-
-void TemporaryFile::Delist() {
-  const EndingsHeld held;
   TemporaryFile** link = &newest_;
   while (*link != this) link = &(*link)->next_;
   *link = next_;
-  if (newest_ != nullptr) return;  // the others still need the handlers
-  for (const int signal : kEndings) Exchange(signal, RemoveAllAndDie, SIG_DFL);
-  Exchange(SIGXFSZ, CarryOn, SIG_DFL);
+}
+
+void TemporaryFile::TakeName(const fs::path& target, bool replaces) {
+  fs::path from = path_;
+  if (path_.empty() && replaces) {
+    from = HiddenPath(target, [this](const fs::path& path) { return Name(file_, path); });
+  } else if (path_.empty()) {
+    if (!Name(file_, target)) throw RefusedBy(errno);
+    from = target;
+  }
+  try {
+    file_.Close();
+    if (from != target && Rename(from, target, replaces) != 0) throw RefusedBy(errno);
+  } catch (...) {
+    unlink(from.c_str());
+    throw;
+  }
+}
+
+void RemoveTemporaryFiles() {
+  for (const TemporaryFile* file = TemporaryFile::newest_; file != nullptr; file = file->next_) {
+    unlink(file->path_.c_str());
+  }
 }
 
 }  // namespace toolbox

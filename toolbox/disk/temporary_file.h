@@ -1,47 +1,39 @@
-// A file with a temporary name. It is removed if it never gets its final name.
+// A file that has no name, or a hidden one, until it is complete.
 #pragma once
 
-#include <sys/types.h>
-
 #include <boost/filesystem/path.hpp>
-#include <optional>
 
 #include "toolbox/disk/descriptor.h"
 
 namespace toolbox {
 
-// The file is removed by the destructor, at exit, and on a signal that ends the process (SIGINT,
-// SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS), unless TakeName was called. Signals that the
-// process ignores or handles itself are left alone. While a TemporaryFile exists, a write beyond
-// the limit on file sizes fails with an error; the usual signal does not end the process.
-//
-// Use it from one thread only: the signal handler reads a list of all temporary files.
+// A new file in the folder of its target. It has no name if the file system has such files, so
+// nothing is left of it, however the process ends. Otherwise its name is `.name.XXXXXX`: the
+// destructor removes it, and so does RemoveTemporaryFiles. Use it from one thread only.
 class TemporaryFile {
  public:
-  // Creates `.name.XXXXXX` in the folder of `target`. Its permissions are `mode`, or those of any
-  // new file if there is no `mode`. Throws Refused, see RefusedBy.
-  TemporaryFile(const boost::filesystem::path& target, std::optional<mode_t> mode);
+  // Creates the file with the permissions of any new file. Throws Refused, see RefusedBy.
+  explicit TemporaryFile(const boost::filesystem::path& target);
   ~TemporaryFile();
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  // The file, open for writing until TakeName.
+  // The file, open for writing until it takes its name.
   const Descriptor& File() const { return file_; }
-  // Closes the file and renames it to `target`, which it replaces. Throws Refused, see RefusedBy.
-  void TakeName(const boost::filesystem::path& target);
+  // Closes the file and gives it the name `target`. Replaces a file of that name in one step if
+  // `replaces`, otherwise throws dupFNErr. Throws Refused, see RefusedBy.
+  void TakeName(const boost::filesystem::path& target, bool replaces);
 
  private:
-  // Removes the files in the list. The list itself stays.
-  static void RemoveAll();
-  static void RemoveAllAndDie(int signal);
-  // Add this file to the list, or remove it. The handlers are there while the list has files.
-  void Enlist();
-  void Delist();
+  friend void RemoveTemporaryFiles();
 
-  static inline TemporaryFile* newest_ = nullptr;  // start of the list, linked by next_
+  static inline TemporaryFile* newest_ = nullptr;  // start of a list, linked by next_
   TemporaryFile* next_ = nullptr;
-  boost::filesystem::path path_;  // empty after TakeName
+  boost::filesystem::path path_;  // the hidden name; empty if there is none
   Descriptor file_;
 };
+
+// Removes the temporary files that have a name. It is safe in a signal handler.
+void RemoveTemporaryFiles();
 
 }  // namespace toolbox

@@ -3,13 +3,13 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <variant>
 
 #include "toolbox/atoms/fourcc.h"
 #include "toolbox/bytes.h"
+#include "toolbox/file_state.h"
 
 namespace toolbox {
 
@@ -17,18 +17,16 @@ namespace toolbox {
 struct ThisFile {
   friend bool operator==(const ThisFile&, const ThisFile&) = default;
 };
-// Identifies a file, however its path is spelled.
-struct FileIdentity {
-  std::uint64_t device = 0, inode = 0;
-  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
-};
 // Another file; the path is absolute. Two references are equal if they lead to the same file. If
-// the identity of one is not known, their paths are compared instead.
+// the state of one is not known, their paths are compared instead.
 struct OtherFile {
   boost::filesystem::path path;
-  std::optional<FileIdentity> identity;  // found when the reference was read
+  // Noted when the reference was read. A different state later means that the file was changed or
+  // replaced meanwhile. Nothing if there was no file.
+  std::optional<FileState> state;
+  bool Is(const FileIdentity& file) const { return state && state->identity == file; }
   friend bool operator==(const OtherFile& a, const OtherFile& b) {
-    if (a.identity && b.identity) return a.identity == b.identity;
+    if (a.state && b.state) return a.state->identity == b.state->identity;
     return a.path.native() == b.path.native();
   }
 };

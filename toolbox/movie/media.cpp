@@ -15,9 +15,9 @@ namespace {
 // identity, if that is known.
 std::vector<std::string> NamesOf(const OtherFile& file) {
   std::vector<std::string> names{file.path.native()};
-  if (file.identity) {
-    names.push_back(std::to_string(file.identity->device) + ' ' +
-                    std::to_string(file.identity->inode));
+  if (file.state) {
+    const FileIdentity& identity = file.state->identity;
+    names.push_back(std::to_string(identity.device) + ' ' + std::to_string(identity.inode));
   }
   return names;
 }

@@ -4,11 +4,28 @@
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <variant>
 
 namespace toolbox {
 namespace {
 
 constexpr std::uint64_t kUnixEpoch = 2082844800;  // seconds from 1904-01-01 to 1970-01-01
+
+// Visits the file of the movie and the files with media of its tracks.
+void ForEachFile(auto& movie, auto&& visit) {
+  if (movie.file) visit(*movie.file);
+  for (auto& track : movie.tracks) {
+    if (!track->media) continue;
+    for (auto& reference : track->media->dataReferences) {
+      if (auto* file = std::get_if<OtherFile>(&reference)) visit(*file);
+    }
+  }
+}
+
+std::vector<MovieRecord*>& AllMovies() {
+  static std::vector<MovieRecord*> movies;
+  return movies;
+}
 
 }  // namespace
 
@@ -18,6 +35,25 @@ std::uint64_t Now() {
     return kUnixEpoch + std::strtoull(fixed, nullptr, 10);
   }
   return kUnixEpoch + static_cast<std::uint64_t>(std::time(nullptr));
+}
+
+MovieRecord::MovieRecord() { AllMovies().push_back(this); }
+
+MovieRecord::~MovieRecord() { std::erase(AllMovies(), this); }
+
+const std::vector<MovieRecord*>& MovieRecord::All() { return AllMovies(); }
+
+bool MovieRecord::Uses(const FileIdentity& wanted) const {
+  bool isUsed = false;
+  ForEachFile(*this, [&](const OtherFile& used) { isUsed = isUsed || used.Is(wanted); });
+  return isUsed;
+}
+
+void MovieRecord::Renew(const FileState& state) {
+  if (file && file->Is(state.identity)) headerAt.reset();
+  ForEachFile(*this, [&state](OtherFile& used) {
+    if (used.Is(state.identity)) used.state = state;
+  });
 }
 
 MovieTime MovieRecord::Duration() const {

@@ -35,6 +35,8 @@ struct MovieProperties {
   UserDataRecord userData;
   Siblings siblings;  // the other children of 'moov'
   std::optional<OtherFile> file;  // the file the movie was opened from
+  // Where its 'moov' starts in that file. Nothing if it has none, or was saved since then.
+  std::optional<std::uint64_t> headerAt;
   std::vector<FileAtom> fileAtoms;  // atoms of that file that belong to the movie
   std::optional<DataReference> defaultDataReference;
   // Called while media of the movie are copied, with the bytes done and all bytes. May be empty.
@@ -44,9 +46,17 @@ struct MovieProperties {
 struct MovieRecord : MovieProperties {
   std::vector<std::unique_ptr<TrackRecord>> tracks;
 
-  MovieRecord() = default;
+  MovieRecord();
+  ~MovieRecord();
   MovieRecord(const MovieRecord&) = delete;  // tracks point back to their movie: Clone
   MovieRecord& operator=(const MovieRecord&) = delete;
+
+  // All movies of the process. What one of them needs from a file must not be changed for another.
+  static const std::vector<MovieRecord*>& All();
+  // Notes the state of a file that this process has changed itself.
+  void Renew(const FileState& state);
+  // Whether the movie was opened from this file or has media in it.
+  bool Uses(const FileIdentity& wanted) const;
 
   // The end of the longest track.
   MovieTime Duration() const;

@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "toolbox/atoms/atom_heads.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/refused.h"
 
@@ -56,8 +57,40 @@ std::optional<Stage> FreeLeftovers(const FileOutline& file) {
   return stage;
 }
 
+// Whether the movie has samples, or data that they need, from byte `at` of its file on.
+bool UsesBytesFrom(const FilePlan& plan, std::uint64_t at) {
+  bool isUsed = false;
+  for (const TrackPlan& track : plan.tracks) {
+    if (!track.source->media) continue;
+    const MediaRecord& media = *track.source->media;
+    ForEachPiece(media.samples, {0, LocatedCount(media.samples)}, [&](const SamplePiece& piece) {
+      if (!std::holds_alternative<ThisFile>(media.ReferenceOf(piece.description))) return;
+      isUsed = isUsed || piece.offset + piece.size > at;
+    });
+    for (const AuxiliaryData& data : FindAuxiliaryData(media, media.samples)) {
+      for (const CopyRange& range : data.ranges) {
+        isUsed = isUsed ||
+                 (std::holds_alternative<ThisFile>(*range.from) && range.at + range.length > at);
+      }
+    }
+  }
+  return isUsed;
+}
+
+// Whether the file ends inside an atom that a save has begun to append: nothing uses that atom.
+bool EndsInUnfinishedSave(const FilePlan& plan, const FileOutline& file) {
+  return file.endsInsideSave && !file.locatesItems && !UsesBytesFrom(plan, file.end);
+}
+
+// Whether a power cut in the middle of a write may leave one part of the bytes old and the other
+// new. A disk writes a sector whole or not at all.
+bool MayTear(std::uint64_t at, std::uint64_t size) {
+  constexpr std::uint64_t kSector = 512;
+  return at / kSector != (at + size - 1) / kSector;
+}
+
 // Gives the last atom an explicit size if it has none, so that another atom can follow it. Returns
-// false if its head has no room for the size:
+// false if its head has no room for the size, or if the write could tear:
 //
 //   | 0      mdat |            becomes | size mdat |                up to 4 GiB
 //   | 8 wide | 0 mdat |        becomes | 1 mdat | 64-bit size |     larger
@@ -65,16 +98,17 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   if (!file.lastHasNoSize) return true;
   const FileOutline::Part& last = file.atoms.back();
   const Bytes head = AtomHead(last.atom.type, last.atom.size - 8);
-  if (head.size() == 8) {
-    steps.emplace_back(WriteBytes{last.at, head});
-    return true;
+  std::uint64_t at = last.at;
+  if (head.size() != 8) {
+    // A head of 16 bytes also takes the 8 bytes of a 'wide' before it.
+    const std::size_t count = file.atoms.size();
+    if (count < 2) return false;
+    const FileOutline::Part& before = file.atoms[count - 2];
+    if (before.atom.type != FourCC{"wide"} || before.atom.size != 8) return false;
+    at = before.at;
   }
-  // A head of 16 bytes also takes the 8 bytes of a 'wide' before it.
-  const std::size_t count = file.atoms.size();
-  if (count < 2) return false;
-  const FileOutline::Part& before = file.atoms[count - 2];
-  if (before.atom.type != FourCC{"wide"} || before.atom.size != 8) return false;
-  steps.emplace_back(WriteBytes{before.at, head});
+  if (MayTear(at, head.size())) return false;
+  steps.emplace_back(WriteBytes{at, head});
   return true;
 }
 
@@ -85,7 +119,7 @@ const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
     const AtomFrame& atom = part.atom;
     const bool isFree = atom.type == kFree || atom.type == kSkip || IsLeftover(file, part);
     return isFree && atom.headerSize == 8 && (atom.size == size || atom.size >= size + 8) &&
-           part.isMereRoom;
+           part.room != Room::kNone && !MayTear(part.at, atom.headerSize);
   });
   return found == file.atoms.end() ? nullptr : &*found;
 }
@@ -101,9 +135,11 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   // All but the head first. The room is free until the head is written.
   stage.steps.emplace_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
   if (room.atom.size > movie.size()) {
-    // The rest is filled with zeros, so that nothing of an older movie is left.
-    stage.steps.emplace_back(
-        WriteBytes{room.at + movie.size(), FreeAtom(room.atom.size - movie.size())});
+    // Zeros are there already, or else overwrite what is left of an older movie.
+    const std::uint64_t rest = room.atom.size - movie.size();
+    stage.steps.emplace_back(WriteBytes{room.at + movie.size(), room.room == Room::kZeros
+                                                                    ? AtomHead(kFree, rest - 8)
+                                                                    : FreeAtom(rest)});
   }
   stage.steps.emplace_back(Sync{});
   stage.steps.emplace_back(WriteBytes{room.at, Bytes(movie.begin(), movie.begin() + kHead)});
@@ -111,14 +147,14 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   return stage;
 }
 
-// Appends media data and the new movie. To undo it, the file is cut to its old size.
+// Appends media data and the new movie. To undo it, the file is cut to its last atom.
 Stage Append(const FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
   Stage stage;
-  const std::uint64_t end = AddMediaData(plan, file.size, stage.steps);
+  const std::uint64_t end = AddMediaData(plan, file.end, stage.steps);
   const std::uint64_t dataStart = end - plan.dataSize;
   stage.steps.emplace_back(WritePart{end, header.SizeAt(dataStart), kMovieHeader, dataStart});
   stage.steps.emplace_back(Sync{});
-  stage.undo = {CutOff{file.size}};
+  stage.undo = {CutOff{file.end}};
   return stage;
 }
 
@@ -126,16 +162,19 @@ Stage Append(const FilePlan& plan, const FileOutline& file, PlannedHeader& heade
 bool PlanInPlace(const FilePlan& plan, const FileOutline& file, PlannedHeader& header,
                  std::vector<Stage>& stages) {
   // Fragments must not stay in the file, and no atom can follow bytes that are no atom.
+  const bool isCutOff = EndsInUnfinishedSave(plan, file);
   Stage closing;
-  if (file.isFragmented || file.end != file.size || !CloseLastAtom(file, closing.steps)) {
+  if (file.isFragmented || (file.end != file.size && !isCutOff) ||
+      !CloseLastAtom(file, closing.steps)) {
     return false;
   }
+  if (isCutOff) closing.steps.emplace_back(CutOff{file.end});
   if (!closing.steps.empty()) stages.push_back(std::move(closing));
   // With media data to append, the movie is appended after it.
   const Bytes movie = plan.dataSize == 0 ? header.Encode(0) : Bytes();
   const FileOutline::Part* room = movie.empty() ? nullptr : FindRoom(file, movie.size());
   stages.push_back(room != nullptr ? PutIntoRoom(*room, movie) : Append(plan, file, header));
-  const Step undo = room != nullptr ? Step(WriteType(room->at, kFree)) : CutOff{file.size};
+  const Step undo = room != nullptr ? Step(WriteType(room->at, kFree)) : CutOff{file.end};
   stages.push_back({{WriteType(file.Movie().at, kFree)}, {undo}});
   stages.push_back({{Sync{}}, {}});
   return true;

@@ -1,7 +1,6 @@
 #include "toolbox/read/file_atoms.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "toolbox/atoms/atom_heads.h"
 #include "toolbox/read/top_level.h"
@@ -19,15 +18,6 @@ constexpr std::uint64_t kLargestMeta = 64 << 20;
 bool IsMadeForFile(FourCC type) {
   static constexpr FourCC kMade[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
   return BelongsToFragments(type) || std::ranges::find(kMade, type) != std::end(kMade);
-}
-
-// Whether the bytes [at, at + size) are zero. It reads only the first MiB, because padding can be
-// very long.
-bool IsZero(const ByteSource& source, std::uint64_t at, std::uint64_t size) {
-  constexpr std::uint64_t kLookedAt = 1 << 20;
-  Bytes bytes(std::min(size, kLookedAt));
-  source.Read(at, bytes);
-  return std::ranges::none_of(bytes, std::identity());
 }
 
 // Whether `bytes` look like the start of an incomplete atom.
@@ -60,32 +50,32 @@ std::optional<ItemLocations> LocationsIn(ByteSpan meta) try {
 
 }  // namespace
 
-bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom) {
+Room RoomIn(const ByteSource& source, const TopLevelAtom& atom) {
   // Padding of zeros reads as an atom without a type.
   static constexpr FourCC kRoom[] = {FourCC{"free"}, FourCC{"skip"}, FourCC{}};
   static constexpr FourCC kOfHeaders[] = {"mvhd", "cmov", "trak", "udta", "meta", "ilst", "hdlr"};
-  if (std::ranges::find(kRoom, atom.atom.type) == std::end(kRoom)) return false;
+  if (std::ranges::find(kRoom, atom.atom.type) == std::end(kRoom)) return Room::kNone;
   const std::uint64_t at = atom.at + atom.atom.headerSize;
   const std::uint64_t size = atom.atom.size - atom.atom.headerSize;
   Bytes head(std::min<std::uint64_t>(size, 16));
   source.Read(at, head);
   // A child of a movie header has its type at byte 4, or at byte 0 if its size was overwritten.
-  return std::ranges::any_of(kOfHeaders,
-                             [&head](FourCC type) {
-                               return FourCCAt(head, 0) == type || FourCCAt(head, 4) == type;
-                             }) ||
-         IsZero(source, at, size);
+  const auto isIn = [&head](FourCC type) {
+    return FourCCAt(head, 0) == type || FourCCAt(head, 4) == type;
+  };
+  if (std::ranges::any_of(kOfHeaders, isIn)) return Room::kOldHeader;
+  return source.IsZero(at, size) ? Room::kZeros : Room::kNone;
 }
 
 std::vector<FileAtom> FindFileAtoms(const ByteSource& source) {
   std::vector<FileAtom> found;
   TopLevelWalk walk(source);
   while (const auto atom = walk.Next()) {
-    if (IsMadeForFile(atom->atom.type) || IsMereRoom(source, *atom)) continue;
+    if (IsMadeForFile(atom->atom.type) || RoomIn(source, *atom) != Room::kNone) continue;
     found.push_back({atom->atom.type, atom->at, atom->atom.size});
   }
   const std::uint64_t rest = source.Size() - walk.End();
-  if (rest != 0 && !StartsAtom(walk.Following()) && !IsZero(source, walk.End(), rest)) {
+  if (rest != 0 && !StartsAtom(walk.Following()) && !source.IsZero(walk.End(), rest)) {
     found.push_back({FileAtom::kTrailer, walk.End(), rest});
   }
   return found;

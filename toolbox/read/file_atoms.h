@@ -13,10 +13,15 @@
 
 namespace toolbox {
 
-// Whether the atom ('free', 'skip' or padding) can be overwritten: it is empty, or has the remains
-// of an old movie header. Recorders keep locations and times in atoms of these types, so the type
-// alone is not enough. Throws what reading throws.
-bool IsMereRoom(const ByteSource& source, const TopLevelAtom& atom);
+// What an atom has that can be overwritten.
+enum class Room {
+  kNone,  // it must stay
+  kZeros,  // nothing but zeros
+  kOldHeader,  // the remains of a movie header
+};
+// The room in an atom. Only a 'free', a 'skip' or padding has any. Recorders keep locations and
+// times in atoms of these types, so the type alone is not enough. Throws what reading throws.
+Room RoomIn(const ByteSource& source, const TopLevelAtom& atom);
 
 // Finds the atoms that a copy of the movie must keep, in file order. It leaves out the movie, its
 // media data, its fragments, indexes that are valid only for this file, and free room. Bytes after

@@ -4,7 +4,6 @@
 #include <functional>
 
 #include "toolbox/atoms/atom_heads.h"
-#include "toolbox/read/file_atoms.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -36,13 +35,14 @@ FileOutline ReadOutline(const ByteSource& source) {
     }
     outline.isFragmented = outline.isFragmented || type == FourCC{"moof"};
     outline.locatesItems = outline.locatesItems || LocatesItems(source, *atom);
-    outline.atoms.push_back({*atom, IsMereRoom(source, asRoom)});
+    outline.atoms.push_back({*atom, RoomIn(source, asRoom)});
   }
   if (!hasMovie) throw Refused{featureUnsupported};
   outline.end = walk.End();
   outline.lastHasNoSize = HasNoSize(source, outline.atoms.back().at);
   const FourCC cut = FourCCAt(walk.Following(), 4);
   outline.endsInsideFragment = cut == FourCC{"mdat"} || BelongsToFragments(cut);
+  outline.endsInsideSave = cut == FourCC{"mdat"} || cut == kMovie;
   return outline;
 }
 

@@ -6,16 +6,16 @@
 #include <vector>
 
 #include "toolbox/disk/byte_source.h"
-#include "toolbox/read/top_level.h"
+#include "toolbox/read/file_atoms.h"
 
 namespace toolbox {
 
 // The layout of a file. It has no content of atoms and is valid until the file changes.
 struct FileOutline {
   struct Part : TopLevelAtom {
-    // Whether it can be overwritten, see IsMereRoom. A 'moov' after the first is never used, so it
-    // is judged as if it were 'free'.
-    bool isMereRoom = false;
+    // Whether it can be overwritten. A 'moov' after the first is never used, so it is judged as if
+    // it were 'free'.
+    Room room = Room::kNone;
   };
 
   const ByteSource* source = nullptr;  // the file; must outlive the outline
@@ -27,6 +27,7 @@ struct FileOutline {
   // Whether there is a complete 'moof', ISO/IEC 14496-12 8.8.4.
   bool isFragmented = false;
   bool endsInsideFragment = false;  // a fragment that was cut off follows the last atom
+  bool endsInsideSave = false;  // a 'moov' or 'mdat' that was cut off follows the last atom
   bool locatesItems = false;  // a 'meta' has file offsets, so nothing may move
 
   const Part& Movie() const { return atoms[movie]; }

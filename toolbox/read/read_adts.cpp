@@ -8,7 +8,6 @@
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/disk/block_reader.h"
 #include "toolbox/movie/new_media.h"
-#include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {
@@ -105,14 +104,11 @@ SampleDescription AdtsReader::Description() const {
 
 }  // namespace
 
-std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source,
-                                          const boost::filesystem::path& path) {
+std::unique_ptr<MovieRecord> ReadAdtsFile(const ByteSource& source) {
   AdtsReader reader(source);
   if (!reader.Read()) return nullptr;
   auto movie = std::make_unique<MovieRecord>();
   movie->header.created = movie->header.modified = Now();
-  movie->file = FileAt(path);
-  movie->defaultDataReference = *movie->file;
   TrackRecord& track = movie->AddTrack();
   track.header.volume = 0x100;  // 8.8: full volume
   track.header.created = track.header.modified = movie->header.created;

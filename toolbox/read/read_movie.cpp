@@ -189,8 +189,6 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const ByteSourc
     FillReferences(*movie, pending);
     movie->userData = ReadUserData(atom.userData);
     movie->siblings = std::move(atom.others);
-    movie->file = FileAt(path);
-    movie->defaultDataReference = *movie->file;
     return movie;
   });
 }
@@ -213,12 +211,14 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   const HeldBytes header = ReadMovieHeader(source);
   // Relative references start at the folder of the file itself, not of a symbolic link to it.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
-  if (header.Span().empty()) {
-    auto sound = ReadAdtsFile(source, real);
-    if (!sound) throw Refused{noMovieFound};
-    return sound;
-  }
-  auto movie = ReadMovie(header, source, real, references == References::kResolve);
+  const bool isSound = header.Span().empty();
+  auto movie = isSound ? ReadAdtsFile(source)
+                       : ReadMovie(header, source, real, references == References::kResolve);
+  if (!movie) throw Refused{noMovieFound};
+  movie->file = OtherFile{real, source.State()};
+  movie->defaultDataReference = *movie->file;
+  if (isSound) return movie;
+  movie->headerAt = FindTopLevel(source, MovieAtoms::kType)->at;
   movie->fileAtoms = FindFileAtoms(source);
   return movie;
 } catch (const Refused& refused) {

@@ -8,13 +8,7 @@
 
 namespace toolbox {
 
-std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path) {
-  const std::optional<struct stat> status = StatusOf(path);
-  if (!status) return std::nullopt;
-  return FileIdentity{.device = status->st_dev, .inode = status->st_ino};
-}
-
-OtherFile FileAt(const boost::filesystem::path& path) { return {path, IdentityOf(path)}; }
+OtherFile FileAt(const boost::filesystem::path& path) { return {path, StateOf(path)}; }
 
 std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
                                        const std::optional<OtherFile>& ownFile) {
@@ -24,7 +18,9 @@ std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
   const auto* file = std::get_if<OtherFile>(&reference);
   if (std::holds_alternative<ThisFile>(reference) && ownFile) file = &*ownFile;
   if (file == nullptr) throw Refused{couldNotResolveDataRef};
-  return std::make_unique<FileSource>(file->path);
+  auto source = std::make_unique<FileSource>(file->path);
+  if (file->state && *file->state != source->State()) throw Refused{fBsyErr};
+  return source;
 }
 
 bool OpenSources::MoveToFront(const DataReference& reference) {

@@ -11,16 +11,13 @@
 
 namespace toolbox {
 
-// The identity of the file at `path`, the same for all its names and links. Nothing if there is no
-// file. Throws Refused if the file system reports any other error.
-std::optional<FileIdentity> IdentityOf(const boost::filesystem::path& path);
-
-// A reference to the file at `path`, which may not exist. Throws as IdentityOf.
+// A reference to the file at `path`, which may not exist. Throws as StateOf.
 OtherFile FileAt(const boost::filesystem::path& path);
 
 // Opens the file or block of memory of `reference`. ThisFile means `ownFile`. The caller owns the
 // source; `reference` must outlive it if it is InMemory. Throws Refused: couldNotResolveDataRef (it
-// is Unresolved, or ThisFile of a movie without a file), and what opening a file throws.
+// is Unresolved, or ThisFile of a movie without a file), fBsyErr (the file has changed since the
+// reference was read), and what opening a file throws.
 std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
                                        const std::optional<OtherFile>& ownFile);
 

@@ -4,49 +4,77 @@
 #include <sys/file.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "toolbox/disk/byte_source.h"
 #include "toolbox/disk/descriptor.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/plan/flatten.h"
 #include "toolbox/plan/reference.h"
-#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/update_file.h"
 
 namespace toolbox {
 namespace {
 
-// The properties of a file that change when somebody writes to it or replaces it.
-struct FileState {
-  FileIdentity identity;
-  off_t size = 0;
-  timespec modified = {};
-  friend bool operator==(const FileState& a, const FileState& b) {
-    return a.identity == b.identity && a.size == b.size && a.modified.tv_sec == b.modified.tv_sec &&
-           a.modified.tv_nsec == b.modified.tv_nsec;
-  }
-};
+// Reference movies that this process has written stay valid only while the media of these files do
+// not move.
+std::vector<FileIdentity>& ReferredTo() {
+  static std::vector<FileIdentity> files;
+  return files;
+}
 
-// Throws Refused (fBsyErr) if there is no file any more.
-FileState StateOf(const boost::filesystem::path& path) {
-  const auto status = StatusOf(path);
-  if (!status) throw Refused{fBsyErr};
-  return {{status->st_dev, status->st_ino}, status->st_size, status->st_mtim};
+// The files that `plan` needs, the file of its own movie among them.
+std::vector<OtherFile> SourcesOf(const FilePlan& plan) {
+  std::vector<OtherFile> sources;
+  if (plan.ownFile) sources.push_back(*plan.ownFile);
+  for (const TrackPlan& track : plan.tracks) {
+    if (!track.source->media) continue;
+    for (const DataReference& reference : track.source->media->dataReferences) {
+      if (const auto* file = std::get_if<OtherFile>(&reference)) sources.push_back(*file);
+    }
+  }
+  return sources;
+}
+
+// Throws Refused (fBsyErr) if a file was changed or replaced since it was opened: what was copied
+// or is referred to may not be what the movie means.
+void CheckUnchanged(const std::vector<OtherFile>& files) {
+  const auto isChanged = [](const OtherFile& file) {
+    return file.state && StateOf(file.path) != file.state;
+  };
+  if (std::ranges::any_of(files, isChanged)) throw Refused{fBsyErr};
+}
+
+// Opens a new file. Throws Refused (fBsyErr) if it would replace a file that a movie was opened
+// from or has media in, because that would lose them.
+std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Existing existing) {
+  const auto replaced = StateOf(path);
+  const auto uses = [&](const MovieRecord* movie) { return movie->Uses(replaced->identity); };
+  if (replaced && std::ranges::any_of(MovieRecord::All(), uses)) throw Refused{fBsyErr};
+  return std::make_unique<OutputFile>(path, existing);
+}
+
+// Throws Refused (noMovieFound) if a movie without duration would replace a file: its input may be
+// missing or mistyped, and the old file must not be lost for that.
+void CheckMayReplace(const MovieRecord& movie, const boost::filesystem::path& target) {
+  const auto replaced = StatusOf(target);
+  if (replaced && S_ISREG(replaced->st_mode) && movie.Duration() <= MovieTime{}) {
+    throw Refused{noMovieFound};
+  }
 }
 
 }  // namespace
 
 struct StorageRecord {
   boost::filesystem::path path;
-  Descriptor existing;
-  bool isToBeUpdated = false;
-  FileState state;  // of the existing file when it was opened or last updated
+  std::unique_ptr<FileSource> existing;  // null: a new file
+  bool isToBeUpdated = false;  // then the file is locked
   std::unique_ptr<OutputFile> output;  // null: an existing file, or writing has failed
+  std::vector<OtherFile> sources;  // what the new file refers to
 };
 
 namespace {
@@ -71,19 +99,15 @@ StorageRecord* Keep(std::unique_ptr<StorageRecord> storage) {
   return OpenStorages().emplace_back(std::move(storage)).get();
 }
 
-// Throws Refused (fBsyErr) if the file at `target` has media of the movie: replacing it would lose
-// them.
-void CheckNotItsMedia(const MovieRecord& movie, const boost::filesystem::path& target) {
-  const auto replaced = IdentityOf(target);
-  if (!replaced) return;
-  for (const auto& track : movie.tracks) {
-    if (!track->media) continue;
-    for (const DataReference& reference : track->media->dataReferences) {
-      const auto* file = std::get_if<OtherFile>(&reference);
-      if (std::holds_alternative<ThisFile>(reference) && movie.file) file = &*movie.file;
-      if (file != nullptr && IdentityOf(file->path) == replaced) throw Refused{fBsyErr};
-    }
-  }
+// Throws Refused (fBsyErr) unless the open file is still the one at its path, unchanged, and the
+// one that `movie` was read from, if it was read from there. A program that ignores locks may have
+// changed or replaced it. So may another save that ended before this one took the lock.
+void CheckSame(const StorageRecord& storage, const MovieRecord& movie) {
+  const FileState& state = storage.existing->State();
+  const bool isThere = StateOf(storage.path) == state;
+  const bool isOfMovie =
+      !movie.file || !movie.file->Is(state.identity) || movie.file->state == state;
+  if (!isThere || !isOfMovie) throw Refused{fBsyErr};
 }
 
 }  // namespace
@@ -92,19 +116,18 @@ StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess ac
   auto storage = std::make_unique<StorageRecord>();
   storage->path = path;
   storage->isToBeUpdated = access == StorageAccess::kUpdate;
-  storage->existing = Descriptor(path, storage->isToBeUpdated ? O_RDWR : O_RDONLY);
-  if (!storage->existing.IsOpen()) throw RefusedBy(errno);
-  storage->state = StateOf(path);
-  if (storage->isToBeUpdated && flock(storage->existing.Number(), LOCK_EX | LOCK_NB) != 0) {
-    throw RefusedBy(errno);
-  }
+  storage->existing =
+      std::make_unique<FileSource>(path, storage->isToBeUpdated ? O_RDWR : O_RDONLY);
+  const int file = storage->existing->Descriptor();
+  if (storage->isToBeUpdated) Required([file] { return flock(file, LOCK_EX | LOCK_NB); });
+  storage->existing->Renew();
   return Keep(std::move(storage));
 }
 
 StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing existing) {
   auto storage = std::make_unique<StorageRecord>();
   storage->path = path;
-  storage->output = std::make_unique<OutputFile>(path, existing);
+  storage->output = OpenOutput(path, existing);
   return Keep(std::move(storage));
 }
 
@@ -114,7 +137,12 @@ void CloseStorage(StorageRecord* storage) {
   OpenStorages().erase(found);
   if (!closed->output) return;
   const bool isEmpty = closed->output->Position() == 0;
-  if (!isEmpty || !IdentityOf(closed->path)) closed->output->Commit();
+  if (isEmpty && StateOf(closed->path)) return;
+  CheckUnchanged(closed->sources);
+  closed->output->Commit();
+  for (const OtherFile& source : closed->sources) {
+    if (source.state) ReferredTo().push_back(source.state->identity);
+  }
 }
 
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage) {
@@ -123,26 +151,38 @@ void AddToStorage(const MovieRecord& movie, StorageRecord* storage) {
   // name.
   std::unique_ptr<OutputFile> output = std::move(record.output);
   if (!output) throw Refused{dataNotOpenForWrite};
-  CheckNotItsMedia(movie, record.path);
+  CheckMayReplace(movie, record.path);
   const FileLayout layout{.movieFirst = false, .compress = false};
-  WriteFile(PlanReference(movie), layout, record.path, *output);
+  const FilePlan plan = PlanReference(movie);
+  WriteFile(plan, layout, record.path, *output);
+  record.sources = SourcesOf(plan);
   record.output = std::move(output);
 }
 
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage) {
   StorageRecord& record = **Find(storage);
   if (!record.isToBeUpdated) throw Refused{dataNotOpenForWrite};
-  // A program that ignores locks may have changed the file, or replaced it by another.
-  if (StateOf(record.path) != record.state) throw Refused{fBsyErr};
-  UpdateFile(movie, record.path, record.existing);
-  record.state = StateOf(record.path);
+  CheckMayReplace(movie, record.path);
+  CheckSame(record, movie);
+  const FileIdentity file = record.existing->State().identity;
+  const auto needsFile = [&](const MovieRecord* other) {
+    return other != &movie && other->Uses(file);
+  };
+  const bool mediaMayMove = std::ranges::none_of(MovieRecord::All(), needsFile) &&
+                            std::ranges::find(ReferredTo(), file) == ReferredTo().end();
+  UpdateFile(movie, record.path, *record.existing, mediaMayMove);
+  record.existing->Renew();
+  // The change was our own, so the movies that use the file may go on using it.
+  for (MovieRecord* other : MovieRecord::All()) other->Renew(record.existing->State());
 }
 
 void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
                   Existing existing) {
-  OutputFile output(path, existing);
-  WriteFile(plan, layout, path, output);
-  output.Commit();
+  const std::unique_ptr<OutputFile> output = OpenOutput(path, existing);
+  CheckMayReplace(*plan.movie, path);
+  WriteFile(plan, layout, path, *output);
+  CheckUnchanged(SourcesOf(plan));
+  output->Commit();
 }
 
 void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,

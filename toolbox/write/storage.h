@@ -17,31 +17,32 @@ struct StorageRecord;
 // The use of an existing file.
 enum class StorageAccess { kRead, kUpdate };
 
-// Opens the existing file at `path`. kUpdate locks it against other processes. Throws Refused:
-// couldNotResolveDataRef (no such file), fBsyErr (locked by another process, or replaced
-// meanwhile), and file errors.
+// Opens the existing file at `path`. kUpdate locks it against other processes until the storage is
+// closed. Throws Refused: fBsyErr (locked by another process), and what FileSource throws.
 StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access);
-// Starts a new file that gets its name when it is closed. Throws Refused as OutputFile does.
+// Starts a new file that gets its name when it is closed. Throws Refused: fBsyErr (a movie of this
+// process was opened from the file to be replaced, or has media in it), and what OutputFile throws.
 StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing existing);
 
 // Each of the next three throws Refused (fnOpnErr) for a storage that is not open.
 
 // Closes the storage. A new file gets its name now. But if nothing was added to it, it does not
-// replace an existing file, because a movie may still have its media there. Throws Refused for
-// errors of the last writes; the storage is closed all the same.
+// replace an existing file. Throws Refused: fBsyErr (a file that the movie needs has changed since
+// it was opened), and errors of the last writes; the storage is closed all the same.
 void CloseStorage(StorageRecord* storage);
 // Writes the movie as a reference movie to a new file. After a failure the storage accepts nothing
 // more, and closing it replaces no file. Throws Refused: dataNotOpenForWrite (not a new file, or
-// one that has failed), fBsyErr (the file to be replaced has media of the movie), and what
+// one that has failed), noMovieFound (a movie without duration would replace a file), and what
 // PlanReference and WriteFile throw.
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage);
 // Replaces the movie in a file opened with kUpdate. Throws Refused: dataNotOpenForWrite (not opened
-// to be updated), fBsyErr (the file has been changed or replaced since then), and what UpdateFile
-// throws.
+// to be updated), noMovieFound (the movie has no duration), fBsyErr (the file has been changed or
+// replaced since the movie was read, or its media would move and something else refers to them),
+// and what UpdateFile throws.
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage);
 
-// Writes a complete new file and gives it its name. Throws Refused as OutputFile and
-// WriteFile do; the target is then unchanged.
+// Writes a complete new file and gives it its name. Throws Refused: noMovieFound and fBsyErr as the
+// functions above, and what OutputFile and WriteFile throw; the target is then unchanged.
 void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
                   Existing existing);
 

@@ -1,32 +1,32 @@
 #include "toolbox/write/update_file.h"
 
-#include <sys/file.h>
-
-#include "toolbox/disk/byte_source.h"
 #include "toolbox/disk/file_in_place.h"
 #include "toolbox/disk/output_file.h"
 #include "toolbox/plan/reference.h"
 #include "toolbox/plan/update_steps.h"
 #include "toolbox/read/file_outline.h"
+#include "toolbox/refused.h"
 #include "toolbox/write/write_movie.h"
 #include "toolbox/write/write_parts.h"
 
 namespace toolbox {
 
-void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path, Descriptor& file) {
-  const FileSource source(path);
-  const FileOutline outline = ReadOutline(source);
+void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path,
+                const FileSource& file, bool mediaMayMove) {
+  const FileOutline outline = ReadOutline(file);
+  // The times of a file can be too coarse to show that another save was faster.
+  if (movie.headerAt && *movie.headerAt != outline.Movie().at) throw Refused{fBsyErr};
   FilePlan plan = PlanUpdate(movie);
   LoadTables(plan);  // they may be in the file that changes now
+  if (plan.ownFile) plan.ownFile->state.reset();  // this save changes it
   MovieWriter header(plan, path);
   const UpdateSteps steps = StepsForUpdate(plan, outline, header);
+  if (!steps.newFile.empty() && !mediaMayMove) throw Refused{fBsyErr};
   PartsWriter parts(plan, header);
-  FileInPlace inPlace(file);
+  FileInPlace inPlace(file.Descriptor());
   parts.Perform(steps.inPlace, inPlace);
   if (steps.newFile.empty()) return;
-  // OutputFile refuses to replace a locked file, even if the lock is our own.
-  flock(file.Number(), LOCK_UN);
-  OutputFile output(path);
+  OutputFile output(path, Existing::kLocked);
   parts.Perform(steps.newFile, output);
 }
 

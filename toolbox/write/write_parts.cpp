@@ -1,8 +1,16 @@
 #include "toolbox/write/write_parts.h"
 
+#include <algorithm>
+
 #include "toolbox/refused.h"
 
 namespace toolbox {
+namespace {
+
+// Bytes that are copied at once, so that progress is reported also during a long range.
+constexpr std::uint64_t kLongestCopy = 64 << 20;
+
+}  // namespace
 
 void PartsWriter::Perform(const std::vector<Stage>& stages, Disk& disk) {
   toolbox::Perform(stages, disk, [this](const WritePart& part, Disk& to) { Write(part, to); });
@@ -33,8 +41,11 @@ void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
   plan_.ForEachRange([&](const CopyRange& range) {
     // Open may close another source. The disk may still read from that one until Flush.
     const ByteSource& source = sources_.Open(*range.from, [&disk] { disk.Flush(); });
-    disk.Copy(part.at + range.destination, source, range.at, range.length);
-    Report(range.length);
+    for (std::uint64_t done = 0, length = 0; done < range.length; done += length) {
+      length = std::min(range.length - done, kLongestCopy);
+      disk.Copy(part.at + range.destination + done, source, range.at + done, length);
+      Report(length);
+    }
   });
 }
 

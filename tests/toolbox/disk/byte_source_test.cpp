@@ -50,8 +50,9 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
     movie->tracks[0]->header.layer = static_cast<std::int16_t>(time);
     // The tables move towards the front.
     if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
-    Descriptor file(path, O_RDWR);
-    UpdateFile(*movie, path, file);
+    const FileSource file(path, O_RDWR);
+    UpdateFile(*movie, path, file, true);
+    movie->Renew(StateOf(path).value());
     const auto saved = ReadMovieFile(path, References::kResolve);
     ASSERT_EQ(saved->tracks[0]->header.layer, time);
     std::uint32_t sample = 0;

@@ -118,8 +118,9 @@ TEST_F(FileAtoms, FindItemsWhereTheyWent) {
 // One that is rewritten in place would move them.
 TEST_F(FileAtoms, KeepItemsFromMoving) {
   const auto movie = Opened("in.mov", {}, Join(Items(0, 0, false), Text("trailer")));
-  Descriptor file(folder_ / "in.mov", O_RDWR);
-  EXPECT_EQ(CodeOf([&] { UpdateFile(*movie, folder_ / "in.mov", file); }), featureUnsupported);
+  const FileSource file(folder_ / "in.mov", O_RDWR);
+  EXPECT_EQ(CodeOf([&] { UpdateFile(*movie, folder_ / "in.mov", file, true); }),
+            featureUnsupported);
 }
 
 TEST_F(FileAtoms, RefuseItemsThatAreNotThere) {

@@ -21,9 +21,7 @@ Bytes Frame(std::uint32_t size, std::uint8_t rate = k44100, std::uint8_t channel
               U8(static_cast<std::uint8_t>(0xFC | (blocks - 1))), Zeros(size));
 }
 
-std::unique_ptr<MovieRecord> Read(const Bytes& file) {
-  return ReadAdtsFile(MemorySource(file), "/in.aac");
-}
+std::unique_ptr<MovieRecord> Read(const Bytes& file) { return ReadAdtsFile(MemorySource(file)); }
 
 // Where the samples lie: offset, size and duration.
 using Place = std::tuple<std::uint64_t, std::uint64_t, std::int64_t>;

@@ -1,0 +1,51 @@
+#include "clipjoin/process.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "toolbox/toolbox.h"
+#include "utils/progress_line.h"
+
+namespace clipjoin {
+namespace {
+
+// Replaces the default action of a signal.
+void Handle(int signal, void (*handler)(int), int flags) {
+  struct sigaction action {};
+  if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
+  action.sa_handler = handler;
+  action.sa_flags = flags;
+  sigaction(signal, &action, nullptr);
+}
+
+// SA_RESETHAND has restored the default action, so raising the signal again ends the process with
+// the status that its parent expects.
+void CleanUp(int signal) {
+  toolbox::RemoveUnfinishedFiles();
+  utils::ProgressLine::EraseInSignal();
+  raise(signal);
+}
+
+}  // namespace
+
+void OpenStandardStreams() {
+  // open() takes the lowest number that is free.
+  while (true) {
+    const int file = open("/dev/null", O_RDWR);
+    if (file > STDERR_FILENO) close(file);
+    if (file < 0 || file > STDERR_FILENO) return;
+  }
+}
+
+void HandleSignals() {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS}) {
+    Handle(signal, CleanUp, static_cast<int>(SA_RESETHAND));
+  }
+  // Not SIG_IGN, which a program started by this one would inherit.
+  Handle(
+      SIGXFSZ, [](int) {}, SA_RESTART);
+}
+
+}  // namespace clipjoin
