@@ -5,6 +5,7 @@
 
 #include "clipjoin/report.h"
 #include "clipjoin/sample_table_join.h"
+#include "utils/tracks.h"
 
 namespace clipjoin {
 namespace {
@@ -22,13 +23,6 @@ void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool s
   toolbox::SetMovieSelection(output, start, length);
   toolbox::AddMovieSelection(output, movie);
   Report({"AddMovieSelection", kClipjoinSource}, toolbox::GetMoviesError());
-}
-
-// Appends the first `duration` units of the movie to the output.
-void Append(Movie movie, TimeValue duration, Movie output) {
-  Report(
-      {"InsertMovieSegment", kClipjoinSource},
-      toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
 }
 
 // How tracks of an input are added to the output.
@@ -57,8 +51,7 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
 // Inserts `source` into the first track of the same media type that accepts it. Returns false if
 // none does. A refusal is no failure here, so it is not reported.
 bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
-  toolbox::FourCC type;
-  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(source), &type, nullptr, nullptr);
+  const toolbox::FourCC type = utils::MediaType(source);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
@@ -82,8 +75,7 @@ void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& 
 // first of them makes the output longer.
 void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
   const TimeValue at = toolbox::GetMovieDuration(output);
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    const Track source = toolbox::GetMovieIndTrack(movie, i);
+  for (const Track source : utils::Tracks(movie)) {
     if (policy.reusesTracks && InsertIntoExisting(source, output, at, policy)) continue;
     InsertIntoNew(source, output, at, policy);
   }
@@ -102,7 +94,9 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   } else if (const TrackPolicy* policy = PolicyOf(wanted)) {
     AppendTracks(movie, output, *policy);
   } else {
-    Append(movie, duration, output);
+    const TimeValue end = toolbox::GetMovieDuration(output);
+    Report({"InsertMovieSegment", kClipjoinSource},
+           toolbox::InsertMovieSegment(movie, output, 0, duration, end));
   }
 }
 

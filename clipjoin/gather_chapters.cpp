@@ -1,7 +1,9 @@
 #include "clipjoin/gather_chapters.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -11,7 +13,8 @@
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
+#include "utils/tracks.h"
 
 namespace clipjoin {
 namespace {
@@ -36,15 +39,14 @@ std::string AutomaticTitle(const FileOptions& file, Movie movie) {
 // with the names there are), or if that track is no text track (printed).
 Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   if (!name) return nullptr;
-  const Track track = input::FindTrackByName(movie, *name);
+  const std::vector<std::string> names = input::TrackNames(movie);
+  const Track track = input::TrackNamed(*name, movie, names);
   if (track == nullptr) {
     std::cerr << "No track named " << *name << " found in final movie.\nTrack names:\n";
-    for (const std::string& other : input::TrackNames(movie)) std::cerr << other << '\n';
+    for (const std::string& other : names) std::cerr << other << '\n';
     return nullptr;
   }
-  toolbox::FourCC type;
-  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(track), &type, nullptr, nullptr);
-  if (type == toolbox::FourCC{"text"}) return track;
+  if (utils::MediaType(track) == toolbox::FourCC{"text"}) return track;
   std::cerr << "The track named " << *name << " is a " << input::KindName(track)
             << " track.\nChapter tracks must be text tracks.\n";
   return nullptr;
@@ -53,10 +55,9 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
 // Keeps the samples of media that are added to the movie in memory until the movie is written: it
 // goes to another file than the one it was read from.
 void KeepNewMediaInMemory(Movie movie) {
-  constexpr toolbox::FourCC kMemory{"hndl"};
-  constexpr std::int64_t kHandleSize = 4;
-  const utils::OwnedHandle reference(kHandleSize);
-  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, kMemory);
+  // A reference of four zeros asks for a new block of memory.
+  const utils::OwnedHandle reference(4);
+  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, toolbox::FourCC{"hndl"});
 }
 
 }  // namespace
@@ -65,18 +66,16 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, M
                          Movie output, std::vector<Chapter>& chapters) {
   if (!wanted.autoChapters) return;
   if (wanted.autoChaptersMerge && chapter::HasChapters(movie)) return;
-  Chapter added;
-  added.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie);
-  added.start = output != nullptr ? toolbox::GetMovieDuration(output) : 0;
-  added.title = AutomaticTitle(file, movie);
-  chapters.push_back(std::move(added));
+  chapters.push_back({.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie),
+                      .start = output != nullptr ? toolbox::GetMovieDuration(output) : 0,
+                      .title = AutomaticTitle(file, movie)});
 }
 
 void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters) {
   // -auto-chapters discards the chapters that the inputs have.
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
-    for (Chapter& kept : chapter::ReadChapters(output)) chapters.push_back(std::move(kept));
+    std::ranges::move(chapter::ReadChapters(output), std::back_inserter(chapters));
   }
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
