@@ -17,6 +17,13 @@ using toolbox::Track;
 
 // Shows the movie at the same time as the output, from options.placeAt on: at its own length, or
 // scaled to end where the output ends.
+//
+//   |      output      |        |      output      |        |      output      |
+//                         ->        |  movie  |        or      | m  o  v  i  e |
+//                                   ^ placeAt
+//
+// The toolbox takes place and length from the selection of the output. An empty selection means the
+// movie's own length.
 void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool scaleToOutput) {
   const TimeValue start = std::lrint(options.placeAt * toolbox::GetMovieTimeScale(output));
   const TimeValue length = scaleToOutput ? toolbox::GetMovieDuration(output) - start : 0;
@@ -33,6 +40,7 @@ struct TrackPolicy {
   bool reusesTracks;  // false: each source gets a new track
 };
 
+// Keeps the edits of `source`, where myAppendTrack shows all of its samples.
 OSErr InsertWhole(Track track, Track source, TimeValue at) {
   return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
 }
@@ -41,7 +49,8 @@ constexpr TrackPolicy kSameTracks{"InsertTrackSegment", InsertWhole, true};
 constexpr TrackPolicy kUniqueTracks{"myAppendTrack", myAppendTrack, false};
 constexpr TrackPolicy kManualJoin{"myAppendTrack", myAppendTrack, true};
 
-// Null if whole movies are appended and the toolbox chooses the tracks.
+// If several of the options are given, the first one here applies. Null if there is none: whole
+// movies are then appended, and the toolbox chooses the tracks.
 const TrackPolicy* PolicyOf(const OutputOptions& output) {
   if (output.forceSameTracks) return &kSameTracks;
   if (output.uniqueTracks) return &kUniqueTracks;
@@ -87,6 +96,7 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   if (options.useSettings) std::ignore = toolbox::CopyMovieSettings(movie, output);
   toolbox::SetMovieTimeScale(movie, toolbox::GetMovieTimeScale(output));
   const TimeValue duration = toolbox::GetMovieDuration(movie);
+  // The movies error is that of the last call, GetMovieDuration.
   Report({"GetMoviesError", kClipjoinSource}, toolbox::GetMoviesError());
 
   if (wanted.mode == CommandMode::kMultiplex) {

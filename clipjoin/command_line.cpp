@@ -14,7 +14,7 @@
 namespace clipjoin {
 namespace {
 
-// Null if the command has no such option.
+// Null if the command has no such option, even if another command has it.
 const Option* FindOption(std::string_view argument, CommandMode mode) {
   const auto found = std::ranges::find_if(Options(), [&](const Option& option) {
     return option.name == argument && Includes(option.commands, mode);
@@ -22,7 +22,8 @@ const Option* FindOption(std::string_view argument, CommandMode mode) {
   return found == Options().end() ? nullptr : &*found;
 }
 
-// Any unknown name means clipjoin.
+// The command that a program name stands for. Any unknown name means clipjoin, so a renamed
+// executable still works.
 CommandMode ModeOf(std::string_view name) {
   if (name == "clipstak") return CommandMode::kMultiplex;
   if (name == "cliptune") return CommandMode::kModify;
@@ -55,12 +56,12 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
   OutputOptions& output = parser.line.output;
   output.mode = ModeOf(name);
   output.quiet = quiet;
-  // The usage text is that of the mode that the options so far have set.
+  // The usage text is that of the command that the options so far have chosen.
   const auto refuse = [&](int status) {
     PrintUsage(invocation, output.mode, name);
     return ExitStatus{status};
   };
-  const char* argument = nullptr;
+  const char* argument = nullptr;  // outside the try block, for the messages about it
   try {
     while (!next.AtEnd()) {
       argument = next();

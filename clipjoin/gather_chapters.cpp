@@ -28,7 +28,8 @@ std::string PlainName(const std::string& path) {
   return name.substr(0, name.rfind('.'));
 }
 
-// The title of the chapter for an input: -chapter-name, the movie's full name or the file name.
+// The title of the chapter for an input: -chapter-name, the movie's full name or the file name. The
+// first of these that is not empty is used.
 std::string AutomaticTitle(const FileOptions& file, Movie movie) {
   if (!file.chapterName.empty()) return file.chapterName;
   const std::string title = chapter::GetMovieFullName(movie);
@@ -52,8 +53,9 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   return nullptr;
 }
 
-// Keeps the samples of media that are added to the movie in memory until the movie is written: it
-// goes to another file than the one it was read from.
+// Makes media that are created later, such as that of the chapters, keep their samples in memory
+// until the movie is written. Otherwise the samples would go into the file that the movie was read
+// from.
 void KeepNewMediaInMemory(Movie movie) {
   // A reference of four zeros asks for a new block of memory.
   const utils::OwnedHandle reference(4);
@@ -73,10 +75,11 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, M
 
 void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters) {
-  // -auto-chapters discards the chapters that the inputs have.
+  // Kept with -auto-chapters-merge and with -add-chapter; -auto-chapters alone discards them.
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
     std::ranges::move(chapter::ReadChapters(output), std::back_inserter(chapters));
   }
+  // Looked up even if other chapters replace it, because the messages are wanted in any case.
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {

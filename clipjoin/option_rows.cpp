@@ -60,6 +60,8 @@ template <unsigned kBits>
 void LengthOfTracks(const char*, Cursor&, Parser& parser) {
   parser.Current().lengthMode = kChangeLength | kBits;
 }
+// The settings of the other movie are the defaults, not the current ones: its length is that of the
+// file as it is.
 template <unsigned kOperation>
 void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
   FileOptions settings;
@@ -95,6 +97,7 @@ void Translate(const char*, Cursor& next, Parser& parser) {
                            kHorizontal ? 0 : distance);
 }
 
+// A number that cannot be read is 0, which keeps the time scale.
 void SetTimeScale(const char*, Cursor& next, Parser& parser) {
   FileOptions& options = parser.Current();
   if (next.Takes("-sameAsTrack")) {
@@ -131,6 +134,7 @@ void ReadNames(const char*, Cursor&, Parser& parser) {
 
 void EndOptions(const char*, Cursor&, Parser& parser) { parser.optionsAllowed = false; }
 
+// Short, so that each option fits into a line.
 using F = FileOptions;
 using O = OutputOptions;
 

@@ -43,7 +43,7 @@ struct Option {
   void (*carryOut)(const char* name, Cursor& next, Parser& parser);
 };
 
-// All options, in the order in which they are compared.
+// All options, in the order in which they are compared. A command has each name at most once.
 std::span<const Option> Options();
 
 }  // namespace clipjoin

@@ -15,8 +15,8 @@ using toolbox::Track;
 
 constexpr OSErr kDifferentTimeScales = 1;
 
-// Reports of failed steps name these lines, whatever lines the code is on: users and scripts know
-// them.
+// Reports of failed steps name these lines, whatever lines the code is on, because users and
+// scripts know them.
 constexpr CallSite kGetMediaDataRefCount{"GetMediaDataRefCount", kClipjoinSource, 828};
 constexpr CallSite kGetMediaDataRef{"GetMediaDataRef", kClipjoinSource, 834};
 constexpr CallSite kAddMediaDataRef{"AddMediaDataRef", kClipjoinSource, 836};
@@ -45,15 +45,16 @@ void CopyDataReferences(Media source, Media media) {
   }
 }
 
-// Appends the samples of `source`, which last `duration` media units, to `media`. A table may end
-// before the media does, so this takes one table after the other. Returns the code of the step that
-// failed, which has been reported.
+// Appends the samples of `source`, which last `duration` media units, to `media`. Returns the code
+// of the step that failed, which has been reported; samples of earlier steps stay in the media.
 OSErr AppendSamples(Media source, TimeValue duration, Media media) {
   toolbox::QTMutableSampleTableRef copy = nullptr;
   const toolbox::TimeScale scale = toolbox::GetMediaTimeScale(media);
   OSErr code =
       Report(kCreateMutable, toolbox::QTSampleTableCreateMutable(nullptr, scale, nullptr, &copy));
   OwnedTable table(copy);
+  // A table has all samples up to the end, so this loop runs once. It does not rely on that: the
+  // length of the table says where the next one has to start.
   for (TimeValue time = 0, length = 0; code == toolbox::noErr && time < duration; time += length) {
     code = Report(kCopySampleTable,
                   toolbox::CopyMediaMutableSampleTable(source, time, nullptr, 0, 0, &copy));
@@ -88,6 +89,7 @@ OSErr JoinTrackBySampleTable(Track track, Track source) {
 }
 
 OSErr myAppendTrack(Track track, Track source, TimeValue at) {
+  // Asked before the join, which gives the track a length.
   const bool isEmpty = toolbox::GetTrackDuration(track) == 0;
   const OSErr code = JoinTrackBySampleTable(track, source);
   if (code != toolbox::noErr || !isEmpty) return code;

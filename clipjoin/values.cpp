@@ -68,6 +68,7 @@ constexpr Transparency kTransparencies[] = {
 
 }  // namespace
 
+// Fields are unsigned, so that digits without end wrap around instead of overflowing.
 double ParseDuration(const std::string& text) {
   std::uint32_t hours = 0, minutes = 0, current = 0;
   double fraction = 0;
@@ -83,12 +84,14 @@ double ParseDuration(const std::string& text) {
       minutes = current;
       current = 0;
     } else if (character == '.') {
+      // Whatever follows the fraction is ignored.
       fraction = std::atof(text.c_str() + i);
       break;
     } else {
       throw BadDuration{text};
     }
   }
+  // Only the first field may be larger than 59. Leading zero fields do not count.
   const auto isAbove59 = [](std::uint32_t field) { return static_cast<std::int32_t>(field) > 59; };
   if (hours != 0 && isAbove59(minutes)) throw BadDuration{text};
   if ((hours != 0 || minutes != 0) && isAbove59(current)) throw BadDuration{text};
@@ -111,6 +114,7 @@ void PrintDurationHelp(const std::string& text) {
 
 double ParseNumber(const std::string& text) {
   std::istringstream in(text);
+  // A fraction has whole numbers. Dividing by 0 gives infinity, or NaN for 0/0.
   if (text.find('/') == std::string::npos) {
     double number = 0;
     in >> number;

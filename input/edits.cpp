@@ -30,9 +30,11 @@ TimeValue Units(Movie movie, double seconds) {
   return std::lrint(seconds * toolbox::GetMovieTimeScale(movie));
 }
 
+// Warnings are not counted as failures.
 void Warn(const std::string& text) { std::cerr << "Warning: " << text << '\n'; }
 
-// Sets the time scale that is given or that the media of the named track has.
+// Sets the time scale that is given or that the media of the named track has. Does nothing if there
+// is neither.
 void SetTimeScale(Movie movie, const Names& names, const FileOptions& options) {
   toolbox::TimeScale scale = options.timeScale;
   const std::string& name = options.timeScaleReferenceTrack;
@@ -56,6 +58,7 @@ MatrixRecord Transformed(MatrixRecord matrix, bool isReset, const MatrixRecord& 
   return matrix;
 }
 
+// Whether matrices have to be changed at all. If not, they stay as they are, bit for bit.
 bool ChangesAnything(bool isReset, const MatrixRecord& matrix) {
   MatrixRecord identity;
   toolbox::SetIdentityMatrix(&identity);
@@ -144,7 +147,8 @@ void SetTransparency(Movie movie, const FileOptions& options) {
   }
 }
 
-// Plays the movie `rate` times as fast.
+// Plays the movie `rate` times as fast. A rate that gives no length above 0 is refused by the
+// toolbox, and the movie stays as it is.
 void SetRate(Movie movie, double rate) {
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   const double wanted = static_cast<double>(duration) / rate;

@@ -11,7 +11,7 @@
 namespace input {
 namespace {
 
-// kExistenceHint is printed once a run.
+// kExistenceHint is printed once a run, because one mistake in quoting can make many names wrong.
 bool hintWasGiven = false;
 
 constexpr char kQuotingHint[] =

@@ -16,8 +16,6 @@ using clipjoin::QTError;
 using clipjoin::Report;
 using clipjoin::Require;
 
-constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new files
-
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
                         const DataReference& reference, bool showProgress) {
   const toolbox::OSErr code = WithProgress(movie, showProgress, [&] {
@@ -33,10 +31,7 @@ void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
 // the process.
 void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   toolbox::DataHandler storage = nullptr;
-  Require({"CreateMovieStorage", kUtilsSource},
-          toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
-                                      toolbox::smSystemScript,
-                                      toolbox::createMovieFileDeleteCurFile, &storage, nullptr));
+  Require({"CreateMovieStorage", kUtilsSource}, CreateStorage(reference, &storage));
   std::ignore = toolbox::AddMovieToStorage(movie, storage);
   Require({"AddMovieToStorage", kUtilsSource}, toolbox::GetMoviesError());
   // Closing gives the file its name, so it can fail as well.
@@ -82,6 +77,12 @@ toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) 
                                                             toolbox::kCFStringEncodingUTF8));
   return toolbox::QTNewDataReferenceFromFullPathCFString(text.get(), toolbox::kQTPOSIXPathStyle, 0,
                                                          &reference.handle, &reference.type);
+}
+
+toolbox::OSErr CreateStorage(const DataReference& reference, toolbox::DataHandler* storage) {
+  return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
+                                     toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile,
+                                     storage, nullptr);
 }
 
 std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWritable,

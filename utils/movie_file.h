@@ -27,6 +27,13 @@ class DataReference {
 // Returns a toolbox code.
 [[nodiscard]] toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference);
 
+inline constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new files
+
+// Creates a new, empty movie file, which replaces an existing one when it is closed. The caller
+// closes `*storage`. Returns a toolbox code.
+[[nodiscard]] toolbox::OSErr CreateStorage(const DataReference& reference,
+                                           toolbox::DataHandler* storage);
+
 // Opens the movie at `path` and its storage; only a writable one can be saved in place. Throws
 // QTError.
 std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWritable,

@@ -19,7 +19,7 @@ using clipjoin::QTError;
 using clipjoin::Report;
 using toolbox::FourCC;
 
-constexpr FourCC kCreator{"TVOD"}, kMpeg4{"mpg4"};
+constexpr FourCC kMpeg4{"mpg4"};
 
 // The settings are assembled at compile time, from the leaves up. These functions return bytes.
 
@@ -128,11 +128,8 @@ toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& output
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(outputPath, reference));
 
   toolbox::DataHandler storage = nullptr;
-  const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource}, [&] {
-    return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
-                                       toolbox::smSystemScript,
-                                       toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
-  });
+  const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource},
+                                        [&] { return CreateStorage(reference, &storage); });
   // Nothing is added to it: it only shows whether the file can be created.
   std::ignore = toolbox::CloseComponent(storage);
   if (created == toolbox::fBsyErr) ExplainBusy(outputPath);
