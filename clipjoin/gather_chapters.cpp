@@ -6,7 +6,6 @@
 #include <iterator>
 #include <optional>
 #include <tuple>
-#include <utility>
 
 #include "chapter/annotations.h"
 #include "chapter/chapter.h"
