@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <iostream>
-#include <memory>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -10,7 +9,7 @@
 #include "chapter/genres.h"
 #include "chapter/text.h"
 #include "clipjoin/report.h"
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
 
 namespace chapter {
 namespace {
@@ -28,11 +27,6 @@ constexpr char kQuestionMark = '?';
 constexpr std::int16_t kLanguages = 152;  // languages are numbered from 0
 // Item lists are not nested. This limit keeps a malicious file from exhausting the stack.
 constexpr int kDeepestList = 4;
-
-struct Release {
-  void operator()(const toolbox::StringRecord* string) const { toolbox::CFRelease(string); }
-};
-using OwnedString = std::unique_ptr<const toolbox::StringRecord, Release>;
 
 // Types of texts start with the copyright sign.
 bool IsText(FourCC type) { return type.value >> 24 == 0xA9; }
@@ -159,9 +153,8 @@ void AddRendering(UserData data, FourCC type, toolbox::CFStringRef string, std::
 
 void ConvertMovieTags(toolbox::Movie movie) {
   const UserData data = toolbox::GetMovieUserData(movie);
-  if (data == nullptr) return;
-  const OwnedHandle meta(0);
-  if (meta == nullptr) return;
+  const OwnedHandle meta;
+  if (data == nullptr || meta == nullptr) return;
   const toolbox::OSErr code = toolbox::GetUserData(data, meta, kMeta, 1);
   if (code == toolbox::userDataItemNotFound) return;
   if (code != toolbox::noErr) {
@@ -179,13 +172,13 @@ void ConvertTagAtoms(UserData data, ByteSpan bytes, std::int64_t length, bool in
 }
 
 void AddUserDataTextUtf8(UserData data, FourCC type, const std::string& text) {
-  const OwnedString string(toolbox::CFStringCreateWithBytes(
+  const utils::OwnedString string(toolbox::CFStringCreateWithBytes(
       nullptr, reinterpret_cast<const std::uint8_t*>(text.data()),
       static_cast<std::int64_t>(text.size()), toolbox::kCFStringEncodingUTF8, true));
   const std::int64_t length = toolbox::CFStringGetLength(string.get());
   const Rendering best = BestRendering(string.get(), length);
   if (best.characters == 0) {
-    const OwnedHandle raw(0);
+    const OwnedHandle raw;
     if (raw == nullptr) return;
     raw->bytes.assign(text.begin(), text.end());
     std::ignore = toolbox::AddUserDataText(data, raw, type, 1, 0);
@@ -201,12 +194,10 @@ void AddUserDataTextUtf8(UserData data, FourCC type, const std::string& text) {
 }
 
 std::string GetMovieFullName(toolbox::Movie movie) {
-  const UserData data = toolbox::GetMovieUserData(movie);
-  const OwnedHandle name(0);
-  if (data == nullptr || name == nullptr ||
-      toolbox::GetUserDataText(data, name, kFullName, 1, 0) != toolbox::noErr) {
-    return {};
-  }
+  const OwnedHandle name;
+  const toolbox::OSErr code =
+      toolbox::GetUserDataText(toolbox::GetMovieUserData(movie), name, kFullName, 1, 0);
+  if (code != toolbox::noErr) return {};
   return ConvertTextEncoding(TextFrom(name->bytes), toolbox::kCFStringEncodingMacRoman,
                              toolbox::kCFStringEncodingUTF8);
 }

@@ -9,7 +9,8 @@
 
 #include "chapter/playback.h"
 #include "chapter/text.h"
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
+#include "utils/tracks.h"
 
 namespace chapter {
 namespace {
@@ -32,10 +33,7 @@ constexpr std::int32_t kLongestSample = 1 << 20;
 std::vector<Track> ChapterTracks(Movie movie) {
   std::vector<Track> tracks;
   std::set<Track> known;
-  const std::int32_t count = toolbox::GetMovieTrackCount(movie);
-  for (std::int32_t i = 1; i <= count; ++i) {
-    const Track track = toolbox::GetMovieIndTrack(movie, i);
-    if (track == nullptr) break;
+  for (const Track track : utils::Tracks(movie)) {
     const std::int32_t references = toolbox::GetTrackReferenceCount(track, kChapters);
     for (std::int32_t number = 1; number <= references; ++number) {
       const Track chapters = toolbox::GetTrackReference(track, kChapters, number);
@@ -43,12 +41,6 @@ std::vector<Track> ChapterTracks(Movie movie) {
     }
   }
   return tracks;
-}
-
-bool IsText(Media media) {
-  FourCC type;
-  toolbox::GetMediaHandlerDescription(media, &type, nullptr, nullptr);
-  return media != nullptr && type == kText;
 }
 
 // The encoding that the atoms after the text of a sample give ('encd'), else Mac Roman.
@@ -66,8 +58,8 @@ toolbox::CFStringEncoding StatedEncoding(ByteSpan atoms) {
 
 // Appends the chapters of one chapter track. `scale` is that of the movie.
 void ReadChaptersOf(Track track, toolbox::TimeScale scale, std::vector<Chapter>& chapters) {
+  if (utils::MediaType(track) != kText) return;
   const Media media = toolbox::GetTrackMedia(track);
-  if (!IsText(media)) return;
   const utils::OwnedHandle sample;
   constexpr auto kFirst =
       static_cast<std::int16_t>(toolbox::nextTimeMediaSample | toolbox::nextTimeEdgeOK);
@@ -133,11 +125,7 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
   if (!dropped.empty()) DropList(movie);
 }
 
-void DropList(Movie movie) {
-  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
-  if (toolbox::CountUserDataType(data, kChapterList) == 0) return;
-  std::ignore = RemoveMovieUserData(movie, kChapterList);
-}
+void DropList(Movie movie) { std::ignore = RemoveMovieUserData(movie, kChapterList); }
 
 void DropStaleList(Movie movie) {
   if (!ChapterTracks(movie).empty()) DropList(movie);

@@ -5,12 +5,14 @@
 
 #include "chapter/chapter.h"
 #include "clipjoin/report.h"
+#include "utils/tracks.h"
 
 namespace chapter {
 namespace {
 
 using clipjoin::CallSite;
 using clipjoin::kChapterSource;
+using clipjoin::Report;
 using toolbox::FourCC;
 using toolbox::Handle;
 using toolbox::Media;
@@ -93,32 +95,26 @@ Media NewTextMedia(Movie movie, Track track, std::int32_t scale) {
   return media;
 }
 
-// Whether the call succeeded. A failure is reported.
-bool Succeeds(const CallSite& site, OSErr code) {
-  clipjoin::Report(site, code);
-  return code == toolbox::noErr;
-}
-
-// Adds the title as a sample; its text is centered and clipped to the box of the track.
-bool AddSample(Media media, const Chapter& chapter, std::int32_t scale) {
-  constexpr toolbox::Rect kNoBox;
-  return Succeeds(
-      kAddSample,
-      toolbox::TextMediaAddTextSample(
-          media, chapter.title.data(), static_cast<std::uint32_t>(chapter.title.size()), 0, 0, 0,
-          nullptr, nullptr, toolbox::teJustCenter, &kNoBox, toolbox::dfClipToTextBox, 0, 0, 0,
-          nullptr, Scaled(chapter.duration, scale, chapter.scale), nullptr));
-}
-
+// Adds the title of each chapter as a sample, in UTF-8. Returns false if a call failed, which has
+// been reported.
 bool AddSamples(Media media, const std::vector<Chapter>& chapters, std::int32_t scale) {
   const std::uint32_t encoding = toolbox::kCFStringEncodingUnicode;
-  if (!Succeeds(kSetSampleData, toolbox::TextMediaSetTextSampleData(toolbox::GetMediaHandler(media),
-                                                                    &encoding, kEncoding)) ||
-      !Succeeds(kBeginEdits, toolbox::BeginMediaEdits(media))) {
-    return false;
-  }
-  const auto add = [&](const Chapter& chapter) { return AddSample(media, chapter, scale); };
-  return std::ranges::all_of(chapters, add) && Succeeds(kEndEdits, toolbox::EndMediaEdits(media));
+  const OSErr code = Report(
+      kSetSampleData,
+      toolbox::TextMediaSetTextSampleData(toolbox::GetMediaHandler(media), &encoding, kEncoding));
+  if (code != toolbox::noErr) return false;
+  if (Report(kBeginEdits, toolbox::BeginMediaEdits(media)) != toolbox::noErr) return false;
+  const auto add = [&](const Chapter& chapter) {
+    constexpr toolbox::Rect kNoBox;  // the box of the track
+    const auto size = static_cast<std::uint32_t>(chapter.title.size());
+    const std::int64_t duration = Scaled(chapter.duration, scale, chapter.scale);
+    return Report(kAddSample, toolbox::TextMediaAddTextSample(
+                                  media, chapter.title.data(), size, 0, 0, 0, nullptr, nullptr,
+                                  toolbox::teJustCenter, &kNoBox, toolbox::dfClipToTextBox, 0, 0, 0,
+                                  nullptr, duration, nullptr)) == toolbox::noErr;
+  };
+  return std::ranges::all_of(chapters, add) &&
+         Report(kEndEdits, toolbox::EndMediaEdits(media)) == toolbox::noErr;
 }
 
 }  // namespace
@@ -138,11 +134,11 @@ Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie) {
   const Media media = NewTextMedia(movie, track, scale);
   if (!AddSamples(media, chapters, scale)) return nullptr;
   const Chapter& first = chapters.front();
-  const bool isShown =
-      Succeeds(kInsertMedia,
-               toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
-                                             toolbox::GetMediaDuration(media), toolbox::fixedOne));
-  return isShown ? track : nullptr;
+  const OSErr code =
+      Report(kInsertMedia,
+             toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
+                                           toolbox::GetMediaDuration(media), toolbox::fixedOne));
+  return code == toolbox::noErr ? track : nullptr;
 }
 
 OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
@@ -152,14 +148,13 @@ OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
     if (target == nullptr) target = toolbox::GetMovieIndTrackType(movie, 1, kind, kEnabledOfKind);
   }
   if (target == nullptr) return toolbox::trackNotInMovie;
-  for (std::int32_t i = toolbox::GetMovieTrackCount(movie); i > 0; --i) {
-    const Track track = toolbox::GetMovieIndTrack(movie, i);
+  for (const Track track : utils::Tracks(movie)) {
     for (std::int32_t left = toolbox::GetTrackReferenceCount(track, kChapters); left > 0; --left) {
       std::ignore = toolbox::DeleteTrackReference(track, kChapters, left);
     }
   }
-  const OSErr code = toolbox::AddTrackReference(target, chapterTrack, kChapters, nullptr);
-  clipjoin::Report(kAddReference, code);
+  const OSErr code =
+      Report(kAddReference, toolbox::AddTrackReference(target, chapterTrack, kChapters, nullptr));
   DropStaleList(movie);
   return code;
 }

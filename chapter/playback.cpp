@@ -1,11 +1,10 @@
 #include "chapter/playback.h"
 
-#include <array>
-#include <boost/endian/conversion.hpp>
-#include <span>
+#include <boost/endian/arithmetic.hpp>
+#include <cstring>
 #include <tuple>
 
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
 
 namespace chapter {
 namespace {
@@ -17,35 +16,35 @@ using toolbox::OSErr;
 constexpr FourCC kPlay{"play"};  // one byte; 1: play when opened
 constexpr FourCC kLoop{"LOOP"};  // 32 bits; 0: play over and over
 
-// Replaces all items of the type by one.
-OSErr ReplaceItems(Movie movie, FourCC type, std::span<const std::uint8_t> bytes) {
+using BigLong = boost::endian::big_int32_t;
+
+// Replaces all items of the type by one with the bytes of the value.
+template <class Value>
+OSErr ReplaceItems(Movie movie, FourCC type, Value value) {
   if (const OSErr code = RemoveMovieUserData(movie, type)) return code;
-  return toolbox::SetUserDataItem(toolbox::GetMovieUserData(movie), bytes.data(),
-                                  static_cast<std::int32_t>(bytes.size()), type, 0);
+  return toolbox::SetUserDataItem(toolbox::GetMovieUserData(movie), &value, sizeof value, type, 0);
 }
 
-// The payload of the first item of the type. Empty if there is none or it has less than `size`
-// bytes.
-toolbox::Bytes FirstItem(Movie movie, FourCC type, std::size_t size) {
-  const toolbox::UserData data = toolbox::GetMovieUserData(movie);
+// The value at the start of the first item of the type; `otherwise` if there is none or it is too
+// short.
+template <class Value>
+Value FirstItem(Movie movie, FourCC type, Value otherwise) {
   const utils::OwnedHandle item;
-  if (data == nullptr || toolbox::GetUserData(data, item, type, 1) != toolbox::noErr ||
-      item->bytes.size() < size) {
-    return {};
+  if (toolbox::GetUserData(toolbox::GetMovieUserData(movie), item, type, 1) == toolbox::noErr &&
+      item->bytes.size() >= sizeof otherwise) {
+    std::memcpy(&otherwise, item->bytes.data(), sizeof otherwise);
   }
-  return item->bytes;
+  return otherwise;
 }
 
 }  // namespace
 
 OSErr SetMovieUserDataByte(Movie movie, FourCC type, std::uint8_t value) {
-  return ReplaceItems(movie, type, std::array{value});
+  return ReplaceItems(movie, type, value);
 }
 
 OSErr SetMovieUserDataLong(Movie movie, FourCC type, std::int32_t value) {
-  std::array<std::uint8_t, 4> bytes{};
-  boost::endian::store_big_s32(bytes.data(), value);
-  return ReplaceItems(movie, type, bytes);
+  return ReplaceItems(movie, type, BigLong(value));
 }
 
 OSErr RemoveMovieUserData(Movie movie, FourCC type) {
@@ -58,13 +57,11 @@ OSErr RemoveMovieUserData(Movie movie, FourCC type) {
 }
 
 bool GetMovieUserDataByte(Movie movie, FourCC type, bool otherwise) {
-  const toolbox::Bytes bytes = FirstItem(movie, type, 1);
-  return bytes.empty() ? otherwise : bytes[0] != 0;
+  return FirstItem(movie, type, static_cast<std::uint8_t>(otherwise)) != 0;
 }
 
 std::int32_t GetMovieUserDataLong(Movie movie, FourCC type, std::int32_t otherwise) {
-  const toolbox::Bytes bytes = FirstItem(movie, type, 4);
-  return bytes.empty() ? otherwise : boost::endian::load_big_s32(bytes.data());
+  return FirstItem(movie, type, BigLong(otherwise));
 }
 
 void ApplyPlaybackFlags(Movie movie, const clipjoin::OutputOptions& options) {

@@ -1,6 +1,5 @@
 #include "clipjoin/clipjoin.h"
 
-#include <memory>
 #include <tuple>
 #include <utility>
 #include <variant>
@@ -15,31 +14,28 @@
 #include "toolbox/toolbox.h"
 #include "utils/edit_lists.h"
 #include "utils/output.h"
+#include "utils/owned.h"
 
 namespace clipjoin {
 namespace {
 
 // Whether the user's preferences ask every run to be quiet, as if -q were given.
 bool PrefersQuiet() {
-  constexpr char kDomain[] = "org.reelwork.Reelwork", kKey[] = "quiet";
   const auto text = [](const char* characters) {
-    return toolbox::CFStringCreateWithCString(nullptr, characters, toolbox::kCFStringEncodingUTF8);
+    return utils::OwnedString(
+        toolbox::CFStringCreateWithCString(nullptr, characters, toolbox::kCFStringEncodingUTF8));
   };
-  const toolbox::CFStringRef domain = text(kDomain), key = text(kKey);
   bool isValid = false;
-  const bool isQuiet = toolbox::CFPreferencesGetAppBooleanValue(key, domain, &isValid);
-  toolbox::CFRelease(key);
-  toolbox::CFRelease(domain);
+  const bool isQuiet = toolbox::CFPreferencesGetAppBooleanValue(
+      text("quiet").get(), text("org.reelwork.Reelwork").get(), &isValid);
   return isValid && isQuiet;
 }
 
-struct Dispose {
-  void operator()(toolbox::Movie movie) const { toolbox::DisposeMovie(movie); }
-};
-using OwnedMovie = std::unique_ptr<toolbox::MovieRecord, Dispose>;
-
 }  // namespace
 
+// The order of the steps is that of the messages, so it must not change: all inputs are opened,
+// edited and combined one by one; then the chapters, edits and flags of the output are set; the
+// output is written; and inputs that are to be saved in place are saved last.
 int Run(std::span<const char* const> arguments) {
   std::ignore = toolbox::EnterMovies();
   auto parsed = ParseCommandLine(arguments, PrefersQuiet());
@@ -50,7 +46,7 @@ int Run(std::span<const char* const> arguments) {
   // all of them to a new movie. `line` keeps the inputs' movies until the end of the run, because
   // the output refers to their media.
   const OutputOptions& wanted = line.output;
-  OwnedMovie created;
+  utils::OwnedMovie created;
   toolbox::Movie output = nullptr;
   std::vector<Chapter> chapters = wanted.addedChapters;
   for (input::InputMovie& input : line.inputs) {

@@ -5,6 +5,7 @@
 
 #include "clipjoin/report.h"
 #include "clipjoin/sample_table_join.h"
+#include "utils/tracks.h"
 
 namespace clipjoin {
 namespace {
@@ -16,19 +17,19 @@ using toolbox::Track;
 
 // Shows the movie at the same time as the output, from options.placeAt on: at its own length, or
 // scaled to end where the output ends.
+//
+//   |      output      |        |      output      |        |      output      |
+//                         ->        |  movie  |        or      | m  o  v  i  e |
+//                                   ^ placeAt
+//
+// The toolbox takes place and length from the selection of the output. An empty selection means the
+// movie's own length.
 void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool scaleToOutput) {
   const TimeValue start = std::lrint(options.placeAt * toolbox::GetMovieTimeScale(output));
   const TimeValue length = scaleToOutput ? toolbox::GetMovieDuration(output) - start : 0;
   toolbox::SetMovieSelection(output, start, length);
   toolbox::AddMovieSelection(output, movie);
   Report({"AddMovieSelection", kClipjoinSource}, toolbox::GetMoviesError());
-}
-
-// Appends the first `duration` units of the movie to the output.
-void Append(Movie movie, TimeValue duration, Movie output) {
-  Report(
-      {"InsertMovieSegment", kClipjoinSource},
-      toolbox::InsertMovieSegment(movie, output, 0, duration, toolbox::GetMovieDuration(output)));
 }
 
 // How tracks of an input are added to the output.
@@ -39,6 +40,7 @@ struct TrackPolicy {
   bool reusesTracks;  // false: each source gets a new track
 };
 
+// Keeps the edits of `source`, where myAppendTrack shows all of its samples.
 OSErr InsertWhole(Track track, Track source, TimeValue at) {
   return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
 }
@@ -47,7 +49,8 @@ constexpr TrackPolicy kSameTracks{"InsertTrackSegment", InsertWhole, true};
 constexpr TrackPolicy kUniqueTracks{"myAppendTrack", myAppendTrack, false};
 constexpr TrackPolicy kManualJoin{"myAppendTrack", myAppendTrack, true};
 
-// Null if whole movies are appended and the toolbox chooses the tracks.
+// If several of the options are given, the first one here applies. Null if there is none: whole
+// movies are then appended, and the toolbox chooses the tracks.
 const TrackPolicy* PolicyOf(const OutputOptions& output) {
   if (output.forceSameTracks) return &kSameTracks;
   if (output.uniqueTracks) return &kUniqueTracks;
@@ -57,8 +60,7 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
 // Inserts `source` into the first track of the same media type that accepts it. Returns false if
 // none does. A refusal is no failure here, so it is not reported.
 bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
-  toolbox::FourCC type;
-  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(source), &type, nullptr, nullptr);
+  const toolbox::FourCC type = utils::MediaType(source);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
@@ -82,8 +84,7 @@ void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& 
 // first of them makes the output longer.
 void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
   const TimeValue at = toolbox::GetMovieDuration(output);
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    const Track source = toolbox::GetMovieIndTrack(movie, i);
+  for (const Track source : utils::Tracks(movie)) {
     if (policy.reusesTracks && InsertIntoExisting(source, output, at, policy)) continue;
     InsertIntoNew(source, output, at, policy);
   }
@@ -95,6 +96,7 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   if (options.useSettings) std::ignore = toolbox::CopyMovieSettings(movie, output);
   toolbox::SetMovieTimeScale(movie, toolbox::GetMovieTimeScale(output));
   const TimeValue duration = toolbox::GetMovieDuration(movie);
+  // The movies error is that of the last call, GetMovieDuration.
   Report({"GetMoviesError", kClipjoinSource}, toolbox::GetMoviesError());
 
   if (wanted.mode == CommandMode::kMultiplex) {
@@ -102,7 +104,9 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   } else if (const TrackPolicy* policy = PolicyOf(wanted)) {
     AppendTracks(movie, output, *policy);
   } else {
-    Append(movie, duration, output);
+    const TimeValue end = toolbox::GetMovieDuration(output);
+    Report({"InsertMovieSegment", kClipjoinSource},
+           toolbox::InsertMovieSegment(movie, output, 0, duration, end));
   }
 }
 

@@ -1,4 +1,5 @@
-// The command-line arguments that have not been read yet.
+// The command-line arguments that have not been read yet. An option takes its values from here, so
+// it need not know how many arguments there are.
 #pragma once
 
 #include <span>
@@ -8,7 +9,7 @@
 
 namespace clipjoin {
 
-// Does not own the arguments.
+// Does not own the arguments, which must live longer.
 class Cursor {
  public:
   explicit Cursor(std::span<const char* const> arguments) : rest_(arguments) {}

@@ -1,17 +1,19 @@
 #include "clipjoin/gather_chapters.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <tuple>
-#include <utility>
 
 #include "chapter/annotations.h"
 #include "chapter/chapter.h"
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
+#include "utils/tracks.h"
 
 namespace clipjoin {
 namespace {
@@ -25,7 +27,8 @@ std::string PlainName(const std::string& path) {
   return name.substr(0, name.rfind('.'));
 }
 
-// The title of the chapter for an input: -chapter-name, the movie's full name or the file name.
+// The title of the chapter for an input: -chapter-name, the movie's full name or the file name. The
+// first of these that is not empty is used.
 std::string AutomaticTitle(const FileOptions& file, Movie movie) {
   if (!file.chapterName.empty()) return file.chapterName;
   const std::string title = chapter::GetMovieFullName(movie);
@@ -36,27 +39,26 @@ std::string AutomaticTitle(const FileOptions& file, Movie movie) {
 // with the names there are), or if that track is no text track (printed).
 Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   if (!name) return nullptr;
-  const Track track = input::FindTrackByName(movie, *name);
+  const std::vector<std::string> names = input::TrackNames(movie);
+  const Track track = input::TrackNamed(*name, movie, names);
   if (track == nullptr) {
     std::cerr << "No track named " << *name << " found in final movie.\nTrack names:\n";
-    for (const std::string& other : input::TrackNames(movie)) std::cerr << other << '\n';
+    for (const std::string& other : names) std::cerr << other << '\n';
     return nullptr;
   }
-  toolbox::FourCC type;
-  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(track), &type, nullptr, nullptr);
-  if (type == toolbox::FourCC{"text"}) return track;
+  if (utils::MediaType(track) == toolbox::FourCC{"text"}) return track;
   std::cerr << "The track named " << *name << " is a " << input::KindName(track)
             << " track.\nChapter tracks must be text tracks.\n";
   return nullptr;
 }
 
-// Keeps the samples of media that are added to the movie in memory until the movie is written: it
-// goes to another file than the one it was read from.
+// Makes media that are created later, such as that of the chapters, keep their samples in memory
+// until the movie is written. Otherwise the samples would go into the file that the movie was read
+// from.
 void KeepNewMediaInMemory(Movie movie) {
-  constexpr toolbox::FourCC kMemory{"hndl"};
-  constexpr std::int64_t kHandleSize = 4;
-  const utils::OwnedHandle reference(kHandleSize);
-  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, kMemory);
+  // A reference of four zeros asks for a new block of memory.
+  const utils::OwnedHandle reference(4);
+  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, toolbox::FourCC{"hndl"});
 }
 
 }  // namespace
@@ -65,19 +67,18 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, M
                          Movie output, std::vector<Chapter>& chapters) {
   if (!wanted.autoChapters) return;
   if (wanted.autoChaptersMerge && chapter::HasChapters(movie)) return;
-  Chapter added;
-  added.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie);
-  added.start = output != nullptr ? toolbox::GetMovieDuration(output) : 0;
-  added.title = AutomaticTitle(file, movie);
-  chapters.push_back(std::move(added));
+  chapters.push_back({.scale = toolbox::GetMovieTimeScale(output != nullptr ? output : movie),
+                      .start = output != nullptr ? toolbox::GetMovieDuration(output) : 0,
+                      .title = AutomaticTitle(file, movie)});
 }
 
 void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters) {
-  // -auto-chapters discards the chapters that the inputs have.
+  // Kept with -auto-chapters-merge and with -add-chapter; -auto-chapters alone discards them.
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
-    for (Chapter& kept : chapter::ReadChapters(output)) chapters.push_back(std::move(kept));
+    std::ranges::move(chapter::ReadChapters(output), std::back_inserter(chapters));
   }
+  // Looked up even if other chapters replace it, because the messages are wanted in any case.
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {

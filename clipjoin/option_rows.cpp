@@ -9,36 +9,33 @@
 namespace clipjoin {
 namespace {
 
-// Most options set one member, of the current file options or of the output options: to a value,
-// to the next argument, or to a duration; or they add the next argument to a set.
-template <auto kMember, auto kValue>
-void SetFile(const char*, Cursor&, Parser& parser) {
-  parser.Current().*kMember = kValue;
+// A member of the current file options or of the output options.
+template <class Value>
+Value& In(Parser& parser, Value FileOptions::*member) {
+  return parser.Current().*member;
 }
-template <auto kMember, auto kValue>
-void SetOutput(const char*, Cursor&, Parser& parser) {
-  parser.line.output.*kMember = kValue;
+template <class Value>
+Value& In(Parser& parser, Value OutputOptions::*member) {
+  return parser.line.output.*member;
+}
+
+// Most options set one member: to a value, to the next argument, or to a duration; or they add the
+// next argument to a set.
+template <auto kMember, auto kValue = true>
+void Set(const char*, Cursor&, Parser& parser) {
+  In(parser, kMember) = kValue;
 }
 template <auto kMember>
-void TakeFile(const char*, Cursor& next, Parser& parser) {
-  parser.Current().*kMember = next();
-}
-template <auto kMember>
-void TakeOutput(const char*, Cursor& next, Parser& parser) {
-  parser.line.output.*kMember = next();
-}
-template <auto kSet>
-void AddTo(const char*, Cursor& next, Parser& parser) {
-  (parser.Current().*kSet).insert(next());
+void Take(const char*, Cursor& next, Parser& parser) {
+  In(parser, kMember) = next();
 }
 template <auto kMember>
 void TakeDuration(const char*, Cursor& next, Parser& parser) {
-  parser.Current().*kMember = ParseDuration(next());
+  In(parser, kMember) = ParseDuration(next());
 }
-
-template <CommandMode kMode>
-void SetMode(const char*, Cursor&, Parser& parser) {
-  parser.line.output.mode = kMode;
+template <auto kMember>
+void AddTo(const char*, Cursor& next, Parser& parser) {
+  In(parser, kMember).insert(next());
 }
 
 template <std::uint32_t kFlag>
@@ -51,9 +48,8 @@ void ClearFlattenFlag(const char*, Cursor&, Parser& parser) {
 // one.
 template <unsigned kOperation>
 void LengthGiven(const char*, Cursor& next, Parser& parser) {
-  const double target = ParseDuration(next());
+  parser.Current().lengthTarget = ParseDuration(next());
   parser.Current().lengthMode = kChangeLength | kOperation;
-  parser.Current().lengthTarget = target;
 }
 template <unsigned kOperation>
 void LengthOfTrack(const char*, Cursor& next, Parser& parser) {
@@ -64,6 +60,8 @@ template <unsigned kBits>
 void LengthOfTracks(const char*, Cursor&, Parser& parser) {
   parser.Current().lengthMode = kChangeLength | kBits;
 }
+// The settings of the other movie are the defaults, not the current ones: its length is that of the
+// file as it is.
 template <unsigned kOperation>
 void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
   FileOptions settings;
@@ -99,6 +97,7 @@ void Translate(const char*, Cursor& next, Parser& parser) {
                            kHorizontal ? 0 : distance);
 }
 
+// A number that cannot be read is 0, which keeps the time scale.
 void SetTimeScale(const char*, Cursor& next, Parser& parser) {
   FileOptions& options = parser.Current();
   if (next.Takes("-sameAsTrack")) {
@@ -115,8 +114,7 @@ void SetTransparency(const char*, Cursor& next, Parser& parser) {
 }
 
 void AddChapter(const char*, Cursor& next, Parser& parser) {
-  Chapter added;
-  added.title = next();
+  Chapter added{.title = next()};
   added.start = static_cast<std::int64_t>(ParseDuration(next()) * added.scale);
   parser.line.output.addedChapters.push_back(added);
   parser.line.output.addedChaptersSeen = true;
@@ -136,29 +134,30 @@ void ReadNames(const char*, Cursor&, Parser& parser) {
 
 void EndOptions(const char*, Cursor&, Parser& parser) { parser.optionsAllowed = false; }
 
+// Short, so that each option fits into a line.
 using F = FileOptions;
 using O = OutputOptions;
 
 constexpr Option kOptions[] = {
-    {"-clipjoin", kEvery, SetMode<CommandMode::kConcatenate>},
-    {"-clipstak", kEvery, SetMode<CommandMode::kMultiplex>},
-    {"-cliptune", kEvery, SetMode<CommandMode::kModify>},
-    {"-q", kEvery, SetOutput<&O::quiet, true>},
-    {"-self-contained", kEvery, SetOutput<&O::selfContained, true>},
+    {"-clipjoin", kEvery, Set<&O::mode, CommandMode::kConcatenate>},
+    {"-clipstak", kEvery, Set<&O::mode, CommandMode::kMultiplex>},
+    {"-cliptune", kEvery, Set<&O::mode, CommandMode::kModify>},
+    {"-q", kEvery, Set<&O::quiet>},
+    {"-self-contained", kEvery, Set<&O::selfContained>},
     {"-no-fast-start", kEvery, ClearFlattenFlag<toolbox::flattenForceMovieResourceBeforeMovieData>},
     {"-no-compressed-header", kEvery, ClearFlattenFlag<toolbox::flattenCompressMovieResource>},
-    {"-unique-tracks", kClipjoin, SetOutput<&O::uniqueTracks, true>},
-    {"-force-same-tracks", kClipjoin, SetOutput<&O::forceSameTracks, true>},
-    {"-manual-join", kClipjoin, SetOutput<&O::manualJoin, true>},
-    {"-mp4", kEvery, SetOutput<&O::mpeg4, true>},
-    {"-chapter-tool-xml", kEvery, TakeOutput<&O::chapterToolXml>},
+    {"-unique-tracks", kClipjoin, Set<&O::uniqueTracks>},
+    {"-force-same-tracks", kClipjoin, Set<&O::forceSameTracks>},
+    {"-manual-join", kClipjoin, Set<&O::manualJoin>},
+    {"-mp4", kEvery, Set<&O::mpeg4>},
+    {"-chapter-tool-xml", kEvery, Take<&O::chapterToolXml>},
     {"-names-from-stdin", kEvery, ReadNames},
     {"-name-from-stdin", kEvery, ReadNames},
-    {"-chapter-track", kEvery, TakeOutput<&O::chapterTrackName>},
-    {"-auto-chapters", kClipjoin, SetOutput<&O::autoChapters, true>},
+    {"-chapter-track", kEvery, Take<&O::chapterTrackName>},
+    {"-auto-chapters", kClipjoin, Set<&O::autoChapters>},
     {"-auto-chapters-merge", kClipjoin, AutoChaptersMerge},
-    {"-scale", kClipstak, SetOutput<&O::scaleToOutput, true>},
-    {"-noscale", kClipstak, SetOutput<&O::scaleToOutput, false>},
+    {"-scale", kClipstak, Set<&O::scaleToOutput>},
+    {"-noscale", kClipstak, Set<&O::scaleToOutput, false>},
     {"-placeAt", kClipstak, TakeDuration<&F::placeAt>},
     {"-trimToShortestTrack", kEvery, LengthOfTracks<kTrimTo | kShortestTrack>},
     {"-scaleToShortestTrack", kEvery, LengthOfTracks<kScaleTracks | kShortestTrack>},
@@ -176,20 +175,20 @@ constexpr Option kOptions[] = {
     {"-scaleMovieTo", kEvery, LengthGiven<kScaleMovie>},
     {"-chapter", kEvery, AddTo<&F::includeChapters>},
     {"-nochapter", kEvery, AddTo<&F::excludeChapters>},
-    {"-chaplist", kEvery, SetFile<&F::listChapters, true>},
-    {"-nochaplist", kEvery, SetFile<&F::listChapters, false>},
+    {"-chaplist", kEvery, Set<&F::listChapters>},
+    {"-nochaplist", kEvery, Set<&F::listChapters, false>},
     {"-track", kEvery, AddTo<&F::includeTracks>},
     {"-notrack", kEvery, AddTo<&F::excludeTracks>},
     {"-enable", kEvery, AddTo<&F::enableTracks>},
     {"-disable", kEvery, AddTo<&F::disableTracks>},
-    {"-list", kEvery, SetFile<&F::listTracks, true>},
-    {"-nolist", kEvery, SetFile<&F::listTracks, false>},
+    {"-list", kEvery, Set<&F::listTracks>},
+    {"-nolist", kEvery, Set<&F::listTracks, false>},
     {"-noresolve", kEvery,
      [](const char*, Cursor&, Parser& parser) {
        parser.Current().openFlags |= toolbox::newMovieDontResolveDataRefs;
      }},
-    {"-use-settings", kClipjoin | kClipstak, SetFile<&F::useSettings, true>},
-    {"-no-convert-tags", kEvery, SetFile<&F::noTagConversion, true>},
+    {"-use-settings", kClipjoin | kClipstak, Set<&F::useSettings>},
+    {"-no-convert-tags", kEvery, Set<&F::noTagConversion>},
     {"-sscale", kEvery, Scale<&F::trackMatrix, true, true>},
     {"-vscale", kEvery, Scale<&F::trackMatrix, false, true>},
     {"-hscale", kEvery, Scale<&F::trackMatrix, true, false>},
@@ -200,25 +199,25 @@ constexpr Option kOptions[] = {
     {"-mvscale", kEvery, Scale<&F::movieMatrix, false, true>},
     {"-mhscale", kEvery, Scale<&F::movieMatrix, true, false>},
     {"-mrotate", kEvery, Rotate<&F::movieMatrix>},
-    {"-resetmatrix", kEvery, SetFile<&F::resetTrackMatrices, true>},
-    {"-resetmmatrix", kEvery, SetFile<&F::resetMovieMatrix, true>},
+    {"-resetmatrix", kEvery, Set<&F::resetTrackMatrices>},
+    {"-resetmmatrix", kEvery, Set<&F::resetMovieMatrix>},
     {"-rate", kEvery,
      [](const char*, Cursor& next, Parser& parser) {
        parser.Current().rate = ParseNumber(next());
      }},
     {"-timescale", kEvery, SetTimeScale},
     {"-transparency-mode", kClipstak, SetTransparency},
-    {"-chapter-name", kClipjoin, TakeFile<&F::chapterName>},
+    {"-chapter-name", kClipjoin, Take<&F::chapterName>},
     {"-add-chapter", kEvery, AddChapter},
-    {"-o", kEvery, TakeOutput<&O::outputPath>},
-    {"-save-in-place", kCliptune, SetFile<&F::saveInPlace, true>},
-    {"-set-auto-play", kEvery, SetOutput<&O::setAutoPlay, true>},
-    {"-unset-auto-play", kEvery, SetOutput<&O::unsetAutoPlay, true>},
-    {"-set-looping", kEvery, SetOutput<&O::setLooping, true>},
-    {"-unset-looping", kEvery, SetOutput<&O::unsetLooping, true>},
-    {"-fix-roundoff-errors", kEvery, SetFile<&F::fixRoundoffErrors, true>},
-    {"-remove-edit-list", kEvery, SetFile<&F::removeEditList, true>},
-    {"-remove-output-edit-list", kEvery, SetOutput<&O::removeOutputEditList, true>},
+    {"-o", kEvery, Take<&O::outputPath>},
+    {"-save-in-place", kCliptune, Set<&F::saveInPlace>},
+    {"-set-auto-play", kEvery, Set<&O::setAutoPlay>},
+    {"-unset-auto-play", kEvery, Set<&O::unsetAutoPlay>},
+    {"-set-looping", kEvery, Set<&O::setLooping>},
+    {"-unset-looping", kEvery, Set<&O::unsetLooping>},
+    {"-fix-roundoff-errors", kEvery, Set<&F::fixRoundoffErrors>},
+    {"-remove-edit-list", kEvery, Set<&F::removeEditList>},
+    {"-remove-output-edit-list", kEvery, Set<&O::removeOutputEditList>},
     {"-", kEvery, EndOptions},
 };
 

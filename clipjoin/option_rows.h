@@ -1,6 +1,7 @@
 // The table of options.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 
@@ -16,12 +17,13 @@ struct Parser {
   bool optionsAllowed = true;  // false after "-": every argument is a file name
 
   // The settings that file options change: those of the last file named, or the global ones.
-  FileOptions& Current() { return current == kGlobal ? global : line.inputs[current].options; }
+  FileOptions& Current() { return current ? line.inputs[*current].options : global; }
   // Adds an input for the file at `path` that starts with a copy of `settings`.
   void AddInput(const FileOptions& settings, const std::string& path);
 
-  static constexpr std::size_t kGlobal = static_cast<std::size_t>(-1);
-  std::size_t current = kGlobal;  // index of an input
+  // The index of the last input that the command line has named. Not a reference: inputs move when
+  // others are added.
+  std::optional<std::size_t> current;
 };
 
 // The commands that accept an option: a bit for each CommandMode.
@@ -41,7 +43,7 @@ struct Option {
   void (*carryOut)(const char* name, Cursor& next, Parser& parser);
 };
 
-// All options, in the order in which they are compared.
+// All options, in the order in which they are compared. A command has each name at most once.
 std::span<const Option> Options();
 
 }  // namespace clipjoin

@@ -54,9 +54,11 @@ struct Chapter {
 // file name change them.
 struct FileOptions {
   std::string path;  // as given
-  std::string chapterName;
+  std::string chapterName;  // of the automatic chapter; empty: the movie's name or the file name
+  // Names. A track or chapter is kept if it is included, or nothing is, and if it is not excluded.
   std::set<std::string> includeTracks, excludeTracks;
   std::set<std::string> includeChapters, excludeChapters;
+  // Disabling is done last, so a track in both sets is disabled.
   std::set<std::string> enableTracks, disableTracks;
   bool listTracks = false, listChapters = false;
   unsigned lengthMode = kKeepLength;  // bits of LengthMode
@@ -64,13 +66,15 @@ struct FileOptions {
   std::string lengthReferenceTrack;
   double startAt = 0, placeAt = 0;  // seconds
   std::int16_t openFlags = toolbox::newMovieDontAskUnresolvedDataRefs;
+  // The matrices of the options are applied after those of the movie or, with reset, instead of
+  // them.
   bool resetTrackMatrices = false, resetMovieMatrix = false;
   toolbox::MatrixRecord trackMatrix = Identity(), movieMatrix = Identity();
-  double rate = 1.0;
+  double rate = 1.0;  // 2: twice as fast
   std::int32_t graphicsMode = 0;  // a graphics transfer mode; 0: none
   toolbox::RGBColor opColor;
   bool saveInPlace = false;
-  bool useSettings = false;
+  bool useSettings = false;  // the output takes the settings of this movie
   bool noTagConversion = false;
   std::int32_t timeScale = 0;  // units per second; 0: the movie's own
   std::string timeScaleReferenceTrack;
@@ -92,15 +96,18 @@ struct OutputOptions {
   bool selfContained = false;
   std::uint32_t flattenFlags =
       toolbox::flattenCompressMovieResource | toolbox::flattenForceMovieResourceBeforeMovieData;
+  // How tracks are joined. If several are set, forceSameTracks precedes uniqueTracks, and both
+  // precede manualJoin.
   bool uniqueTracks = false, forceSameTracks = false, manualJoin = false;
   bool mpeg4 = false;
   std::optional<std::string> chapterToolXml;  // path as given
   std::optional<std::string> chapterTrackName;
-  bool autoChapters = false, autoChaptersMerge = false;
-  bool scaleToOutput = false;
+  bool autoChapters = false, autoChaptersMerge = false;  // the second implies the first
+  bool scaleToOutput = false;  // clipstak: later inputs end where the output ends
   bool addedChaptersSeen = false;
-  std::vector<Chapter> addedChapters;
+  std::vector<Chapter> addedChapters;  // in command-line order
   std::optional<std::string> outputPath;  // as given; none: a file on the desktop
+  // Setting a flag wins over unsetting it.
   bool setAutoPlay = false, unsetAutoPlay = false, setLooping = false, unsetLooping = false;
   bool removeOutputEditList = false;
   bool namesFromStdin = false;

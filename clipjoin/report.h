@@ -24,18 +24,12 @@ inline constexpr char kUtilsSource[] = "utils.cpp";
 
 // A failed call that ends a larger piece of work. Thrown by Require; caught by the input opener and
 // by the movie writer.
-class QTError {
- public:
-  QTError(CallSite site, toolbox::OSErr code) : site_(site), code_(code) {}
-
-  toolbox::OSErr Code() const { return code_; }
-  // Prints the report line without a line end.
-  friend std::ostream& operator<<(std::ostream& out, const QTError& error);
-
- private:
-  CallSite site_;
-  toolbox::OSErr code_;
+struct QTError {
+  CallSite site;
+  toolbox::OSErr code;
 };
+// Prints the report line without a line end.
+std::ostream& operator<<(std::ostream& out, const QTError& error);
 
 // An option needs more values than the command line has. Caught by the option loop.
 struct NeedMoreArguments {};
@@ -45,10 +39,9 @@ struct BadDuration {
   std::string text;  // as given
 };
 
-// Prints and counts a failed call. Does nothing if `code` is noErr.
-void Report(CallSite site, toolbox::OSErr code);
-// As Report, and returns `code`.
-toolbox::OSErr Reported(CallSite site, toolbox::OSErr code);
+// Prints and counts a failed call; does nothing if `code` is noErr. Returns `code`, for callers
+// that cannot go on after the failure.
+toolbox::OSErr Report(CallSite site, toolbox::OSErr code);
 // Throws QTError unless `code` is noErr. Neither prints nor counts.
 void Require(CallSite site, toolbox::OSErr code);
 

@@ -1,9 +1,9 @@
 #include "clipjoin/sample_table_join.h"
 
 #include <iostream>
-#include <memory>
 
 #include "clipjoin/report.h"
+#include "utils/owned.h"
 
 namespace clipjoin {
 namespace {
@@ -15,8 +15,8 @@ using toolbox::Track;
 
 constexpr OSErr kDifferentTimeScales = 1;
 
-// Reports of failed steps name these lines, whatever lines the code is on: users and scripts know
-// them.
+// Reports of failed steps name these lines, whatever lines the code is on, because users and
+// scripts know them.
 constexpr CallSite kGetMediaDataRefCount{"GetMediaDataRefCount", kClipjoinSource, 828};
 constexpr CallSite kGetMediaDataRef{"GetMediaDataRef", kClipjoinSource, 834};
 constexpr CallSite kAddMediaDataRef{"AddMediaDataRef", kClipjoinSource, 836};
@@ -26,24 +26,18 @@ constexpr CallSite kAddSampleTable{"AddSampleTableToMedia", kClipjoinSource, 883
 constexpr CallSite kGetProperty{"QTSampleTableGetProperty", kClipjoinSource, 888};
 constexpr CallSite kInsertMedia{"InsertMediaIntoTrack", kClipjoinSource, 892};
 
-struct Release {
-  void operator()(toolbox::QTMutableSampleTableRef table) const {
-    toolbox::QTSampleTableRelease(table);
-  }
-};
-using OwnedTable = std::unique_ptr<toolbox::SampleTableRecord, Release>;
+using OwnedTable = utils::Owned<toolbox::SampleTableRecord, toolbox::QTSampleTableRelease>;
 
 // Adds the data references of `source` to `media`. One that cannot be added is skipped: the samples
 // bring their own.
 void CopyDataReferences(Media source, Media media) {
   std::int16_t count = 0;
-  if (Reported(kGetMediaDataRefCount, toolbox::GetMediaDataRefCount(source, &count)) != 0) return;
+  Report(kGetMediaDataRefCount, toolbox::GetMediaDataRefCount(source, &count));
   for (std::int16_t number = 1; number <= count; ++number) {
     toolbox::Handle reference = nullptr;
     toolbox::FourCC type;
-    std::int32_t attributes = 0;
-    if (Reported(kGetMediaDataRef, toolbox::GetMediaDataRef(source, number, &reference, &type,
-                                                            &attributes)) != toolbox::noErr) {
+    if (Report(kGetMediaDataRef, toolbox::GetMediaDataRef(source, number, &reference, &type,
+                                                          nullptr)) != toolbox::noErr) {
       continue;
     }
     Report(kAddMediaDataRef, toolbox::AddMediaDataRef(media, nullptr, reference, type));
@@ -52,39 +46,29 @@ void CopyDataReferences(Media source, Media media) {
 }
 
 // Appends the samples of `source`, which last `duration` media units, to `media`. Returns the code
-// of the step that failed, which has been reported.
+// of the step that failed, which has been reported; samples of earlier steps stay in the media.
 OSErr AppendSamples(Media source, TimeValue duration, Media media) {
   toolbox::QTMutableSampleTableRef copy = nullptr;
   const toolbox::TimeScale scale = toolbox::GetMediaTimeScale(media);
-  const OSErr creating =
-      Reported(kCreateMutable, toolbox::QTSampleTableCreateMutable(nullptr, scale, nullptr, &copy));
-  if (creating != toolbox::noErr) return creating;
+  OSErr code =
+      Report(kCreateMutable, toolbox::QTSampleTableCreateMutable(nullptr, scale, nullptr, &copy));
   OwnedTable table(copy);
-  for (TimeValue time = 0; time < duration;) {
-    if (const OSErr code = Reported(kCopySampleTable, toolbox::CopyMediaMutableSampleTable(
-                                                          source, time, nullptr, 0, 0, &copy));
-        code != toolbox::noErr) {
-      return code;
-    }
+  // A table has all samples up to the end, so this loop runs once. It does not rely on that: the
+  // length of the table says where the next one has to start.
+  for (TimeValue time = 0, length = 0; code == toolbox::noErr && time < duration; time += length) {
+    code = Report(kCopySampleTable,
+                  toolbox::CopyMediaMutableSampleTable(source, time, nullptr, 0, 0, &copy));
+    if (code != toolbox::noErr) break;
     table.reset(copy);
     const std::int64_t count = toolbox::QTSampleTableGetNumberOfSamples(copy);
-    if (const OSErr code = Reported(kAddSampleTable,
-                                    toolbox::AddSampleTableToMedia(media, copy, 1, count, nullptr));
-        code != toolbox::noErr) {
-      return code;
-    }
-    TimeValue length = 0;
-    if (const OSErr code = Reported(
-            kGetProperty,
-            toolbox::QTSampleTableGetProperty(copy, toolbox::kQTPropertyClass_SampleTable,
-                                              toolbox::kQTSampleTablePropertyID_TotalDecodeDuration,
-                                              sizeof(length), &length, nullptr));
-        code != toolbox::noErr) {
-      return code;
-    }
-    time += length;
+    code = Report(kAddSampleTable, toolbox::AddSampleTableToMedia(media, copy, 1, count, nullptr));
+    if (code != toolbox::noErr) break;
+    code = Report(kGetProperty, toolbox::QTSampleTableGetProperty(
+                                    copy, toolbox::kQTPropertyClass_SampleTable,
+                                    toolbox::kQTSampleTablePropertyID_TotalDecodeDuration,
+                                    sizeof length, &length, nullptr));
   }
-  return toolbox::noErr;
+  return code;
 }
 
 }  // namespace
@@ -105,6 +89,7 @@ OSErr JoinTrackBySampleTable(Track track, Track source) {
 }
 
 OSErr myAppendTrack(Track track, Track source, TimeValue at) {
+  // Asked before the join, which gives the track a length.
   const bool isEmpty = toolbox::GetTrackDuration(track) == 0;
   const OSErr code = JoinTrackBySampleTable(track, source);
   if (code != toolbox::noErr || !isEmpty) return code;

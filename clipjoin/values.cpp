@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <sstream>
+#include <string_view>
 
 namespace clipjoin {
 namespace {
@@ -13,17 +15,16 @@ using toolbox::RGBColor;
 
 // Each of these reads a color: three values with any character between them. A color of the toolbox
 // has 16 bits a component.
-void ReadBytes(std::istream& in, RGBColor& color) {
-  char between;
-  in >> color.red >> between >> color.green >> between >> color.blue;
-  for (std::uint16_t* part : {&color.red, &color.green, &color.blue}) {
-    *part = static_cast<std::uint16_t>(*part << 8);
-  }
-}
-
 void ReadWords(std::istream& in, RGBColor& color) {
   char between;
   in >> color.red >> between >> color.green >> between >> color.blue;
+}
+
+void ReadBytes(std::istream& in, RGBColor& color) {
+  ReadWords(in, color);
+  for (std::uint16_t* part : {&color.red, &color.green, &color.blue}) {
+    *part = static_cast<std::uint16_t>(*part << 8);
+  }
 }
 
 void ReadProportions(std::istream& in, RGBColor& color) {
@@ -40,7 +41,7 @@ void ReadProportions(std::istream& in, RGBColor& color) {
 }
 
 struct Transparency {
-  const char* name;
+  std::string_view name;
   std::int32_t mode;  // a graphics transfer mode
   void (*readColor)(std::istream&, RGBColor&);  // null: the mode has no color
   const char* label;  // what messages call the color
@@ -51,47 +52,23 @@ constexpr Transparency kTransparencies[] = {
     {"none", 0, nullptr, "", "\t\tNo transparency."},
     {"straight-alpha", 0x100, nullptr, "", "\n\tUse the alpha channel that's in the movie."},
     {"transparent", 0x24, ReadBytes, "transparent color",
-     "red,green,blue\n\tThe specified color is transparent; all others\n\tare opaque. red, green, "
-     "and "
-     "blue should be between 0 and 255."},
+     "red,green,blue\n"
+     "\tThe specified color is transparent; all others\n"
+     "\tare opaque. red, green, and blue should be between 0 and 255."},
     {"transparent16", 0x24, ReadWords, "transparent color",
-     "red,green,blue\n\tThe specified color is transparent; all others\n\tare opaque. red, green, "
-     "and "
-     "blue should be between 0 and 65535."},
+     "red,green,blue\n"
+     "\tThe specified color is transparent; all others\n"
+     "\tare opaque. red, green, and blue should be between 0 and 65535."},
     {"blend", 0x20, ReadProportions, "blend proportions",
-     "red-prop,green-prop,blue-prop\n\tBlend the two images using the\n\tspecified proportion for "
-     "each "
-     "channel. red-prop, green-prop, and\n\tblue-prop should be real numbers between 0 and 1."},
+     "red-prop,green-prop,blue-prop\n"
+     "\tBlend the two images using the\n"
+     "\tspecified proportion for each channel. red-prop, green-prop, and\n"
+     "\tblue-prop should be real numbers between 0 and 1."},
 };
-
-// Prints the modes and returns the mode to use.
-std::int32_t ExplainTransparency() {
-  std::cerr << "Error getting transparency mode. Correct syntax is one of:\n";
-  for (const Transparency& row : kTransparencies) {
-    std::cerr << "-transparency-mode " << row.name << ' ' << row.help << '\n';
-  }
-  return 0;
-}
-
-std::int32_t ReadTransparency(Cursor& next, RGBColor& color) {
-  const std::string name = next();
-  for (const Transparency& row : kTransparencies) {
-    if (name != row.name) continue;
-    if (row.readColor == nullptr) return row.mode;
-    std::istringstream text(next());
-    row.readColor(text, color);
-    if (text) return row.mode;
-    std::cerr << "Error getting " << row.label << ".\n";
-    return ExplainTransparency();
-  }
-  if (name != "help" && name != "-help") {
-    std::cerr << "Unrecognized transparency mode " << name << ".\n";
-  }
-  return ExplainTransparency();
-}
 
 }  // namespace
 
+// Fields are unsigned, so that digits without end wrap around instead of overflowing.
 double ParseDuration(const std::string& text) {
   std::uint32_t hours = 0, minutes = 0, current = 0;
   double fraction = 0;
@@ -107,12 +84,14 @@ double ParseDuration(const std::string& text) {
       minutes = current;
       current = 0;
     } else if (character == '.') {
+      // Whatever follows the fraction is ignored.
       fraction = std::atof(text.c_str() + i);
       break;
     } else {
       throw BadDuration{text};
     }
   }
+  // Only the first field may be larger than 59. Leading zero fields do not count.
   const auto isAbove59 = [](std::uint32_t field) { return static_cast<std::int32_t>(field) > 59; };
   if (hours != 0 && isAbove59(minutes)) throw BadDuration{text};
   if ((hours != 0 || minutes != 0) && isAbove59(current)) throw BadDuration{text};
@@ -135,6 +114,7 @@ void PrintDurationHelp(const std::string& text) {
 
 double ParseNumber(const std::string& text) {
   std::istringstream in(text);
+  // A fraction has whole numbers. Dividing by 0 gives infinity, or NaN for 0/0.
   if (text.find('/') == std::string::npos) {
     double number = 0;
     in >> number;
@@ -151,8 +131,7 @@ toolbox::Fixed ParseFixed(const std::string& text) {
 }
 
 Factor ParseFactor(Cursor& next) {
-  Factor factor;
-  factor.value = ParseFixed(next());
+  Factor factor{.value = ParseFixed(next())};
   if (!next.Takes("-about")) return factor;
   try {
     factor.aboutX = ParseFixed(next());
@@ -166,11 +145,25 @@ Factor ParseFactor(Cursor& next) {
 
 std::int32_t ParseTransparency(Cursor& next, RGBColor& color) {
   try {
-    return ReadTransparency(next, color);
+    const std::string_view name = next();
+    const auto* row = std::ranges::find(kTransparencies, name, &Transparency::name);
+    if (row != std::end(kTransparencies)) {
+      if (row->readColor == nullptr) return row->mode;
+      std::istringstream text(next());
+      row->readColor(text, color);
+      if (text) return row->mode;
+      std::cerr << "Error getting " << row->label << ".\n";
+    } else if (name != "help" && name != "-help") {
+      std::cerr << "Unrecognized transparency mode " << name << ".\n";
+    }
   } catch (const NeedMoreArguments&) {
     std::cerr << "Need more arguments in -transparency-mode\n";
-    return ExplainTransparency();
   }
+  std::cerr << "Error getting transparency mode. Correct syntax is one of:\n";
+  for (const Transparency& row : kTransparencies) {
+    std::cerr << "-transparency-mode " << row.name << ' ' << row.help << '\n';
+  }
+  return 0;
 }
 
 }  // namespace clipjoin

@@ -4,12 +4,16 @@
 #include <cmath>
 #include <iostream>
 #include <optional>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "chapter/chapter.h"
 #include "clipjoin/report.h"
+#include "input/track_names.h"
 #include "input/track_selection.h"
 #include "utils/edit_lists.h"
+#include "utils/tracks.h"
 
 namespace input {
 namespace {
@@ -17,29 +21,24 @@ namespace {
 using clipjoin::FileOptions;
 using toolbox::MatrixRecord;
 using toolbox::Movie;
-using toolbox::TimeScale;
 using toolbox::TimeValue;
 using toolbox::Track;
+using Names = std::vector<std::string>;  // of all tracks, in track order
 
 // Seconds in units of the time scale that the movie has now, to the nearest.
 TimeValue Units(Movie movie, double seconds) {
   return std::lrint(seconds * toolbox::GetMovieTimeScale(movie));
 }
 
+// Warnings are not counted as failures.
 void Warn(const std::string& text) { std::cerr << "Warning: " << text << '\n'; }
 
-template <class Body>
-void ForEachTrack(Movie movie, Body body) {
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    body(toolbox::GetMovieIndTrack(movie, i));
-  }
-}
-
-// Sets the time scale that is given or that the media of the named track has.
-void SetTimeScale(Movie movie, const TrackSelection& tracks, const FileOptions& options) {
-  TimeScale scale = options.timeScale;
+// Sets the time scale that is given or that the media of the named track has. Does nothing if there
+// is neither.
+void SetTimeScale(Movie movie, const Names& names, const FileOptions& options) {
+  toolbox::TimeScale scale = options.timeScale;
   const std::string& name = options.timeScaleReferenceTrack;
-  if (const Track track = name.empty() ? nullptr : tracks.Find(name)) {
+  if (const Track track = name.empty() ? nullptr : TrackNamed(name, movie, names)) {
     scale = toolbox::GetMediaTimeScale(toolbox::GetTrackMedia(track));
   }
   if (scale == 0 && !name.empty()) {
@@ -59,6 +58,7 @@ MatrixRecord Transformed(MatrixRecord matrix, bool isReset, const MatrixRecord& 
   return matrix;
 }
 
+// Whether matrices have to be changed at all. If not, they stay as they are, bit for bit.
 bool ChangesAnything(bool isReset, const MatrixRecord& matrix) {
   MatrixRecord identity;
   toolbox::SetIdentityMatrix(&identity);
@@ -67,12 +67,12 @@ bool ChangesAnything(bool isReset, const MatrixRecord& matrix) {
 
 void TransformTracks(Movie movie, const FileOptions& options) {
   if (!ChangesAnything(options.resetTrackMatrices, options.trackMatrix)) return;
-  ForEachTrack(movie, [&](Track track) {
+  for (const Track track : utils::Tracks(movie)) {
     MatrixRecord matrix;
     toolbox::GetTrackMatrix(track, &matrix);
     matrix = Transformed(matrix, options.resetTrackMatrices, options.trackMatrix);
     toolbox::SetTrackMatrix(track, &matrix);
-  });
+  }
 }
 
 void TransformMovie(Movie movie, const FileOptions& options) {
@@ -85,8 +85,8 @@ void TransformMovie(Movie movie, const FileOptions& options) {
 
 // The duration of the named track in movie units. 0, which trims nothing, if there is no such
 // track.
-TimeValue LengthOfNamed(const TrackSelection& tracks, const std::string& name) {
-  const Track track = tracks.Find(name);
+TimeValue LengthOfNamed(const std::string& name, Movie movie, const Names& names) {
+  const Track track = TrackNamed(name, movie, names);
   if (track != nullptr) return toolbox::GetTrackDuration(track);
   Warn("could not find track " + name);
   return 0;
@@ -96,12 +96,12 @@ TimeValue LengthOfNamed(const TrackSelection& tracks, const std::string& name) {
 TimeValue WantedLength(Movie movie, const FileOptions& options) {
   const unsigned source = options.lengthMode & clipjoin::kLengthSource;
   if (source == 0) return Units(movie, options.lengthTarget);
-  TimeValue length = source == clipjoin::kShortestTrack ? toolbox::GetMovieDuration(movie) : 0;
-  ForEachTrack(movie, [&](Track track) {
-    const TimeValue duration = toolbox::GetTrackDuration(track);
-    length = source == clipjoin::kShortestTrack ? std::min(length, duration)
-                                                : std::max(length, duration);
-  });
+  // The movie is as long as its longest track.
+  TimeValue length = toolbox::GetMovieDuration(movie);
+  if (source == clipjoin::kLongestTrack) return length;
+  for (const Track track : utils::Tracks(movie)) {
+    length = std::min(length, toolbox::GetTrackDuration(track));
+  }
   return length;
 }
 
@@ -111,10 +111,10 @@ void SetLength(Movie movie, unsigned operation, TimeValue length) {
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   switch (operation) {
     case clipjoin::kScaleTracks:
-      ForEachTrack(movie, [length](Track track) {
+      for (const Track track : utils::Tracks(movie)) {
         const TimeValue old = toolbox::GetTrackDuration(track);
         if (old != length) std::ignore = toolbox::ScaleTrackSegment(track, 0, old, length);
-      });
+      }
       break;
     case clipjoin::kScaleMovie:
       std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, length);
@@ -147,7 +147,8 @@ void SetTransparency(Movie movie, const FileOptions& options) {
   }
 }
 
-// Plays the movie `rate` times as fast.
+// Plays the movie `rate` times as fast. A rate that gives no length above 0 is refused by the
+// toolbox, and the movie stays as it is.
 void SetRate(Movie movie, double rate) {
   const TimeValue duration = toolbox::GetMovieDuration(movie);
   const double wanted = static_cast<double>(duration) / rate;
@@ -166,17 +167,17 @@ bool ChangesTimes(const FileOptions& options) {
 
 void EditMovie(Movie movie, const FileOptions& options) {
   chapter::FilterChapters(movie, options);
-  const TrackSelection tracks(movie, options);
-  SetTimeScale(movie, tracks, options);
+  const Names names = NeededNames(movie, options);
+  SetTimeScale(movie, names, options);
   if (options.removeEditList) utils::RemoveEditLists(movie);
 
   // Before the tracks are selected: the named track may be one that is removed.
   std::optional<TimeValue> namedLength;
   if ((options.lengthMode & clipjoin::kLengthSource) == clipjoin::kNamedTrack) {
-    namedLength = LengthOfNamed(tracks, options.lengthReferenceTrack);
+    namedLength = LengthOfNamed(options.lengthReferenceTrack, movie, names);
   }
 
-  tracks.Apply();
+  SelectTracks(movie, names, options);
   TransformTracks(movie, options);
   TransformMovie(movie, options);
   if (options.startAt != 0) {

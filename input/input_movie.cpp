@@ -11,7 +11,7 @@
 namespace input {
 namespace {
 
-// kExistenceHint is printed once a run.
+// kExistenceHint is printed once a run, because one mistake in quoting can make many names wrong.
 bool hintWasGiven = false;
 
 constexpr char kQuotingHint[] =
@@ -44,33 +44,27 @@ void Explain(const clipjoin::FileOptions& options, toolbox::OSErr code) {
 
 }  // namespace
 
-InputMovie::~InputMovie() {
-  if (storage_ != nullptr) std::ignore = toolbox::CloseMovieStorage(storage_);
-  if (movie_ != nullptr) toolbox::DisposeMovie(movie_);
-}
-
 toolbox::Movie InputMovie::Open() {
-  const unsigned access = options.saveInPlace ? utils::kRead | utils::kWrite : utils::kRead;
   try {
-    movie_ = utils::OpenMovie(options.path, access, options.openFlags, &storage_);
+    std::tie(movie_, storage_) =
+        utils::OpenMovie(options.path, options.saveInPlace, options.openFlags);
     isOpen_ = true;
   } catch (const clipjoin::QTError& error) {
-    Explain(options, error.Code());
-    return movie_ = toolbox::NewMovie(0);
+    Explain(options, error.code);
+    movie_.reset(toolbox::NewMovie(0));
+    return movie_.get();
   }
-  EditMovie(movie_, options);
-  if (!options.noTagConversion) chapter::ConvertMovieTags(movie_);
-  if (!options.saveInPlace) {
-    std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
-  }
-  return movie_;
+  EditMovie(movie_.get(), options);
+  if (!options.noTagConversion) chapter::ConvertMovieTags(movie_.get());
+  if (!options.saveInPlace) storage_.reset();
+  return movie_.get();
 }
 
 void InputMovie::SaveInPlace() {
-  if (!options.saveInPlace || movie_ == nullptr || storage_ == nullptr) return;
+  if (storage_ == nullptr) return;
   clipjoin::Report({"UpdateMovieInStorage", clipjoin::kUtilsSource},
-                   toolbox::UpdateMovieInStorage(movie_, storage_));
-  std::ignore = toolbox::CloseMovieStorage(std::exchange(storage_, nullptr));
+                   toolbox::UpdateMovieInStorage(movie_.get(), storage_.get()));
+  storage_.reset();
 }
 
 }  // namespace input

@@ -5,6 +5,7 @@
 
 #include "clipjoin/options.h"
 #include "toolbox/toolbox.h"
+#include "utils/owned.h"
 
 namespace input {
 
@@ -15,13 +16,6 @@ class InputMovie {
   clipjoin::FileOptions options;
 
   explicit InputMovie(clipjoin::FileOptions settings) : options(std::move(settings)) {}
-  InputMovie(InputMovie&& other) noexcept
-      : options(std::move(other.options)),
-        movie_(std::exchange(other.movie_, nullptr)),
-        storage_(std::exchange(other.storage_, nullptr)),
-        isOpen_(other.isOpen_) {}
-  InputMovie& operator=(InputMovie&&) = delete;
-  ~InputMovie();
 
   // Opens the movie, edits it as the options say, and returns it. If it cannot be opened, prints
   // why and returns an empty movie. Call this once.
@@ -33,8 +27,8 @@ class InputMovie {
   void SaveInPlace();
 
  private:
-  toolbox::Movie movie_ = nullptr;
-  toolbox::DataHandler storage_ = nullptr;  // stays open only to save in place
+  utils::OwnedMovie movie_;
+  utils::OwnedStorage storage_;  // stays open only to save in place
   bool isOpen_ = false;
 };
 

@@ -4,7 +4,8 @@
 #include <array>
 #include <tuple>
 
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
+#include "utils/tracks.h"
 
 namespace input {
 namespace {
@@ -35,8 +36,7 @@ std::string TrackName(Movie movie, Track track) {
     return {item->bytes.begin(), item->bytes.end()};
   }
   std::string name = KindName(track) + " Track";
-  FourCC type;
-  toolbox::GetMediaHandlerDescription(toolbox::GetTrackMedia(track), &type, nullptr, nullptr);
+  const FourCC type = utils::MediaType(track);
   if (OfType(movie, 2, type) == nullptr) return name;
   std::int32_t number = 1;
   while (OfType(movie, number, type) != track) ++number;
@@ -45,14 +45,11 @@ std::string TrackName(Movie movie, Track track) {
 
 std::vector<std::string> TrackNames(Movie movie) {
   std::vector<std::string> names;
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    names.push_back(TrackName(movie, toolbox::GetMovieIndTrack(movie, i)));
-  }
+  for (const Track track : utils::Tracks(movie)) names.push_back(TrackName(movie, track));
   return names;
 }
 
-Track FindTrackByName(Movie movie, const std::string& name) {
-  const std::vector<std::string> names = TrackNames(movie);
+Track TrackNamed(const std::string& name, Movie movie, const std::vector<std::string>& names) {
   const auto found = std::ranges::find(names, name);
   if (found == names.end()) return nullptr;
   return toolbox::GetMovieIndTrack(movie, static_cast<std::int32_t>(found - names.begin()) + 1);

@@ -15,7 +15,8 @@ std::string KindName(toolbox::Track track);
 std::string TrackName(toolbox::Movie movie, toolbox::Track track);
 // The names of all tracks, in track order.
 std::vector<std::string> TrackNames(toolbox::Movie movie);
-// The first track with exactly that name, or null.
-toolbox::Track FindTrackByName(toolbox::Movie movie, const std::string& name);
+// The first track with exactly that name, or null. `names` are those of all tracks.
+toolbox::Track TrackNamed(const std::string& name, toolbox::Movie movie,
+                          const std::vector<std::string>& names);
 
 }  // namespace input

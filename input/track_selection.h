@@ -9,25 +9,14 @@
 
 namespace input {
 
-// The tracks of one input and their names when it was opened. Removing a track can change the names
-// of others, so names are determined once; and only if the options need names, because a name costs
-// several calls. Refers to the movie and the options, which must live longer.
-class TrackSelection {
- public:
-  TrackSelection(toolbox::Movie movie, const clipjoin::FileOptions& options);
+// The names of all tracks, in track order; none if the options neither name nor list tracks,
+// because a name costs several calls. Removing a track can change the names of others, so the
+// names must be those from before the first edit.
+std::vector<std::string> NeededNames(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
-  // The first track with that name, or null. Valid until Apply is called.
-  toolbox::Track Find(const std::string& name) const;
-  // Enables, disables, lists (on standard output) and removes tracks as the options say. Warns if
-  // no track is left.
-  void Apply() const;
-
- private:
-  bool IsKept(const std::string& name) const;
-
-  toolbox::Movie movie_;
-  const clipjoin::FileOptions& options_;
-  std::vector<std::string> names_;  // by track index; empty if the options need no names
-};
+// Enables, disables, lists (on standard output) and removes tracks as the options say. `names` are
+// those of all tracks or, if the options need no names, none. Warns if no track is left.
+void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
+                  const clipjoin::FileOptions& options);
 
 }  // namespace input

@@ -6,7 +6,7 @@ import pathlib
 import re
 import sys
 
-SMALL = r"toolbox/(bytes|codes|held_bytes|refused)\.h"
+SMALL = r"toolbox/(bytes|codes|file_state|held_bytes|refused)\.h"
 # What all command folders share, and may see of the toolbox.
 SHARED = r"toolbox/toolbox\.h|clipjoin/(options|report)\.h"
 

@@ -1,6 +1,7 @@
 #include "utils/edit_lists.h"
 
 #include "clipjoin/report.h"
+#include "utils/tracks.h"
 
 namespace utils {
 namespace {
@@ -28,8 +29,7 @@ TimeValue ThereAndBack(TimeValue duration, TimeScale oldScale, TimeScale newScal
 }  // namespace
 
 void RemoveEditLists(toolbox::Movie movie) {
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    const Track track = toolbox::GetMovieIndTrack(movie, i);
+  for (const Track track : Tracks(movie)) {
     Report(kDelete, toolbox::DeleteTrackSegment(track, toolbox::GetTrackOffset(track),
                                                 toolbox::GetTrackDuration(track)));
     const TimeValue whole = toolbox::GetMediaDuration(toolbox::GetTrackMedia(track));
@@ -40,8 +40,7 @@ void RemoveEditLists(toolbox::Movie movie) {
 void FixRoundoffErrors(toolbox::Movie movie, TimeScale newScale) {
   const TimeScale oldScale = toolbox::GetMovieTimeScale(movie);
   toolbox::SetMovieTimeScale(movie, newScale);
-  for (std::int32_t i = 1; i <= toolbox::GetMovieTrackCount(movie); ++i) {
-    const Track track = toolbox::GetMovieIndTrack(movie, i);
+  for (const Track track : Tracks(movie)) {
     const Media media = toolbox::GetTrackMedia(track);
     if (toolbox::GetMediaTimeScale(media) != newScale) continue;
     const TimeValue shown = toolbox::GetTrackDuration(track);

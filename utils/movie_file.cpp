@@ -3,6 +3,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <iostream>
 #include <tuple>
+#include <utility>
 
 #include "clipjoin/report.h"
 #include "utils/progress_line.h"
@@ -14,8 +15,6 @@ using clipjoin::kUtilsSource;
 using clipjoin::QTError;
 using clipjoin::Report;
 using clipjoin::Require;
-
-constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new files
 
 void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
                         const DataReference& reference, bool showProgress) {
@@ -32,10 +31,7 @@ void WriteSelfContained(toolbox::Movie movie, std::uint32_t flattenFlags,
 // the process.
 void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   toolbox::DataHandler storage = nullptr;
-  Require({"CreateMovieStorage", kUtilsSource},
-          toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
-                                      toolbox::smSystemScript,
-                                      toolbox::createMovieFileDeleteCurFile, &storage, nullptr));
+  Require({"CreateMovieStorage", kUtilsSource}, CreateStorage(reference, &storage));
   std::ignore = toolbox::AddMovieToStorage(movie, storage);
   Require({"AddMovieToStorage", kUtilsSource}, toolbox::GetMoviesError());
   // Closing gives the file its name, so it can fail as well.
@@ -44,15 +40,12 @@ void WriteReference(toolbox::Movie movie, const DataReference& reference) {
 
 // Prints why the movie cannot be written. Not counted: the file is the user's to free.
 void Explain(const QTError& error, const std::string& path) {
-  switch (error.Code()) {
-    case toolbox::fBsyErr:
-      ExplainBusy(path);
-      break;
-    case toolbox::afpAccessDenied:
-      std::cerr << "You do not have permission to overwrite the output file\n" << path << '\n';
-      break;
-    default:
-      std::cerr << error << '\n';
+  if (error.code == toolbox::fBsyErr) {
+    ExplainBusy(path);
+  } else if (error.code == toolbox::afpAccessDenied) {
+    std::cerr << "You do not have permission to overwrite the output file\n" << path << '\n';
+  } else {
+    std::cerr << error << '\n';
   }
 }
 
@@ -60,8 +53,7 @@ void Explain(const QTError& error, const std::string& path) {
 
 void ExplainBusy(const std::string& path) {
   std::cerr << "The output file " << path
-            << " is busy.\nPlease check to see if another application has it open\n"
-            << std::flush;
+            << " is busy.\nPlease check to see if another application has it open\n";
 }
 
 toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
@@ -78,32 +70,35 @@ toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
 
 toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference) {
   boost::filesystem::path absolute(path);
-  if (absolute.is_relative()) absolute = boost::filesystem::current_path() / absolute;
-  const toolbox::CFStringRef text = toolbox::CFStringCreateWithCString(
-      nullptr, path.empty() ? "" : absolute.c_str(), toolbox::kCFStringEncodingUTF8);
-  const toolbox::OSErr code = toolbox::QTNewDataReferenceFromFullPathCFString(
-      text, toolbox::kQTPOSIXPathStyle, 0, &reference.handle, &reference.type);
-  toolbox::CFRelease(text);
-  return code;
+  if (!path.empty() && absolute.is_relative()) {
+    absolute = boost::filesystem::current_path() / absolute;
+  }
+  const OwnedString text(toolbox::CFStringCreateWithCString(nullptr, absolute.c_str(),
+                                                            toolbox::kCFStringEncodingUTF8));
+  return toolbox::QTNewDataReferenceFromFullPathCFString(text.get(), toolbox::kQTPOSIXPathStyle, 0,
+                                                         &reference.handle, &reference.type);
 }
 
-toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t newMovieFlags,
-                         toolbox::DataHandler* storage) {
+toolbox::OSErr CreateStorage(const DataReference& reference, toolbox::DataHandler* storage) {
+  return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
+                                     toolbox::smSystemScript, toolbox::createMovieFileDeleteCurFile,
+                                     storage, nullptr);
+}
+
+std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWritable,
+                                              std::int16_t newMovieFlags) {
   DataReference reference;
   Require({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   toolbox::Movie movie = nullptr;
-  std::int16_t resourceId = 0;
   Require({"NewMovieFromDataRef", kUtilsSource},
-          toolbox::NewMovieFromDataRef(&movie, newMovieFlags, &resourceId, reference.handle,
+          toolbox::NewMovieFromDataRef(&movie, newMovieFlags, nullptr, reference.handle,
                                        reference.type));
-  std::uint32_t flags = 0;
-  if ((access & kRead) != 0) flags |= toolbox::kDataHCanRead;
-  if ((access & kWrite) != 0) flags |= toolbox::kDataHCanWrite;
-  const toolbox::OSErr opened =
-      toolbox::OpenMovieStorage(reference.handle, reference.type, flags, storage);
-  if (opened != toolbox::noErr) toolbox::DisposeMovie(movie);
-  Require({"OpenMovieStorage", kUtilsSource}, opened);
-  return movie;
+  OwnedMovie owned(movie);
+  toolbox::DataHandler storage = nullptr;
+  const std::uint32_t flags = toolbox::kDataHCanRead | (isWritable ? toolbox::kDataHCanWrite : 0);
+  Require({"OpenMovieStorage", kUtilsSource},
+          toolbox::OpenMovieStorage(reference.handle, reference.type, flags, &storage));
+  return {std::move(owned), OwnedStorage(storage)};
 }
 
 void writeMovie(toolbox::Movie movie, const std::string& path, bool selfContained,

@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "toolbox/toolbox.h"
+#include "utils/owned.h"
 
 namespace utils {
 
@@ -25,12 +27,17 @@ class DataReference {
 // Returns a toolbox code.
 [[nodiscard]] toolbox::OSErr PathToDataRef(const std::string& path, DataReference& reference);
 
-// How a movie file is opened: bits.
-inline constexpr unsigned kRead = 1, kWrite = 2;
+inline constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new files
 
-// Opens the movie at `path`, and its storage in `*storage`. The caller owns both. Throws QTError.
-toolbox::Movie OpenMovie(const std::string& path, unsigned access, std::int16_t newMovieFlags,
-                         toolbox::DataHandler* storage);
+// Creates a new, empty movie file, which replaces an existing one when it is closed. The caller
+// closes `*storage`. Returns a toolbox code.
+[[nodiscard]] toolbox::OSErr CreateStorage(const DataReference& reference,
+                                           toolbox::DataHandler* storage);
+
+// Opens the movie at `path` and its storage; only a writable one can be saved in place. Throws
+// QTError.
+std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWritable,
+                                              std::int16_t newMovieFlags);
 
 // Writes the movie to `path` and replaces an existing file: either self-contained, with all media,
 // or as a reference movie. Failures are printed. With `showProgress`, shows progress if standard

@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <set>
 
-#include "utils/owned_handle.h"
+#include "utils/owned.h"
 
 namespace utils {
 namespace {
@@ -52,17 +52,14 @@ Verdict Judge(Movie movie, FourCC type, std::initializer_list<FourCC> accepted) 
 bool isMPEG4Compatible(Movie movie) {
   const Verdict video = Judge(movie, FourCC{"vide"}, {FourCC{"mp4v"}, FourCC{"avc1"}});
   const Verdict sound = Judge(movie, FourCC{"soun"}, {FourCC{"mp4a"}});
-  if (video == Verdict::kBad || sound == Verdict::kBad) return false;
-  return video == Verdict::kGood || sound == Verdict::kGood;
+  return video != Verdict::kBad && sound != Verdict::kBad &&
+         (video == Verdict::kGood || sound == Verdict::kGood);
 }
 
 bool HasAnnotations(Movie movie) {
   const toolbox::UserData data = toolbox::GetMovieUserData(movie);
-  if (data == nullptr) return false;
-  FourCC type;
-  do {
-    type = toolbox::GetNextUserDataType(data, type);
-  } while (type == kWindowLocation);
+  FourCC type = toolbox::GetNextUserDataType(data, FourCC());
+  if (type == kWindowLocation) type = toolbox::GetNextUserDataType(data, type);
   return type != FourCC();
 }
 

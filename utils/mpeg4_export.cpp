@@ -11,6 +11,7 @@
 #include "clipjoin/report.h"
 #include "utils/movie_file.h"
 #include "utils/mpeg4_compatibility.h"
+#include "utils/owned.h"
 
 namespace utils {
 namespace {
@@ -21,14 +22,14 @@ using clipjoin::QTError;
 using clipjoin::Report;
 using toolbox::FourCC;
 
-constexpr FourCC kCreator{"TVOD"}, kMpeg4{"mpg4"};
+constexpr FourCC kMpeg4{"mpg4"};
 
 // The settings are assembled at compile time, from the leaves up. These functions return bytes.
 
 template <std::size_t... Sizes>
 consteval auto Joined(const std::array<std::uint8_t, Sizes>&... parts) {
   std::array<std::uint8_t, (std::size_t{0} + ... + Sizes)> whole{};
-  auto at = whole.begin();
+  [[maybe_unused]] auto at = whole.begin();  // unused if there are no parts
   ((at = std::copy(parts.begin(), parts.end(), at)), ...);
   return whole;
 }
@@ -41,35 +42,28 @@ consteval std::array<std::uint8_t, kSize> BigEndian(std::uint64_t value) {
   }
   return bytes;
 }
-consteval auto U16(std::uint16_t value) { return BigEndian<2>(value); }
-consteval auto U32(std::uint32_t value) { return BigEndian<4>(value); }
-consteval auto U64(std::uint64_t value) { return BigEndian<8>(value); }
+consteval auto U16(std::uint64_t value) { return BigEndian<2>(value); }
+consteval auto U32(std::uint64_t value) { return BigEndian<4>(value); }
 consteval auto Text(FourCC text) { return BigEndian<4>(text.value); }
 
-// The header of a QuickTime atom: size, type, id, 0, number of children, 0.
-consteval auto Header(FourCC type, std::size_t content, std::uint16_t children) {
-  return Joined(U32(static_cast<std::uint32_t>(20 + content)), Text(type), U32(1), U16(0),
-                U16(children), U32(0));
+// A QuickTime atom: size, type, id, 0, number of children, 0, and the children or the values.
+consteval auto QuickTimeAtom(FourCC type, std::uint16_t children, const auto& content) {
+  return Joined(U32(20 + content.size()), Text(type), U32(1), U16(0), U16(children), U32(0),
+                content);
 }
-template <std::size_t... Sizes>
-consteval auto Parent(FourCC type, const std::array<std::uint8_t, Sizes>&... children) {
-  return Joined(Header(type, (Sizes + ...), sizeof...(children)), children...);
+consteval auto Parent(FourCC type, const auto&... children) {
+  return QuickTimeAtom(type, sizeof...(children), Joined(children...));
 }
-template <std::size_t... Sizes>
-consteval auto Leaf(FourCC type, const std::array<std::uint8_t, Sizes>&... values) {
-  return Joined(Header(type, (std::size_t{0} + ... + Sizes), 0), values...);
+consteval auto Leaf(FourCC type, const auto&... values) {
+  return QuickTimeAtom(type, 0, Joined(values...));
 }
 // A classic atom, with size and type only, as in sound descriptions.
-template <std::size_t... Sizes>
-consteval auto Classic(FourCC type, const std::array<std::uint8_t, Sizes>&... content) {
-  return Joined(U32(8 + static_cast<std::uint32_t>((std::size_t{0} + ... + Sizes))), Text(type),
-                content...);
+consteval auto Classic(FourCC type, const auto&... content) {
+  return Joined(U32(8 + Joined(content...).size()), Text(type), content...);
 }
-// A descriptor (ISO/IEC 14496-1) with a length of four bytes, seven bits in each.
-template <std::size_t... Sizes>
-consteval auto Descriptor(std::uint8_t tag, const std::array<std::uint8_t, Sizes>&... content) {
-  return Joined(BigEndian<1>(tag), U32(0x80808000 | static_cast<std::uint32_t>((Sizes + ...))),
-                content...);
+// A descriptor (ISO/IEC 14496-1 8.3.3) with a length of four bytes, seven bits in each.
+consteval auto Descriptor(std::uint8_t tag, const auto&... content) {
+  return Joined(BigEndian<1>(tag), U32(0x80808000 | Joined(content...).size()), content...);
 }
 
 constexpr auto kDecoderConfig = Descriptor(
@@ -80,7 +74,7 @@ constexpr auto kSoundDecoder = Joined(
     Classic("frma", Text("mp4a")), Classic("mp4a", U32(0)),
     Classic("esds", U32(0),
             Descriptor(3, U16(0), BigEndian<1>(0), kDecoderConfig, Descriptor(6, BigEndian<1>(2)))),
-    Classic("srcq", U32(64)), Classic(FourCC()), U64(0xC5000000));
+    Classic("srcq", U32(64)), Classic(FourCC()), U32(0), U32(0xC5000000));
 
 // On a scale from 0 to 0x400.
 constexpr std::uint32_t kQuality = 0x300;
@@ -101,29 +95,9 @@ constexpr auto kSettings =
                   Leaf("pdur", U32(100))));
 static_assert(kSettings.size() == 703);
 
-// The exporter component, closed at the end of the scope. Null, and reported, if it cannot be
-// opened.
-class Exporter {
- public:
-  Exporter() {
-    Report({"OpenADefaultComponent", kUtilsSource},
-           toolbox::OpenADefaultComponent("spit", kMpeg4, &component_));
-  }
-  ~Exporter() { std::ignore = toolbox::CloseComponent(component_); }
-  Exporter(const Exporter&) = delete;
-  Exporter& operator=(const Exporter&) = delete;
-
-  void TakeSettings() const {
-    toolbox::Handle settings = nullptr;
-    std::ignore = toolbox::PtrToHand(kSettings.data(), &settings, kSettings.size());
-    std::ignore = toolbox::MovieExportSetSettingsFromAtomContainer(component_, settings);
-    toolbox::DisposeHandle(settings);
-  }
-  toolbox::MovieExportComponent Component() const { return component_; }
-
- private:
-  toolbox::MovieExportComponent component_ = nullptr;
-};
+using OwnedExporter = Owned<toolbox::ExporterRecord, [](toolbox::MovieExportComponent exporter) {
+  return toolbox::CloseComponent(exporter);
+}>;
 
 // Tries up to ten times, with pauses, while the file is busy or exists already. Prints every
 // failure and counts only the last try.
@@ -134,11 +108,8 @@ toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
   for (int tries = 1;; ++tries) {
     const toolbox::OSErr code = attempt();
     const bool mayPass = code == toolbox::fBsyErr || code == toolbox::dupFNErr;
-    if (!mayPass || tries == kMostTries) {
-      Report(site, code);
-      return code;
-    }
-    std::cerr << QTError(site, code) << '\n';
+    if (!mayPass || tries == kMostTries) return Report(site, code);
+    std::cerr << QTError{site, code} << '\n';
     std::this_thread::sleep_for(kPause);
   }
 }
@@ -159,19 +130,22 @@ std::span<const std::uint8_t> ExportSettings() { return kSettings; }
 toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& outputPath,
                                  bool showProgress) {
   if (!isMPEG4Compatible(movie)) return toolbox::featureUnsupported;
-  const Exporter exporter;
-  exporter.TakeSettings();
+  toolbox::MovieExportComponent component = nullptr;
+  Report({"OpenADefaultComponent", kUtilsSource},
+         toolbox::OpenADefaultComponent("spit", kMpeg4, &component));
+  const OwnedExporter exporter(component);
+  toolbox::Handle settings = nullptr;
+  std::ignore = toolbox::PtrToHand(kSettings.data(), &settings, kSettings.size());
+  std::ignore = toolbox::MovieExportSetSettingsFromAtomContainer(component, settings);
+  toolbox::DisposeHandle(settings);
   DataReference reference;
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(outputPath, reference));
 
   boost::system::error_code unknown;
   const bool isNew = !boost::filesystem::exists(outputPath, unknown);
   toolbox::DataHandler storage = nullptr;
-  const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource}, [&] {
-    return toolbox::CreateMovieStorage(reference.handle, reference.type, kCreator,
-                                       toolbox::smSystemScript,
-                                       toolbox::createMovieFileDeleteCurFile, &storage, nullptr);
-  });
+  const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource},
+                                        [&] { return CreateStorage(reference, &storage); });
   // Nothing is added to it: it only shows whether the file can be created. Closing it leaves an
   // empty file.
   std::ignore = toolbox::CloseComponent(storage);
@@ -180,7 +154,7 @@ toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& output
   const toolbox::OSErr converted = Repeat({"ConvertMovieToDataRef", kUtilsSource}, [&] {
     return WithProgress(movie, showProgress, [&] {
       return toolbox::ConvertMovieToDataRef(movie, nullptr, reference.handle, reference.type,
-                                            kMpeg4, kCreator, 0, exporter.Component());
+                                            kMpeg4, kCreator, 0, component);
     });
   });
   if (converted != toolbox::noErr && isNew) RemoveEmpty(outputPath);

@@ -24,11 +24,6 @@ bool IsOneOf(const std::string& extension, std::initializer_list<std::string_vie
   return std::ranges::find(names, extension) != names.end();
 }
 
-void WarnAboutReference(std::size_t inputs) {
-  std::cerr << "A non-self-contained movie is being created. Do not delete your original movie"
-            << (inputs > 1 ? "s" : "") << ".\n";
-}
-
 void WarnAboutExtension(const std::string& extension, const char* program) {
   if (IsOneOf(extension, {".m4v", ".m4a", ".mp4", ".m4b"})) {
     std::cerr << "Warning: if you want to create an MPEG-4 or AAC file, you must use\n"
@@ -45,7 +40,10 @@ void WarnAboutExtension(const std::string& extension, const char* program) {
 int WriteQuickTime(toolbox::Movie movie, const std::string& path,
                    const clipjoin::OutputOptions& options, std::size_t inputs) {
   if (!options.quiet) {
-    if (!options.selfContained) WarnAboutReference(inputs);
+    if (!options.selfContained) {
+      std::cerr << "A non-self-contained movie is being created. Do not delete your original movie"
+                << (inputs > 1 ? "s" : "") << ".\n";
+    }
     WarnAboutExtension(Extension(path), clipjoin::CommandName(options.mode));
   }
   writeMovie(movie, path, options.selfContained, options.flattenFlags, !options.quiet);
