@@ -18,8 +18,8 @@ struct MediaRecord;
 struct UserDataRecord;
 struct SampleTableRecord;
 struct StorageRecord;
-struct ExporterRecord;
 struct StringRecord;
+struct Mpeg4Settings;
 
 // A resizable block of bytes. Whoever creates one disposes of it.
 struct HandleRecord {
@@ -60,7 +60,7 @@ using MediaHandler = MediaRecord*;
 using UserData = UserDataRecord*;
 using DataHandler = StorageRecord*;
 using QTMutableSampleTableRef = SampleTableRecord*;
-using MovieExportComponent = ExporterRecord*;
+using MovieExportComponent = Mpeg4Settings*;
 using CFStringRef = const StringRecord*;
 using Handle = HandleRecord*;
 using TimeValue = std::int64_t;  // in units of a time scale

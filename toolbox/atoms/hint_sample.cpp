@@ -98,7 +98,8 @@ void HintSample::AddBytes(ByteSpan bytes) {
   }
 }
 
-void HintSample::AddMedia(std::uint32_t sample, std::uint64_t offset, std::uint32_t length) {
+void HintSample::AddMedia(std::uint32_t sample, std::uint64_t offset, std::uint64_t length) {
+  if (length == 0) return;
   CountEntry(length);
   AppendRow(bytes_, MediaData{.length = static_cast<std::uint16_t>(length),
                               .sample = sample,

@@ -19,7 +19,7 @@ CallHook callHook;
 
 void SetCallHook(CallHook hook) { callHook = std::move(hook); }
 
-OSErr MoviesError() { return moviesError; }
+OSErr TakeMoviesError() { return std::exchange(moviesError, noErr); }
 
 void SetMoviesError(OSErr code) { moviesError = code; }
 

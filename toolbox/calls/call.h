@@ -19,8 +19,8 @@ using CallHook = std::function<OSErr(std::string_view name)>;
 // Sets the hook; an empty function removes it.
 void SetCallHook(CallHook hook);
 
-// The movies error: the code of the last call.
-OSErr MoviesError();
+// The movies error is the code of the last call. Take returns it and resets it to noErr.
+OSErr TakeMoviesError();
 void SetMoviesError(OSErr code);
 
 // The code that the hook returns for a call of that name; noErr without a hook.
@@ -29,8 +29,9 @@ OSErr AskHook(const char* name);
 // Rethrows any other exception, because that is a bug of the toolbox.
 OSErr CodeOfException();
 
-// Runs `body` as the call `name` and sets the movies error. If `body` returns nothing, returns the
-// code; else returns its result, or a default value of that type after a failure.
+// Runs `body` as the call `name`, which calls pass as __func__, and sets the movies error. If
+// `body` returns nothing, returns the code; else returns its result, or a default value of that
+// type after a failure.
 template <class Body>
 auto Call(const char* name, Body&& body) {
   using Result = std::invoke_result_t<Body>;

@@ -5,22 +5,14 @@
 #include <boost/filesystem/path.hpp>
 #include <optional>
 
-#include "toolbox/references/aliases.h"
-#include "toolbox/references/data_references.h"
-#include "toolbox/refused.h"
+#include "toolbox/movie/data_reference.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
 
 // The path of the file that a data reference names. The file need not exist. Throws Refused:
 // nilHandleErr, noDataHandler (another type than 'alis'), invalidDataRef.
-inline boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
-  if (dataRef == nullptr) throw Refused{nilHandleErr};
-  if (type != FourCC{"alis"}) throw Refused{noDataHandler};
-  const auto path = AbsoluteAliasPath(dataRef->bytes);
-  if (!path) throw Refused{invalidDataRef};
-  return *path;
-}
+boost::filesystem::path PathOf(Handle dataRef, FourCC type);
 
 // Converts a data reference for a movie that was read from `ownFile`: a reference to that file
 // becomes ThisFile. Throws Refused like PathOf, but accepts 'hndl' too.
@@ -31,9 +23,9 @@ DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<Oth
 DataReference AnyReferenceFrom(Handle dataRef, FourCC type,
                                const std::optional<OtherFile>& ownFile);
 
-// Converts back: returns a new handle, which the caller disposes of, and sets `type`. Throws
-// Refused: couldNotResolveDataRef (ThisFile, but there is no `ownFile`).
+// Converts back: returns a new handle, which the caller disposes of, and sets `type` unless that is
+// null. Throws Refused: couldNotResolveDataRef (ThisFile, but there is no `ownFile`).
 Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>& ownFile,
-                 FourCC& type);
+                 FourCC* type);
 
 }  // namespace toolbox

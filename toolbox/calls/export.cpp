@@ -17,35 +17,35 @@ constexpr FourCC kExporter{"spit"}, kMpeg4{"mpg4"};
 }  // namespace
 
 OSErr OpenADefaultComponent(FourCC type, FourCC subtype, MovieExportComponent* component) {
-  return Call("OpenADefaultComponent", [&] {
-    *component = nullptr;
+  *component = nullptr;
+  return Call(__func__, [&] {
     if (type != kExporter || subtype != kMpeg4) throw Refused{cantFindHandler};
-    *component = std::make_unique<ExporterRecord>().release();
+    *component = std::make_unique<Mpeg4Settings>().release();
   });
 }
 
 OSErr CloseComponent(MovieExportComponent component) {
-  return Call("CloseComponent", [&] { delete &Valid(component); });
+  return Call(__func__, [&] { delete &Valid(component); });
 }
 
 OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component, Handle settings) {
-  return Call("MovieExportSetSettingsFromAtomContainer", [&] {
-    ExporterRecord& exporter = Valid(component);
-    if (settings == nullptr) throw Refused{nilHandleErr};
-    exporter.settings = ReadMpeg4Settings(settings->bytes);
+  return Call(__func__, [&] {
+    Mpeg4Settings& exporter = Valid(component);
+    exporter = ReadMpeg4Settings(Valid(settings).bytes);
   });
 }
 
 OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef, FourCC dataRefType,
                             FourCC fileType, FourCC, std::uint32_t,
                             MovieExportComponent component) {
-  return Call("ConvertMovieToDataRef", [&] {
+  return Call(__func__, [&] {
     const MovieRecord& record = Valid(movie);
     const boost::filesystem::path path = PathOf(dataRef, dataRefType);
     if (fileType != kMpeg4) throw Refused{featureUnsupported};
-    const Mpeg4Settings settings = component != nullptr ? component->settings : Mpeg4Settings{};
-    WriteNewFile(PlanMpeg4(record, only, settings), {.movieFirst = true, .compress = false}, path,
-                 Existing::kReplace);
+    // Without an exporter the settings are the defaults.
+    const FilePlan plan =
+        PlanMpeg4(record, only, component != nullptr ? *component : Mpeg4Settings());
+    WriteNewFile(plan, {.movieFirst = true, .compress = false}, path, Existing::kReplace);
   });
 }
 

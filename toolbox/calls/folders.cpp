@@ -10,10 +10,11 @@
 namespace toolbox {
 
 OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder) {
-  return Call("FSFindFolder", [&] {
+  return Call(__func__, [&] {
     if (domain != kUserDomain || type != kDesktopFolderType) throw Refused{paramErr};
     const auto desktop = DesktopFolder();
     if (!desktop) throw Refused{fnfErr};
+    // DesktopFolder() tells where the folder should be, not that it is there.
     if (create) {
       boost::filesystem::create_directories(*desktop);
     } else if (!boost::filesystem::is_directory(*desktop)) {
@@ -24,7 +25,7 @@ OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder)
 }
 
 OSErr FSRefMakePath(const FSRef* reference, unsigned char* path, std::uint32_t size) {
-  return Call("FSRefMakePath", [&] {
+  return Call(__func__, [&] {
     if (reference == nullptr || reference->path.empty()) throw Refused{errFSBadFSRef};
     // The path needs room for a zero byte at its end.
     if (reference->path.size() >= size) throw Refused{pathTooLongErr};

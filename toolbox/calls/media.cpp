@@ -13,41 +13,43 @@
 namespace toolbox {
 
 TimeValue GetMediaDuration(Media media) {
-  return Call("GetMediaDuration", [&] { return Valid(media).samples.Duration().units; });
+  return Call(__func__, [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeValue GetMediaDecodeDuration(Media media) {
-  return Call("GetMediaDecodeDuration", [&] { return Valid(media).samples.Duration().units; });
+  return Call(__func__, [&] { return Valid(media).samples.Duration().units; });
 }
 
 TimeScale GetMediaTimeScale(Media media) {
-  return Call("GetMediaTimeScale", [&] { return Valid(media).header.scale; });
+  return Call(__func__, [&] { return Valid(media).header.scale; });
 }
 
+// A media is its own handler: there is no state that a separate record would have.
 MediaHandler GetMediaHandler(Media media) {
-  return Call("GetMediaHandler", [&] { return &Valid(media); });
+  return Call(__func__, [&] { return &Valid(media); });
 }
 
 void GetMediaHandlerDescription(Media media, FourCC* type, char*, FourCC* manufacturer) {
-  Call("GetMediaHandlerDescription", [&] {
+  Call(__func__, [&] {
     const Handler& handler = Valid(media).handler;
-    if (type != nullptr) *type = handler.subtype;
-    if (manufacturer != nullptr) *manufacturer = handler.manufacturer;
+    SetResult(type, handler.subtype);
+    SetResult(manufacturer, handler.manufacturer);
   });
 }
 
 OSErr MediaGetName(MediaHandler handler, unsigned char* name, std::int32_t,
                    std::int32_t* actualLanguage) {
-  return Call("MediaGetName", [&] {
+  return Call(__func__, [&] {
+    // The length is in the first byte. No type has a name of more than 255 characters.
     const std::string text = DescribeMediaType(Valid(handler).Type()).name;
     name[0] = static_cast<unsigned char>(text.size());
     std::ranges::copy(text, name + 1);
-    if (actualLanguage != nullptr) *actualLanguage = 0;
+    SetResult(actualLanguage, 0);
   });
 }
 
 OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode, const RGBColor* opColor) {
-  return Call("MediaSetGraphicsMode", [&] {
+  return Call(__func__, [&] {
     if (!DescribeMediaType(Valid(handler).Type()).isSeen) throw Refused{badComponentSelector};
     SetGraphicsMode(handler->infoSiblings, static_cast<std::uint16_t>(mode),
                     {opColor->red, opColor->green, opColor->blue});
@@ -55,51 +57,46 @@ OSErr MediaSetGraphicsMode(MediaHandler handler, std::int32_t mode, const RGBCol
 }
 
 std::int32_t GetMediaSampleDescriptionCount(Media media) {
-  return Call("GetMediaSampleDescriptionCount",
+  return Call(__func__,
               [&] { return static_cast<std::int32_t>(Valid(media).descriptions.size()); });
 }
 
 void GetMediaSampleDescription(Media media, std::int32_t number, Handle description) {
-  Call("GetMediaSampleDescription", [&] {
-    const auto& descriptions = Valid(media).descriptions;
-    const auto index = static_cast<std::size_t>(number) - 1;
-    if (description == nullptr) throw Refused{nilHandleErr};
-    if (number < 1 || index >= descriptions.size()) throw Refused{invalidSampleDescIndex};
-    description->bytes = descriptions[index].Numbered();
+  Call(__func__, [&] {
+    const MediaRecord& record = Valid(media);
+    HandleRecord& copy = Valid(description);
+    // The number of the data reference in the stored bytes may be outdated. Numbered() sets it.
+    copy.bytes = ItemAt(record.descriptions, number, invalidSampleDescIndex).Numbered();
   });
 }
 
 OSErr GetMediaDataRefCount(Media media, std::int16_t* count) {
-  return Call("GetMediaDataRefCount", [&] {
-    constexpr std::size_t kMost = INT16_MAX;  // the type of the result has no room for more
-    *count = static_cast<std::int16_t>(std::min(Valid(media).dataReferences.size(), kMost));
+  return Call(__func__, [&] {
+    // The type of the result has no room for more than INT16_MAX.
+    const std::size_t all = Valid(media).dataReferences.size();
+    *count = static_cast<std::int16_t>(std::min<std::size_t>(all, INT16_MAX));
   });
 }
 
 OSErr GetMediaDataRef(Media media, std::int16_t number, Handle* dataRef, FourCC* type,
                       std::int32_t* attributes) {
   *dataRef = nullptr;
-  return Call("GetMediaDataRef", [&] {
+  return Call(__func__, [&] {
     const MediaRecord& record = Valid(media);
-    const auto index = static_cast<std::size_t>(number) - 1;
-    if (number < 1 || index >= record.dataReferences.size()) throw Refused{badDataRefIndex};
-    const DataReference& reference = record.dataReferences[index];
-    FourCC found;
-    *dataRef = HandleFor(reference, record.MovieFile(), found);
-    if (type != nullptr) *type = found;
-    if (attributes != nullptr) {
-      *attributes = std::holds_alternative<ThisFile>(reference)     ? dataRefSelfReference
-                    : std::holds_alternative<Unresolved>(reference) ? dataRefWasNotResolved
-                                                                    : 0;
-    }
+    const DataReference& reference = ItemAt(record.dataReferences, number, badDataRefIndex);
+    *dataRef = HandleFor(reference, record.MovieFile(), type);
+    const bool isOwn = std::holds_alternative<ThisFile>(reference);
+    const bool isUnresolved = std::holds_alternative<Unresolved>(reference);
+    SetResult(attributes,
+              (isOwn ? dataRefSelfReference : 0) | (isUnresolved ? dataRefWasNotResolved : 0));
   });
 }
 
 OSErr AddMediaDataRef(Media media, std::int16_t* number, Handle dataRef, FourCC type) {
-  return Call("AddMediaDataRef", [&] {
+  return Call(__func__, [&] {
     MediaRecord& record = Valid(media);
     record.dataReferences.push_back(AnyReferenceFrom(dataRef, type, record.MovieFile()));
-    if (number != nullptr) *number = static_cast<std::int16_t>(record.dataReferences.size());
+    SetResult(number, record.dataReferences.size());
   });
 }
 

@@ -1,49 +1,53 @@
 // Handles: creating, filling and disposing of them.
+#include <iterator>
 #include <memory>
+#include <utility>
 
 #include "toolbox/calls/call.h"
-#include "toolbox/refused.h"
+#include "toolbox/calls/references.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
+namespace {
+
+// A new handle, which the caller disposes of.
+Handle NewRecord(Bytes bytes) {
+  return std::make_unique<HandleRecord>(HandleRecord{std::move(bytes), nullptr}).release();
+}
+
+}  // namespace
 
 Handle NewHandle(std::int64_t size) {
-  return Call("NewHandle", [&] {
+  return Call(__func__, [&] {
     if (size < 0) throw Refused{paramErr};
-    auto handle = std::make_unique<HandleRecord>();
-    handle->bytes.resize(static_cast<std::size_t>(size));
-    return handle.release();
+    return NewRecord(Bytes(static_cast<std::size_t>(size)));
   });
 }
 
-// NewHandle fills with zeros too.
+// The same call, because NewHandle fills with zeros too.
 Handle NewHandleClear(std::int64_t size) { return NewHandle(size); }
 
 OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size) {
-  return Call("PtrAndHand", [&] {
-    if (handle == nullptr) throw Refused{nilHandleErr};
-    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
-    const auto* first = static_cast<const std::uint8_t*>(bytes);
-    handle->bytes.insert(handle->bytes.end(), first, first + size);
+  return Call(__func__, [&] {
+    Bytes& all = Valid(handle).bytes;
+    const ByteSpan added = BytesAt(bytes, size);
+    all.insert(all.end(), added.begin(), added.end());
   });
 }
 
 OSErr PtrToHand(const void* bytes, Handle* handle, std::int64_t size) {
-  return Call("PtrToHand", [&] {
-    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
-    const auto* first = static_cast<const std::uint8_t*>(bytes);
-    *handle = std::make_unique<HandleRecord>(HandleRecord{{first, first + size}}).release();
+  return Call(__func__, [&] {
+    const ByteSpan copied = BytesAt(bytes, size);
+    *handle = NewRecord({copied.begin(), copied.end()});
   });
 }
 
 std::int64_t GetHandleSize(Handle handle) {
-  return Call("GetHandleSize", [&] {
-    return handle == nullptr ? std::int64_t{0} : static_cast<std::int64_t>(handle->bytes.size());
-  });
+  return Call(__func__, [&] { return handle == nullptr ? 0 : std::ssize(handle->bytes); });
 }
 
 void DisposeHandle(Handle handle) {
-  Call("DisposeHandle", [&] { delete handle; });
+  Call(__func__, [&] { delete handle; });
 }
 
 }  // namespace toolbox

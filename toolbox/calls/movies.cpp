@@ -13,18 +13,16 @@
 
 namespace toolbox {
 
+// There is nothing to start. The call only resets the movies error.
 OSErr EnterMovies() {
-  return Call("EnterMovies", [] {});
+  return Call(__func__, [] {});
 }
 
-OSErr GetMoviesError() {
-  const OSErr code = MoviesError();
-  SetMoviesError(noErr);
-  return code;
-}
+// Not a Call: that would replace the error before it is returned.
+OSErr GetMoviesError() { return TakeMoviesError(); }
 
 Movie NewMovie(std::int32_t) {
-  return Call("NewMovie", [] {
+  return Call(__func__, [] {
     auto movie = std::make_unique<MovieRecord>();
     movie->header.created = movie->header.modified = Now();
     return movie.release();
@@ -32,34 +30,34 @@ Movie NewMovie(std::int32_t) {
 }
 
 void DisposeMovie(Movie movie) {
-  Call("DisposeMovie", [&] { delete &Valid(movie); });
+  Call(__func__, [&] { delete &Valid(movie); });
 }
 
 TimeScale GetMovieTimeScale(Movie movie) {
-  return Call("GetMovieTimeScale", [&] { return Valid(movie).header.scale; });
+  return Call(__func__, [&] { return Valid(movie).header.scale; });
 }
 
 void SetMovieTimeScale(Movie movie, TimeScale scale) {
-  Call("SetMovieTimeScale", [&] {
+  Call(__func__, [&] {
     if (scale <= 0) throw Refused{paramErr};
     Valid(movie).SetScale(scale);
   });
 }
 
 TimeValue GetMovieDuration(Movie movie) {
-  return Call("GetMovieDuration", [&] { return Valid(movie).Duration().units; });
+  return Call(__func__, [&] { return Valid(movie).Duration().units; });
 }
 
 void GetMovieMatrix(Movie movie, MatrixRecord* matrix) {
-  Call("GetMovieMatrix", [&] { *matrix = Valid(movie).header.matrix; });
+  Call(__func__, [&] { *matrix = Valid(movie).header.matrix; });
 }
 
 void SetMovieMatrix(Movie movie, const MatrixRecord* matrix) {
-  Call("SetMovieMatrix", [&] { Valid(movie).header.matrix = *matrix; });
+  Call(__func__, [&] { Valid(movie).header.matrix = *matrix; });
 }
 
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
-  Call("SetMovieSelection", [&] {
+  Call(__func__, [&] {
     MovieRecord& record = Valid(movie);
     if (start < 0) throw Refused{invalidTime};
     record.header.selectionTime = start;
@@ -70,31 +68,31 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
 }
 
 OSErr CopyMovieSettings(Movie source, Movie destination) {
-  return Call("CopyMovieSettings", [&] { Valid(destination).TakeSettings(Valid(source)); });
+  return Call(__func__, [&] { Valid(destination).TakeSettings(Valid(source)); });
 }
 
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress) {
-  Call("SetMovieProgressProc", [&] { Valid(movie).progress = std::move(progress); });
+  Call(__func__, [&] { Valid(movie).progress = std::move(progress); });
 }
 
 OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType) {
   *dataRef = nullptr;
-  return Call("GetMovieDefaultDataRef", [&] {
-    const std::optional<DataReference>& reference = Valid(movie).defaultDataReference;
-    if (!reference) throw Refused{noDefaultDataRef};
-    *dataRef = HandleFor(*reference, movie->file, *dataRefType);
+  return Call(__func__, [&] {
+    const MovieRecord& record = Valid(movie);
+    if (!record.defaultDataReference) throw Refused{noDefaultDataRef};
+    *dataRef = HandleFor(*record.defaultDataReference, record.file, dataRefType);
   });
 }
 
 OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType) {
-  return Call("SetMovieDefaultDataRef", [&] {
+  return Call(__func__, [&] {
     Valid(movie).defaultDataReference = ReferenceFrom(dataRef, dataRefType, movie->file);
   });
 }
 
 UserData GetMovieUserData(Movie movie) {
-  return Call("GetMovieUserData", [&] { return &Valid(movie).userData; });
+  return Call(__func__, [&] { return &Valid(movie).userData; });
 }
 
 }  // namespace toolbox

@@ -13,67 +13,57 @@ namespace toolbox {
 OSErr QTSampleTableCreateMutable(const void*, TimeScale scale, const void*,
                                  QTMutableSampleTableRef* table) {
   *table = nullptr;
-  return Call("QTSampleTableCreateMutable", [&] {
+  return Call(__func__, [&] {
     if (scale <= 0) throw Refused{paramErr};
     *table = std::make_unique<SampleTableRecord>(SampleTableRecord{scale, {}, {}, {}}).release();
   });
 }
 
 std::int64_t QTSampleTableGetNumberOfSamples(QTMutableSampleTableRef table) {
-  return Call("QTSampleTableGetNumberOfSamples",
-              [&] { return static_cast<std::int64_t>(Valid(table).samples.Count()); });
+  return Call(__func__, [&] { return static_cast<std::int64_t>(Valid(table).samples.Count()); });
 }
 
 OSErr QTSampleTableGetProperty(QTMutableSampleTableRef table, FourCC propertyClass, FourCC property,
                                std::size_t room, void* value, std::size_t* used) {
-  return Call("QTSampleTableGetProperty", [&] {
+  return Call(__func__, [&] {
     const TimeValue duration = Valid(table).samples.Duration().units;
     if (propertyClass != kQTPropertyClass_SampleTable ||
         property != kQTSampleTablePropertyID_TotalDecodeDuration) {
       throw Refused{featureUnsupported};
     }
     if (value == nullptr || room < sizeof(duration)) throw Refused{paramErr};
+    // Copied byte by byte, because `value` may be unaligned.
     std::memcpy(value, &duration, sizeof(duration));
-    if (used != nullptr) *used = sizeof(duration);
+    SetResult(used, sizeof(duration));
   });
 }
 
 void QTSampleTableRelease(QTMutableSampleTableRef table) {
-  Call("QTSampleTableRelease", [&] { delete table; });
+  Call(__func__, [&] { delete table; });
 }
 
 OSErr CopyMediaMutableSampleTable(Media media, TimeValue start, TimeValue* actualStart,
                                   std::int64_t maxSamples, TimeValue maxDuration,
                                   QTMutableSampleTableRef* table) {
-  return Call("CopyMediaMutableSampleTable", [&] {
+  return Call(__func__, [&] {
     const MediaRecord& record = Valid(media);
-    const SampleTable& samples = record.samples;
-    if (start < 0 || start >= samples.Duration().units) throw Refused{invalidTime};
-    // SampleAt finds the last sample at a time, and samples without a duration may be before it.
-    const std::uint64_t from = start == 0 ? 0 : samples.SampleAt({start});
-    const TimeValue time = samples.TimeOf(from).units;
-    std::uint64_t to = samples.Count();
-    if (maxSamples > 0) to = std::min(to, from + static_cast<std::uint64_t>(maxSamples));
-    if (maxDuration > 0 && maxDuration < samples.Duration().units - time) {
-      to = std::min(to, samples.SampleAt({time + maxDuration}));
-    }
-    auto copy = std::make_unique<SampleTableRecord>(record.Copy(from, std::max(to, from + 1)));
-    if (actualStart != nullptr) *actualStart = time;
-    *table = copy.release();
+    const SampleRange range = record.samples.SamplesFrom({start}, maxSamples, {maxDuration});
+    *table = std::make_unique<SampleTableRecord>(record.Copy(range.from, range.to)).release();
+    SetResult(actualStart, record.samples.TimeOf(range.from).units);
   });
 }
 
 OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table, std::int64_t first,
                             std::int64_t count, TimeValue* decodeTime) {
-  return Call("AddSampleTableToMedia", [&] {
+  return Call(__func__, [&] {
     MediaRecord& record = Valid(media);
     const SampleTableRecord& source = Valid(table);
     if (source.scale != record.header.scale || count < 0) throw Refused{paramErr};
     const auto all = static_cast<std::int64_t>(source.samples.Count());
-    if (first < 1 || first - 1 > all || count > all - (first - 1)) throw Refused{invalidSampleNum};
+    if (first < 1 || count > all - (first - 1)) throw Refused{invalidSampleNum};
     const auto from = static_cast<std::uint64_t>(first - 1);
     const MediaTime time = record.Append(source, from, from + static_cast<std::uint64_t>(count));
-    if (decodeTime != nullptr) *decodeTime = time.units;
+    SetResult(decodeTime, time.units);
   });
 }
 

@@ -12,49 +12,45 @@ namespace toolbox {
 
 OSErr InsertMovieSegment(Movie source, Movie movie, TimeValue sourceIn, TimeValue sourceDuration,
                          TimeValue at) {
-  return Call("InsertMovieSegment", [&] {
-    InsertMovieSegment(Valid(source), Valid(movie), MovieTime{sourceIn}, MovieTime{sourceDuration},
-                       MovieTime{at});
+  return Call(__func__, [&] {
+    InsertMovieSegment(Valid(source), Valid(movie), {sourceIn}, {sourceDuration}, {at});
   });
 }
 
 void AddMovieSelection(Movie movie, Movie source) {
-  Call("AddMovieSelection", [&] { AddMovieSelection(Valid(source), Valid(movie)); });
+  Call(__func__, [&] { AddMovieSelection(Valid(source), Valid(movie)); });
 }
 
 OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn, TimeValue sourceDuration,
                          TimeValue at) {
-  return Call("InsertTrackSegment", [&] {
-    InsertTrackSegment(Valid(source), Valid(track), MovieTime{sourceIn}, MovieTime{sourceDuration},
-                       MovieTime{at});
+  return Call(__func__, [&] {
+    InsertTrackSegment(Valid(source), Valid(track), {sourceIn}, {sourceDuration}, {at});
   });
 }
 
 OSErr DeleteTrackSegment(Track track, TimeValue start, TimeValue duration) {
-  return Call("DeleteTrackSegment", [&] { DeleteSegment(Valid(track), {start}, {duration}); });
+  return Call(__func__, [&] { DeleteSegment(Valid(track), {start}, {duration}); });
 }
 
 OSErr DeleteMovieSegment(Movie movie, TimeValue start, TimeValue duration) {
-  return Call("DeleteMovieSegment", [&] { DeleteSegment(Valid(movie), {start}, {duration}); });
+  return Call(__func__, [&] { DeleteSegment(Valid(movie), {start}, {duration}); });
 }
 
 OSErr ScaleTrackSegment(Track track, TimeValue start, TimeValue oldDuration,
                         TimeValue newDuration) {
-  return Call("ScaleTrackSegment",
-              [&] { ScaleSegment(Valid(track), {start}, {oldDuration}, {newDuration}); });
+  return Call(__func__, [&] { ScaleSegment(Valid(track), {start}, {oldDuration}, {newDuration}); });
 }
 
 OSErr ScaleMovieSegment(Movie movie, TimeValue start, TimeValue oldDuration,
                         TimeValue newDuration) {
-  return Call("ScaleMovieSegment",
-              [&] { ScaleSegment(Valid(movie), {start}, {oldDuration}, {newDuration}); });
+  return Call(__func__, [&] { ScaleSegment(Valid(movie), {start}, {oldDuration}, {newDuration}); });
 }
 
 OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
                            TimeValue mediaDuration, Fixed rate) {
-  return Call("InsertMediaIntoTrack", [&] {
-    std::optional<MovieTime> at;
-    if (trackStart != -1) at = MovieTime{trackStart};
+  return Call(__func__, [&] {
+    // No time means the end. The new edit may then continue the last one, which is rounded once.
+    const auto at = trackStart == -1 ? std::nullopt : std::optional(MovieTime{trackStart});
     InsertMedia(Valid(track), at, {mediaTime}, {mediaDuration},
                 rate / static_cast<double>(fixedOne));
   });

@@ -20,16 +20,11 @@
 namespace toolbox {
 namespace {
 
-// Both return a new string, which the caller releases. The second throws Refused: paramErr (bytes
-// that are not valid in the encoding).
-CFStringRef NewString(std::string text) {
-  return std::make_unique<StringRecord>(StringRecord{std::move(text)}).release();
-}
-
-CFStringRef NewString(ByteSpan bytes, CFStringEncoding encoding, bool markMayLead) {
-  auto text = DecodeText(bytes, encoding, markMayLead);
+// A new string, which the caller releases. Throws Refused: paramErr (no text, because it could not
+// be decoded).
+CFStringRef NewString(std::optional<std::string> text) {
   if (!text) throw Refused{paramErr};
-  return NewString(std::move(*text));
+  return std::make_unique<StringRecord>(StringRecord{*std::move(text)}).release();
 }
 
 // The UTF-16 units in the range. Throws Refused: paramErr (a range outside the text).
@@ -43,62 +38,52 @@ std::u16string_view Part(const std::u16string& text, CFRange range) {
                                           static_cast<std::size_t>(range.length));
 }
 
-// Throws Refused: bdNamErr (the path or a name in it is too long for the system).
-void CheckLengths(const boost::filesystem::path& path) {
-  if (path.size() >= PATH_MAX) throw Refused{bdNamErr};
-  for (const boost::filesystem::path& name : path) {
-    if (name.size() > NAME_MAX) throw Refused{bdNamErr};
-  }
-}
-
 }  // namespace
 
 CFStringRef CFStringCreateWithCString(const void*, const char* text, CFStringEncoding encoding) {
-  return Call("CFStringCreateWithCString", [&] {
+  return Call(__func__, [&] {
     if (text == nullptr) throw Refused{paramErr};
-    // Not checked: a path may have bytes that are not UTF-8.
+    // Not decoded: a path may have bytes that are not UTF-8.
     if (encoding == kCFStringEncodingUTF8) return NewString(text);
-    return NewString({reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)}, encoding,
-                     false);
+    const ByteSpan bytes = BytesAt(text, static_cast<std::int64_t>(std::strlen(text)));
+    return NewString(DecodeText(bytes, encoding, false));
   });
 }
 
 CFStringRef CFStringCreateWithBytes(const void*, const std::uint8_t* bytes, std::int64_t size,
                                     CFStringEncoding encoding, bool markMayLead) {
-  return Call("CFStringCreateWithBytes", [&] {
-    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
-    return NewString({bytes, static_cast<std::size_t>(size)}, encoding, markMayLead);
-  });
+  return Call(__func__,
+              [&] { return NewString(DecodeText(BytesAt(bytes, size), encoding, markMayLead)); });
 }
 
 std::int64_t CFStringGetLength(CFStringRef string) {
-  return Call("CFStringGetLength", [&] {
-    return string == nullptr ? std::int64_t{0}
-                             : static_cast<std::int64_t>(Utf16(string->text).size());
-  });
+  // Strings are kept in UTF-8, but callers count in UTF-16 units.
+  return Call(__func__, [&] { return string == nullptr ? 0 : std::ssize(Utf16(string->text)); });
 }
 
 std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
                               std::uint8_t lossByte, bool, std::uint8_t* buffer, std::int64_t size,
                               std::int64_t* used) {
-  if (used != nullptr) *used = 0;
-  return Call("CFStringGetBytes", [&] {
+  SetResult(used, 0);
+  return Call(__func__, [&] {
     if (string == nullptr || size < 0) throw Refused{paramErr};
     const std::u16string text = Utf16(string->text);
+    // Without a buffer the bytes are only counted, so its size is no limit.
     const std::size_t most = buffer == nullptr ? text.max_size() : static_cast<std::size_t>(size);
     const EncodedText done = EncodeText(Part(text, range), encoding, lossByte, most);
     if (buffer != nullptr) std::ranges::copy(done.bytes, buffer);
-    if (used != nullptr) *used = static_cast<std::int64_t>(done.bytes.size());
+    SetResult(used, done.bytes.size());
     return static_cast<std::int64_t>(done.length);
   });
 }
 
 bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
                         CFStringEncoding encoding) {
-  return Call("CFStringGetCString", [&] {
+  return Call(__func__, [&] {
     if (string == nullptr || buffer == nullptr || size < 1) throw Refused{paramErr};
     const std::u16string text = Utf16(string->text);
     const EncodedText done = EncodeText(text, encoding, 0, static_cast<std::size_t>(size) - 1);
+    // All or nothing: the start of a path would name another file.
     if (done.length < text.size()) return false;
     *std::ranges::copy(done.bytes, buffer).out = 0;
     return true;
@@ -107,7 +92,7 @@ bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
 
 OSErr GetTextEncodingFromScriptInfo(std::int16_t script, std::int16_t language, std::int16_t,
                                     CFStringEncoding* encoding) {
-  return Call("GetTextEncodingFromScriptInfo", [&] {
+  return Call(__func__, [&] {
     const auto found = EncodingOf(script, language);
     if (encoding == nullptr || !found) throw Refused{paramErr};
     *encoding = *found;
@@ -115,23 +100,27 @@ OSErr GetTextEncodingFromScriptInfo(std::int16_t script, std::int16_t language, 
 }
 
 void CFRelease(CFStringRef string) {
-  Call("CFRelease", [&] { delete string; });
+  Call(__func__, [&] { delete string; });
 }
 
 OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style, std::uint32_t,
                                              Handle* dataRef, FourCC* dataRefType) {
-  return Call("QTNewDataReferenceFromFullPathCFString", [&] {
+  return Call(__func__, [&] {
     if (path == nullptr || style != kQTPOSIXPathStyle) throw Refused{paramErr};
     const boost::filesystem::path file(path->text);
     if (!file.is_absolute()) throw Refused{paramErr};
-    CheckLengths(file);
-    *dataRef = HandleFor(OtherFile{file}, {}, *dataRefType);
+    // Checked here: the file need not exist, so the system may never see the path.
+    const auto isTooLong = [](const auto& name) { return name.size() > NAME_MAX; };
+    if (file.size() >= PATH_MAX || std::any_of(file.begin(), file.end(), isTooLong)) {
+      throw Refused{bdNamErr};
+    }
+    *dataRef = HandleFor(OtherFile{file, std::nullopt}, std::nullopt, dataRefType);
   });
 }
 
 bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application, bool* valid) {
   *valid = false;
-  return Call("CFPreferencesGetAppBooleanValue", [&] {
+  return Call(__func__, [&] {
     if (key == nullptr || application == nullptr) throw Refused{paramErr};
     const std::optional<bool> value = BooleanPreference(application->text, key->text);
     *valid = value.has_value();

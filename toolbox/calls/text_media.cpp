@@ -18,9 +18,10 @@ TextDescription::Color ColorOf(const RGBColor* color) {
 }  // namespace
 
 OSErr TextMediaSetTextSampleData(MediaHandler handler, const void* data, FourCC kind) {
-  return Call("TextMediaSetTextSampleData", [&] {
+  return Call(__func__, [&] {
     MediaRecord& media = Valid(handler);
     if (data == nullptr || kind != TextEncodingMark::kType) throw Refused{paramErr};
+    // Copied byte by byte, because `data` may be unaligned.
     std::memcpy(&media.textEncoding.emplace(), data, sizeof(std::uint32_t));
   });
 }
@@ -31,9 +32,9 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
                              std::int16_t justification, const Rect* box, std::int32_t displayFlags,
                              TimeValue, std::int16_t, std::int16_t, const RGBColor*,
                              TimeValue duration, TimeValue* sampleTime) {
-  return Call("TextMediaAddTextSample", [&] {
+  return Call(__func__, [&] {
     MediaRecord& media = Valid(handler);
-    if (text == nullptr && size > 0) throw Refused{paramErr};
+    const ByteSpan bytes = BytesAt(text, size);
     TextDescription look;
     look.displayFlags = static_cast<std::uint32_t>(displayFlags);
     look.justification = justification;
@@ -42,10 +43,9 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     if (box != nullptr) look.box = {box->top, box->left, box->bottom, box->right};
     look.font = static_cast<std::uint16_t>(font);
     look.face = face;
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text);
-    const MediaTime time = media.AddSample(EncodeTextSample({bytes, size}, media.textEncoding),
+    const MediaTime time = media.AddSample(EncodeTextSample(bytes, media.textEncoding),
                                            DescriptionOf(look), {duration});
-    if (sampleTime != nullptr) *sampleTime = time.units;
+    SetResult(sampleTime, time.units);
   });
 }
 

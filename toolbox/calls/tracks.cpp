@@ -14,27 +14,21 @@
 namespace toolbox {
 
 std::int32_t GetMovieTrackCount(Movie movie) {
-  return Call("GetMovieTrackCount",
-              [&] { return static_cast<std::int32_t>(Valid(movie).tracks.size()); });
+  return Call(__func__, [&] { return static_cast<std::int32_t>(Valid(movie).tracks.size()); });
 }
 
 Track GetMovieIndTrack(Movie movie, std::int32_t number) {
-  return Call("GetMovieIndTrack", [&] {
-    const auto& tracks = Valid(movie).tracks;
-    const auto index = static_cast<std::size_t>(number) - 1;
-    if (number < 1 || index >= tracks.size()) throw Refused{badTrackIndex};
-    return tracks[index].get();
-  });
+  return Call(__func__, [&] { return ItemAt(Valid(movie).tracks, number, badTrackIndex).get(); });
 }
 
 Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags) {
-  return Call("GetMovieIndTrackType", [&]() -> Track {
+  return Call(__func__, [&]() -> Track {
     const bool byType = (flags & movieTrackMediaType) != 0;
     const bool byCharacteristic = (flags & movieTrackCharacteristic) != 0;
     if (byType == byCharacteristic) throw Refused{paramErr};
     const auto matches = [&](const TrackRecord& track) {
-      if (!track.media) return false;
-      if ((flags & movieTrackEnabledOnly) != 0 && !track.IsEnabled()) return false;
+      const bool counts = (flags & movieTrackEnabledOnly) == 0 || track.IsEnabled();
+      if (!track.media || !counts) return false;
       if (byType) return track.media->Type() == what;
       const MediaType type = DescribeMediaType(track.media->Type());
       return (what == FourCC{"eyes"} && type.isSeen) || (what == FourCC{"ears"} && type.isHeard);
@@ -47,38 +41,38 @@ Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::i
 }
 
 TimeValue GetTrackDuration(Track track) {
-  return Call("GetTrackDuration", [&] { return Valid(track).edits.Duration().units; });
+  return Call(__func__, [&] { return Valid(track).edits.Duration().units; });
 }
 
 TimeValue GetTrackOffset(Track track) {
-  return Call("GetTrackOffset", [&] { return Valid(track).edits.Offset().units; });
+  return Call(__func__, [&] { return Valid(track).edits.Offset().units; });
 }
 
 void SetTrackOffset(Track track, TimeValue offset) {
-  Call("SetTrackOffset", [&] { SetOffset(Valid(track), {offset}); });
+  Call(__func__, [&] { SetOffset(Valid(track), {offset}); });
 }
 
 void SetTrackEnabled(Track track, bool isEnabled) {
-  Call("SetTrackEnabled", [&] {
+  Call(__func__, [&] {
     std::uint32_t& flags = Valid(track).header.flags;
     flags = isEnabled ? flags | TrackHeader::kEnabled : flags & ~TrackHeader::kEnabled;
   });
 }
 
 void GetTrackMatrix(Track track, MatrixRecord* matrix) {
-  Call("GetTrackMatrix", [&] { *matrix = Valid(track).header.matrix; });
+  Call(__func__, [&] { *matrix = Valid(track).header.matrix; });
 }
 
 void SetTrackMatrix(Track track, const MatrixRecord* matrix) {
-  Call("SetTrackMatrix", [&] { Valid(track).header.matrix = *matrix; });
+  Call(__func__, [&] { Valid(track).header.matrix = *matrix; });
 }
 
 UserData GetTrackUserData(Track track) {
-  return Call("GetTrackUserData", [&] { return &Valid(track).userData; });
+  return Call(__func__, [&] { return &Valid(track).userData; });
 }
 
 Media GetTrackMedia(Track track) {
-  return Call("GetTrackMedia", [&]() -> Media {
+  return Call(__func__, [&] {
     auto& media = Valid(track).media;
     return media ? &*media : nullptr;
   });
@@ -87,12 +81,12 @@ Media GetTrackMedia(Track track) {
 OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, FourCC dataRefType,
                            Track* track) {
   *track = nullptr;
-  return Call("AddEmptyTrackToMovie", [&] {
+  return Call(__func__, [&] {
     const TrackRecord& like = Valid(source);
     MovieRecord& movie = Valid(destination);
+    // The reference is made first: if it is refused, no track has been added.
     std::optional<DataReference> reference;
     if (dataRef != nullptr) reference = FileAt(PathOf(dataRef, dataRefType));
-    // The reference is checked before a track is added.
     TrackRecord& added = movie.AddTrackLike(like);
     if (reference && added.media) added.media->dataReferences.push_back(*reference);
     *track = &added;
@@ -100,7 +94,7 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
 }
 
 Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume) {
-  return Call("NewMovieTrack", [&] {
+  return Call(__func__, [&] {
     TrackRecord& track = Valid(movie).AddTrack();
     track.header.width = width;
     track.header.height = height;
@@ -110,7 +104,7 @@ Track NewMovieTrack(Movie movie, Fixed width, Fixed height, std::int16_t volume)
 }
 
 Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, FourCC dataRefType) {
-  return Call("NewTrackMedia", [&] {
+  return Call(__func__, [&] {
     const MovieRecord& movie = *Valid(track).movie;
     if (scale <= 0) throw Refused{paramErr};
     std::optional<DataReference> where = movie.defaultDataReference;
@@ -121,7 +115,7 @@ Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, F
 }
 
 void DisposeMovieTrack(Track track) {
-  Call("DisposeMovieTrack", [&] { Valid(track).movie->RemoveTrack(*track); });
+  Call(__func__, [&] { Valid(track).movie->RemoveTrack(*track); });
 }
 
 }  // namespace toolbox

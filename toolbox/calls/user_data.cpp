@@ -7,60 +7,47 @@
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
-namespace {
-
-// The number of an item. Throws Refused: userDataItemNotFound (a negative number).
-std::size_t ItemNumber(std::int32_t number) {
-  if (number < 0) throw Refused{userDataItemNotFound};
-  return static_cast<std::size_t>(number);
-}
-
-}  // namespace
 
 std::int16_t CountUserDataType(UserData data, FourCC type) {
-  return Call("CountUserDataType",
-              [&] { return static_cast<std::int16_t>(Valid(data).Count(type)); });
+  return Call(__func__, [&] { return static_cast<std::int16_t>(Valid(data).Count(type)); });
 }
 
 FourCC GetNextUserDataType(UserData data, FourCC previous) {
-  return Call("GetNextUserDataType", [&] { return Valid(data).NextType(previous); });
+  return Call(__func__, [&] { return Valid(data).NextType(previous); });
 }
 
 OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number) {
-  return Call("GetUserData", [&] {
-    if (out == nullptr) throw Refused{nilHandleErr};
-    out->bytes = Valid(data).Item(type, ItemNumber(number));
+  return Call(__func__, [&] {
+    HandleRecord& copy = Valid(out);
+    copy.bytes = Valid(data).Item(type, Unsigned(number));
   });
 }
 
 OSErr SetUserDataItem(UserData data, const void* bytes, std::int32_t size, FourCC type,
                       std::int32_t number) {
-  return Call("SetUserDataItem", [&] {
-    if (size < 0 || (bytes == nullptr && size > 0)) throw Refused{paramErr};
-    const auto* first = static_cast<const std::uint8_t*>(bytes);
-    Valid(data).Set(type, ItemNumber(number), Bytes(first, first + size));
+  return Call(__func__, [&] {
+    const ByteSpan payload = BytesAt(bytes, size);
+    Valid(data).Set(type, Unsigned(number), Bytes(payload.begin(), payload.end()));
   });
 }
 
 OSErr RemoveUserData(UserData data, FourCC type, std::int32_t number) {
-  return Call("RemoveUserData", [&] { Valid(data).Remove(type, ItemNumber(number)); });
+  return Call(__func__, [&] { Valid(data).Remove(type, Unsigned(number)); });
 }
 
 OSErr GetUserDataText(UserData data, Handle out, FourCC type, std::int32_t number,
                       std::int16_t language) {
-  return Call("GetUserDataText", [&] {
-    if (out == nullptr) throw Refused{nilHandleErr};
-    out->bytes =
-        TextOf(Valid(data), type, ItemNumber(number), static_cast<std::uint16_t>(language));
+  return Call(__func__, [&] {
+    HandleRecord& copy = Valid(out);
+    copy.bytes = TextOf(Valid(data), type, Unsigned(number), static_cast<std::uint16_t>(language));
   });
 }
 
 OSErr AddUserDataText(UserData data, Handle text, FourCC type, std::int32_t number,
                       std::int16_t language) {
-  return Call("AddUserDataText", [&] {
-    if (text == nullptr) throw Refused{nilHandleErr};
-    SetText(Valid(data), type, ItemNumber(number), static_cast<std::uint16_t>(language),
-            text->bytes);
+  return Call(__func__, [&] {
+    const Bytes& bytes = Valid(text).bytes;
+    SetText(Valid(data), type, Unsigned(number), static_cast<std::uint16_t>(language), bytes);
   });
 }
 

@@ -172,6 +172,20 @@ std::uint64_t SampleTable::SampleAt(MediaTime time) const {
   return slice.SampleOf(std::min(row, slice.part.to - 1));
 }
 
+SampleRange SampleTable::SamplesFrom(MediaTime start, std::int64_t maxSamples,
+                                     MediaTime maxDuration) const {
+  if (start < MediaTime{} || start >= Duration()) throw Refused{invalidTime};
+  // SampleAt finds the last sample at a time, and samples without a duration may be before it.
+  const std::uint64_t from = start == MediaTime{} ? 0 : SampleAt(start);
+  std::uint64_t to = Count();
+  if (maxSamples > 0) to = std::min(to, from + static_cast<std::uint64_t>(maxSamples));
+  const MediaTime time = TimeOf(from);
+  if (maxDuration > MediaTime{} && maxDuration < Duration() - time) {
+    to = std::min(to, SampleAt(time + maxDuration));
+  }
+  return {from, std::max(to, from + 1)};
+}
+
 std::uint64_t SampleTable::SyncAtOrBefore(std::uint64_t sample) const {
   const SampleSlice& slice = SliceOf(sample);
   if (!slice.rows->sync) return sample;

@@ -68,6 +68,9 @@ class SampleTable {
   MediaTime DurationOf(std::uint64_t sample) const;
   // The sample decoded at `time`; the first or the last for a time outside. Count() > 0.
   std::uint64_t SampleAt(MediaTime time) const;
+  // The samples from the one decoded at `start` on. `maxSamples` and `maxDuration` limit them if
+  // they are above 0, but there is at least one. Throws Refused: invalidTime (start outside).
+  SampleRange SamplesFrom(MediaTime start, std::int64_t maxSamples, MediaTime maxDuration) const;
   // The last sync sample, partial ones included, up to `sample`, or the first sample of its slice.
   std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
 

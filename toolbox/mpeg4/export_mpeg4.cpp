@@ -48,12 +48,6 @@ std::uint16_t PackedLanguage(std::uint16_t language) {
   return packed;
 }
 
-// A new 'vmhd' or 'smhd' with the default values. QuickTime's header is not kept: it can have
-// settings for mixing colours that ISO does not define.
-Sibling MediaKindHeader(FourCC type) {
-  return type == kVideo ? SiblingOf(VideoMediaHeader()) : SiblingOf(SoundMediaHeader());
-}
-
 // Converts the descriptions of the media and removes everything that only QuickTime defines. Throws
 // Refused: invalidSampleTable (samples in no chunk), featureUnsupported, invalidSampleDescription.
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
@@ -74,7 +68,10 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   Siblings siblings = {{MediaHeader::kType, {}}};
   if (language != nullptr) siblings.push_back(*language);
   media.siblings = std::move(siblings);
-  media.infoSiblings = {MediaKindHeader(media.Type())};
+  // A new header with the default values, because QuickTime's can have settings for mixing colours
+  // that ISO does not define.
+  media.infoSiblings = {media.Type() == kVideo ? SiblingOf(VideoMediaHeader())
+                                               : SiblingOf(SoundMediaHeader())};
   media.dataSiblings.clear();
   media.userData = {};
   media.handler = IsoHandler(media.handler);
@@ -106,21 +103,16 @@ void ConvertTrack(TrackRecord& track) {
 // A converted copy of the movie, with only the exported tracks. Throws Refused: featureUnsupported
 // if no track is left, or more than one of a kind; and whatever ConvertTrack throws.
 std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecord* only) {
-  std::vector<bool> belongs;
-  for (const auto& track : movie.tracks) belongs.push_back(Belongs(*track, only));
   auto converted = movie.Clone();
   // From the last to the first, so that the indexes of the others stay valid.
-  for (std::size_t i = belongs.size(); i-- > 0;) {
-    if (!belongs[i]) converted->RemoveTrack(*converted->tracks[i]);
+  for (std::size_t i = movie.tracks.size(); i-- > 0;) {
+    if (!Belongs(*movie.tracks[i], only)) converted->RemoveTrack(*converted->tracks[i]);
   }
-  if (converted->tracks.empty()) throw Refused{featureUnsupported};
-  for (const FourCC type : {kVideo, kSound}) {
-    if (std::ranges::count(converted->tracks, type,
-                           [](const auto& track) { return track->media->Type(); }) > 1) {
-      throw Refused{featureUnsupported};
-    }
-  }
-  for (const auto& track : converted->tracks) ConvertTrack(*track);
+  // One track of each kind is enough for a player, and the object descriptor has room for no more.
+  const auto& tracks = converted->tracks;
+  const bool isTwice = tracks.size() == 2 && tracks[0]->media->Type() == tracks[1]->media->Type();
+  if (tracks.empty() || tracks.size() > 2 || isTwice) throw Refused{featureUnsupported};
+  for (const auto& track : tracks) ConvertTrack(*track);
   // A new header, so that no field has a value that only QuickTime defines.
   const MovieHeader& header = movie.header;
   converted->header = {.created = header.created,
@@ -133,17 +125,8 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
   return converted;
 }
 
-// The first sample description of the track of that media type. Empty if there is no such track.
-ByteSpan DescriptionOf(const MovieRecord& movie, FourCC type) {
-  for (const auto& track : movie.tracks) {
-    if (track->media->Type() == type) return track->media->descriptions.at(0).bytes;
-  }
-  return {};
-}
-
 // The profile and level of the sound with that description, as an object descriptor states it.
 std::uint8_t SoundLevel(ByteSpan description) {
-  if (description.empty()) return ProfileLevels::kNothingThere;
   const auto stream = StreamIn(description);
   if (!stream || stream->objectType != ElementaryStream::kAudio) return ProfileLevels::kNotSaid;
   const auto config = ReadAudioConfig(stream->Specific());
@@ -152,18 +135,24 @@ std::uint8_t SoundLevel(ByteSpan description) {
 
 // The same for pictures.
 std::uint8_t PictureLevel(ByteSpan description) {
-  if (description.empty()) return ProfileLevels::kNothingThere;
   if (AvcConfigIn(description)) return ProfileLevels::kAvc;
   const auto stream = StreamIn(description);
   if (!stream || stream->objectType != ElementaryStream::kVisual) return ProfileLevels::kNotSaid;
   return VisualProfile(stream->Specific()).value_or(ProfileLevels::kNotSaid);
 }
 
-// 'iods', ISO/IEC 14496-14 5.1: the profiles and levels that a player needs.
+// 'iods', ISO/IEC 14496-14 5.1: the profiles and levels that a player needs. It has room for one
+// level of a kind, so only the first description of a track counts.
 Sibling ObjectDescriptor(const MovieRecord& movie) {
   ProfileLevels levels;
-  levels.sound = SoundLevel(DescriptionOf(movie, kSound));
-  levels.pictures = PictureLevel(DescriptionOf(movie, kVideo));
+  for (const auto& track : movie.tracks) {
+    const ByteSpan description = track->media->descriptions.at(0).bytes;
+    if (track->media->Type() == kSound) {
+      levels.sound = SoundLevel(description);
+    } else {
+      levels.pictures = PictureLevel(description);
+    }
+  }
   return {FourCC{"iods"}, EncodeObjectDescriptor(levels)};
 }
 

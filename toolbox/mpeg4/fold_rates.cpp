@@ -105,18 +105,13 @@ void FoldRates(TrackRecord& track) {
   std::map<double, Moved> moved;
   EditList edits;
   for (const Edit& edit : track.edits.Edits()) {
-    if (edit.IsEmpty()) {
-      edits.Append(edit.duration, Edit::kNothing, 1.0, track.TimeClock());
-      continue;
-    }
     const double rate = Stated(edit.rate);
-    auto there = moved.find(rate);
-    if (there == moved.end()) {
+    MediaTime start = Edit::kNothing;
+    if (!edit.IsEmpty()) {
       // A rate is moved once, when its first edit comes. Rate 0 moves samples unchanged.
-      there = moved.try_emplace(rate, track, rate, samples).first;
+      start = moved.try_emplace(rate, track, rate, samples).first->second.Place(track, edit);
     }
-    edits.Append(edit.duration, there->second.Place(track, edit), rate == 0 ? 0.0 : 1.0,
-                 track.TimeClock());
+    edits.Append(edit.duration, start, rate == 0 ? 0.0 : 1.0, track.TimeClock());
   }
   edits.TrimEnd();
   track.edits = std::move(edits);

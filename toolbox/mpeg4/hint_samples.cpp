@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <utility>
 #include <vector>
 
@@ -54,37 +53,12 @@ void ForEachSample(const FilePlan& plan, std::size_t index, Visit&& visit) {
 // until a packet is full, so a hint sample may send many sound samples.
 class HintMaker {
  public:
-  HintMaker(const FilePlan& plan, std::size_t track, const Payload& payload,
+  HintMaker(const FilePlan& plan, const Payload& payload, std::int32_t scale,
             const std::function<void(const HintSample&, std::int64_t)>& visit)
-      : plan_(plan),
-        payload_(payload),
-        visit_(visit),
-        scale_(plan.movie->tracks[track]->media->header.scale) {
-    ForEachSample(plan, track, [this](const MediaSample& sample) {
-      if (payload_.kind == Payload::Kind::kAudio) {
-        AddSound(sample);
-      } else {
-        AddPicture(sample);
-      }
-    });
-    SendSound();
-  }
+      : sources_(plan.ownFile), payload_(payload), visit_(visit), scale_(scale) {}
 
- private:
-  // Converts media units to units of the payload's clock.
-  std::int64_t Clock(std::int64_t time) const { return Rescale(time, scale_, payload_.clock); }
-  void StartPacket() {
-    if (hint_.PacketSizes().size() == HintSample::kMostPackets) throw Refused{invalidSampleTable};
-    hint_.StartPacket(payload_.number, sequence_++);
-  }
-  // Completes the hint sample and passes it on. Its last packet gets the marker. `start` and `end`
-  // are in media units: rounding both and not the duration keeps the hints in step with the media.
-  void Send(std::int64_t start, std::int64_t end) {
-    hint_.Mark();
-    visit_(hint_, Clock(end) - Clock(start));
-  }
-
-  // Packets are sent at decode time, but their RTP time is the time at which the picture is shown.
+  // Passes on the hint sample of a picture. Its packets are sent at decode time, but their RTP time
+  // is the time at which the picture is shown.
   void AddPicture(const MediaSample& sample) {
     const std::int64_t offset = Clock(sample.shown) - Clock(sample.time);
     hint_.Clear(static_cast<std::int32_t>(std::clamp<std::int64_t>(offset, INT32_MIN, INT32_MAX)));
@@ -93,56 +67,10 @@ class HintMaker {
     } else {
       for (std::uint64_t at = 0; at < sample.size; at += payload_.room) {
         StartPacket();
-        AddPiece(sample, at, std::min<std::uint64_t>(payload_.room, sample.size - at));
+        hint_.AddMedia(sample.number, at, std::min<std::uint64_t>(payload_.room, sample.size - at));
       }
     }
     Send(sample.time, sample.time + sample.duration);
-  }
-
-  // Each NAL unit is one packet (RFC 6184 5.6). A unit that does not fit is sent in fragments
-  // (FU-A, 5.8), each with two bytes before it. These replace the first byte of the unit.
-  void AddUnits(const MediaSample& sample) {
-    std::uint64_t at = 0;
-    while (at < sample.size) {
-      const Unit unit = ReadUnit(sample, at);
-      at = unit.at + unit.length;
-      if (unit.length != 0 && unit.length <= payload_.room) {
-        StartPacket();
-        AddPiece(sample, unit.at, unit.length);
-        continue;
-      }
-      for (std::uint64_t done = 1; done < unit.length;) {
-        const std::uint64_t length = std::min<std::uint64_t>(payload_.room - 2, unit.length - done);
-        const bool isLast = done + length == unit.length;
-        StartPacket();
-        hint_.AddBytes(NalFragmentHeader(unit.header, done == 1, isLast));
-        AddPiece(sample, unit.at + done, length);
-        done += length;
-      }
-    }
-  }
-
-  struct Unit {
-    std::uint64_t at = 0, length = 0;  // bytes; `at` is after the length field, in the sample
-    std::uint8_t header = 0;  // the first byte of the unit
-  };
-  // Reads the length field at `at` of the sample and the byte after it. Throws Refused:
-  // invalidSampleTable (the unit ends after the sample).
-  Unit ReadUnit(const MediaSample& sample, std::uint64_t at) {
-    std::array<std::uint8_t, 5> bytes{};
-    // An empty unit at the end of a sample has no byte after its length.
-    const std::uint64_t there = std::min<std::uint64_t>(payload_.lengthSize + 1, sample.size - at);
-    if (there < payload_.lengthSize) throw Refused{invalidSampleTable};
-    if (sample.from != from_) {
-      source_ = OpenSource(*sample.from, plan_.ownFile);
-      from_ = sample.from;
-    }
-    source_->Read(sample.at + at, std::span(bytes).first(there));
-    const Unit unit{at + payload_.lengthSize,
-                    NalUnitLength(ByteSpan(bytes).first(payload_.lengthSize)),
-                    bytes[payload_.lengthSize]};
-    if (unit.length > sample.size - unit.at) throw Refused{invalidSampleTable};
-    return unit;
   }
 
   // Adds a unit to the next packet. Sends the packet first if the unit does not fit, has another
@@ -170,10 +98,8 @@ class HintMaker {
     for (std::uint64_t at = 0; at == 0 || at < unitBytes_; at += room) {
       StartPacket();
       hint_.AddBytes(header);
-      if (unitBytes_ > room) {
-        AddPiece(units_[0], at, std::min(room, unitBytes_ - at));
-      } else {
-        for (const MediaSample& unit : units_) AddPiece(unit, 0, unit.size);
+      for (const MediaSample& unit : units_) {
+        hint_.AddMedia(unit.number, at, std::min(room, unit.size - at));
       }
     }
     Send(units_[0].time, units_.back().time + units_.back().duration);
@@ -181,13 +107,62 @@ class HintMaker {
     unitBytes_ = 0;
   }
 
-  // Adds `length` bytes of the sample to the packet, by reference. An entry of no bytes is left
-  // out.
-  void AddPiece(const MediaSample& sample, std::uint64_t at, std::uint64_t length) {
-    if (length != 0) hint_.AddMedia(sample.number, at, static_cast<std::uint32_t>(length));
+ private:
+  // Converts media units to units of the payload's clock.
+  std::int64_t Clock(std::int64_t time) const { return Rescale(time, scale_, payload_.clock); }
+  void StartPacket() {
+    if (hint_.PacketSizes().size() == HintSample::kMostPackets) throw Refused{invalidSampleTable};
+    hint_.StartPacket(payload_.number, sequence_++);
+  }
+  // Completes the hint sample and passes it on. Its last packet gets the marker. `start` and `end`
+  // are in media units: rounding both and not the duration keeps the hints in step with the media.
+  void Send(std::int64_t start, std::int64_t end) {
+    hint_.Mark();
+    visit_(hint_, Clock(end) - Clock(start));
   }
 
-  const FilePlan& plan_;
+  // Each NAL unit is one packet (RFC 6184 5.6). A unit that does not fit is sent in fragments
+  // (FU-A, 5.8), each with two bytes before it. These replace the first byte of the unit.
+  void AddUnits(const MediaSample& sample) {
+    for (std::uint64_t at = 0; at < sample.size;) {
+      const Unit unit = ReadUnit(sample, at);
+      at = unit.at + unit.length;
+      if (unit.length != 0 && unit.length <= payload_.room) {
+        StartPacket();
+        hint_.AddMedia(sample.number, unit.at, unit.length);
+        continue;
+      }
+      for (std::uint64_t done = 1; done < unit.length;) {
+        const std::uint64_t length = std::min<std::uint64_t>(payload_.room - 2, unit.length - done);
+        const bool isLast = done + length == unit.length;
+        StartPacket();
+        hint_.AddBytes(NalFragmentHeader(unit.header, done == 1, isLast));
+        hint_.AddMedia(sample.number, unit.at + done, length);
+        done += length;
+      }
+    }
+  }
+
+  struct Unit {
+    std::uint64_t at = 0, length = 0;  // bytes; `at` is after the length field, in the sample
+    std::uint8_t header = 0;  // the first byte of the unit
+  };
+  // Reads the length field at `at` of the sample and the byte after it. Throws Refused:
+  // invalidSampleTable (the unit ends after the sample).
+  Unit ReadUnit(const MediaSample& sample, std::uint64_t at) {
+    std::array<std::uint8_t, 5> bytes{};
+    // An empty unit at the end of a sample has no byte after its length.
+    const std::uint64_t there = std::min<std::uint64_t>(payload_.lengthSize + 1, sample.size - at);
+    if (there < payload_.lengthSize) throw Refused{invalidSampleTable};
+    sources_.Open(*sample.from, [] {}).Read(sample.at + at, std::span(bytes).first(there));
+    const Unit unit{at + payload_.lengthSize,
+                    NalUnitLength(ByteSpan(bytes).first(payload_.lengthSize)),
+                    bytes[payload_.lengthSize]};
+    if (unit.length > sample.size - unit.at) throw Refused{invalidSampleTable};
+    return unit;
+  }
+
+  OpenSources sources_;  // keep the files open from sample to sample
   const Payload& payload_;
   const std::function<void(const HintSample&, std::int64_t)>& visit_;
   const std::int32_t scale_;
@@ -195,15 +170,18 @@ class HintMaker {
   std::uint16_t sequence_ = 0;
   std::vector<MediaSample> units_;  // sound gathered for the next packet
   std::uint64_t unitBytes_ = 0;  // size of all of them
-  const DataReference* from_ = nullptr;  // the file that is open
-  std::unique_ptr<ByteSource> source_;  // of from_; kept open from sample to sample
 };
 
 }  // namespace
 
 void MakeHintSamples(const FilePlan& plan, std::size_t track, const Payload& payload,
                      const std::function<void(const HintSample&, std::int64_t)>& visit) {
-  HintMaker(plan, track, payload, visit);
+  HintMaker maker(plan, payload, plan.movie->tracks[track]->media->header.scale, visit);
+  ForEachSample(plan, track, [&](const MediaSample& sample) {
+    if (payload.kind == Payload::Kind::kAudio) return maker.AddSound(sample);
+    maker.AddPicture(sample);
+  });
+  maker.SendSound();
 }
 
 }  // namespace toolbox

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/atoms/hint_atoms.h"
-#include "toolbox/movie/run_joiner.h"
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
@@ -21,61 +21,46 @@ namespace {
 struct HintFacts {
   SampleRows rows;
   std::uint64_t size = 0;  // bytes of all samples
-  std::uint64_t packets = 0, packetBytes = 0, bitRate = 0, highestBitRate = 0;
-  std::uint32_t largestPacket = 0;  // bytes
+  std::uint64_t bitRate = 0;  // the average, in bits a second
+  HintHeader header;
 };
 
 // Makes all hint samples once, and keeps only their facts. Throws Refused like MakeHintSamples, and
 // invalidDuration (a sample lasts too long for a file).
 HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payload) {
   HintFacts facts;
-  std::vector<std::pair<std::uint32_t, std::int64_t>> times;
-  const auto addTime = [&times](std::uint32_t samples, std::int64_t duration) {
-    times.emplace_back(samples, duration);
-  };
-  RunJoiner<std::int64_t, decltype(addTime)> durations(addTime);
+  std::uint32_t largestPacket = 0;
   std::int64_t time = 0, second = 0;
-  std::uint64_t inSecond = 0;
+  std::uint64_t packets = 0, bytes = 0, inSecond = 0, fullestSecond = 0;
   MakeHintSamples(plan, track, payload, [&](const HintSample& sample, std::int64_t duration) {
     if (duration > UINT32_MAX) throw Refused{invalidDuration};
+    ++facts.rows.count;
     facts.rows.sizes.Add(sample.Content().size());
+    facts.rows.AddTimes(1, static_cast<std::uint32_t>(duration));
     facts.size += sample.Content().size();
-    durations.Add(1, duration);
     // The highest bit rate is that of the fullest second, counted in whole seconds from the start.
     if (time / payload.clock != second) inSecond = 0;
     second = time / payload.clock;
     time += duration;
     for (const std::uint32_t packet : sample.PacketSizes()) {
-      ++facts.packets;
-      facts.packetBytes += packet;
-      facts.largestPacket = std::max(facts.largestPacket, packet);
+      ++packets;
+      bytes += packet;
       inSecond += packet;
+      largestPacket = std::max(largestPacket, packet);
     }
-    facts.highestBitRate = std::max(facts.highestBitRate, 8 * inSecond);
+    fullestSecond = std::max(fullestSecond, inSecond);
   });
-  durations.Flush();
-  facts.rows.count = static_cast<std::uint32_t>(facts.rows.sizes.Count());
-  for (const auto& [samples, duration] : times) {
-    facts.rows.AddTimes(samples, static_cast<std::uint32_t>(duration));
-  }
-  facts.bitRate = time == 0
-                      ? 0
-                      : static_cast<std::uint64_t>(Rescale(
-                            static_cast<std::int64_t>(8 * facts.packetBytes), time, payload.clock));
-  return facts;
-}
-
-// 'hmhd'. Bit rates that do not fit into its 32 bits are limited to the largest value.
-Sibling HintHeaderAtom(const HintFacts& facts) {
+  const auto bits = static_cast<std::int64_t>(8 * bytes);
+  if (time != 0) facts.bitRate = static_cast<std::uint64_t>(Rescale(bits, time, payload.clock));
+  // Bit rates that do not fit into the header are limited to the largest value.
   const auto narrow = [](std::uint64_t value) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(value, UINT32_MAX));
   };
-  const std::uint64_t average = facts.packets == 0 ? 0 : facts.packetBytes / facts.packets;
-  return {HintHeader::kType,
-          Encode(HintHeader{.largestPacket = static_cast<std::uint16_t>(facts.largestPacket),
-                            .averagePacket = static_cast<std::uint16_t>(average),
-                            .highestBitRate = narrow(facts.highestBitRate),
-                            .averageBitRate = narrow(facts.bitRate)})};
+  facts.header = {.largestPacket = static_cast<std::uint16_t>(largestPacket),
+                  .averagePacket = static_cast<std::uint16_t>(packets == 0 ? 0 : bytes / packets),
+                  .highestBitRate = narrow(8 * fullestSecond),
+                  .averageBitRate = narrow(facts.bitRate)};
+  return facts;
 }
 
 Bytes AsBytes(const std::string& text) { return {text.begin(), text.end()}; }
@@ -114,6 +99,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   // hint samples are made twice, so it would take too long.
   constexpr std::uint64_t kMostSamples = 1 << 25;
   TrackRecord& hinted = *plan.movie->tracks[index];
+  const MediaHeader& from = hinted.media->header;
   if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
   DescribedPayload described = DescribePayload(*hinted.media);
   Payload& payload = described.payload;
@@ -122,8 +108,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   const std::uint32_t packetSize = std::min<std::uint32_t>(settings.packetSize, UINT16_MAX);
   if (packetSize < kRtpHeader + Payload::kLeastRoom) throw Refused{featureUnsupported};
   payload.room = packetSize - kRtpHeader;
-  payload.longest =
-      Rescale(settings.packetDuration, 1000, hinted.media->header.scale, Rounding::kDown);
+  payload.longest = Rescale(settings.packetDuration, 1000, from.scale, Rounding::kDown);
   HintFacts facts = Measure(plan, index, payload);
   TakeSync(hinted.media->samples, facts.rows);
 
@@ -135,18 +120,15 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   // The hints are shown at the same movie times as the media, but count media time by the RTP
   // clock.
   track.edits = hinted.edits;
-  track.edits.MapMedia([&](MediaTime time) {
-    return MediaTime{Rescale(time.units, hinted.media->header.scale, payload.clock)};
-  });
+  track.edits.MapMedia(
+      [&](MediaTime time) { return MediaTime{Rescale(time.units, from.scale, payload.clock)}; });
   const std::string text =
       DescribeTrack(described, hinted.media->Type(), track.header.id, facts.bitRate);
   track.userData.items = {{FourCC{"hnti"}, Encode(TrackSessionText{AsBytes(text)})}};
   MediaRecord& media = track.SetMedia({});
-  media.header.created = hinted.media->header.created;
-  media.header.scale = payload.clock;
-  media.header.language = hinted.media->header.language;
+  media.header = {.created = from.created, .scale = payload.clock, .language = from.language};
   media.handler = NewHandler(FourCC(), FourCC{"hint"}, "Hint");
-  media.infoSiblings = {HintHeaderAtom(facts)};
+  media.infoSiblings = {SiblingOf(facts.header)};
   media.dataReferences = {ThisFile{}};
   media.descriptions = {
       {Encode(RtpHintEntry{.packetSize = packetSize, .clock = {payload.clock}}), 0}};
@@ -173,7 +155,6 @@ void AddHintTracks(FilePlan& plan, const Mpeg4Settings& settings) {
       bitRate += AddHintTrack(plan, i, settings);
     } catch (const Refused&) {
       // The file plays without hints, and the other tracks may still get theirs.
-      continue;
     }
   }
   if (plan.tracks.size() == count) return;

@@ -19,43 +19,40 @@ constexpr FourCC kAvc{"avc1"}, kVisual{"mp4v"}, kAudio{"mp4a"};
 // is missing or cannot be read).
 Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   static constexpr FourCC kKept[] = {{"pasp"}, {"btrt"}, {"clap"}};
-  const FourCC configType = entry.format == kAvc ? FourCC{"avcC"} : FourCC{"esds"};
-  Bytes kept;
+  const bool isAvc = entry.format == kAvc;
+  const FourCC configType = isAvc ? FourCC{"avcC"} : FourCC{"esds"};
+  Bytes kept, stream;
+  if (isAvc) {
+    // An 'avcC' is copied unchanged, but it must be readable.
+    Required(AvcConfigIn(description));
+  } else {
+    stream = EncodeElementaryStream(Required(StreamIn(description)), LengthBytes::kFour);
+  }
   const auto keep = [&](ByteSpan atom) { kept.insert(kept.end(), atom.begin(), atom.end()); };
   bool hasConfig = false;
   for (const AtomView& atom : entry.Atoms()) {
     if (atom.type == configType) {
-      if (hasConfig) continue;
+      if (!hasConfig) keep(isAvc ? atom.whole : ByteSpan(stream));
       hasConfig = true;
-      if (entry.format == kVisual) {
-        keep(EncodeElementaryStream(Required(StreamIn(description)), LengthBytes::kFour));
-      } else {
-        // An 'avcC' is copied unchanged, but it must be readable.
-        Required(AvcConfigIn(description));
-        keep(atom.whole);
-      }
     } else if (atom.type == FourCC{"colr"}) {
       keep(IsoColors(atom));
     } else if (std::ranges::find(kKept, atom.type) != std::end(kKept)) {
       keep(atom.whole);
     }
   }
-  if (!hasConfig) throw Refused{invalidSampleDescription};
   return kept;
 }
 
 // The fields that are not set have the values that ISO requires.
 Bytes PictureDescription(ByteSpan description) {
   const PictureEntry stated = Required(ReadPictureEntry(description));
-  PictureEntry iso;
-  iso.format = stated.format;
-  iso.reserved = stated.reserved;
-  iso.dataReference = stated.dataReference;
-  iso.width = stated.width;
-  iso.height = stated.height;
-  iso.name = stated.ValidName();
-  iso.atoms = IsoAtoms(description, stated);
-  return Encode(iso);
+  return Encode(PictureEntry{.format = stated.format,
+                             .reserved = stated.reserved,
+                             .dataReference = stated.dataReference,
+                             .width = stated.width,
+                             .height = stated.height,
+                             .name = stated.ValidName(),
+                             .atoms = IsoAtoms(description, stated)});
 }
 
 // Builds an entry of version 0, whatever version QuickTime uses. `scale` is the sample rate in Hz,
@@ -63,13 +60,9 @@ Bytes PictureDescription(ByteSpan description) {
 Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
   const SoundEntry stated = Required(ReadSoundEntry(description));
   const ElementaryStream stream = Required(StreamIn(description));
-
-  auto rate = static_cast<double>(scale);
-  std::uint32_t channels = stated.channels;
-  if (const auto wide = stated.Wide()) {
-    rate = wide->Rate();
-    channels = wide->channels;
-  }
+  const auto wide = stated.Wide();
+  const double rate = wide ? wide->Rate() : scale;
+  std::uint32_t channels = wide ? wide->channels : stated.channels;
   const auto config = ReadAudioConfig(stream.Specific());
   // The decoder configuration is more reliable than the entry. 0 channels there means that the
   // count is in the stream.
@@ -78,17 +71,15 @@ Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
   }
   if (channels == 0 || channels > UINT16_MAX) channels = 2;
 
-  SoundEntry iso;
-  iso.format = stated.format;
-  iso.reserved = stated.reserved;
-  iso.dataReference = stated.dataReference;
-  iso.channels = static_cast<std::uint16_t>(channels);
   // A rate of 65,536 Hz or more does not fit into 16.16. The entry has 0 then, and a decoder finds
   // the rate in the stream.
   const bool fits = rate >= 0 && rate < 65536;
-  iso.rate = fits ? static_cast<std::uint32_t>(std::floor(rate * 65536)) : 0U;
-  iso.rest = EncodeElementaryStream(stream, LengthBytes::kFour);
-  return Encode(iso);
+  return Encode(SoundEntry{.format = stated.format,
+                           .reserved = stated.reserved,
+                           .dataReference = stated.dataReference,
+                           .channels = static_cast<std::uint16_t>(channels),
+                           .rate = fits ? static_cast<std::uint32_t>(std::floor(rate * 65536)) : 0U,
+                           .rest = EncodeElementaryStream(stream, LengthBytes::kFour)});
 }
 
 }  // namespace

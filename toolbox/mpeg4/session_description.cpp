@@ -36,27 +36,22 @@ std::string Base64(Bytes bytes) {
 
 // RFC 6184 8.1. Packetization mode 1 allows the fragments that MakeHintSamples makes.
 DescribedPayload DescribeAvc(const AvcConfig& config) {
-  DescribedPayload described;
-  described.payload.kind = Payload::Kind::kAvc;
-  described.payload.lengthSize = config.lengthSize;
-  described.encoding = "H264/90000";
   std::string sets;
   for (const Bytes& set : config.parameterSets) sets += (sets.empty() ? "" : ",") + Base64(set);
-  described.parameters = "profile-level-id=" + Hex(config.profile) +
-                         "; packetization-mode=1; sprop-parameter-sets=" + sets;
-  return described;
+  return {.payload = {.kind = Payload::Kind::kAvc, .lengthSize = config.lengthSize},
+          .encoding = "H264/90000",
+          .parameters = "profile-level-id=" + Hex(config.profile) +
+                        "; packetization-mode=1; sprop-parameter-sets=" + sets};
 }
 
 // RFC 6416 7.1. The profile is left out if the configuration does not state it.
 DescribedPayload DescribeVisual(const ElementaryStream& stream) {
   const ByteSpan specific = stream.Specific();
-  DescribedPayload described;
-  described.encoding = "MP4V-ES/90000";
+  std::string parameters = "config=" + Hex(specific);
   if (const auto profile = VisualProfile(specific)) {
-    described.parameters = "profile-level-id=" + std::to_string(*profile) + "; ";
+    parameters = "profile-level-id=" + std::to_string(*profile) + "; " + parameters;
   }
-  described.parameters += "config=" + Hex(specific);
-  return described;
+  return {.payload = {}, .encoding = "MP4V-ES/90000", .parameters = parameters};
 }
 
 // RFC 3640 4.1. The three lengths at the end are the bits of the unit headers in mode AAC-hbr, and
@@ -64,17 +59,13 @@ DescribedPayload DescribeVisual(const ElementaryStream& stream) {
 DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t channels,
                                std::int32_t scale) {
   const ByteSpan specific = stream.Specific();
-  const auto config = ReadAudioConfig(specific);
-  if (!config) throw Refused{invalidSampleDescription};
-  DescribedPayload described;
-  described.payload.kind = Payload::Kind::kAudio;
-  described.payload.clock = scale;
-  described.encoding = "mpeg4-generic/" + std::to_string(scale) + "/" + std::to_string(channels);
-  described.parameters = "streamtype=5; profile-level-id=" +
-                         std::to_string(AudioProfile(*config).value_or(ProfileLevels::kNotSaid)) +
-                         "; mode=AAC-hbr; config=" + Hex(specific) +
-                         "; SizeLength=13; IndexLength=3; IndexDeltaLength=3";
-  return described;
+  const AudioConfig config = Required(ReadAudioConfig(specific));
+  const int profile = AudioProfile(config).value_or(ProfileLevels::kNotSaid);
+  return {.payload = {.kind = Payload::Kind::kAudio, .clock = scale},
+          .encoding = "mpeg4-generic/" + std::to_string(scale) + "/" + std::to_string(channels),
+          .parameters = "streamtype=5; profile-level-id=" + std::to_string(profile) +
+                        "; mode=AAC-hbr; config=" + Hex(specific) +
+                        "; SizeLength=13; IndexLength=3; IndexDeltaLength=3"};
 }
 
 // The bandwidth line. RFC 4566 5.8 counts in kilobits a second; a part of one is rounded up.
