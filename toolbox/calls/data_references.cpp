@@ -55,7 +55,7 @@ Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>&
     handle->block = memory->data;
     type = kMemory;
   } else if (const auto* unresolved = std::get_if<Unresolved>(&reference)) {
-    handle->bytes = unresolved->record;
+    handle->bytes = unresolved->data;
     type = unresolved->kind;
   } else if (file != nullptr) {
     handle->bytes = AliasRecord(file->path, {});

@@ -26,16 +26,15 @@ constexpr Run kRuns[] = {
 }  // namespace
 
 std::optional<TextEncoding> EncodingOf(std::int16_t script, std::int16_t language) {
-  if (language == kAnyScriptOrLanguage) {
-    // Scripts and their encodings share their numbers.
-    const auto encoding = static_cast<TextEncoding>(script);
-    return script >= 0 && HasConverter(encoding) ? std::optional(encoding) : std::nullopt;
+  // Scripts and their encodings share their numbers. A negative script becomes a large number that
+  // no encoding has.
+  auto encoding = static_cast<TextEncoding>(script);
+  if (language != kAnyScriptOrLanguage) {
+    const auto* run = std::ranges::lower_bound(kRuns, language, {}, &Run::last);
+    if (run == std::end(kRuns) || language < run->first) return std::nullopt;
+    encoding = run->encoding;
   }
-  const auto* run = std::ranges::lower_bound(kRuns, language, {}, &Run::last);
-  if (run == std::end(kRuns) || language < run->first || !HasConverter(run->encoding)) {
-    return std::nullopt;
-  }
-  return run->encoding;
+  return HasConverter(encoding) ? std::optional(encoding) : std::nullopt;
 }
 
 }  // namespace toolbox

@@ -18,8 +18,8 @@ constexpr char32_t kEscape = 0xDC00;  // plus a byte that is not UTF-8
 const UNormalizer2& Composer() {
   UErrorCode error = U_ZERO_ERROR;
   const UNormalizer2* composer = unorm2_getNFCInstance(&error);
-  if (U_FAILURE(error))
-    throw std::bad_alloc();  // the data is built in, so only memory can be missing
+  // The data is built in, so only memory can be missing.
+  if (U_FAILURE(error)) throw std::bad_alloc();
   return *composer;
 }
 
@@ -59,14 +59,16 @@ std::string Utf8(std::u16string_view utf16) {
   return text;
 }
 
-bool IsValid(std::u16string_view utf16) {
-  while (!utf16.empty()) {
-    const char32_t codePoint = FirstCodePoint(utf16);
-    if (IsSurrogate(codePoint)) return false;
-    utf16.remove_prefix(UnitsOf(codePoint));
+std::u16string Repaired(std::u16string text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const char32_t codePoint = FirstCodePoint(std::u16string_view(text).substr(at));
+    if (IsSurrogate(codePoint)) text[at] = 0xFFFD;
+    at += UnitsOf(codePoint);
   }
-  return true;
+  return text;
 }
+
+bool IsValid(std::u16string_view utf16) { return Repaired(std::u16string(utf16)) == utf16; }
 
 char32_t FirstCodePoint(std::u16string_view text) {
   const char16_t* at = text.data();

@@ -12,6 +12,8 @@ namespace toolbox {
 std::u16string Utf16(std::string_view utf8);
 // Converts text to UTF-8, with the bytes that Utf16 put into lone surrogates.
 std::string Utf8(std::u16string_view utf16);
+// The text with U+FFFD in place of each lone surrogate.
+std::u16string Repaired(std::u16string text);
 // Whether the text has no lone surrogates.
 bool IsValid(std::u16string_view utf16);
 
