@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "toolbox/disk/byte_source.h"
-#include "toolbox/read/top_level.h"
+#include "toolbox/movie/movie.h"
 
 namespace toolbox {
 
 // The layout of a file. It has no content of atoms and is valid until the file changes.
 struct FileOutline {
-  struct Part : TopLevelAtom {
+  struct Part : FileAtom {
     // Whether it can be overwritten, see IsMereRoom. A 'moov' after the first is never used, so it
     // is judged as if it were 'free'.
     bool isMereRoom = false;

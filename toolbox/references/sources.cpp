@@ -1,6 +1,5 @@
 #include "toolbox/references/sources.h"
 
-#include <algorithm>
 #include <variant>
 
 #include "toolbox/disk/descriptor.h"
@@ -25,13 +24,6 @@ std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
   if (std::holds_alternative<ThisFile>(reference) && ownFile) file = &*ownFile;
   if (file == nullptr) throw Refused{couldNotResolveDataRef};
   return std::make_unique<FileSource>(file->path);
-}
-
-bool OpenSources::MoveToFront(const DataReference& reference) {
-  const auto found = std::ranges::find(opened_, &reference, &Opened::reference);
-  if (found == opened_.end()) return false;
-  opened_.splice(opened_.begin(), opened_, found);
-  return true;
 }
 
 }  // namespace toolbox

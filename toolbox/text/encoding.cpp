@@ -69,6 +69,8 @@ struct Converter {
   bool Exists() const { return upper != nullptr || library != nullptr; }
 };
 
+// These two return false and add nothing if the encoding does not have the code point. A table has
+// only code points of one unit.
 bool AppendFromTable(std::u16string_view codePoint, const UpperHalf& upper, Bytes& bytes) {
   const auto* found = std::ranges::find(upper, codePoint[0]);
   if (codePoint.size() > 1 || found == upper.end()) return false;
@@ -77,7 +79,7 @@ bool AppendFromTable(std::u16string_view codePoint, const UpperHalf& upper, Byte
 }
 
 bool AppendByLibrary(std::u16string_view codePoint, UConverter& library, Bytes& bytes) {
-  char converted[8];
+  char converted[8];  // more than a code point has in any encoding
   UErrorCode error = U_ZERO_ERROR;
   const std::int32_t size = ucnv_fromUChars(&library, converted, sizeof converted, codePoint.data(),
                                             static_cast<std::int32_t>(codePoint.size()), &error);
@@ -86,8 +88,8 @@ bool AppendByLibrary(std::u16string_view codePoint, UConverter& library, Bytes& 
   return true;
 }
 
-// Adds the bytes of one code point, one or two units. `converter` is that of `encoding`. Returns
-// false and adds nothing if the encoding does not have the code point.
+// Adds the bytes of one code point, which has one or two units. `converter` is that of `encoding`.
+// Returns false and adds nothing if the encoding does not have the code point.
 bool Append(std::u16string_view codePoint, TextEncoding encoding, const Converter& converter,
             Bytes& bytes) {
   if (encoding == kUtf8) {
@@ -113,7 +115,8 @@ bool Append(std::u16string_view codePoint, TextEncoding encoding, const Converte
                                     : AppendByLibrary(codePoint, *converter.library, bytes);
 }
 
-// UTF-16 in either byte order. The mark stays in the text.
+// UTF-16 in either byte order. Without a mark it is big-endian, as all numbers in the files. A mark
+// stays in the text.
 std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   if (bytes.size() % 2 != 0) return std::nullopt;
   const bool isLittle = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
@@ -139,7 +142,7 @@ std::optional<std::u16string> DecodedByTable(ByteSpan bytes, const UpperHalf& up
 std::optional<std::u16string> DecodedByLibrary(ByteSpan bytes, UConverter& library) {
   if (bytes.size() > INT_MAX) return std::nullopt;
   const auto size = static_cast<std::int32_t>(bytes.size());
-  std::u16string text(bytes.size(), 0);  // no encoding has more units than bytes
+  std::u16string text(bytes.size(), 0);  // in these encodings a unit has at least one byte
   UErrorCode error = U_ZERO_ERROR;
   const std::int32_t length = ucnv_toUChars(
       &library, text.data(), size, reinterpret_cast<const char*>(bytes.data()), size, &error);
@@ -193,7 +196,7 @@ EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uin
       }
       left.remove_prefix(units);
     }
-    // A character that does not fit is left out as a whole.
+    // A character that does not fit is left out as a whole. What precedes it is still valid text.
     if (bytes.size() > most - done.bytes.size()) break;
     done.bytes.insert(done.bytes.end(), bytes.begin(), bytes.end());
     done.length += length;

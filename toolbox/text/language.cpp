@@ -12,7 +12,9 @@ struct Run {
   TextEncoding encoding;
 };
 
-// In order. Languages are missing if their encoding has no converter.
+// In order. The encoding of a language is that of the script it is written in, or a variant of that
+// encoding with its own letters: Turkish, Icelandic, Croatian and Romanian differ from the other
+// Roman languages. Languages are missing if their encoding has no converter.
 constexpr Run kRuns[] = {
     {0, 9, 0},     {10, 10, 5},   {11, 11, 1},   {12, 12, 4},   {13, 13, 0},   {14, 14, 6},
     {15, 15, 37},  {16, 16, 0},   {17, 17, 35},  {18, 18, 36},  {19, 19, 2},   {20, 20, 4},

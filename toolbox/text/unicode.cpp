@@ -23,7 +23,7 @@ const UNormalizer2& Composer() {
   return *composer;
 }
 
-// FirstCodePoint returns a surrogate only if it is a lone one.
+// Whether a result of FirstCodePoint is a lone surrogate. It returns no others.
 bool IsSurrogate(char32_t codePoint) { return codePoint >= 0xD800 && codePoint < 0xE000; }
 
 }  // namespace
@@ -32,6 +32,7 @@ std::u16string Utf16(std::string_view utf8) {
   std::u16string text;
   text.reserve(utf8.size());
   for (const char* at = utf8.data(); at != utf8.data() + utf8.size();) {
+    // After an error `next` can be past more than one byte, but only the first one is replaced.
     const char* next = at;
     const auto codePoint = Of8::decode(next, utf8.data() + utf8.size());
     if (boost::locale::utf::is_valid_codepoint(codePoint)) {

@@ -17,7 +17,8 @@ struct UpperRange {
   char16_t unit;
 };
 
-// A copy of `table` with other characters in `ranges`.
+// A copy of `table` with other characters in `ranges`. Most encodings differ from another one only
+// in a few characters, or have their alphabet in one piece.
 consteval UpperHalf With(UpperHalf table, std::initializer_list<UpperRange> ranges) {
   for (const auto& [first, last, unit] : ranges) {
     std::iota(&table[first - 0x80U], &table[last - 0x80U] + 1, unit);
