@@ -129,10 +129,10 @@ class Model {
     }
     // moviedump reads movies without resolving data references, because a missing file would make
     // the reader refuse the movie.
-    const auto& [kind, versionAndFlags, record] = std::get<toolbox::Unresolved>(reference);
-    const auto found = toolbox::ReadDataReference({kind, versionAndFlags, record}, file_, true);
+    const auto& entry = std::get<toolbox::Unresolved>(reference);
+    const auto found = toolbox::ReadDataReference(entry, file_, true);
     const bool isThere = !std::holds_alternative<toolbox::Unresolved>(found);
-    return '\'' + kind.Text() + "' " + (isThere ? Text(found) : "unresolved");
+    return '\'' + entry.kind.Text() + "' " + (isThere ? Text(found) : "unresolved");
   }
 
   // Prints sums only: the lines stay comparable if samples are stored in other rows.

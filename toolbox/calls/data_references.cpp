@@ -65,7 +65,7 @@ Handle HandleFor(const DataReference& reference, const std::optional<OtherFile>&
     handle->block = memory->data;
     kind = kMemory;
   } else if (const auto* unresolved = std::get_if<Unresolved>(&reference)) {
-    handle->bytes = unresolved->record;
+    handle->bytes = unresolved->data;
     kind = unresolved->kind;
   } else {
     const auto* file = std::get_if<OtherFile>(&reference);

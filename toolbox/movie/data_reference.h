@@ -7,7 +7,7 @@
 #include <optional>
 #include <variant>
 
-#include "toolbox/atoms/fourcc.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/file_state.h"
 
@@ -35,13 +35,8 @@ struct InMemory {
   std::shared_ptr<Bytes> data;
   friend bool operator==(const InMemory&, const InMemory&) = default;
 };
-// A reference to something that we cannot read. It is written back unchanged.
-struct Unresolved {
-  FourCC kind;
-  std::uint32_t versionAndFlags = 0;
-  Bytes record;
-  friend bool operator==(const Unresolved&, const Unresolved&) = default;
-};
+// A reference to something that we cannot read. The entry is written back unchanged.
+using Unresolved = DataReferenceEntry;
 using DataReference = std::variant<ThisFile, OtherFile, InMemory, Unresolved>;
 
 }  // namespace toolbox

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/siblings.h"
 #include "toolbox/movie/data_reference.h"
@@ -18,13 +19,15 @@ namespace toolbox {
 // The time now, as files count it: seconds since 1904-01-01 UTC.
 std::uint64_t Now();
 
-// An atom next to the movie in its file, or the bytes after the last atom. It is read only when it
-// is copied.
-struct FileAtom {
-  static constexpr FourCC kTrailer{};  // the bytes after the last atom
+// An atom at the top level of a file, or the bytes after the last atom. Its content stays in the
+// file.
+struct FileAtom : AtomFrame {
+  static constexpr FourCC kTrailer{};  // the type of the bytes after the last atom
 
-  FourCC type;
-  std::uint64_t at = 0, size = 0;  // bytes
+  std::uint64_t at = 0;  // where it starts, in bytes
+
+  std::uint64_t ContentAt() const { return at + headerSize; }
+  std::uint64_t ContentSize() const { return size - headerSize; }
 };
 
 // A movie without its tracks.

@@ -8,6 +8,7 @@
 #include "toolbox/atoms/atom_heads.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
+#include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -20,7 +21,7 @@ WriteBytes WriteType(std::uint64_t atom, FourCC type) { return {atom + 4, TypeBy
 
 // Whether the atom is a second 'moov', left by a save that was interrupted. The first one counts.
 bool IsLeftover(const FileOutline& file, const FileOutline::Part& part) {
-  return part.atom.type == kMovie && &part != &file.Movie();
+  return part.type == kMovie && &part != &file.Movie();
 }
 
 // Throws Refused (featureUnsupported) if the old movie or its fragments contain auxiliary
@@ -28,8 +29,8 @@ bool IsLeftover(const FileOutline& file, const FileOutline::Part& part) {
 void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
   const auto isLost = [&file](const CopyRange& range) {
     return std::ranges::any_of(file.atoms, [&](const FileOutline::Part& part) {
-      const bool isToGo = &part == &file.Movie() || BelongsToFragments(part.atom.type);
-      return isToGo && range.at < part.at + part.atom.size && range.at + range.length > part.at;
+      const bool isToGo = &part == &file.Movie() || BelongsToFragments(part.type);
+      return isToGo && range.at < part.at + part.size && range.at + range.length > part.at;
     });
   };
   for (const TrackPlan& track : plan.tracks) {
@@ -97,14 +98,14 @@ bool MayTear(std::uint64_t at, std::uint64_t size) {
 bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   if (!file.lastHasNoSize) return true;
   const FileOutline::Part& last = file.atoms.back();
-  const Bytes head = AtomHead(last.atom.type, last.atom.size - 8);
+  const Bytes head = AtomHead(last.type, last.size - 8);
   std::uint64_t at = last.at;
   if (head.size() != 8) {
     // A head of 16 bytes also takes the 8 bytes of a 'wide' before it.
     const std::size_t count = file.atoms.size();
     if (count < 2) return false;
     const FileOutline::Part& before = file.atoms[count - 2];
-    if (before.atom.type != FourCC{"wide"} || before.atom.size != 8) return false;
+    if (before.type != FourCC{"wide"} || before.size != 8) return false;
     at = before.at;
   }
   if (MayTear(at, head.size())) return false;
@@ -116,10 +117,9 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
 // there is no such room.
 const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
   const auto found = std::ranges::find_if(file.atoms, [&](const FileOutline::Part& part) {
-    const AtomFrame& atom = part.atom;
-    const bool isFree = atom.type == kFree || atom.type == kSkip || IsLeftover(file, part);
-    return isFree && atom.headerSize == 8 && (atom.size == size || atom.size >= size + 8) &&
-           part.room != Room::kNone && !MayTear(part.at, atom.headerSize);
+    const bool isFree = part.type == kFree || part.type == kSkip || IsLeftover(file, part);
+    return isFree && part.headerSize == 8 && (part.size == size || part.size >= size + 8) &&
+           part.room != Room::kNone && !MayTear(part.at, part.headerSize);
   });
   return found == file.atoms.end() ? nullptr : &*found;
 }
@@ -134,9 +134,9 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   Stage stage;
   // All but the head first. The room is free until the head is written.
   stage.steps.emplace_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
-  if (room.atom.size > movie.size()) {
+  if (room.size > movie.size()) {
     // Zeros are there already, or else overwrite what is left of an older movie.
-    const std::uint64_t rest = room.atom.size - movie.size();
+    const std::uint64_t rest = room.size - movie.size();
     stage.steps.emplace_back(WriteBytes{room.at + movie.size(), room.room == Room::kZeros
                                                                     ? AtomHead(kFree, rest - 8)
                                                                     : FreeAtom(rest)});
@@ -199,8 +199,8 @@ std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
   };
   for (const FileOutline::Part& part : file.atoms) {
     const bool isDropped =
-        &part == &file.Movie() || (file.isFragmented && BelongsToFragments(part.atom.type));
-    if (part.at >= start && !isDropped) keep(part.at, part.at + part.atom.size);
+        &part == &file.Movie() || (file.isFragmented && BelongsToFragments(part.type));
+    if (part.at >= start && !isDropped) keep(part.at, part.at + part.size);
   }
   if (!file.isFragmented || !file.endsInsideFragment) keep(file.end, file.size);
   return kept;
@@ -212,7 +212,7 @@ std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
 std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
   if (file.locatesItems) throw Refused{featureUnsupported};
   const FileOutline::Part& first = file.atoms.front();
-  const std::uint64_t start = first.atom.type == FourCC{"ftyp"} ? first.atom.size : 0;
+  const std::uint64_t start = first.type == FourCC{"ftyp"} ? first.size : 0;
   const std::vector<Stretch> kept = KeptFrom(file, start);
   // The size of the movie changes the shifts, and the shifts can change the size of the movie. So
   // repeat until the size stays the same.

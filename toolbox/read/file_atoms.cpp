@@ -27,79 +27,49 @@ bool StartsAtom(ByteSpan bytes) {
   return BelongsToFragments(type) || std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 
-// The content of `meta`, without size and type. Throws Refused: featureUnsupported (too large).
-HeldBytes ContentOf(const ByteSource& source, const FileAtom& meta) {
-  Bytes head(std::min<std::uint64_t>(meta.size, 16));
-  source.Read(meta.at, head);
-  const std::uint64_t headSize = ReadFrame(head, meta.size).value().headerSize;
-  if (meta.size > kLargestMeta) throw Refused{featureUnsupported};
-  return source.Load(meta.at + headSize, meta.size - headSize);
-}
-
-// The item locations in the content of a 'meta'; nothing if none of them is a file offset. Throws
-// Refused: featureUnsupported (they cannot be decoded).
-std::optional<ItemLocations> LocationsIn(ByteSpan meta) try {
-  auto locations = ItemLocations::In(meta);
-  if (!locations || std::ranges::none_of(locations->items, &ItemLocations::Item::IsInFile)) {
-    return std::nullopt;
-  }
-  return locations;
-} catch (const Malformed&) {
-  throw Refused{featureUnsupported};
-}
-
 }  // namespace
 
-Room RoomIn(const ByteSource& source, const TopLevelAtom& atom) {
+Room RoomIn(const ByteSource& source, const FileAtom& atom) {
   // Padding of zeros reads as an atom without a type.
   static constexpr FourCC kRoom[] = {FourCC{"free"}, FourCC{"skip"}, FourCC{}};
   static constexpr FourCC kOfHeaders[] = {"mvhd", "cmov", "trak", "udta", "meta", "ilst", "hdlr"};
-  if (std::ranges::find(kRoom, atom.atom.type) == std::end(kRoom)) return Room::kNone;
-  const std::uint64_t at = atom.at + atom.atom.headerSize;
-  const std::uint64_t size = atom.atom.size - atom.atom.headerSize;
-  Bytes head(std::min<std::uint64_t>(size, 16));
-  source.Read(at, head);
+  if (std::ranges::find(kRoom, atom.type) == std::end(kRoom)) return Room::kNone;
+  Bytes head(std::min<std::uint64_t>(atom.ContentSize(), 16));
+  source.Read(atom.ContentAt(), head);
   // A child of a movie header has its type at byte 4, or at byte 0 if its size was overwritten.
   const auto isIn = [&head](FourCC type) {
     return FourCCAt(head, 0) == type || FourCCAt(head, 4) == type;
   };
   if (std::ranges::any_of(kOfHeaders, isIn)) return Room::kOldHeader;
-  return source.IsZero(at, size) ? Room::kZeros : Room::kNone;
+  return source.IsZero(atom.ContentAt(), atom.ContentSize()) ? Room::kZeros : Room::kNone;
 }
 
 std::vector<FileAtom> FindFileAtoms(const ByteSource& source) {
   std::vector<FileAtom> found;
   TopLevelWalk walk(source);
   while (const auto atom = walk.Next()) {
-    if (IsMadeForFile(atom->atom.type) || RoomIn(source, *atom) != Room::kNone) continue;
-    found.push_back({atom->atom.type, atom->at, atom->atom.size});
+    if (IsMadeForFile(atom->type) || RoomIn(source, *atom) != Room::kNone) continue;
+    found.push_back(*atom);
   }
   const std::uint64_t rest = source.Size() - walk.End();
   if (rest != 0 && !StartsAtom(walk.Following()) && !source.IsZero(walk.End(), rest)) {
-    found.push_back({FileAtom::kTrailer, walk.End(), rest});
+    found.push_back({{FileAtom::kTrailer, 0, rest}, walk.End()});
   }
   return found;
 }
 
-bool LocatesItems(const ByteSource& source, const TopLevelAtom& atom) try {
-  if (atom.atom.type != kMeta) return false;
-  const HeldBytes content = ContentOf(source, {kMeta, atom.at, atom.atom.size});
-  return LocationsIn(content.Span()).has_value();
-} catch (const Refused&) {
-  return true;
-}
-
-std::vector<AtomToCopy> LoadFileAtoms(const std::vector<FileAtom>& atoms,
-                                      const ByteSource& source) {
-  std::vector<AtomToCopy> loaded;
-  for (const FileAtom& atom : atoms) {
-    AtomToCopy& copy = loaded.emplace_back(AtomToCopy{atom, {}, std::nullopt});
-    // No other atom has file offsets that the toolbox knows.
-    if (atom.type != kMeta) continue;
-    copy.content = ContentOf(source, atom);
-    copy.items = LocationsIn(copy.content.Span());
+AtomToCopy LoadFileAtom(const FileAtom& atom, const ByteSource& source) try {
+  AtomToCopy loaded{atom, {}, std::nullopt};
+  if (atom.type != kMeta) return loaded;
+  if (atom.size > kLargestMeta) throw Refused{featureUnsupported};
+  loaded.content = source.Load(atom.ContentAt(), atom.ContentSize());
+  auto items = ItemLocations::In(loaded.content.Span());
+  if (items && std::ranges::any_of(items->items, &ItemLocations::Item::IsInFile)) {
+    loaded.items = std::move(items);
   }
   return loaded;
+} catch (const Malformed&) {
+  throw Refused{featureUnsupported};
 }
 
 }  // namespace toolbox

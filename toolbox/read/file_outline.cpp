@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "toolbox/atoms/atom_heads.h"
+#include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -18,6 +19,14 @@ bool HasNoSize(const ByteSource& source, std::uint64_t at) {
   return std::ranges::none_of(size, std::identity());
 }
 
+// Whether the atom is a 'meta' with file offsets. True also if it cannot be read, because it could
+// have some.
+bool LocatesItems(const ByteSource& source, const FileAtom& atom) try {
+  return LoadFileAtom(atom, source).items.has_value();
+} catch (const Refused&) {
+  return true;
+}
+
 }  // namespace
 
 FileOutline ReadOutline(const ByteSource& source) {
@@ -25,13 +34,13 @@ FileOutline ReadOutline(const ByteSource& source) {
   TopLevelWalk walk(source);
   bool hasMovie = false;
   while (const auto atom = walk.Next()) {
-    const FourCC type = atom->atom.type;
-    TopLevelAtom asRoom = *atom;
+    const FourCC type = atom->type;
+    FileAtom asRoom = *atom;
     if (type == kMovie && !hasMovie) {
       hasMovie = true;
       outline.movie = outline.atoms.size();
-    } else if (type == kMovie) {
-      asRoom.atom.type = kFree;
+    } else if (type == kMovie) {  // see Part
+      asRoom.type = kFree;
     }
     outline.isFragmented = outline.isFragmented || type == FourCC{"moof"};
     outline.locatesItems = outline.locatesItems || LocatesItems(source, *atom);

@@ -12,7 +12,7 @@ namespace toolbox {
 
 // The layout of a file. It has no content of atoms and is valid until the file changes.
 struct FileOutline {
-  struct Part : TopLevelAtom {
+  struct Part : FileAtom {
     // Whether it can be overwritten. A 'moov' after the first is never used, so it is judged as if
     // it were 'free'.
     Room room = Room::kNone;

@@ -4,11 +4,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <vector>
 
 #include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/bytes.h"
+#include "toolbox/movie/sample_rows.h"
 
 namespace toolbox {
 
@@ -22,28 +22,22 @@ class FragmentAuxiliary {
     std::uint64_t at = 0;  // where it is, in bytes from the start of the file
     Bytes sizes;  // by sample, in bytes
   };
-  // Splits the information of one fragment into parts, one for each run. `runs` has the number of
-  // samples of each run. `offsets` has either one offset for all runs or one for each; they count
-  // from `base`, in bytes from the start of the file. Throws Malformed, or Refused:
-  // featureUnsupported (the tables do not fit together).
-  static std::vector<Part> Split(const AuxiliarySizes& sizes, const AuxiliaryOffsets& offsets,
-                                 std::uint64_t base, std::span<const std::uint32_t> runs);
 
-  FragmentAuxiliary() = default;
-  // For a track that has samples before the fragments.
-  FragmentAuxiliary(std::uint32_t samples, std::size_t chunks)
-      : samples_(samples), chunks_(chunks) {}
-  // Adds the next run, which has `samples` samples. Throws Refused: featureUnsupported (its kind of
-  // information differs from that of earlier runs; one table cannot have two kinds).
-  void Add(const Part& part, std::uint32_t samples);
-  // Adds 'saiz' and 'saio' to `tables` if any run has information.
-  void PutTables(Siblings& tables) const;
+  // `rows` are the samples of the track; they must outlive this object.
+  explicit FragmentAuxiliary(SampleRows& rows) : rows_(rows) {}
+  // Adds the information of the next run. Call it before the samples of the run are added to the
+  // rows. Throws Refused: featureUnsupported (its kind of information differs from that of earlier
+  // runs; one table cannot have two kinds).
+  void Add(const Part& part);
+  // Adds 'saiz' and 'saio' to the tables of the rows if any run has information. Call it once,
+  // after the last run.
+  void Finish();
 
  private:
-  std::uint32_t samples_ = 0;  // so far, with and without information
-  std::size_t chunks_ = 0;
+  SampleRows& rows_;
   std::optional<AuxiliaryKind> kind_;
-  // Both can be shorter than the track: runs at the end without information are not entered yet.
+  // Both can be shorter than the track: runs without information are entered only when one with
+  // information follows.
   Bytes sizes_;  // by sample
   std::vector<std::uint64_t> offsets_;  // by chunk
 };

@@ -21,13 +21,12 @@ class AdtsReader {
 
   // Reads all frames. Returns false if the file has no AAC; then the other functions are not valid.
   bool Read() {
-    at_ = AfterTags();
+    while (const auto tag = Id3TagSize(block_.At(source_, at_, kId3HeaderSize))) at_ += *tag;
     const auto first = FrameAt(at_);
     if (!first) return false;
     config_ = first->config;
     // Two frames in a row are required: other data can look like one header by chance.
-    const auto second = FrameAt(at_ + first->frameSize);
-    if (!second || second->config != config_) return false;
+    if (!IsFrameAt(at_ + first->frameSize)) return false;
     do {
       while (const auto frame = FrameAt(at_)) {
         if (frame->config != config_) return true;
@@ -39,16 +38,22 @@ class AdtsReader {
 
   std::uint32_t Rate() const { return config_.rate; }
   std::shared_ptr<const SampleRows> Rows() { return rows_; }
-  SampleDescription Description() const;
-
- private:
-  // Where the first frame is, after any tags.
-  std::uint64_t AfterTags() {
-    std::uint64_t at = 0;
-    while (const auto size = Id3TagSize(block_.At(source_, at, kId3HeaderSize))) at += *size;
-    return at;
+  // The 'mp4a' description of all samples, ISO/IEC 14496-14 5.6, made from the headers of frames.
+  SampleDescription Description() const {
+    const double seconds = static_cast<double>(rows_->duration.units) / Rate();
+    const auto bitRate = static_cast<std::uint32_t>(
+        std::min(static_cast<double>(bytes_) * 8 / seconds, double{UINT32_MAX}));
+    SoundEntry entry;
+    entry.format = FourCC{"mp4a"};
+    if (config_.channels != 0) entry.channels = static_cast<std::uint16_t>(config_.channels);
+    // A rate of 2^16 Hz or more does not fit into 16.16. Then only the decoder configuration has
+    // it.
+    entry.rate = Rate() > UINT16_MAX ? 0 : Rate() << 16U;
+    entry.rest = EncodeElementaryStream(AacStream(config_, largest_, bitRate), LengthBytes::kOne);
+    return {Encode(entry)};
   }
 
+ private:
   // The header of the frame at `at`; nothing if there is no frame or the file ends inside it.
   std::optional<AdtsHeader> FrameAt(std::uint64_t at) {
     auto frame = ReadAdtsHeader(block_.At(source_, at, AdtsHeader::kSize));
@@ -56,9 +61,15 @@ class AdtsReader {
     return frame;
   }
 
+  // Whether a frame of the same kind as the first is at `at`.
+  bool IsFrameAt(std::uint64_t at) {
+    const auto frame = FrameAt(at);
+    return frame && frame->config == config_;
+  }
+
   // Adds the frame at at_ as a sample and moves to its end.
   void Add(const AdtsHeader& frame) {
-    if (rows_->count == UINT32_MAX) throw Malformed("the frames cannot be counted");
+    if (rows_->count == UINT32_MAX) throw Malformed("the file has too many frames");
     const std::uint32_t size = frame.frameSize - frame.headerSize;
     rows_->AddSample(frame.blocks * kBlockLength, size, at_ + frame.headerSize, 0);
     bytes_ += size;
@@ -73,8 +84,7 @@ class AdtsReader {
       const auto frame = FrameAt(at_);
       if (!frame || frame->config != config_) continue;
       const std::uint64_t end = at_ + frame->frameSize;
-      const auto next = FrameAt(end);
-      if (end == source_.Size() || (next && next->config == config_)) return true;
+      if (end == source_.Size() || IsFrameAt(end)) return true;
     }
     return false;
   }
@@ -87,20 +97,6 @@ class AdtsReader {
   std::uint64_t bytes_ = 0;  // of all samples
   std::uint32_t largest_ = 0;  // sample, in bytes
 };
-
-// Makes the 'mp4a' description of all samples, ISO/IEC 14496-14 5.6, from the headers of frames.
-SampleDescription AdtsReader::Description() const {
-  const double seconds = static_cast<double>(rows_->duration.units) / Rate();
-  const auto bitRate = static_cast<std::uint32_t>(
-      std::min(static_cast<double>(bytes_) * 8 / seconds, double{UINT32_MAX}));
-  SoundEntry entry;
-  entry.format = FourCC{"mp4a"};
-  if (config_.channels != 0) entry.channels = static_cast<std::uint16_t>(config_.channels);
-  // A rate of 2^16 Hz or more does not fit into 16.16. Then only the decoder configuration has it.
-  entry.rate = Rate() > UINT16_MAX ? 0 : Rate() << 16U;
-  entry.rest = EncodeElementaryStream(AacStream(config_, largest_, bitRate), LengthBytes::kOne);
-  return {Encode(entry)};
-}
 
 }  // namespace
 

@@ -8,16 +8,17 @@ namespace toolbox {
 namespace {
 
 // One edit that shows the whole media from movie time 0 on; no edit if there is no media.
-EditList WholeMedia(const TrackRecord& track, std::int64_t start, const StatedEdits& given) {
+EditList WholeMedia(const TrackRecord& track, std::int64_t start, bool isFragmented) {
   EditList edits;
   if (!track.media || track.media->samples.Duration() == MediaTime{}) return edits;
   const Clock clock = track.TimeClock();
-  const auto stated = static_cast<std::int64_t>(std::min<std::uint64_t>(given.duration, kLongest));
+  const auto stated =
+      static_cast<std::int64_t>(std::min<std::uint64_t>(track.header.duration, kLongest));
   // The edit can end with the sample that is decoded last or with the one that is shown last. It
   // takes the end that the track header states, give or take rounding.
   const MediaTime decoded = track.media->samples.Duration();
   const MediaTime shown = track.media->samples.EndTime();
-  MovieTime duration = clock.Lasting(given.isOpenEnded ? shown : decoded, 1.0);
+  MovieTime duration = clock.Lasting(isFragmented ? shown : decoded, 1.0);
   for (const MediaTime length : {decoded, shown}) {
     const std::int64_t units = clock.Lasting(length, 1.0).units;
     if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
@@ -55,17 +56,13 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
   return edits;
 }
 
-// The time when the first sample is shown, counted from the start of the media. Composition offsets
-// can make it later than 0.
-MediaTime FirstShown(const TrackRecord& track) {
-  const SampleRows* rows = track.media->samples.WholeRows();
-  return rows == nullptr ? MediaTime{} : std::max(rows->ShownFrom({0, rows->count}), MediaTime{});
-}
-
 // Converts edits of a media that begins at `start` to edits of one that begins at 0.
 EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
   const Clock clock = track.TimeClock();
-  const MediaTime shown = FirstShown(track);
+  // When the first sample is shown. Composition offsets can make this later than 0.
+  const SampleRows* rows = track.media->samples.WholeRows();
+  const MediaTime shown =
+      rows == nullptr ? MediaTime{} : std::max(rows->ShownFrom({0, rows->count}), MediaTime{});
   EditList moved;
   for (const Edit& edit : edits.Edits()) {
     const std::int64_t late = start - edit.mediaTime.units;
@@ -85,13 +82,14 @@ EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackR
 
 }  // namespace
 
-MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track) {
-  std::optional<EditList> edits;
-  if (stated.list) edits = ListedEdits(*stated.list, start, track);
-  if (!edits) edits = WholeMedia(track, start, stated);
-  const MovieTime offset = edits->Offset();
-  track.edits = start == 0 ? std::move(*edits) : FromFirstSample(*edits, start, track);
-  return start == 0 ? MovieTime{} : track.edits.Offset() - offset;
+MovieTime ReadEdits(const EditEntries* list, bool isFragmented, std::int64_t start,
+                    TrackRecord& track) {
+  const auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, start, track);
+  track.edits = listed ? *listed : WholeMedia(track, start, isFragmented);
+  if (start == 0) return {};
+  const MovieTime offset = track.edits.Offset();
+  track.edits = FromFirstSample(track.edits, start, track);
+  return track.edits.Offset() - offset;
 }
 
 void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
@@ -131,7 +129,7 @@ void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
   for (const auto& track : movie.tracks) {
     if (common && common->units > 0) track->edits.Delete({}, *common, track->TimeClock());
     if (track->edits.Duration().units > kLongest) {
-      throw Malformed("a track begins later than can be told");
+      throw Malformed("a track begins too late");
     }
   }
 }

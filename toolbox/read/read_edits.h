@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
 
 #include "toolbox/atoms/header_atoms.h"
@@ -11,16 +10,9 @@
 
 namespace toolbox {
 
-// The edits as the file states them, before they are checked.
-struct StatedEdits {
-  std::uint64_t duration = 0;  // of the track, by 'tkhd', in movie units
-  std::optional<EditEntries> list;  // nothing if the file has no edit list
-  // The movie has fragments, so the header does not have the duration of the whole media.
-  bool isOpenEnded = false;
-};
-
-// Sets track.edits. The samples of the track must have been read. If the file has no valid list,
-// the track shows its whole media from movie time 0 on.
+// Sets track.edits from `list`. Header and samples of the track must have been read. If there is no
+// list, or it is not valid, the track shows its whole media from movie time 0 on. If
+// `isFragmented`, the track header may not have the duration of the whole media.
 //
 // `start` is the time of the first sample, in media units, on the time line that the list uses. It
 // can differ from 0 only in a movie with fragments. An edit that begins earlier has nothing to show
@@ -29,7 +21,8 @@ struct StatedEdits {
 //
 //   elst    |   [ 5 .. 20 )   |              start 8
 //   edits   |  |  [ 0 .. 12 ) |              returns 3
-MovieTime ReadEdits(const StatedEdits& stated, std::int64_t start, TrackRecord& track);
+MovieTime ReadEdits(const EditEntries* list, bool isFragmented, std::int64_t start,
+                    TrackRecord& track);
 
 // The times [from, to) of a media.
 struct MediaStretch {

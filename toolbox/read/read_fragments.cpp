@@ -1,7 +1,6 @@
 #include "toolbox/read/read_fragments.h"
 
 #include <algorithm>
-#include <numeric>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -20,9 +19,11 @@ using namespace fragment_flags;
 // The latest decode time that is accepted. Sums and differences of such times cannot overflow.
 constexpr std::uint64_t kLatest = 1ULL << 57;
 
+class TrackFiller;
+
 // The samples of one 'trun' (ISO/IEC 14496-12 8.8.8), their track and their place in the file.
 struct RunOfSamples {
-  std::size_t track = 0;  // index
+  TrackFiller* track = nullptr;
   std::optional<std::uint64_t> time;  // decode time of the first, if there is 'tfdt'
   std::uint32_t description = 0;  // index
   std::uint64_t at = 0, size = 0;  // of the sample data, in bytes
@@ -43,10 +44,10 @@ class TrackFiller {
   void Add(const RunOfSamples& run) {
     if (run.run.count == 0) return;
     if (!isBegun_) Begin();
-    if (run.run.count > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
+    if (run.run.count > UINT32_MAX - rows_.count) throw Malformed("the track has too many samples");
     if (run.time) MoveTo(*run.time);
     for (const FragmentGroups& groups : run.groups) groups_.Add(groups);
-    auxiliary_.Add(run.auxiliary, run.run.count);
+    auxiliary_.Add(run.auxiliary);
     rows_.count += run.run.count;
     rows_.chunkOffsets.Add(run.at);
     rows_.AddChunks(static_cast<std::uint32_t>(rows_.chunkOffsets.Count() - 1), 1, run.run.count,
@@ -67,16 +68,18 @@ class TrackFiller {
   // Completes the tables that need all samples. Call it once, after the last run.
   void Finish() {
     groups_.Finish();
-    auxiliary_.PutTables(rows_.otherTables);
+    auxiliary_.Finish();
     if (!isInformative_) return;
     rows_.dependencies.resize(rows_.count);
-    for (std::size_t i = 0; i < dependencies_.size(); ++i) {
-      const bool isLast = i + 1 == dependencies_.size();
-      const std::uint32_t end = isLast ? rows_.count : dependencies_[i + 1].sample;
-      std::fill(rows_.dependencies.begin() + dependencies_[i].sample,
-                rows_.dependencies.begin() + end, dependencies_[i].byte);
+    auto end = rows_.dependencies.end();
+    for (auto run = dependencies_.rbegin(); run != dependencies_.rend(); ++run) {
+      const auto begin = rows_.dependencies.begin() + run->sample;
+      std::fill(begin, end, run->byte);
+      end = begin;
     }
   }
+
+  std::size_t Descriptions() const { return track_.track->media->descriptions.size(); }
 
  private:
   // The samples from `sample` on have this byte in 'sdtp'.
@@ -89,8 +92,7 @@ class TrackFiller {
   void Begin() {
     isBegun_ = true;
     filled_ = rows_.count;
-    auxiliary_ = FragmentAuxiliary(rows_.count, rows_.chunkOffsets.Count());
-    if (rows_.Located() != rows_.count) throw Malformed("samples before the fragments lie nowhere");
+    if (rows_.Located() != rows_.count) throw Malformed("samples of the header are in no chunk");
     if (rows_.count == 0) {
       rows_.sync.reset();
       rows_.constantSize = 0;
@@ -106,7 +108,7 @@ class TrackFiller {
   // that the track stays in sync with the others. If that is impossible, the clock of the writer
   // has jumped; then the next sample follows at once, and later times count from there.
   void MoveTo(std::uint64_t time) {
-    if (time > kLatest) throw Malformed("a fragment is decoded later than can be told");
+    if (time > kLatest) throw Malformed("the decode time of a fragment is too large");
     const auto stated = static_cast<std::int64_t>(time);
     const MediaTime end = rows_.duration;
     if (rows_.count == 0) {
@@ -161,7 +163,7 @@ class TrackFiller {
   // Call it before a table gets an entry for each sample so far. A small broken file could
   // otherwise claim billions of samples and use up the memory.
   void CheckCount() const {
-    if (filled_ > fileSize_) throw Malformed("the file has no room for so many samples");
+    if (filled_ > fileSize_) throw Malformed("the file is too small for so many samples");
   }
 
   FragmentedTrack& track_;
@@ -173,7 +175,7 @@ class TrackFiller {
   std::vector<DependencyRun> dependencies_;
   bool isInformative_ = false;  // whether 'sdtp' is needed
   FragmentGrouper groups_{rows_};
-  FragmentAuxiliary auxiliary_;
+  FragmentAuxiliary auxiliary_{rows_};
 };
 
 // Reads the fragments of one file in order. Each is decoded completely before its samples are
@@ -182,10 +184,9 @@ class FragmentReader {
  public:
   FragmentReader(const ByteSource& source, const MovieExtends& extends,
                  std::span<FragmentedTrack> tracks)
-      : source_(source), walk_(source), tracks_(tracks) {
-    for (std::size_t i = 0; i < tracks.size(); ++i) {
-      byId_.emplace(tracks[i].id, i);
-      fillers_.emplace_back(tracks[i], source.Size());
+      : source_(source), walk_(source) {
+    for (FragmentedTrack& track : tracks) {
+      if (track.rows) fillers_.try_emplace(track.track->header.id, track, source.Size());
     }
     for (const TrackDefaults& defaults : extends.tracks) {
       defaults_.emplace(defaults.track, defaults);
@@ -194,15 +195,15 @@ class FragmentReader {
 
   void Read() {
     while (const auto atom = walk_.Next()) {
-      if (atom->atom.type != MovieFragment::kType) continue;
+      if (atom->type != MovieFragment::kType) continue;
       runs_.clear();
       auto fragment = Decode<MovieFragment>(walk_.Content(*atom));
       InAtom(MovieFragment::kType, [&] { ReadFragment(fragment, atom->at); });
       // A recording that was cut off ends with its last complete fragment.
       if (!isWhole_) break;
-      for (const RunOfSamples& run : runs_) fillers_[run.track].Add(run);
+      for (const RunOfSamples& run : runs_) run.track->Add(run);
     }
-    for (TrackFiller& filler : fillers_) filler.Finish();
+    for (auto& [id, filler] : fillers_) filler.Finish();
   }
 
  private:
@@ -224,7 +225,7 @@ class FragmentReader {
   void ReadTrack(TrackFragment& fragment, std::uint64_t fragmentAt,
                  std::optional<std::uint64_t>& dataEnd) {
     const TrackFragmentHeader& header = fragment.header;
-    const auto track = byId_.find(header.track);
+    const auto filler = fillers_.find(header.track);
     const auto given = defaults_.find(header.track);
     const TrackDefaults defaults = given == defaults_.end() ? TrackDefaults{} : given->second;
 
@@ -250,14 +251,14 @@ class FragmentReader {
                    : next;
       Measure(run);
       next = run.at + run.size;
-      if (track == byId_.end() || run.run.count == 0) continue;
-      run.track = track->second;
+      if (filler == fillers_.end() || run.run.count == 0) continue;
       const std::uint32_t number =
           header.Has(kDescription) ? header.description : defaults.description;
-      if (number == 0 || number > tracks_[run.track].descriptions) {
+      if (number == 0 || number > filler->second.Descriptions()) {
         throw Malformed("a fragment has no description");
       }
       run.description = number - 1;
+      run.track = &filler->second;
       runs_.push_back(run);
       run.time.reset();  // 'tfdt' is only for the first run
     }
@@ -281,7 +282,7 @@ class FragmentReader {
     const std::uint64_t claimed =
         std::max<std::uint64_t>(run.size, run.run.RowSize() == 0 ? run.run.count : 0);
     if (isWhole_ && claimed > source_.Size() - claimed_) {
-      throw Malformed("the fragments have more samples than the file has room for");
+      throw Malformed("the file is too small for the samples of its fragments");
     }
     if (isWhole_) claimed_ += claimed;
   }
@@ -289,22 +290,40 @@ class FragmentReader {
   // Reads groups and auxiliary information of `runs`, all runs of one track in one fragment.
   static void ReadExtras(const TrackFragment& fragment, std::uint64_t base,
                          std::span<RunOfSamples> runs) {
-    const std::uint32_t samples = std::accumulate(
-        runs.begin(), runs.end(), std::uint32_t{0}, [](std::uint32_t sum, const RunOfSamples& run) {
-          return sum > UINT32_MAX - run.run.count ? UINT32_MAX : sum + run.run.count;
-        });
-    runs.front().groups = ReadFragmentGroups(fragment.groups, samples);
+    std::uint64_t samples = 0;
+    for (const RunOfSamples& run : runs) samples += run.run.count;
+    runs.front().groups = ReadFragmentGroups(
+        fragment.groups, static_cast<std::uint32_t>(std::min<std::uint64_t>(samples, UINT32_MAX)));
     const auto& sizes = fragment.auxiliarySizes;
     const auto& offsets = fragment.auxiliaryOffsets;
     // The information that decrypts samples can be found only with both tables.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
       throw Refused{featureUnsupported};
     }
-    if (!sizes) return;
-    std::vector<std::uint32_t> counts;
-    for (const RunOfSamples& run : runs) counts.push_back(run.run.count);
-    auto auxiliary = FragmentAuxiliary::Split(*sizes, *offsets, base, counts);
-    for (std::size_t i = 0; i < runs.size(); ++i) runs[i].auxiliary = std::move(auxiliary[i]);
+    if (sizes) ReadAuxiliary(*sizes, *offsets, base, runs);
+  }
+
+  // Divides the auxiliary information of one track in one fragment among its runs. `offsets` has
+  // either one offset for all runs or one for each, in bytes from `base`. Throws Malformed, or
+  // Refused: featureUnsupported (the tables do not fit together).
+  static void ReadAuxiliary(const AuxiliarySizes& sizes, const AuxiliaryOffsets& offsets,
+                            std::uint64_t base, std::span<RunOfSamples> runs) {
+    const std::vector<std::uint64_t> places = offsets.Offsets();
+    const bool isOneEach = places.size() == runs.size();
+    if (!sizes.IsComplete() || !sizes.kind.IsSame(offsets.kind) ||
+        (!isOneEach && places.size() != 1)) {
+      throw Refused{featureUnsupported};
+    }
+    std::uint64_t sample = 0, next = places.front();
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+      // With one offset for all, the information of a run follows that of the run before.
+      if (isOneEach) next = places[i];
+      runs[i].auxiliary = {sizes.kind, base + next, Bytes(runs[i].run.count)};
+      for (std::uint8_t& size : runs[i].auxiliary.sizes) {
+        size = sizes.SizeOf(sample++);
+        next += size;
+      }
+    }
   }
 
   // Whether the samples are encrypted: there is 'senc', ISO/IEC 23001-7 7.2, or an older 'uuid'
@@ -320,10 +339,8 @@ class FragmentReader {
 
   const ByteSource& source_;
   TopLevelWalk walk_;
-  std::span<FragmentedTrack> tracks_;
-  std::unordered_map<std::uint32_t, std::size_t> byId_;  // track ID to index
+  std::unordered_map<std::uint32_t, TrackFiller> fillers_;  // by track ID
   std::unordered_map<std::uint32_t, TrackDefaults> defaults_;  // by track ID
-  std::vector<TrackFiller> fillers_;
   std::vector<RunOfSamples> runs_;  // of the current fragment
   bool isWhole_ = true;  // whether all data of the current fragment is in the file
   std::uint64_t claimed_ = 0;  // bytes of all fragments so far

@@ -2,23 +2,22 @@
 // tracks, so that nothing after the reader has to know of fragments.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
 #include "toolbox/atoms/container_atoms.h"
 #include "toolbox/disk/byte_source.h"
-#include "toolbox/movie/sample_rows.h"
+#include "toolbox/movie/track.h"
 #include "toolbox/read/read_edits.h"
 
 namespace toolbox {
 
 // A track that may have samples in fragments.
 struct FragmentedTrack {
-  std::uint32_t id = 0;  // of the track, as in 'tkhd'
-  std::size_t descriptions = 0;  // number of sample descriptions
-  SampleRows* rows = nullptr;  // has the samples of the movie header; not owned
+  const TrackRecord* track = nullptr;  // has the id and the sample descriptions
+  std::shared_ptr<SampleRows> rows;  // the samples of the movie header; null without media
   // Set by ReadFragments: the decode time of the first sample by its fragment, in media units. The
   // rows always start at 0.
   std::int64_t start = 0;

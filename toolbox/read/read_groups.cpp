@@ -19,9 +19,7 @@ std::optional<GroupEntries> EntriesOf(const std::optional<SampleGroupDescription
 // The map of a 'sbgp', ISO/IEC 14496-12 8.9.2, for the first `samples` samples.
 FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
   FragmentGroups read;
-  read.group.grouping = plain.grouping;
-  read.group.versionAndFlags = plain.versionAndFlags;
-  read.group.parameter = plain.parameter;
+  read.group = {plain.grouping, plain.versionAndFlags, plain.parameter, {}, {}};
   plain.rows.ForEach([&](const SampleToGroup::Row& row) {
     if (row.count != 0 && read.mapped < samples) {
       AddGroupRun(read.group.runs, read.mapped, row.group);
@@ -38,9 +36,8 @@ std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
   constexpr std::size_t kMostRuns = 4'000'000;
   if (!compact.IsKnownVersion()) return std::nullopt;
   FragmentGroups read;
-  read.group.grouping = compact.grouping;
-  read.group.parameter = compact.parameter;
-  read.group.versionAndFlags = compact.HasParameter() ? 1U << 24 : 0;  // of the equivalent 'sbgp'
+  const std::uint32_t version = compact.HasParameter() ? 1 : 0;  // of the equivalent 'sbgp'
+  read.group = {compact.grouping, version << 24, compact.parameter, {}, {}};
   std::vector<GroupRun>& runs = read.group.runs;
   bool isPlausible = true;
   compact.ForEachPattern([&](std::uint32_t count, std::span<const std::uint32_t> numbers) {
@@ -81,22 +78,12 @@ std::vector<FragmentGroups> ReadMaps(const SampleGroupAtoms& atoms, std::uint32_
   return maps;
 }
 
-// All 'sgpd' of a sample table or a fragment, ISO/IEC 14496-12 8.9.3.
-std::vector<SampleGroupDescriptions> ReadDescriptions(const SampleGroupAtoms& atoms) {
-  std::vector<SampleGroupDescriptions> all;
-  ForEachOf<SampleGroupDescriptions>(
-      atoms, [&](const SampleGroupDescriptions& descriptions) { all.push_back(descriptions); });
-  return all;
-}
-
 }  // namespace
 
 void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
-  for (SampleGroupDescriptions& descriptions : ReadDescriptions(atoms)) {
-    SampleGroup& group = rows.groups.emplace_back();
-    group.grouping = descriptions.grouping;
-    group.descriptions = std::move(descriptions);
-  }
+  ForEachOf<SampleGroupDescriptions>(atoms, [&](const SampleGroupDescriptions& descriptions) {
+    rows.groups.push_back({descriptions.grouping, 0, 0, descriptions, {}});
+  });
   for (FragmentGroups& map : ReadMaps(atoms, rows.count)) {
     // The first map of a grouping joins its descriptions; one with another parameter is a new
     // group.
@@ -116,20 +103,19 @@ void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
 std::vector<FragmentGroups> ReadFragmentGroups(const SampleGroupAtoms& atoms,
                                                std::uint32_t samples) {
   std::vector<FragmentGroups> groups = ReadMaps(atoms, samples);
-  for (const SampleGroupDescriptions& descriptions : ReadDescriptions(atoms)) {
+  ForEachOf<SampleGroupDescriptions>(atoms, [&](const SampleGroupDescriptions& descriptions) {
     for (FragmentGroups& read : groups) {
       if (read.group.grouping == descriptions.grouping) read.group.descriptions = descriptions;
     }
-  }
+  });
   return groups;
 }
 
 std::optional<SampleGroupDescriptions>& FragmentGrouper::DescriptionsOf(FourCC grouping) {
-  const auto found = std::ranges::find_if(rows_.groups, [grouping](const SampleGroup& group) {
-    return group.grouping == grouping && group.descriptions;
-  });
-  if (found != rows_.groups.end()) return found->descriptions;
-  return std::ranges::find(rows_.groups, grouping, &SampleGroup::grouping)->descriptions;
+  const auto rank = [grouping](const SampleGroup& group) {
+    return std::pair(group.grouping == grouping, group.descriptions.has_value());
+  };
+  return std::ranges::max_element(rows_.groups, {}, rank)->descriptions;
 }
 
 FragmentGrouper::Known& FragmentGrouper::KnownOf(FourCC grouping) {
@@ -168,7 +154,7 @@ void FragmentGrouper::Begin() {
 
 void FragmentGrouper::Add(const FragmentGroups& added) {
   const FourCC grouping = added.group.grouping;
-  if (added.mapped > UINT32_MAX - rows_.count) throw Malformed("the samples cannot be counted");
+  if (added.mapped > UINT32_MAX - rows_.count) throw Malformed("the track has too many samples");
   auto group = std::ranges::find_if(rows_.groups, [&](const SampleGroup& known) {
     // Descriptions without a map have no parameter yet.
     return known.grouping == grouping &&

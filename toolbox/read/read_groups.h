@@ -63,9 +63,9 @@ class FragmentGrouper {
   };
 
   // The descriptions of a grouping that has a group in the rows. Groups with different parameters
-  // share them, so only one of these groups has them.
+  // share them, so only one of these groups has them. If none does, those of the first group.
   std::optional<SampleGroupDescriptions>& DescriptionsOf(FourCC grouping);
-  // The same as numbered entries, decoded on first use.
+  // The descriptions of a grouping as numbered entries. They are decoded on first use.
   Known& KnownOf(FourCC grouping);
 
   SampleRows& rows_;

@@ -5,6 +5,7 @@
 #include <map>
 #include <utility>
 
+#include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/container_atoms.h"
 #include "toolbox/read/file_atoms.h"
@@ -20,16 +21,12 @@
 namespace toolbox {
 namespace {
 
-// The entries of 'dref', ISO/IEC 14496-12 8.7.2. Their order is kept: descriptions use the index.
-std::vector<DataReference> ReadDataReferences(const DataReferences& list,
-                                              const boost::filesystem::path& referrer,
-                                              bool resolve) {
-  std::vector<DataReference> references;
-  for (const Bytes& entry : list.entries) {
-    references.push_back(ReadDataReference(DataReferenceEntry::Decoded(entry), referrer, resolve));
-  }
-  return references;
-}
+// A movie file that is open.
+struct MovieFile {
+  const ByteSource& source;
+  boost::filesystem::path path;  // where it really is
+  bool resolve;  // whether to look for the other files that it refers to
+};
 
 // Throws Refused (couldNotResolveDataRef) if a file with samples of the media was not found. A
 // missing file that no sample uses does no harm.
@@ -43,12 +40,15 @@ void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
   }
 }
 
-std::shared_ptr<SampleRows> ReadMediaInformation(MediaInformation information, MediaRecord& media,
-                                                 const boost::filesystem::path& referrer,
-                                                 bool resolve) {
+// Reads 'minf' into `media` and returns its samples.
+std::shared_ptr<SampleRows> ReadMediaInformation(MediaInformation& information, MediaRecord& media,
+                                                 const MovieFile& file) {
   if (auto& data = information.data) {
-    if (data->references) {
-      media.dataReferences = ReadDataReferences(*data->references, referrer, resolve);
+    if (!data->references) data->references.emplace();
+    // All entries are kept, in this order, because descriptions use the index.
+    for (const Bytes& entry : data->references->entries) {
+      media.dataReferences.push_back(
+          ReadDataReference(DataReferenceEntry::Decoded(entry), file.path, file.resolve));
     }
     media.dataSiblings = std::move(data->others);
   }
@@ -64,45 +64,27 @@ UserDataRecord ReadUserData(std::optional<UserDataAtoms>& data) {
 }
 
 // Reads 'mdia' into `media`, all but the samples. It returns these, because fragments can add more.
-std::shared_ptr<SampleRows> ReadMedia(MediaAtoms atom, MediaRecord& media,
-                                      const boost::filesystem::path& referrer, bool resolve) {
+std::shared_ptr<SampleRows> ReadMedia(MediaAtoms& atom, MediaRecord& media, const MovieFile& file) {
   if (atom.header.scale <= 0) throw Malformed("the media has no time scale");
   media.header = atom.header;
   media.handler = std::move(atom.handler);
   media.userData = ReadUserData(atom.userData);
   media.siblings = std::move(atom.others);
-  return InAtom(MediaInformation::kType, [&] {
-    return ReadMediaInformation(std::move(atom.information), media, referrer, resolve);
-  });
+  return InAtom(MediaInformation::kType,
+                [&] { return ReadMediaInformation(atom.information, media, file); });
 }
 
-// The parts of a track that are finished after all tracks have been read. More samples can follow
-// in fragments, edits depend on the samples, and references on the other tracks.
-struct PendingTrack {
-  std::shared_ptr<SampleRows> rows;  // null without media
-  StatedEdits edits;
-  TrackReferenceAtoms references;
-};
-
-// Reads 'trak' into `track` and returns the parts that are finished later.
-PendingTrack ReadTrack(TrackAtoms atom, TrackRecord& track, const boost::filesystem::path& referrer,
-                       bool resolve) {
-  PendingTrack pending;
+// Reads 'trak' into `track`, all but the parts that need all tracks: the references on other
+// tracks, the samples, which fragments can continue, and the edits, which depend on the samples.
+// Returns the samples; null without media.
+std::shared_ptr<SampleRows> ReadTrack(TrackAtoms& atom, TrackRecord& track, const MovieFile& file) {
   track.header = atom.header;
   track.userData = ReadUserData(atom.userData);
   track.siblings = std::move(atom.others);
-  pending.edits.duration = atom.header.duration;
-  if (atom.edits) {
-    pending.edits.list = std::move(atom.edits->entries);
-    track.editSiblings = std::move(atom.edits->others);
-  }
-  if (atom.references) pending.references = std::move(*atom.references);
-  if (atom.media) {
-    pending.rows = InAtom(MediaAtoms::kType, [&] {
-      return ReadMedia(std::move(*atom.media), track.SetMedia({}), referrer, resolve);
-    });
-  }
-  return pending;
+  if (atom.edits) track.editSiblings = std::move(atom.edits->others);
+  if (!atom.media) return nullptr;
+  return InAtom(MediaAtoms::kType,
+                [&] { return ReadMedia(*atom.media, track.SetMedia({}), file); });
 }
 
 // Whether the media is text. During a gap between fragments a picture stays on the screen, but a
@@ -113,48 +95,32 @@ bool ShowsText(const TrackRecord& track) {
 }
 
 // Reads the fragments, if there are any, and gives the tracks their samples and edits.
-void FinishTracks(MovieRecord& movie, std::vector<PendingTrack>& pending,
-                  const std::optional<MovieExtends>& extends, const ByteSource& source,
-                  bool resolve) {
-  std::vector<std::int64_t> starts(pending.size());
-  std::vector<std::vector<MediaStretch>> gaps(pending.size());
-  if (extends) {
-    std::vector<FragmentedTrack> fragmented;
-    std::vector<std::size_t> indexes;
-    for (std::size_t i = 0; i < pending.size(); ++i) {
-      if (!pending[i].rows) continue;
-      const TrackRecord& track = *movie.tracks[i];
-      fragmented.push_back(
-          {track.header.id, track.media->descriptions.size(), pending[i].rows.get(), 0, {}});
-      indexes.push_back(i);
-    }
-    ReadFragments(source, *extends, fragmented);
-    for (std::size_t i = 0; i < fragmented.size(); ++i) {
-      starts[indexes[i]] = fragmented[i].start;
-      if (ShowsText(*movie.tracks[indexes[i]])) gaps[indexes[i]] = std::move(fragmented[i].gaps);
-    }
-  }
+void FinishTracks(MovieRecord& movie, const MovieAtoms& atoms, std::vector<FragmentedTrack>& read,
+                  const MovieFile& file) {
+  if (atoms.extends) ReadFragments(file.source, *atoms.extends, read);
   std::vector<MovieTime> waits;
-  for (std::size_t i = 0; i < pending.size(); ++i) {
+  for (std::size_t i = 0; i < read.size(); ++i) {
     TrackRecord& track = *movie.tracks[i];
-    if (const auto rows = std::move(pending[i].rows)) {
-      if (resolve) CheckResolved(*track.media, *rows);
-      track.media->samples = SampleTable(rows);
+    if (read[i].rows) {
+      if (file.resolve) CheckResolved(*track.media, *read[i].rows);
+      track.media->samples = SampleTable(read[i].rows);
     }
-    pending[i].edits.isOpenEnded = extends.has_value();
-    waits.push_back(ReadEdits(pending[i].edits, starts[i], track));
-    if (!gaps[i].empty()) HideGaps(gaps[i], track);
+    const auto& edits = atoms.tracks[i].edits;
+    const EditEntries* list = edits && edits->entries ? &*edits->entries : nullptr;
+    waits.push_back(ReadEdits(list, atoms.extends.has_value(), read[i].start, track));
+    if (!read[i].gaps.empty() && ShowsText(track)) HideGaps(read[i].gaps, track);
   }
   DropCommonWait(movie, waits);
 }
 
 // Replaces the track IDs of references ('tref', ISO/IEC 14496-12 8.3.3) by pointers; null if the
 // movie has no such track. The position in the list has a meaning, so none is dropped.
-void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending) {
+void FillReferences(MovieRecord& movie, const MovieAtoms& atoms) {
   std::map<std::uint32_t, TrackRecord*> byId;
   for (const auto& track : movie.tracks) byId.emplace(track->header.id, track.get());
-  for (std::size_t i = 0; i < pending.size(); ++i) {
-    for (const auto& [type, ids] : pending[i].references.lists) {
+  for (std::size_t i = 0; i < atoms.tracks.size(); ++i) {
+    if (!atoms.tracks[i].references) continue;
+    for (const auto& [type, ids] : atoms.tracks[i].references->lists) {
       auto& targets = movie.tracks[i]->references.emplace_back(TrackReferences{type, {}}).targets;
       for (const std::uint32_t id : ids) {
         const auto found = byId.find(id);
@@ -164,61 +130,73 @@ void FillReferences(MovieRecord& movie, const std::vector<PendingTrack>& pending
   }
 }
 
-// Reads the content of 'moov'. `path` is where the file really is.
-std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const ByteSource& source,
-                                       const boost::filesystem::path& path, bool resolve) {
-  auto atom = Decode<MovieAtoms>(content.Span());
+// Reads the content of 'moov'.
+std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile& file) {
+  auto atoms = Decode<MovieAtoms>(content.Span());
   return InAtom(MovieAtoms::kType, [&] {
     auto movie = std::make_unique<MovieRecord>();
-    if (atom.header.scale <= 0) throw Malformed("the movie has no time scale");
-    movie->header = atom.header;
-    std::vector<PendingTrack> pending;
-    for (TrackAtoms& trackAtom : atom.tracks) {
+    if (atoms.header.scale <= 0) throw Malformed("the movie has no time scale");
+    movie->header = atoms.header;
+    std::vector<FragmentedTrack> read;
+    for (TrackAtoms& trackAtoms : atoms.tracks) {
       TrackRecord& track = *movie->tracks.emplace_back(std::make_unique<TrackRecord>());
       track.movie = movie.get();
-      pending.push_back(InAtom(TrackAtoms::kType, [&] {
-        return ReadTrack(std::move(trackAtom), track, path, resolve);
-      }));
+      auto rows = InAtom(TrackAtoms::kType, [&] { return ReadTrack(trackAtoms, track, file); });
       // The rows have views of tables in the header, so they keep it in memory.
-      if (pending.back().rows) pending.back().rows->header = content;
+      if (rows) rows->header = content;
+      read.push_back({&track, std::move(rows), 0, {}});
       // Some files state an ID that is in use.
       std::uint32_t& next = movie->header.nextTrackId;
       if (track.header.id >= next) next = track.header.id + 1;
     }
-    FinishTracks(*movie, pending, atom.extends, source, resolve);
-    FillReferences(*movie, pending);
-    movie->userData = ReadUserData(atom.userData);
-    movie->siblings = std::move(atom.others);
+    FinishTracks(*movie, atoms, read, file);
+    FillReferences(*movie, atoms);
+    movie->userData = ReadUserData(atoms.userData);
+    movie->siblings = std::move(atoms.others);
     return movie;
   });
+}
+
+// The first movie header of the file; nothing if there is none. Throws Malformed.
+std::optional<FileAtom> FindHeader(const ByteSource& source) {
+  TopLevelWalk walk(source);
+  std::optional<FileAtom> found = walk.Next();
+  while (found && found->type != MovieAtoms::kType) found = walk.Next();
+  if (!found && FourCCAt(walk.Following(), 4) == MovieAtoms::kType) {
+    throw Malformed("the file ends inside 'moov'");
+  }
+  return found;
+}
+
+// Its content, inflated if it is compressed. Throws Malformed, and what reading throws.
+HeldBytes LoadHeader(const ByteSource& source, const FileAtom& found) {
+  if (found.ContentSize() == 0) throw Malformed("the movie header is empty");
+  HeldBytes held = source.Load(found.ContentAt(), found.ContentSize());
+  auto inflated = InflatedMovie(held.Span());
+  return inflated ? HeldBytes(std::move(*inflated)) : held;
 }
 
 }  // namespace
 
 HeldBytes ReadMovieHeader(const ByteSource& source) {
-  const auto found = FindTopLevel(source, MovieAtoms::kType);
-  if (!found) return {};
-  if (found->atom.size == found->atom.headerSize) throw Malformed("the movie header is empty");
-  HeldBytes held =
-      source.Load(found->at + found->atom.headerSize, found->atom.size - found->atom.headerSize);
-  auto inflated = InflatedMovie(held.Span());
-  return inflated ? HeldBytes(std::move(*inflated)) : held;
+  const auto found = FindHeader(source);
+  return found ? LoadHeader(source, *found) : HeldBytes();
 }
 
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references) try {
   const FileSource source(path);
-  const HeldBytes header = ReadMovieHeader(source);
+  const auto found = FindHeader(source);
   // Relative references start at the folder of the file itself, not of a symbolic link to it.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
-  const bool isSound = header.Span().empty();
-  auto movie = isSound ? ReadAdtsFile(source)
-                       : ReadMovie(header, source, real, references == References::kResolve);
+  auto movie = found ? ReadMovie(LoadHeader(source, *found),
+                                 {source, real, references == References::kResolve})
+                     : ReadAdtsFile(source);
   if (!movie) throw Refused{noMovieFound};
   movie->file = OtherFile{real, source.State()};
   movie->defaultDataReference = *movie->file;
-  if (isSound) return movie;
-  movie->headerAt = FindTopLevel(source, MovieAtoms::kType)->at;
+  if (!found) return movie;
+  movie->headerAt = found->at;
   movie->fileAtoms = FindFileAtoms(source);
   return movie;
 } catch (const Refused& refused) {

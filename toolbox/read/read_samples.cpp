@@ -25,9 +25,9 @@ void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
   }
 }
 
-// The bytes of one frame (a sample of each channel) of uncompressed sound, from the format and the
-// fields of a description of version 0. 0 for any other format.
-std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_t bits) {
+// The bytes of one frame (a sample of each channel) of uncompressed sound, by a description of
+// version 0. 0 for any other format.
+std::uint32_t PlainFrameSize(const SoundEntry& entry) {
   struct Known {
     FourCC format;
     std::uint32_t bits = 0;  // 0: as the description says
@@ -36,9 +36,9 @@ std::uint32_t PlainFrameSize(FourCC format, std::uint32_t channels, std::uint32_
       {FourCC{"raw "}, 0},  {FourCC{"twos"}, 0},  {FourCC{"sowt"}, 0},  {FourCC{"NONE"}, 0},
       {FourCC{"in24"}, 24}, {FourCC{"in32"}, 32}, {FourCC{"fl32"}, 32}, {FourCC{"fl64"}, 64},
       {FourCC{"ulaw"}, 8},  {FourCC{"alaw"}, 8}};
-  const auto known = std::ranges::find(kKnown, format, &Known::format);
+  const auto known = std::ranges::find(kKnown, entry.format, &Known::format);
   if (known == std::end(kKnown)) return 0;
-  return channels * ((known->bits != 0 ? known->bits : bits) / 8);
+  return entry.channels * ((known->bits != 0 ? known->bits : entry.bits) / 8U);
 }
 
 // How the samples of a sound description are packed. QuickTime: version 1 of the description states
@@ -59,7 +59,7 @@ Packing ReadPacking(const SampleDescription& description) {
   }
   // QuickTime: IMA 4:1 has packets of 64 samples in 34 bytes a channel.
   if (entry->format == FourCC{"ima4"}) return {64, 34U * entry->channels};
-  return {1, PlainFrameSize(entry->format, entry->channels, entry->bits)};
+  return {1, PlainFrameSize(*entry)};
 }
 
 // 'stsz' and 'stz2', ISO/IEC 14496-12 8.7.3: one size for all samples, a size for each, or a size
@@ -104,7 +104,7 @@ void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
   }
 }
 
-// 'stco' and 'co64', ISO/IEC 14496-12 8.7.5.
+// 'stco' and 'co64', ISO/IEC 14496-12 8.7.5: offsets of 32 or 64 bits. They stay encoded.
 void Read(const ChunkOffsets& stated, SampleRows& rows) {
   rows.chunkOffsets = EncodedNumbers(false, stated.rows.Encoded());
 }
@@ -168,21 +168,16 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::u
 // The tables that have a value for each sample: 'sdtp', 'stdp' and 'padb'. Values after the last
 // sample are dropped.
 void ReadValues(SampleTableAtoms& table, SampleRows& rows) {
-  const auto atMost = [&rows](std::size_t count) {
-    return std::min<std::size_t>(count, rows.count);
+  const auto read = [&rows](const auto& stated, auto& values) {
+    values.resize(std::min<std::size_t>(stated.Count(), rows.count));
+    for (std::size_t i = 0; i < values.size(); ++i) values[i] = stated[i];
   };
-  if (auto& dependencies = table.dependencies) {
-    rows.dependencies = std::move(dependencies->samples);
-    rows.dependencies.resize(atMost(rows.dependencies.size()));
+  if (table.dependencies) {
+    rows.dependencies = std::move(table.dependencies->samples);
+    rows.dependencies.resize(std::min<std::size_t>(rows.dependencies.size(), rows.count));
   }
-  if (const auto& priorities = table.priorities) {
-    rows.priorities.resize(atMost(priorities->Count()));
-    for (std::size_t i = 0; i < rows.priorities.size(); ++i) rows.priorities[i] = (*priorities)[i];
-  }
-  if (const auto& padding = table.padding) {
-    rows.padding.resize(atMost(padding->Count()));
-    for (std::size_t i = 0; i < rows.padding.size(); ++i) rows.padding[i] = (*padding)[i];
-  }
+  if (table.priorities) read(*table.priorities, rows.priorities);
+  if (table.padding) read(*table.padding, rows.padding);
 }
 
 }  // namespace

@@ -4,16 +4,11 @@
 #include <cstdint>
 #include <optional>
 
-#include "toolbox/atoms/framing.h"
+#include "toolbox/atoms/fourcc.h"
 #include "toolbox/disk/block_reader.h"
+#include "toolbox/movie/movie.h"
 
 namespace toolbox {
-
-// An atom and its place.
-struct TopLevelAtom {
-  std::uint64_t at = 0;  // where it starts in the file, in bytes
-  AtomFrame atom;
-};
 
 // Visits the atoms of a file in order. It reads blocks, so many small atoms cost one read, and
 // skips the contents of long atoms. All functions throw what reading throws.
@@ -23,9 +18,11 @@ class TopLevelWalk {
   explicit TopLevelWalk(const ByteSource& source) : source_(source) {}
 
   // The next atom. Nothing at the end of the file, or if no complete atom follows.
-  std::optional<TopLevelAtom> Next();
+  std::optional<FileAtom> Next();
   // The content of an atom of this file. Valid until the next call.
-  ByteSpan Content(const TopLevelAtom& atom);
+  ByteSpan Content(const FileAtom& atom) {
+    return block_.At(source_, atom.ContentAt(), atom.ContentSize());
+  }
   // The first bytes after the last atom: up to 16, the largest frame.
   ByteSpan Following() { return block_.At(source_, at_, 16); }
   // Where the last atom ends.
@@ -40,9 +37,5 @@ class TopLevelWalk {
 // Whether atoms of this type are part of movie fragments (ISO/IEC 14496-12 8.8) or of segments
 // (8.16), or are an index of them. A movie with sample tables needs none of them.
 bool BelongsToFragments(FourCC type);
-
-// The first complete atom of this type; nothing if there is none. Throws Malformed if the file ends
-// inside such an atom.
-std::optional<TopLevelAtom> FindTopLevel(const ByteSource& source, FourCC type);
 
 }  // namespace toolbox

@@ -41,16 +41,14 @@ DataReference ReadDataReference(const DataReferenceEntry& entry, const fs::path&
   } else if (resolve) {
     if (auto path = OtherFilePath(entry, referrer)) return FileAt(*path);
   }
-  return Unresolved{entry.kind, entry.versionAndFlags, entry.data};
+  return entry;
 }
 
 DataReferenceEntry WriteDataReference(const DataReference& reference, const fs::path& referrer) {
   if (const auto* other = std::get_if<OtherFile>(&reference)) {
     return {kAlias, 0, AliasRecord(RealPath(other->path), RealPath(referrer))};
   }
-  if (const auto* unresolved = std::get_if<Unresolved>(&reference)) {
-    return {unresolved->kind, unresolved->versionAndFlags, unresolved->record};
-  }
+  if (const auto* unresolved = std::get_if<Unresolved>(&reference)) return *unresolved;
   if (std::holds_alternative<InMemory>(reference)) throw Refused{invalidDataRef};
   return {kAlias, kInThisFile, {}};  // QuickTime: 'alis'; ISO: 'url ' with the same flag
 }

@@ -6,9 +6,8 @@
 namespace toolbox {
 
 // Makes `path` absolute and resolves the symbolic links in that part of it that exists. An empty
-// path stays empty. Never throws because of the file system: if links cannot be resolved, only "."
-// and
-// ".." are removed.
+// path stays empty. Never throws because of the file system: if links cannot be resolved, only the
+// components "." and ".." are removed.
 boost::filesystem::path RealPath(const boost::filesystem::path& path);
 
 // Whether `path` is a regular file or a link to one. False also if that is unknown, as without

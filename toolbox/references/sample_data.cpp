@@ -1,6 +1,5 @@
 #include "toolbox/references/sample_data.h"
 
-#include "toolbox/movie/movie.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
@@ -10,12 +9,11 @@ namespace toolbox {
 SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t longest) {
   const auto [from, to] = WholePackets(media.samples, {sample, sample + 1});
   if (!IsLocated(media.samples, {from, to})) throw Refused{invalidSampleTable};
-  const auto ownFile = media.track == nullptr ? std::nullopt : media.track->movie->file;
   SampleData data;
   data.first = from;
   ForEachPiece(media.samples, {from, to}, [&](const SamplePiece& piece) {
     if (longest != 0 && piece.size > longest) throw Refused{maxSizeToGrowTooSmall};
-    const auto source = OpenSource(media.ReferenceOf(piece.description), ownFile);
+    const auto source = OpenSource(media.ReferenceOf(piece.description), media.MovieFile());
     const std::uint64_t end = source->Size();
     if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
     data.count = piece.count;

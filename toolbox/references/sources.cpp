@@ -1,6 +1,5 @@
 #include "toolbox/references/sources.h"
 
-#include <algorithm>
 #include <variant>
 
 #include "toolbox/disk/descriptor.h"
@@ -21,13 +20,6 @@ std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
   auto source = std::make_unique<FileSource>(file->path);
   if (file->state && *file->state != source->State()) throw Refused{fBsyErr};
   return source;
-}
-
-bool OpenSources::MoveToFront(const DataReference& reference) {
-  const auto found = std::ranges::find(opened_, &reference, &Opened::reference);
-  if (found == opened_.end()) return false;
-  opened_.splice(opened_.begin(), opened_, found);
-  return true;
 }
 
 }  // namespace toolbox

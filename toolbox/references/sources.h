@@ -1,6 +1,7 @@
 // Opens the sources of data references.
 #pragma once
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <list>
 #include <memory>
@@ -34,15 +35,16 @@ class OpenSources {
   // OpenSource.
   template <class BeforeClosing>
   const ByteSource& Open(const DataReference& reference, BeforeClosing&& beforeClosing) {
-    if (&reference == last_) return *opened_.front().source;
-    if (!MoveToFront(reference)) {
+    const auto found = std::ranges::find(opened_, &reference, &Opened::reference);
+    if (found != opened_.end()) {
+      opened_.splice(opened_.begin(), opened_, found);
+    } else {
       if (opened_.size() == kMost) {
         beforeClosing();
         opened_.pop_back();
       }
       opened_.push_front({&reference, OpenSource(reference, ownFile_)});
     }
-    last_ = &reference;
     return *opened_.front().source;
   }
 
@@ -53,12 +55,9 @@ class OpenSources {
     std::unique_ptr<ByteSource> source;
   };
 
-  // Makes `reference` the one used last; false if it is not open.
-  bool MoveToFront(const DataReference& reference);
-
   const std::optional<OtherFile>& ownFile_;
-  std::list<Opened> opened_;  // the one used last is first
-  const DataReference* last_ = nullptr;  // the first of opened_; makes repeated calls cheap
+  // The one used last is first, so that it is found at once when the next piece is in it too.
+  std::list<Opened> opened_;
 };
 
 }  // namespace toolbox

@@ -3,6 +3,7 @@
 #include <unicode/ucnv.h>
 
 #include <algorithm>
+#include <boost/endian/conversion.hpp>
 #include <climits>
 #include <memory>
 
@@ -12,12 +13,11 @@
 namespace toolbox {
 namespace {
 
-// The converter of an encoding: one of the library, by name, or a table of ours. One of both is
-// null.
+// How an encoding is converted: by the library, which knows it by name, or by a table of ours.
 struct Row {
-  TextEncoding encoding = kMacRoman;
-  const char* converter = nullptr;
-  const UpperHalf* upper = nullptr;
+  TextEncoding encoding;
+  const char* name;
+  const UpperHalf* upper = nullptr;  // null: by the library
 };
 
 // The East Asian encodings are the plain standards, without the additions of the Macintosh.
@@ -40,55 +40,64 @@ constexpr Row kRows[] = {
     {140, nullptr, &kFarsiUpper},
 };
 
-// Null if the encoding is unknown.
-const Row* FindRow(TextEncoding encoding) {
-  const auto* row = std::ranges::find(kRows, encoding, &Row::encoding);
-  return row == std::end(kRows) ? nullptr : row;
-}
+using LibraryConverter = std::unique_ptr<UConverter, decltype(&ucnv_close)>;
 
-using Converter = std::unique_ptr<UConverter, decltype(&ucnv_close)>;
-
-// Opens a converter that stops at the first error, where the default is to put in a substitute.
-// Null if the library was built without it.
-Converter Open(const char* name) {
+// A converter that stops at the first error, where the default is to put in a substitute. Null if
+// the library was built without it.
+LibraryConverter Open(const char* name) {
   UErrorCode error = U_ZERO_ERROR;
-  Converter converter(ucnv_open(name, &error), &ucnv_close);
+  LibraryConverter converter(ucnv_open(name, &error), &ucnv_close);
   ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
                         &error);
   ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
-  return U_SUCCESS(error) ? std::move(converter) : Converter(nullptr, &ucnv_close);
+  if (U_FAILURE(error)) converter.reset();
+  return converter;
 }
 
-// Converts code points to bytes, one at a time. Without a converter every Append fails.
-class Encoder {
- public:
-  explicit Encoder(TextEncoding encoding) : encoding_(encoding) {
-    const Row* row = FindRow(encoding);
-    if (row == nullptr) return;
-    upper_ = row->upper;
-    if (upper_ == nullptr) converter_ = Open(row->converter);
-  }
+// What converts the text of an eight-bit or East Asian encoding: one of the two, or neither if the
+// encoding is unknown.
+struct Converter {
+  const UpperHalf* upper = nullptr;
+  LibraryConverter library{nullptr, &ucnv_close};
 
-  // Adds the bytes of one code point, one or two units. Returns false and adds nothing if the
-  // encoding does not have it.
-  bool Append(std::u16string_view codePoint, Bytes& bytes) const {
-    if (encoding_ == kUtf8) {
-      const std::string utf8 = Utf8(codePoint);
-      bytes.insert(bytes.end(), utf8.begin(), utf8.end());
-      return true;
-    }
-    if (encoding_ == kUtf16) return AppendUnits(codePoint, bytes);
-    if (codePoint[0] < 0x80 && (upper_ != nullptr || converter_ != nullptr)) {
-      bytes.push_back(static_cast<std::uint8_t>(codePoint[0]));
-      return true;
-    }
-    if (upper_ != nullptr) return AppendFromTable(codePoint, bytes);
-    return converter_ != nullptr && AppendConverted(codePoint, bytes);
+  explicit Converter(TextEncoding encoding) {
+    const auto* row = std::ranges::find(kRows, encoding, &Row::encoding);
+    if (row == std::end(kRows)) return;
+    upper = row->upper;
+    if (upper == nullptr) library = Open(row->name);
   }
+  bool Exists() const { return upper != nullptr || library != nullptr; }
+};
 
- private:
-  // UTF-16 in big-endian byte order. A lone surrogate is not a character.
-  static bool AppendUnits(std::u16string_view codePoint, Bytes& bytes) {
+// These two return false and add nothing if the encoding does not have the code point. A table has
+// only code points of one unit.
+bool AppendFromTable(std::u16string_view codePoint, const UpperHalf& upper, Bytes& bytes) {
+  const auto* found = std::ranges::find(upper, codePoint[0]);
+  if (codePoint.size() > 1 || found == upper.end()) return false;
+  bytes.push_back(static_cast<std::uint8_t>(0x80 + (found - upper.begin())));
+  return true;
+}
+
+bool AppendByLibrary(std::u16string_view codePoint, UConverter& library, Bytes& bytes) {
+  char converted[8];  // more than a code point has in any encoding
+  UErrorCode error = U_ZERO_ERROR;
+  const std::int32_t size = ucnv_fromUChars(&library, converted, sizeof converted, codePoint.data(),
+                                            static_cast<std::int32_t>(codePoint.size()), &error);
+  if (U_FAILURE(error) || size <= 0) return false;
+  bytes.insert(bytes.end(), converted, converted + size);
+  return true;
+}
+
+// Adds the bytes of one code point, which has one or two units. `converter` is that of `encoding`.
+// Returns false and adds nothing if the encoding does not have the code point.
+bool Append(std::u16string_view codePoint, TextEncoding encoding, const Converter& converter,
+            Bytes& bytes) {
+  if (encoding == kUtf8) {
+    const std::string utf8 = Utf8(codePoint);
+    bytes.insert(bytes.end(), utf8.begin(), utf8.end());
+    return true;
+  }
+  if (encoding == kUtf16) {
     if (!IsValid(codePoint)) return false;
     for (const char16_t unit : codePoint) {
       bytes.push_back(static_cast<std::uint8_t>(unit >> 8));
@@ -96,38 +105,25 @@ class Encoder {
     }
     return true;
   }
-
-  bool AppendFromTable(std::u16string_view codePoint, Bytes& bytes) const {
-    const auto* found = std::ranges::find(*upper_, codePoint[0]);
-    if (codePoint.size() > 1 || found == upper_->end()) return false;
-    bytes.push_back(static_cast<std::uint8_t>(0x80 + (found - upper_->begin())));
+  if (!converter.Exists()) return false;
+  // All other encodings contain ASCII.
+  if (codePoint[0] < 0x80) {
+    bytes.push_back(static_cast<std::uint8_t>(codePoint[0]));
     return true;
   }
+  return converter.upper != nullptr ? AppendFromTable(codePoint, *converter.upper, bytes)
+                                    : AppendByLibrary(codePoint, *converter.library, bytes);
+}
 
-  bool AppendConverted(std::u16string_view codePoint, Bytes& bytes) const {
-    char converted[8];
-    UErrorCode error = U_ZERO_ERROR;
-    const std::int32_t size =
-        ucnv_fromUChars(converter_.get(), converted, sizeof converted, codePoint.data(),
-                        static_cast<std::int32_t>(codePoint.size()), &error);
-    if (U_FAILURE(error) || size <= 0) return false;
-    bytes.insert(bytes.end(), converted, converted + size);
-    return true;
-  }
-
-  TextEncoding encoding_;
-  const UpperHalf* upper_ = nullptr;
-  Converter converter_{nullptr, &ucnv_close};
-};
-
-// UTF-16 in either byte order. The mark stays in the text.
+// UTF-16 in either byte order. Without a mark it is big-endian, as all numbers in the files. A mark
+// stays in the text.
 std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   if (bytes.size() % 2 != 0) return std::nullopt;
-  const bool isSwapped = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
+  const bool isLittle = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
   std::u16string text;
   for (std::size_t at = 0; at < bytes.size(); at += 2) {
-    const int high = bytes[at + (isSwapped ? 1 : 0)], low = bytes[at + (isSwapped ? 0 : 1)];
-    text += static_cast<char16_t>(high << 8 | low);
+    text += isLittle ? boost::endian::load_little_u16(&bytes[at])
+                     : boost::endian::load_big_u16(&bytes[at]);
   }
   return text;
 }
@@ -143,15 +139,13 @@ std::optional<std::u16string> DecodedByTable(ByteSpan bytes, const UpperHalf& up
   return text;
 }
 
-std::optional<std::u16string> DecodedByLibrary(ByteSpan bytes, const char* name) {
-  const Converter converter = Open(name);
-  if (converter == nullptr || bytes.size() > INT_MAX) return std::nullopt;
+std::optional<std::u16string> DecodedByLibrary(ByteSpan bytes, UConverter& library) {
+  if (bytes.size() > INT_MAX) return std::nullopt;
   const auto size = static_cast<std::int32_t>(bytes.size());
-  std::u16string text(bytes.size(), 0);
+  std::u16string text(bytes.size(), 0);  // in these encodings a unit has at least one byte
   UErrorCode error = U_ZERO_ERROR;
-  const std::int32_t length =
-      ucnv_toUChars(converter.get(), text.data(), size, reinterpret_cast<const char*>(bytes.data()),
-                    size, &error);
+  const std::int32_t length = ucnv_toUChars(
+      &library, text.data(), size, reinterpret_cast<const char*>(bytes.data()), size, &error);
   if (U_FAILURE(error)) return std::nullopt;
   text.resize(static_cast<std::size_t>(length));
   return text;
@@ -163,18 +157,16 @@ std::optional<std::u16string> Units(ByteSpan bytes, TextEncoding encoding) {
   if (encoding == kUtf8) {
     return Utf16({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   }
-  const Row* row = FindRow(encoding);
-  if (row == nullptr) return std::nullopt;
-  return row->upper != nullptr ? DecodedByTable(bytes, *row->upper)
-                               : DecodedByLibrary(bytes, row->converter);
+  const Converter converter(encoding);
+  if (!converter.Exists()) return std::nullopt;
+  return converter.upper != nullptr ? DecodedByTable(bytes, *converter.upper)
+                                    : DecodedByLibrary(bytes, *converter.library);
 }
 
 }  // namespace
 
 bool HasConverter(TextEncoding encoding) {
-  if (encoding == kUtf8 || encoding == kUtf16) return true;
-  const Row* row = FindRow(encoding);
-  return row != nullptr && (row->upper != nullptr || Open(row->converter) != nullptr);
+  return encoding == kUtf8 || encoding == kUtf16 || Converter(encoding).Exists();
 }
 
 std::optional<std::string> DecodeText(ByteSpan bytes, TextEncoding encoding, bool markMayLead) {
@@ -186,7 +178,7 @@ std::optional<std::string> DecodeText(ByteSpan bytes, TextEncoding encoding, boo
 
 EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uint8_t loss,
                        std::size_t most) {
-  const Encoder encoder(encoding);
+  const Converter converter(encoding);
   const bool composes = encoding != kUtf8 && encoding != kUtf16;
   EncodedText done;
   Bytes bytes;
@@ -198,13 +190,13 @@ EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uin
     bytes.clear();
     for (std::u16string_view left = composed; !left.empty();) {
       const std::size_t units = UnitsOf(FirstCodePoint(left));
-      if (!encoder.Append(left.substr(0, units), bytes)) {
+      if (!Append(left.substr(0, units), encoding, converter, bytes)) {
         if (loss == 0) return done;
         bytes.push_back(loss);
       }
       left.remove_prefix(units);
     }
-    // A character that does not fit is left out as a whole.
+    // A character that does not fit is left out as a whole. What precedes it is still valid text.
     if (bytes.size() > most - done.bytes.size()) break;
     done.bytes.insert(done.bytes.end(), bytes.begin(), bytes.end());
     done.length += length;

@@ -12,7 +12,9 @@ struct Run {
   TextEncoding encoding;
 };
 
-// In order. Languages are missing if their encoding has no converter.
+// In order. The encoding of a language is that of the script it is written in, or a variant of that
+// encoding with its own letters: Turkish, Icelandic, Croatian and Romanian differ from the other
+// Roman languages. Languages are missing if their encoding has no converter.
 constexpr Run kRuns[] = {
     {0, 9, 0},     {10, 10, 5},   {11, 11, 1},   {12, 12, 4},   {13, 13, 0},   {14, 14, 6},
     {15, 15, 37},  {16, 16, 0},   {17, 17, 35},  {18, 18, 36},  {19, 19, 2},   {20, 20, 4},
@@ -26,16 +28,15 @@ constexpr Run kRuns[] = {
 }  // namespace
 
 std::optional<TextEncoding> EncodingOf(std::int16_t script, std::int16_t language) {
-  if (language == kAnyScriptOrLanguage) {
-    // Scripts and their encodings share their numbers.
-    const auto encoding = static_cast<TextEncoding>(script);
-    return script >= 0 && HasConverter(encoding) ? std::optional(encoding) : std::nullopt;
+  // Scripts and their encodings share their numbers. A negative script becomes a large number that
+  // no encoding has.
+  auto encoding = static_cast<TextEncoding>(script);
+  if (language != kAnyScriptOrLanguage) {
+    const auto* run = std::ranges::lower_bound(kRuns, language, {}, &Run::last);
+    if (run == std::end(kRuns) || language < run->first) return std::nullopt;
+    encoding = run->encoding;
   }
-  const auto* run = std::ranges::lower_bound(kRuns, language, {}, &Run::last);
-  if (run == std::end(kRuns) || language < run->first || !HasConverter(run->encoding)) {
-    return std::nullopt;
-  }
-  return run->encoding;
+  return HasConverter(encoding) ? std::optional(encoding) : std::nullopt;
 }
 
 }  // namespace toolbox

@@ -18,12 +18,12 @@ constexpr char32_t kEscape = 0xDC00;  // plus a byte that is not UTF-8
 const UNormalizer2& Composer() {
   UErrorCode error = U_ZERO_ERROR;
   const UNormalizer2* composer = unorm2_getNFCInstance(&error);
-  if (U_FAILURE(error))
-    throw std::bad_alloc();  // the data is built in, so only memory can be missing
+  // The data is built in, so only memory can be missing.
+  if (U_FAILURE(error)) throw std::bad_alloc();
   return *composer;
 }
 
-// FirstCodePoint returns a surrogate only if it is a lone one.
+// Whether a result of FirstCodePoint is a lone surrogate. It returns no others.
 bool IsSurrogate(char32_t codePoint) { return codePoint >= 0xD800 && codePoint < 0xE000; }
 
 }  // namespace
@@ -32,6 +32,7 @@ std::u16string Utf16(std::string_view utf8) {
   std::u16string text;
   text.reserve(utf8.size());
   for (const char* at = utf8.data(); at != utf8.data() + utf8.size();) {
+    // After an error `next` can be past more than one byte, but only the first one is replaced.
     const char* next = at;
     const auto codePoint = Of8::decode(next, utf8.data() + utf8.size());
     if (boost::locale::utf::is_valid_codepoint(codePoint)) {
@@ -59,14 +60,16 @@ std::string Utf8(std::u16string_view utf16) {
   return text;
 }
 
-bool IsValid(std::u16string_view utf16) {
-  while (!utf16.empty()) {
-    const char32_t codePoint = FirstCodePoint(utf16);
-    if (IsSurrogate(codePoint)) return false;
-    utf16.remove_prefix(UnitsOf(codePoint));
+std::u16string Repaired(std::u16string text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const char32_t codePoint = FirstCodePoint(std::u16string_view(text).substr(at));
+    if (IsSurrogate(codePoint)) text[at] = 0xFFFD;
+    at += UnitsOf(codePoint);
   }
-  return true;
+  return text;
 }
+
+bool IsValid(std::u16string_view utf16) { return Repaired(std::u16string(utf16)) == utf16; }
 
 char32_t FirstCodePoint(std::u16string_view text) {
   const char16_t* at = text.data();

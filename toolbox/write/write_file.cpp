@@ -19,7 +19,9 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
   std::vector<AtomToCopy> atoms;
   if (!plan.movie->fileAtoms.empty()) {
     ownSource.emplace(plan.movie->file.value().path);
-    atoms = LoadFileAtoms(plan.movie->fileAtoms, *ownSource);
+    for (const FileAtom& atom : plan.movie->fileAtoms) {
+      atoms.push_back(LoadFileAtom(atom, *ownSource));
+    }
   }
   MovieWriter header(plan, file);
   const std::vector<Stage> stages = StepsForNewFile(

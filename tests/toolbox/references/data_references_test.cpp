@@ -31,7 +31,7 @@ TEST_F(DataReferenceInFolder, IsReadAsOneOfFourCases) {
   const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
   const DataReferenceEntry url{kUrl, 0, Text("../clips/a.mov\0"s)};
   const auto asItCame = [](const DataReferenceEntry& entry) {
-    return DataReference(Unresolved{entry.kind, entry.versionAndFlags, entry.data});
+    return DataReference(entry);
   };
   EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
   for (const auto& entry : {alias, url}) {

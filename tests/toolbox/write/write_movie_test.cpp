@@ -41,7 +41,7 @@ std::vector<std::string> TopLevel(const Bytes& file) {
   std::vector<std::string> types;
   const MemorySource source(file);
   TopLevelWalk walk(source);
-  while (const auto found = walk.Next()) types.push_back(found->atom.type.Text());
+  while (const auto found = walk.Next()) types.push_back(found->type.Text());
   return types;
 }
 
