@@ -1,9 +1,10 @@
 // Text media: adding samples of text and their style.
 #include <cstring>
 
+#include "toolbox/atoms/text_atoms.h"
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/references.h"
-#include "toolbox/movie/new_media.h"
+#include "toolbox/movie/media.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
@@ -44,7 +45,7 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     look.font = static_cast<std::uint16_t>(font);
     look.face = face;
     const MediaTime time = media.AddSample(EncodeTextSample(bytes, media.textEncoding),
-                                           DescriptionOf(look), {duration});
+                                           {Encode(look)}, {duration});
     SetResult(sampleTime, time.units);
   });
 }

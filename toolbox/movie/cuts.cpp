@@ -40,9 +40,7 @@ void ScaleSegment(TrackRecord& track, MovieTime from, MovieTime length, MovieTim
 
 void ScaleSegment(MovieRecord& movie, MovieTime from, MovieTime length, MovieTime newLength) {
   CheckScaling(from, length, newLength);
-  for (const auto& track : movie.tracks) {
-    track->edits.Scale(from, length, newLength, track->TimeClock());
-  }
+  for (const auto& track : movie.tracks) ScaleSegment(*track, from, length, newLength);
 }
 
 void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime mediaTime,

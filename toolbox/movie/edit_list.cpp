@@ -9,8 +9,14 @@ namespace {
 
 bool Continues(const Edit& first, const Edit& second, Clock clock) {
   if (first.IsEmpty() || second.IsEmpty()) return first.IsEmpty() && second.IsEmpty();
-  return first.rate == second.rate &&
-         second.mediaTime == first.mediaTime + clock.Shown(first.duration, first.rate);
+  return first.rate == second.rate && second.mediaTime == first.ShownAt(first.duration, clock);
+}
+
+// Removes the first `length` movie units of the edit.
+void CutStart(Edit& edit, MovieTime length, Clock clock) {
+  if (!edit.IsEmpty()) edit.mediaTime = edit.ShownAt(length, clock);
+  edit.start += length;
+  edit.duration = edit.duration - length;
 }
 
 // The new rate of an edit whose length changes from `before` to `now` while it shows the same
@@ -58,30 +64,20 @@ void EditList::AppendMedia(MediaTime mediaTime, MediaTime length, double rate, C
   Append(std::max(clock.Lasting(length, rate), MovieTime{1}), mediaTime, rate, clock);
 }
 
-std::size_t EditList::Split(MovieTime at, Clock clock) {
+std::vector<Edit>::iterator EditList::Split(MovieTime at, Clock clock) {
   const auto found = std::ranges::lower_bound(edits_, at, {}, &Edit::End);
-  const auto index = static_cast<std::size_t>(found - edits_.begin());
-  if (found == edits_.end() || found->start >= at) return index;
-  if (found->End() == at) return index + 1;
+  if (found == edits_.end() || found->start >= at) return found;
+  if (found->End() == at) return found + 1;
   Edit rest = *found;
-  const MovieTime kept = at - rest.start;
-  rest.start = at;
-  rest.duration = found->duration - kept;
-  if (!rest.IsEmpty()) rest.mediaTime += clock.Shown(kept, rest.rate);
-  found->duration = kept;
-  edits_.insert(found + 1, rest);
-  return index + 1;
+  CutStart(rest, at - rest.start, clock);
+  found->duration = at - found->start;
+  return edits_.insert(found + 1, rest);
 }
 
 void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clock clock) {
-  std::vector<Edit> after;
-  if (at < Duration()) {
-    // Split may move the edits: an iterator from before it is not valid.
-    const auto index = static_cast<std::ptrdiff_t>(Split(at, clock));
-    const auto from = edits_.begin() + index;
-    after.assign(from, edits_.end());
-    edits_.erase(from, edits_.end());
-  }
+  const auto cut = Split(at, clock);
+  const std::vector<Edit> after(cut, edits_.end());
+  edits_.erase(cut, edits_.end());
   for (Edit edit : other.edits_) {
     edit.start += at;
     Add(edit, clock);
@@ -93,9 +89,9 @@ void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clo
 }
 
 void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
-  const auto first = static_cast<std::ptrdiff_t>(Split(from, clock));
-  const auto last = static_cast<std::ptrdiff_t>(Split(from + length, clock));
-  auto next = edits_.erase(edits_.begin() + first, edits_.begin() + last);
+  const auto first = Split(from, clock) - edits_.begin();
+  const auto last = Split(from + length, clock);
+  const auto next = edits_.erase(edits_.begin() + first, last);
   std::for_each(next, edits_.end(), [length](Edit& edit) { edit.start = edit.start - length; });
   if (first != 0 && next != edits_.end() && Continues(next[-1], *next, clock)) {
     next[-1].duration += next->duration;
@@ -117,20 +113,17 @@ void EditList::Scale(MovieTime from, MovieTime length, MovieTime newLength, Cloc
 }
 
 void EditList::EndWithMedia(MediaTime end, Clock clock) {
-  const auto reachesBeyond = [&](const Edit& edit) {
-    if (edit.IsEmpty() || edit.rate == 0) return false;
+  // How long an edit shows media that exist.
+  const auto shown = [&](const Edit& edit) {
+    if (edit.IsEmpty() || edit.rate == 0) return edit.duration;
     const MediaTime left = std::max(end - edit.mediaTime, MediaTime{});
-    return edit.duration > clock.Lasting(left, edit.rate, Rounding::kUp);
+    return std::min(edit.duration, clock.Lasting(left, edit.rate, Rounding::kUp));
   };
-  if (std::ranges::none_of(edits_, reachesBeyond)) return;
+  const auto isShown = [&](const Edit& edit) { return shown(edit) == edit.duration; };
+  if (std::ranges::all_of(edits_, isShown)) return;
   for (const Edit& edit : std::exchange(edits_, {})) {
-    MovieTime shown = edit.duration;
-    if (reachesBeyond(edit)) {
-      const MediaTime left = std::max(end - edit.mediaTime, MediaTime{});
-      shown = clock.Lasting(left, edit.rate, Rounding::kUp);
-    }
-    Append(shown, edit.mediaTime, edit.rate, clock);
-    Append(edit.duration - shown, Edit::kNothing, 1.0, clock);
+    Append(shown(edit), edit.mediaTime, edit.rate, clock);
+    Append(edit.duration - shown(edit), Edit::kNothing, 1.0, clock);
   }
   TrimEnd();
 }
@@ -141,12 +134,7 @@ EditList EditList::Segment(MovieTime from, MovieTime length, Clock clock) const 
   const auto first = std::ranges::upper_bound(edits_, from, {}, &Edit::End);
   for (auto edit = first; edit != edits_.end() && edit->start < end; ++edit) {
     Edit part = *edit;
-    if (part.start < from) {
-      const MovieTime cut = from - part.start;
-      if (!part.IsEmpty()) part.mediaTime += clock.Shown(cut, part.rate);
-      part.start = from;
-      part.duration = part.duration - cut;
-    }
+    if (part.start < from) CutStart(part, from - part.start, clock);
     part.duration = std::min(part.duration, end - part.start);
     part.start = part.start - from;
     segment.Add(part, clock);
@@ -163,9 +151,7 @@ void EditList::MapBoundaries(const std::function<MovieTime(MovieTime)>& place, b
     edit.start = place(edit.start);
     edit.duration = end - edit.start;
     if (edit.duration.units <= 0) continue;
-    if (keepsSpan && !edit.IsEmpty()) {
-      edit.rate = Stretched(edit.rate, length, edit.duration);
-    }
+    if (keepsSpan && !edit.IsEmpty()) edit.rate = Stretched(edit.rate, length, edit.duration);
     Add(edit, clock);
   }
   TrimEnd();

@@ -19,6 +19,10 @@ struct Edit {
   static constexpr MediaTime kNothing{-1};
   bool IsEmpty() const { return mediaTime == kNothing; }
   MovieTime End() const { return start + duration; }
+  // The media time that it shows `into` movie units after its start; it must not be empty.
+  MediaTime ShownAt(MovieTime into, Clock clock, Rounding rounding = Rounding::kNearest) const {
+    return mediaTime + clock.Shown(into, rate, rounding);
+  }
   friend bool operator==(const Edit&, const Edit&) = default;
 };
 
@@ -29,8 +33,6 @@ struct Edit {
 // In the pictures A and B are edits, and - - is an empty edit.
 class EditList {
  public:
-  EditList() = default;
-
   const std::vector<Edit>& Edits() const { return edits_; }
   // Where the last edit ends.
   MovieTime Duration() const { return edits_.empty() ? MovieTime{} : edits_.back().End(); }
@@ -43,9 +45,9 @@ class EditList {
   //                           ->           |<dur. >|
   void Append(MovieTime duration, MediaTime mediaTime, double rate, Clock clock);
 
-  // Adds an edit that shows `length` media units after the last. If the media continue where the
-  // last edit ends, rounded to movie units, that edit becomes longer instead and is rounded once,
-  // so any number of parts that follow one another do not drift.
+  // Adds an edit after the last that shows `length` media units from `mediaTime` on. If the media
+  // continue where the last edit ends, that edit becomes longer instead. Its length is rounded to
+  // movie units only once, so the boundaries do not drift however many parts follow one another.
   //
   //   |   A   |                    |   A   |  new  |       or   |   A + new   |
   //                           ->
@@ -103,9 +105,10 @@ class EditList {
   friend bool operator==(const EditList&, const EditList&) = default;
 
  private:
-  // Cuts the edit around `at` in two, if there is one. Returns the index of the first edit from
-  // `at` on.
-  std::size_t Split(MovieTime at, Clock clock);
+  // Cuts the edit around `at` in two, if there is one. Returns the first edit from `at` on. No
+  // iterator from before is valid then.
+  std::vector<Edit>::iterator Split(MovieTime at, Clock clock);
+  // Adds an edit after the last. A gap before it becomes an empty edit.
   void Add(Edit edit, Clock clock);
 
   std::vector<Edit> edits_;

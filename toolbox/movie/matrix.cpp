@@ -50,10 +50,7 @@ Matrix Concatenated(const Matrix& first, const Matrix& second) {
 }
 
 Matrix Translation(std::int32_t dx, std::int32_t dy) {
-  Matrix matrix = kIdentityMatrix;
-  matrix[6] = dx;
-  matrix[7] = dy;
-  return matrix;
+  return {0x10000, 0, 0, 0, 0x10000, 0, dx, dy, 0x40000000};
 }
 
 Matrix Scaling(std::int32_t sx, std::int32_t sy, std::int32_t x, std::int32_t y) {
@@ -62,17 +59,12 @@ Matrix Scaling(std::int32_t sx, std::int32_t sy, std::int32_t x, std::int32_t y)
 
 Matrix Rotation(std::int32_t degrees, std::int32_t x, std::int32_t y) {
   constexpr std::int32_t kQuarter = 90 << 16;
-  double cosine, sine;
+  const double angle = Real(degrees) * std::numbers::pi / 180;
+  double cosine = std::cos(angle), sine = std::sin(angle);
   if (degrees % kQuarter == 0) {
     // The library's sine and cosine of 90 degrees are not exactly 1 and 0.
-    constexpr double kSines[] = {0, 1, 0, -1};
-    const int quarters = (degrees / kQuarter % 4 + 4) % 4;
-    sine = kSines[quarters];
-    cosine = kSines[(quarters + 1) % 4];
-  } else {
-    const double angle = Real(degrees) * std::numbers::pi / 180;
-    cosine = std::cos(angle);
-    sine = std::sin(angle);
+    cosine = std::round(cosine);
+    sine = std::round(sine);
   }
   return About(cosine, sine, -sine, cosine, x, y);
 }

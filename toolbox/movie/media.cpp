@@ -1,7 +1,7 @@
 #include "toolbox/movie/media.h"
 
 #include <algorithm>
-#include <numeric>
+#include <utility>
 
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/sample_places.h"
@@ -55,19 +55,52 @@ std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
 std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description, std::size_t first) {
   const auto from = descriptions.begin() + static_cast<std::ptrdiff_t>(first);
   const auto found = std::find_if(from, descriptions.end(), [&](const SampleDescription& here) {
-    return here.dataReference == description.dataReference && here.SameAs(description, Type());
+    return here.dataReference == description.dataReference &&
+           DecodeAlike(here.bytes, description.bytes, Type());
   });
   const auto index = static_cast<std::uint32_t>(found - descriptions.begin());
   if (found == descriptions.end()) descriptions.push_back(description);
   return index;
 }
 
+void MediaRecord::BeginEdits() {
+  if (newSamples) throw Refused{dataAlreadyOpenForWrite};
+  if (dataReferences.empty()) throw Refused{noDefaultDataRef};
+  if (std::holds_alternative<Unresolved>(dataReferences[0])) throw Refused{dataNotOpenForWrite};
+  const auto* block = std::get_if<InMemory>(&dataReferences[0]);
+  NewSamples added{block != nullptr ? *block : InMemory{std::make_shared<Bytes>()}, 0, {}};
+  added.dataReference = FindOrAdd(added.block);
+  newSamples = std::move(added);
+}
+
+MediaTime MediaRecord::AddSample(ByteSpan bytes, SampleDescription description,
+                                 MediaTime duration) {
+  if (!newSamples) throw Refused{dataNotOpenForWrite};
+  if (duration < MediaTime{} || duration > MediaTime{UINT32_MAX}) throw Refused{invalidDuration};
+  if (bytes.size() > UINT32_MAX || newSamples->rows.count == UINT32_MAX) throw Refused{paramErr};
+  description.dataReference = newSamples->dataReference;
+  const std::uint32_t number = FindOrAdd(description);
+  SampleRows& rows = newSamples->rows;
+  const MediaTime time = samples.Duration() + rows.duration;
+  Bytes& data = *newSamples->block.data;
+  rows.AddSample(static_cast<std::uint32_t>(duration.units),
+                 static_cast<std::uint32_t>(bytes.size()), data.size(), number);
+  data.insert(data.end(), bytes.begin(), bytes.end());
+  return time;
+}
+
+void MediaRecord::EndEdits() {
+  if (!newSamples) throw Refused{dataAlreadyClosed};
+  const SampleTable added(std::make_shared<const SampleRows>(std::move(newSamples->rows)));
+  newSamples.reset();
+  samples.AppendSlice(added, {0, added.Count()});
+}
+
 void MediaRecord::SetScale(std::int32_t newScale) {
   if (newScale == header.scale) return;
   samples = samples.Rescaled(header.scale, newScale);
-  for (auto& [media, joined] : joined_) {
-    joined.base.units = Rescale(joined.base.units, header.scale, newScale);
-  }
+  const ScaleChange place{header.scale, newScale};
+  for (auto& [media, joined] : joined_) joined.base = place(joined.base);
   header.scale = newScale;
 }
 
@@ -75,16 +108,21 @@ std::optional<OtherFile> MediaRecord::MovieFile() const {
   return track == nullptr ? std::nullopt : track->movie->file;
 }
 
-DataReference MediaRecord::SeenFromElsewhere(const DataReference& reference) const {
-  if (!std::holds_alternative<ThisFile>(reference)) return reference;
+std::vector<DataReference> MediaRecord::SeenFromElsewhere() const {
+  std::vector<DataReference> seen = dataReferences;
   const std::optional<OtherFile> file = MovieFile();
-  if (!file) throw Refused{couldNotResolveDataRef};
-  return *file;
+  for (DataReference& reference : seen) {
+    if (!std::holds_alternative<ThisFile>(reference)) continue;
+    if (!file) throw Refused{couldNotResolveDataRef};
+    reference = *file;
+  }
+  return seen;
 }
 
-DataReference MediaRecord::SeenFromHere(const DataReference& reference) const {
+std::vector<DataReference> MediaRecord::SeenFromHere(std::vector<DataReference> references) const {
   const std::optional<OtherFile> file = MovieFile();
-  return file && reference == DataReference(*file) ? DataReference(ThisFile{}) : reference;
+  if (file) std::ranges::replace(references, DataReference(*file), DataReference(ThisFile{}));
+  return references;
 }
 
 std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescription>& strangers,
@@ -93,8 +131,11 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
     return !std::holds_alternative<ThisFile>(reference) &&
            !std::holds_alternative<InMemory>(reference);
   };
-  // The bytes after the last atom of a file describe that file only.
-  if (track != nullptr && std::ranges::any_of(references, isElsewhere)) track->movie->DropTrailer();
+  if (track != nullptr && std::ranges::any_of(references, isElsewhere)) {
+    // The bytes after the last atom describe the whole file, and are wrong with media of others.
+    std::erase_if(track->movie->fileAtoms,
+                  [](const FileAtom& atom) { return atom.type == FileAtom::kTrailer; });
+  }
   std::vector<std::uint32_t> map;
   const std::size_t count = dataReferences.size(), known = descriptions.size();
   for (SampleDescription description : strangers) {
@@ -109,31 +150,21 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
   if (IsProtected()) throw Refused{featureUnsupported};
   if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable};
-  SampleTableRecord table{header.scale, {}, descriptions, {}};
-  for (const DataReference& reference : dataReferences) {
-    table.dataReferences.push_back(SeenFromElsewhere(reference));
-  }
-  std::vector<std::uint32_t> same(descriptions.size());
-  std::iota(same.begin(), same.end(), 0U);
-  table.samples.AppendSlice(samples, {from, to}, same);
+  SampleTableRecord table{header.scale, SeenFromElsewhere(), descriptions, {}};
+  table.samples.AppendSlice(samples, {from, to});
   return table;
 }
 
 MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from,
                               std::uint64_t to) {
   if (IsProtected()) throw Refused{featureUnsupported};
-  std::vector<DataReference> seen;
-  for (const DataReference& reference : table.dataReferences) {
-    seen.push_back(SeenFromHere(reference));
-  }
-  if (!table.descriptions.empty()) {
-    // A description without a reference means the first.
+  const std::vector<DataReference> seen = SeenFromHere(table.dataReferences);
+  for (const SampleDescription& description : table.descriptions) {
+    // A description without a reference means the first one of its media.
     const DataReference& first =
         dataReferences.empty() ? seen[table.descriptions.front().dataReference] : dataReferences[0];
-    for (const SampleDescription& description : table.descriptions) {
-      if (!description.HoldsReference() && seen[description.dataReference] != first) {
-        throw Refused{mediaTypesDontMatch};
-      }
+    if (!description.HoldsReference() && seen[description.dataReference] != first) {
+      throw Refused{mediaTypesDontMatch};
     }
   }
   const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
@@ -147,12 +178,8 @@ MediaTime MediaRecord::Join(const MediaRecord& source) {
       before->second.samples == count) {
     return before->second.base;
   }
-
-  std::vector<DataReference> seen;
-  for (const DataReference& reference : source.dataReferences) {
-    seen.push_back(SeenFromHere(source.SeenFromElsewhere(reference)));
-  }
-  const std::vector<std::uint32_t> map = Adopt(source.descriptions, seen);
+  const std::vector<std::uint32_t> map =
+      Adopt(source.descriptions, SeenFromHere(source.SeenFromElsewhere()));
   const MediaTime base = samples.AppendSlice(source.samples, {0, count}, map);
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;

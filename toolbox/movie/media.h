@@ -20,7 +20,8 @@
 
 namespace toolbox {
 
-struct MovieRecord;
+// The language of a media if nobody knows it: 'und' of ISO 639-2, packed.
+inline constexpr std::uint16_t kUndeterminedLanguage = 0x55C4;
 
 // Samples copied from one media to be added to another, with all that is needed to read them.
 struct SampleTableRecord {
@@ -101,14 +102,15 @@ struct MediaRecord : MediaSettings {
 
   // The file that ThisFile means; nothing for a media without a track or of a movie without a file.
   std::optional<OtherFile> MovieFile() const;
-  // Converts a reference of this media to one for a movie in another file, and back. The first
-  // throws Refused (couldNotResolveDataRef) if the reference is ThisFile and there is no MovieFile.
-  DataReference SeenFromElsewhere(const DataReference& reference) const;
-  DataReference SeenFromHere(const DataReference& reference) const;
 
  private:
+  // The data references of this media, as a movie in another file names the same places. Throws
+  // Refused (couldNotResolveDataRef) if one is ThisFile and there is no MovieFile.
+  std::vector<DataReference> SeenFromElsewhere() const;
+  // The reverse: such references as this media names the same places.
+  std::vector<DataReference> SeenFromHere(std::vector<DataReference> references) const;
   // The index here for each of `strangers`, whose data references are `references`. Adds those that
-  // are not here yet. If the references name other files, the movie drops its trailer.
+  // are not here yet. If the references name other files, the movie loses its trailer.
   std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 

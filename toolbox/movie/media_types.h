@@ -8,6 +8,7 @@
 namespace toolbox {
 
 struct MediaType {
+  FourCC type;
   std::string name;  // such as "Video"; for an unknown type its four characters
   bool isSeen = false;
   bool isHeard = false;

@@ -4,12 +4,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <utility>
 #include <variant>
 
 namespace toolbox {
 namespace {
-
-constexpr std::uint64_t kUnixEpoch = 2082844800;  // seconds from 1904-01-01 to 1970-01-01
 
 // Visits the file of the movie and the files with media of its tracks.
 void ForEachFile(auto& movie, auto&& visit) {
@@ -30,6 +29,7 @@ std::vector<MovieRecord*>& AllMovies() {
 }  // namespace
 
 std::uint64_t Now() {
+  constexpr std::uint64_t kUnixEpoch = 2082844800;  // seconds from 1904-01-01 to 1970-01-01
   // Fixes the clock for those who need the same output bytes each time.
   if (const char* fixed = std::getenv("SOURCE_DATE_EPOCH")) {
     return kUnixEpoch + std::strtoull(fixed, nullptr, 10);
@@ -69,34 +69,25 @@ bool MovieRecord::IsIso() const {
   return std::ranges::any_of(tracks, isIso);
 }
 
-void MovieRecord::DropTrailer() {
-  std::erase_if(fileAtoms, [](const FileAtom& atom) { return atom.type == FileAtom::kTrailer; });
-}
-
-TrackRecord& MovieRecord::AddTrack() {
-  TrackRecord& track = *tracks.emplace_back(std::make_unique<TrackRecord>());
-  track.movie = this;
+TrackRecord& MovieRecord::AddTrack(const TrackSettings& settings) {
   // An id that no track has, even where a file has used up the numbers.
   const auto isTaken = [this](std::uint32_t id) {
     return id == 0 ||
            std::ranges::any_of(tracks, [id](const auto& other) { return other->header.id == id; });
   };
   while (isTaken(header.nextTrackId)) ++header.nextTrackId;
-  track.header.id = header.nextTrackId++;
-  track.header.created = track.header.modified = Now();
-  return track;
+  auto track = std::make_unique<TrackRecord>(TrackRecord{settings, this});
+  track->header.id = header.nextTrackId++;
+  track->header.created = track->header.modified = Now();
+  return *tracks.emplace_back(std::move(track));
 }
 
 TrackRecord& MovieRecord::AddTrackLike(const TrackRecord& like) {
-  TrackRecord& track = AddTrack();
-  const TrackHeader made = track.header;
-  static_cast<TrackSettings&>(track) = static_cast<const TrackSettings&>(like);
-  track.header.id = made.id;
-  track.header.created = track.header.modified = made.created;
+  TrackRecord& track = AddTrack(like);
   if (like.media) {
-    static_cast<MediaSettings&>(track.SetMedia({})) =
-        static_cast<const MediaSettings&>(*like.media);
-    track.media->header.created = track.media->header.modified = made.created;
+    MediaRecord& media = track.SetMedia({});
+    media.MediaSettings::operator=(*like.media);
+    media.header.created = media.header.modified = track.header.created;
   }
   return track;
 }
@@ -112,7 +103,7 @@ void MovieRecord::RemoveTrack(const TrackRecord& track) {
 
 std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
   auto clone = std::make_unique<MovieRecord>();
-  static_cast<MovieProperties&>(*clone) = static_cast<const MovieProperties&>(*this);
+  clone->MovieProperties::operator=(*this);
   std::map<const TrackRecord*, TrackRecord*> copies{{nullptr, nullptr}};
   for (const auto& track : tracks) {
     TrackRecord& copy = *clone->tracks.emplace_back(std::make_unique<TrackRecord>(*track));
@@ -140,17 +131,14 @@ void MovieRecord::TakeSettings(const MovieRecord& other) {
 }
 
 void MovieRecord::SetScale(std::int32_t newScale) {
-  const std::int32_t oldScale = header.scale;
-  if (newScale == oldScale) return;
-  const auto place = [oldScale, newScale](MovieTime time) {
-    return MovieTime{Rescale(time.units, oldScale, newScale)};
-  };
+  if (newScale == header.scale) return;
+  const ScaleChange place{header.scale, newScale};
   header.scale = newScale;
   for (const auto& track : tracks) track->edits.MapBoundaries(place, false, track->TimeClock());
   for (std::int64_t* time :
        {&header.previewTime, &header.previewDuration, &header.posterTime, &header.selectionTime,
         &header.selectionDuration, &header.currentTime}) {
-    *time = place({*time}).units;
+    *time = place(MovieTime{*time}).units;
   }
 }
 

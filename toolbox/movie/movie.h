@@ -65,8 +65,8 @@ struct MovieRecord : MovieProperties {
   MovieTime Duration() const;
   // Whether its media are from an MPEG-4 file and not from a QuickTime file.
   bool IsIso() const;
-  // A new track at the end of the list, with the next id.
-  TrackRecord& AddTrack();
+  // A new track at the end of the list, with these settings but the next id and new dates.
+  TrackRecord& AddTrack(const TrackSettings& settings = {});
   // A new track with the kind of media and the settings of `like`, without samples, edits or
   // references.
   TrackRecord& AddTrackLike(const TrackRecord& like);
@@ -74,9 +74,6 @@ struct MovieRecord : MovieProperties {
   void RemoveTrack(const TrackRecord& track);
   // A copy of the movie that shares its sample rows.
   std::unique_ptr<MovieRecord> Clone() const;
-  // Removes the bytes after the last atom of the file. They describe the whole file, so they are
-  // wrong once the movie has media of other files.
-  void DropTrailer();
   // Copies the preferred rate and volume, the clipping region, the matrix and the user data.
   void TakeSettings(const MovieRecord& other);
   // Converts all times to `newScale`, > 0. Boundaries of edits are rounded, not their lengths, so

@@ -10,8 +10,6 @@
 namespace toolbox {
 namespace {
 
-constexpr std::uint16_t kUndetermined = 0x55C4;  // language 'und', packed
-
 Sibling HeaderFor(FourCC type) {
   if (type == FourCC{"vide"}) return SiblingOf(VideoMediaHeader());
   if (type == FourCC{"soun"}) return SiblingOf(SoundMediaHeader());
@@ -26,7 +24,7 @@ MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool 
   MediaRecord media;
   media.header.created = media.header.modified = Now();
   media.header.scale = scale;
-  media.header.language = kUndetermined;
+  media.header.language = kUndeterminedLanguage;
   media.handler = NewHandler(isIso ? FourCC() : FourCC{"mhlr"}, type,
                              DescribeMediaType(type).name + " Media Handler");
   media.infoSiblings.push_back(HeaderFor(type));
@@ -38,7 +36,5 @@ MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool 
   media.dataReferences.push_back(std::move(where));
   return media;
 }
-
-SampleDescription DescriptionOf(const TextDescription& text) { return {Encode(text), 0}; }
 
 }  // namespace toolbox

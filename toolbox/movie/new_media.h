@@ -1,16 +1,12 @@
 // New media, without samples.
 #pragma once
 
-#include "toolbox/atoms/text_atoms.h"
 #include "toolbox/movie/media.h"
 
 namespace toolbox {
 
-// An empty media of that kind with the one data reference. With `isIso` its handler is named
-// as in an MPEG-4 file, else as in a QuickTime movie.
+// An empty media of that kind. Its samples will be in the file of its one data reference. It has
+// the handlers of an MPEG-4 file if `isIso`, else those of a QuickTime movie.
 MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool isIso);
-
-// The description of text samples that look like that.
-SampleDescription DescriptionOf(const TextDescription& text);
 
 }  // namespace toolbox

@@ -50,13 +50,13 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
   const MediaTime last = to - MediaTime{1};
   if (samples.Offsets().AreZero()) return {samples.SampleAt(from), samples.SampleAt(last) + 1};
 
-  // Offsets are bounded, so a few samples around each end need a look; those between are certain.
-  // The sample on show at `from` is the last one that has started by then. `certain` has started by
-  // then, so no sample before `start` can be the last. All from `undecided` on start later.
+  // Because offsets have bounds, only a few samples around each end have to be looked at. The
+  // sample on show at `from` is the one that has started last. `certain` has started by then, and
+  // all samples before `start` start earlier than it. All from `undecided` on start after `from`.
   const std::uint64_t certain = samples.SampleAt(from - largest);
   const std::uint64_t start = samples.SampleAt(samples.TimeOf(certain) + smallest - largest);
   const std::uint64_t undecided = samples.SampleAt(from - smallest) + 1;
-  // All samples before `late` start before `to`. None from `end` on does.
+  // All samples before `late` start before `to`. Those from `end` on do not.
   const std::uint64_t late = std::max(undecided, samples.SampleAt(last - largest));
   const std::uint64_t end = std::max(late, samples.SampleAt(last - smallest) + 1);
 
@@ -65,23 +65,20 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
     if (found.IsEmpty()) found = more;
     found = {std::min(found.from, more.from), std::max(found.to, more.to)};
   };
-  struct OnShow {
-    std::uint64_t sample;
-    MediaTime since;
-  };
-  std::optional<OnShow> onShow;
+  SampleRange onShow;
+  MediaTime since{INT64_MIN};
   const auto look = [&](const ShownRun& run) {
     const std::uint64_t before = run.CountBy(from), until = run.CountBy(last);
-    if (before != 0) {
-      const OnShow latest{run.sample + before - 1, run.ShownAt(before - 1)};
-      if (!onShow || latest.since >= onShow->since) onShow = latest;
+    if (before != 0 && run.ShownAt(before - 1) >= since) {
+      since = run.ShownAt(before - 1);
+      onShow = {run.sample + before - 1, run.sample + before};
     }
     if (until > before) include({run.sample + before, run.sample + until});
   };
   ForEachShownRun(samples, {start, undecided}, look);
   if (late > undecided) include({undecided, late});
   ForEachShownRun(samples, {late, end}, look);
-  if (onShow) include({onShow->sample, onShow->sample + 1});
+  if (!onShow.IsEmpty()) include(onShow);
   return found;
 }
 

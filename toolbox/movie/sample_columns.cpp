@@ -1,7 +1,5 @@
 #include "toolbox/movie/sample_columns.h"
 
-#include <unordered_set>
-
 namespace toolbox {
 
 std::optional<std::uint32_t> ConstantSize(const SampleTable& samples) {
@@ -20,6 +18,7 @@ bool HasOffsets(const SampleTable& samples) {
 std::uint32_t OffsetsVersion(const SampleTable& samples) {
   std::uint32_t version = 0;
   for (const SampleSlice& slice : samples.Slices()) {
+    // A shift below 0 can make an offset negative in a file that had none.
     version = std::max(version, slice.shift < 0 ? 1U : slice.rows->offsetsVersion);
   }
   return version;
@@ -34,20 +33,6 @@ bool HasOffsetsBelowZero(const SampleTable& samples) {
 bool HasSyncTable(const SampleTable& samples) {
   return std::ranges::any_of(samples.Slices(),
                              [](const SampleSlice& slice) { return slice.rows->sync.has_value(); });
-}
-
-bool HasPartialSync(const SampleTable& samples) {
-  return HasValues(samples, &SampleRows::partialSync);
-}
-
-std::vector<JoinedGroup> GroupsOf(const SampleTable& samples) {
-  std::vector<const SampleRows*> rows;
-  std::unordered_set<const SampleRows*> seen;
-  if (samples.Count() == 0 && samples.WholeRows() != nullptr) rows.push_back(samples.WholeRows());
-  for (const SampleSlice& slice : samples.Slices()) {
-    if (seen.insert(slice.rows.get()).second) rows.push_back(slice.rows.get());
-  }
-  return JoinGroups(rows);
 }
 
 }  // namespace toolbox

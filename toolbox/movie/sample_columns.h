@@ -23,11 +23,9 @@ std::uint32_t OffsetsVersion(const SampleTable& samples);
 bool HasOffsetsBelowZero(const SampleTable& samples);
 // False: every sample is a sync sample.
 bool HasSyncTable(const SampleTable& samples);
-bool HasPartialSync(const SampleTable& samples);
-// The groupings of the samples of all files.
-std::vector<JoinedGroup> GroupsOf(const SampleTable& samples);
 
-// Calls add(samples, value) for the `part` of runs that start at their `sample`.
+// Calls add(samples, value) for each of `runs` with samples in `part`: `samples` is their number,
+// `value` a member of the run. A run ends where the next one starts.
 template <class Runs, class Run, class Value, class Add>
 void ForEachRunIn(const Runs& runs, RowRange part, Value Run::*value, Add&& add) {
   auto run = std::ranges::upper_bound(runs, part.from, {}, &Run::sample);
@@ -84,14 +82,13 @@ void ForEachOffset(const SampleTable& samples, Visit&& visit) {
   ForEachOffset(samples, visit, [&visit](ByteSpan rows) { OffsetRuns::ForEachRow(rows, visit); });
 }
 
-// Calls visit(samples, number) for runs in one group of a grouping that GroupsOf gave; neighbours
-// differ. Number 0 is no group.
+// Calls visit(samples, number) for runs in one group of a grouping that GroupsOf has returned;
+// neighbours differ. Number 0 is no group.
 template <class Visit>
 void ForEachGroup(const SampleTable& samples, const JoinedGroup& group, Visit&& visit) {
   RunJoiner<std::uint32_t, Visit> joiner(visit);
   for (const SampleSlice& slice : samples.Slices()) {
-    const auto found = group.numbers.find(slice.rows.get());
-    const auto numbers = found == group.numbers.end() ? JoinedGroup::Numbers{} : found->second;
+    const JoinedGroup::Numbers& numbers = group.numbers.at(slice.rows.get());
     if (numbers.group == nullptr) {
       joiner.Add(slice.part.Count(), numbers.defaultNumber);
       continue;
@@ -110,18 +107,10 @@ void ForEachEncodedSize(const SampleTable& samples, Visit&& visit) {
     const SampleRows& rows = *slice.rows;
     if (rows.constantSize == 0) {
       visit(rows.sizes.Encoded(slice.part.from, slice.part.to));
-      continue;
+    } else {
+      ForEachEncodedRepeat(rows.constantSize, slice.part.Count(), visit);
     }
-    ForEachEncodedRepeat(rows.constantSize, slice.part.Count(), visit);
   }
-}
-
-// Calls visit(size) for each sample.
-template <class Visit>
-void ForEachSize(const SampleTable& samples, Visit&& visit) {
-  ForEachEncodedSize(samples, [&visit](ByteSpan rows) {
-    Rows<SampleSize>(rows).ForEach([&visit](const SampleSize& row) { visit(row.size); });
-  });
 }
 
 // Calls visit(sample) for those of the sorted `rows` that are in the slice.

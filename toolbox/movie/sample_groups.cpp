@@ -2,9 +2,22 @@
 
 #include <algorithm>
 #include <map>
+#include <span>
+#include <unordered_set>
 
 namespace toolbox {
 namespace {
+
+// The rows of all files that have samples in the table, each once.
+std::vector<const SampleRows*> RowsOf(const SampleTable& samples) {
+  std::vector<const SampleRows*> rows;
+  std::unordered_set<const SampleRows*> seen;
+  if (samples.Count() == 0 && samples.WholeRows() != nullptr) rows.push_back(samples.WholeRows());
+  for (const SampleSlice& slice : samples.Slices()) {
+    if (seen.insert(slice.rows.get()).second) rows.push_back(slice.rows.get());
+  }
+  return rows;
+}
 
 const SampleGroupDescriptions* DescriptionsIn(const SampleRows& rows, FourCC grouping) {
   const auto found = std::ranges::find_if(rows.groups, [grouping](const SampleGroup& group) {
@@ -19,66 +32,56 @@ class Merger {
  public:
   Merger(std::span<const SampleRows* const> rows, FourCC grouping) : grouping_(grouping) {
     for (const SampleRows* one : rows) {
-      const SampleGroupDescriptions* descriptions = DescriptionsIn(*one, grouping);
-      if (descriptions == nullptr) continue;
-      isSame_ = isSame_ && (first_ == nullptr || *first_ == *descriptions);
-      if (first_ == nullptr) first_ = descriptions;
-      Add(*descriptions);
+      if (const auto* descriptions = DescriptionsIn(*one, grouping)) Add(*descriptions);
+    }
+    for (auto& [descriptions, numbers] : known_) {
+      if (IsSame()) numbers.joined.clear();
+      numbers.defaultNumber = numbers.Of(numbers.defaultNumber);
     }
   }
 
   // False: descriptions differ, and some cannot be split into entries.
-  bool IsPossible() const { return isSame_ || isReadable_; }
+  bool IsPossible() const { return IsSame() || isReadable_; }
   std::optional<SampleGroupDescriptions> Descriptions() const {
-    if (first_ == nullptr) return std::nullopt;
-    return isSame_ ? *first_ : SampleGroupDescriptions::Of(grouping_, entries_);
+    if (known_.empty()) return std::nullopt;
+    return IsSame() ? known_.begin()->first : SampleGroupDescriptions::Of(grouping_, entries_);
   }
   // The number that Descriptions() states for samples in no run.
   std::uint32_t DefaultNumber() const {
-    const auto known = isSame_ && first_ != nullptr ? known_.find(*first_) : known_.end();
-    return known == known_.end() ? 0 : known->second.defaultNumber;
+    return IsSame() && !known_.empty() ? known_.begin()->second.defaultNumber : 0;
   }
   JoinedGroup::Numbers NumbersOf(const SampleRows& rows, const SampleGroup* group) const {
     const SampleGroupDescriptions* descriptions = DescriptionsIn(rows, grouping_);
-    JoinedGroup::Numbers numbers;
+    auto numbers = descriptions != nullptr ? known_.at(*descriptions) : JoinedGroup::Numbers{};
     if (group != nullptr && !group->runs.empty()) numbers.group = group;
-    const auto known = descriptions == nullptr ? known_.end() : known_.find(*descriptions);
-    if (known == known_.end()) return numbers;
-    const auto& [defaultNumber, joined] = known->second;
-    numbers.defaultNumber = isSame_ ? defaultNumber : joined[defaultNumber];
-    if (!isSame_) numbers.joined = joined;
     return numbers;
   }
 
  private:
-  // Descriptions of at least one file.
-  struct Known {
-    std::uint32_t defaultNumber = 0;
-    std::vector<std::uint32_t> joined;  // by old number: the new one; 0 stays 0
-  };
+  bool IsSame() const { return known_.size() <= 1; }
 
   void Add(const SampleGroupDescriptions& descriptions) {
-    if (known_.contains(descriptions)) return;
+    const auto [known, isNew] = known_.try_emplace(descriptions);
+    if (!isNew) return;
+    JoinedGroup::Numbers& numbers = known->second;
     const auto found = descriptions.Entries();
     isReadable_ = isReadable_ && found.has_value();
     if (!found) return;
-    Known& known = known_[descriptions];
-    known.joined = {0};
+    numbers.joined = {0};
     for (const ByteSpan entry : found->entries) {
       auto same = std::find_if(entries_.begin(), entries_.end(), [entry](ByteSpan other) {
         return std::ranges::equal(entry, other);
       });
       if (same == entries_.end()) same = entries_.insert(same, entry);
-      known.joined.push_back(static_cast<std::uint32_t>(same - entries_.begin()) + 1);
+      numbers.joined.push_back(static_cast<std::uint32_t>(same - entries_.begin()) + 1);
     }
-    if (found->defaultNumber < known.joined.size()) known.defaultNumber = found->defaultNumber;
+    if (found->defaultNumber < numbers.joined.size()) numbers.defaultNumber = found->defaultNumber;
   }
 
   FourCC grouping_;
-  const SampleGroupDescriptions* first_ = nullptr;
-  bool isSame_ = true, isReadable_ = true;
+  bool isReadable_ = true;
   std::vector<ByteSpan> entries_;  // views of the rows
-  std::map<SampleGroupDescriptions, Known> known_;
+  std::map<SampleGroupDescriptions, JoinedGroup::Numbers> known_;  // without `group`
 };
 
 }  // namespace
@@ -88,8 +91,9 @@ void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_
   if (runs.empty() || runs.back().group != group) runs.push_back({sample, group});
 }
 
-std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows) {
+std::vector<JoinedGroup> GroupsOf(const SampleTable& samples) {
   std::vector<JoinedGroup> joined;
+  const std::vector<const SampleRows*> rows = RowsOf(samples);
   std::map<FourCC, Merger> mergers;
   for (const SampleRows* one : rows) {
     for (const SampleGroup& group : one->groups) {
@@ -99,10 +103,8 @@ std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows) {
       if (std::ranges::any_of(joined, isThis)) continue;
       const auto [merger, isNew] = mergers.try_emplace(group.grouping, rows, group.grouping);
       if (!merger->second.IsPossible()) continue;
-      JoinedGroup& result = joined.emplace_back();
-      result.grouping = group.grouping;
-      result.parameter = group.parameter;
-      result.versionAndFlags = group.versionAndFlags;
+      joined.push_back({group.grouping, group.versionAndFlags, group.parameter});
+      JoinedGroup& result = joined.back();
       if (isNew) result.descriptions = merger->second.Descriptions();
       for (const SampleRows* other : rows) {
         const auto found = std::ranges::find_if(other->groups, isThis);

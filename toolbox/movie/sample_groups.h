@@ -4,12 +4,11 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <unordered_map>
 #include <vector>
 
 #include "toolbox/atoms/group_atoms.h"
-#include "toolbox/movie/sample_rows.h"
+#include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
 
@@ -21,27 +20,28 @@ void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_
 struct JoinedGroup {
   FourCC grouping;
   std::uint32_t versionAndFlags = 0, parameter = 0;  // of 'sbgp'
-  std::optional<SampleGroupDescriptions> descriptions;  // unless an earlier group has them
+  // Groups that differ only in their parameter share the descriptions; the first of them has these.
+  std::optional<SampleGroupDescriptions> descriptions;
   bool isMapped = false;  // whether an 'sbgp' is needed
 
   // The numbers of samples from one file.
   struct Numbers {
     const SampleGroup* group = nullptr;  // null: all samples have defaultNumber
-    std::vector<std::uint32_t> joined;  // by the file's number; empty: they stay as they are
-    std::uint32_t defaultNumber = 0;
+    std::vector<std::uint32_t> joined;  // by the number in the file; empty: the same numbers
+    std::uint32_t defaultNumber = 0;  // already as joined
 
     std::uint32_t Of(std::uint32_t number) const {
       if (joined.empty()) return number;
       return number < joined.size() ? joined[number] : 0;
     }
   };
-  std::unordered_map<const SampleRows*, Numbers> numbers;  // other rows are in no group
+  std::unordered_map<const SampleRows*, Numbers> numbers;
 };
 
-// Joins the groupings of `rows`, which are all different. Equal descriptions become one. Samples of
-// a file without a grouping are in none of its groups. A grouping is left out if its descriptions
-// differ between files and their entries cannot be separated.
-std::vector<JoinedGroup> JoinGroups(std::span<const SampleRows* const> rows);
+// Joins the groupings of all files of a table. Equal descriptions become one. Samples of a file
+// without a grouping are in none of its groups. A grouping is left out if its descriptions differ
+// between files and their entries cannot be separated.
+std::vector<JoinedGroup> GroupsOf(const SampleTable& samples);
 
 // How many samples earlier decoding has to start so that the row is decoded correctly: the distance
 // of its roll group, ISO/IEC 14496-12 10.1. Nothing if the row is in no roll group.

@@ -37,21 +37,10 @@ std::uint64_t SizeOf(const SampleTable& samples, std::uint64_t first, std::uint3
 std::uint32_t PacketLength(const SampleTable& samples, std::uint64_t sample);
 // The smallest range around `range` that splits no packet.
 SampleRange WholePackets(const SampleTable& samples, SampleRange range);
-// Marks, by index, the descriptions that samples of `range` use, all of which are located.
+// Sets used[i] for each description i that samples of `range` have. All of these are located.
 void MarkDescriptions(const SampleTable& samples, SampleRange range, std::vector<bool>& used);
 
 // The functions below expect located samples and throw Refused (invalidSampleTable) for others.
-
-// Calls visit(SampleChunks) for the chunks of `range`. Neighbours may be alike.
-template <class Visit>
-void ForEachChunks(const SampleTable& samples, SampleRange range, Visit&& visit);
-// Calls visit(offset, description) for each chunk of `range`: the offset is that of the first
-// sample in both the chunk and the range, in bytes from the start of the file.
-template <class Visit>
-void ForEachChunkOffset(const SampleTable& samples, SampleRange range, Visit&& visit);
-// Calls visit(SamplePiece) for each chunk of `range`.
-template <class Visit>
-void ForEachPiece(const SampleTable& samples, SampleRange range, Visit&& visit);
 
 // Chunks of a file, of each `perChunk` samples from the row `row` on.
 struct FileChunks {
@@ -99,6 +88,7 @@ void ForEachFileChunks(const SampleRows& rows, RowRange part, Visit&& visit) {
   }
 }
 
+// Calls visit(SampleChunks) for the chunks of `range`. Neighbours may be alike.
 template <class Visit>
 void ForEachChunks(const SampleTable& samples, SampleRange range, Visit&& visit) {
   for (const SampleSlice& slice : samples.SlicesIn(range)) {
@@ -108,6 +98,8 @@ void ForEachChunks(const SampleTable& samples, SampleRange range, Visit&& visit)
   }
 }
 
+// Calls visit(offset, description) for each chunk of `range`: the offset is that of the first
+// sample in both the chunk and the range, in bytes from the start of the file.
 template <class Visit>
 void ForEachChunkOffset(const SampleTable& samples, SampleRange range, Visit&& visit) {
   for (const SampleSlice& slice : samples.SlicesIn(range)) {
@@ -131,6 +123,7 @@ void ForEachChunkOffset(const SampleTable& samples, SampleRange range, Visit&& v
   }
 }
 
+// Calls visit(SamplePiece) for each chunk of `range`.
 template <class Visit>
 void ForEachPiece(const SampleTable& samples, SampleRange range, Visit&& visit) {
   for (const SampleSlice& slice : samples.SlicesIn(range)) {

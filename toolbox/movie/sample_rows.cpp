@@ -62,34 +62,30 @@ void SampleRows::AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint3
   if (whole != chunks) chunkRuns.Add(chunk + whole, 1, count - Located(), description);
 }
 
-const TimeRun& SampleRows::TimeRunOf(std::uint32_t sample) const {
-  return RunAt(times, sample, &TimeRun::sample);
-}
-
 void SampleRows::AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
                            std::uint32_t description) {
-  if (times.empty() || times.back().delta != delta) times.push_back({count, delta, duration});
-  chunkRuns.Add(count, 1, 1, description);
+  chunkRuns.Add(count++, 1, 1, description);
   chunkOffsets.Add(offset);
   sizes.Add(size);
-  duration += MediaTime{delta};
-  timed_ = ++count;
+  AddTimes(1, delta);
 }
 
 MediaTime SampleRows::TimeOf(std::uint32_t sample) const {
   if (sample >= count) return duration;
-  const TimeRun& run = TimeRunOf(sample);
+  const TimeRun& run = RunAt(times, sample, &TimeRun::sample);
   return run.time + MediaTime{std::int64_t{sample - run.sample} * run.delta};
 }
 
-std::uint32_t SampleRows::DurationOf(std::uint32_t sample) const { return TimeRunOf(sample).delta; }
+std::uint32_t SampleRows::DurationOf(std::uint32_t sample) const {
+  return RunAt(times, sample, &TimeRun::sample).delta;
+}
 
 std::int32_t SampleRows::OffsetOf(std::uint32_t sample) const {
   return offsets.IsEmpty() ? 0 : offsets.From(sample)->offset;
 }
 
 RowRange SampleRows::TimesAround(std::uint32_t sample) const {
-  const TimeRun* run = &TimeRunOf(sample);
+  const TimeRun* run = &RunAt(times, sample, &TimeRun::sample);
   return {run->sample, run == &times.back() ? count : run[1].sample};
 }
 

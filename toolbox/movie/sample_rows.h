@@ -115,13 +115,12 @@ struct SampleRows {
   // a duration or an offset becomes too large for a file.
   SampleRows Rescaled(std::int32_t from, std::int32_t to) const;
 
-  // When the first sample of `range` starts to be shown, and when the last one stops, in the order
-  // of showing. Both are relative to the decode time of range.from.
+  // The earliest time at which a sample of `range` starts to be shown, and the latest at which one
+  // stops. Both are relative to the decode time of range.from.
   MediaTime ShownFrom(RowRange range) const;
   MediaTime ShownUntil(RowRange range) const;
 
  private:
-  const TimeRun& TimeRunOf(std::uint32_t sample) const;
   std::uint32_t timed_ = 0;  // samples covered so far by AddTimes
 };
 

@@ -13,8 +13,8 @@ namespace {
 
 // Whether a file can state the offsets of `rows` when each is larger by `shift`.
 bool HasRoom(const SampleRows& rows, std::int64_t shift) {
-  return rows.offsets.Smallest() + shift >= INT32_MIN &&
-         rows.offsets.Largest() + shift <= INT32_MAX;
+  return std::min(rows.offsets.Smallest(), 0) + shift >= INT32_MIN &&
+         std::max(rows.offsets.Largest(), 0) + shift <= INT32_MAX;
 }
 
 }  // namespace
@@ -27,26 +27,21 @@ SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
   std::vector<std::uint32_t> same(
       std::max<std::size_t>({1, rows->chunkRuns.Descriptions(), rows->packings.size()}));
   std::iota(same.begin(), same.end(), 0U);
-  SampleSlice slice;
-  slice.part.to = rows->count;
-  slice.length = rows->duration;
-  slice.descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(same));
-  slice.rows = std::move(rows);
-  Add(std::move(slice));
+  Add({.rows = rows,
+       .part = {0, rows->count},
+       .length = rows->duration,
+       .descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(same))});
 }
 
 MediaTime SampleTable::AppendSlice(const SampleTable& other, SampleRange range,
-                                   std::span<const std::uint32_t> descriptions) {
+                                   DescriptionMap descriptions) {
   const std::uint64_t before = Count();
-  for (SampleSlice& slice : other.Cut(range, descriptions)) {
-    MakeRoomFor(slice);
-    Add(std::move(slice));
-  }
+  for (SampleSlice& slice : other.Cut(range, descriptions)) AddAfterShown(std::move(slice));
   return TimeOf(before);
 }
 
 MediaTime SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
-                                    std::span<const std::uint32_t> descriptions) {
+                                    DescriptionMap descriptions) {
   const MediaTime before = Duration();
   std::vector<SampleSlice> slices = other.Cut(range, descriptions);
   MediaTime decoded, shownFrom{INT64_MAX};
@@ -60,8 +55,7 @@ MediaTime SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
     shift = std::int64_t{slices_.back().shift} - slices.front().shift;
   }
   const bool isShifted = std::ranges::all_of(slices, [shift](const SampleSlice& slice) {
-    const std::int64_t all = slice.shift + shift;
-    return HasRoom(*slice.rows, all) && all >= INT32_MIN && all <= INT32_MAX;
+    return HasRoom(*slice.rows, slice.shift + shift);
   });
   for (SampleSlice& slice : slices) {
     if (isShifted) slice.shift += static_cast<std::int32_t>(shift);
@@ -70,8 +64,7 @@ MediaTime SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
   return before;
 }
 
-std::vector<SampleSlice> SampleTable::Cut(SampleRange range,
-                                          std::span<const std::uint32_t> descriptions) const {
+std::vector<SampleSlice> SampleTable::Cut(SampleRange range, DescriptionMap descriptions) const {
   std::vector<SampleSlice> slices;
   for (const SampleSlice& slice : SlicesIn(range)) {
     SampleSlice& cut = slices.emplace_back(slice);
@@ -79,18 +72,14 @@ std::vector<SampleSlice> SampleTable::Cut(SampleRange range,
     if (cut.part.to != slice.part.to) cut.stretch = {};
     cut.rowTime = slice.rows->TimeOf(cut.part.from);
     cut.length = slice.rows->TimeOf(cut.part.to) - cut.rowTime + cut.stretch;
+    if (!descriptions) continue;
     std::vector<std::uint32_t> map;
     for (const std::uint32_t description : *slice.descriptions) {
-      map.push_back(description < descriptions.size() ? descriptions[description] : 0);
+      map.push_back(description < descriptions->size() ? (*descriptions)[description] : 0);
     }
     cut.descriptions = std::make_shared<const std::vector<std::uint32_t>>(std::move(map));
   }
   return slices;
-}
-
-void SampleTable::MakeRoomFor(const SampleSlice& next) {
-  if (slices_.empty() || Continues(next)) return;
-  StretchTo(shownUntil_ - next.ShownFrom());
 }
 
 bool SampleTable::Continues(const SampleSlice& next) const {
@@ -116,6 +105,11 @@ void SampleTable::Add(SampleSlice slice) {
   slices_.push_back(std::move(slice));
 }
 
+void SampleTable::AddAfterShown(SampleSlice slice) {
+  if (!Continues(slice)) StretchTo(shownUntil_ - slice.ShownFrom());
+  Add(std::move(slice));
+}
+
 void SampleTable::StretchTo(MediaTime time) {
   if (slices_.empty() || time <= Duration()) return;
   SampleSlice& last = slices_.back();
@@ -130,14 +124,13 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     auto& rows = converted[slice.rows.get()];
     if (!rows) rows = std::make_shared<const SampleRows>(slice.rows->Rescaled(from, to));
     slice.rows = rows;
-    slice.stretch = {Rescale(slice.stretch.units, from, to)};
+    slice.stretch = ScaleChange{from, to}(slice.stretch);
     const std::int64_t shift = Rescale(slice.shift, from, to);
     if (!HasRoom(*rows, shift)) throw Refused{invalidDuration};
     slice.shift = static_cast<std::int32_t>(shift);
     slice.rowTime = rows->TimeOf(slice.part.from);
     slice.length = rows->TimeOf(slice.part.to) - slice.rowTime + slice.stretch;
-    table.MakeRoomFor(slice);
-    table.Add(std::move(slice));
+    table.AddAfterShown(std::move(slice));
   }
   return table;
 }

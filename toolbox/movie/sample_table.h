@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -11,16 +12,17 @@
 
 namespace toolbox {
 
-// Rows are shared, so joining tables costs a slice a stretch: the same few bytes for an hour of
-// sound, a thousand clips or ten hours of film.
+// Rows are shared, so a join adds slices and copies no rows. A slice takes the same few bytes for a
+// second of sound and for ten hours of film.
 //
 // A table itself has the decode times of its samples. Other headers have functions for the rest:
 //   presentation.h    when samples are shown
 //   sample_places.h   where their bytes are in files
 //   sample_columns.h  everything else, column by column, as a file states it
+//   sample_groups.h   the groups of samples
 class SampleTable {
  public:
-  // The smallest and the largest offset of a sample; 0 is always between them.
+  // All offsets of samples are between these two, and so is 0.
   struct OffsetBounds {
     std::int32_t smallest = 0, largest = 0;
     bool AreZero() const { return smallest == 0 && largest == 0; }
@@ -39,24 +41,26 @@ class SampleTable {
   MediaTime EndTime() const { return std::max(Duration(), shownUntil_); }
   OffsetBounds Offsets() const { return offsets_; }
 
-  // Adds the samples `range` of `other` at the end. Every way from one media into another ends
-  // here or in AppendInStep. Description d of `other` is descriptions[d] here. If samples already
-  // here would still be shown when the new ones start to be, the last of them lasts longer.
+  // The index here for each description of another table; no map: the same index.
+  using DescriptionMap = std::optional<std::span<const std::uint32_t>>;
+
+  // Adds the samples `range` of `other` at the end. Samples come from one media into another only
+  // by this and AppendInStep. If samples already here would still be shown when the new ones start
+  // to be, the last of them becomes longer.
   //
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
   // Returns the decode time of the first new sample. O(slices).
   MediaTime AppendSlice(const SampleTable& other, SampleRange range,
-                        std::span<const std::uint32_t> descriptions);
+                        DescriptionMap descriptions = {});
 
   // Adds samples like AppendSlice, but decodes and shows them from Duration() on: no sample here
-  // lasts longer, and all new ones are shown earlier or later by the same time. Why: an edit hides
-  // the delay of reordered pictures, and edits do not come along.
+  // becomes longer, and all new ones are shown earlier or later by the same time. Why: an edit
+  // hides the delay of reordered pictures, and edits are not copied along.
   //
   //   decoded  |  here  |[ from .. to )|
   //   shown    |  here  |[ from .. to )|
-  MediaTime AppendInStep(const SampleTable& other, SampleRange range,
-                         std::span<const std::uint32_t> descriptions);
+  MediaTime AppendInStep(const SampleTable& other, SampleRange range, DescriptionMap descriptions);
 
   // Makes the last sample longer where Duration() would be less than `time`.
   void StretchTo(MediaTime time);
@@ -86,13 +90,13 @@ class SampleTable {
 
  private:
   // The samples `range` as slices for a table that has these descriptions.
-  std::vector<SampleSlice> Cut(SampleRange range,
-                               std::span<const std::uint32_t> descriptions) const;
-  // Makes the last sample longer until `next`, if added, is shown after all samples here.
-  void MakeRoomFor(const SampleSlice& next);
+  std::vector<SampleSlice> Cut(SampleRange range, DescriptionMap descriptions) const;
   // Whether `next` continues the last slice, so that both can be one.
   bool Continues(const SampleSlice& next) const;
+  // Adds the slice at the end, whatever `first` and `time` it has.
   void Add(SampleSlice slice);
+  // Adds it so that it is shown after all samples here: if needed, the last sample becomes longer.
+  void AddAfterShown(SampleSlice slice);
 
   std::vector<SampleSlice> slices_;  // none is empty
   std::shared_ptr<const SampleRows> empty_;  // of a file without samples: it may have other tables

@@ -1,27 +1,24 @@
 #include "toolbox/movie/sample_times.h"
-#include "toolbox/movie/presentation.h"
 
 #include <algorithm>
 
+#include "toolbox/movie/presentation.h"
+
 namespace toolbox {
 namespace {
-
-// The media time that an edit shows `into` movie units after its start.
-MediaTime Shows(const Edit& edit, MovieTime into, Clock clock) {
-  return edit.mediaTime + clock.Shown(into, edit.rate, Rounding::kDown);
-}
 
 // The first movie time at which an edit has reached the media time `time`.
 MovieTime Reaches(const Edit& edit, MediaTime time, Clock clock) {
   return edit.start + clock.Lasting(time - edit.mediaTime, edit.rate, Rounding::kUp);
 }
 
-// The sample on show at `start`, which starts there or before the edit.
+// The sample that the edit shows at `start`, for as long as the edit shows it. It starts there, or
+// before the edit does.
 std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
                                        const TrackRecord& track) {
   const SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
-  const MediaTime time = Shows(edit, start - edit.start, clock);
+  const MediaTime time = edit.ShownAt(start - edit.start, clock, Rounding::kDown);
   const auto [first, last] = SamplesShownIn(samples, time, time + MediaTime{1});
   if (first == last) return std::nullopt;
   const MediaTime end = NextShownAfter(samples, time).value_or(samples.EndTime());
@@ -38,7 +35,7 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
     from = edit.start + MovieTime{1};
   }
   const Clock clock = track.TimeClock();
-  const MediaTime before = Shows(edit, from - edit.start - MovieTime{1}, clock);
+  const MediaTime before = edit.ShownAt(from - edit.start - MovieTime{1}, clock, Rounding::kDown);
   const auto next = NextShownAfter(track.media->samples, before);
   if (!next) return std::nullopt;
   // Of samples that start within one movie unit, the last is on show at its end.
@@ -65,7 +62,7 @@ std::optional<MediaTime> MediaTimeAt(const TrackRecord& track, MovieTime time) {
   const std::vector<Edit>& edits = track.edits.Edits();
   const auto edit = std::ranges::upper_bound(edits, time, {}, &Edit::End);
   if (edit == edits.end() || edit->IsEmpty() || edit->start > time) return std::nullopt;
-  return Shows(*edit, time - edit->start, track.TimeClock());
+  return edit->ShownAt(time - edit->start, track.TimeClock(), Rounding::kDown);
 }
 
 }  // namespace toolbox

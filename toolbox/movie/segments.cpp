@@ -7,6 +7,7 @@
 
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
+#include "toolbox/text/language.h"
 
 namespace toolbox {
 namespace {
@@ -32,11 +33,10 @@ bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
          !a.IsProtected() && !b.IsProtected();
 }
 
-// The language of a media, with one code for "unspecified".
-// QuickTime: that is 0x7FFF.  ISO: it is 'und', packed.
+// The language of a media. QuickTime's code and ISO's code for "none" become the same one.
 std::uint16_t Language(const MediaRecord& media) {
-  constexpr std::uint16_t kUnspecified = 0x7FFF, kUndetermined = 0x55C4;
-  return media.header.language == kUndetermined ? kUnspecified : media.header.language;
+  return media.header.language == kUndeterminedLanguage ? kUnspecifiedLanguage
+                                                        : media.header.language;
 }
 
 bool Fits(const TrackRecord& track, const TrackRecord& source) {
@@ -53,11 +53,9 @@ bool Fits(const TrackRecord& track, const TrackRecord& source) {
 // Refuses media whose samples cannot be read, or not be decrypted, from another movie.
 void CheckJoinable(const TrackRecord& source) {
   const MediaRecord& media = *source.media;
-  const bool isInThisFile = std::ranges::any_of(
-      media.dataReferences,
-      [](const DataReference& reference) { return std::holds_alternative<ThisFile>(reference); });
   if (media.IsProtected()) throw Refused{featureUnsupported};
-  if (isInThisFile && !source.movie->file) throw Refused{couldNotResolveDataRef};
+  const auto inThisFile = std::ranges::count(media.dataReferences, DataReference(ThisFile{}));
+  if (inThisFile != 0 && !source.movie->file) throw Refused{couldNotResolveDataRef};
   if (LocatedCount(media.samples) < media.samples.Count()) throw Refused{invalidSampleTable};
 }
 
@@ -65,13 +63,9 @@ void CheckJoinable(const TrackRecord& source) {
 EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTime from,
                     MovieTime length) {
   EditList edits = source.edits.Segment(from, length, source.TimeClock());
-  const std::int32_t sourceScale = source.movie->header.scale;
-  if (sourceScale != movie.header.scale) {
-    edits.MapBoundaries(
-        [&](MovieTime time) {
-          return MovieTime{Rescale(time.units, sourceScale, movie.header.scale)};
-        },
-        false, {movie.header.scale, source.media->header.scale});
+  const ScaleChange place{source.movie->header.scale, movie.header.scale};
+  if (place.from != place.to) {
+    edits.MapBoundaries(place, false, {movie.header.scale, source.media->header.scale});
   }
   return edits;
 }
@@ -88,13 +82,13 @@ void EndEditsWithMedia(TrackRecord& track) {
   }
 }
 
-// Joins the media of `source`, which is `sourceMedia` in the scale of the track, and inserts its
-// edits. What follows moves right by `room`.
-void InsertEdits(const TrackRecord& source, const MediaRecord& sourceMedia, EditList edits,
-                 TrackRecord& track, MovieTime at, MovieTime room) {
-  if (&*source.media != &*track.media) {
+// Inserts edits of `media`, which is joined to the media of the track unless it is that media. Both
+// have the same scale. What follows moves right by `room`.
+void InsertEdits(const MediaRecord& media, EditList edits, TrackRecord& track, MovieTime at,
+                 MovieTime room) {
+  if (&media != &*track.media) {
     EndEditsWithMedia(track);
-    const MediaTime base = track.media->Join(sourceMedia);
+    const MediaTime base = track.media->Join(media);
     edits.MapMedia([base](MediaTime time) { return time + base; });
   }
   track.edits.Insert(edits, at, room, track.TimeClock());
@@ -148,7 +142,7 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   CheckSpan(from, length, at);
   length = std::min(length, source.Duration() - from);
   if (length.units <= 0) return;
-  const MovieTime room{Rescale(length.units, source.header.scale, movie.header.scale)};
+  const MovieTime room = ScaleChange{source.header.scale, movie.header.scale}(length);
   std::vector<Insertion> insertions = InsertionsOf(source, movie, from, length);
 
   // Tracks that are as enabled as the source come first; each is used at most once.
@@ -168,8 +162,7 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   }
   for (Insertion& insertion : insertions) {
     if (insertion.target == nullptr) insertion.target = &movie.AddTrackLike(*insertion.source);
-    InsertEdits(*insertion.source, *insertion.source->media, std::move(insertion.edits),
-                *insertion.target, at, room);
+    InsertEdits(*insertion.source->media, std::move(insertion.edits), *insertion.target, at, room);
   }
   for (TrackRecord* track : free) {
     if (track->edits.Duration() > at) track->edits.Insert({}, at, room, track->TimeClock());
@@ -185,20 +178,17 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   const std::int64_t wanted = movie.header.selectionDuration;
   for (Insertion& insertion : insertions) {
     if (wanted > 0 && natural > 0) {
-      insertion.edits.MapBoundaries(
-          [&](MovieTime time) { return MovieTime{Rescale(time.units, natural, wanted)}; }, true,
-          {movie.header.scale, insertion.source->media->header.scale});
+      insertion.edits.MapBoundaries(ScaleChange{natural, wanted}, true,
+                                    {movie.header.scale, insertion.source->media->header.scale});
     }
     insertion.target = &movie.AddTrackLike(*insertion.source);
     const MovieTime room = insertion.edits.Duration();
-    InsertEdits(*insertion.source, *insertion.source->media, std::move(insertion.edits),
-                *insertion.target, {movie.header.selectionTime}, room);
+    InsertEdits(*insertion.source->media, std::move(insertion.edits), *insertion.target,
+                {movie.header.selectionTime}, room);
   }
   CarryReferences(insertions);
   for (std::size_t i = movie.tracks.size(); i-- > 0;) {
-    const bool showsMedia = std::ranges::any_of(movie.tracks[i]->edits.Edits(),
-                                                [](const Edit& edit) { return !edit.IsEmpty(); });
-    if (!showsMedia) movie.RemoveTrack(*movie.tracks[i]);
+    if (movie.tracks[i]->edits.Edits().empty()) movie.RemoveTrack(*movie.tracks[i]);
   }
 }
 
@@ -217,12 +207,11 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
 
   length = std::min(length, source.edits.Duration() - from);
   if (length.units <= 0) return;
-  const MovieTime room{
-      Rescale(length.units, source.movie->header.scale, track.movie->header.scale)};
+  const MovieTime room = ScaleChange{source.movie->header.scale, track.movie->header.scale}(length);
   EditList edits = SegmentFor(*track.movie, source, from, length);
   if (edits.Edits().empty()) return;
   if (!isSameTrack) CheckJoinable(source);
-  if (here == there) return InsertEdits(source, *source.media, std::move(edits), track, at, room);
+  if (here == there) return InsertEdits(*source.media, std::move(edits), track, at, room);
 
   // The least common multiple of both scales is exact for both. If it is too fine, or the times do
   // not fit, the source's times are rounded to the scale here.
@@ -238,13 +227,10 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
     sourceMedia = *source.media;
     sourceMedia.SetScale(here);
   }
-  const auto inScale = [](std::int32_t old, std::int32_t now) {
-    return [old, now](MediaTime time) { return MediaTime{Rescale(time.units, old, now)}; };
-  };
-  edits.MapMedia(inScale(there, sourceMedia.header.scale));
-  track.edits.MapMedia(inScale(here, media.header.scale));
+  edits.MapMedia(ScaleChange{there, sourceMedia.header.scale});
+  track.edits.MapMedia(ScaleChange{here, media.header.scale});
   track.media = std::move(media);
-  InsertEdits(source, sourceMedia, std::move(edits), track, at, room);
+  InsertEdits(sourceMedia, std::move(edits), track, at, room);
 }
 
 }  // namespace toolbox

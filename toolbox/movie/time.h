@@ -56,6 +56,16 @@ constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64
   return static_cast<std::int64_t>(result);
 }
 
+// Converts times of one line from one scale to another, both above 0. Each is rounded by itself.
+struct ScaleChange {
+  std::int64_t from = 1, to = 1;
+
+  template <class Line>
+  Time<Line> operator()(Time<Line> time) const {
+    return {Rescale(time.units, from, to)};
+  }
+};
+
 // The two time scales of an edit list, in units per second. An edit list has times in both.
 struct Clock {
   std::int32_t movie = 600;

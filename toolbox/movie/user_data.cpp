@@ -6,20 +6,25 @@
 #include "toolbox/refused.h"
 
 namespace toolbox {
+namespace {
 
-std::size_t UserDataRecord::Count(FourCC type) const {
-  return static_cast<std::size_t>(std::ranges::count(items, type, &UserDataItem::type));
-}
-
-std::vector<UserDataItem>::iterator UserDataRecord::Find(FourCC type, std::size_t number) {
+// The item `number` of that type. Throws Refused: userDataItemNotFound.
+template <class Items>
+auto Find(Items& items, FourCC type, std::size_t number) {
   const auto found = std::ranges::find_if(
       items, [&](const UserDataItem& item) { return item.type == type && --number == 0; });
   if (found == items.end()) throw Refused{userDataItemNotFound};
   return found;
 }
 
+}  // namespace
+
+std::size_t UserDataRecord::Count(FourCC type) const {
+  return static_cast<std::size_t>(std::ranges::count(items, type, &UserDataItem::type));
+}
+
 const Bytes& UserDataRecord::Item(FourCC type, std::size_t number) const {
-  return const_cast<UserDataRecord*>(this)->Find(type, number)->payload;
+  return Find(items, type, number)->payload;
 }
 
 void UserDataRecord::Set(FourCC type, std::size_t number, Bytes payload) {
@@ -27,20 +32,22 @@ void UserDataRecord::Set(FourCC type, std::size_t number, Bytes payload) {
   if (number == Count(type) + 1) {
     items.push_back({type, std::move(payload)});
   } else {
-    Find(type, number)->payload = std::move(payload);
+    Find(items, type, number)->payload = std::move(payload);
   }
 }
 
-void UserDataRecord::Remove(FourCC type, std::size_t number) { items.erase(Find(type, number)); }
+void UserDataRecord::Remove(FourCC type, std::size_t number) {
+  items.erase(Find(items, type, number));
+}
 
 FourCC UserDataRecord::NextType(FourCC previous) const {
-  std::vector<FourCC> types;
-  for (const UserDataItem& item : items) {
-    if (std::ranges::find(types, item.type) == types.end()) types.push_back(item.type);
-  }
-  if (previous == FourCC()) return types.empty() ? FourCC() : types.front();
-  const auto found = std::ranges::find(types, previous);
-  return found == types.end() || found + 1 == types.end() ? FourCC() : *(found + 1);
+  const auto firstOf = [this](FourCC type) {
+    return std::ranges::find(items, type, &UserDataItem::type);
+  };
+  if (previous == FourCC()) return items.empty() ? FourCC() : items.front().type;
+  auto next = firstOf(previous);
+  while (next != items.end() && (next->type == previous || firstOf(next->type) != next)) ++next;
+  return next == items.end() ? FourCC() : next->type;
 }
 
 }  // namespace toolbox

@@ -28,9 +28,6 @@ struct UserDataRecord {
   FourCC NextType(FourCC previous) const;
 
   friend bool operator==(const UserDataRecord&, const UserDataRecord&) = default;
-
- private:
-  std::vector<UserDataItem>::iterator Find(FourCC type, std::size_t number);
 };
 
 }  // namespace toolbox

@@ -16,10 +16,6 @@ namespace {
 constexpr std::size_t kLongestText = 65535;
 constexpr std::uint32_t kCopyrightSign = 0xA9;
 
-bool HasIsoCode(const TextEntry& entry) {
-  return entry.language >= kFirstIsoLanguage && entry.language != kUnspecifiedLanguage;
-}
-
 // A text in UTF-8 or, after a byte-order mark, in UTF-16.
 Bytes InMacRoman(ByteSpan text) {
   const bool hasMark =
@@ -42,7 +38,8 @@ Bytes TextOf(const UserDataRecord& data, FourCC type, std::size_t number, std::u
     if (entry != entries->end()) return entry->text;
     if (language != 0) throw Refused{userDataItemNotFound};
   }
-  const auto entry = std::ranges::find_if(*entries, HasIsoCode);
+  const auto entry = std::ranges::find_if(
+      *entries, [](std::uint16_t code) { return code >= kFirstIsoLanguage; }, &TextEntry::language);
   if (entry == entries->end()) throw Refused{userDataItemNotFound};
   return InMacRoman(entry->text);
 }

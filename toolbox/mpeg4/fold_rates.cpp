@@ -64,17 +64,15 @@ class Moved {
       if (edit.IsEmpty() || Stated(edit.rate) != rate) continue;
       part.edits.Append(edit.duration, edit.mediaTime, edit.rate, track.TimeClock());
     }
-    std::vector<std::uint32_t> same(track.media->descriptions.size());
-    std::iota(same.begin(), same.end(), 0U);
     const std::vector<UsedSamples> used = SamplesInUse(part);
     for (std::size_t i = 0; i < used.size(); ++i) {
       const std::uint64_t from = used[i].samples.from;
       // Neighbours are moved together, so that rounding happens once for all of them.
       while (i + 1 < used.size() && used[i + 1].samples.from == used[i].samples.to) ++i;
       SampleTable stretch;
-      stretch.AppendSlice(source, {from, used[i].samples.to}, same);
+      stretch.AppendSlice(source, {from, used[i].samples.to});
       stretch = stretch.Rescaled(ratio_.from, ratio_.to);
-      const MediaTime start = samples.AppendSlice(stretch, {0, stretch.Count()}, same);
+      const MediaTime start = samples.AppendSlice(stretch, {0, stretch.Count()});
       starts_[from] = {source.TimeOf(from), start};
     }
   }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <iterator>
-#include <numeric>
 #include <span>
 #include <tuple>
 #include <variant>
@@ -21,12 +20,8 @@ int Rank(FourCC type) { return type == FourCC{"soun"} ? 0 : type == FourCC{"vide
 
 // The samples of `parts` as one table, with the indexes of descriptions that they have in `media`.
 SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> parts) {
-  std::vector<std::uint32_t> same(media.descriptions.size());
-  std::iota(same.begin(), same.end(), 0U);
   SampleTable samples;
-  for (const UsedSamples& part : parts) {
-    samples.AppendSlice(media.samples, part.samples, same);
-  }
+  for (const UsedSamples& part : parts) samples.AppendSlice(media.samples, part.samples);
   return samples;
 }
 

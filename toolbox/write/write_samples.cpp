@@ -201,7 +201,7 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
   }
   // Partial sync samples exist only in QuickTime files: decoding can start at one, but the first
   // pictures may be damaged.
-  if (kind != FileKind::kMpeg4 && HasPartialSync(samples)) {
+  if (kind != FileKind::kMpeg4 && HasValues(samples, &SampleRows::partialSync)) {
     table.partialSync =
         PartialSyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
                              ForEachPartialSync(samples, number(visit));

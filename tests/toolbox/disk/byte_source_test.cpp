@@ -56,8 +56,10 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
     const auto saved = ReadMovieFile(path, References::kResolve);
     ASSERT_EQ(saved->tracks[0]->header.layer, time);
     std::uint32_t sample = 0;
-    ForEachSize(saved->tracks[0]->media->samples,
-                [&](std::uint32_t size) { ASSERT_EQ(size, 1 + sample++ % 97); });
+    ForEachEncodedSize(saved->tracks[0]->media->samples, [&](ByteSpan rows) {
+      Rows<SampleSize>(rows).ForEach(
+          [&](const SampleSize& row) { ASSERT_EQ(row.size, 1 + sample++ % 97); });
+    });
     ASSERT_EQ(sample, kSamples);
   }
 }

@@ -57,7 +57,7 @@ TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
       {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, *first.descriptions, {0, 0, 0, 0}}};
   for (const Case& one : cases) {
     SampleTable table = Grouped({first});
-    table.AppendSlice(Grouped({one.second}), {0, 4}, std::vector{0U});
+    table.AppendSlice(Grouped({one.second}), {0, 4});
     const auto groups = GroupsOf(table);
     ASSERT_FALSE(groups.empty());
     EXPECT_EQ(groups[0].descriptions, one.descriptions);
@@ -72,7 +72,7 @@ TEST(SampleGroups, MapTheDefaultNumberOnceNotAllSamplesHaveIt) {
   const SampleGroup unmapped{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
   SampleTable table = Grouped({unmapped});
   EXPECT_FALSE(GroupsOf(table).at(0).isMapped);
-  table.AppendSlice(Grouped({}), {0, 4}, std::vector{0U});
+  table.AppendSlice(Grouped({}), {0, 4});
   const auto groups = GroupsOf(table);
   EXPECT_TRUE(groups.at(0).isMapped);
   EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
@@ -85,9 +85,9 @@ TEST(SampleGroups, AreLeftOutIfTheirEntriesCannotBeSeparated) {
     return SampleGroup{descriptions.grouping, 0, 0, descriptions, {{0, 1}}};
   };
   SampleTable table = Grouped({opaque({1, 2, 3})});
-  table.AppendSlice(Grouped({opaque({1, 2, 3})}), {1, 4}, std::vector{0U});
+  table.AppendSlice(Grouped({opaque({1, 2, 3})}), {1, 4});
   EXPECT_EQ(GroupsOf(table).size(), 1U);
-  table.AppendSlice(Grouped({opaque({1, 2, 4})}), {0, 4}, std::vector{0U});
+  table.AppendSlice(Grouped({opaque({1, 2, 4})}), {0, 4});
   EXPECT_TRUE(GroupsOf(table).empty());
 }
 

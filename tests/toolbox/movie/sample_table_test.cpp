@@ -202,7 +202,9 @@ TEST_P(Joined, WalksEverySample) {
     EXPECT_TRUE(offsets.empty() || offsets.back() != offset) << "runs are not joined";
     offsets.insert(offsets.end(), count, offset);
   });
-  ForEachSize(table_, [&](std::uint32_t size) { sizes.push_back(size); });
+  ForEachEncodedSize(table_, [&](ByteSpan rows) {
+    Rows<SampleSize>(rows).ForEach([&](const SampleSize& row) { sizes.push_back(row.size); });
+  });
   ForEachSync(table_, [&](std::uint64_t sample) { sync.push_back(sample); });
   ForEachPartialSync(table_, [&](std::uint64_t sample) { partial.push_back(sample); });
   ForEachValue(table_, &SampleRows::dependencies,
@@ -308,26 +310,26 @@ SampleTable Clip(std::vector<std::int32_t> offsets, std::uint32_t delta = 10) {
 TEST(SampleTable, StretchesNothingBetweenEqualClips) {
   const SampleTable clip = Clip({20, 40, 10, 10});
   SampleTable joined;
-  joined.AppendSlice(clip, {0, 4}, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(clip, {0, 4}, std::vector{0U}), MediaTime{40});
+  joined.AppendSlice(clip, {0, 4});
+  EXPECT_EQ(joined.AppendSlice(clip, {0, 4}), MediaTime{40});
   EXPECT_EQ(joined.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, StretchesTheLastSampleWherePicturesWouldOverlap) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
-  joined.AppendSlice(reordered, {0, 4}, std::vector{0U});
-  EXPECT_EQ(joined.AppendSlice(plain, {0, 2}, std::vector{0U}), MediaTime{60});
+  joined.AppendSlice(reordered, {0, 4});
+  EXPECT_EQ(joined.AppendSlice(plain, {0, 2}), MediaTime{60});
   EXPECT_EQ(joined.DurationOf(3), MediaTime{30});
   EXPECT_EQ(joined.SampleAt({59}), 3U);
   SampleTable again;
-  again.AppendSlice(joined, {0, 6}, std::vector{0U});
+  again.AppendSlice(joined, {0, 6});
   EXPECT_EQ(again.Duration(), MediaTime{80});
 }
 
 TEST(SampleTable, MayBeAppendedToItself) {
   SampleTable table = Clip({0, 0, 0});
-  EXPECT_EQ(table.AppendSlice(table, {1, 3}, std::vector{0U}), MediaTime{30});
+  EXPECT_EQ(table.AppendSlice(table, {1, 3}), MediaTime{30});
   EXPECT_EQ(table.Count(), 5U);
   EXPECT_EQ(table.Duration(), MediaTime{50});
 }
@@ -366,7 +368,7 @@ TEST(SampleTable, KnowsFourBillionSamplesInNoTime) {
   const SampleTable sound(rows);
   SampleTable table;
   for (int i = 0; i < 1000; ++i) {
-    table.AppendSlice(sound, {static_cast<std::uint64_t>(i), kCount}, std::vector{0U});
+    table.AppendSlice(sound, {static_cast<std::uint64_t>(i), kCount});
   }
   const std::uint64_t total = std::uint64_t{kCount} * 1000 - 999 * 500;
   EXPECT_EQ(table.Count(), total);
@@ -424,7 +426,7 @@ TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
   rows->chunkOffsets.Add(0), rows->chunkOffsets.Add(100);
   rows->constantSize = 1;
   SampleTable table;
-  table.AppendSlice(SampleTable(rows), {1, 10}, std::vector{0U});
+  table.AppendSlice(SampleTable(rows), {1, 10});
   EXPECT_EQ(LocatedCount(table), 5U);
   EXPECT_TRUE(IsLocated(table, {0, 5}));
   EXPECT_FALSE(IsLocated(table, {4, 6}));

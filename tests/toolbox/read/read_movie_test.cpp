@@ -20,14 +20,12 @@ using Range = std::pair<std::uint64_t, std::uint64_t>;
 
 // Where each sample lies in its file: offset and size.
 std::vector<Range> Places(const MediaRecord& media) {
-  std::vector<std::uint32_t> sizes;
   std::vector<Range> places;
-  ForEachSize(media.samples, [&](std::uint32_t size) { sizes.push_back(size); });
   ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
     std::uint64_t at = piece.offset;
     for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
-      places.emplace_back(at, sizes[i]);
-      at += sizes[i];
+      places.emplace_back(at, SizeOf(media.samples, i, 1, piece.description));
+      at += places.back().second;
     }
   });
   return places;
