@@ -17,20 +17,6 @@
 
 namespace toolbox {
 
-// Reads the fields of a row without checks: the caller has made sure that the bytes are there.
-class RowReader {
- public:
-  explicit RowReader(const std::uint8_t* at) : at_(at) {}
-  template <Integer T>
-  void operator()(const char*, T& value) {
-    value = FromBigEndian<T>(at_);
-    at_ += sizeof(T);
-  }
-
- private:
-  const std::uint8_t* at_;
-};
-
 // Reads fields one after the other from the content of an atom. The bytes must outlive the reader
 // and any Rows it has read. All functions throw Malformed if the bytes end too soon.
 class FieldReader {

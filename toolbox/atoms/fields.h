@@ -27,9 +27,7 @@
 // An atom that contains atoms lists its children instead; see children.h.
 #pragma once
 
-#include <functional>
-#include <span>
-#include <utility>
+#include <vector>
 
 #include "toolbox/atoms/children.h"
 #include "toolbox/atoms/field_reader.h"
@@ -40,33 +38,6 @@
 #include "toolbox/bytes.h"
 
 namespace toolbox {
-
-// Declared in rows.h.
-template <class Row>
-template <class Visitor>
-void Rows<Row>::ForEach(Visitor&& visit) const {
-  ForEachBatch(
-      [&visit](std::span<const Row> batch) {
-        for (const Row& row : batch) visit(row);
-      },
-      [&visit](ByteSpan encoded) {
-        for (std::size_t at = 0; at < encoded.size(); at += Row::kSize) {
-          Row row;
-          RowReader reader(&encoded[at]);
-          Row::Fields(reader, row);
-          visit(std::as_const(row));
-        }
-      });
-}
-
-template <class Row>
-template <class Visitor, class EncodedVisitor>
-void Rows<Row>::ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const {
-  if (!produce_) return visitEncoded(encoded_);
-  RowBatches<Row> batches(std::ref(visit), std::ref(visitEncoded));
-  produce_(batches);
-  batches.Flush();
-}
 
 // Decodes an atom of type A. `content` is without size and type; tables of the atom may be views of
 // it. Throws Malformed, whose path includes the type of the atom.
@@ -126,5 +97,32 @@ template <class A>
 Sibling SiblingOf(const A& atom) {
   return {A::kType, Encode(atom)};
 }
+
+// An atom that is one table: version and flags, then the rows.
+template <FourCC kCode, class RowType>
+struct TableAtom {
+  static constexpr FourCC kType = kCode;
+  using Row = RowType;
+  std::uint32_t versionAndFlags = 0;
+  Rows<Row> rows;
+
+  static void Fields(auto& io, auto& table) {
+    io("version", table.versionAndFlags);
+    io.Table("rows", table.rows);
+  }
+};
+
+// An atom that is a counted list of atoms: version and flags, then the list.
+template <FourCC kCode>
+struct AtomList {
+  static constexpr FourCC kType = kCode;
+  std::uint32_t versionAndFlags = 0;
+  std::vector<Bytes> entries;  // whole, size and type included
+
+  static void Fields(auto& io, auto& list) {
+    io("version", list.versionAndFlags);
+    io.Atoms("entries", list.entries);
+  }
+};
 
 }  // namespace toolbox

@@ -223,15 +223,6 @@ struct DataReferenceEntry {
   Bytes Encoded() const;
 };
 
-struct DataReferences {  // 'dref', ISO/IEC 14496-12 8.7.2
-  static constexpr FourCC kType{"dref"};
-  std::uint32_t versionAndFlags = 0;
-  std::vector<Bytes> entries;  // whole atoms: size, type, version and flags, data
-
-  static void Fields(auto& io, auto& references) {
-    io("version", references.versionAndFlags);
-    io.Atoms("entries", references.entries);
-  }
-};
+using DataReferences = AtomList<FourCC{"dref"}>;  // ISO/IEC 14496-12 8.7.2
 
 }  // namespace toolbox

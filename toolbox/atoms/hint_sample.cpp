@@ -51,18 +51,6 @@ struct MediaData {
   }
 };
 
-template <class Row>
-void PutRow(const Row& row, std::uint8_t* at) {
-  RowWriter writer(at);
-  Row::Fields(writer, row);
-}
-
-template <class Row>
-void AppendRow(Bytes& bytes, const Row& row) {
-  bytes.resize(bytes.size() + Row::kSize);
-  PutRow(row, bytes.data() + bytes.size() - Row::kSize);
-}
-
 }  // namespace
 
 void HintSample::Clear(std::int32_t timeOffset) {
@@ -83,7 +71,7 @@ void HintSample::StartPacket(std::uint8_t payload, std::uint16_t sequence) {
 
 void HintSample::CountEntry(std::size_t length) {
   ++packet_.entries;
-  PutRow(packet_, &bytes_[packetAt_]);
+  EncodeRow(packet_, &bytes_[packetAt_]);
   packetSizes_.back() += static_cast<std::uint32_t>(length);
 }
 
@@ -108,7 +96,7 @@ void HintSample::AddMedia(std::uint32_t sample, std::uint64_t offset, std::uint3
 void HintSample::Mark() {
   if (packetSizes_.empty()) return;
   packet_.payload |= HintPacket::kMarker;
-  PutRow(packet_, &bytes_[packetAt_]);
+  EncodeRow(packet_, &bytes_[packetAt_]);
 }
 
 std::uint32_t NalUnitLength(ByteSpan lengthBytes) {
