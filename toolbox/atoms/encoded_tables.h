@@ -74,7 +74,6 @@ class EncodedNumbers {
 
  private:
   std::size_t Width() const { return isWide_ ? 8 : 4; }
-  void Widen();
 
   TableBytes bytes_;
   bool isWide_ = false;
@@ -310,8 +309,6 @@ class ChunkRuns {
            std::uint32_t description);
 
  private:
-  void AddRow(std::uint64_t chunk, std::uint32_t samplesPerChunk, std::uint32_t description);
-
   TableBytes bytes_;
   RowMarks marks_;
   std::uint32_t samples_ = 0, descriptions_ = 0;

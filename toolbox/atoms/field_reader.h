@@ -80,16 +80,17 @@ class FieldReader {
   // The same without a copy, for atoms that are used only while their bytes exist.
   void Rest(const char*, ByteSpan& bytes) { bytes = std::exchange(rest_, {}); }
   ByteSpan Remaining() const { return rest_; }
-
- private:
-  static Malformed Ended(const char* name) {
-    return Malformed(std::string("the atom ends inside ") + name);
-  }
+  // Takes the next `size` bytes, as a view.
   ByteSpan Take(const char* name, std::size_t size) {
     if (rest_.size() < size) throw Ended(name);
     const ByteSpan taken = rest_.first(size);
     rest_ = rest_.subspan(size);
     return taken;
+  }
+
+ private:
+  static Malformed Ended(const char* name) {
+    return Malformed(std::string("the atom ends inside ") + name);
   }
   // Reads a count of entries with at least `smallest` bytes each. Checks it against the bytes that
   // are left, so that a damaged count cannot make us allocate gigabytes.

@@ -24,9 +24,13 @@
 //   io.Rest(name, bytes)       everything up to the end of the atom
 // clang-format on
 //
+// An atom that starts with version and flags has the member versionAndFlags, which comes first and
+// is not listed; one that has both a short and a long form calls io.Version instead.
+//
 // An atom that contains atoms lists its children instead; see children.h.
 #pragma once
 
+#include <type_traits>
 #include <vector>
 
 #include "toolbox/atoms/children.h"
@@ -38,6 +42,13 @@
 #include "toolbox/bytes.h"
 
 namespace toolbox {
+
+// Passes the fields of an atom to `io`: the member versionAndFlags if there is one, then those that
+// the atom lists.
+void AtomFields(auto& io, auto& atom) {
+  if constexpr (requires { atom.versionAndFlags; }) io("version", atom.versionAndFlags);
+  std::remove_cvref_t<decltype(atom)>::Fields(io, atom);
+}
 
 // Decodes an atom of type A. `content` is without size and type; tables of the atom may be views of
 // it. Throws Malformed, whose path includes the type of the atom.
@@ -52,7 +63,7 @@ A Decode(ByteSpan content) {
       A::Children(children, atom);
     } else {
       FieldReader reader(content);
-      A::Fields(reader, atom);
+      AtomFields(reader, atom);
     }
     return atom;
   });
@@ -69,7 +80,7 @@ void PutAtom(auto& io, const A& atom) {
       A::Children(children, atom);
       children.Finish();
     } else {
-      A::Fields(io, atom);
+      AtomFields(io, atom);
     }
   });
 }
@@ -106,10 +117,7 @@ struct TableAtom {
   std::uint32_t versionAndFlags = 0;
   Rows<Row> rows;
 
-  static void Fields(auto& io, auto& table) {
-    io("version", table.versionAndFlags);
-    io.Table("rows", table.rows);
-  }
+  static void Fields(auto& io, auto& table) { io.Table("rows", table.rows); }
 };
 
 // An atom that is a counted list of atoms: version and flags, then the list.
@@ -119,10 +127,7 @@ struct AtomList {
   std::uint32_t versionAndFlags = 0;
   std::vector<Bytes> entries;  // whole, size and type included
 
-  static void Fields(auto& io, auto& list) {
-    io("version", list.versionAndFlags);
-    io.Atoms("entries", list.entries);
-  }
+  static void Fields(auto& io, auto& list) { io.Atoms("entries", list.entries); }
 };
 
 }  // namespace toolbox

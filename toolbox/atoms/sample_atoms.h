@@ -72,7 +72,6 @@ struct ConstantSampleSize {  // 'stsz' where all samples have one size, ISO/IEC 
     return content.size() >= 8 && FromBigEndian<std::uint32_t>(&content[4]) != 0;
   }
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("size", sizes.size);
     io("count", sizes.count);
   }
@@ -84,7 +83,6 @@ struct SampleSizes {  // 'stsz' with a size for each sample
   Rows<SampleSize> rows;
 
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("constant", sizes.constant);
     io.Table("rows", sizes.rows);
   }
@@ -96,7 +94,6 @@ struct CompactSampleSizes {  // 'stz2', ISO/IEC 14496-12 8.7.3.3
   Bytes fields;
 
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("fieldBits", sizes.fieldBits);
     io("count", sizes.count);
     io.Rest("fields", sizes.fields);
@@ -133,10 +130,7 @@ struct SampleDependencies {  // 'sdtp', ISO/IEC 14496-12 8.6.4
   std::uint32_t versionAndFlags = 0;
   Bytes samples;  // one byte each
 
-  static void Fields(auto& io, auto& dependencies) {
-    io("version", dependencies.versionAndFlags);
-    io.Rest("samples", dependencies.samples);
-  }
+  static void Fields(auto& io, auto& dependencies) { io.Rest("samples", dependencies.samples); }
   // Adds the value of the next sample.
   void Add(std::uint8_t value) { samples.push_back(value); }
 };
@@ -146,10 +140,7 @@ struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
   std::uint32_t versionAndFlags = 0;
   Bytes samples;  // two bytes each
 
-  static void Fields(auto& io, auto& priorities) {
-    io("version", priorities.versionAndFlags);
-    io.Rest("samples", priorities.samples);
-  }
+  static void Fields(auto& io, auto& priorities) { io.Rest("samples", priorities.samples); }
   std::size_t Count() const { return samples.size() / 2; }
   std::uint16_t operator[](std::size_t sample) const {
     return FromBigEndian<std::uint16_t>(&samples[2 * sample]);
@@ -164,7 +155,6 @@ struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
   Bytes samples;  // four bits each, the highest of them 0; the first sample in the upper half
 
   static void Fields(auto& io, auto& padding) {
-    io("version", padding.versionAndFlags);
     io("count", padding.count);
     io.Rest("samples", padding.samples);
   }
@@ -200,7 +190,6 @@ struct SampleToGroup {  // 'sbgp', ISO/IEC 14496-12 8.9.2
   Rows<Row> rows;
 
   static void Fields(auto& io, auto& groups) {
-    io("version", groups.versionAndFlags);
     io("grouping", groups.grouping);
     if (groups.versionAndFlags >> 24 == 1) io("parameter", groups.parameter);
     io.Table("rows", groups.rows);
