@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/field_printer.h"
 #include "toolbox/refused.h"
@@ -115,23 +116,18 @@ class Dump {
   // type of the first child comes after its size.
   static std::uint64_t VersionSize(const ByteSource& source, std::uint64_t at, std::uint64_t end) {
     if (end - at < 8) return 0;
-    const Bytes start = Read(source, at + 4, 4);
-    return FromBigEndian<std::uint32_t>(start.data()) == FourCC{"hdlr"}.value ? 0 : 4;
+    return toolbox::FourCCAt(Read(source, at, 8), 4) == FourCC{"hdlr"} ? 0 : 4;
   }
 
   // Prints the fields of the content in [at, end), or that the type is unknown.
   void PrintFields(const ByteSource& source, FourCC type, std::uint64_t at, std::uint64_t end) {
-    bool isKnown = false, isPrinted = false;
-    ForEachKnownAtom([&]<class A>() { isKnown |= A::kType == type; });
-    if (!isKnown) {
-      out_ << " unknown";
-      return;
-    }
-    const Bytes content = Read(source, at, end - at);
+    bool isPrinted = false;
+    Bytes content;
     // Two atoms can have the same type; the first whose condition holds is printed.
     ForEachKnownAtom([&]<class A>() {
       if constexpr (kHasFields<A>) {
         if (isPrinted || A::kType != type) return;
+        content = Read(source, at, end - at);
         if constexpr (toolbox::Conditional<A>) {
           if (!A::IsIn(content)) return;
         }
@@ -139,6 +135,7 @@ class Dump {
         isPrinted = true;
       }
     });
+    if (!isPrinted) out_ << " unknown";
   }
 
   // Reads and prints `content` as an atom of type A. Bytes after the last field are only counted.
@@ -146,9 +143,9 @@ class Dump {
   void PrintAs(ByteSpan content) try {
     A atom;
     toolbox::FieldReader reader(content);
-    A::Fields(reader, atom);
+    toolbox::AtomFields(reader, atom);
     toolbox::FieldPrinter printer(out_, showsDates_);
-    A::Fields(printer, std::as_const(atom));
+    toolbox::AtomFields(printer, std::as_const(atom));
     if (!reader.Remaining().empty()) out_ << " and " << reader.Remaining().size() << " bytes";
   } catch (const toolbox::Malformed& fault) {
     out_ << " malformed: " << fault.reason;

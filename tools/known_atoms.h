@@ -11,39 +11,31 @@
 namespace tools {
 
 // Visits an atom type and, recursively, the types of its children. It is passed to A::Children in
-// place of a reader or writer, so it has the same functions as these.
+// place of a ChildReader.
 template <class Visit>
 class AtomTypes {
  public:
   explicit AtomTypes(const Visit& visit) : visit_(visit) {}
+  void operator()(const auto&... members) { (Add(members), ...); }
 
   template <class A>
-  void Add() {
-    A atom;
+  void Add(A atom) {
     if constexpr (!requires { atom.content; }) visit_.template operator()<A>();
     if constexpr (toolbox::Container<A>) A::Children(*this, atom);
   }
   template <class A>
-  void One(A&) {
-    Add<A>();
+  void Add(std::optional<A>) {
+    Add(A());
   }
   template <class A>
-  void Maybe(std::optional<A>&) {
-    Add<A>();
+  void Add(std::vector<A>) {
+    Add(A());
   }
   template <class... As>
-  void Maybe(std::optional<std::variant<As...>>&) {
-    (Add<As>(), ...);
+  void Add(std::variant<As...>) {
+    (Add(As()), ...);
   }
-  template <class A>
-  void Each(std::vector<A>&) {
-    Add<A>();
-  }
-  template <class... As>
-  void Each(std::vector<std::variant<As...>>&) {
-    (Add<As>(), ...);
-  }
-  void Others(toolbox::Siblings&) {}
+  void Add(toolbox::Siblings) {}
 
  private:
   const Visit& visit_;
@@ -55,9 +47,9 @@ class AtomTypes {
 template <class Visit>
 void ForEachKnownAtom(const Visit& visit) {
   AtomTypes types(visit);
-  types.template Add<toolbox::FileType>();
-  types.template Add<toolbox::MovieAtoms>();
-  types.template Add<toolbox::MovieFragment>();
+  types.Add(toolbox::FileType());
+  types.Add(toolbox::MovieAtoms());
+  types.Add(toolbox::MovieFragment());
 }
 
 }  // namespace tools

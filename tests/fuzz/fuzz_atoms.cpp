@@ -18,7 +18,7 @@ void ReadAndWrite(ByteSpan content) {
     if constexpr (!toolbox::Container<A> && !toolbox::ReadsItself<A>) {
       std::ostringstream text;
       toolbox::FieldPrinter printer(text);
-      A::Fields(printer, atom);
+      toolbox::AtomFields(printer, atom);
     }
     written = toolbox::Encode(atom);
   } catch (const toolbox::Malformed&) {

@@ -10,8 +10,8 @@
 namespace toolbox {
 namespace {
 
-// The fixed fields of a record of version 2, 150 bytes. The ids and dates stay 0, because only the
-// file systems of the Macintosh have them.
+// The fixed fields of a record of version 2, 150 bytes. The ids, dates and attributes of volume and
+// file stay 0, because only the file systems of the Macintosh have them.
 struct AliasHeader {
   std::uint32_t application = 0;
   std::uint16_t size = 0;  // of the whole record
@@ -19,15 +19,12 @@ struct AliasHeader {
   std::array<std::uint8_t, 28> volume{};  // this and `name`: a length, the text, zeros
   std::uint32_t volumeCreated = 0;
   std::array<std::uint8_t, 2> fileSystem{'H', '+'};
-  std::uint16_t diskType = 0;
-  std::uint32_t folderId = 0;
+  std::array<std::uint8_t, 6> diskTypeAndFolderId{};
   std::array<std::uint8_t, 64> name{};
-  std::uint32_t fileId = 0, created = 0;
+  std::array<std::uint8_t, 8> fileIdAndDate{};
   FourCC creator{"TVOD"}, type{"MooV"};
   std::int16_t levelsFrom = -1, levelsTo = -1;
-  std::uint32_t volumeAttributes = 0;
-  std::uint16_t volumeFileSystem = 0;
-  std::array<std::uint8_t, 10> reserved{};
+  std::array<std::uint8_t, 16> volumeAttributes{};  // with reserved bytes
 
   static void Fields(auto& io, auto& header) {
     io("application", header.application);
@@ -37,18 +34,14 @@ struct AliasHeader {
     io("volume", header.volume);
     io("volumeCreated", header.volumeCreated);
     io("fileSystem", header.fileSystem);
-    io("diskType", header.diskType);
-    io("folderId", header.folderId);
+    io("diskTypeAndFolderId", header.diskTypeAndFolderId);
     io("name", header.name);
-    io("fileId", header.fileId);
-    io("created", header.created);
+    io("fileIdAndDate", header.fileIdAndDate);
     io("creator", header.creator);
     io("type", header.type);
     io("levelsFrom", header.levelsFrom);
     io("levelsTo", header.levelsTo);
     io("volumeAttributes", header.volumeAttributes);
-    io("volumeFileSystem", header.volumeFileSystem);
-    io("reserved", header.reserved);
   }
 };
 

@@ -6,14 +6,10 @@ namespace toolbox {
 
 Bytes AtomHead(FourCC type, std::uint64_t contentSize) {
   return Encoded([&](auto& io) {
-    if (contentSize <= UINT32_MAX - 8) {
-      io("size", static_cast<std::uint32_t>(contentSize + 8));
-      io("type", type);
-    } else {
-      io("size", std::uint32_t{1});
-      io("type", type);
-      io("size", contentSize + 16);
-    }
+    const bool isWide = contentSize > UINT32_MAX - 8;
+    io("size", isWide ? 1 : static_cast<std::uint32_t>(contentSize + 8));
+    io("type", type);
+    if (isWide) io("size", contentSize + 16);
   });
 }
 

@@ -23,7 +23,6 @@ struct AuxiliaryKind {
 
   bool IsStated() const { return (versionAndFlags & kIsStated) != 0; }
   static void Fields(auto& io, auto& kind) {
-    io("version", kind.versionAndFlags);
     if (!kind.IsStated()) return;
     io("type", kind.type);
     io("parameter", kind.parameter);
@@ -43,7 +42,7 @@ struct AuxiliarySizes {
   Bytes sizes;  // one byte a sample
 
   static void Fields(auto& io, auto& table) {
-    AuxiliaryKind::Fields(io, table.kind);
+    AtomFields(io, table.kind);
     io("constant", table.constant);
     io("count", table.count);
     io.Rest("sizes", table.sizes);
@@ -69,7 +68,7 @@ struct AuxiliaryOffsets {
   Bytes table;  // offsets of 32 bits in version 0, of 64 bits in others
 
   static void Fields(auto& io, auto& offsets) {
-    AuxiliaryKind::Fields(io, offsets.kind);
+    AtomFields(io, offsets.kind);
     io("count", offsets.count);
     io.Rest("table", offsets.table);
   }

@@ -33,4 +33,24 @@ void AppendBigEndian(Bytes& bytes, T value) {
   ToBigEndian(value, bytes.data() + bytes.size() - sizeof(T));
 }
 
+// Reads numbers of any width in bits, the highest bit first. Bits after the end are 0, so a caller
+// can check IsPastEnd() once, after all fields.
+class BitReader {
+ public:
+  explicit BitReader(ByteSpan bytes) : bytes_(bytes) {}
+  bool IsPastEnd() const { return at_ > 8 * bytes_.size(); }
+  std::uint32_t Take(int bits) {
+    std::uint32_t value = 0;
+    for (; bits > 0; --bits, ++at_) {
+      const bool isSet = at_ / 8 < bytes_.size() && (bytes_[at_ / 8] >> (7 - at_ % 8) & 1) != 0;
+      value = value << 1 | (isSet ? 1U : 0U);
+    }
+    return value;
+  }
+
+ private:
+  ByteSpan bytes_;
+  std::size_t at_ = 0;  // bits
+};
+
 }  // namespace toolbox

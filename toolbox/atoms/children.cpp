@@ -8,7 +8,7 @@ ChildReader::ChildReader(ByteSpan content) {
   for (const AtomView& atom : SplitAtoms(content)) children_.push_back({atom});
 }
 
-void ChildReader::Others(Siblings& siblings) const {
+void ChildReader::Read(Siblings& siblings) {
   for (const Child& child : children_) {
     Sibling& sibling = siblings.emplace_back(Sibling{child.atom.type, {}});
     if (child.isTaken) continue;

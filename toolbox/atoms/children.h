@@ -2,23 +2,21 @@
 //
 // An atom that contains atoms is a struct with its type and one function that names its children:
 //
-//   struct EditAtoms {  // 'edts'
-//     static constexpr FourCC kType{"edts"};
-//     std::optional<EditEntries> entries;
+//   struct TrackAtoms {  // 'trak'
+//     static constexpr FourCC kType{"trak"};
+//     TrackHeader header;
+//     std::optional<EditAtoms> edits;
 //     Siblings others;
-//     static void Children(auto& io, auto& edits) {
-//       io.Maybe(edits.entries);
-//       io.Others(edits.others);
-//     }
+//     static void Children(auto& io, auto& track) { io(track.header, track.edits, track.others); }
 //   };
 //
-// `io` is a ChildReader or a ChildWriter. Both have
+// `io` is a ChildReader or a ChildWriter. The type of a member says how often the child occurs:
 //
 // clang-format off
-//   io.One(child)        exactly one; reading throws Malformed if there is none
-//   io.Maybe(child)      one or none: an optional atom, or an optional variant of atoms
-//   io.Each(children)    any number: a vector of atoms, or of variants of atoms in file order
-//   io.Others(siblings)  all other children as bytes, and the order of all children; comes last
+//   A                 exactly one; reading throws Malformed if there is none
+//   std::optional<A>  one or none; A can be a variant of atoms
+//   std::vector<A>    any number; A can be a variant of atoms, which are then in file order
+//   Siblings          all other children as bytes, and the order of all children; comes last
 // clang-format on
 //
 // Children are read in any order and written in the order they were read. Children that are new
@@ -35,6 +33,7 @@
 #include <optional>
 #include <span>
 #include <tuple>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -70,69 +69,66 @@ concept Conditional = requires(ByteSpan content) {
   { A::IsIn(content) } -> std::same_as<bool>;
 };
 
-// Decodes the children that a container lists. `content` must outlive the reader. All functions
-// throw Malformed if a child they decode is malformed; the constructor, if `content` is not atoms.
+// Decodes the children that a container lists. `content` must outlive the reader. Both functions
+// throw Malformed: the constructor if `content` is not atoms, the other if a child is malformed or
+// missing.
 class ChildReader {
  public:
   explicit ChildReader(ByteSpan content);
-
-  template <class A>
-  void One(A& child) {
-    Child* const found = Find<A>();
-    if (found == nullptr) throw Malformed("the atom '" + A::kType.Text() + "' is missing");
-    child = Take<A>(*found);
-  }
-  template <class A>
-  void Maybe(std::optional<A>& child) {
-    if (Child* const found = Find<A>()) child = Take<A>(*found);
-  }
-  // Takes the first of the alternatives that is present. The order is that of the variant.
-  template <class... As>
-  void Maybe(std::optional<std::variant<As...>>& child) {
-    const auto take = [&]<class A>() {
-      Child* const found = Find<A>();
-      if (found != nullptr) child = Take<A>(*found);
-      return found != nullptr;
-    };
-    std::ignore = (take.template operator()<As>() || ...);
-  }
-  template <class A>
-  void Each(std::vector<A>& children) {
-    for (Child& child : children_) {
-      if (Is<A>(child)) children.push_back(Take<A>(child));
-    }
-  }
-  template <class... As>
-  void Each(std::vector<std::variant<As...>>& children) {
-    const auto take = [&]<class A>(Child& child) {
-      const bool isTaken = Is<A>(child);
-      if (isTaken) children.push_back(Take<A>(child));
-      return isTaken;
-    };
-    for (Child& child : children_) {
-      std::ignore = (take.template operator()<As>(child) || ...);
-    }
-  }
-  void Others(Siblings& siblings) const;
+  void operator()(auto&... members) { (Read(members), ...); }
 
  private:
   struct Child {
     AtomView atom;
     bool isTaken = false;  // decoded already; each child is decoded at most once
   };
+
   template <class A>
-  static bool Is(const Child& child) {
-    if (child.isTaken || child.atom.type != A::kType) return false;
-    if constexpr (Conditional<A>) return A::IsIn(child.atom.content);
-    return true;
+  void Read(A& member) {
+    std::optional<A> found;
+    Read(found);
+    if (!found) throw Malformed("the atom '" + A::kType.Text() + "' is missing");
+    member = std::move(*found);
   }
   template <class A>
-  Child* Find() {
-    const auto found = std::ranges::find_if(children_, Is<A>);
-    return found == children_.end() ? nullptr : &*found;
+  void Read(std::optional<A>& member) {
+    for (Child& child : children_) {
+      if ((member = Take<A>(child))) return;
+    }
+  }
+  // Takes the first of the alternatives that is present. The order is that of the variant.
+  template <class... As>
+  void Read(std::optional<std::variant<As...>>& member) {
+    const auto read = [&](auto found) {
+      Read(found);
+      if (found) member = std::move(*found);
+      return found.has_value();
+    };
+    std::ignore = (read(std::optional<As>()) || ...);
   }
   template <class A>
-  static A Take(Child& child) {
+  void Read(std::vector<A>& members) {
+    for (Child& child : children_) {
+      if (auto found = Take<A>(child)) members.push_back(std::move(*found));
+    }
+  }
+  template <class... As>
+  void Read(std::vector<std::variant<As...>>& members) {
+    const auto add = [&](auto found) {
+      if (found) members.push_back(std::move(*found));
+      return found.has_value();
+    };
+    for (Child& child : children_) std::ignore = (add(Take<As>(child)) || ...);
+  }
+  void Read(Siblings& siblings);
+
+  // Decodes the child if it is an A that is not decoded yet.
+  template <class A>
+  static std::optional<A> Take(Child& child) {
+    if (child.isTaken || child.atom.type != A::kType) return std::nullopt;
+    if constexpr (Conditional<A>) {
+      if (!A::IsIn(child.atom.content)) return std::nullopt;
+    }
     child.isTaken = true;
     return Decode<A>(child.atom.content);
   }
@@ -146,20 +142,7 @@ template <class Io>
 class ChildWriter {
  public:
   explicit ChildWriter(Io& io) : io_(io) {}
-
-  template <class A>
-  void One(const A& child) {
-    Add(child);
-  }
-  template <class A>
-  void Maybe(const std::optional<A>& child) {
-    if (child) Add(*child);
-  }
-  template <class A>
-  void Each(const std::vector<A>& children) {
-    for (const A& child : children) Add(child);
-  }
-  void Others(const Siblings& siblings) { order_ = siblings; }
+  void operator()(const auto&... members) { (Add(members), ...); }
 
   // Writes all children in their order. The container must still exist.
   void Finish() {
@@ -194,6 +177,15 @@ class ChildWriter {
   void Add(const std::variant<As...>& child) {
     std::visit([this](const auto& atom) { this->Add(atom); }, child);
   }
+  template <class A>
+  void Add(const std::optional<A>& child) {
+    if (child) Add(*child);
+  }
+  template <class A>
+  void Add(const std::vector<A>& children) {
+    for (const A& child : children) Add(child);
+  }
+  void Add(const Siblings& siblings) { order_ = siblings; }
   static void Write(Child& child) {
     child.isWritten = true;
     child.write();

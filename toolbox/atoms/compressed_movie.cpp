@@ -33,16 +33,13 @@ struct CompressedMovie {  // 'cmov'
   static constexpr FourCC kType{"cmov"};
   CompressionMethod method;
   CompressedData data;
-  static void Children(auto& io, auto& movie) {
-    io.One(movie.method);
-    io.One(movie.data);
-  }
+  static void Children(auto& io, auto& movie) { io(movie.method, movie.data); }
 };
 
 struct CompressedHeader {  // a 'moov' with a 'cmov' and nothing else
   static constexpr FourCC kType = MovieAtoms::kType;
   CompressedMovie movie;
-  static void Children(auto& io, auto& header) { io.One(header.movie); }
+  static void Children(auto& io, auto& header) { io(header.movie); }
 };
 
 Bytes Inflated(const CompressedData& data) {

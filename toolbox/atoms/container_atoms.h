@@ -91,19 +91,9 @@ struct SampleTableAtoms {  // 'stbl', ISO/IEC 14496-12 8.5.1
   Siblings others;
 
   static void Children(auto& io, auto& table) {
-    io.Maybe(table.descriptions);
-    io.Maybe(table.times);
-    io.Maybe(table.offsets);
-    io.Maybe(table.sync);
-    io.Maybe(table.partialSync);
-    io.Maybe(table.chunks);
-    io.Maybe(table.chunkOffsets);
-    io.Maybe(table.sizes);
-    io.Maybe(table.dependencies);
-    io.Maybe(table.priorities);
-    io.Maybe(table.padding);
-    io.Each(table.groups);
-    io.Others(table.others);
+    io(table.descriptions, table.times, table.offsets, table.sync, table.partialSync, table.chunks,
+       table.chunkOffsets, table.sizes, table.dependencies, table.priorities, table.padding,
+       table.groups, table.others);
   }
 };
 
@@ -113,8 +103,7 @@ struct DataInformation {  // 'dinf', ISO/IEC 14496-12 8.7.1
   Siblings others;
 
   static void Children(auto& io, auto& information) {
-    io.Maybe(information.references);
-    io.Others(information.others);
+    io(information.references, information.others);
   }
 };
 
@@ -125,9 +114,7 @@ struct MediaInformation {  // 'minf', ISO/IEC 14496-12 8.4.4
   Siblings others;  // include the header of the media type, such as 'vmhd'
 
   static void Children(auto& io, auto& information) {
-    io.Maybe(information.data);
-    io.One(information.table);
-    io.Others(information.others);
+    io(information.data, information.table, information.others);
   }
 };
 
@@ -141,11 +128,7 @@ struct MediaAtoms {
   Siblings others;
 
   static void Children(auto& io, auto& media) {
-    io.One(media.header);
-    io.One(media.handler);
-    io.One(media.information);
-    io.Maybe(media.userData);
-    io.Others(media.others);
+    io(media.header, media.handler, media.information, media.userData, media.others);
   }
 };
 
@@ -154,10 +137,7 @@ struct EditAtoms {  // 'edts', ISO/IEC 14496-12 8.6.5
   std::optional<EditEntries> entries;
   Siblings others;
 
-  static void Children(auto& io, auto& edits) {
-    io.Maybe(edits.entries);
-    io.Others(edits.others);
-  }
+  static void Children(auto& io, auto& edits) { io(edits.entries, edits.others); }
 };
 
 struct TrackAtoms {  // 'trak', ISO/IEC 14496-12 8.3.1
@@ -170,12 +150,7 @@ struct TrackAtoms {  // 'trak', ISO/IEC 14496-12 8.3.1
   Siblings others;
 
   static void Children(auto& io, auto& track) {
-    io.One(track.header);
-    io.Maybe(track.edits);
-    io.Maybe(track.references);
-    io.Maybe(track.media);
-    io.Maybe(track.userData);
-    io.Others(track.others);
+    io(track.header, track.edits, track.references, track.media, track.userData, track.others);
   }
 };
 
@@ -183,7 +158,7 @@ struct MovieExtends {  // 'mvex', ISO/IEC 14496-12 8.8.1
   static constexpr FourCC kType{"mvex"};
   std::vector<TrackDefaults> tracks;
 
-  static void Children(auto& io, auto& extends) { io.Each(extends.tracks); }
+  static void Children(auto& io, auto& extends) { io(extends.tracks); }
 };
 
 struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
@@ -195,11 +170,7 @@ struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
   Siblings others;
 
   static void Children(auto& io, auto& movie) {
-    io.One(movie.header);
-    io.Each(movie.tracks);
-    io.Maybe(movie.userData);
-    io.Maybe(movie.extends);
-    io.Others(movie.others);
+    io(movie.header, movie.tracks, movie.userData, movie.extends, movie.others);
   }
 };
 
@@ -217,14 +188,8 @@ struct TrackFragment {
   std::vector<RawAtom<FourCC{"uuid"}>> extensions;
 
   static void Children(auto& io, auto& fragment) {
-    io.One(fragment.header);
-    io.Maybe(fragment.time);
-    io.Each(fragment.runs);
-    io.Each(fragment.groups);
-    io.Maybe(fragment.auxiliarySizes);
-    io.Maybe(fragment.auxiliaryOffsets);
-    io.Maybe(fragment.encryption);
-    io.Each(fragment.extensions);
+    io(fragment.header, fragment.time, fragment.runs, fragment.groups, fragment.auxiliarySizes,
+       fragment.auxiliaryOffsets, fragment.encryption, fragment.extensions);
   }
 };
 
@@ -233,10 +198,7 @@ struct MovieFragment {  // 'moof', ISO/IEC 14496-12 8.8.4
   std::vector<TrackFragment> tracks;
   std::optional<RawAtom<FourCC{"pssh"}>> protection;
 
-  static void Children(auto& io, auto& fragment) {
-    io.Each(fragment.tracks);
-    io.Maybe(fragment.protection);
-  }
+  static void Children(auto& io, auto& fragment) { io(fragment.tracks, fragment.protection); }
 };
 
 // 'gmhd', QuickTime: the header of a media that is neither video nor sound.
@@ -245,10 +207,7 @@ struct GenericMediaHeader {
   GenericMediaInformation information;
   std::optional<TextMediaInformation> text;
 
-  static void Children(auto& io, auto& header) {
-    io.One(header.information);
-    io.Maybe(header.text);
-  }
+  static void Children(auto& io, auto& header) { io(header.information, header.text); }
 };
 
 }  // namespace toolbox

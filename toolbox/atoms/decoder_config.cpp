@@ -15,26 +15,6 @@ constexpr std::uint32_t kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24
 // The channels of configuration 7. Configurations 1 to 6 are equal to their number of channels.
 constexpr std::uint32_t kSeventhLayout = 8;
 
-// Reads numbers of any width in bits, the highest bit first. Bits after the end are 0, so a caller
-// can check IsPastEnd() once, after all fields.
-class BitReader {
- public:
-  explicit BitReader(ByteSpan bytes) : bytes_(bytes) {}
-  bool IsPastEnd() const { return at_ > 8 * bytes_.size(); }
-  std::uint32_t Take(int bits) {
-    std::uint32_t value = 0;
-    for (; bits > 0; --bits, ++at_) {
-      const bool isSet = at_ / 8 < bytes_.size() && (bytes_[at_ / 8] >> (7 - at_ % 8) & 1) != 0;
-      value = value << 1 | (isSet ? 1U : 0U);
-    }
-    return value;
-  }
-
- private:
-  ByteSpan bytes_;
-  std::size_t at_ = 0;  // bits
-};
-
 }  // namespace
 
 std::uint32_t AacRate(std::uint32_t index) { return index < std::size(kRates) ? kRates[index] : 0; }
@@ -72,11 +52,10 @@ std::optional<std::uint8_t> AudioProfile(const AudioConfig& config) {
   // Levels 2, 4 and 5 of the AAC profile, the smallest first: the first level that fits is used.
   static constexpr Level kLevels[] = {{2, 48'000, 0x29}, {6, 48'000, 0x2A}, {6, 96'000, 0x2B}};
   if (config.objectType != AudioConfig::kLowComplexity || config.channels == 0) return std::nullopt;
-  const auto level = std::ranges::find_if(kLevels, [&](const Level& candidate) {
-    return config.channels <= candidate.channels && config.rate <= candidate.rate;
-  });
-  if (level == std::end(kLevels)) return std::nullopt;
-  return level->profile;
+  for (const Level& level : kLevels) {
+    if (config.channels <= level.channels && config.rate <= level.rate) return level.profile;
+  }
+  return std::nullopt;
 }
 
 std::optional<std::uint8_t> VisualProfile(ByteSpan specific) {
@@ -102,10 +81,8 @@ std::optional<AvcConfig> ReadAvcConfig(ByteSpan content) try {
     for (count = count & mask; count != 0; --count) {
       std::uint16_t size = 0;
       reader("size", size);
-      const ByteSpan rest = reader.Remaining();
-      if (size > rest.size()) return std::nullopt;
-      config.parameterSets.emplace_back(rest.begin(), rest.begin() + size);
-      reader = FieldReader(rest.subspan(size));
+      const ByteSpan set = reader.Take("parameterSet", size);
+      config.parameterSets.emplace_back(set.begin(), set.end());
     }
   }
   return config;

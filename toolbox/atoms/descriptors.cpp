@@ -15,34 +15,22 @@ enum Tag : std::uint8_t {
   kObjectTag = 0x10,
 };
 
-struct Descriptor {
-  std::uint8_t tag = 0;
-  ByteSpan content;
-};
-
-// Removes a descriptor from the start of `bytes`. If its length reaches after the end, it gets the
-// bytes up to the end. Real files have such lengths: some writers include the tag and length field
-// in the count, others count descriptors that they then omit.
-std::optional<Descriptor> TakeDescriptor(ByteSpan& bytes) {
-  constexpr int kMostLengthBytes = 4;
-  if (bytes.size() < 2) return std::nullopt;
-  Descriptor descriptor{bytes[0], {}};
-  std::size_t length = 0, at = 1;
-  bool hasMore = true;
-  for (int i = 0; hasMore && i < kMostLengthBytes && at < bytes.size(); ++i, ++at) {
-    length = length << 7 | (bytes[at] & 0x7FU);
-    hasMore = (bytes[at] & 0x80) != 0;
-  }
-  length = std::min(length, bytes.size() - at);
-  descriptor.content = bytes.subspan(at, length);
-  bytes = bytes.subspan(at + length);
-  return descriptor;
-}
-
-// The content of the first descriptor with that tag. Does not search inside other descriptors.
+// The content of the first descriptor with that tag. Does not search inside other descriptors. If a
+// length reaches past the end, the descriptor gets the bytes up to the end. Real files have such
+// lengths: some writers include the tag and length field in the count, others count descriptors
+// that they then omit.
 std::optional<ByteSpan> FindDescriptor(ByteSpan bytes, Tag tag) {
-  while (const auto descriptor = TakeDescriptor(bytes)) {
-    if (descriptor->tag == tag) return descriptor->content;
+  constexpr int kMostLengthBytes = 4;
+  while (bytes.size() >= 2) {
+    std::size_t length = 0, at = 1;
+    bool hasMore = true;
+    for (int i = 0; hasMore && i < kMostLengthBytes && at < bytes.size(); ++i, ++at) {
+      length = length << 7 | (bytes[at] & 0x7FU);
+      hasMore = (bytes[at] & 0x80) != 0;
+    }
+    length = std::min(length, bytes.size() - at);
+    if (bytes[0] == tag) return bytes.subspan(at, length);
+    bytes = bytes.subspan(at + length);
   }
   return std::nullopt;
 }

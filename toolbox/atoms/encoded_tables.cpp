@@ -4,14 +4,11 @@
 
 namespace toolbox {
 
-void EncodedNumbers::Widen() {
-  const EncodedNumbers narrow = std::exchange(*this, {});
-  isWide_ = true;
-  for (std::size_t i = 0; i < narrow.Count(); ++i) Add(narrow[i]);
-}
-
 void EncodedNumbers::Add(std::uint64_t number) {
-  if (!isWide_ && number > UINT32_MAX) Widen();
+  if (!isWide_ && number > UINT32_MAX) {
+    const EncodedNumbers narrow = std::exchange(*this, {true, {}});
+    for (std::size_t i = 0; i < narrow.Count(); ++i) Add(narrow[i]);
+  }
   if (isWide_) {
     AppendBigEndian(bytes_.Writable(), number);
   } else {
@@ -77,17 +74,14 @@ std::optional<ChunkRuns> ChunkRuns::ViewOf(ByteSpan rows, std::uint32_t chunks,
   return runs;
 }
 
-void ChunkRuns::AddRow(std::uint64_t chunk, std::uint32_t samplesPerChunk,
-                       std::uint32_t description) {
-  Bytes& rows = bytes_.Writable();
-  marks_.Add(rows.size() / Row::kSize, samples_);
-  AppendRow(rows, Row{static_cast<std::uint32_t>(chunk + 1), samplesPerChunk, description + 1});
-}
-
 void ChunkRuns::Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                     std::uint32_t description) {
   if (chunks == 0 || samplesPerChunk == 0) return;
-  const Bytes& rows = bytes_.Writable();
+  Bytes& rows = bytes_.Writable();
+  const auto addRow = [&](std::uint64_t from, std::uint32_t perChunk) {
+    marks_.Add(rows.size() / Row::kSize, samples_);
+    AppendRow(rows, Row{static_cast<std::uint32_t>(from + 1), perChunk, description + 1});
+  };
   const bool isFirst = rows.empty();
   const Row last = isFirst ? Row{} : DecodeRow<Row>(&rows[rows.size() - Row::kSize]);
   const bool continues = !isFirst && chunk == nextChunk_ &&
@@ -95,10 +89,10 @@ void ChunkRuns::Add(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t sam
                          last.description == description + 1;
   // Skipped chunks need a row too, because a row ends only where the next one begins.
   if (!isFirst && chunk != nextChunk_) {
-    AddRow(nextChunk_, 0, description);
+    addRow(nextChunk_, 0);
     hasGaps_ = true;
   }
-  if (!continues) AddRow(chunk, samplesPerChunk, description);
+  if (!continues) addRow(chunk, samplesPerChunk);
   samples_ += chunks * samplesPerChunk;
   nextChunk_ = std::uint64_t{chunk} + chunks;
   descriptions_ = std::max(descriptions_, description + 1);

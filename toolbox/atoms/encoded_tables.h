@@ -16,28 +16,6 @@
 
 namespace toolbox {
 
-// Decodes one row. Row::kSize bytes must be available at `bytes`.
-template <class Row>
-Row DecodeRow(const std::uint8_t* bytes) {
-  Row row;
-  RowReader reader(bytes);
-  Row::Fields(reader, row);
-  return row;
-}
-
-// Writes a row to the Row::kSize bytes at `bytes`.
-template <class Row>
-void EncodeRow(const Row& row, std::uint8_t* bytes) {
-  RowWriter writer(bytes);
-  Row::Fields(writer, row);
-}
-
-template <class Row>
-void AppendRow(Bytes& bytes, const Row& row) {
-  bytes.resize(bytes.size() + Row::kSize);
-  EncodeRow(row, bytes.data() + bytes.size() - Row::kSize);
-}
-
 // The bytes of a table: first a view of bytes that the caller owns, and a copy after the first
 // change.
 class TableBytes {
@@ -96,7 +74,6 @@ class EncodedNumbers {
 
  private:
   std::size_t Width() const { return isWide_ ? 8 : 4; }
-  void Widen();
 
   TableBytes bytes_;
   bool isWide_ = false;
@@ -332,8 +309,6 @@ class ChunkRuns {
            std::uint32_t description);
 
  private:
-  void AddRow(std::uint64_t chunk, std::uint32_t samplesPerChunk, std::uint32_t description);
-
   TableBytes bytes_;
   RowMarks marks_;
   std::uint32_t samples_ = 0, descriptions_ = 0;

@@ -5,43 +5,28 @@
 namespace toolbox {
 namespace {
 
-// The head of a setting. Its children come after it, or its value if it has none.
-struct SettingHead {
-  static constexpr std::size_t kSize = 20;
-  std::uint32_t size = 0;  // with the head
-  FourCC type;
-  std::uint32_t id = 0;
-  std::uint16_t reserved = 0, children = 0;
-  std::uint32_t reserved2 = 0;
-
-  static void Fields(auto& io, auto& head) {
-    io("size", head.size);
-    io("type", head.type);
-    io("id", head.id);
-    io("reserved", head.reserved);
-    io("children", head.children);
-    io("reserved", head.reserved2);
-  }
-};
-
+// Each setting has a head of 20 bytes. Its children come after it, or its value if it has none.
 void AddNumbers(ByteSpan settings, FourCC parent, int depth, std::vector<NumberSetting>& numbers) {
+  constexpr std::size_t kHead = 20;
   // Real settings have two or three levels. The limit keeps damaged ones from using up the stack.
   constexpr int kDeepest = 16;
   if (depth > kDeepest) throw Malformed("the settings are nested too deep");
-  while (!settings.empty()) {
-    SettingHead head;
-    FieldReader reader(settings);
-    SettingHead::Fields(reader, head);
-    if (head.size < SettingHead::kSize || head.size > settings.size()) {
-      throw Malformed("a setting has an impossible size");
-    }
-    const ByteSpan content = settings.first(head.size).subspan(SettingHead::kSize);
-    if (head.children != 0) {
-      AddNumbers(content, head.type, depth + 1, numbers);
+  for (FieldReader io(settings); !io.Remaining().empty();) {
+    std::uint32_t size = 0;  // with the head
+    FourCC type;
+    std::uint16_t children = 0;
+    io("size", size);
+    io("type", type);
+    io.Take("id", 6);  // and two reserved bytes
+    io("children", children);
+    io.Take("reserved", 4);
+    if (size < kHead) throw Malformed("a setting has an impossible size");
+    const ByteSpan content = io.Take("setting", size - kHead);
+    if (children != 0) {
+      AddNumbers(content, type, depth + 1, numbers);
     } else if (content.size() == sizeof(std::uint32_t)) {
-      numbers.push_back({parent, head.type, FromBigEndian<std::uint32_t>(content.data())});
+      numbers.push_back({parent, type, FromBigEndian<std::uint32_t>(content.data())});
     }
-    settings = settings.subspan(head.size);
   }
 }
 

@@ -17,20 +17,6 @@
 
 namespace toolbox {
 
-// Reads the fields of a row without checks: the caller has made sure that the bytes are there.
-class RowReader {
- public:
-  explicit RowReader(const std::uint8_t* at) : at_(at) {}
-  template <Integer T>
-  void operator()(const char*, T& value) {
-    value = FromBigEndian<T>(at_);
-    at_ += sizeof(T);
-  }
-
- private:
-  const std::uint8_t* at_;
-};
-
 // Reads fields one after the other from the content of an atom. The bytes must outlive the reader
 // and any Rows it has read. All functions throw Malformed if the bytes end too soon.
 class FieldReader {
@@ -94,16 +80,17 @@ class FieldReader {
   // The same without a copy, for atoms that are used only while their bytes exist.
   void Rest(const char*, ByteSpan& bytes) { bytes = std::exchange(rest_, {}); }
   ByteSpan Remaining() const { return rest_; }
-
- private:
-  static Malformed Ended(const char* name) {
-    return Malformed(std::string("the atom ends inside ") + name);
-  }
+  // Takes the next `size` bytes, as a view.
   ByteSpan Take(const char* name, std::size_t size) {
     if (rest_.size() < size) throw Ended(name);
     const ByteSpan taken = rest_.first(size);
     rest_ = rest_.subspan(size);
     return taken;
+  }
+
+ private:
+  static Malformed Ended(const char* name) {
+    return Malformed(std::string("the atom ends inside ") + name);
   }
   // Reads a count of entries with at least `smallest` bytes each. Checks it against the bytes that
   // are left, so that a damaged count cannot make us allocate gigabytes.

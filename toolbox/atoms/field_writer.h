@@ -20,29 +20,63 @@
 
 namespace toolbox {
 
-// Writes the fields of a row without checks: the caller has made room for Row::kSize bytes.
-class RowWriter {
- public:
-  explicit RowWriter(std::uint8_t* at) : at_(at) {}
-  template <Integer T>
-  void operator()(const char*, T value) {
-    ToBigEndian(value, at_);
-    at_ += sizeof(T);
-  }
-
- private:
-  std::uint8_t* at_;
-};
-
 // The results of a FieldSizer, in the order in which a FieldWriter needs them: the sizes of atoms,
 // and other numbers that take long to compute.
 using Measures = std::vector<std::uint64_t>;
+
+// What measuring and writing have in common: every field is numbers and bytes. `Io` is the class
+// that derives from this one. It has Put(number), Append(bytes) and Table.
+template <class Io>
+class FieldOutput {
+ public:
+  template <Integer T>
+  void operator()(const char*, T value) {
+    Derived().Put(value);
+  }
+  void operator()(const char*, FourCC value) { Derived().Put(value.value); }
+  template <std::size_t N>
+  void operator()(const char*, const std::array<std::uint8_t, N>& value) {
+    Derived().Append(value);
+  }
+
+  void Version(std::uint32_t flags, bool needsWide) {
+    isWide_ = needsWide;
+    Derived().Put((needsWide ? 1U << 24 : 0U) | flags);
+  }
+  template <Integer T>
+  void Wide(const char*, T value) {
+    if (isWide_) {
+      Derived().Put(static_cast<std::uint64_t>(value));
+    } else {
+      Derived().Put(static_cast<std::uint32_t>(value));
+    }
+  }
+  void Narrow(const char*, std::int64_t value) {
+    Derived().Put(value < 0 || value > UINT32_MAX ? 0 : static_cast<std::uint32_t>(value));
+  }
+
+  template <class Entry>
+  void List(const char*, const std::vector<Entry>& entries) {
+    Derived().Put(static_cast<std::uint32_t>(entries.size()));
+    for (const Entry& entry : entries) Entry::Fields(Derived(), entry);
+  }
+  void Atoms(const char*, const std::vector<Bytes>& atoms) {
+    Derived().Put(static_cast<std::uint32_t>(atoms.size()));
+    for (const Bytes& atom : atoms) Derived().Append(atom);
+  }
+  void Rest(const char*, ByteSpan bytes) { Derived().Append(bytes); }
+
+ private:
+  Io& Derived() { return static_cast<Io&>(*this); }
+
+  bool isWide_ = false;
+};
 
 // Writes fields that a FieldSizer has measured. The caller owns `measures` and `room`. Without
 // `take`, `room` must be large enough for all fields. With `take`, it is a block that is passed to
 // `take` each time it is full; the caller calls Flush() at the end for the last part.
 // Throws Malformed if the fields are not those that were measured.
-class FieldWriter {
+class FieldWriter : public FieldOutput<FieldWriter> {
  public:
   using TakeBlock = std::function<void(ByteSpan)>;
 
@@ -50,34 +84,12 @@ class FieldWriter {
       : measures_(measures), room_(room), take_(std::move(take)) {}
 
   template <Integer T>
-  void operator()(const char*, T value) {
+  void Put(T value) {
     ToBigEndian(value, Room(sizeof(T)));
   }
-  void operator()(const char* name, FourCC value) { (*this)(name, value.value); }
-  template <std::size_t N>
-  void operator()(const char*, const std::array<std::uint8_t, N>& value) {
-    Append(value);
-  }
-
-  void Version(std::uint32_t flags, bool needsWide) {
-    isWide_ = needsWide;
-    (*this)("version", (needsWide ? 1U << 24 : 0U) | flags);
-  }
-  template <Integer T>
-  void Wide(const char* name, T value) {
-    if (isWide_) {
-      (*this)(name, static_cast<std::uint64_t>(value));
-    } else {
-      (*this)(name, static_cast<std::uint32_t>(value));
-    }
-  }
-  void Narrow(const char* name, std::int64_t value) {
-    (*this)(name, value < 0 || value > UINT32_MAX ? 0 : static_cast<std::uint32_t>(value));
-  }
-
   template <class Row>
-  void Table(const char* name, const Rows<Row>& rows) {
-    (*this)(name, rows.Count());
+  void Table(const char*, const Rows<Row>& rows) {
+    Put(rows.Count());
     rows.ForEachBatch(
         [this](std::span<const Row> batch) {
           RowWriter writer(Room(batch.size() * Row::kSize));
@@ -85,24 +97,13 @@ class FieldWriter {
         },
         [this](ByteSpan encoded) { Append(encoded); });
   }
-  template <class Entry>
-  void List(const char* name, const std::vector<Entry>& entries) {
-    (*this)(name, static_cast<std::uint32_t>(entries.size()));
-    for (const Entry& entry : entries) Entry::Fields(*this, entry);
-  }
-  void Atoms(const char* name, const std::vector<Bytes>& atoms) {
-    (*this)(name, static_cast<std::uint32_t>(atoms.size()));
-    for (const Bytes& atom : atoms) Append(atom);
-  }
-  void Rest(const char*, ByteSpan bytes) { Append(bytes); }
-
   // Writes an atom of type `type`; `body` writes its content.
   template <class Body>
   void Atom(FourCC type, Body&& body) {
     const std::uint64_t start = taken_ + at_, size = NextMeasure();
     if (size > UINT32_MAX) throw Malformed("an atom of over 4 GiB cannot be written");
-    (*this)("size", static_cast<std::uint32_t>(size));
-    (*this)("type", type);
+    Put(static_cast<std::uint32_t>(size));
+    Put(type.value);
     body();
     if (taken_ + at_ - start != size) throw NotAsMeasured();
   }
@@ -145,51 +146,23 @@ class FieldWriter {
   TakeBlock take_;
   std::size_t at_ = 0;  // in the room
   std::uint64_t taken_ = 0;  // bytes passed on
-  bool isWide_ = false;
 };
 
 // Adds up the bytes that a FieldWriter will write. Of a table it uses only the count of rows, so it
 // is fast.
-class FieldSizer {
+class FieldSizer : public FieldOutput<FieldSizer> {
  public:
   std::uint64_t Size() const { return size_; }
   const Measures& Found() const { return found_; }
 
   template <Integer T>
-  void operator()(const char*, T) {
+  void Put(T) {
     size_ += sizeof(T);
   }
-  void operator()(const char*, FourCC) { size_ += 4; }
-  template <std::size_t N>
-  void operator()(const char*, const std::array<std::uint8_t, N>&) {
-    size_ += N;
-  }
-
-  void Version(std::uint32_t, bool needsWide) {
-    isWide_ = needsWide;
-    size_ += 4;
-  }
-  template <Integer T>
-  void Wide(const char*, T) {
-    size_ += isWide_ ? 8 : 4;
-  }
-  void Narrow(const char*, std::int64_t) { size_ += 4; }
-
   template <class Row>
   void Table(const char*, const Rows<Row>& rows) {
     size_ += 4 + std::uint64_t{rows.Count()} * Row::kSize;
   }
-  template <class Entry>
-  void List(const char*, const std::vector<Entry>& entries) {
-    size_ += 4;
-    for (const Entry& entry : entries) Entry::Fields(*this, entry);
-  }
-  void Atoms(const char*, const std::vector<Bytes>& atoms) {
-    size_ += 4;
-    for (const Bytes& atom : atoms) Append(atom);
-  }
-  void Rest(const char*, ByteSpan bytes) { Append(bytes); }
-
   template <class Body>
   void Atom(FourCC, Body&& body) {
     Measured([&] {
@@ -213,7 +186,6 @@ class FieldSizer {
  private:
   std::uint64_t size_ = 0;
   Measures found_;
-  bool isWide_ = false;
 };
 
 }  // namespace toolbox

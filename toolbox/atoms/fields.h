@@ -24,12 +24,14 @@
 //   io.Rest(name, bytes)       everything up to the end of the atom
 // clang-format on
 //
+// An atom that starts with version and flags has the member versionAndFlags, which comes first and
+// is not listed; one that has both a short and a long form calls io.Version instead.
+//
 // An atom that contains atoms lists its children instead; see children.h.
 #pragma once
 
-#include <functional>
-#include <span>
-#include <utility>
+#include <type_traits>
+#include <vector>
 
 #include "toolbox/atoms/children.h"
 #include "toolbox/atoms/field_reader.h"
@@ -41,31 +43,11 @@
 
 namespace toolbox {
 
-// Declared in rows.h.
-template <class Row>
-template <class Visitor>
-void Rows<Row>::ForEach(Visitor&& visit) const {
-  ForEachBatch(
-      [&visit](std::span<const Row> batch) {
-        for (const Row& row : batch) visit(row);
-      },
-      [&visit](ByteSpan encoded) {
-        for (std::size_t at = 0; at < encoded.size(); at += Row::kSize) {
-          Row row;
-          RowReader reader(&encoded[at]);
-          Row::Fields(reader, row);
-          visit(std::as_const(row));
-        }
-      });
-}
-
-template <class Row>
-template <class Visitor, class EncodedVisitor>
-void Rows<Row>::ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const {
-  if (!produce_) return visitEncoded(encoded_);
-  RowBatches<Row> batches(std::ref(visit), std::ref(visitEncoded));
-  produce_(batches);
-  batches.Flush();
+// Passes the fields of an atom to `io`: the member versionAndFlags if there is one, then those that
+// the atom lists.
+void AtomFields(auto& io, auto& atom) {
+  if constexpr (requires { atom.versionAndFlags; }) io("version", atom.versionAndFlags);
+  std::remove_cvref_t<decltype(atom)>::Fields(io, atom);
 }
 
 // Decodes an atom of type A. `content` is without size and type; tables of the atom may be views of
@@ -81,7 +63,7 @@ A Decode(ByteSpan content) {
       A::Children(children, atom);
     } else {
       FieldReader reader(content);
-      A::Fields(reader, atom);
+      AtomFields(reader, atom);
     }
     return atom;
   });
@@ -98,7 +80,7 @@ void PutAtom(auto& io, const A& atom) {
       A::Children(children, atom);
       children.Finish();
     } else {
-      A::Fields(io, atom);
+      AtomFields(io, atom);
     }
   });
 }
@@ -126,5 +108,26 @@ template <class A>
 Sibling SiblingOf(const A& atom) {
   return {A::kType, Encode(atom)};
 }
+
+// An atom that is one table: version and flags, then the rows.
+template <FourCC kCode, class RowType>
+struct TableAtom {
+  static constexpr FourCC kType = kCode;
+  using Row = RowType;
+  std::uint32_t versionAndFlags = 0;
+  Rows<Row> rows;
+
+  static void Fields(auto& io, auto& table) { io.Table("rows", table.rows); }
+};
+
+// An atom that is a counted list of atoms: version and flags, then the list.
+template <FourCC kCode>
+struct AtomList {
+  static constexpr FourCC kType = kCode;
+  std::uint32_t versionAndFlags = 0;
+  std::vector<Bytes> entries;  // whole, size and type included
+
+  static void Fields(auto& io, auto& list) { io.Atoms("entries", list.entries); }
+};
 
 }  // namespace toolbox

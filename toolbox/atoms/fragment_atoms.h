@@ -27,7 +27,6 @@ struct TrackDefaults {  // 'trex', ISO/IEC 14496-12 8.8.3
   std::uint32_t duration = 0, size = 0, sampleFlags = 0;  // of a sample: media units, bytes
 
   static void Fields(auto& io, auto& defaults) {
-    io("version", defaults.versionAndFlags);
     io("track", defaults.track);
     io("description", defaults.description);
     io("duration", defaults.duration);
@@ -44,7 +43,6 @@ struct TrackFragmentHeader {  // 'tfhd', ISO/IEC 14496-12 8.8.7
 
   bool Has(std::uint32_t flag) const { return (versionAndFlags & flag) != 0; }
   static void Fields(auto& io, auto& header) {
-    io("version", header.versionAndFlags);
     io("track", header.track);
     if (header.Has(fragment_flags::kBaseDataOffset)) io("baseDataOffset", header.baseDataOffset);
     if (header.Has(fragment_flags::kDescription)) io("description", header.description);
@@ -90,7 +88,6 @@ struct TrackRun {
     return 4 * static_cast<std::size_t>(std::popcount(versionAndFlags & kColumns));
   }
   static void Fields(auto& io, auto& run) {
-    io("version", run.versionAndFlags);
     io("count", run.count);
     if (run.Has(fragment_flags::kDataOffset)) io("dataOffset", run.dataOffset);
     if (run.Has(fragment_flags::kFirstSampleFlags)) io("firstSampleFlags", run.firstSampleFlags);

@@ -31,7 +31,6 @@ struct SampleGroupDescriptions {
   Bytes rest;
 
   static void Fields(auto& io, auto& descriptions) {
-    io("version", descriptions.versionAndFlags);
     io("grouping", descriptions.grouping);
     io.Rest("rest", descriptions.rest);
   }
@@ -61,7 +60,6 @@ struct CompactSampleToGroup {
   bool IsKnownVersion() const { return versionAndFlags >> 24 == 0; }
   bool HasParameter() const { return (versionAndFlags & 0x40) != 0; }
   static void Fields(auto& io, auto& groups) {
-    io("version", groups.versionAndFlags);
     if (!groups.IsKnownVersion()) return io.Rest("packed", groups.packed);
     io("grouping", groups.grouping);
     if (groups.HasParameter()) io("parameter", groups.parameter);

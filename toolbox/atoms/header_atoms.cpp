@@ -62,4 +62,37 @@ Bytes DataReferenceEntry::Encoded() const {
   });
 }
 
+std::optional<Bytes> InitialData(ByteSpan handle) {
+  if (handle.size() < 5) return {};
+  const std::size_t atoms = std::size_t{5} + handle[4];
+  for (handle = handle.subspan(std::min(atoms, handle.size())); handle.size() >= 8;) {
+    const std::size_t size = FromBigEndian<std::uint32_t>(handle.data());
+    if (size < 8 || size > handle.size()) return {};
+    if (FourCC(FromBigEndian<std::uint32_t>(&handle[4])) == FourCC{"data"}) {
+      return Bytes(handle.begin() + 8, handle.begin() + static_cast<std::ptrdiff_t>(size));
+    }
+    handle = handle.subspan(size);
+  }
+  return {};
+}
+
+void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
+                     const std::array<std::uint16_t, 3>& opColor) {
+  // Both atoms start with the same fields: size, type, version and flags, mode, colour.
+  const auto set = [&](std::uint8_t* atom, std::size_t size) {
+    if (size < 20) return;
+    ToBigEndian(mode, atom + 12);
+    for (std::size_t i = 0; i < opColor.size(); ++i) ToBigEndian(opColor[i], atom + 14 + 2 * i);
+  };
+  for (Sibling& sibling : mediaInformation) {
+    if (sibling.type == FourCC{"vmhd"}) set(sibling.bytes.data(), sibling.bytes.size());
+    if (sibling.type != FourCC{"gmhd"} || sibling.bytes.size() < 8) continue;
+    ByteSpan tail;
+    for (const AtomView& child : SplitAtoms(ByteSpan(sibling.bytes).subspan(8), &tail)) {
+      const std::ptrdiff_t at = child.whole.data() - sibling.bytes.data();
+      if (child.type == FourCC{"gmin"}) set(sibling.bytes.data() + at, child.whole.size());
+    }
+  }
+}
+
 }  // namespace toolbox

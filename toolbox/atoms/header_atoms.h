@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -163,7 +164,6 @@ struct Handler {
   Bytes name;
 
   static void Fields(auto& io, auto& handler) {
-    io("version", handler.versionAndFlags);
     io("componentType", handler.componentType);
     io("subtype", handler.subtype);
     io("manufacturer", handler.manufacturer);
@@ -189,7 +189,6 @@ struct VideoMediaHeader {  // 'vmhd', ISO/IEC 14496-12 12.1.2
   std::array<std::uint16_t, 3> opColor{};  // red, green, blue
 
   static void Fields(auto& io, auto& header) {
-    io("version", header.versionAndFlags);
     io("mode", header.mode);
     for (auto& component : header.opColor) io("opColor", component);
   }
@@ -202,7 +201,6 @@ struct SoundMediaHeader {  // 'smhd', ISO/IEC 14496-12 12.2.2
   std::uint16_t reserved = 0;
 
   static void Fields(auto& io, auto& header) {
-    io("version", header.versionAndFlags);
     io("balance", header.balance);
     io("reserved", header.reserved);
   }
@@ -223,15 +221,16 @@ struct DataReferenceEntry {
   Bytes Encoded() const;
 };
 
-struct DataReferences {  // 'dref', ISO/IEC 14496-12 8.7.2
-  static constexpr FourCC kType{"dref"};
-  std::uint32_t versionAndFlags = 0;
-  std::vector<Bytes> entries;  // whole atoms: size, type, version and flags, data
+using DataReferences = AtomList<FourCC{"dref"}>;  // ISO/IEC 14496-12 8.7.2
 
-  static void Fields(auto& io, auto& references) {
-    io("version", references.versionAndFlags);
-    io.Atoms("entries", references.entries);
-  }
-};
+// The media data in a handle reference, a data reference of kind 'hndl': the content of its atom
+// 'data'. Returns nothing if there is no such atom or the reference is malformed.
+// The layout is: a 32-bit handle, the length of a file name in one byte, the name, atoms.
+std::optional<Bytes> InitialData(ByteSpan handle);
+
+// Sets the transfer mode and its colour (red, green, blue) in the children of a 'minf'. Video has
+// them in 'vmhd', other media in the 'gmin' of 'gmhd'. Does nothing if there is neither.
+void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
+                     const std::array<std::uint16_t, 3>& opColor);
 
 }  // namespace toolbox

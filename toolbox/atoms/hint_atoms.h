@@ -15,7 +15,6 @@ struct HintHeader {  // 'hmhd', ISO/IEC 14496-12 12.4.2
   std::uint32_t highestBitRate = 0, averageBitRate = 0;  // bits a second
   std::uint32_t reserved = 0;
   static void Fields(auto& io, auto& header) {
-    io("version", header.versionAndFlags);
     io("largestPacket", header.largestPacket);
     io("averagePacket", header.averagePacket);
     io("highestBitRate", header.highestBitRate);

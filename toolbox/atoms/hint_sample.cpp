@@ -1,69 +1,10 @@
 #include "toolbox/atoms/hint_sample.h"
 
 #include <algorithm>
-#include <array>
 
 #include "toolbox/atoms/fields.h"
 
 namespace toolbox {
-namespace {
-
-// The extra information of a packet: its size, then the atom 'rtpo', ISO/IEC 14496-12 9.1.3.1.
-struct TimeOffset {
-  static constexpr std::size_t kSize = 16;
-  std::uint32_t size = kSize, atomSize = 12, type = FourCC{"rtpo"}.value;
-  std::int32_t offset = 0;  // units of the clock
-  static void Fields(auto& io, auto& extra) {
-    io("size", extra.size);
-    io("atomSize", extra.atomSize);
-    io("type", extra.type);
-    io("offset", extra.offset);
-  }
-};
-
-// An entry of a packet with up to 14 bytes of its own.
-struct OwnData {
-  static constexpr std::size_t kSize = 16, kMost = 14;
-  std::uint8_t mode = 1, count = 0;
-  std::array<std::uint8_t, kMost> bytes{};
-  static void Fields(auto& io, auto& data) {
-    io("mode", data.mode);
-    io("count", data.count);
-    for (auto& byte : data.bytes) io("byte", byte);
-  }
-};
-
-// An entry of a packet that refers to bytes of a media sample.
-struct MediaData {
-  static constexpr std::size_t kSize = 16;
-  std::uint8_t mode = 2, track = 0;  // 0: the track that is hinted
-  std::uint16_t length = 0;
-  std::uint32_t sample = 0, offset = 0;
-  std::uint16_t bytesPerBlock = 1, samplesPerBlock = 1;  // 1: not packed in blocks
-  static void Fields(auto& io, auto& data) {
-    io("mode", data.mode);
-    io("track", data.track);
-    io("length", data.length);
-    io("sample", data.sample);
-    io("offset", data.offset);
-    io("bytesPerBlock", data.bytesPerBlock);
-    io("samplesPerBlock", data.samplesPerBlock);
-  }
-};
-
-template <class Row>
-void PutRow(const Row& row, std::uint8_t* at) {
-  RowWriter writer(at);
-  Row::Fields(writer, row);
-}
-
-template <class Row>
-void AppendRow(Bytes& bytes, const Row& row) {
-  bytes.resize(bytes.size() + Row::kSize);
-  PutRow(row, bytes.data() + bytes.size() - Row::kSize);
-}
-
-}  // namespace
 
 void HintSample::Clear(std::int32_t timeOffset) {
   bytes_.assign(4, 0);  // number of packets, reserved
@@ -78,22 +19,30 @@ void HintSample::StartPacket(std::uint8_t payload, std::uint16_t sequence) {
   packet_ = {.payload = payload, .sequence = sequence};
   if (timeOffset_ != 0) packet_.flags = HintPacket::kHasExtra;
   AppendRow(bytes_, packet_);
-  if (timeOffset_ != 0) AppendRow(bytes_, TimeOffset{.offset = timeOffset_});
+  if (timeOffset_ == 0) return;
+  // The extra information: its size, then the atom 'rtpo', ISO/IEC 14496-12 9.1.3.1.
+  AppendBigEndian(bytes_, std::uint32_t{16});
+  AppendBigEndian(bytes_, std::uint32_t{12});
+  AppendBigEndian(bytes_, FourCC{"rtpo"}.value);
+  AppendBigEndian(bytes_, timeOffset_);
 }
 
 void HintSample::CountEntry(std::size_t length) {
   ++packet_.entries;
-  PutRow(packet_, &bytes_[packetAt_]);
+  EncodeRow(packet_, &bytes_[packetAt_]);
   packetSizes_.back() += static_cast<std::uint32_t>(length);
 }
 
 void HintSample::AddBytes(ByteSpan bytes) {
   while (!bytes.empty()) {
-    const ByteSpan piece = bytes.first(std::min(bytes.size(), OwnData::kMost));
+    const ByteSpan piece = bytes.first(std::min<std::size_t>(bytes.size(), 14));
     CountEntry(piece.size());
-    OwnData data{.count = static_cast<std::uint8_t>(piece.size())};
-    std::ranges::copy(piece, data.bytes.begin());
-    AppendRow(bytes_, data);
+    // The entry has 16 bytes: mode 1, the number of bytes in the payload, room for 14 of them.
+    const std::size_t at = bytes_.size();
+    bytes_.resize(at + 16);
+    bytes_[at] = 1;
+    bytes_[at + 1] = static_cast<std::uint8_t>(piece.size());
+    std::ranges::copy(piece, &bytes_[at + 2]);
     bytes = bytes.subspan(piece.size());
   }
 }
@@ -101,15 +50,19 @@ void HintSample::AddBytes(ByteSpan bytes) {
 void HintSample::AddMedia(std::uint32_t sample, std::uint64_t offset, std::uint64_t length) {
   if (length == 0) return;
   CountEntry(length);
-  AppendRow(bytes_, MediaData{.length = static_cast<std::uint16_t>(length),
-                              .sample = sample,
-                              .offset = static_cast<std::uint32_t>(offset)});
+  // The entry has 16 bytes: mode 2, track 0 (the one that is hinted), which bytes of which sample,
+  // and blocks of 1 byte and 1 sample, which means that the media is not packed in blocks.
+  AppendBigEndian(bytes_, std::uint16_t{0x0200});
+  AppendBigEndian(bytes_, static_cast<std::uint16_t>(length));
+  AppendBigEndian(bytes_, sample);
+  AppendBigEndian(bytes_, static_cast<std::uint32_t>(offset));
+  AppendBigEndian(bytes_, std::uint32_t{0x00010001});
 }
 
 void HintSample::Mark() {
   if (packetSizes_.empty()) return;
   packet_.payload |= HintPacket::kMarker;
-  PutRow(packet_, &bytes_[packetAt_]);
+  EncodeRow(packet_, &bytes_[packetAt_]);
 }
 
 std::uint32_t NalUnitLength(ByteSpan lengthBytes) {

@@ -14,90 +14,60 @@ std::size_t HeadSize(ByteSpan meta) {
   return frame && frame->type == FourCC{"hdlr"} ? 0 : 4;
 }
 
-// Reads a number of 0, 4 or 8 bytes; without bytes it is 0.
-std::uint64_t TakeNumber(FieldReader& io, unsigned size) {
-  std::uint64_t wide = 0;
-  std::uint32_t narrow = 0;
+// Reads or writes `value` as a number of type T.
+template <class T>
+void Number(auto& io, auto& value) {
+  auto number = static_cast<T>(value);
+  io("number", number);
+  value = number;
+}
+
+// The same with a type of 0, 4 or 8 bytes. A number without bytes is 0.
+void SizedNumber(auto& io, unsigned size, std::uint64_t& value) {
   if (size == 8) {
-    io("number", wide);
+    Number<std::uint64_t>(io, value);
   } else if (size == 4) {
-    io("number", narrow);
+    Number<std::uint32_t>(io, value);
   } else if (size != 0) {
     throw Malformed("'iloc' has numbers of an unknown width");
   }
-  return wide + narrow;
 }
 
-ItemLocations Read(ByteSpan content) {
-  FieldReader io(content);
-  ItemLocations locations;
-  std::uint16_t sizes = 0, narrow = 0;
-  std::uint32_t count = 0;
-  io("version", locations.flags);
-  locations.version = static_cast<std::uint8_t>(locations.flags >> 24);
-  locations.flags &= 0xFFFFFF;
-  if (locations.version > 2) throw Malformed("'iloc' has an unknown version");
-  io("sizes", sizes);
+// The content of an 'iloc'. A reader adds items and extents as it finds them, because a count can
+// be damaged; a writer finds them all there.
+void Fields(auto& io, ItemLocations& locations) {
+  io("version", locations.versionAndFlags);
+  const std::uint32_t version = locations.versionAndFlags >> 24;
+  if (version > 2) throw Malformed("'iloc' has an unknown version");
+  io("sizes", locations.sizes);
+  const unsigned sizes = locations.sizes, indexSize = version == 0 ? 0 : sizes & 15;
   const unsigned offsetSize = sizes >> 12, lengthSize = sizes >> 8 & 15, baseSize = sizes >> 4 & 15;
-  const unsigned indexSize = locations.version == 0 ? 0 : sizes & 15;
-  locations.hasIndexes = indexSize != 0;
-  const auto number = [&](bool isWide) {
-    if (isWide) {
-      io("number", count);
-      return count;
-    }
-    io("number", narrow);
-    return std::uint32_t{narrow};
+  const auto number = [&](std::uint32_t& value) {
+    version == 2 ? Number<std::uint32_t>(io, value) : Number<std::uint16_t>(io, value);
   };
-  for (std::uint32_t items = number(locations.version == 2); items != 0; --items) {
-    ItemLocations::Item& item = locations.items.emplace_back();
-    item.id = number(locations.version == 2);
-    if (locations.version != 0) io("method", item.method);
+  auto items = static_cast<std::uint32_t>(locations.items.size());
+  number(items);
+  for (std::uint32_t i = 0; i < items; ++i) {
+    if (i == locations.items.size()) locations.items.emplace_back();
+    ItemLocations::Item& item = locations.items[i];
+    number(item.id);
+    if (version != 0) io("method", item.method);
     io("dataReference", item.dataReference);
-    item.base = TakeNumber(io, baseSize);
-    std::uint16_t extents = 0;
+    SizedNumber(io, baseSize, item.base);
+    auto extents = static_cast<std::uint16_t>(item.extents.size());
     io("extents", extents);
     // Extents without bytes would allow a small atom to claim any number of them.
     if (offsetSize + lengthSize + indexSize == 0 && extents > 1) {
       throw Malformed("'iloc' has extents without bytes");
     }
-    for (; extents != 0; --extents) {
-      ItemLocations::Extent& extent = item.extents.emplace_back();
-      extent.index = TakeNumber(io, indexSize);
-      extent.offset = TakeNumber(io, offsetSize);
-      extent.length = TakeNumber(io, lengthSize);
+    for (std::uint16_t j = 0; j < extents; ++j) {
+      if (j == item.extents.size()) item.extents.emplace_back();
+      ItemLocations::Extent& extent = item.extents[j];
+      SizedNumber(io, indexSize, extent.index);
+      SizedNumber(io, offsetSize, extent.offset);
+      SizedNumber(io, lengthSize, extent.length);
     }
   }
-  return locations;
-}
-
-// Writes the whole 'iloc'. Offsets and lengths have 64 bits, so the size of the atom is known
-// before they are.
-void Put(auto& io, const ItemLocations& locations) {
-  io.Atom(kLocations, [&] {
-    io("version", std::uint32_t{locations.version} << 24 | locations.flags);
-    io("sizes", static_cast<std::uint16_t>(locations.hasIndexes ? 0x8888 : 0x8880));
-    const auto number = [&](std::size_t value) {
-      if (locations.version == 2) {
-        io("number", static_cast<std::uint32_t>(value));
-      } else {
-        io("number", static_cast<std::uint16_t>(value));
-      }
-    };
-    number(locations.items.size());
-    for (const ItemLocations::Item& item : locations.items) {
-      number(item.id);
-      if (locations.version != 0) io("method", item.method);
-      io("dataReference", item.dataReference);
-      io("base", item.base);
-      io("extents", static_cast<std::uint16_t>(item.extents.size()));
-      for (const ItemLocations::Extent& extent : item.extents) {
-        if (locations.hasIndexes) io("index", extent.index);
-        io("offset", extent.offset);
-        io("length", extent.length);
-      }
-    }
-  });
 }
 
 }  // namespace
@@ -106,19 +76,26 @@ std::optional<ItemLocations> ItemLocations::In(ByteSpan meta) {
   if (meta.size() < HeadSize(meta)) return std::nullopt;
   ByteSpan tail;
   for (const AtomView& atom : SplitAtoms(meta.subspan(HeadSize(meta)), &tail)) {
-    if (atom.type == kLocations) return InAtom(kLocations, [&] { return Read(atom.content); });
+    if (atom.type != kLocations) continue;
+    ItemLocations locations;
+    FieldReader reader(atom.content);
+    InAtom(kLocations, [&] { Fields(reader, locations); });
+    return locations;
   }
   return std::nullopt;
 }
 
 Bytes ItemLocations::PutInto(ByteSpan meta) const {
+  ItemLocations wide = *this;
+  const bool hasIndexes = versionAndFlags >> 24 != 0 && (sizes & 15) != 0;
+  wide.sizes = hasIndexes ? 0x8888 : 0x8880;
   return Encoded([&](auto& io) {
     io.Append(meta.first(HeadSize(meta)));
     ByteSpan tail;
     bool isPut = false;
     for (const AtomView& atom : SplitAtoms(meta.subspan(HeadSize(meta)), &tail)) {
       if (atom.type == kLocations && !isPut) {
-        Put(io, *this);
+        io.Atom(kLocations, [&] { Fields(io, wide); });
         isPut = true;
       } else {
         io.Append(atom.whole);

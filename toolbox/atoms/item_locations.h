@@ -28,16 +28,15 @@ struct ItemLocations {
     bool IsInFile() const { return (method & 0xF) == 0 && dataReference == 0; }
   };
 
-  std::uint8_t version = 0;
-  std::uint32_t flags = 0;
-  bool hasIndexes = false;  // extents have an index
+  std::uint32_t versionAndFlags = 0;
+  std::uint16_t sizes = 0;  // of the numbers in bytes, 4 bits each: offset, length, base, index
   std::vector<Item> items;
 
   // Reads the locations from `meta`, the content of a 'meta'. Returns nothing if it has no 'iloc'.
   // Throws Malformed.
   static std::optional<ItemLocations> In(ByteSpan meta);
   // Returns a copy of `meta`, the content of a 'meta', with these locations in place of its first
-  // 'iloc'.
+  // 'iloc'. Offsets and lengths get 64 bits, so the size of the atom is known before they are.
   Bytes PutInto(ByteSpan meta) const;
 };
 

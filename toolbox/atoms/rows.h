@@ -8,9 +8,60 @@
 #include <span>
 #include <utility>
 
+#include "toolbox/atoms/big_endian.h"
 #include "toolbox/bytes.h"
 
 namespace toolbox {
+
+// Reads the fields of a row without checks: the caller has made sure that the bytes are there.
+class RowReader {
+ public:
+  explicit RowReader(const std::uint8_t* at) : at_(at) {}
+  template <Integer T>
+  void operator()(const char*, T& value) {
+    value = FromBigEndian<T>(at_);
+    at_ += sizeof(T);
+  }
+
+ private:
+  const std::uint8_t* at_;
+};
+
+// Writes the fields of a row without checks: the caller has made room for Row::kSize bytes.
+class RowWriter {
+ public:
+  explicit RowWriter(std::uint8_t* at) : at_(at) {}
+  template <Integer T>
+  void operator()(const char*, T value) {
+    ToBigEndian(value, at_);
+    at_ += sizeof(T);
+  }
+
+ private:
+  std::uint8_t* at_;
+};
+
+// Decodes one row. Row::kSize bytes must be available at `bytes`.
+template <class Row>
+Row DecodeRow(const std::uint8_t* bytes) {
+  Row row;
+  RowReader reader(bytes);
+  Row::Fields(reader, row);
+  return row;
+}
+
+// Writes a row to the Row::kSize bytes at `bytes`.
+template <class Row>
+void EncodeRow(const Row& row, std::uint8_t* bytes) {
+  RowWriter writer(bytes);
+  Row::Fields(writer, row);
+}
+
+template <class Row>
+void AppendRow(Bytes& bytes, const Row& row) {
+  bytes.resize(bytes.size() + Row::kSize);
+  EncodeRow(row, bytes.data() + bytes.size() - Row::kSize);
+}
 
 // Takes rows one at a time and passes them on in batches of 256. A call through a pointer for each
 // row would cost as much as producing the row.
@@ -61,11 +112,26 @@ class Rows {
   ByteSpan Encoded() const { return encoded_; }
   // Calls visit(const Row&) for each row in order.
   template <class Visitor>
-  void ForEach(Visitor&& visit) const;  // in fields.h: decoding needs a FieldReader
+  void ForEach(Visitor&& visit) const {
+    ForEachBatch(
+        [&visit](std::span<const Row> batch) {
+          for (const Row& row : batch) visit(row);
+        },
+        [&visit](ByteSpan encoded) {
+          for (std::size_t at = 0; at < encoded.size(); at += Row::kSize) {
+            visit(DecodeRow<Row>(&encoded[at]));
+          }
+        });
+  }
   // Passes all rows on in order, several at a time: calls visit(std::span<const Row>) for produced
-  // rows, and visitEncoded(ByteSpan) for rows that are encoded already. Defined in fields.h.
+  // rows, and visitEncoded(ByteSpan) for rows that are encoded already.
   template <class Visitor, class EncodedVisitor>
-  void ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const;
+  void ForEachBatch(Visitor&& visit, EncodedVisitor&& visitEncoded) const {
+    if (!produce_) return visitEncoded(encoded_);
+    RowBatches<Row> batches(std::ref(visit), std::ref(visitEncoded));
+    produce_(batches);
+    batches.Flush();
+  }
 
  private:
   ByteSpan encoded_;

@@ -10,100 +10,52 @@
 
 namespace toolbox {
 
-struct SampleDescriptions {  // 'stsd', ISO/IEC 14496-12 8.5.2
-  static constexpr FourCC kType{"stsd"};
-  std::uint32_t versionAndFlags = 0;
-  std::vector<Bytes> entries;  // whole, size and format included; sample_entries.h decodes them
+// 'stsd', ISO/IEC 14496-12 8.5.2. sample_entries.h decodes the entries.
+using SampleDescriptions = AtomList<FourCC{"stsd"}>;
 
-  static void Fields(auto& io, auto& descriptions) {
-    io("version", descriptions.versionAndFlags);
-    io.Atoms("entries", descriptions.entries);
+struct SampleDuration {  // a row of 'stts'
+  static constexpr std::size_t kSize = 8;
+  std::uint32_t count = 0, delta = 0;  // samples; duration of each in media units
+  static void Fields(auto& io, auto& row) {
+    io("count", row.count);
+    io("delta", row.delta);
   }
 };
+using TimeToSample = TableAtom<FourCC{"stts"}, SampleDuration>;  // ISO/IEC 14496-12 8.6.1.2
 
-struct TimeToSample {  // 'stts', ISO/IEC 14496-12 8.6.1.2
-  static constexpr FourCC kType{"stts"};
-  struct Row {
-    static constexpr std::size_t kSize = 8;
-    std::uint32_t count = 0, delta = 0;  // samples; duration of each in media units
-    static void Fields(auto& io, auto& row) {
-      io("count", row.count);
-      io("delta", row.delta);
-    }
-  };
-  std::uint32_t versionAndFlags = 0;
-  Rows<Row> rows;
-
-  static void Fields(auto& io, auto& times) {
-    io("version", times.versionAndFlags);
-    io.Table("rows", times.rows);
+struct CompositionOffset {  // a row of 'ctts'
+  static constexpr std::size_t kSize = 8;
+  std::uint32_t count = 0;  // samples
+  // In media units. Signed in version 0 too, where ISO requires unsigned: real writers store
+  // negative offsets there, and a positive offset never needs the top bit.
+  std::int32_t offset = 0;
+  static void Fields(auto& io, auto& row) {
+    io("count", row.count);
+    io("offset", row.offset);
   }
 };
-
-struct CompositionOffsets {  // 'ctts', ISO/IEC 14496-12 8.6.1.3
-  static constexpr FourCC kType{"ctts"};
-  struct Row {
-    static constexpr std::size_t kSize = 8;
-    std::uint32_t count = 0;
-    // In media units. Signed in version 0 too, where ISO requires unsigned: real writers store
-    // negative offsets there, and a positive offset never needs the top bit.
-    std::int32_t offset = 0;
-    static void Fields(auto& io, auto& row) {
-      io("count", row.count);
-      io("offset", row.offset);
-    }
-  };
-  std::uint32_t versionAndFlags = 0;
-  Rows<Row> rows;
-
-  static void Fields(auto& io, auto& offsets) {
-    io("version", offsets.versionAndFlags);
-    io.Table("rows", offsets.rows);
-  }
-};
+using CompositionOffsets = TableAtom<FourCC{"ctts"}, CompositionOffset>;  // 14496-12 8.6.1.3
 
 struct SampleNumber {  // the first sample is number 1
   static constexpr std::size_t kSize = 4;
   std::uint32_t number = 0;
   static void Fields(auto& io, auto& row) { io("number", row.number); }
 };
+using SyncSamples = TableAtom<FourCC{"stss"}, SampleNumber>;  // ISO/IEC 14496-12 8.6.2
+using PartialSyncSamples = TableAtom<FourCC{"stps"}, SampleNumber>;  // QuickTime
 
-// The numbers of sync samples: 'stss', ISO/IEC 14496-12 8.6.2. QuickTime: 'stps' has those of
-// partial sync samples in the same layout.
-template <bool kPartial>
-struct SyncNumbers {
-  static constexpr FourCC kType = kPartial ? FourCC{"stps"} : FourCC{"stss"};
-  std::uint32_t versionAndFlags = 0;
-  Rows<SampleNumber> rows;
-
-  static void Fields(auto& io, auto& sync) {
-    io("version", sync.versionAndFlags);
-    io.Table("rows", sync.rows);
+// A row of 'stsc'. The chunk and the description are numbers from 1. A row is valid up to the chunk
+// of the next row.
+struct ChunksOfSamples {
+  static constexpr std::size_t kSize = 12;
+  std::uint32_t firstChunk = 0, samplesPerChunk = 0, description = 0;
+  static void Fields(auto& io, auto& row) {
+    io("firstChunk", row.firstChunk);
+    io("samplesPerChunk", row.samplesPerChunk);
+    io("description", row.description);
   }
 };
-using SyncSamples = SyncNumbers<false>;
-using PartialSyncSamples = SyncNumbers<true>;
-
-struct SampleToChunk {  // 'stsc', ISO/IEC 14496-12 8.7.4
-  static constexpr FourCC kType{"stsc"};
-  struct Row {
-    static constexpr std::size_t kSize = 12;
-    // The chunk and the description are numbers from 1. A row is valid up to the next one's chunk.
-    std::uint32_t firstChunk = 0, samplesPerChunk = 0, description = 0;
-    static void Fields(auto& io, auto& row) {
-      io("firstChunk", row.firstChunk);
-      io("samplesPerChunk", row.samplesPerChunk);
-      io("description", row.description);
-    }
-  };
-  std::uint32_t versionAndFlags = 0;
-  Rows<Row> rows;
-
-  static void Fields(auto& io, auto& chunks) {
-    io("version", chunks.versionAndFlags);
-    io.Table("rows", chunks.rows);
-  }
-};
+using SampleToChunk = TableAtom<FourCC{"stsc"}, ChunksOfSamples>;  // ISO/IEC 14496-12 8.7.4
 
 struct SampleSize {  // a row of 'stsz', in bytes
   static constexpr std::size_t kSize = 4;
@@ -120,7 +72,6 @@ struct ConstantSampleSize {  // 'stsz' where all samples have one size, ISO/IEC 
     return content.size() >= 8 && FromBigEndian<std::uint32_t>(&content[4]) != 0;
   }
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("size", sizes.size);
     io("count", sizes.count);
   }
@@ -132,7 +83,6 @@ struct SampleSizes {  // 'stsz' with a size for each sample
   Rows<SampleSize> rows;
 
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("constant", sizes.constant);
     io.Table("rows", sizes.rows);
   }
@@ -144,7 +94,6 @@ struct CompactSampleSizes {  // 'stz2', ISO/IEC 14496-12 8.7.3.3
   Bytes fields;
 
   static void Fields(auto& io, auto& sizes) {
-    io("version", sizes.versionAndFlags);
     io("fieldBits", sizes.fieldBits);
     io("count", sizes.count);
     io.Rest("fields", sizes.fields);
@@ -166,35 +115,22 @@ struct CompactSampleSizes {  // 'stz2', ISO/IEC 14496-12 8.7.3.3
   }
 };
 
-// 'stco' or 'co64', ISO/IEC 14496-12 8.7.5: the offset of each chunk in its file, in bytes.
 template <class Offset>
-struct ChunkOffsetTable {
-  static constexpr FourCC kType = sizeof(Offset) == 4 ? FourCC{"stco"} : FourCC{"co64"};
-  struct Row {
-    static constexpr std::size_t kSize = sizeof(Offset);
-    Offset offset = 0;
-    static void Fields(auto& io, auto& row) { io("offset", row.offset); }
-  };
-  std::uint32_t versionAndFlags = 0;
-  Rows<Row> rows;
-
-  static void Fields(auto& io, auto& offsets) {
-    io("version", offsets.versionAndFlags);
-    io.Table("rows", offsets.rows);
-  }
+struct ChunkOffset {  // of a chunk in its file, in bytes
+  static constexpr std::size_t kSize = sizeof(Offset);
+  Offset offset = 0;
+  static void Fields(auto& io, auto& row) { io("offset", row.offset); }
 };
-using ChunkOffsets = ChunkOffsetTable<std::uint32_t>;
-using WideChunkOffsets = ChunkOffsetTable<std::uint64_t>;
+// ISO/IEC 14496-12 8.7.5: the offset of each chunk.
+using ChunkOffsets = TableAtom<FourCC{"stco"}, ChunkOffset<std::uint32_t>>;
+using WideChunkOffsets = TableAtom<FourCC{"co64"}, ChunkOffset<std::uint64_t>>;
 
 struct SampleDependencies {  // 'sdtp', ISO/IEC 14496-12 8.6.4
   static constexpr FourCC kType{"sdtp"};
   std::uint32_t versionAndFlags = 0;
   Bytes samples;  // one byte each
 
-  static void Fields(auto& io, auto& dependencies) {
-    io("version", dependencies.versionAndFlags);
-    io.Rest("samples", dependencies.samples);
-  }
+  static void Fields(auto& io, auto& dependencies) { io.Rest("samples", dependencies.samples); }
   // Adds the value of the next sample.
   void Add(std::uint8_t value) { samples.push_back(value); }
 };
@@ -204,10 +140,7 @@ struct DegradationPriorities {  // 'stdp', ISO/IEC 14496-12 8.5.3
   std::uint32_t versionAndFlags = 0;
   Bytes samples;  // two bytes each
 
-  static void Fields(auto& io, auto& priorities) {
-    io("version", priorities.versionAndFlags);
-    io.Rest("samples", priorities.samples);
-  }
+  static void Fields(auto& io, auto& priorities) { io.Rest("samples", priorities.samples); }
   std::size_t Count() const { return samples.size() / 2; }
   std::uint16_t operator[](std::size_t sample) const {
     return FromBigEndian<std::uint16_t>(&samples[2 * sample]);
@@ -222,7 +155,6 @@ struct PaddingBits {  // 'padb', ISO/IEC 14496-12 8.7.6
   Bytes samples;  // four bits each, the highest of them 0; the first sample in the upper half
 
   static void Fields(auto& io, auto& padding) {
-    io("version", padding.versionAndFlags);
     io("count", padding.count);
     io.Rest("samples", padding.samples);
   }
@@ -258,7 +190,6 @@ struct SampleToGroup {  // 'sbgp', ISO/IEC 14496-12 8.9.2
   Rows<Row> rows;
 
   static void Fields(auto& io, auto& groups) {
-    io("version", groups.versionAndFlags);
     io("grouping", groups.grouping);
     if (groups.versionAndFlags >> 24 == 1) io("parameter", groups.parameter);
     io.Table("rows", groups.rows);

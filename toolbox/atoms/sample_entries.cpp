@@ -1,7 +1,6 @@
 #include "toolbox/atoms/sample_entries.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "toolbox/atoms/fields.h"
 
@@ -155,8 +154,6 @@ std::optional<PictureEntry> ReadPictureEntry(ByteSpan entry) {
   return ReadEntry<PictureEntry>(entry, PictureEntry::kSize);
 }
 Bytes Encode(const PictureEntry& entry) { return EncodeEntry(entry); }
-
-double WideSound::Rate() const { return std::bit_cast<double>(rateBits); }
 
 std::optional<SoundPackets> SoundEntry::Packets() const {
   return ReadAdded<SoundPackets>(*this, 1);

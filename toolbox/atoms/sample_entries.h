@@ -7,6 +7,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -102,7 +103,7 @@ struct WideSound {
     io("bytesPerPacket", wide.bytesPerPacket);
     io("samplesPerPacket", wide.samplesPerPacket);
   }
-  double Rate() const;  // Hz
+  double Rate() const { return std::bit_cast<double>(rateBits); }  // Hz
 };
 
 // The entry of sound, ISO/IEC 14496-12 12.2.3. The defaults are the values that ISO requires.

@@ -14,15 +14,12 @@ struct GenericMediaInformation {  // 'gmin'
   static constexpr FourCC kType{"gmin"};
   std::uint32_t versionAndFlags = 0;
   std::uint16_t mode = 0x40;  // how it is drawn over the layers below; 0x40: dither copy
-  std::uint16_t red = 0x8000, green = 0x8000, blue = 0x8000;
+  std::array<std::uint16_t, 3> opColor{0x8000, 0x8000, 0x8000};  // red, green, blue
   std::int16_t balance = 0;
   std::uint16_t reserved = 0;
   static void Fields(auto& io, auto& information) {
-    io("version", information.versionAndFlags);
     io("mode", information.mode);
-    io("red", information.red);
-    io("green", information.green);
-    io("blue", information.blue);
+    for (auto& component : information.opColor) io("opColor", component);
     io("balance", information.balance);
     io("reserved", information.reserved);
   }
@@ -38,19 +35,12 @@ struct TextMediaInformation {  // 'text' in 'gmhd'
 
 struct TextDescription {  // 'text' in 'stsd'
   static constexpr FourCC kType{"text"};
-  struct Color {
-    std::uint16_t red = 0, green = 0, blue = 0;
-    static void Fields(auto& io, auto& color) {
-      io("red", color.red);
-      io("green", color.green);
-      io("blue", color.blue);
-    }
-  };
+  using Color = std::array<std::uint16_t, 3>;  // red, green, blue
   std::array<std::uint8_t, 6> reserved{};
   std::uint16_t dataReference = 1;  // number
   std::uint32_t displayFlags = 0;
   std::int32_t justification = 0;
-  Color background, foreground;
+  Color background{}, foreground{};
   std::array<std::int16_t, 4> box{};  // top, left, bottom, right
   std::array<std::uint8_t, 8> reserved2{};
   std::uint16_t font = 0, face = 0;
@@ -62,13 +52,13 @@ struct TextDescription {  // 'text' in 'stsd'
     io("dataReference", text.dataReference);
     io("displayFlags", text.displayFlags);
     io("justification", text.justification);
-    TextDescription::Color::Fields(io, text.background);
+    for (auto& component : text.background) io("background", component);
     for (auto& side : text.box) io("box", side);
     io("reserved", text.reserved2);
     io("font", text.font);
     io("face", text.face);
     io("reserved", text.reserved3);
-    TextDescription::Color::Fields(io, text.foreground);
+    for (auto& component : text.foreground) io("foreground", component);
     io.Rest("fontName", text.fontName);
   }
 };

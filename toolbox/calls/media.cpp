@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "toolbox/atoms/graphics_mode.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/calls/call.h"
 #include "toolbox/calls/data_references.h"
 #include "toolbox/calls/references.h"

@@ -5,7 +5,7 @@
 #include <utility>
 #include <variant>
 
-#include "toolbox/atoms/handle_reference.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/real_path.h"
 #include "toolbox/references/sources.h"

@@ -128,9 +128,10 @@ std::uint64_t ForEachChunkRun(const ChunkWalk& walk, Visit&& visit) {
   return chunks;
 }
 
-template <class Offset>
-ChunkOffsetTable<Offset> Offsets(std::uint32_t count, const ChunkWalk& walk) {
-  using Row = typename ChunkOffsetTable<Offset>::Row;
+template <class Atom>
+Atom Offsets(std::uint32_t count, const ChunkWalk& walk) {
+  using Row = typename Atom::Row;
+  using Offset = decltype(Row::offset);
   return {0, Rows<Row>(count, [walk](RowBatches<Row>& rows) {
             walk.ForEachOffset([&](std::uint64_t offset) { rows({static_cast<Offset>(offset)}); });
           })};
@@ -146,9 +147,9 @@ void AddChunks(SampleTableAtoms& table, Io& io, const ChunkWalk& walk) {
   table.chunks = SampleToChunk{
       0, Rows<Row>(Count(runs), [walk](RowBatches<Row>& rows) { ForEachChunkRun(walk, rows); })};
   if (io.Measured([&] { return walk.ReachesFar(); }) != 0) {
-    table.chunkOffsets = Offsets<std::uint64_t>(Count(chunks), walk);
+    table.chunkOffsets = Offsets<WideChunkOffsets>(Count(chunks), walk);
   } else {
-    table.chunkOffsets = Offsets<std::uint32_t>(Count(chunks), walk);
+    table.chunkOffsets = Offsets<ChunkOffsets>(Count(chunks), walk);
   }
 }
 

@@ -16,12 +16,7 @@ struct Box {
   std::optional<FileType> type;
   std::vector<std::variant<ChunkOffsets, SyncSamples>> tables;
   Siblings others;
-  static void Children(auto& io, auto& box) {
-    io.One(box.handler);
-    io.Maybe(box.type);
-    io.Each(box.tables);
-    io.Others(box.others);
-  }
+  static void Children(auto& io, auto& box) { io(box.handler, box.type, box.tables, box.others); }
 };
 
 const Bytes kHandler = Atom("hdlr", U32(0), Text("mhlrvideappl"), Zeros(8), Text("x"));

@@ -78,7 +78,7 @@ AtomCase Case(std::string name, Bytes content, std::string printed, Ends ends = 
   const auto print = [](ByteSpan bytes) {
     A atom = Decode<A>(bytes);
     FieldLister lister;
-    A::Fields(lister, atom);
+    AtomFields(lister, atom);
     return lister.text.str();
   };
   const auto encodeAgain = [](ByteSpan bytes) { return Encode(Decode<A>(bytes)); };

@@ -1,4 +1,4 @@
-#include "toolbox/atoms/handle_reference.h"
+#include "toolbox/atoms/header_atoms.h"
 
 #include <gtest/gtest.h>
 
