@@ -95,7 +95,7 @@ constexpr auto kSettings =
                   Leaf("pdur", U32(100))));
 static_assert(kSettings.size() == 703);
 
-using OwnedExporter = Owned<toolbox::ExporterRecord, [](toolbox::MovieExportComponent exporter) {
+using OwnedExporter = Owned<toolbox::Mpeg4Settings, [](toolbox::MovieExportComponent exporter) {
   return toolbox::CloseComponent(exporter);
 }>;
 

@@ -1,6 +1,7 @@
 // Integers in the byte order of atoms: the most significant byte first.
 #pragma once
 
+#include <array>
 #include <boost/endian/conversion.hpp>
 #include <concepts>
 #include <cstdint>
@@ -29,8 +30,9 @@ void ToBigEndian(T value, std::uint8_t* bytes) {
 // Adds sizeof(T) bytes to the end of `bytes`.
 template <Integer T>
 void AppendBigEndian(Bytes& bytes, T value) {
-  bytes.resize(bytes.size() + sizeof(T));
-  ToBigEndian(value, bytes.data() + bytes.size() - sizeof(T));
+  std::array<std::uint8_t, sizeof(T)> encoded;
+  ToBigEndian(value, encoded.data());
+  bytes.insert(bytes.end(), encoded.begin(), encoded.end());
 }
 
 // Reads numbers of any width in bits, the highest bit first. Bits after the end are 0, so a caller

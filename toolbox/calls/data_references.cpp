@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "toolbox/atoms/alias_record.h"
-#include "toolbox/atoms/handle_reference.h"
+#include "toolbox/atoms/header_atoms.h"
 #include "toolbox/calls/references.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/sources.h"
