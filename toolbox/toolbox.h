@@ -350,29 +350,32 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 [[nodiscard]] OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
                                      DataHandler* handler);
 // Closes the storage. A new file gets its name now; one that no movie was added to does not replace
-// an existing file. Errors of the last writes are returned here.
+// an existing file. fBsyErr (a file that the movie refers to has changed), errors of the last
+// writes.
 [[nodiscard]] OSErr CloseMovieStorage(DataHandler handler);
-// Creates a new, empty movie file, which has a temporary name until it is closed. With
+// Creates a new, empty movie file, which gets its name when it is closed. With
 // createMovieFileDeleteCurFile it then replaces an existing file. Creator and script are ignored;
-// so is `movie`, which must be null. dupFNErr, fBsyErr, afpAccessDenied, fLckdErr, vLckdErr,
+// so is `movie`, which must be null. dupFNErr, fBsyErr (somebody has the file open, or a movie of
+// this process was opened from it or has media in it), afpAccessDenied, fLckdErr, vLckdErr,
 // dirNFErr, notAFileErr, dskFulErr.
 [[nodiscard]] OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC creator,
                                        std::int16_t script, std::uint32_t flags,
                                        DataHandler* handler, Movie* movie);
 // Writes the movie as a reference movie: without media, except for media in memory. After a failure
 // the storage accepts nothing more and replaces no file. dataNotOpenForWrite (not a new file),
-// fBsyErr (the file to be replaced has media of the movie), couldNotResolveDataRef, dskFulErr,
+// noMovieFound (a movie without duration would replace a file), couldNotResolveDataRef, dskFulErr,
 // ioErr.
 [[nodiscard]] OSErr AddMovieToStorage(Movie movie, DataHandler handler);
 // Replaces the movie in a file that was opened for writing; media data stay where they are. The
 // file contains a complete movie at every moment. fBsyErr (somebody has changed the file since it
-// was opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file has to be
+// was opened, or media that something else refers to would move), noMovieFound (the movie has no
+// duration), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file has to be
 // written anew, and has data that must not move).
 [[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
 // Writes a self-contained movie, with all media that it uses, to a new file. Always returns null:
-// the result is the movies error. The codes of CreateMovieStorage, couldNotResolveDataRef, eofErr
-// (a media file is too short), invalidSampleTable, featureUnsupported (encrypted samples that were
-// cut), file errors.
+// the result is the movies error. The codes of CreateMovieStorage, noMovieFound (a movie without
+// duration would replace a file), couldNotResolveDataRef, eofErr (a media file is too short),
+// invalidSampleTable, featureUnsupported (encrypted samples that were cut), file errors.
 Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef,
                                 FourCC dataRefType, FourCC creator, std::int16_t script,
                                 std::uint32_t createFlags);

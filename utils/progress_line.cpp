@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -59,9 +60,11 @@ void ProgressLine::Show(std::uint64_t done, std::uint64_t all) {
   const double seconds = std::chrono::duration<double>(now - started_).count();
   const auto bytes = static_cast<double>(done), total = static_cast<double>(all);
   const double rate = bytes / seconds;
-  std::cerr << kErase << std::lround(100 * bytes / total) << "%  " << Amount(bytes) << " of "
-            << Amount(total) << "  " << Amount(rate) << "/s  "
-            << Span((total - bytes) / std::max(rate, 1.0)) << " left" << std::flush;
+  std::ostringstream line;
+  line << kErase << std::lround(100 * bytes / total) << "%  " << Amount(bytes) << " of "
+       << Amount(total) << "  " << Amount(rate) << "/s  "
+       << Span((total - bytes) / std::max(rate, 1.0)) << " left";
+  std::cerr << line.str() << std::flush;  // in one piece, which a signal cannot split
 }
 
 }  // namespace utils

@@ -2,8 +2,10 @@
 //
 //   FAULT_AT=n            the n-th call, from 1; none without it
 //   FAULT_KIND=kill       the process is killed just before the call (SIGKILL)
+//   FAULT_KIND=term       the process is asked to end just before the call (SIGTERM)
 //   FAULT_KIND=ENOSPC     the call fails with that error, likewise EIO
 //   FAULT_COUNT_FILE=path gets the number of calls at exit
+//   FAULT_NAMED=1         no file can be created without a name, as on some file systems
 //
 // Counted are the calls below on anything but the standard streams: those that change a file or a
 // folder, the removal of files apart, for that is how a command cleans up.
@@ -13,6 +15,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -44,6 +47,7 @@ bool Fails() {
   const char* const kind = std::getenv("FAULT_KIND");
   if (kind == nullptr) Unusable("FAULT_KIND");
   if (std::strcmp(kind, "kill") == 0) kill(getpid(), SIGKILL);
+  if (std::strcmp(kind, "term") == 0) raise(SIGTERM);
   if (std::strcmp(kind, "ENOSPC") == 0) {
     errno = ENOSPC;
   } else if (std::strcmp(kind, "EIO") == 0) {
@@ -106,6 +110,8 @@ ON_DESCRIPTOR(int, ftruncate64, (int file, off64_t size) noexcept, file, size)
 ON_DESCRIPTOR(int, fsync, (int file), file)
 ON_DESCRIPTOR(int, fdatasync, (int file), file)
 ON_DESCRIPTOR(int, fchmod, (int file, mode_t mode) noexcept, file, mode)
+ON_DESCRIPTOR(int, fchown, (int file, uid_t user, gid_t group) noexcept, file, user, group)
+ON_DESCRIPTOR(int, flock, (int file, int operation) noexcept, file, operation)
 
 extern "C" ssize_t copy_file_range(int from, off64_t* fromAt, int file, off64_t* at, size_t size,
                                    unsigned flags) {
@@ -116,21 +122,32 @@ extern "C" ssize_t copy_file_range(int from, off64_t* fromAt, int file, off64_t*
 ON_PATH(rename, (const char* from, const char* to) noexcept, from, to)
 ON_PATH(renameat, (int fromFolder, const char* from, int toFolder, const char* to) noexcept,
         fromFolder, from, toFolder, to)
-ON_PATH(mkstemp, (char* name), name)
-ON_PATH(mkstemp64, (char* name), name)
-ON_PATH(mkostemp, (char* name, int flags), name, flags)
-ON_PATH(mkostemp64, (char* name, int flags), name, flags)
+ON_PATH(renameat2,
+        (int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept,
+        fromFolder, from, toFolder, to, flags)
+ON_PATH(linkat,
+        (int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept,
+        fromFolder, from, toFolder, to, flags)
+
+// Whether a file without a name is asked for; if there are to be none, errno says so.
+bool IsUnnamed(int flags) { return (flags & O_TMPFILE) == O_TMPFILE; }
+bool IsImpossible(int flags) {
+  if (!IsUnnamed(flags) || std::getenv("FAULT_NAMED") == nullptr) return false;
+  errno = EOPNOTSUPP;
+  return true;
+}
 
 // The mode is there only when a file may be created, and only then the call counts.
-#define ON_OPENING(call, parameters, ...)                 \
-  extern "C" int call parameters {                        \
-    REAL(call);                                           \
-    if ((flags & O_CREAT) == 0) return real(__VA_ARGS__); \
-    va_list rest;                                         \
-    va_start(rest, flags);                                \
-    const auto mode = va_arg(rest, mode_t);               \
-    va_end(rest);                                         \
-    return Fails() ? -1 : real(__VA_ARGS__, mode);        \
+#define ON_OPENING(call, parameters, ...)                                      \
+  extern "C" int call parameters {                                             \
+    REAL(call);                                                                \
+    if (IsImpossible(flags)) return -1;                                        \
+    if ((flags & O_CREAT) == 0 && !IsUnnamed(flags)) return real(__VA_ARGS__); \
+    va_list rest;                                                              \
+    va_start(rest, flags);                                                     \
+    const auto mode = va_arg(rest, mode_t);                                    \
+    va_end(rest);                                                              \
+    return Fails() ? -1 : real(__VA_ARGS__, mode);                             \
   }
 
 ON_OPENING(open, (const char* path, int flags, ...), path, flags)

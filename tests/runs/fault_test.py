@@ -14,6 +14,9 @@ LIBRARY = runs.BIN / "libfault.so"
 PROGRAM = runs.RELEASE_BIN / "clipjoin"
 
 
+FORMS = ([], ["-self-contained"], ["-mp4"])
+
+
 @runs.has_tools("ffmpeg")
 @unittest.skipUnless(PROGRAM.exists(), f"there is no release build: {PROGRAM}")
 @unittest.skipUnless(LIBRARY.exists(), f"{LIBRARY} is not built")
@@ -31,39 +34,62 @@ class FailingDisk(runs.RunTest):
         super().setUp()
         self.out = self.folder / "out.mov"
 
-    def run_with(self, options, **faults):
-        """Joins the source with itself and replaces an old output."""
+    def run_with(self, options, is_new=False, **faults):
+        """Joins the source with itself and replaces an old output, or makes a new one."""
         for name in os.listdir(self.folder):
             (self.folder / name).unlink()
-        self.out.write_bytes(self.old)
+        if not is_new:
+            self.out.write_bytes(self.old)
         return self.run_in_folder(
             PROGRAM, self.source, self.source, "-q", *options, "-o", "out.mov",
             env={"LD_PRELOAD": str(LIBRARY), **faults},
         )  # fmt: skip
 
-    def whole(self, options):
+    def whole(self, options, **more):
         """The new movie, and how many calls write it."""
         count = self.movies / "count"
-        self.assertEqual(self.run_with(options, FAULT_COUNT_FILE=str(count)), (0, "", ""))
+        self.assertEqual(self.run_with(options, FAULT_COUNT_FILE=str(count), **more), (0, "", ""))
         calls = int(count.read_text())
         self.assertGreater(calls, 3)
         return self.out.read_bytes(), calls
 
+    def each_call(self, options, kind, **more):
+        """Runs the command with a fault at each of its calls. Gives the result, what is left of
+        the output (None: nothing), and the whole new movie."""
+        new, calls = self.whole(options, **more)
+        for call in range(1, calls + 1):
+            with self.subTest(options=options, kind=kind, call=call, **more):
+                done = self.run_with(options, FAULT_AT=str(call), FAULT_KIND=kind, **more)
+                yield done, self.out.read_bytes() if self.out.exists() else None, new
+
     def test_a_full_or_failing_disk_at_any_call(self):
-        options = ["-self-contained"]
-        new, calls = self.whole(options)
-        for kind, code in (("ENOSPC", -34), ("EIO", -36)):
-            for call in range(1, calls + 1):
-                with self.subTest(kind=kind, call=call):
-                    done = self.run_with(options, FAULT_AT=str(call), FAULT_KIND=kind)
-                    self.assertEqual((done.status, done.out), (0, ""))
-                    left = self.out.read_bytes()
-                    self.assertIn(left, (self.old, new))
-                    self.assertEqual(os.listdir(self.folder), ["out.mov"])
-                    # A failure may be silent only if the call just makes writing faster.
-                    error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
-                    may_be_silent = "?" if left == new else ""
-                    self.assertRegex(done.err, f"^({error}){may_be_silent}$")
+        for options in FORMS:
+            for kind, code in (("ENOSPC", -34), ("EIO", -36)):
+                for more in ({}, {"FAULT_NAMED": "1"}, {"is_new": True}):
+                    for done, left, new in self.each_call(options, kind, **more):
+                        old = None if "is_new" in more else self.old
+                        self.assertIn(left, (old, new))
+                        self.assertEqual(os.listdir(self.folder), ["out.mov"] if left else [])
+                        # A failure may be silent only if the call just makes writing faster, or
+                        # keeps what the system need not allow.
+                        error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
+                        may_be_silent = "*" if left == new else "+"
+                        self.assertRegex(done.err, f"^({error}){may_be_silent}$")
+
+    def test_a_process_that_ends_at_any_call(self):
+        for options in FORMS:
+            for kind in ("kill", "term"):
+                for more in ({}, {"FAULT_NAMED": "1"}):
+                    hidden = 0
+                    for done, left, new in self.each_call(options, kind, **more):
+                        self.assertLess(done.status, 0)
+                        self.assertIn(left, (self.old, new))
+                        hidden += len(os.listdir(self.folder)) - 1
+                    if kind == "term":
+                        self.assertEqual(hidden, 0)
+                    elif not more:
+                        # A file without a name gets a hidden one just before it replaces another.
+                        self.assertEqual(hidden, 1)
 
     def test_the_old_output_keeps_its_rights_and_the_new_one_has_them(self):
         new, calls = self.whole([])

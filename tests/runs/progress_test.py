@@ -3,6 +3,8 @@
 
 import os
 import pty
+import select
+import signal
 import subprocess
 import threading
 import time
@@ -24,8 +26,9 @@ class Progress(unittest.TestCase):
         cls.outlet = cls.folder / "outlet.mov"
         os.mkfifo(cls.outlet)
 
-    def copy_slowly(self, stderr, *options):
-        """Copies into a pipe with a slow reader, which acts like a slow disk."""
+    def copy_slowly(self, stderr, *options, terminal=None):
+        """Copies into a pipe with a slow reader, which acts like a slow disk. Interrupts the copy
+        as soon as it prints to `terminal`. Returns what it prints to a pipe."""
         size = self.movie.stat().st_size
 
         def drain():
@@ -36,14 +39,18 @@ class Progress(unittest.TestCase):
         reader.start()
         command = [runs.BIN / "cliptune", *options, self.movie, "-self-contained",
                    "-o", self.outlet]
-        done = subprocess.run(command, stderr=stderr, stdout=subprocess.PIPE, check=False)
+        with subprocess.Popen(command, stderr=stderr, stdout=subprocess.PIPE) as copying:
+            if terminal:
+                select.select([terminal], [], [], 60)
+                copying.send_signal(signal.SIGINT)
+            _, told = copying.communicate(timeout=60)
         reader.join()
-        self.assertEqual(done.returncode, 0)
-        return done
+        self.assertEqual(copying.returncode, -signal.SIGINT if terminal else 0)
+        return told
 
-    def on_a_terminal(self, *options):
+    def on_a_terminal(self, *options, is_interrupted=False):
         ours, theirs = pty.openpty()
-        self.copy_slowly(theirs, *options)
+        self.copy_slowly(theirs, *options, terminal=ours if is_interrupted else None)
         os.close(theirs)
         told = b""
         try:
@@ -55,16 +62,16 @@ class Progress(unittest.TestCase):
         return told.decode()
 
     def test_a_terminal_gets_a_line_that_is_erased_at_the_end(self):
-        told = self.on_a_terminal()
-        self.assertRegex(told, r"\d+%  \d+ MB of \d+ MB  [\d.]+ [kM]B/s  \d+:\d\d left")
-        self.assertTrue(told.endswith("\r\033[K"), repr(told[-80:]))
+        for is_interrupted in (False, True):
+            told = self.on_a_terminal(is_interrupted=is_interrupted)
+            self.assertRegex(told, r"\d+%  \d+ MB of \d+ MB  [\d.]+ [kM]B/s  \d+:\d\d left")
+            self.assertTrue(told.endswith("\r\033[K"), repr(told[-80:]))
 
     def test_a_quiet_run_prints_no_line(self):
         self.assertEqual(self.on_a_terminal("-q"), "")
 
     def test_a_pipe_gets_only_messages(self):
-        done = self.copy_slowly(subprocess.PIPE)
-        self.assertEqual(done.stderr, b"")
+        self.assertEqual(self.copy_slowly(subprocess.PIPE), b"")
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 every file as it was, and say so."""
 
 import os
+import resource
 import struct
 import subprocess
 import time
@@ -148,6 +149,14 @@ class Unharmed(runs.RunTest):
                 self.assertEqual(done, Result(0, "", ""))
                 self.assertEqual(path.stat().st_ino, inode)
                 self.assertEqual(len(runs.frames(path)), 50)
+        # Nor does a limit on the size of files harm the file, or end the process.
+        path = self.store("in.mov", self.clip)
+        limit = len(self.clip) + 300
+        done = self.assert_nothing_changes(
+            "cliptune", "in.mov", "-set-looping", "-save-in-place", "-q",
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)),
+        )  # fmt: skip
+        self.assertRegex(done.err, r"^Error in UpdateMovieInStorage at line \d+ of .*: -36\n$")
         # Media data at the end that was cut short is not such a tail: the movie needs it.
         fast = self.join("fast.mov", self.store("in2.mov", self.clip),
                          options=["-self-contained"])  # fmt: skip

@@ -47,12 +47,18 @@ class MemoryDisk final : public Disk {
     return left;
   }
 
+  // A long write tears in its middle. A short one tears where a sector ends, which is the smallest
+  // unit that a disk writes as a whole.
   void Write(std::uint64_t at, ByteSpan bytes) override {
-    Do([at, all = Bytes(bytes.begin(), bytes.end())](Bytes& file) { Put(file, at, all); },
-       // No disk tears what is as short as a head.
-       [at,
-        half = Bytes(bytes.begin(), bytes.begin() + (bytes.size() > 16 ? bytes.size() / 2 : 0))](
-           Bytes& file) { Put(file, at, half); });
+    constexpr std::uint64_t kSector = 512;
+    const std::size_t cut = bytes.size() > 16
+                                ? bytes.size() / 2
+                                : std::min<std::size_t>(bytes.size(), kSector - at % kSector);
+    const auto put = [](std::uint64_t where, ByteSpan part) {
+      return
+          [where, copy = Bytes(part.begin(), part.end())](Bytes& file) { Put(file, where, copy); };
+    };
+    Do({put(at, bytes.first(cut)), put(at + cut, bytes.subspan(cut))});
   }
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
             std::uint64_t length) override {
@@ -60,18 +66,18 @@ class MemoryDisk final : public Disk {
     source.Read(from, bytes);
     Write(at, bytes);
   }
-  void Reserve(std::uint64_t) override { Do({}, {}); }
+  void Reserve(std::uint64_t) override { Do({}); }
   void Flush() override {}
   void Sync() override {
-    Do({}, {});
+    Do({});
     synced_ = file_;
     unsynced_.clear();
   }
   void CutOff(std::uint64_t size) override {
-    Do([size](Bytes& file) { file.resize(size); }, {});
+    Do({[size](Bytes& file) { file.resize(size); }});
   }
   void TakeName() override {
-    Do({}, {});
+    Do({});
     isNamed_ = true;
   }
 
@@ -83,11 +89,12 @@ class MemoryDisk final : public Disk {
     std::ranges::copy(bytes, file.begin() + static_cast<std::ptrdiff_t>(at));
   }
 
-  void Do(const Change& whole, const Change& half) {
+  // Makes all changes, or only the first of several if this is the operation that goes wrong.
+  void Do(std::vector<Change> changes) {
     if (isKilled_) throw Killed{};
     const bool isBroken = operations_++ == broken_;
-    const Change& change = isBroken ? half : whole;
-    if (change) {
+    if (isBroken) changes.resize(changes.size() / 2);
+    for (const Change& change : changes) {
       change(file_);
       unsynced_.push_back(change);
     }

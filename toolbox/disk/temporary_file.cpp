@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "toolbox/disk/system_error.h"
 
@@ -42,18 +43,6 @@ std::string RandomLetters() {
   return letters;
 }
 
-// Finds a hidden name that is free: calls `make(path)` until it does not fail with EEXIST. Returns
-// the path. Throws Refused for any other failure.
-template <class Make>
-fs::path HiddenPath(const fs::path& target, Make&& make) {
-  const std::string hidden = HiddenName(target);
-  while (true) {
-    fs::path path = target.parent_path() / (hidden + RandomLetters());
-    if (make(path)) return path;
-    if (errno != EEXIST) throw RefusedBy(errno);
-  }
-}
-
 // Opens a file without a name. The result is closed if the system or the file system has none, or
 // cannot name it later, which needs /proc.
 Descriptor Unnamed([[maybe_unused]] const fs::path& folder) {
@@ -84,44 +73,53 @@ int Rename(const fs::path& from, const fs::path& to, bool replaces) {
 
 }  // namespace
 
+template <class Make>
+void TemporaryFile::Hide(const fs::path& target, Make&& make) {
+  const std::string hidden = HiddenName(target);
+  do {
+    path_ = target.parent_path() / (hidden + RandomLetters());
+    if (make()) hidden_ = path_.c_str();
+  } while (hidden_ == nullptr && errno == EEXIST);
+  if (hidden_ == nullptr) throw RefusedBy(errno);
+}
+
 TemporaryFile::TemporaryFile(const fs::path& target) : file_(Unnamed(target.parent_path())) {
-  if (file_.IsOpen()) return;
-  path_ = HiddenPath(target, [this](const fs::path& path) {
+  if (!file_.IsOpen()) {
     // Not mkostemp: it always sets 0600, but a new file has the permissions of umask and folder.
-    file_ = Descriptor(path, O_WRONLY | O_CREAT | O_EXCL, 0666);
-    return file_.IsOpen();
-  });
+    Hide(target, [this] {
+      file_ = Descriptor(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
+      return file_.IsOpen();
+    });
+  }
   next_ = std::exchange(newest_, this);
 }
 
 TemporaryFile::~TemporaryFile() {
-  if (path_.empty()) return;
-  unlink(path_.c_str());
+  if (hidden_ != nullptr) unlink(path_.c_str());
   TemporaryFile** link = &newest_;
   while (*link != this) link = &(*link)->next_;
   *link = next_;
 }
 
 void TemporaryFile::TakeName(const fs::path& target, bool replaces) {
-  fs::path from = path_;
-  if (path_.empty() && replaces) {
-    from = HiddenPath(target, [this](const fs::path& path) { return Name(file_, path); });
-  } else if (path_.empty()) {
+  if (hidden_ == nullptr && !replaces) {
     if (!Name(file_, target)) throw RefusedBy(errno);
-    from = target;
+    try {
+      return file_.Close();
+    } catch (...) {
+      unlink(target.c_str());
+      throw;
+    }
   }
-  try {
-    file_.Close();
-    if (from != target && Rename(from, target, replaces) != 0) throw RefusedBy(errno);
-  } catch (...) {
-    unlink(from.c_str());
-    throw;
-  }
+  if (hidden_ == nullptr) Hide(target, [this] { return Name(file_, path_); });
+  file_.Close();
+  if (Rename(path_, target, replaces) != 0) throw RefusedBy(errno);
+  hidden_ = nullptr;
 }
 
 void RemoveTemporaryFiles() {
   for (const TemporaryFile* file = TemporaryFile::newest_; file != nullptr; file = file->next_) {
-    unlink(file->path_.c_str());
+    if (const char* name = file->hidden_) unlink(name);
   }
 }
 

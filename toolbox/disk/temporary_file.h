@@ -1,6 +1,7 @@
 // A file that has no name, or a hidden one, until it is complete.
 #pragma once
 
+#include <atomic>
 #include <boost/filesystem/path.hpp>
 
 #include "toolbox/disk/descriptor.h"
@@ -8,8 +9,9 @@
 namespace toolbox {
 
 // A new file in the folder of its target. It has no name if the file system has such files, so
-// nothing is left of it, however the process ends. Otherwise its name is `.name.XXXXXX`: the
-// destructor removes it, and so does RemoveTemporaryFiles. Use it from one thread only.
+// nothing is left of it, however the process ends. Otherwise its name is `.name.XXXXXX`, which it
+// also needs for a moment to replace another file. The destructor removes a file with that name,
+// and so does RemoveTemporaryFiles. Use it from one thread only.
 class TemporaryFile {
  public:
   // Creates the file with the permissions of any new file. Throws Refused, see RefusedBy.
@@ -26,14 +28,20 @@ class TemporaryFile {
 
  private:
   friend void RemoveTemporaryFiles();
+  // Sets path_ to a hidden name that is free: tries names until make() does not fail with EEXIST.
+  // Throws Refused for any other failure.
+  template <class Make>
+  void Hide(const boost::filesystem::path& target, Make&& make);
 
   static inline TemporaryFile* newest_ = nullptr;  // start of a list, linked by next_
   TemporaryFile* next_ = nullptr;
-  boost::filesystem::path path_;  // the hidden name; empty if there is none
   Descriptor file_;
+  boost::filesystem::path path_;
+  // The hidden name while the file has it, in `path_`; null otherwise. A signal handler reads it.
+  std::atomic<const char*> hidden_ = nullptr;
 };
 
-// Removes the temporary files that have a name. It is safe in a signal handler.
+// Removes the temporary files that have a hidden name. It is safe in a signal handler.
 void RemoveTemporaryFiles();
 
 }  // namespace toolbox

@@ -83,7 +83,7 @@ class CutShort : public InFolder {
       const Which found = Found(failed.Seen());
       EXPECT_NE(found, Which::kBroken);
       if (found == Which::kOld) {
-        EXPECT_EQ(failed.Seen().size(), tested.old.size());
+        EXPECT_LE(failed.Seen().size(), tested.old.size());
       }
     }
   }
@@ -122,6 +122,11 @@ TEST_F(CutShort, ASaveInPlaceLeavesTheOldMovieOrTheNewOne) {
   Check(Saving("room in front", afterRoom));
   Check(Saving("room after it", Join(atEnd, room)));
   Check(Saving("a save that was cut short", Join(atEnd, MovieAtom(0), Atom("uuid", Zeros(16)))));
+  Check(Saving("a save that was cut short inside an atom",
+               Join(atEnd, U32(5000), Text("moov"), Zeros(100))));
+  // Its head starts 4 bytes before the end of a sector, so a write to it can tear.
+  const Bytes padding = Atom("uuid", Zeros(1024 - 12 - atEnd.size()));
+  Check(Saving("room across two sectors", Join(atEnd, padding, room)));
   Check(Saving("media to the end", Join(inFront, U32(0), Text("mdat"), kMedia)));
 }
 
