@@ -1,16 +1,16 @@
-// Preloaded (LD_PRELOAD) into a command to let one of its writing calls go wrong.
+// Preloaded (LD_PRELOAD) into a command, this makes one of its writing calls fail.
 //
-//   FAULT_AT=n            the n-th call, from 1; none without it
+//   FAULT_AT=n            the n-th call fails, counted from 1; none without it
 //   FAULT_KIND=kill       the process is killed just before the call (SIGKILL)
 //   FAULT_KIND=term       the process is asked to end just before the call (SIGTERM)
 //   FAULT_KIND=ENOSPC     the call fails with that error, likewise EIO
 //   FAULT_COUNT_FILE=path gets the number of calls at exit
 //   FAULT_NAMED=1         no file can be created without a name, as on some file systems
 //
-// Counted are the calls below on anything but the standard streams: those that change a file or a
-// folder, the removal of files apart, for that is how a command cleans up.
+// It counts the calls below, which change a file or a folder, except those on the standard streams.
+// Removing a file does not count, because that is how a command cleans up.
 
-// Both spellings of each call are defined here; with this macro the headers would make them one.
+// Both spellings of each call are defined here. With this macro, the headers would merge them.
 #undef _FILE_OFFSET_BITS
 
 #include <dlfcn.h>
@@ -37,7 +37,7 @@ std::atomic<long> calls{0};
   _exit(125);
 }
 
-// Counts one call; true when it is the one to fail, errno then says with what.
+// Counts a call. Returns true if it is the one to fail, and sets errno.
 bool Fails() {
   static const char* const at = std::getenv("FAULT_AT");
   static const long chosen = at != nullptr ? std::atol(at) : 0;
@@ -60,13 +60,13 @@ bool Fails() {
 
 bool Fails(int descriptor) { return descriptor > STDERR_FILENO && Fails(); }
 
-// The function of this name and type behind ours.
+// The function that ours replaces.
 template <class Function>
 Function* Real(Function*, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// By system calls of its own, which are not counted.
+// Makes its system calls directly, so that they are not counted.
 __attribute__((destructor)) void WriteCount() {
   const char* const path = std::getenv("FAULT_COUNT_FILE");
   if (path == nullptr) return;
@@ -129,7 +129,7 @@ ON_PATH(linkat,
         (int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept,
         fromFolder, from, toFolder, to, flags)
 
-// Whether a file without a name is asked for; if there are to be none, errno says so.
+// Whether the call asks for a file without a name, and whether that is to fail; then errno is set.
 bool IsUnnamed(int flags) { return (flags & O_TMPFILE) == O_TMPFILE; }
 bool IsImpossible(int flags) {
   if (!IsUnnamed(flags) || std::getenv("FAULT_NAMED") == nullptr) return false;
@@ -137,7 +137,7 @@ bool IsImpossible(int flags) {
   return true;
 }
 
-// The mode is there only when a file may be created, and only then the call counts.
+// Only a call that may create a file has a mode, and only such a call counts.
 #define ON_OPENING(call, parameters, ...)                                      \
   extern "C" int call parameters {                                             \
     REAL(call);                                                                \

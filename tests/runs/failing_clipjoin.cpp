@@ -1,9 +1,9 @@
-// clipjoin with calls of the toolbox that fail when told to, for the tests of what it then says.
+// clipjoin with calls of the toolbox that fail on request, to test what it then prints.
 //
 //   FAIL=InsertMovieSegment:1:-50,GetMovieDuration:*:-108
 //
-// fails the first call of the one name with -50 and every call of the other with -108. At exit the
-// program ends with status 125 if a failure that was asked for did not come about.
+// fails the first call of one name with -50 and every call of the other with -108. The program ends
+// with status 125 if a requested failure did not happen.
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -33,7 +33,7 @@ struct Failure {
   std::exit(kUnusable);
 }
 
-// What stands in front of `separator`, or all there is; `rest` keeps what stands behind.
+// The text before `separator`, or all of it. `rest` keeps the text after it.
 std::string_view Cut(std::string_view& rest, char separator) {
   const std::string_view part = rest.substr(0, rest.find(separator));
   rest.remove_prefix(std::min(part.size() + 1, rest.size()));

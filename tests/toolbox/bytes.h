@@ -1,5 +1,5 @@
-// Bytes as a test states them: numbers, texts and atoms laid one behind the other, up to whole
-// movie files, and a folder to keep them in.
+// Makes the bytes of tests from numbers, texts and atoms, up to whole movie files, and a folder for
+// them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -55,7 +55,7 @@ inline Bytes IdentityFields() {
   return Join(U32(0x10000), Zeros(12), U32(0x10000), Zeros(12), U32(0x40000000));
 }
 
-// What a sample table says of `count` samples of `size` bytes in one chunk at `offset`.
+// The atoms of a sample table with `count` samples of `size` bytes in one chunk at `offset`.
 inline Bytes PlainTable(std::uint32_t count, std::uint32_t delta, std::uint32_t size,
                         std::uint32_t offset) {
   return Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))),
@@ -65,7 +65,7 @@ inline Bytes PlainTable(std::uint32_t count, std::uint32_t delta, std::uint32_t 
               Atom("stco", U32(0), U32(1), U32(offset)));
 }
 
-// A track of a file, as far as a test has something to say about it.
+// The properties of a track that a test can choose.
 struct TrackInFile {
   std::uint32_t id = 1, scale = 600;
   std::uint32_t duration = 0;  // as 'tkhd' states it
@@ -105,7 +105,7 @@ inline Bytes MovieHeaderAtom(std::uint32_t scale = 600, std::uint32_t nextTrackI
               Zeros(10), IdentityFields(), Zeros(24), U32(nextTrackId));
 }
 
-// The code that `body` is refused with, noErr when it is not.
+// The code that `body` is refused with; noErr if it is not refused.
 inline OSErr CodeOf(const std::function<void()>& body) try {
   body();
   return noErr;
@@ -113,7 +113,7 @@ inline OSErr CodeOf(const std::function<void()>& body) try {
   return refused.code;
 }
 
-// A test with a folder of its own.
+// A test with its own folder.
 class InFolder : public testing::Test {
  protected:
   InFolder() {

@@ -20,11 +20,11 @@ class MemoryDisk final : public Disk {
   };
   struct Killed {};
 
-  // A file that is changed in place, or one that gets a new file in its place.
+  // A file that is changed in place, or a file that a new one replaces.
   MemoryDisk(Bytes old, bool isNew)
       : old_(std::move(old)), isNew_(isNew), file_(isNew ? Bytes() : old_), synced_(file_) {}
 
-  // The operation with that number, from 0, goes wrong.
+  // The operation with that number, counted from 0, goes wrong.
   void BreakAt(int operation, Fault fault) { broken_ = operation, fault_ = fault; }
   int Operations() const { return operations_; }
   std::uint64_t Size() const { return file_.size(); }

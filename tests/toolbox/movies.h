@@ -1,4 +1,4 @@
-// Movies as a test states them, without files: tracks of plain sample tables.
+// Makes movies for tests without files: tracks with plain sample tables.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@
 
 namespace toolbox {
 
-// `count` samples of `size` bytes, one behind the other in one chunk at `at`.
+// `count` samples of `size` bytes in one chunk at `at`.
 inline std::shared_ptr<SampleRows> PlainRows(std::uint32_t count, std::uint32_t delta,
                                              std::uint32_t size, std::uint64_t at = 0) {
   auto rows = std::make_shared<SampleRows>();
@@ -21,7 +21,7 @@ inline std::shared_ptr<SampleRows> PlainRows(std::uint32_t count, std::uint32_t 
   return rows;
 }
 
-// A description of that format, with `more` behind its data-reference number.
+// A description of that format, with `more` after its data-reference number.
 inline SampleDescription Described(FourCC format, const Bytes& more = {}) {
   Bytes bytes;
   for (const std::uint32_t word :

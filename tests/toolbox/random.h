@@ -10,7 +10,7 @@ class Random {
  public:
   explicit Random(std::uint32_t seed) : engine_(seed) {}
 
-  // 0 to limit - 1.
+  // A number from 0 to limit - 1.
   std::uint32_t Below(std::uint64_t limit) { return static_cast<std::uint32_t>(engine_() % limit); }
   bool Flip() { return Below(2) == 0; }
 

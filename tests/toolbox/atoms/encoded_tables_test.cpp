@@ -37,7 +37,7 @@ TEST(OffsetRuns, AreFoundForEachSampleInAViewAndInAddedRows) {
     const std::int32_t offset = expected.size() % 2 == 0 ? 0 : -40000 + static_cast<int>(end);
     expected.push_back({end, end + samples, offset});
     rows = Join(rows, U32(samples), U32(static_cast<std::uint32_t>(offset)));
-    // One sample at a time, as from fragments.
+    // One sample at a time, as fragments add them.
     for (std::uint32_t i = 0; i < samples; ++i) added.Add(1, offset);
   }
   const std::uint32_t count = expected.back().end;

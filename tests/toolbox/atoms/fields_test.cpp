@@ -15,7 +15,7 @@
 namespace toolbox {
 namespace {
 
-// Every field with its value, in file order.
+// All fields with their values, in file order.
 class FieldLister {
  public:
   void operator()(const char* name, Integer auto value) { Say(name) << '=' << +value; }
@@ -62,7 +62,7 @@ struct AtomCase {
   Bytes content;
   std::string printed;
   std::size_t rest = 0;  // bytes at the end that may be fewer
-  std::size_t countAt = 0;  // where the count of a table stands; 0: no table
+  std::size_t countAt = 0;  // where the count of a table is; 0: no table
   std::function<std::string(ByteSpan)> print;
   std::function<Bytes(ByteSpan)> encodeAgain;
 };
@@ -86,7 +86,7 @@ AtomCase Case(std::string name, Bytes content, std::string printed, Ends ends = 
           ends.countAt,    print,           encodeAgain};
 }
 
-// The nine numbers of a matrix that tells its places apart.
+// The nine numbers of a matrix, all different.
 Bytes MatrixBytes() {
   return Join(U32(1), U32(2), U32(3), U32(4), U32(5), U32(6), U32(0xFFFFFFF9), U32(8), U32(9));
 }
@@ -252,7 +252,7 @@ TEST_P(EveryAtom, RefusesEveryTruncation) {
   }
 }
 
-// A count that was believed would ask for more memory than there is.
+// Such a count must not be used to allocate memory.
 TEST_P(EveryAtom, BelievesNoCountBeyondItsBytes) {
   const AtomCase& atom = GetParam();
   if (atom.countAt == 0) return;
@@ -277,7 +277,7 @@ TEST(Fields, StateWhatDoesNotFitIn32BitsInVersion1) {
                                  U64(0x100000000), U16(0), U16(0)));
 }
 
-// A table that claims `stated` rows and makes `made`.
+// A table that states `stated` rows and writes `made`.
 CompositionOffsets Offsets(std::uint32_t stated, std::uint32_t made) {
   using Row = CompositionOffsets::Row;
   return {0, Rows<Row>(stated, [made](RowBatches<Row>& rows) {

@@ -1,4 +1,4 @@
-// Sample tables and data references, as the calls give and take them.
+// Sample tables and data references through the calls.
 #include <gtest/gtest.h>
 
 #include "tests/toolbox/bytes.h"
@@ -12,7 +12,7 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kAlias{"alis"};
 
-// Two movies, each with a track of six samples in a file of its own.
+// Two movies in two files, each with a track of six samples.
 class SampleTables : public InFolder {
  protected:
   SampleTables() {
@@ -76,7 +76,7 @@ TEST_F(SampleTables, GiveTheirSamplesWithTheFileTheyLieIn) {
     EXPECT_EQ(piece.offset, 1010U);
   });
   EXPECT_EQ(GetTrackDuration(one_.tracks[0].get()), 600) << "the track does not show them yet";
-  // Back in the file they came from, and once more where they are known.
+  // Into the movie they came from, then again into a movie that has the reference already.
   ASSERT_EQ(AddSampleTableToMedia(First(two_), table_, 1, 6, nullptr), noErr);
   EXPECT_EQ(First(two_)->dataReferences, (std::vector<DataReference>{ThisFile{}}));
   ASSERT_EQ(AddSampleTableToMedia(First(one_), table_, 1, 6, nullptr), noErr);
@@ -150,7 +150,7 @@ TEST_F(SampleTables, DataReferencesAreCopiedAndAppended) {
   EXPECT_EQ(added[1], DataReference(*one_.file)) << "what was its own file is another's";
   EXPECT_EQ(*std::get<InMemory>(added[2]).data, Text("abc"));
   EXPECT_EQ(added[3], media->dataReferences[2]);
-  // The other movie's own file is that to it, by whatever name.
+  // Any path to the other movie's file means that movie's own file.
   HandleRecord own{AliasRecord(two_.file->path, {})};
   ASSERT_EQ(AddMediaDataRef(First(two_), nullptr, &own, kAlias), noErr);
   EXPECT_EQ(added[4], DataReference(ThisFile{}));

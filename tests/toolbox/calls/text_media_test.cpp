@@ -67,7 +67,7 @@ TEST_F(TextMedia, HoldsSamplesOfACountATextAndAMark) {
   EXPECT_EQ(out->bytes, sample);
   EXPECT_EQ(std::tuple(size, start, duration, number, count, flags),
             std::tuple(22, 100, 50, 1, 1, 0));
-  // Size, format, data reference 1, flags, justification, colours and box of zeros, no font.
+  // Size, format, data reference 1, flags, justification; colours and box are zeros; no font.
   EXPECT_EQ(description->bytes,
             Join(U32(60), Text("text"), Zeros(6), U16(1), U32(4), U32(1), Zeros(35), Zeros(1)));
   EXPECT_EQ(GetMediaSampleDescriptionCount(media), 1) << "both samples look alike";

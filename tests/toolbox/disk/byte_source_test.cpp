@@ -29,7 +29,7 @@ TEST_F(ByteSourceTest, WhatIsOwnedOutlastsItsFile) {
   EXPECT_TRUE(std::ranges::equal(held.Span(), ByteSpan(bytes).subspan(5)));
 }
 
-// The second new header may be put where the tables of the movie lie that is still open.
+// The second new header may overwrite the tables of the movie that is still open.
 TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
   constexpr std::uint32_t kSamples = 600'000;
   MovieRecord made;
@@ -48,7 +48,7 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
   const auto movie = ReadMovieFile(path, References::kResolve);
   for (int time = 0; time < 4; ++time) {
     movie->tracks[0]->header.layer = static_cast<std::int16_t>(time);
-    // The tables move towards the front.
+    // The tables move towards the start of the file.
     if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
     const FileSource file(path, O_RDWR);
     UpdateFile(*movie, path, file, true);

@@ -56,7 +56,7 @@ Bytes Stored(const fs::path& path) {
 
 mode_t ModeOf(const fs::path& path) { return StatusOf(path).value().st_mode & 07777; }
 
-// The code that `body` is refused with, noErr when it is not.
+// The code that `body` is refused with; noErr if it is not refused.
 OSErr CodeOf(const std::function<void()>& body) try {
   body();
   return noErr;
@@ -69,7 +69,7 @@ void Append(OutputFile& file, const ByteSource& source, std::uint64_t from, std:
   file.Copy(file.Position(), source, from, length);
 }
 
-// Runs `body` in a process of its own; returns how that ended, as waitpid tells it.
+// Runs `body` in a child process. Returns how that ended, as waitpid does.
 int EndOfChild(const std::function<void()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -82,7 +82,7 @@ int EndOfChild(const std::function<void()>& body) {
   return end;
 }
 
-// As CodeOf, in a process of its own.
+// Like CodeOf, in a child process.
 OSErr CodeInChild(const std::function<void()>& body) {
   int channel[2];
   if (pipe(channel) != 0) throw RefusedBy(errno);
@@ -97,7 +97,7 @@ OSErr CodeInChild(const std::function<void()>& body) {
   return code;
 }
 
-// Root may write anywhere: gives that up in a child process.
+// Root may write anywhere, so a child process becomes another user.
 void DropPrivileges() {
   if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(1);
 }
@@ -307,7 +307,7 @@ TEST_F(Output, WritesDevicesAndPipesDirectly) {
   EXPECT_EQ(FilesInFolder(), 2);
 }
 
-// A file of this content on a file system of its own, out of which the kernel may not copy.
+// A file with this content on another file system. The kernel may be unable to copy from it.
 class ForeignFile {
  public:
   explicit ForeignFile(const Bytes& content) : descriptor_(memfd_create("foreign", MFD_CLOEXEC)) {

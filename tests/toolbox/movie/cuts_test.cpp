@@ -42,7 +42,7 @@ TEST_F(Cuts, RefusesWhatIsNoStretchAndChangesNothing) {
   EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {0}, {5}, 0); }), invalidDuration);
   EXPECT_EQ(CodeOf([&] { InsertMedia(movie_.AddTrack(), {}, {0}, {5}, 1); }), noMediaHandler);
   EXPECT_EQ(CodeOf([&] { SetOffset(video_, {-1}); }), invalidTime);
-  // Nothing to do is no failure.
+  // It is no failure if there is nothing to do.
   DeleteSegment(video_, {0}, {0});
   DeleteSegment(video_, {2000}, {5});
   InsertMedia(video_, {}, {2000}, {0}, 1);
@@ -67,7 +67,7 @@ TEST_F(Cuts, TracksStayInStepWhateverIsCut) {
 
 TEST_F(Cuts, MediaIsShownForAsLongAsItLasts) {
   DeleteSegment(sound_, {0}, {1800});
-  InsertMedia(sound_, MovieTime{300}, {0}, {100000}, 1);  // behind a gap: 1360.54 units
+  InsertMedia(sound_, MovieTime{300}, {0}, {100000}, 1);  // after a gap: 1360.54 units
   InsertMedia(sound_, {}, {7}, {1}, 1);  // not a unit long, and yet there
   const std::vector<Edit> expected{
       {{0}, {300}, Edit::kNothing}, {{300}, {1361}, {0}}, {{1661}, {1}, {7}}};

@@ -21,7 +21,7 @@ constexpr Clock kEqual{600, 600};
 
 using Edits = std::vector<Edit>;
 
-// Edits one behind the other: {duration, media time}.
+// Edits in order: {duration, media time}.
 EditList ListOf(std::vector<std::pair<std::int64_t, std::int64_t>> parts, Clock clock = kEqual) {
   EditList list;
   for (const auto& [duration, media] : parts) list.Append({duration}, {media}, 1.0, clock);
@@ -217,7 +217,7 @@ TEST(TimeScale, MultiplesAreReversible) {
   }
 }
 
-// --- Against a plain model: for each movie unit the media unit it shows, or nothing.
+// --- Compared with a simple model: the media unit that each movie unit shows, or nothing.
 
 using Cells = std::vector<std::int64_t>;
 constexpr std::int64_t kNone = -1;
@@ -257,7 +257,7 @@ class EditModel : public testing::TestWithParam<unsigned> {
     return random_.Below(static_cast<std::uint64_t>(limit));
   }
 
-  // A list that starts with up to one gap and shows up to three stretches of media.
+  // A list with at most one gap at its start and at most three edits of media.
   std::pair<EditList, Cells> SomeList() {
     EditList list;
     Cells cells;
@@ -320,7 +320,7 @@ void EditModel::Stretch() {
   cells_ = Repeated(cells_, factor);
 }
 
-// To any greater length and back: nothing has changed.
+// Scaling to a greater length and back changes nothing.
 void EditModel::ScaleThereAndBack() {
   const EditList before = list_;
   const std::int64_t size = static_cast<std::int64_t>(cells_.size());

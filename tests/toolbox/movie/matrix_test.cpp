@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int32_t kOne = 0x10000, kLast = 0x40000000;
 
-// Of a, b, c and d, and of tx and ty, in whole units.
+// The matrix with these a, b, c, d, tx and ty, in whole units.
 constexpr Matrix Of(std::int32_t a, std::int32_t b, std::int32_t c, std::int32_t d,
                     std::int32_t x = 0, std::int32_t y = 0) {
   return {a * kOne, b * kOne, 0, c * kOne, d * kOne, 0, x * kOne, y * kOne, kLast};

@@ -13,7 +13,7 @@
 namespace toolbox {
 namespace {
 
-// One sample as a plain model holds it.
+// A sample in the simple model that the table is compared with.
 struct Sample {
   std::int64_t duration = 0;
   std::int32_t offset = 0;
@@ -29,7 +29,7 @@ struct Source {
   std::vector<Sample> samples;
 };
 
-// What a source of a random table has besides times, sizes and chunks.
+// What a source of a random table has in addition to times, sizes and chunks.
 struct Features {
   bool offsets, sync, partial, dependencies, constantSize;
 };
@@ -107,7 +107,7 @@ std::vector<std::int64_t> TimesOf(const std::vector<Sample>& samples) {
   return times;
 }
 
-// A table made of random slices, and what it should hold.
+// A table of random slices, and the model of it.
 class Joined : public testing::TestWithParam<unsigned> {
  protected:
   Joined() {
@@ -262,8 +262,8 @@ TEST_P(Joined, FindsTheBytesOfEveryStretch) {
   }
 }
 
-// The samples that a player has to decode for [from, to), by trying them all: the one on show at
-// `from`, those that come on show before `to`, and what lies between them.
+// The samples that a player has to decode for [from, to), found by trying all: the one that is
+// shown at `from`, those that are shown before `to`, and the samples between them.
 SampleRange ShownByBruteForce(const std::vector<Sample>& samples, std::int64_t from,
                               std::int64_t to) {
   const auto times = TimesOf(samples);
@@ -334,7 +334,7 @@ TEST(SampleTable, MayBeAppendedToItself) {
   EXPECT_EQ(table.Duration(), MediaTime{50});
 }
 
-// An hour of packed sound in one description: `perChunk` samples a chunk.
+// An hour of packed sound with one description and `perChunk` samples in each chunk.
 std::shared_ptr<SampleRows> PackedSound(std::uint32_t count, std::uint32_t perChunk,
                                         Packing packing) {
   auto rows = std::make_shared<SampleRows>();
@@ -400,7 +400,7 @@ TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
   SampleTable joined;
   EXPECT_EQ(joined.AppendInStep(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
   EXPECT_EQ(joined.AppendInStep(plain, {0, 2}, std::vector{0U}), MediaTime{40});
-  // In parts it is moved by as much as in one piece.
+  // Moving it in parts gives the same result as moving it at once.
   EXPECT_EQ(joined.AppendInStep(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
   EXPECT_EQ(joined.AppendInStep(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
   EXPECT_EQ(joined.Duration(), MediaTime{100});

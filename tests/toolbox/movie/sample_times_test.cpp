@@ -15,7 +15,7 @@ constexpr FourCC kText{"text"};
 
 using Shown = std::vector<SampleOnShow>;
 
-// What one finds who asks for the first sample and then always for the next.
+// The times found by asking for the first sample and then for each next one.
 Shown Walk(const TrackRecord& track) {
   Shown found;
   auto next = NextSampleOnShow(track, track.edits.Offset(), true);

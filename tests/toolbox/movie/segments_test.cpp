@@ -13,7 +13,7 @@ constexpr MovieTime kAll{kLongest};
 
 using Edits = std::vector<Edit>;
 
-// A movie of 600 units per second in a file of that name.
+// A movie with 600 units a second, opened from a file of that name.
 struct TestMovie : MovieRecord {
   explicit TestMovie(const std::string& name) { file = OtherFile{"/" + name}; }
 
@@ -261,7 +261,7 @@ TEST(InsertMovieSegment, ThatIsRefusedChangesNothing) {
   EXPECT_EQ(movie.tracks[0]->media->samples.Count(), 6U);
 }
 
-// --- What else a movie does as a whole
+// --- Other changes to a whole movie
 
 TEST(Movie, CloneKeepsReferencesAmongItsOwnTracks) {
   TestMovie movie("a");

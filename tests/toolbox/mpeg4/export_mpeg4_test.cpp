@@ -53,7 +53,7 @@ TEST(Mpeg4Description, OfSoundIsTheSameWhateverVersionQuickTimeWrote) {
         Sound(2, 3, 0x10000, Join(wide, kWave, layout)), iso}) {
     EXPECT_EQ(Mpeg4Description(quickTime, 44100), iso);
   }
-  // No room for the rate; channels that only the description knows.
+  // The rate does not fit, and only the description has the channels.
   EXPECT_EQ(Mpeg4Description(Sound(0, 2, 0, kStream), 96000),
             Atom("mp4a", Zeros(6), U16(3), Zeros(8), U16(2), U16(16), U32(0), U32(0), kStream));
 }
@@ -100,7 +100,7 @@ TEST(Mpeg4Description, IsRefusedWhereNothingTellsHowToDecode) {
   }
 }
 
-// A movie of sound and pictures in a file.
+// A movie of sound and pictures in one file.
 class Export : public InFolder {
  protected:
   Export() {
@@ -192,7 +192,8 @@ Times TimesOf(const TrackRecord& track) {
   return times;
 }
 
-// Pictures of a scale fine enough, all sync samples; edits of {duration, media time, rate}.
+// Pictures that are all sync samples, with a fine time scale. Edits are {duration, media time,
+// rate}.
 struct Part {
   std::int64_t duration, media;
   double rate;
@@ -250,7 +251,7 @@ TEST(FoldRates, MakesCoarseScalesFineAndLeavesPlainTracksAlone) {
 
 // Hints
 
-// A packet of a hint sample: its kind with the marker, number in sequence, then its entries.
+// A packet of a hint sample: its kind with the marker, its sequence number and its entries.
 Bytes Packet(std::uint8_t kind, std::uint16_t sequence, std::uint16_t entries, const Bytes& all) {
   return Join(U32(0), U8(0x80), U8(kind), U16(sequence), U16(0), U16(entries), all);
 }

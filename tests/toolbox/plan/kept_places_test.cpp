@@ -13,8 +13,8 @@ namespace {
 constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 constexpr std::uint64_t kStart = 100;  // of the media data in the source
 
-// Ten seconds: a sample of 30 bytes of picture and one of 10 bytes of sound a second, in chunks of
-// `together` samples by turns.
+// Ten seconds with a picture of 30 bytes and a sound sample of 10 bytes each second. Chunks of
+// `together` samples alternate between the two.
 class KeptPlaces : public InFolder {
  protected:
   void Interleave(std::uint32_t together) {
@@ -37,7 +37,7 @@ class KeptPlaces : public InFolder {
   FilePlan Flattened(std::uint64_t mostChunks = 1000) {
     return PlanFlattened(movie_, {.mostChunksKept = mostChunks});
   }
-  // Every sample's byte in the output comes from its byte in the source.
+  // Checks that each byte of a sample in the output is a copy of the same byte in the source.
   void ExpectEverySampleCopied(const FilePlan& plan) {
     std::vector<std::uint64_t> sourceOf(plan.dataSize);
     plan.ForEachRange([&](const CopyRange& range) {

@@ -45,7 +45,7 @@ void Show(TrackRecord& track, std::vector<std::pair<std::int64_t, std::int64_t>>
   }
 }
 
-// A movie whose media lie in a file of so many bytes, most of them not on the disk.
+// A movie with media in a sparse file of that many bytes.
 class Plan : public InFolder {
  protected:
   Plan() { HasFile(1 << 20); }
@@ -218,7 +218,7 @@ TEST_F(Plan, OfAReferenceMovieCopiesOnlyWhatIsInMemory) {
 
 // --- 64-bit offsets
 
-// The types of the chunk-offset tables of a movie header, track by track.
+// The types of the chunk-offset tables in a movie header, one for each track.
 std::vector<std::string> OffsetTables(const Bytes& movie) {
   std::vector<std::string> found;
   const std::string text(movie.begin(), movie.end());

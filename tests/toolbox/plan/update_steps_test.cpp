@@ -8,7 +8,7 @@
 namespace toolbox {
 namespace {
 
-// A header of that many bytes, wherever the media data starts.
+// A header that always has that many bytes.
 class Header final : public PlannedHeader {
  public:
   explicit Header(std::uint64_t size) : size_(size) {}

@@ -23,7 +23,7 @@ bool Contains(const Bytes& bytes, const Bytes& part) {
 
 class FileAtoms : public InFolder {
  protected:
-  // What stands behind the movie in a reference to a file that ends with `tail`.
+  // What follows the movie header in a reference movie of a file that ends with `tail`.
   Bytes Copied(const Bytes& tail, const Bytes& front = {}) {
     const auto movie = Opened("in.mov", front, tail);
     return Behind(*movie);
@@ -83,7 +83,7 @@ TEST_F(FileAtoms, EndWithWhatNoAtomIs) {
   EXPECT_EQ(Behind(*third), own);
 }
 
-// A 'meta' with items: 1 in two pieces, 2 the same as its second, 3 in the atom itself.
+// A 'meta' with items: 1 has two pieces, 2 is the second of them, 3 is in the atom itself.
 Bytes Items(std::uint32_t version, std::uint32_t at, bool isQuickTime) {
   const auto number = [&](std::uint32_t value) {
     return version == 2 ? U32(value) : U16(static_cast<std::uint16_t>(value));
@@ -115,7 +115,7 @@ TEST_F(FileAtoms, FindItemsWhereTheyWent) {
             Atom("meta", U32(0), Atom("hdlr", Zeros(24))));
 }
 
-// One that is rewritten in place would move them.
+// A new file would move the items.
 TEST_F(FileAtoms, KeepItemsFromMoving) {
   const auto movie = Opened("in.mov", {}, Join(Items(0, 0, false), Text("trailer")));
   const FileSource file(folder_ / "in.mov", O_RDWR);

@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint8_t kStereo = 0x80, kMono = 0x40;  // in the fourth byte
 constexpr std::uint8_t k44100 = 0x50, k48000 = 0x4C, kNoRate = 0x7C;  // AAC LC, in the third
 
-// A frame of `size` bytes after a header of 7.
+// A frame with a header of 7 bytes and `size` bytes of data.
 Bytes Frame(std::uint32_t size, std::uint8_t rate = k44100, std::uint8_t channels = kStereo,
             std::uint8_t blocks = 1) {
   const std::uint32_t all = 7 + size;
@@ -23,7 +23,7 @@ Bytes Frame(std::uint32_t size, std::uint8_t rate = k44100, std::uint8_t channel
 
 std::unique_ptr<MovieRecord> Read(const Bytes& file) { return ReadAdtsFile(MemorySource(file)); }
 
-// Where the samples lie: offset, size and duration.
+// The offset, size and duration of each sample.
 using Place = std::tuple<std::uint64_t, std::uint64_t, std::int64_t>;
 std::vector<Place> Places(const Bytes& file) {
   std::vector<Place> places;

@@ -16,7 +16,7 @@ namespace {
 
 using Edits = std::vector<Edit>;
 
-// All that a table says of a sample.
+// All properties of a sample in a table.
 struct Seen {
   std::uint64_t at = 0;
   std::uint32_t size = 0;
@@ -46,7 +46,7 @@ std::vector<Seen> SeenIn(const SampleTable& table) {
 
 const Bytes kDescriptions =
     Atom("stsd", U32(0), U32(2), Atom("test", Zeros(6), U16(1)), Atom("more", Zeros(6), U16(1)));
-// Samples of 10 units and 4 bytes, the first description, sync, unless something else is said.
+// Unless a test says otherwise: sync samples of 10 units and 4 bytes with the first description.
 Bytes Defaults(std::uint32_t track) {
   return Atom("trex", U32(0), U32(track), U32(1), U32(10), U32(4), U32(0));
 }
@@ -92,7 +92,8 @@ TEST_F(ReadFragments, FindsDataFromEveryBase) {
             (std::vector<Seen>{{12, 4, 0, 10, 0}, {16, 4, 10, 10, 10}, {20, 4, 20, 10, 20}}));
   const Bytes back = Plain(Header(1, 0x20000), RunOf(1, 1, U32(0xFFFFFFF6)));
   EXPECT_EQ(Samples(back).at(0).at, 1990U);
-  // Without a base: the fragment for the first track, then where the data before ends.
+  // Without a base offset, the first track starts at the fragment, and each next one where the data
+  // of the one before ends.
   const auto traf = [](std::uint32_t track, std::uint32_t flags) {
     return Atom("traf", Header(track, flags), RunOf(3, 1, U32(20)));
   };
@@ -100,7 +101,7 @@ TEST_F(ReadFragments, FindsDataFromEveryBase) {
   EXPECT_EQ(Samples(Join(Fragment(traf(1, 0), traf(2, 0)), data), 0).at(0).at, 2020U);
   EXPECT_EQ(Samples(Join(Fragment(traf(1, 0), traf(2, 0)), data), 1).at(0).at, 2052U);
   EXPECT_EQ(Samples(Join(Fragment(traf(1, 0), traf(2, 0x20000)), data), 1).at(0).at, 2020U);
-  // Data of a track that the movie does not have counts all the same.
+  // Data of a track that the movie does not have is counted too.
   EXPECT_EQ(Samples(Join(Fragment(traf(9, 0), traf(2, 0)), data), 1).at(0).at, 2052U);
 }
 
@@ -150,8 +151,7 @@ TEST_F(ReadFragments, KeepsInStepWithTheTimesThatAreStated) {
   EXPECT_THROW(deltas({UINT64_MAX}), Malformed);
 }
 
-// What is shown, of a track whose samples last 20 units and start at `time`, 5 units before they
-// are shown.
+// The samples of a fragment last 20 units each and start at `time`.
 TEST_F(ReadFragments, ShowsNoTextBetweenFragments) {
   const auto fragment = [](std::uint64_t time) {
     return Plain(Header(1, 0x20000), Time(time), RunOf(2));
@@ -195,7 +195,7 @@ TEST_F(ReadFragments, ShowsWhatTheEditListMeansFromWhereTheMediaBegins) {
   EXPECT_EQ(edits(0, 7, entry(0, 5)), (std::pair(Edits{{kNone, {20}, {5}}}, std::int64_t{7})));
   EXPECT_EQ(edits(1000, 1000, entry(0, 1005)),
             (std::pair(Edits{{kNone, {20}, {5}}}, std::int64_t{1000})));
-  // The wait that both have is taken away, what one waits longer stays.
+  // The delay that both tracks share is removed; the rest of the longer one stays.
   EXPECT_EQ(edits(1000, 1000, entry(0, 5)),
             (std::pair(Edits{{kNone, {20}, {5}}}, std::int64_t{0})));
   EXPECT_EQ(edits(1000, 1012, {}), (std::pair(Edits{{kNone, {20}, {5}}}, std::int64_t{7})));
@@ -267,7 +267,7 @@ TEST_F(ReadFragments, BelieveNothing) {
 }
 
 TEST_F(ReadFragments, LeadToWhatLiesBesideTheSamples) {
-  // Two samples without anything, then five: sizes 1 to 5, in two runs that follow one another.
+  // Two samples without auxiliary information, then five with sizes 1 to 5 in two adjacent runs.
   const Bytes beside = Join(Atom("saiz", U32(0), U8(0), U32(5), Bytes{1, 2, 3, 4, 5}),
                             Atom("saio", U32(0), U32(1), U32(300)));
   const Bytes bare = Plain(Header(1, 0x20000), RunOf(2));

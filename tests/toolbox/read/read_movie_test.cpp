@@ -18,7 +18,7 @@ namespace {
 using Edits = std::vector<Edit>;
 using Range = std::pair<std::uint64_t, std::uint64_t>;
 
-// Where each sample lies in its file: offset and size.
+// The offset and size of each sample in its file.
 std::vector<Range> Places(const MediaRecord& media) {
   std::vector<Range> places;
   ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
@@ -36,7 +36,7 @@ class ReadMovie : public InFolder {
   std::unique_ptr<MovieRecord> Read(const Bytes& file, References references = References::kLeave) {
     return ReadMovieFile(Store("in.mov", file), references);
   }
-  // A movie of that one track.
+  // A movie with that track only.
   std::unique_ptr<MovieRecord> ReadTrack(const TrackInFile& track) {
     return Read(Atom("moov", MovieHeaderAtom(), TrackAtom(track)));
   }
@@ -163,7 +163,7 @@ TEST_F(ReadMovie, SaysWhereABrokenHeaderIsBroken) {
 TEST_F(ReadMovie, SurvivesAHeaderCutAnywhere) {
   const std::size_t withoutTrack = 8 + MovieHeaderAtom().size();
   for (std::size_t cut = 8; cut < kMovie.size(); ++cut) {
-    // A movie without tracks is whole, and zeros behind it are padding.
+    // A movie without tracks is complete, and zeros after it are padding.
     if (cut >= withoutTrack && cut < withoutTrack + 3) continue;
     Bytes file(kMovie.begin(), kMovie.begin() + static_cast<std::ptrdiff_t>(cut));
     std::ranges::copy(U32(static_cast<std::uint32_t>(cut)), file.begin());

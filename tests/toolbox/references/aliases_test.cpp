@@ -29,7 +29,7 @@ std::string Tagged(std::size_t tag, const std::string& value) {
 }
 const std::string kEnd = "\xFF\xFF\0\0"s;
 
-// A record as another program might have made it.
+// A record as another program may write it.
 Bytes Version2(int levelsFrom, int levelsTo, const std::string& name, const std::string& tagged) {
   return Raw(Zeros(4) + U16(150 + tagged.size()) + U16(2) + Zeros(42) +
              static_cast<char>(name.size()) + name + Zeros(79 - name.size()) +
@@ -39,7 +39,7 @@ Bytes Version2(int levelsFrom, int levelsTo, const std::string& name, const std:
 Bytes Version3(const std::string& tagged) {
   return Raw(Zeros(4) + U16(58 + tagged.size()) + U16(3) + Zeros(50) + tagged);
 }
-// A value of tag 14 for a name in ASCII.
+// The value of tag 14 for an ASCII name.
 std::string Wide(std::string_view name) {
   std::string value = U16(name.size());
   for (const char letter : name) value += {'\0', letter};
@@ -106,13 +106,13 @@ TEST(AliasRecord, RefusesWhatNoRecordCanHold) {
   EXPECT_THROW(AliasRecord("/" + std::string(33000, 'n'), ""), Refused);
 }
 
-// A folder of its own for each test, removed afterwards.
+// Each test has its own folder, which is removed after it.
 class FileReference : public testing::Test {
  protected:
   FileReference() { fs::create_directories(root_); }
   ~FileReference() override { fs::remove_all(root_); }
 
-  // An existing file at `name` below the folder.
+  // Creates a file at `name` in the folder.
   fs::path File(const std::string& name) const {
     const fs::path path = root_ / name;
     fs::create_directories(path.parent_path());
@@ -123,7 +123,7 @@ class FileReference : public testing::Test {
     fs::create_directories((root_ / to).parent_path());
     fs::rename(root_ / from, root_ / to);
   }
-  // The folder as tag 18 spells it, with `name` below it.
+  // The path of `name` in the folder, as tag 18 spells it.
   std::string Below(const std::string& name) const { return (root_ / name).string().substr(1); }
 
   const fs::path root_ = fs::canonical(fs::temp_directory_path()) / fs::unique_path();
@@ -205,7 +205,7 @@ TEST_F(FileReference, TakesNoWayThroughDoubleDotsOrNuls) {
 TEST_F(FileReference, StaysInsideARecordCutAnywhere) {
   const Path target = File("a.mov");
   const fs::path ref = root_ / "ref.mov";
-  // With the shortest part that can lead anywhere: the fixed part, the fixed part and a name.
+  // The shortest records that can lead to a file: the fixed part alone, and with a name.
   const std::pair<Bytes, std::size_t> records[] = {
       {AliasRecord(*target, ref), 150}, {Version3(Tagged(14, Wide("a.mov")) + kEnd), 74}};
   for (const auto& [whole, least] : records) {

@@ -19,7 +19,7 @@ constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"}, kResource{"rsrc"
 
 class DataReferenceInFolder : public InFolder {
  protected:
-  // An existing file at `name` below the folder.
+  // Creates a file at `name` in the folder.
   fs::path Place(const std::string& name) const {
     fs::create_directories((folder_ / name).parent_path());
     return Store(name, Text("media"));
@@ -30,9 +30,7 @@ TEST_F(DataReferenceInFolder, IsReadAsOneOfFourCases) {
   const fs::path target = Place("clips/a.mov"), ref = Place("out/ref.mov");
   const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
   const DataReferenceEntry url{kUrl, 0, Text("../clips/a.mov\0"s)};
-  const auto asItCame = [](const DataReferenceEntry& entry) {
-    return DataReference(entry);
-  };
+  const auto asItCame = [](const DataReferenceEntry& entry) { return DataReference(entry); };
   EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
   for (const auto& entry : {alias, url}) {
     EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(OtherFile{target}));

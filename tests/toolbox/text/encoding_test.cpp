@@ -14,7 +14,7 @@ namespace {
 
 constexpr TextEncoding kArabic = 4, kHebrew = 5, kThai = 21, kFarsi = 140;
 
-// Bytes as numbers in base 16.
+// Bytes from hexadecimal digits.
 std::string Hex(const Bytes& bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
@@ -76,7 +76,7 @@ TEST(TextEncoding, GivesBackEveryByteThatStandsForACharacter) {
     }
     const int holes = encoding == kHebrew ? 101 : encoding == kThai ? 41 : 0;
     EXPECT_EQ(count, 256 - holes) << encoding;
-    // Arabic and Farsi have signs of ASCII twice, once for each direction of writing.
+    // Arabic and Farsi have the punctuation of ASCII twice, once for each direction of writing.
     const bool hasTwins = encoding == kArabic || encoding == kFarsi;
     EXPECT_EQ(differing > 0, hasTwins) << encoding;
   }

@@ -25,7 +25,7 @@ using Fault = MemoryDisk::Fault;
 
 const Bytes kMedia = Text("the bytes of the six samples, ten for each of them, in all..");
 
-// A movie of one track, whose samples are at byte `media` of its file.
+// A movie of one track. Its samples start at byte `media` of the file.
 Bytes MovieAtom(std::uint32_t media) {
   return Atom("moov", MovieHeaderAtom(),
               TrackAtom({.duration = 600, .table = PlainTable(6, 100, 10, media)}));
@@ -35,8 +35,7 @@ enum class Which { kOld, kNew, kBroken };
 
 class CutShort : public InFolder {
  protected:
-  // A function that writes a new movie to a disk. The layer of the first track tells the new movie
-  // from the old one.
+  // A function that writes a new movie to a disk. The first track of the new movie has layer 7.
   struct Case {
     std::string name;
     Bytes old;
@@ -59,7 +58,7 @@ class CutShort : public InFolder {
     return Which::kBroken;
   }
 
-  // Kills and fails it at every operation.
+  // Kills the writer, and fails the disk, at every operation.
   void Check(const Case& tested) const {
     SCOPED_TRACE(tested.name);
     MemoryDisk whole(tested.old, tested.isNew);
@@ -88,7 +87,7 @@ class CutShort : public InFolder {
     }
   }
 
-  // Saves the movie of a file into it; with `hasMemory`, one more track comes along from memory.
+  // Saves the movie of a file into it. With `hasMemory` it also has a track in memory.
   Case Saving(const std::string& name, const Bytes& file, bool hasMemory = false) {
     return {name, file, [this, file, hasMemory](MemoryDisk& disk) {
               const auto path = Store("in.mov", file);

@@ -20,7 +20,7 @@
 namespace toolbox {
 namespace {
 
-// Media data in which every two bytes tell their place.
+// Media data in which every two bytes are different.
 Bytes Numbered(std::size_t size) {
   Bytes bytes;
   for (std::size_t i = 0; bytes.size() < size; ++i) {
@@ -30,7 +30,7 @@ Bytes Numbered(std::size_t size) {
   return bytes;
 }
 
-// Where `part` stands first.
+// Where `part` first occurs.
 auto Find(auto& bytes, const Bytes& part) {
   return std::search(bytes.begin(), bytes.end(), part.begin(), part.end());
 }
@@ -64,7 +64,7 @@ class WriteMovie : public InFolder {
   }
 };
 
-// All bytes of the samples of a track, read where its table says they lie.
+// All bytes of the samples of a track, read at the places that its table gives.
 Bytes SampleBytes(const TrackRecord& track) {
   Bytes all;
   const MediaRecord& media = *track.media;
@@ -77,7 +77,7 @@ Bytes SampleBytes(const TrackRecord& track) {
   return all;
 }
 
-// A file of two tracks of 3 s and 3000 bytes each, one chunk behind the other.
+// A file of two tracks of 3 s and 3000 bytes each, with one chunk each.
 Bytes TwoTracks() {
   const Bytes data = Atom("mdat", Numbered(6000));
   return Join(data,
@@ -125,7 +125,7 @@ TEST_F(WriteMovie, RefersToWhereTheSamplesAre) {
 
 // --- Nothing is lost
 
-// A movie header with atoms nobody knows at every level, as this project writes it.
+// A movie header as this project writes it, with unknown atoms at every level.
 Bytes FullHeader(std::uint32_t dataStart) {
   const auto strange = [](const char* where) { return Atom("????", Text(where)); };
   const Bytes user = Atom("udta", Atom("name", Text("abc")));
@@ -143,7 +143,7 @@ Bytes FullHeader(std::uint32_t dataStart) {
   return Join(strange("in moov"), TrackAtom(track), Atom("meta", Text("not understood")), user);
 }
 
-// Durations and the time of the change are set in writing.
+// The header without the durations and the date of modification, which the writer sets.
 Bytes Normalized(Bytes movie) {
   for (const auto& [type, offsets] :
        {std::pair{"mvhd", std::vector{12, 20}}, {"tkhd", {12}}, {"mdhd", {12, 20}}}) {
@@ -165,7 +165,7 @@ TEST_F(WriteMovie, KeepsUnknownAtomsByteForByteInTheirPlaces) {
       return Bytes(held.Span().begin(), held.Span().end());
     };
     Bytes header = headerOf(file), expected = headerOf(source);
-    // Half a second a chunk, where the source has one chunk.
+    // The source has one chunk; the output has chunks of half a second.
     const auto table = [](Bytes& bytes, const char* type) {
       const auto at = Find(bytes, Text(type)) - 4;
       const auto size =
@@ -196,9 +196,9 @@ TEST_F(WriteMovie, KeepsAReferenceMoviesTablesByteForByte) {
   EXPECT_EQ(contentOf(file, "stbl", size - 8), contentOf(source, "stbl", size - 8));
 }
 
-// --- Tables with something for each sample
+// --- Tables with a value for each sample
 
-// The content of the first atom of that type; nothing when there is none.
+// The content of the first atom of that type; nothing if there is none.
 std::optional<Bytes> Content(const Bytes& file, const char* type) {
   const auto found = Find(file, Text(type));
   if (found == file.end()) return std::nullopt;
@@ -244,7 +244,7 @@ TEST_F(WriteMovie, CutsAndJoinsTheTablesOfEachSample) {
   EXPECT_EQ(stated("cslg"), std::nullopt);
   EXPECT_EQ(stated("subs"), std::nullopt);
 
-  // From the partial sync sample on, and an odd number of samples.
+  // It starts at the partial sync sample and has an odd number of samples.
   movie->tracks[0]->edits.Delete({900}, {300}, movie->tracks[0]->TimeClock());
   movie->tracks[0]->edits.Delete({0}, {200}, movie->tracks[0]->TimeClock());
   EXPECT_EQ(stated("sdtp"), Join(U32(0), Text("cdef"), Zeros(3)));
@@ -265,7 +265,7 @@ TEST_F(WriteMovie, KeepsTheTablesOfMediaWithoutSamples) {
   }
 }
 
-// Six samples with two bytes each beside them, from byte `at` of the file on.
+// Six samples with two bytes of auxiliary information each, which starts at byte `at`.
 Bytes Beside(std::uint32_t at) {
   return Join(Atom("saiz", U32(0), U8(2), U32(6)), Atom("saio", U32(0), U32(1), U32(at)));
 }
@@ -273,7 +273,7 @@ Bytes Secret() { return Atom("encv", Zeros(6), U16(1)); }
 
 TEST_F(WriteMovie, CopiesWhatLiesBesideTheSamples) {
   const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
-  // Nothing is left of the other file in this join.
+  // This join uses nothing of the other file.
   const auto join = Opened("join.mov", FileWith(Beside(20)));
   InsertMovieSegment(*Opened("other.mov", FileWith({})), *join, {}, {600}, {0});
   join->tracks[0]->edits.Delete({0}, {600}, join->tracks[0]->TimeClock());
