@@ -175,7 +175,9 @@ bool PlanInPlace(const FilePlan& plan, const FileOutline& file, PlannedHeader& h
   const FileOutline::Part* room = movie.empty() ? nullptr : FindRoom(file, movie.size());
   stages.push_back(room != nullptr ? PutIntoRoom(*room, movie) : Append(plan, file, header));
   const Step undo = room != nullptr ? Step(WriteType(room->at, kFree)) : CutOff{file.end};
-  stages.push_back({{WriteType(file.Movie().at, kFree)}, {undo}});
+  // A write that fails may have been done all the same, so the old movie comes back first.
+  const std::uint64_t old = file.Movie().at;
+  stages.push_back({{WriteType(old, kFree)}, {WriteType(old, kMovie), undo}});
   stages.push_back({{Sync{}}, {}});
   return true;
 }

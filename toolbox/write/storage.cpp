@@ -14,6 +14,7 @@
 #include "toolbox/disk/system_error.h"
 #include "toolbox/plan/flatten.h"
 #include "toolbox/plan/reference.h"
+#include "toolbox/references/real_path.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/update_file.h"
 
@@ -70,7 +71,7 @@ void CheckMayReplace(const MovieRecord& movie, const boost::filesystem::path& ta
 }  // namespace
 
 struct StorageRecord {
-  boost::filesystem::path path;
+  boost::filesystem::path path;  // of an existing file: without links
   std::unique_ptr<FileSource> existing;  // null: a new file
   bool isToBeUpdated = false;  // then the file is locked
   std::unique_ptr<OutputFile> output;  // null: an existing file, or writing has failed
@@ -100,13 +101,13 @@ StorageRecord* Keep(std::unique_ptr<StorageRecord> storage) {
 }
 
 // Throws Refused (fBsyErr) unless the open file is still the one at its path, unchanged, and the
-// one that `movie` was read from, if it was read from there. A program that ignores locks may have
-// changed or replaced it. So may another save that ended before this one took the lock.
+// one that `movie` was read from, if it was read from that path. A program that ignores locks may
+// have changed or replaced it. So may another save that ended before this one took the lock.
 void CheckSame(const StorageRecord& storage, const MovieRecord& movie) {
   const FileState& state = storage.existing->State();
   const bool isThere = StateOf(storage.path) == state;
-  const bool isOfMovie =
-      !movie.file || !movie.file->Is(state.identity) || movie.file->state == state;
+  const bool isOfMovie = !movie.file || movie.file->state == state ||
+                         (!movie.file->Is(state.identity) && movie.file->path != storage.path);
   if (!isThere || !isOfMovie) throw Refused{fBsyErr};
 }
 
@@ -114,7 +115,7 @@ void CheckSame(const StorageRecord& storage, const MovieRecord& movie) {
 
 StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access) {
   auto storage = std::make_unique<StorageRecord>();
-  storage->path = path;
+  storage->path = RealPath(path);
   storage->isToBeUpdated = access == StorageAccess::kUpdate;
   storage->existing =
       std::make_unique<FileSource>(path, storage->isToBeUpdated ? O_RDWR : O_RDONLY);

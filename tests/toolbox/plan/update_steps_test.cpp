@@ -30,6 +30,7 @@ UpdateSteps StepsFor(const MemorySource& source, std::uint64_t dataSize = 0) {
 const Bytes kMovie = Atom("moov", MovieHeaderAtom());  // 116 bytes
 const Bytes kMedia = Atom("mdat", Zeros(12));
 WriteBytes Freed(std::uint64_t atom) { return {atom + 4, Text("free")}; }
+const WriteBytes kOldAgain{4, Text("moov")};
 const Stage kSynced{{Sync{}}, {}};
 
 TEST(UpdateSteps, AppendTheMovieAndThenFreeTheOldOne) {
@@ -41,7 +42,7 @@ TEST(UpdateSteps, AppendTheMovieAndThenFreeTheOldOne) {
                                   WritePart{data, 30, kCopiedMedia, 0},
                                   WritePart{data + 30, 100, kMovieHeader, data}, Sync{}},
                                  {CutOff{end}}},
-                                {{Freed(0)}, {CutOff{end}}},
+                                {{Freed(0)}, {kOldAgain, CutOff{end}}},
                                 kSynced}));
   EXPECT_TRUE(steps.newFile.empty());
 }
@@ -55,7 +56,7 @@ TEST(UpdateSteps, FreeLeftoversFirstAndPutTheMovieThere) {
                 {{WriteBytes{room + 8, Zeros(92)}, WriteBytes{room + 100, Atom("free", Zeros(8))},
                   Sync{}, WriteBytes{room, Join(U32(100), Text("moov"))}, Sync{}},
                  {}},
-                {{Freed(0)}, {Freed(room)}},
+                {{Freed(0)}, {kOldAgain, Freed(room)}},
                 kSynced}));
 }
 
