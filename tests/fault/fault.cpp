@@ -15,7 +15,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -111,7 +110,6 @@ ON_DESCRIPTOR(int, fsync, (int file), file)
 ON_DESCRIPTOR(int, fdatasync, (int file), file)
 ON_DESCRIPTOR(int, fchmod, (int file, mode_t mode) noexcept, file, mode)
 ON_DESCRIPTOR(int, fchown, (int file, uid_t user, gid_t group) noexcept, file, user, group)
-ON_DESCRIPTOR(int, flock, (int file, int operation) noexcept, file, operation)
 
 extern "C" ssize_t copy_file_range(int from, off64_t* fromAt, int file, off64_t* at, size_t size,
                                    unsigned flags) {

@@ -247,14 +247,6 @@ class Transcripts(runs.RunTest):
             self.assertEqual((self.folder / name).read_bytes(), (self.movies / name).read_bytes())
         self.assert_leaves()
 
-    def test_a_self_contained_movie_may_replace_its_own_input(self):
-        for name in ("one.mov", "two.mov"):
-            shutil.copy(self.movies / "one.mov", self.folder)
-            self.assert_run(["one.mov", "two.mov", "-self-contained", "-o", name])
-            self.assertEqual(self.pictures(name), 30)
-            shutil.copy(self.movies / "two.mov", self.folder)
-        self.assert_leaves()
-
     def as_nobody(self):
         """Runs as a user without rights. The program must be in a folder that this user can
         read."""
