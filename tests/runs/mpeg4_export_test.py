@@ -3,6 +3,7 @@
 
 import base64
 import collections
+import fractions
 import re
 import shutil
 import struct
@@ -244,6 +245,10 @@ class Mpeg4Test(runs.RunTest):
             media = samples(exported.file, trak)
             hints = samples(exported.file, hint)
             scale, clock = (runs.time_scale(child(t, "mdia", "mdhd")) for t in (trak, hint))
+            for edit in runs.edits_of(hint, runs.time_scale(child(exported.movie, "mvhd"))) or ():
+                end = runs.media_duration(child(hint, "mdia", "mdhd"))
+                self.assertLessEqual(fractions.Fraction(edit.media, clock) + edit.duration,
+                                     end + fractions.Fraction(1, 600), "an edit after the last hint")  # fmt: skip
             sent = [list(packets(h.data, media)) for h in hints]
             flat = [packet for group in sent for packet in group]
             self.assertLessEqual(max(packet.size for packet in flat), LIMIT)
