@@ -397,8 +397,9 @@ void RemoveUnfinishedFiles();
 // ignored. paramErr (a damaged container; nothing changes), nilHandleErr.
 [[nodiscard]] OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component,
                                                             Handle settings);
-// Exports the enabled video and sound tracks of the movie, or `only` one track (null: all), to a
-// new file, and replaces an existing one. Without an exporter, the settings are the defaults.
+// Exports the enabled video and sound tracks of the movie, or `only` one track (null: all), and the
+// text tracks that are its chapters, to a new file, and replaces an existing one. Without an
+// exporter, the settings are the defaults.
 // `flags` and `creator` are ignored. featureUnsupported (a file type other than 'mpg4', no such
 // track, two tracks of a type, or one that needs conversion), invalidSampleDescription (damaged),
 // invalidSampleTable, couldNotResolveDataRef, eofErr, file errors.

@@ -3,12 +3,14 @@
 
 import base64
 import collections
+import fractions
 import re
 import shutil
 import struct
 import unittest
 
 import runs
+from chapters_test import chapters, menu
 from runs import MEDIA, atoms, child
 
 # Every supported kind of video and sound: sound descriptions of QuickTime version 1 and of ISO;
@@ -17,6 +19,7 @@ from runs import MEDIA, atoms, child
 MOVIES = (
     "android-device/sample_sef_slow_motion.mp4", "apple-device/auth.mov",
     "apple-device/ios9.mov", "apple-device/meta.mov", "chapters/7abc46ad_chapters_QT.m4v",
+    "chapters/chapters_260qt255nero.m4a", "chapters/mp4-chapterized.m4a",
     "chapters/sample_with_chapters.mp4", "classic-mov/bt601.mov",
     "edit-lists/edit_list_positive_shift.mp4", "edit-lists/midroll-5s.mp4",
     "edit-lists/sample_edit_list_only_preroll_sync_sample.mp4", "hinted-systems/test-001.mp4", "layout/0001.mp4", "layout/sample_rotate_and_reflect.mp4",
@@ -27,11 +30,11 @@ MOVIES = (
 # Every atom that may be in the movie header, by its parent (ISO/IEC 14496-12, -14 and -15).
 ALLOWED = {
     "moov": "mvhd iods trak udta", "trak": "tkhd tref edts mdia udta", "edts": "elst",
-    "tref": "hint", "udta": "hnti", "hnti": "sdp  rtp ", "mdia": "mdhd elng hdlr minf",
-    "minf": "vmhd smhd hmhd dinf stbl", "dinf": "dref",
+    "tref": "hint chap", "udta": "hnti", "hnti": "sdp  rtp ", "mdia": "mdhd elng hdlr minf",
+    "minf": "vmhd smhd gmhd hmhd dinf stbl", "dinf": "dref",
     "stbl": "stsd stts ctts stss stsc stsz stco sdtp sgpd sbgp",
     "avc1": "avcC pasp colr clap btrt", "mp4v": "esds pasp colr clap btrt", "mp4a": "esds",
-    "rtp ": "tims", "dref": "url ", "stsd": "avc1 mp4v mp4a rtp ",
+    "rtp ": "tims", "dref": "url ", "stsd": "avc1 mp4v mp4a text rtp ", "gmhd": "gmin text",
 }  # fmt: skip
 # The number of bytes of fields before the children.
 HEADS = {"stsd": 8, "dref": 8, "avc1": 78, "mp4v": 78, "mp4a": 28, "rtp ": 16}
@@ -242,6 +245,10 @@ class Mpeg4Test(runs.RunTest):
             media = samples(exported.file, trak)
             hints = samples(exported.file, hint)
             scale, clock = (runs.time_scale(child(t, "mdia", "mdhd")) for t in (trak, hint))
+            for edit in runs.edits_of(hint, runs.time_scale(child(exported.movie, "mvhd"))) or ():
+                end = runs.media_duration(child(hint, "mdia", "mdhd"))
+                self.assertLessEqual(fractions.Fraction(edit.media, clock) + edit.duration,
+                                     end + fractions.Fraction(1, 600), "an edit after the last hint")  # fmt: skip
             sent = [list(packets(h.data, media)) for h in hints]
             flat = [packet for group in sent for packet in group]
             self.assertLessEqual(max(packet.size for packet in flat), LIMIT)
@@ -318,6 +325,7 @@ class RealMovies(Mpeg4Test):
                         self.assert_same(runs.frames(path, stream),
                                          runs.frames(MEDIA / name, stream), stream)  # fmt: skip
                 self.assert_hinted(exported)
+                self.assertEqual(chapters(path), chapters(MEDIA / name))
                 known = set(runs.complaints(MEDIA / name))
                 self.assertEqual([c for c in runs.complaints(path) if c not in known], [])
                 told, _ = runs.read_by("mediainfo", "--Inform=General;%Format%|%CodecID%|%VideoCount%|%AudioCount%|%IsTruncated%", path)
@@ -355,6 +363,34 @@ class RealMovies(Mpeg4Test):
             done = self.run_in_folder("clipjoin", movie, "-mp4", *options, "-o", "out.m4a")
             self.assertEqual(done, runs.Result(0, "", ANNOTATIONS if said else ""))
         self.assertEqual(child(Exported(self.folder / "out.m4a").movie, "udta", "meta"), b"")
+
+
+@runs.has_tools("ffmpeg", "ffprobe", "mediainfo")
+class Books(Mpeg4Test):
+    def test_have_chapters_where_readers_find_them(self):
+        """Also after edits: most readers do not apply those of a chapter track."""
+        talk = runs.make_clip(self.folder / "talk.m4a", "-f", "lavfi", "-i", "sine=d=4", "-c:a", "aac")
+        made = ("-auto-chapters", talk, "-chapter-name", "Größe", talk, "-add-chapter", "Mitte", "1.5")
+        book = self.export(*made, output="book.m4b")
+        plain = self.join_whole("plain.mov", talk, talk)
+        self.assert_same(runs.sound(book), runs.sound(plain), "sound")
+        for edits, expected in (
+            ([], [(0, "Größe"), (1500, "Mitte"), (4000, "talk")]),
+            (["-startAt", "1"], [(0, "Größe"), (500, "Mitte"), (3000, "talk")]),
+            (["-nochapter", "Mitte"], [(0, "Größe"), (1500, "talk")]),
+            (["-rate", "2"], [(0, "Größe"), (750, "Mitte"), (2000, "talk")]),
+        ):
+            with self.subTest(edits):
+                path = self.export(book, *edits, output="out.m4b")
+                exported = self.assert_strict(path)
+                self.assert_hinted(exported)
+                (text,) = exported.of_kind("text")
+                self.assertEqual(child(text, "tkhd")[3], 6, "players show enabled text as subtitles")
+                for reader in (chapters, menu):
+                    self.assertEqual(reader(path), expected)
+                if shutil.which("mkvmerge"):
+                    told, _ = runs.read_by("mkvmerge", "-J", path)
+                    self.assertIn(b'"num_entries": %d' % len(expected), told)
 
 
 def error(call, code):

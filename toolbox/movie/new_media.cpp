@@ -8,7 +8,6 @@
 #include "toolbox/movie/movie.h"
 
 namespace toolbox {
-namespace {
 
 Sibling HeaderFor(FourCC type) {
   if (type == FourCC{"vide"}) return SiblingOf(VideoMediaHeader());
@@ -17,8 +16,6 @@ Sibling HeaderFor(FourCC type) {
   if (type == FourCC{"text"}) header.text.emplace();
   return SiblingOf(header);
 }
-
-}  // namespace
 
 MediaRecord NewMedia(FourCC type, std::int32_t scale, DataReference where, bool isIso) {
   MediaRecord media;

@@ -1,12 +1,16 @@
 #include "toolbox/mpeg4/export_mpeg4.h"
 
 #include <algorithm>
-#include <string>
+#include <map>
+#include <memory>
+#include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "toolbox/atoms/fields.h"
 #include "toolbox/atoms/sample_entries.h"
+#include "toolbox/movie/new_media.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/mpeg4/fold_rates.h"
 #include "toolbox/mpeg4/hint_tracks.h"
@@ -18,16 +22,17 @@
 namespace toolbox {
 namespace {
 
-constexpr FourCC kVideo{"vide"}, kSound{"soun"};
+constexpr FourCC kVideo{"vide"}, kSound{"soun"}, kText{"text"}, kChapters{"chap"};
 
-// Whether the track is exported: it is enabled and shows pictures or sound. If `only` is not null,
-// no other track is exported.
-bool Belongs(const TrackRecord& track, const TrackRecord* only) {
-  if (!track.media || !track.IsEnabled() || (only != nullptr && &track != only)) return false;
-  const FourCC type = track.media->Type();
-  // The exported media has only samples that are shown. A track that shows nothing would have no
-  // samples, and perhaps not even a sample description.
-  return (type == kVideo || type == kSound) && !SamplesInUse(track).empty();
+// Whether the track shows samples of that kind. The exported media has only samples that are shown.
+// Of a track that shows nothing, perhaps not even a sample description would be left.
+bool Shows(const TrackRecord& track, FourCC type) {
+  return track.media && track.media->Type() == type && !SamplesInUse(track).empty();
+}
+
+// Whether the track plays in the export: it is enabled and shows pictures or sound.
+bool Plays(const TrackRecord& track) {
+  return track.IsEnabled() && (Shows(track, kVideo) || Shows(track, kSound));
 }
 
 // Converts the language of a media header to the form of ISO.
@@ -61,7 +66,10 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
     // Unused descriptions are not written, so an unknown format there is no reason to refuse.
-    if (isUsed[i]) description = Mpeg4Description(description, media.header.scale);
+    // Text keeps its description: readers of chapters expect that of QuickTime.
+    if (isUsed[i] && media.Type() != kText) {
+      description = Mpeg4Description(description, media.header.scale);
+    }
   }
   // The only other child of the media that ISO knows is the extended language.
   const Sibling* language = FindSibling(media.siblings, FourCC{"elng"});
@@ -70,8 +78,7 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   media.siblings = std::move(siblings);
   // A new header with the default values, because QuickTime's can have settings for mixing colours
   // that ISO does not define.
-  media.infoSiblings = {media.Type() == kVideo ? SiblingOf(VideoMediaHeader())
-                                               : SiblingOf(SoundMediaHeader())};
+  media.infoSiblings = {HeaderFor(media.Type())};
   media.dataSiblings.clear();
   media.userData = {};
   media.handler = IsoHandler(media.handler);
@@ -80,15 +87,70 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   media.header.flags = 0;
 }
 
-// Converts the track and its media. Throws Refused like FoldRates and ConvertMedia.
+// Lays the samples of a chapter track out anew, because most readers of chapters ignore edits. One
+// edit then shows all samples, and each lasts as long as it was shown. A gap belongs to the chapter
+// before it; the empty edit before the first chapter stays. All rates are 1 or 0, and all samples
+// in use are in chunks.
+//
+//   edits  |- -|A|B|- -|  C  |          |- -|    1 edit   |
+//   media  | A  |  B  |  C  |     ->        |A|  B  |  C  |
+//
+// Throws Refused: invalidDuration (a chapter is too long for a file), featureUnsupported (encrypted
+// samples).
+void LayOutChapters(TrackRecord& track) {
+  // Many edits may show many samples each. A track with more samples than this keeps its edits.
+  constexpr std::uint64_t kMostChapters = 1 << 20;
+  MediaRecord& media = *track.media;
+  if (media.IsProtected()) throw Refused{featureUnsupported};
+  const Clock clock = track.TimeClock();
+  const MovieTime offset = track.edits.Offset(), length = track.edits.Duration() - offset;
+  struct Chapter {
+    std::uint64_t sample = 0;
+    MediaTime start;
+  };
+  std::vector<Chapter> chapters;
+  for (const Edit& edit : track.edits.Edits()) {
+    const SampleRange shown = SamplesFor(track, edit).samples;
+    if (chapters.size() + shown.Count() > kMostChapters) return;
+    for (std::uint64_t sample = shown.from; sample < shown.to; ++sample) {
+      // Two edits that show parts of a chapter do not make two of it.
+      if (!chapters.empty() && chapters.back().sample == sample) continue;
+      const MediaTime into = media.samples.TimeOf(sample) - edit.mediaTime;
+      chapters.push_back(
+          {sample, clock.Shown(edit.start - offset, 1.0) + std::max(into, MediaTime{})});
+    }
+  }
+  if (chapters.empty()) return;
+  chapters.push_back({.start = clock.Shown(length, 1.0)});
+  SampleRows rows;
+  for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
+    // Rounding can put the start of an edit before the end of the one before it.
+    const std::int64_t lasts = std::max(chapters[i + 1].start - rows.duration, MediaTime{}).units;
+    if (lasts > UINT32_MAX) throw Refused{invalidDuration};
+    const std::uint64_t sample = chapters[i].sample;
+    ForEachPiece(media.samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
+      rows.AddSample(static_cast<std::uint32_t>(lasts), static_cast<std::uint32_t>(piece.size),
+                     piece.offset, piece.description);
+    });
+  }
+  media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(rows)));
+  track.edits = {};
+  if (offset > MovieTime{}) track.edits.Append(offset, Edit::kNothing, 1.0, clock);
+  track.edits.Append(length, {0}, 1.0, clock);
+}
+
+// Converts the track and its media. Throws Refused like FoldRates, ConvertMedia and LayOutChapters.
 void ConvertTrack(TrackRecord& track) {
   // ISO/IEC 14496-12 8.3.2.
-  constexpr std::uint32_t kEnabledInMovieAndPreview = 7;
-  const bool isSound = track.media->Type() == kSound;
+  constexpr std::uint32_t kInMovieAndPreview = 6;
+  const bool isSound = track.media->Type() == kSound, isText = track.media->Type() == kText;
   FoldRates(track);
   ConvertMedia(track, *track.media);
+  if (isText) LayOutChapters(track);
   TrackHeader& header = track.header;
-  header.flags = kEnabledInMovieAndPreview;
+  header.flags = kInMovieAndPreview;
+  // Players would show chapters that are enabled as subtitles.
+  if (!isText) header.flags |= TrackHeader::kEnabled;
   header.alternateGroup = 0;
   header.volume = isSound ? 0x100 : 0;  // 8.8
   if (isSound) header.width = header.height = 0;
@@ -100,19 +162,40 @@ void ConvertTrack(TrackRecord& track) {
   track.editSiblings.clear();
 }
 
-// A converted copy of the movie, with only the exported tracks. Throws Refused: featureUnsupported
-// if no track is left, or more than one of a kind; and whatever ConvertTrack throws.
+// A converted copy of the movie, with only the tracks that play and their chapters. If `only` is
+// not null, no other track plays. Throws Refused: featureUnsupported if no track plays, or more
+// than one of a kind; and whatever ConvertTrack throws.
 std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecord* only) {
   auto converted = movie.Clone();
-  // From the last to the first, so that the indexes of the others stay valid.
-  for (std::size_t i = movie.tracks.size(); i-- > 0;) {
-    if (!Belongs(*movie.tracks[i], only)) converted->RemoveTrack(*converted->tracks[i]);
+  std::map<FourCC, TrackRecord*> playing;
+  std::set<const TrackRecord*> exported;
+  for (std::size_t i = 0; i < movie.tracks.size(); ++i) {
+    TrackRecord& track = *converted->tracks[i];
+    if (!Plays(track) || (only != nullptr && movie.tracks[i].get() != only)) continue;
+    // One track of each kind is enough for a player, and the object descriptor has room for no
+    // more.
+    if (!playing.try_emplace(track.media->Type(), &track).second) throw Refused{featureUnsupported};
+    exported.insert(&track);
   }
-  // One track of each kind is enough for a player, and the object descriptor has room for no more.
-  const auto& tracks = converted->tracks;
-  const bool isTwice = tracks.size() == 2 && tracks[0]->media->Type() == tracks[1]->media->Type();
-  if (tracks.empty() || tracks.size() > 2 || isTwice) throw Refused{featureUnsupported};
-  for (const auto& track : tracks) ConvertTrack(*track);
+  if (playing.empty()) throw Refused{featureUnsupported};
+  for (const auto& track : converted->tracks) {
+    for (std::size_t i = 1; i <= track->CountReferences(kChapters); ++i) {
+      TrackRecord* chapters = track->Reference(kChapters, i);
+      if (chapters == nullptr || !Shows(*chapters, kText)) continue;
+      exported.insert(chapters);
+      // A track that is left out passes its chapters on, to the pictures if there are any.
+      if (!exported.contains(track.get())) playing.rbegin()->second->Refer(kChapters, *chapters);
+    }
+  }
+  // From the last to the first, so that the indexes of the others stay valid.
+  for (std::size_t i = converted->tracks.size(); i-- > 0;) {
+    TrackRecord& track = *converted->tracks[i];
+    if (exported.contains(&track)) {
+      ConvertTrack(track);
+    } else {
+      converted->RemoveTrack(track);
+    }
+  }
   // A new header, so that no field has a value that only QuickTime defines.
   const MovieHeader& header = movie.header;
   converted->header = {.created = header.created,
@@ -149,7 +232,7 @@ Sibling ObjectDescriptor(const MovieRecord& movie) {
     const ByteSpan description = track->media->descriptions.at(0).bytes;
     if (track->media->Type() == kSound) {
       levels.sound = SoundLevel(description);
-    } else {
+    } else if (track->media->Type() == kVideo) {
       levels.pictures = PictureLevel(description);
     }
   }

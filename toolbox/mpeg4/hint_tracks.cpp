@@ -10,6 +10,7 @@
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/mpeg4/hint_samples.h"
 #include "toolbox/mpeg4/session_description.h"
+#include "toolbox/plan/used_samples.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -92,6 +93,21 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
   });
 }
 
+// The edits of a hint track of that length. Hints have the decode times of their samples, so each
+// edit starts with the first sample that the edit of the media needs, even if that sample is shown
+// later or is only needed for decoding. `clock` is that of the hint track.
+EditList HintEdits(const TrackRecord& hinted, Clock clock, MediaTime length) {
+  EditList edits;
+  for (const Edit& edit : hinted.edits.Edits()) {
+    const SampleRange needs = SamplesFor(hinted, edit).samples;
+    const MediaTime first = hinted.media->samples.TimeOf(needs.from);
+    const MediaTime start{Rescale(first.units, hinted.media->header.scale, clock.media)};
+    edits.Append(edit.duration, needs.IsEmpty() ? Edit::kNothing : start, edit.rate, clock);
+  }
+  edits.EndWithMedia(length, clock);
+  return edits;
+}
+
 // Adds a hint track for the track at `index` and returns its bit rate. Throws Refused if it cannot
 // be made; the plan does not change then.
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
@@ -117,11 +133,6 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   track.header.flags = 0;
   track.header.created = hinted.header.created;
   track.Refer(FourCC{"hint"}, hinted);
-  // The hints are shown at the same movie times as the media, but count media time by the RTP
-  // clock.
-  track.edits = hinted.edits;
-  track.edits.MapMedia(
-      [&](MediaTime time) { return MediaTime{Rescale(time.units, from.scale, payload.clock)}; });
   const std::string text =
       DescribeTrack(described, hinted.media->Type(), track.header.id, facts.bitRate);
   track.userData.items = {{FourCC{"hnti"}, Encode(TrackSessionText{AsBytes(text)})}};
@@ -134,6 +145,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
       {Encode(RtpHintEntry{.packetSize = packetSize, .clock = {payload.clock}}), 0}};
   plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
   media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
+  track.edits = HintEdits(hinted, track.TimeClock(), media.samples.Duration());
 
   // The function has its own copy of the payload, because it runs when the file is written.
   plan.made.push_back(

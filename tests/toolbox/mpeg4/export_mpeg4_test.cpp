@@ -139,8 +139,7 @@ TEST_F(Export, StatesProfilesAndLevels) {
 
 TEST_F(Export, TakesOnlyTheTracksThatBelong) {
   const auto tracks = [&] { return Planned().movie->tracks.size(); };
-  TrackRecord& text = AddPlainTrack(movie_, FourCC{"text"}, 600, PlainRows(1, 600, 10));
-  sound_->Refer(FourCC{"chap"}, text);
+  sound_->Refer(FourCC{"tmcd"}, AddPlainTrack(movie_, FourCC{"tmcd"}, 600, PlainRows(1, 600, 10)));
   EXPECT_EQ(tracks(), 2U);
   EXPECT_TRUE(Planned().movie->tracks[1]->references.empty());
   sound_->header.flags = 0;
@@ -153,6 +152,45 @@ TEST_F(Export, TakesOnlyTheTracksThatBelong) {
   pictures_->header.flags = 1;
   AddPlainTrack(movie_, kVideo, 600, PlainRows(1, 600, 10));
   EXPECT_EQ(CodeOf([&] { Planned(); }), featureUnsupported);
+}
+
+TEST_F(Export, KeepsTheChapters) {
+  constexpr FourCC kChapters{"chap"}, kText{"text"};
+  TrackRecord& titles = AddPlainTrack(movie_, kText, 600, PlainRows(1, 600, 10));
+  TrackRecord& more = AddPlainTrack(movie_, kText, 600, PlainRows(1, 600, 10));
+  for (TrackRecord* text : {&titles, &more}) {
+    text->media->descriptions = {{Atom("text", Zeros(6), U16(1), Zeros(43)), 0}};
+  }
+  // Only these two become part of the file: neither images nor a track that shows nothing.
+  pictures_->Refer(kChapters, titles);
+  sound_->Refer(kChapters, titles);
+  sound_->Refer(kChapters, more);
+  TrackRecord& images = AddPlainTrack(movie_, kVideo, 600, PlainRows(1, 600, 10));
+  images.header.flags = 0;
+  sound_->Refer(kChapters, images);
+  sound_->Refer(kChapters, AddPlainTrack(movie_, kText, 600, PlainRows(0, 600, 10)));
+  using Chapters = std::vector<TrackRecord*>;
+  const FilePlan plan = Planned(true);
+  const auto& tracks = plan.movie->tracks;
+  const Chapters both{tracks.at(2).get(), tracks.at(3).get()};
+  EXPECT_EQ(tracks[0]->references.at(0).targets, Chapters{both[0]});
+  EXPECT_EQ(tracks[1]->references.at(0).targets, both);
+  EXPECT_EQ(both[0]->header.flags, 6U);
+  EXPECT_EQ(both[0]->media->infoSiblings.at(0).type, FourCC{"gmhd"});
+  EXPECT_EQ(both[0]->media->descriptions.at(0).bytes, titles.media->descriptions[0].bytes);
+  EXPECT_EQ(tracks.at(4)->media->Type(), FourCC{"hint"});
+  EXPECT_EQ(tracks.size(), 6U);
+  // A track that is left out passes its chapters on.
+  sound_->header.flags = 0;
+  const FilePlan silent = Planned();
+  const auto& left = silent.movie->tracks;
+  ASSERT_EQ(left.size(), 3U);
+  EXPECT_EQ(left[0]->references.at(0).targets, (Chapters{left[1].get(), left[2].get()}));
+  auto nowhere = std::make_shared<SampleRows>();
+  nowhere->count = 1;
+  nowhere->AddTimes(1, 600);
+  more.media->samples = SampleTable(nowhere);
+  EXPECT_EQ(CodeOf([&] { Planned(); }), invalidSampleTable);
 }
 
 TEST_F(Export, NamesLanguagesAsIsoDoes) {
