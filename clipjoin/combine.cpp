@@ -1,7 +1,9 @@
 #include "clipjoin/combine.h"
 
 #include <cmath>
+#include <map>
 #include <tuple>
+#include <vector>
 
 #include "clipjoin/report.h"
 #include "clipjoin/sample_table_join.h"
@@ -10,6 +12,7 @@
 namespace clipjoin {
 namespace {
 
+using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::OSErr;
 using toolbox::TimeValue;
@@ -57,26 +60,51 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
   return output.manualJoin ? &kManualJoin : nullptr;
 }
 
-// Inserts `source` into the first track of the same media type that accepts it. Returns false if
-// none does. A refusal is no failure here, so it is not reported.
-bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
-  const toolbox::FourCC type = utils::MediaType(source);
+// Inserts `source` into the first track of the same media type that accepts it, and returns that
+// track; null if none does. A refusal is no failure here, so it is not reported.
+Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
+  const FourCC type = utils::MediaType(source);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
-    if (candidate == nullptr) return false;
-    if (policy.insert(candidate, source, at) == toolbox::noErr) return true;
+    if (candidate == nullptr || policy.insert(candidate, source, at) == toolbox::noErr) {
+      return candidate;
+    }
   }
 }
 
-void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
+// Returns the new track; null if it was removed again.
+Track InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
   Track added = nullptr;
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
-         toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &added));
+         toolbox::AddEmptyTrackToMovie(source, output, nullptr, FourCC(), &added));
   Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at));
   // Some readers reject a file with a track that has no sample descriptions.
-  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) == 0) {
-    toolbox::DisposeMovieTrack(added);
+  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) > 0) return added;
+  toolbox::DisposeMovieTrack(added);
+  return nullptr;
+}
+
+bool Refers(Track track, FourCC type, Track target) {
+  std::int32_t number = toolbox::GetTrackReferenceCount(track, type);
+  while (number > 0 && toolbox::GetTrackReference(track, type, number) != target) --number;
+  return number > 0;
+}
+
+// Gives `track` the references of `source` to other tracks of its movie. `targets` has the tracks
+// of the output that they went into.
+void CarryReferences(Track source, Track track, const std::map<Track, Track>& targets) {
+  for (FourCC type = toolbox::GetNextTrackReferenceType(source, FourCC()); type != FourCC();
+       type = toolbox::GetNextTrackReferenceType(source, type)) {
+    const std::int32_t count = toolbox::GetTrackReferenceCount(source, type);
+    for (std::int32_t number = 1; number <= count; ++number) {
+      const auto target = targets.find(toolbox::GetTrackReference(source, type, number));
+      // Two tracks that refer to each other can have gone into the same one.
+      if (target == targets.end() || target->second == track) continue;
+      if (Refers(track, type, target->second)) continue;
+      Report({"AddTrackReference", kClipjoinSource},
+             toolbox::AddTrackReference(track, target->second, type, nullptr));
+    }
   }
 }
 
@@ -84,9 +112,16 @@ void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& 
 // first of them makes the output longer.
 void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
   const TimeValue at = toolbox::GetMovieDuration(output);
-  for (const Track source : utils::Tracks(movie)) {
-    if (policy.reusesTracks && InsertIntoExisting(source, output, at, policy)) continue;
-    InsertIntoNew(source, output, at, policy);
+  std::map<Track, Track> targets;
+  const std::vector<Track> sources = utils::Tracks(movie);
+  for (const Track source : sources) {
+    Track track = nullptr;
+    if (policy.reusesTracks) track = InsertIntoExisting(source, output, at, policy);
+    if (track == nullptr) track = InsertIntoNew(source, output, at, policy);
+    if (track != nullptr) targets[source] = track;
+  }
+  for (const Track source : sources) {
+    if (targets.contains(source)) CarryReferences(source, targets[source], targets);
   }
 }
 
