@@ -39,12 +39,12 @@ void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool s
 struct TrackPolicy {
   const char* insertion;  // the name of `insert` in reports
   // Inserts all of `source` into `track` at `at`, in output units.
-  OSErr (*insert)(Track track, Track source, TimeValue at);
+  OSErr (*insert)(Track track, Track source, TimeValue at, bool quiet);
   bool reusesTracks;  // false: each source gets a new track
 };
 
 // Keeps the edits of `source`, where myAppendTrack shows all of its samples.
-OSErr InsertWhole(Track track, Track source, TimeValue at) {
+OSErr InsertWhole(Track track, Track source, TimeValue at, bool) {
   return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
 }
 
@@ -62,23 +62,25 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
 
 // Inserts `source` into the first track of the same media type that accepts it, and returns that
 // track; null if none does. A refusal is no failure here, so it is not reported.
-Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
+Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
+                         bool quiet) {
   const FourCC type = utils::MediaType(source);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
-    if (candidate == nullptr || policy.insert(candidate, source, at) == toolbox::noErr) {
+    if (candidate == nullptr || policy.insert(candidate, source, at, quiet) == toolbox::noErr) {
       return candidate;
     }
   }
 }
 
 // Returns the new track; null if it was removed again.
-Track InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
+Track InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
+                    bool quiet) {
   Track added = nullptr;
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
          toolbox::AddEmptyTrackToMovie(source, output, nullptr, FourCC(), &added));
-  Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at));
+  Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at, quiet));
   // Some readers reject a file with a track that has no sample descriptions.
   if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) > 0) return added;
   toolbox::DisposeMovieTrack(added);
@@ -110,14 +112,14 @@ void CarryReferences(Track source, Track track, const std::map<Track, Track>& ta
 
 // Appends the movie track by track. All tracks start where the output ended before, even if the
 // first of them makes the output longer.
-void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
+void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy, bool quiet) {
   const TimeValue at = toolbox::GetMovieDuration(output);
   std::map<Track, Track> targets;
   const std::vector<Track> sources = utils::Tracks(movie);
   for (const Track source : sources) {
     Track track = nullptr;
-    if (policy.reusesTracks) track = InsertIntoExisting(source, output, at, policy);
-    if (track == nullptr) track = InsertIntoNew(source, output, at, policy);
+    if (policy.reusesTracks) track = InsertIntoExisting(source, output, at, policy, quiet);
+    if (track == nullptr) track = InsertIntoNew(source, output, at, policy, quiet);
     if (track != nullptr) targets[source] = track;
   }
   for (const Track source : sources) {
@@ -137,7 +139,7 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   if (wanted.mode == CommandMode::kMultiplex) {
     AddInParallel(movie, options, output, wanted.scaleToOutput);
   } else if (const TrackPolicy* policy = PolicyOf(wanted)) {
-    AppendTracks(movie, output, *policy);
+    AppendTracks(movie, output, *policy, wanted.quiet);
   } else {
     const TimeValue end = toolbox::GetMovieDuration(output);
     Report({"InsertMovieSegment", kClipjoinSource},

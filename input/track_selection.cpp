@@ -27,14 +27,16 @@ void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
     if (options.disableTracks.contains(name)) toolbox::SetTrackEnabled(track, false);
     const bool isKept = (options.includeTracks.empty() || options.includeTracks.contains(name)) &&
                         !options.excludeTracks.contains(name);
-    if (options.listTracks) std::cout << '\t' << (isKept ? "* " : "  ") << name << '\n';
+    if (options.listTracks) {
+      std::cout << '\t' << (isKept ? "* " : "  ") << name << '\n';
+    }
     if (isKept) {
       ++kept;
     } else {
       toolbox::DisposeMovieTrack(track);
     }
   }
-  if (!names.empty() && kept == 0) {
+  if (!names.empty() && kept == 0 && !options.quiet) {
     std::cerr << "Warning: no tracks from " << options.path << " were used in the output movie\n";
   }
 }
