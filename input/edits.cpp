@@ -14,6 +14,7 @@
 #include "input/track_selection.h"
 #include "utils/edit_lists.h"
 #include "utils/tracks.h"
+#include "utils/visible.h"
 
 namespace input {
 namespace {
@@ -44,7 +45,8 @@ void SetTimeScale(Movie movie, const Names& names, const FileOptions& options) {
     scale = toolbox::GetMediaTimeScale(toolbox::GetTrackMedia(track));
   }
   if (scale == 0 && !name.empty()) {
-    Warn(options, "the time scale track " + name + " was not found in\n" + options.path +
+    Warn(options, "the time scale track " + utils::Visible(name) + " was not found in\n" +
+                      utils::Visible(options.path) +
                       "\nUse -list to get a list of valid track names");
   }
   if (scale == 0) return;
@@ -91,7 +93,7 @@ TimeValue LengthOfNamed(const FileOptions& options, Movie movie, const Names& na
   const std::string& name = options.lengthReferenceTrack;
   const Track track = TrackNamed(name, movie, names);
   if (track != nullptr) return toolbox::GetTrackDuration(track);
-  Warn(options, "could not find track " + name);
+  Warn(options, "could not find track " + utils::Visible(name));
   return 0;
 }
 
