@@ -10,6 +10,7 @@
 #include "chapter/text.h"
 #include "clipjoin/report.h"
 #include "utils/owned.h"
+#include "utils/visible.h"
 
 namespace chapter {
 namespace {
@@ -77,10 +78,10 @@ void StoreTag(UserData data, FourCC tag, ByteSpan value) {
 }
 
 void PrintMalformed(FourCC type, std::int32_t size, std::size_t at, std::int64_t length) {
-  std::cerr << "Error processing user data; atom ";
-  for (int shift = 24; shift >= 0; shift -= 8)
-    std::cerr.put(static_cast<char>(type.value >> shift));
-  std::cerr << " length " << size << " at " << at << " exceeds container length " << length << '\n';
+  std::string name;
+  for (int shift = 24; shift >= 0; shift -= 8) name += static_cast<char>(type.value >> shift);
+  std::cerr << "Error processing user data; atom " << utils::Visible(name) << " length " << size
+            << " at " << at << " exceeds container length " << length << '\n';
 }
 
 // Converts the tags in the atoms in `bytes`, of which the container claims to have `length`.

@@ -11,6 +11,7 @@
 #include "chapter/text.h"
 #include "utils/owned.h"
 #include "utils/tracks.h"
+#include "utils/visible.h"
 
 namespace chapter {
 namespace {
@@ -107,13 +108,14 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
   const std::set<std::string>&included = options.includeChapters,
         &excluded = options.excludeChapters;
   if (!options.listChapters && included.empty() && excluded.empty()) return;
-  if (options.listChapters) std::cout << "Chapter list for " << options.path << ":\n";
+  if (options.listChapters)
+    std::cout << "Chapter list for " << utils::Visible(options.path) << ":\n";
   std::vector<Chapter> dropped;
   for (Chapter& chapter : ReadChapters(movie)) {
     const bool isKept =
         (included.empty() || included.contains(chapter.title)) && !excluded.contains(chapter.title);
     if (options.listChapters) {
-      std::cout << '\t' << (isKept ? "* " : "  ") << chapter.title << '\n';
+      std::cout << '\t' << (isKept ? "* " : "  ") << utils::Visible(chapter.title) << '\n';
     }
     if (!isKept) dropped.push_back(std::move(chapter));
   }

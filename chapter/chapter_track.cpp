@@ -6,6 +6,7 @@
 #include "chapter/chapter.h"
 #include "clipjoin/report.h"
 #include "utils/tracks.h"
+#include "utils/visible.h"
 
 namespace chapter {
 namespace {
@@ -51,7 +52,7 @@ void DropLate(std::vector<Chapter>& chapters, std::int64_t end, std::int32_t mov
     return chapter.start > Scaled(end, chapter.scale, movieScale);
   });
   if (late == chapters.end()) return;
-  std::cerr << "Chapter " << late->title << " starts after the end of the movie.\n";
+  std::cerr << "Chapter " << utils::Visible(late->title) << " starts after the end of the movie.\n";
   chapters.erase(late, chapters.end());
 }
 

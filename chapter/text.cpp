@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "utils/owned.h"
+#include "utils/visible.h"
 
 namespace chapter {
 
@@ -11,7 +12,8 @@ std::string ConvertTextEncoding(const std::string& text, toolbox::CFStringEncodi
   const utils::OwnedString string(
       toolbox::CFStringCreateWithBytes(nullptr, reinterpret_cast<const std::uint8_t*>(text.data()),
                                        static_cast<std::int64_t>(text.size()), from, true));
-  if (string == nullptr) std::cerr << "Error encoding " << text << " to " << from << '\n';
+  if (string == nullptr)
+    std::cerr << "Error encoding " << utils::Visible(text) << " to " << from << '\n';
   return StringFromCFString(string.get(), to);
 }
 

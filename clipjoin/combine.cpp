@@ -1,7 +1,9 @@
 #include "clipjoin/combine.h"
 
 #include <cmath>
+#include <map>
 #include <tuple>
+#include <vector>
 
 #include "clipjoin/report.h"
 #include "clipjoin/sample_table_join.h"
@@ -10,6 +12,7 @@
 namespace clipjoin {
 namespace {
 
+using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::OSErr;
 using toolbox::TimeValue;
@@ -36,12 +39,12 @@ void AddInParallel(Movie movie, const FileOptions& options, Movie output, bool s
 struct TrackPolicy {
   const char* insertion;  // the name of `insert` in reports
   // Inserts all of `source` into `track` at `at`, in output units.
-  OSErr (*insert)(Track track, Track source, TimeValue at);
+  OSErr (*insert)(Track track, Track source, TimeValue at, bool quiet);
   bool reusesTracks;  // false: each source gets a new track
 };
 
 // Keeps the edits of `source`, where myAppendTrack shows all of its samples.
-OSErr InsertWhole(Track track, Track source, TimeValue at) {
+OSErr InsertWhole(Track track, Track source, TimeValue at, bool) {
   return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
 }
 
@@ -57,36 +60,70 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
   return output.manualJoin ? &kManualJoin : nullptr;
 }
 
-// Inserts `source` into the first track of the same media type that accepts it. Returns false if
-// none does. A refusal is no failure here, so it is not reported.
-bool InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
-  const toolbox::FourCC type = utils::MediaType(source);
+// Inserts `source` into the first track of the same media type that accepts it, and returns that
+// track; null if none does. A refusal is no failure here, so it is not reported.
+Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
+                         bool quiet) {
+  const FourCC type = utils::MediaType(source);
   for (std::int32_t i = 1;; ++i) {
     const Track candidate =
         toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
-    if (candidate == nullptr) return false;
-    if (policy.insert(candidate, source, at) == toolbox::noErr) return true;
+    if (candidate == nullptr || policy.insert(candidate, source, at, quiet) == toolbox::noErr) {
+      return candidate;
+    }
   }
 }
 
-void InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy) {
+// Returns the new track; null if it was removed again.
+Track InsertIntoNew(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
+                    bool quiet) {
   Track added = nullptr;
   Report({"AddEmptyTrackToMovie", kClipjoinSource},
-         toolbox::AddEmptyTrackToMovie(source, output, nullptr, toolbox::FourCC(), &added));
-  Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at));
+         toolbox::AddEmptyTrackToMovie(source, output, nullptr, FourCC(), &added));
+  Report({policy.insertion, kClipjoinSource}, policy.insert(added, source, at, quiet));
   // Some readers reject a file with a track that has no sample descriptions.
-  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) == 0) {
-    toolbox::DisposeMovieTrack(added);
+  if (toolbox::GetMediaSampleDescriptionCount(toolbox::GetTrackMedia(added)) > 0) return added;
+  toolbox::DisposeMovieTrack(added);
+  return nullptr;
+}
+
+bool Refers(Track track, FourCC type, Track target) {
+  std::int32_t number = toolbox::GetTrackReferenceCount(track, type);
+  while (number > 0 && toolbox::GetTrackReference(track, type, number) != target) --number;
+  return number > 0;
+}
+
+// Gives `track` the references of `source` to other tracks of its movie. `targets` has the tracks
+// of the output that they went into.
+void CarryReferences(Track source, Track track, const std::map<Track, Track>& targets) {
+  for (FourCC type = toolbox::GetNextTrackReferenceType(source, FourCC()); type != FourCC();
+       type = toolbox::GetNextTrackReferenceType(source, type)) {
+    const std::int32_t count = toolbox::GetTrackReferenceCount(source, type);
+    for (std::int32_t number = 1; number <= count; ++number) {
+      const auto target = targets.find(toolbox::GetTrackReference(source, type, number));
+      // Two tracks that refer to each other can have gone into the same one.
+      if (target == targets.end() || target->second == track) continue;
+      if (Refers(track, type, target->second)) continue;
+      Report({"AddTrackReference", kClipjoinSource},
+             toolbox::AddTrackReference(track, target->second, type, nullptr));
+    }
   }
 }
 
 // Appends the movie track by track. All tracks start where the output ended before, even if the
 // first of them makes the output longer.
-void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy) {
+void AppendTracks(Movie movie, Movie output, const TrackPolicy& policy, bool quiet) {
   const TimeValue at = toolbox::GetMovieDuration(output);
-  for (const Track source : utils::Tracks(movie)) {
-    if (policy.reusesTracks && InsertIntoExisting(source, output, at, policy)) continue;
-    InsertIntoNew(source, output, at, policy);
+  std::map<Track, Track> targets;
+  const std::vector<Track> sources = utils::Tracks(movie);
+  for (const Track source : sources) {
+    Track track = nullptr;
+    if (policy.reusesTracks) track = InsertIntoExisting(source, output, at, policy, quiet);
+    if (track == nullptr) track = InsertIntoNew(source, output, at, policy, quiet);
+    if (track != nullptr) targets[source] = track;
+  }
+  for (const Track source : sources) {
+    if (targets.contains(source)) CarryReferences(source, targets[source], targets);
   }
 }
 
@@ -102,7 +139,7 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   if (wanted.mode == CommandMode::kMultiplex) {
     AddInParallel(movie, options, output, wanted.scaleToOutput);
   } else if (const TrackPolicy* policy = PolicyOf(wanted)) {
-    AppendTracks(movie, output, *policy);
+    AppendTracks(movie, output, *policy, wanted.quiet);
   } else {
     const TimeValue end = toolbox::GetMovieDuration(output);
     Report({"InsertMovieSegment", kClipjoinSource},

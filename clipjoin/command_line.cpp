@@ -10,6 +10,7 @@
 #include "clipjoin/report.h"
 #include "clipjoin/usage.h"
 #include "clipjoin/values.h"
+#include "utils/visible.h"
 
 namespace clipjoin {
 namespace {
@@ -33,7 +34,8 @@ CommandMode ModeOf(std::string_view name) {
 // Adds an input; the file options that follow change its settings.
 void TakeFileName(const char* argument, Parser& parser) {
   if (parser.line.output.namesFromStdin) {
-    std::cerr << "Ignoring argument " << argument << " because -names-from-stdin was passed\n";
+    std::cerr << "Ignoring argument " << utils::Visible(argument)
+              << " because -names-from-stdin was passed\n";
     return;
   }
   parser.AddInput(parser.global, argument);
@@ -70,7 +72,7 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
       } else if (const Option* option = FindOption(argument, output.mode)) {
         option->carryOut(argument, next, parser);
       } else {
-        std::cerr << "Unrecognized option " << argument << '\n';
+        std::cerr << "Unrecognized option " << utils::Visible(argument) << '\n';
         return refuse(1);
       }
     }
@@ -82,6 +84,7 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
     PrintDurationHelp(bad.text);
     return ExitStatus{1};
   }
+  for (input::InputMovie& input : parser.line.inputs) input.options.quiet = output.quiet;
   if (!parser.line.inputs.empty()) return std::move(parser.line);
   std::cerr << "No movies found\n";
   return refuse(2);

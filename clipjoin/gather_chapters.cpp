@@ -14,6 +14,7 @@
 #include "input/track_names.h"
 #include "utils/owned.h"
 #include "utils/tracks.h"
+#include "utils/visible.h"
 
 namespace clipjoin {
 namespace {
@@ -42,12 +43,13 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   const std::vector<std::string> names = input::TrackNames(movie);
   const Track track = input::TrackNamed(*name, movie, names);
   if (track == nullptr) {
-    std::cerr << "No track named " << *name << " found in final movie.\nTrack names:\n";
-    for (const std::string& other : names) std::cerr << other << '\n';
+    std::cerr << "No track named " << utils::Visible(*name)
+              << " found in final movie.\nTrack names:\n";
+    for (const std::string& other : names) std::cerr << utils::Visible(other) << '\n';
     return nullptr;
   }
   if (utils::MediaType(track) == toolbox::FourCC{"text"}) return track;
-  std::cerr << "The track named " << *name << " is a " << input::KindName(track)
+  std::cerr << "The track named " << utils::Visible(*name) << " is a " << input::KindName(track)
             << " track.\nChapter tracks must be text tracks.\n";
   return nullptr;
 }

@@ -73,10 +73,10 @@ OSErr AppendSamples(Media source, TimeValue duration, Media media) {
 
 }  // namespace
 
-OSErr JoinTrackBySampleTable(Track track, Track source) {
+OSErr JoinTrackBySampleTable(Track track, Track source, bool quiet) {
   const Media media = toolbox::GetTrackMedia(track), sourceMedia = toolbox::GetTrackMedia(source);
   if (toolbox::GetMediaTimeScale(media) != toolbox::GetMediaTimeScale(sourceMedia)) {
-    std::cerr << "Different media time scales\n";
+    if (!quiet) std::cerr << "Different media time scales\n";
     return kDifferentTimeScales;
   }
   CopyDataReferences(sourceMedia, media);
@@ -88,10 +88,10 @@ OSErr JoinTrackBySampleTable(Track track, Track source) {
   return toolbox::noErr;
 }
 
-OSErr myAppendTrack(Track track, Track source, TimeValue at) {
+OSErr myAppendTrack(Track track, Track source, TimeValue at, bool quiet) {
   // Asked before the join, which gives the track a length.
   const bool isEmpty = toolbox::GetTrackDuration(track) == 0;
-  const OSErr code = JoinTrackBySampleTable(track, source);
+  const OSErr code = JoinTrackBySampleTable(track, source, quiet);
   if (code != toolbox::noErr || !isEmpty) return code;
   toolbox::SetTrackOffset(track, at);
   return toolbox::GetMoviesError();

@@ -8,15 +8,17 @@ namespace clipjoin {
 
 // Appends all samples of the media of `source` to the media of `track`, by reference, and shows
 // them at the end of `track`. All samples are shown, including those that the edits of `source`
-// hide. Failed steps are reported. Returns noErr, even if only the last step, showing the samples,
-// failed; 1 if the media have different time scales; else the code of the failed step.
-toolbox::OSErr JoinTrackBySampleTable(toolbox::Track track, toolbox::Track source);
+// hide. Failed steps are reported, and different time scales too unless `quiet`. Returns noErr,
+// even if only the last step, showing the samples, failed; 1 if the media have different time
+// scales; else the code of the failed step.
+toolbox::OSErr JoinTrackBySampleTable(toolbox::Track track, toolbox::Track source, bool quiet);
 
 // Does the same for a track of the output. A track that shows nothing yet starts at `at`, in units
 // of its movie; any other continues at its end.
 //
 //   | track |      ->   | track | source |          | nothing |   ->   |       | source |
 //                                                                              ^ at
-toolbox::OSErr myAppendTrack(toolbox::Track track, toolbox::Track source, toolbox::TimeValue at);
+toolbox::OSErr myAppendTrack(toolbox::Track track, toolbox::Track source, toolbox::TimeValue at,
+                             bool quiet);
 
 }  // namespace clipjoin

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "utils/visible.h"
+
 namespace clipjoin {
 namespace {
 
@@ -99,7 +101,7 @@ double ParseDuration(const std::string& text) {
 }
 
 void PrintDurationHelp(const std::string& text) {
-  std::cerr << "Bad duration syntax: " << text << '\n'
+  std::cerr << "Bad duration syntax: " << utils::Visible(text) << '\n'
             << "Duration should be of the form seconds.fractions or hh:mm:ss.fractions\n"
                "You can omit hh if the number of hours is 0. You can omit mm if the number\n"
                "of minutes is 0. The first field can be any number. Examples:\n"
@@ -154,7 +156,7 @@ std::int32_t ParseTransparency(Cursor& next, RGBColor& color) {
       if (text) return row->mode;
       std::cerr << "Error getting " << row->label << ".\n";
     } else if (name != "help" && name != "-help") {
-      std::cerr << "Unrecognized transparency mode " << name << ".\n";
+      std::cerr << "Unrecognized transparency mode " << utils::Visible(name) << ".\n";
     }
   } catch (const NeedMoreArguments&) {
     std::cerr << "Need more arguments in -transparency-mode\n";

@@ -14,6 +14,7 @@
 #include "input/track_selection.h"
 #include "utils/edit_lists.h"
 #include "utils/tracks.h"
+#include "utils/visible.h"
 
 namespace input {
 namespace {
@@ -31,7 +32,9 @@ TimeValue Units(Movie movie, double seconds) {
 }
 
 // Warnings are not counted as failures.
-void Warn(const std::string& text) { std::cerr << "Warning: " << text << '\n'; }
+void Warn(const FileOptions& options, const std::string& text) {
+  if (!options.quiet) std::cerr << "Warning: " << text << '\n';
+}
 
 // Sets the time scale that is given or that the media of the named track has. Does nothing if there
 // is neither.
@@ -42,8 +45,9 @@ void SetTimeScale(Movie movie, const Names& names, const FileOptions& options) {
     scale = toolbox::GetMediaTimeScale(toolbox::GetTrackMedia(track));
   }
   if (scale == 0 && !name.empty()) {
-    Warn("the time scale track " + name + " was not found in\n" + options.path +
-         "\nUse -list to get a list of valid track names");
+    Warn(options, "the time scale track " + utils::Visible(name) + " was not found in\n" +
+                      utils::Visible(options.path) +
+                      "\nUse -list to get a list of valid track names");
   }
   if (scale == 0) return;
   if (options.fixRoundoffErrors) utils::FixRoundoffErrors(movie, scale);
@@ -85,10 +89,11 @@ void TransformMovie(Movie movie, const FileOptions& options) {
 
 // The duration of the named track in movie units. 0, which trims nothing, if there is no such
 // track.
-TimeValue LengthOfNamed(const std::string& name, Movie movie, const Names& names) {
+TimeValue LengthOfNamed(const FileOptions& options, Movie movie, const Names& names) {
+  const std::string& name = options.lengthReferenceTrack;
   const Track track = TrackNamed(name, movie, names);
   if (track != nullptr) return toolbox::GetTrackDuration(track);
-  Warn("could not find track " + name);
+  Warn(options, "could not find track " + utils::Visible(name));
   return 0;
 }
 
@@ -174,7 +179,7 @@ void EditMovie(Movie movie, const FileOptions& options) {
   // Before the tracks are selected: the named track may be one that is removed.
   std::optional<TimeValue> namedLength;
   if ((options.lengthMode & clipjoin::kLengthSource) == clipjoin::kNamedTrack) {
-    namedLength = LengthOfNamed(options.lengthReferenceTrack, movie, names);
+    namedLength = LengthOfNamed(options, movie, names);
   }
 
   SelectTracks(movie, names, options);

@@ -7,6 +7,7 @@
 #include "clipjoin/report.h"
 #include "input/edits.h"
 #include "utils/movie_file.h"
+#include "utils/visible.h"
 
 namespace input {
 namespace {
@@ -23,7 +24,7 @@ constexpr char kExistenceHint[] =
 
 // Prints why the input cannot be opened.
 void Explain(const clipjoin::FileOptions& options, toolbox::OSErr code) {
-  const std::string& path = options.path;
+  const std::string path = utils::Visible(options.path);
   switch (code) {
     case toolbox::noMovieFound:
       std::cerr << path << " does not appear to be a valid movie file. Skipping it.\n";

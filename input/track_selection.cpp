@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "input/track_names.h"
+#include "utils/visible.h"
 
 namespace input {
 
@@ -19,7 +20,7 @@ std::vector<std::string> NeededNames(toolbox::Movie movie, const FileOptions& op
 
 void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
                   const FileOptions& options) {
-  if (options.listTracks) std::cout << "Track list for " << options.path << ":\n";
+  if (options.listTracks) std::cout << "Track list for " << utils::Visible(options.path) << ":\n";
   std::int32_t kept = 0;  // the next track has the number kept + 1, because removed ones are gone
   for (const std::string& name : names) {
     const toolbox::Track track = toolbox::GetMovieIndTrack(movie, kept + 1);
@@ -27,15 +28,18 @@ void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
     if (options.disableTracks.contains(name)) toolbox::SetTrackEnabled(track, false);
     const bool isKept = (options.includeTracks.empty() || options.includeTracks.contains(name)) &&
                         !options.excludeTracks.contains(name);
-    if (options.listTracks) std::cout << '\t' << (isKept ? "* " : "  ") << name << '\n';
+    if (options.listTracks) {
+      std::cout << '\t' << (isKept ? "* " : "  ") << utils::Visible(name) << '\n';
+    }
     if (isKept) {
       ++kept;
     } else {
       toolbox::DisposeMovieTrack(track);
     }
   }
-  if (!names.empty() && kept == 0) {
-    std::cerr << "Warning: no tracks from " << options.path << " were used in the output movie\n";
+  if (!names.empty() && kept == 0 && !options.quiet) {
+    std::cerr << "Warning: no tracks from " << utils::Visible(options.path)
+              << " were used in the output movie\n";
   }
 }
 

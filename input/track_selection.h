@@ -15,7 +15,8 @@ namespace input {
 std::vector<std::string> NeededNames(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
 // Enables, disables, lists (on standard output) and removes tracks as the options say. `names` are
-// those of all tracks or, if the options need no names, none. Warns if no track is left.
+// those of all tracks or, if the options need no names, none. Warns if no track is left, unless
+// quiet.
 void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
                   const clipjoin::FileOptions& options);
 

@@ -116,6 +116,9 @@ Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, F
 // --- Track references (calls/track_references.cpp): from track to track. References of one type
 // are numbered from 1.
 
+// Of the types in the order of their first references, the one after `previous`; the first for 0. 0
+// at the end.
+FourCC GetNextTrackReferenceType(Track track, FourCC previous);
 // The number of references of the type.
 std::int32_t GetTrackReferenceCount(Track track, FourCC type);
 // The track that the reference refers to. Null, without an error, if there is no such reference.

@@ -7,6 +7,7 @@
 
 #include "clipjoin/report.h"
 #include "utils/progress_line.h"
+#include "utils/visible.h"
 
 namespace utils {
 namespace {
@@ -43,7 +44,8 @@ void Explain(const QTError& error, const std::string& path) {
   if (error.code == toolbox::fBsyErr) {
     ExplainBusy(path);
   } else if (error.code == toolbox::afpAccessDenied) {
-    std::cerr << "You do not have permission to overwrite the output file\n" << path << '\n';
+    std::cerr << "You do not have permission to overwrite the output file\n"
+              << Visible(path) << '\n';
   } else {
     std::cerr << error << '\n';
   }
@@ -52,7 +54,7 @@ void Explain(const QTError& error, const std::string& path) {
 }  // namespace
 
 void ExplainBusy(const std::string& path) {
-  std::cerr << "The output file " << path
+  std::cerr << "The output file " << Visible(path)
             << " is busy.\nPlease check to see if another application has it open\n";
 }
 

@@ -11,13 +11,14 @@
 #include "utils/movie_file.h"
 #include "utils/mpeg4_compatibility.h"
 #include "utils/mpeg4_export.h"
+#include "utils/visible.h"
 
 namespace utils {
 namespace {
 
-// The extension with its dot: the last path component from its last '.' on.
+// The extension with its dot: the last path component from its last '.' on. It can be printed.
 std::string Extension(const std::string& path) {
-  return boost::filesystem::path(path).extension().native();
+  return Visible(boost::filesystem::path(path).extension().native());
 }
 
 bool IsOneOf(const std::string& extension, std::initializer_list<std::string_view> names) {

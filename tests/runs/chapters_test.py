@@ -131,12 +131,15 @@ class Chapters(runs.RunTest):
             self.named, expected=expected,
         )  # fmt: skip
 
-    def test_start_there_with_every_kind_of_join(self):
+    def test_start_there_and_are_merged_with_every_kind_of_join(self):
+        book = self.books["book.mov"]
+        own = [[(at + 1000 * i, t) for i, t in enumerate(TITLES)] for at in (2000, 6000)]
         for how in ("-manual-join", "-unique-tracks", "-force-same-tracks"):
-            made = self.assert_run(
-                "clipjoin", how, "-auto-chapters", "-self-contained", *[self.plain] * 3
-            )
-            self.assert_chapters(made, [(2000 * i, "plain one") for i in range(3)])
+            with self.subTest(how):
+                self.assert_written(
+                    "clipjoin", how, "-auto-chapters-merge", self.plain, book, book, self.plain,
+                    expected=[(0, "plain one"), *own[0], *own[1], (10000, "plain one")],
+                )  # fmt: skip
 
     def test_are_merged_with_those_of_the_inputs(self):
         own = [(2000 + 1000 * i, title) for i, title in enumerate(TITLES)]
@@ -149,12 +152,25 @@ class Chapters(runs.RunTest):
             expected=[(0, "book"), (4000, "plain one")],
         )  # fmt: skip
 
-    def test_are_kept_by_a_plain_join(self):
-        joined = self.assert_run(
-            "clipjoin", self.books["book.mov"], self.books["book.mov"], "-self-contained"
-        )
+    def test_are_kept_by_every_kind_of_join_with_the_time_code(self):
+        book = runs.make_clip(
+            self.folder / "timed.mov", "-i", str(self.books["book.mov"]), "-map", "0:v", "-map", "0:a",
+            "-c", "copy", "-timecode", "00:00:00:00",
+        )  # fmt: skip
+        own = {number: track.references for number, track in runs.tracks(book).items()}
+        self.assertEqual({kind for lists in own.values() for kind, _ in lists}, {"chap", "tmcd"})
+        again = {
+            number + len(own): [(kind, [t + len(own) for t in targets]) for kind, targets in lists]
+            for number, lists in own.items()
+        }
         twice = [(4000 * j + 1000 * i, t) for j in range(2) for i, t in enumerate(TITLES)]
-        self.assert_chapters(joined, twice)
+        for how in ([], ["-manual-join"], ["-force-same-tracks"], ["-unique-tracks"]):
+            with self.subTest(how):
+                joined = self.assert_run("clipjoin", *how, book, book, "-self-contained")
+                found = {number: t.references for number, t in runs.tracks(joined).items()}
+                self.assertEqual(found, {**own, **again} if "-unique-tracks" in how else own)
+                if "-unique-tracks" not in how:  # other readers find only one chapter track
+                    self.assert_chapters(joined, twice)
 
     def test_are_added_to_existing_ones(self):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]

@@ -116,10 +116,11 @@ class ManualJoin(SampleTableJoin):
         self.assertLess(50 * count - len(runs.sound(joined)), rate / 600)
 
     def test_a_different_media_time_scale_is_reported_and_gets_a_track(self):
+        movies = [self.one, self.scaled, self.two, self.scaled]
+        self.join_whole("quiet.mov", "-manual-join", *movies)
         done = self.run_in_folder(
-            "clipjoin", "-manual-join", self.one, self.scaled, self.two, self.scaled,
-            "-q", "-self-contained", "-o", "out.mov",
-        )  # fmt: skip
+            "clipjoin", "-manual-join", *movies, "-self-contained", "-o", "out.mov"
+        )
         # The third movie is tried with one track, and the fourth with two.
         self.assertEqual(done, runs.Result(0, "", "Different media time scales\n" * 2))
         joined = self.folder / "out.mov"

@@ -47,7 +47,7 @@ class Tracks(runs.RunTest):
 
     def test_names_given_by_the_user_are_used(self):
         # 'name' in the user data of the second track: spaces and letters of every kind.
-        name = "Głos – 声 2"
+        name = "Głos – 声 2\n\t\r\x1b[2J\x7f\u0085é"
         data = bytearray(self.movie.read_bytes())
         label = name.encode()
         item = (len(label) + 8).to_bytes(4, "big") + b"name" + label
@@ -62,10 +62,13 @@ class Tracks(runs.RunTest):
         for at in (moov, start):  # the movie is the last atom, so nothing else moves
             size = int.from_bytes(data[at : at + 4], "big") + len(udta)
             data[at : at + 4] = size.to_bytes(4, "big")
-        (self.folder / "named.mov").write_bytes(data)
-        done = self.tune("-list", "-track", name, source="named.mov")
-        lines = ["  Video Track", f"* {name}", "  Sound Track 2"]
-        self.assertEqual(done, Result(0, self.listing(*lines, source="named.mov"), ""))
+        (self.folder / "na\x1bmed.mov").write_bytes(data)
+        done = self.tune("-list", "-track", name, source="na\x1bmed.mov")
+        # On the terminal, control characters are visible.
+        visible = r"Głos – 声 2\x0a\x09\x0d\x1b[2J\x7f\xc2\x85é"
+        lines = ["  Video Track", f"* {visible}", "  Sound Track 2"]
+        listing = self.listing(*lines, source=r"na\x1bmed.mov")
+        self.assertEqual(done, Result(0, listing, ""))
         self.assertEqual(self.kinds(), ["soun"])
 
     def test_tracks_are_enabled_and_disabled(self):
@@ -80,19 +83,22 @@ class Tracks(runs.RunTest):
 
     def test_missing_names_cause_warnings(self):
         path = os.fspath(self.movie)
-        self.assertEqual(
-            self.tune("-track", "video track"),
-            Result(0, "", f"Warning: no tracks from {path} were used in the output movie\n"),
-        )
-        self.assertEqual(
-            self.tune("-timescale", "-sameAsTrack", "Klang"),
-            Result(0, "", f"Warning: the time scale track Klang was not found in\n{path}\n"
-                   "Use -list to get a list of valid track names\n"),
-        )  # fmt: skip
-        for option in ("-trimToLengthOf", "-scaleToLengthOf"):
-            done = self.tune(option, "Klang")
-            self.assertEqual(done, Result(0, "", "Warning: could not find track Klang\n"))
-            self.assertEqual(runs.movie_duration(self.folder / "out.mov"), 2)
+        for options, told in (
+            (["-track", "video\ntrack"], f"no tracks from {path} were used in the output movie"),
+            (["-timescale", "-sameAsTrack", "Kl\x1bang"],
+             f"the time scale track Kl\\x1bang was not found in\n{path}\n"
+             "Use -list to get a list of valid track names"),
+            (["-trimToLengthOf", "Klang"], "could not find track Klang"),
+            (["-scaleToLengthOf", "Kl\u009bang"], "could not find track Kl\\xc2\\x9bang"),
+        ):  # fmt: skip
+            done = self.run_in_folder(
+                "cliptune", self.movie, *options, "-self-contained", "-o", "out.mov"
+            )
+            self.assertEqual(done, Result(0, "", f"Warning: {told}\n"))
+            (self.folder / "out.mov").unlink()
+            self.assertEqual(self.tune(*options), Result(0, "", ""))
+            if told.startswith("could"):
+                self.assertEqual(runs.movie_duration(self.folder / "out.mov"), 2)
 
     def test_scales_and_lengths_come_from_named_tracks(self):
         self.assertEqual(self.tune("-timescale", "-sameAsTrack", KINDS[1]), Result(0, "", ""))

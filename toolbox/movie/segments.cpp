@@ -5,6 +5,7 @@
 #include <numeric>
 #include <vector>
 
+#include "toolbox/movie/media_types.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/refused.h"
 #include "toolbox/text/language.h"
@@ -39,15 +40,19 @@ std::uint16_t Language(const MediaRecord& media) {
                                                         : media.header.language;
 }
 
+// Whether both tracks have the same place and outline in the movie.
+bool LooksLike(const TrackRecord& a, const TrackRecord& b) {
+  return a.header.width == b.header.width && a.header.height == b.header.height &&
+         a.header.matrix == b.header.matrix && SameAtom(a.siblings, b.siblings, FourCC{"clip"}) &&
+         SameAtom(a.siblings, b.siblings, FourCC{"matt"});
+}
+
 bool Fits(const TrackRecord& track, const TrackRecord& source) {
   return track.media && MayShareMedia(*track.media, *source.media) &&
          track.media->header.scale == source.media->header.scale &&
          Language(*track.media) == Language(*source.media) &&
-         track.header.width == source.header.width && track.header.height == source.header.height &&
-         track.header.matrix == source.header.matrix &&
          track.header.alternateGroup == source.header.alternateGroup &&
-         SameAtom(track.siblings, source.siblings, FourCC{"clip"}) &&
-         SameAtom(track.siblings, source.siblings, FourCC{"matt"});
+         (LooksLike(track, source) || !DescribeMediaType(source.media->Type()).isSeen);
 }
 
 // Refuses media whose samples cannot be read, or not be decrypted, from another movie.

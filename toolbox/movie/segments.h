@@ -13,10 +13,10 @@ namespace toolbox {
 //                   ^ at        ->
 //
 // Each source track goes into a track of the movie that fits: one with the same kind of media,
-// scale, language, size, matrix, clip, matte and alternate group, preferably also as enabled or
-// disabled as the source. Each track is used once. Where none fits, a track like the source's is
-// added. References among the source tracks are kept. Media are joined by reference: no sample is
-// copied.
+// scale, language and alternate group and, if it is seen, the same size, matrix, clip and matte,
+// preferably also as enabled or disabled as the source. Each track is used once. Where none fits, a
+// track like the source's is added. References among the source tracks are kept. Media are joined
+// by reference: no sample is copied.
 //
 // Throws Refused before anything changes: invalidTime, invalidDuration, couldNotResolveDataRef,
 // invalidSampleTable, featureUnsupported (encrypted samples).

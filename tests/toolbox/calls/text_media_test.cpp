@@ -200,6 +200,9 @@ TEST_F(TextMedia, IsNamedByTrackReferences) {
     return found;
   };
   EXPECT_EQ(targets(), (std::vector{b, a, b}));
+  EXPECT_EQ(GetNextTrackReferenceType(a, FourCC()), kChap);
+  EXPECT_EQ(GetNextTrackReferenceType(a, kChap), kText);
+  EXPECT_EQ(GetNextTrackReferenceType(a, kText), FourCC());
   for (const int i : {-1, 0, 4}) {
     EXPECT_EQ(GetTrackReference(a, kChap, i), nullptr);
     EXPECT_EQ(DeleteTrackReference(a, kChap, i), badTrackIndex);
