@@ -1,18 +1,17 @@
 #include "clipjoin/gather_chapters.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <optional>
-#include <tuple>
+#include <sstream>
 
 #include "chapter/annotations.h"
 #include "chapter/chapter.h"
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
-#include "utils/owned.h"
+#include "utils/text_file.h"
 #include "utils/tracks.h"
 #include "utils/visible.h"
 
@@ -54,15 +53,6 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   return nullptr;
 }
 
-// Makes media that are created later, such as that of the chapters, keep their samples in memory
-// until the movie is written. Otherwise the samples would go into the file that the movie was read
-// from.
-void KeepNewMediaInMemory(Movie movie) {
-  // A reference of four zeros asks for a new block of memory.
-  const utils::OwnedHandle reference(4);
-  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, toolbox::FourCC{"hndl"});
-}
-
 }  // namespace
 
 void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, Movie movie,
@@ -84,18 +74,20 @@ void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {
-    if (!savesInPlace) KeepNewMediaInMemory(output);
-    code = chapter::AddChapterTrack(chapters, output, nullptr);
+    const auto samples =
+        savesInPlace ? chapter::Samples::kDefaultPlace : chapter::Samples::kInMemory;
+    code = chapter::AddChapterTrack(chapters, output, nullptr, samples);
   } else if (named != nullptr) {
     code = chapter::AddChapterReference(output, named, nullptr);
   }
   Report({"chapter::AddChapterTrack", kClipjoinSource}, code);
 }
 
-void WriteChapterXml(Movie output, const OutputOptions& wanted) {
-  if (!wanted.chapterToolXml) return;
-  std::ofstream file(*wanted.chapterToolXml, std::ios::trunc);
-  if (file) chapter::WriteChapterToolXml(file, chapter::ReadChapters(output));
+void WriteChapterXml(std::span<const Chapter> chapters, const std::string& path) {
+  std::ostringstream text;
+  chapter::WriteChapterToolXml(text, chapters);
+  const std::string reason = utils::WriteTextFile(path, text.str());
+  if (!reason.empty()) std::cerr << "Cannot write " << path << ": " << reason << '\n';
 }
 
 }  // namespace clipjoin

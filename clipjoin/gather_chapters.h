@@ -1,6 +1,8 @@
 // The chapters of the output: collected during the run, then added to the movie and to an XML file.
 #pragma once
 
+#include <span>
+#include <string>
 #include <vector>
 
 #include "clipjoin/options.h"
@@ -15,12 +17,13 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, t
 
 // Gives `output` a chapter track as `wanted` asks: a new one with `chapters` and, if they are to be
 // kept, the chapters that `output` has; or else the track named by -chapter-track. Failures are
-// reported. `savesInPlace`: the text of the chapters goes into the movie's own file.
+// reported. `savesInPlace`: the text of the chapters goes into the movie's own file, else it stays
+// in memory until the output is written.
 void AttachChapters(toolbox::Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters);
 
-// Writes the chapters of `output` to the file given with -chapter-tool-xml, if any. A file that
-// cannot be created is ignored without a message.
-void WriteChapterXml(toolbox::Movie output, const OutputOptions& wanted);
+// Writes the chapters to the file for -chapter-tool-xml, as utils::WriteTextFile does. If that
+// fails, prints why; it does not count as a failure of the run.
+void WriteChapterXml(std::span<const Chapter> chapters, const std::string& path);
 
 }  // namespace clipjoin

@@ -31,6 +31,11 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   // An edit with rate 0 shows one sample all the time.
   auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
+  // Samples that last no time are shown with the sample that follows them, so they are used if the
+  // edit shows its start.
+  const MediaTime from = samples.TimeOf(first);
+  const std::uint64_t next = from == MediaTime{} ? 0 : samples.SampleAt(from - MediaTime{1}) + 1;
+  if (ShownAt(samples, first) >= start) first = std::max(next, samples.SliceOf(first).first);
   // An edit up to the end of the decode times needs all remaining samples, also those that are
   // shown later or for no time.
   const SampleSlice& slice = samples.SliceOf(last - 1);

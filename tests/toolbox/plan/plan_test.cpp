@@ -99,6 +99,22 @@ TEST_F(Plan, DropsWhatIsShownNowhereButKeepsTheTrack) {
   EXPECT_EQ(plan.movie->tracks[0]->edits, EditList());
 }
 
+TEST_F(Plan, KeepsSamplesThatLastNoTimeWhereAnEditStartsOrEnds) {
+  auto rows = std::make_shared<SampleRows>();
+  rows->count = 8;
+  for (const std::uint32_t duration : {0U, 0U, 100U, 0U, 0U, 100U, 100U, 0U})
+    rows->AddTimes(1, duration);
+  rows->sizes.Add(8, 10);
+  rows->AddChunks(0, 1, 8, 0);
+  rows->chunkOffsets.Add(0);
+  TrackRecord& track = AddPlainTrack(movie_, kText, 600, rows);
+  EXPECT_EQ(SamplesOf(Flattened().tracks[0]), (std::vector<Range>{{0, 8}}));
+  Show(track, {{100, 100}});
+  EXPECT_EQ(SamplesOf(Flattened().tracks[0]), (std::vector<Range>{{3, 6}}));
+  Show(track, {{150, 50}});
+  EXPECT_EQ(SamplesOf(Flattened().tracks[0]), (std::vector<Range>{{2, 6}}));
+}
+
 TEST_F(Plan, CutsChunksOfHalfASecondAndAMebibyte) {
   HasFile(std::uint64_t{1} << 32);
   auto pcm = PlainRows(100000, 1, 0);
