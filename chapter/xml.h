@@ -10,8 +10,8 @@
 
 namespace chapter {
 
-// Writes the whole document in UTF-8, with the chapters in list order, and flushes the stream. The
-// caller may check the stream for errors.
+// Writes the whole document in UTF-8, with the chapters in list order, and flushes the stream.
+// Characters that XML does not allow are left out of the titles.
 std::ostream& WriteChapterToolXml(std::ostream& out, std::span<const Chapter> chapters);
 
 // A time in `scale` units per second (> 0) as clock time with thirtieths of a second: "05.15",

@@ -71,8 +71,10 @@ int Run(std::span<const char* const> arguments) {
   if (line.inputs.size() > 1) chapter::DropStaleList(output);
   if (wanted.removeOutputEditList) utils::RemoveEditLists(output);
   chapter::ApplyPlaybackFlags(output, wanted);
+  std::vector<Chapter> listed;
+  if (wanted.chapterToolXml) listed = chapter::ReadChapters(output);
   const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, line.inputs.size());
-  WriteChapterXml(output, wanted);
+  if (wanted.chapterToolXml) WriteChapterXml(listed, *wanted.chapterToolXml);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();
   return Close(wanted.quiet, status);
 }

@@ -1,10 +1,10 @@
 #include "clipjoin/gather_chapters.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 #include <tuple>
 
 #include "chapter/annotations.h"
@@ -13,6 +13,7 @@
 #include "clipjoin/report.h"
 #include "input/track_names.h"
 #include "utils/owned.h"
+#include "utils/text_file.h"
 #include "utils/tracks.h"
 
 namespace clipjoin {
@@ -90,10 +91,11 @@ void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace
   Report({"chapter::AddChapterTrack", kClipjoinSource}, code);
 }
 
-void WriteChapterXml(Movie output, const OutputOptions& wanted) {
-  if (!wanted.chapterToolXml) return;
-  std::ofstream file(*wanted.chapterToolXml, std::ios::trunc);
-  if (file) chapter::WriteChapterToolXml(file, chapter::ReadChapters(output));
+void WriteChapterXml(std::span<const Chapter> chapters, const std::string& path) {
+  std::ostringstream text;
+  chapter::WriteChapterToolXml(text, chapters);
+  const std::string reason = utils::WriteTextFile(path, text.str());
+  if (!reason.empty()) std::cerr << "Cannot write " << path << ": " << reason << '\n';
 }
 
 }  // namespace clipjoin

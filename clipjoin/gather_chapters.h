@@ -1,6 +1,8 @@
 // The chapters of the output: collected during the run, then added to the movie and to an XML file.
 #pragma once
 
+#include <span>
+#include <string>
 #include <vector>
 
 #include "clipjoin/options.h"
@@ -19,8 +21,8 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, t
 void AttachChapters(toolbox::Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters);
 
-// Writes the chapters of `output` to the file given with -chapter-tool-xml, if any. A file that
-// cannot be created is ignored without a message.
-void WriteChapterXml(toolbox::Movie output, const OutputOptions& wanted);
+// Writes the chapters to the file for -chapter-tool-xml, as utils::WriteTextFile does. If that
+// fails, prints why; it does not count as a failure of the run.
+void WriteChapterXml(std::span<const Chapter> chapters, const std::string& path);
 
 }  // namespace clipjoin

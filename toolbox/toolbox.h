@@ -369,6 +369,10 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 // was opened), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file has to be
 // written anew, and has data that must not move).
 [[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
+// Appends bytes to a new file, for files that are no movies. `offset` is where they go, which must
+// be the end of the file so far. dataNotOpenForWrite (not a new file), dskFulErr, ioErr.
+[[nodiscard]] OSErr DataHWrite64(DataHandler handler, const void* bytes, std::int64_t offset,
+                                 std::uint32_t size);
 // Writes a self-contained movie, with all media that it uses, to a new file. Always returns null:
 // the result is the movies error. The codes of CreateMovieStorage, couldNotResolveDataRef, eofErr
 // (a media file is too short), invalidSampleTable, featureUnsupported (encrypted samples that were

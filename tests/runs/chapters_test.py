@@ -4,6 +4,7 @@ every form of output; and the XML list is right."""
 
 import json
 import re
+import resource
 import xml.etree.ElementTree
 
 import runs
@@ -82,7 +83,11 @@ class Chapters(runs.RunTest):
 
     def assert_chapters(self, path, expected, within=1):
         """Two readers find the chapters at these milliseconds."""
-        for reader in (chapters, menu):
+        by_start = {}
+        for start, title in expected:
+            by_start.setdefault(start, []).append(title)
+        joined = [(start, " / ".join(titles)) for start, titles in by_start.items()]
+        for reader, expected in ((chapters, expected), (menu, joined)):
             found = reader(path)
             self.assertEqual([title for _, title in found], [title for _, title in expected])
             for (time, title), (wanted, _) in zip(found, expected):
@@ -99,7 +104,9 @@ class Chapters(runs.RunTest):
                 )
                 self.assert_chapters(made, expected)
                 listed = [title for _, title in xml_chapters(xml_file)]
-                self.assertEqual(listed, [title for _, title in expected])
+                # The list has no chapters that last no time.
+                lasting = {start: title for start, title in expected}
+                self.assertEqual(listed, list(lasting.values()))
                 again = self.assert_run("cliptune", made, "-self-contained", path="again.mov")
                 self.assert_chapters(again, expected)
         return self.folder / "made.mov"
@@ -160,9 +167,8 @@ class Chapters(runs.RunTest):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]
         self.assert_written(
             "cliptune", self.books["book.mp4"], *added,
-            # A chapter that starts at the same time as another is not added.
             expected=[
-                (0, "Intro"), (1000, TITLES[1]), (1500, "half"), (2000, "第三章"), (3000, "Fin"),
+                (0, "zero"), (0, "Intro"), (1000, TITLES[1]), (1500, "half"), (2000, "第三章"), (3000, "Fin"),
             ],
         )  # fmt: skip
 
@@ -277,6 +283,42 @@ class Chapters(runs.RunTest):
                 self.assertEqual(done.status, 1)
                 told = [track.references for track in runs.tracks(self.folder / "out.mov").values()]
                 self.assertFalse(any(told), "an incomplete track is not a chapter track")
+
+    def test_are_listed_in_a_file_that_is_written_whole_or_not_at_all(self):
+        movie = self.folder / "movie.mov"
+        movie.write_bytes(self.plain.read_bytes())
+        (self.folder / "old.xml").write_text("old")
+        add = ["-add-chapter", "a\x01b\tc", "0"]
+        cases = [
+            ("movie.mov", [movie], "it is a movie"),
+            ("movie.mov", [self.plain], "it is a movie"),
+            ("out.mov", [self.plain], "it is a movie"),
+            ("movie.mov", [movie, "-save-in-place"], "it is a movie"),
+            ("none/list.xml", [self.plain], "there is no such folder"),
+            ("/dev/full", [self.plain], "the disk is full"),
+            (".", [self.plain], "it is a folder"),
+        ]
+        for name, arguments, reason in cases:
+            with self.subTest(name=name, arguments=arguments):
+                output = [] if "-save-in-place" in arguments else ["-o", "out.mov"]
+                done = self.run_in_folder(
+                    "cliptune", *arguments, *add, "-q", "-chapter-tool-xml", name, *output
+                )
+                self.assertEqual(done, Result(0, "", f"Cannot write {name}: {reason}\n"))
+                self.assertEqual(runs.complaints(self.folder / "movie.mov"), [])
+        limited = self.run_in_folder(
+            "cliptune", self.plain, *(["-add-chapter", "x" * 250, "0"] * 9), "-q",
+            "-chapter-tool-xml", "old.xml", "-o", "/dev/null",
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)),
+        )  # fmt: skip
+        self.assertEqual(limited, Result(0, "", "Cannot write old.xml: input/output error\n"))
+        self.assertEqual((self.folder / "old.xml").read_text(), "old")
+        done = self.run_in_folder(
+            "cliptune", self.plain, *add, "-q", "-chapter-tool-xml", "/dev/stdout", "-o", "out.mov"
+        )
+        self.assertEqual(done.err, "")
+        root = xml.etree.ElementTree.fromstring(done.out)
+        self.assertEqual([title.text for title in root.iter("title")], ["ab\tc"])
 
     @runs.needs_corpus
     def test_a_list_without_a_track_is_dropped_if_its_times_are_wrong(self):

@@ -60,6 +60,11 @@ OSErr AddMovieToStorage(Movie movie, DataHandler handler) {
   return Call(__func__, [&] { AddToStorage(Valid(movie), handler); });
 }
 
+OSErr DataHWrite64(DataHandler handler, const void* bytes, std::int64_t offset,
+                   std::uint32_t size) {
+  return Call(__func__, [&] { PutInStorage(BytesAt(bytes, size), offset, handler); });
+}
+
 OSErr UpdateMovieInStorage(Movie movie, DataHandler handler) {
   return Call(__func__, [&] { UpdateStorage(Valid(movie), handler); });
 }

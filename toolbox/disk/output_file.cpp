@@ -251,20 +251,19 @@ struct OutputFile::State {
 
 OutputFile::OutputFile(const fs::path& target, Existing existing)
     : state_(std::make_unique<State>()) {
-  state_->target = Followed(target);
   state_->existing = existing;
-  const fs::path& path = state_->target;
-  CheckFolder(path.parent_path());
-  const std::optional<struct stat> old = StatusOf(path);
+  const std::optional<struct stat> old = StatusOf(target);
   if (old && S_ISDIR(old->st_mode)) throw RefusedBy(EISDIR);
   if (old && existing == Existing::kRefuse) throw RefusedBy(EEXIST);
   if (old && !S_ISREG(old->st_mode)) {
     // A device or a FIFO: it can be neither replaced nor copied to by the kernel.
     state_->kernelCopies = false;
-    state_->direct = Descriptor(path, O_WRONLY | O_NOCTTY);
+    state_->direct = Descriptor(target, O_WRONLY | O_NOCTTY);
     if (!state_->direct.IsOpen()) throw RefusedBy(errno);
     return;
   }
+  const fs::path& path = state_->target = Followed(target);
+  CheckFolder(path.parent_path());
   if (faccessat(AT_FDCWD, path.parent_path().c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
     throw RefusedBy(errno);
   }

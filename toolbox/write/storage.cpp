@@ -159,6 +159,12 @@ void AddToStorage(const MovieRecord& movie, StorageRecord* storage) {
   record.output = std::move(output);
 }
 
+void PutInStorage(ByteSpan bytes, std::int64_t at, StorageRecord* storage) {
+  StorageRecord& record = **Find(storage);
+  if (!record.output) throw Refused{dataNotOpenForWrite};
+  record.output->Write(static_cast<std::uint64_t>(at), bytes);
+}
+
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage) {
   StorageRecord& record = **Find(storage);
   if (!record.isToBeUpdated) throw Refused{dataNotOpenForWrite};

@@ -24,7 +24,7 @@ StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess ac
 // process was opened from the file to be replaced, or has media in it), and what OutputFile throws.
 StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing existing);
 
-// Each of the next three throws Refused (fnOpnErr) for a storage that is not open.
+// Each of the next four throws Refused (fnOpnErr) for a storage that is not open.
 
 // Closes the storage. A new file gets its name now. But if nothing was added to it, it does not
 // replace an existing file. Throws Refused: fBsyErr (a file that the movie needs has changed since
@@ -35,6 +35,9 @@ void CloseStorage(StorageRecord* storage);
 // one that has failed), noMovieFound (a movie without duration would replace a file), and what
 // PlanReference and WriteFile throw.
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage);
+// Writes bytes at `at`, the end of a new file. Throws Refused: dataNotOpenForWrite (not a new file,
+// or one that has failed), ioErr (another place), and what OutputFile throws.
+void PutInStorage(ByteSpan bytes, std::int64_t at, StorageRecord* storage);
 // Replaces the movie in a file opened with kUpdate. Throws Refused: dataNotOpenForWrite (not opened
 // to be updated), noMovieFound (the movie has no duration), fBsyErr (the file has been changed or
 // replaced since the movie was read, or its media would move and something else refers to them),
