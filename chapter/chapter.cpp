@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <boost/endian/conversion.hpp>
+#include <boost/icl/interval_set.hpp>
 #include <iostream>
 #include <set>
 #include <tuple>
 #include <utility>
 
-#include "chapter/playback.h"
 #include "chapter/text.h"
 #include "utils/owned.h"
 #include "utils/tracks.h"
@@ -24,7 +24,7 @@ using toolbox::Movie;
 using toolbox::TimeValue;
 using toolbox::Track;
 
-constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"}, kChapterList{"chpl"};
+constexpr FourCC kChapters{"chap"}, kText{"text"}, kEncoding{"encd"};
 
 // In bytes. The text has at most 64 KiB; atoms with its style may follow it.
 constexpr std::int32_t kLongestSample = 1 << 20;
@@ -108,27 +108,28 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
         &excluded = options.excludeChapters;
   if (!options.listChapters && included.empty() && excluded.empty()) return;
   if (options.listChapters) std::cout << "Chapter list for " << options.path << ":\n";
-  std::vector<Chapter> dropped;
-  for (Chapter& chapter : ReadChapters(movie)) {
+  // The chapters of different tracks may overlap. Here their stretches become one.
+  boost::icl::interval_set<std::int64_t> dropped;
+  std::set<std::string> unknown(included);
+  unknown.insert(excluded.begin(), excluded.end());
+  for (const Chapter& chapter : ReadChapters(movie)) {
     const bool isKept =
         (included.empty() || included.contains(chapter.title)) && !excluded.contains(chapter.title);
     if (options.listChapters) {
       std::cout << '\t' << (isKept ? "* " : "  ") << chapter.title << '\n';
     }
-    if (!isKept) dropped.push_back(std::move(chapter));
+    unknown.erase(chapter.title);
+    if (isKept) continue;
+    dropped += boost::icl::interval<std::int64_t>::right_open(chapter.start,
+                                                              chapter.start + chapter.duration);
+  }
+  for (const std::string& name : unknown) {
+    if (!options.quiet) std::cerr << "Warning: could not find chapter " << name << '\n';
   }
   // From the last to the first, so that the times of the others stay valid.
-  std::ranges::reverse(dropped);
-  for (const Chapter& chapter : dropped) {
-    std::ignore = toolbox::DeleteMovieSegment(movie, chapter.start, chapter.duration);
+  for (auto cut = dropped.rbegin(); cut != dropped.rend(); ++cut) {
+    std::ignore = toolbox::DeleteMovieSegment(movie, cut->lower(), cut->upper() - cut->lower());
   }
-  if (!dropped.empty()) DropList(movie);
-}
-
-void DropList(Movie movie) { std::ignore = RemoveMovieUserData(movie, kChapterList); }
-
-void DropStaleList(Movie movie) {
-  if (!ChapterTracks(movie).empty()) DropList(movie);
 }
 
 }  // namespace chapter

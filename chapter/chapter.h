@@ -22,22 +22,22 @@ bool HasChapters(toolbox::Movie movie);
 std::string ChapterTitle(toolbox::ByteSpan sample);
 
 // Lists the chapters on standard output if the options say so, and cuts the chapters that are not
-// kept out of the movie, with everything that is shown during them.
+// kept out of the movie, with everything that is shown during them. Warns about names that no
+// chapter has.
 void FilterChapters(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
-// Removes the chapter list ('chpl' user data) that some files have beside a chapter track or
-// instead of one. Call this when times in the movie change: the list would keep the old times.
-void DropList(toolbox::Movie movie);
-// Does so only if the movie has a chapter track. Call this when chapters are added, because they go
-// into the track alone.
-void DropStaleList(toolbox::Movie movie);
+// Where the titles of new chapters go: to the movie's default data reference, or to a block of
+// memory until the movie is written.
+enum class Samples { kDefaultPlace, kInMemory };
 
 // Adds a new, disabled text track with one sample for each chapter. The chapters are sorted by
 // time, and each lasts until the next. If chapters start after the end of the movie, prints the
 // first of them and leaves them all out. Returns null if no chapter is left or a call failed, which
 // has been reported.
-toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie movie);
-// Makes `target` the only track that refers to `chapterTrack`. A null target is the first enabled
+toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie movie,
+                                 Samples samples = Samples::kDefaultPlace);
+// Makes `target` the only track that refers to `chapterTrack`, and discards chapter tracks that are
+// disabled and that nothing refers to any more. A null target is the first enabled
 // visual track or, without one, the first enabled sound track. Failures are reported.
 // trackNotInMovie if there is no such track.
 [[nodiscard]] toolbox::OSErr AddChapterReference(toolbox::Movie movie, toolbox::Track chapterTrack,
@@ -45,6 +45,7 @@ toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie m
 // Builds a chapter track and adds the reference to it. Returns the movies error if no track was
 // built.
 [[nodiscard]] toolbox::OSErr AddChapterTrack(const std::vector<Chapter>& chapters,
-                                             toolbox::Movie movie, toolbox::Track target);
+                                             toolbox::Movie movie, toolbox::Track target,
+                                             Samples samples = Samples::kDefaultPlace);
 
 }  // namespace chapter

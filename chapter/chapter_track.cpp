@@ -77,12 +77,13 @@ std::int32_t MediaScaleFor(const std::vector<Chapter>& chapters) {
   return scale;
 }
 
-// Adds a text media to the track. Its samples go to the movie's default data reference or, without
-// one, to a block of memory that this makes.
-Media NewTextMedia(Movie movie, Track track, std::int32_t scale) {
+// Adds a text media to the track. Without a default data reference of the movie its samples go to a
+// block of memory, too.
+Media NewTextMedia(Movie movie, Track track, std::int32_t scale, Samples samples) {
   Handle place = nullptr;
   FourCC type;
-  if (toolbox::GetMovieDefaultDataRef(movie, &place, &type) != toolbox::noErr) {
+  if (samples == Samples::kInMemory ||
+      toolbox::GetMovieDefaultDataRef(movie, &place, &type) != toolbox::noErr) {
     // A handle data reference: no handle yet (4 bytes), no file name (1 byte), and a 'data' atom
     // without data.
     static constexpr std::uint8_t kNoData[] = {0, 0, 0, 8, 'd', 'a', 't', 'a'};
@@ -117,9 +118,31 @@ bool AddSamples(Media media, const std::vector<Chapter>& chapters, std::int32_t 
          Report(kEndEdits, toolbox::EndMediaEdits(media)) == toolbox::noErr;
 }
 
+bool RefersTo(Track track, Track target) {
+  for (FourCC type = toolbox::GetNextTrackReferenceType(track, FourCC()); type != FourCC();
+       type = toolbox::GetNextTrackReferenceType(track, type)) {
+    for (std::int32_t left = toolbox::GetTrackReferenceCount(track, type); left > 0; --left) {
+      if (toolbox::GetTrackReference(track, type, left) == target) return true;
+    }
+  }
+  return false;
+}
+
+// Removes those text tracks of the movie among `replaced` that are disabled and that no other track
+// refers to: players would offer them as subtitles.
+void Discard(const std::vector<Track>& replaced, Movie movie) {
+  const std::vector<Track> tracks = utils::Tracks(movie);
+  for (const Track old : tracks) {
+    if (std::ranges::find(replaced, old) == replaced.end()) continue;
+    if (toolbox::GetTrackEnabled(old) || utils::MediaType(old) != kText) continue;
+    const auto refers = [old](Track track) { return track != old && RefersTo(track, old); };
+    if (std::ranges::none_of(utils::Tracks(movie), refers)) toolbox::DisposeMovieTrack(old);
+  }
+}
+
 }  // namespace
 
-Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie) {
+Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie, Samples samples) {
   const std::int64_t end = toolbox::GetMovieDuration(movie);
   const std::int32_t movieScale = toolbox::GetMovieTimeScale(movie);
   std::ranges::stable_sort(chapters, StartsBefore);
@@ -131,7 +154,7 @@ Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie) {
   if (track == nullptr) return nullptr;
   toolbox::SetTrackEnabled(track, false);
   const std::int32_t scale = MediaScaleFor(chapters);
-  const Media media = NewTextMedia(movie, track, scale);
+  const Media media = NewTextMedia(movie, track, scale, samples);
   if (!AddSamples(media, chapters, scale)) return nullptr;
   const Chapter& first = chapters.front();
   const OSErr code =
@@ -148,19 +171,23 @@ OSErr AddChapterReference(Movie movie, Track chapterTrack, Track target) {
     if (target == nullptr) target = toolbox::GetMovieIndTrackType(movie, 1, kind, kEnabledOfKind);
   }
   if (target == nullptr) return toolbox::trackNotInMovie;
+  std::vector<Track> replaced;
   for (const Track track : utils::Tracks(movie)) {
     for (std::int32_t left = toolbox::GetTrackReferenceCount(track, kChapters); left > 0; --left) {
+      replaced.push_back(toolbox::GetTrackReference(track, kChapters, left));
       std::ignore = toolbox::DeleteTrackReference(track, kChapters, left);
     }
   }
+  std::erase(replaced, chapterTrack);
   const OSErr code =
       Report(kAddReference, toolbox::AddTrackReference(target, chapterTrack, kChapters, nullptr));
-  DropStaleList(movie);
+  if (code == toolbox::noErr) Discard(replaced, movie);
   return code;
 }
 
-OSErr AddChapterTrack(const std::vector<Chapter>& chapters, Movie movie, Track target) {
-  const Track track = BuildChapterTrack(chapters, movie);
+OSErr AddChapterTrack(const std::vector<Chapter>& chapters, Movie movie, Track target,
+                      Samples samples) {
+  const Track track = BuildChapterTrack(chapters, movie, samples);
   if (track == nullptr) return toolbox::GetMoviesError();
   return AddChapterReference(movie, track, target);
 }

@@ -67,12 +67,12 @@ int Run(std::span<const char* const> arguments) {
   if (wanted.mode == CommandMode::kMultiplex) toolbox::SetMovieSelection(output, 0, 0);
   const bool savesInPlace = line.SavesInPlace();
   AttachChapters(output, wanted, savesInPlace, std::move(chapters));
-  // The chapter list of the first input does not have the chapters of the others.
-  if (line.inputs.size() > 1) chapter::DropStaleList(output);
   if (wanted.removeOutputEditList) utils::RemoveEditLists(output);
   chapter::ApplyPlaybackFlags(output, wanted);
   std::vector<Chapter> listed;
   if (wanted.chapterToolXml) listed = chapter::ReadChapters(output);
+  // An MPEG-4 file gets no user data, so its chapters are in the track only.
+  if (savesInPlace || !wanted.mpeg4) line.inputs.front().Chapters().Settle(output);
   const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, line.inputs.size());
   if (wanted.chapterToolXml) WriteChapterXml(listed, *wanted.chapterToolXml);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();

@@ -82,6 +82,7 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
     PrintDurationHelp(bad.text);
     return ExitStatus{1};
   }
+  for (input::InputMovie& input : parser.line.inputs) input.options.quiet = output.quiet;
   if (!parser.line.inputs.empty()) return std::move(parser.line);
   std::cerr << "No movies found\n";
   return refuse(2);

@@ -5,14 +5,12 @@
 #include <iterator>
 #include <optional>
 #include <sstream>
-#include <tuple>
 
 #include "chapter/annotations.h"
 #include "chapter/chapter.h"
 #include "chapter/xml.h"
 #include "clipjoin/report.h"
 #include "input/track_names.h"
-#include "utils/owned.h"
 #include "utils/text_file.h"
 #include "utils/tracks.h"
 
@@ -53,15 +51,6 @@ Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   return nullptr;
 }
 
-// Makes media that are created later, such as that of the chapters, keep their samples in memory
-// until the movie is written. Otherwise the samples would go into the file that the movie was read
-// from.
-void KeepNewMediaInMemory(Movie movie) {
-  // A reference of four zeros asks for a new block of memory.
-  const utils::OwnedHandle reference(4);
-  std::ignore = toolbox::SetMovieDefaultDataRef(movie, reference, toolbox::FourCC{"hndl"});
-}
-
 }  // namespace
 
 void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, Movie movie,
@@ -83,8 +72,9 @@ void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {
-    if (!savesInPlace) KeepNewMediaInMemory(output);
-    code = chapter::AddChapterTrack(chapters, output, nullptr);
+    const auto samples =
+        savesInPlace ? chapter::Samples::kDefaultPlace : chapter::Samples::kInMemory;
+    code = chapter::AddChapterTrack(chapters, output, nullptr, samples);
   } else if (named != nullptr) {
     code = chapter::AddChapterReference(output, named, nullptr);
   }

@@ -54,6 +54,7 @@ struct Chapter {
 // file name change them.
 struct FileOptions {
   std::string path;  // as given
+  bool quiet = false;  // that of the output: no warnings
   std::string chapterName;  // of the automatic chapter; empty: the movie's name or the file name
   // Names. A track or chapter is kept if it is included, or nothing is, and if it is not excluded.
   std::set<std::string> includeTracks, excludeTracks;

@@ -155,19 +155,14 @@ void SetRate(Movie movie, double rate) {
   std::ignore = toolbox::ScaleMovieSegment(movie, 0, duration, std::lrint(wanted));
 }
 
-// Whether the edits change the movie times of what they keep, so that a chapter list in the user
-// data is wrong afterwards.
-bool ChangesTimes(const FileOptions& options) {
-  const unsigned operation = options.lengthMode & clipjoin::kLengthOperation;
-  return options.startAt != 0 || options.rate != 1.0 || operation == clipjoin::kScaleTracks ||
-         operation == clipjoin::kScaleMovie;
-}
-
 }  // namespace
 
-void EditMovie(Movie movie, const FileOptions& options) {
+chapter::ChapterList EditMovie(Movie movie, const FileOptions& options) {
+  chapter::ChapterList chapters(movie);
   chapter::FilterChapters(movie, options);
-  const Names names = NeededNames(movie, options);
+  Names names = NeededNames(movie, options);
+  // The file does not have the track that was made of the list, so options do not see it.
+  if (chapters.HasTrack() && !names.empty()) names.pop_back();
   SetTimeScale(movie, names, options);
   if (options.removeEditList) utils::RemoveEditLists(movie);
 
@@ -178,6 +173,7 @@ void EditMovie(Movie movie, const FileOptions& options) {
   }
 
   SelectTracks(movie, names, options);
+  chapters.Attach(movie);
   TransformTracks(movie, options);
   TransformMovie(movie, options);
   if (options.startAt != 0) {
@@ -189,7 +185,7 @@ void EditMovie(Movie movie, const FileOptions& options) {
   }
   if (options.graphicsMode != 0) SetTransparency(movie, options);
   if (options.rate != 1.0) SetRate(movie, options.rate);
-  if (ChangesTimes(options)) chapter::DropList(movie);
+  return chapters;
 }
 
 }  // namespace input

@@ -1,6 +1,7 @@
 // The edits that the options of one input ask for.
 #pragma once
 
+#include "chapter/chapter_list.h"
 #include "clipjoin/options.h"
 #include "toolbox/toolbox.h"
 
@@ -8,7 +9,8 @@ namespace input {
 
 // Edits the movie as `options` say, in this order: chapters, time scale, edit lists, tracks,
 // matrices, start, length, transparency, rate. Names that do not exist are warned about and
-// failures reported; the remaining edits are made all the same.
-void EditMovie(toolbox::Movie movie, const clipjoin::FileOptions& options);
+// failures reported; the remaining edits are made all the same. Returns the chapter list of the
+// movie as it was before.
+chapter::ChapterList EditMovie(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
 }  // namespace input

@@ -54,7 +54,7 @@ toolbox::Movie InputMovie::Open() {
     movie_.reset(toolbox::NewMovie(0));
     return movie_.get();
   }
-  EditMovie(movie_.get(), options);
+  chapters_ = EditMovie(movie_.get(), options);
   if (!options.noTagConversion) chapter::ConvertMovieTags(movie_.get());
   if (!options.saveInPlace) storage_.reset();
   return movie_.get();

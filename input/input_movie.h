@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "chapter/chapter_list.h"
 #include "clipjoin/options.h"
 #include "toolbox/toolbox.h"
 #include "utils/owned.h"
@@ -20,6 +21,8 @@ class InputMovie {
   // Opens the movie, edits it as the options say, and returns it. If it cannot be opened, prints
   // why and returns an empty movie. Call this once.
   toolbox::Movie Open();
+  // The chapter list of the movie, as Open found it.
+  const chapter::ChapterList& Chapters() const { return chapters_; }
   // Whether Open found a movie.
   bool IsOpen() const { return isOpen_; }
   // Saves the movie in its own file if its options say so and it was opened. A failure is reported
@@ -29,6 +32,7 @@ class InputMovie {
  private:
   utils::OwnedMovie movie_;
   utils::OwnedStorage storage_;  // stays open only to save in place
+  chapter::ChapterList chapters_;
   bool isOpen_ = false;
 };
 

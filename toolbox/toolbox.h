@@ -92,6 +92,7 @@ TimeValue GetTrackOffset(Track track);
 void SetTrackOffset(Track track, TimeValue offset);
 // Enables or disables the track. A disabled track is neither shown nor heard.
 void SetTrackEnabled(Track track, bool isEnabled);
+bool GetTrackEnabled(Track track);
 // The matrix that is applied to the track's pictures before the movie's.
 void GetTrackMatrix(Track track, MatrixRecord* matrix);
 void SetTrackMatrix(Track track, const MatrixRecord* matrix);
@@ -116,6 +117,9 @@ Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, F
 // --- Track references (calls/track_references.cpp): from track to track. References of one type
 // are numbered from 1.
 
+// Of the types in the order of their first references, the one after `previous`; the first for 0. 0
+// at the end.
+FourCC GetNextTrackReferenceType(Track track, FourCC previous);
 // The number of references of the type.
 std::int32_t GetTrackReferenceCount(Track track, FourCC type);
 // The track that the reference refers to. Null, without an error, if there is no such reference.

@@ -142,14 +142,11 @@ TEST_F(Chapters, AreNamedByOneTrackAlone) {
   toolbox::TrackRecord& sound =
       toolbox::AddPlainTrack(movie_, kSound, 600, toolbox::PlainRows(1, 10, 5));
   toolbox::TrackRecord& picture = *movie_.tracks[0];
-  movie_.userData.items = {{FourCC{"chpl"}, {1}}, {FourCC{"name"}, {2}}};
   sound.AddReference(kChap, picture);
   sound.AddReference(kChap, sound);
   Built({{600, 0, 0, "a"}});
   EXPECT_EQ(sound.CountReferences(kChap), 0U);
   EXPECT_EQ(picture.Reference(kChap, 1), movie_.tracks.back().get());
-  EXPECT_EQ(movie_.userData.items, (std::vector<toolbox::UserDataItem>{{FourCC{"name"}, {2}}}))
-      << "no second list that says otherwise";
 
   const Track chapters = movie_.tracks.back().get();
   toolbox::SetTrackEnabled(&picture, false);
@@ -161,6 +158,17 @@ TEST_F(Chapters, AreNamedByOneTrackAlone) {
   EXPECT_EQ(sound.CountReferences(kChap), 1U) << "nothing has changed";
   EXPECT_EQ(AddChapterReference(&movie_, chapters, chapters), toolbox::noErr);
   EXPECT_EQ(Read(&movie_), (std::vector<Row>{{0, 6000, "a"}})) << "a track may name itself";
+}
+
+TEST_F(Chapters, ReplaceATrackThatNobodyElseNeeds) {
+  for (int i = 0; i < 3; ++i) Built({{600, 0, 0, "a"}});
+  EXPECT_EQ(movie_.tracks.size(), 2U);
+  movie_.tracks[0]->AddReference(FourCC{"subt"}, *movie_.tracks[1]);
+  Built({{600, 0, 0, "b"}});
+  EXPECT_EQ(movie_.tracks.size(), 3U) << "another reference to the old one";
+  toolbox::SetTrackEnabled(movie_.tracks[2].get(), true);
+  Built({{600, 0, 0, "c"}});
+  EXPECT_EQ(movie_.tracks.size(), 4U) << "the old one is shown";
 }
 
 TEST_F(Chapters, AreReadOnceHoweverManyNameThem) {
@@ -183,12 +191,20 @@ TEST_F(Chapters, ThatAreNotWantedGoWithTheirTime) {
     EXPECT_EQ(movie->tracks[0]->edits.Duration(), movie->Duration());
     return Read(movie.get());
   };
+  CaptureStderr();
   const auto all =
       Built({{600, 600, 0, "a"}, {600, 1200, 0, "b"}, {600, 2000, 0, "c"}, {600, 3000, 0, "b"}});
   EXPECT_EQ(filtered({}, {}), all);
   EXPECT_EQ(filtered({}, {"b"}), (std::vector<Row>{{600, 600, "a"}, {1200, 1000, "c"}}));
   EXPECT_EQ(filtered({"c", "none"}, {}), (std::vector<Row>{{600, 1000, "c"}}));
   EXPECT_EQ(filtered({"a", "b"}, {"b"}), (std::vector<Row>{{600, 600, "a"}}));
+  EXPECT_EQ(GetCapturedStderr(), "Warning: could not find chapter none\n");
+
+  const Track second =
+      BuildChapterTrack({{600, 0, 0, "x"}, {600, 900, 0, "y"}, {600, 2500, 0, "z"}}, &movie_);
+  movie_.tracks[0]->AddReference(kChap, *second);
+  EXPECT_EQ(filtered({}, {"a", "x", "z"}),
+            (std::vector<Row>{{0, 800, "b"}, {800, 500, "c"}, {0, 1300, "y"}}));
 }
 
 }  // namespace

@@ -11,7 +11,6 @@ import runs
 from runs import MEDIA, Result
 
 TITLES = ["Intro", "Größe & <Maß>", "第三章", "Fin"]  # one second each
-NO_TRACK = ("chapters_NERO.mp4", "sample_with_nero_chapters_only.mp4")  # have only 'chpl'
 TWO_SECONDS = "sine=d=2:f="
 
 
@@ -321,25 +320,32 @@ class Chapters(runs.RunTest):
         self.assertEqual([title.text for title in root.iter("title")], ["ab\tc"])
 
     @runs.needs_corpus
-    def test_a_list_without_a_track_is_dropped_if_its_times_are_wrong(self):
+    def test_of_a_list_without_a_track_move_to_a_track_if_they_change(self):
         book = MEDIA / "chapters" / "chapters_NERO.mp4"
         for options, stays in (
             ([], True),
+            (["-timescale", "90000"], True),
+            (["-track", "Sound Track"], True),
             (["-trimTo", "9"], True),
+            (["-trimTo", "3"], False),
             (["-startAt", "1"], False),
             (["-rate", "2"], False),
+            (["-add-chapter", "late", "1"], False),
         ):
             with self.subTest(options):
                 out = self.folder / "book.mov"
                 done = self.run_in_folder("cliptune", "-q", book, *options, "-o", out)
                 self.assertEqual(done.status, 0)
                 self.assertEqual(b"chpl" in out.read_bytes(), stays)
+                self.assertEqual(len(runs.tracks(out)), 1 if stays else 2)
+        book2 = MEDIA / "chapters" / "sample_with_nero_chapters_only.mp4"
+        joined = self.assert_run("clipjoin", book, book2, "-self-contained")
+        later = [(14053 + time, title) for time, title in chapters(book2)]
+        self.assert_chapters(joined, chapters(book) + later, within=2)
 
     @runs.needs_corpus
     def test_of_real_books_are_read_as_other_programs_read_them(self):
         for path in sorted((MEDIA / "chapters").iterdir()):
-            if path.name in NO_TRACK:
-                continue
             with self.subTest(path.name):
                 expected = chapters(path)
                 self.assertNotEqual(expected, [])

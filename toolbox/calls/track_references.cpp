@@ -6,6 +6,10 @@
 
 namespace toolbox {
 
+FourCC GetNextTrackReferenceType(Track track, FourCC previous) {
+  return Call(__func__, [&] { return NextType(Valid(track).references, previous); });
+}
+
 std::int32_t GetTrackReferenceCount(Track track, FourCC type) {
   return Call(__func__,
               [&] { return static_cast<std::int32_t>(Valid(track).CountReferences(type)); });

@@ -52,6 +52,10 @@ void SetTrackOffset(Track track, TimeValue offset) {
   Call(__func__, [&] { SetOffset(Valid(track), {offset}); });
 }
 
+bool GetTrackEnabled(Track track) {
+  return Call(__func__, [&] { return Valid(track).IsEnabled(); });
+}
+
 void SetTrackEnabled(Track track, bool isEnabled) {
   Call(__func__, [&] {
     std::uint32_t& flags = Valid(track).header.flags;

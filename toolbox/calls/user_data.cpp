@@ -13,7 +13,7 @@ std::int16_t CountUserDataType(UserData data, FourCC type) {
 }
 
 FourCC GetNextUserDataType(UserData data, FourCC previous) {
-  return Call(__func__, [&] { return Valid(data).NextType(previous); });
+  return Call(__func__, [&] { return NextType(Valid(data).items, previous); });
 }
 
 OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number) {

@@ -40,14 +40,4 @@ void UserDataRecord::Remove(FourCC type, std::size_t number) {
   items.erase(Find(items, type, number));
 }
 
-FourCC UserDataRecord::NextType(FourCC previous) const {
-  const auto firstOf = [this](FourCC type) {
-    return std::ranges::find(items, type, &UserDataItem::type);
-  };
-  if (previous == FourCC()) return items.empty() ? FourCC() : items.front().type;
-  auto next = firstOf(previous);
-  while (next != items.end() && (next->type == previous || firstOf(next->type) != next)) ++next;
-  return next == items.end() ? FourCC() : next->type;
-}
-
 }  // namespace toolbox

@@ -1,6 +1,7 @@
 // User data: typed items of a movie, a track or a media, in file order.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -23,11 +24,19 @@ struct UserDataRecord {
   // Removes an item. The numbers of later items of the type go down by 1. Throws Refused:
   // userDataItemNotFound.
   void Remove(FourCC type, std::size_t number);
-  // The type that first appears after that of `previous`, or the first one for a null type; null at
-  // the end.
-  FourCC NextType(FourCC previous) const;
 
   friend bool operator==(const UserDataRecord&, const UserDataRecord&) = default;
 };
+
+// The type of `items` that first appears after that of `previous`, or the first one for a null
+// type; null at the end.
+template <class Item>
+FourCC NextType(const std::vector<Item>& items, FourCC previous) {
+  const auto firstOf = [&](FourCC type) { return std::ranges::find(items, type, &Item::type); };
+  if (previous == FourCC()) return items.empty() ? FourCC() : items.front().type;
+  auto next = firstOf(previous);
+  while (next != items.end() && (next->type == previous || firstOf(next->type) != next)) ++next;
+  return next == items.end() ? FourCC() : next->type;
+}
 
 }  // namespace toolbox
