@@ -34,7 +34,8 @@ TEST(ChapterToolXml, CountsSecondsInPowersOfSixtyAndTheirFractionInThirtieths) {
 
 TEST(ChapterToolXml, HoldsEveryChapterInListOrder) {
   std::ostringstream out;
-  const std::vector<Chapter> chapters{{600, 0, 0, "A&B<C>"}, {30, 45, 0, "&lt; \"\u00e9\"\x01\uffff\t"}};
+  const std::vector<Chapter> chapters{{600, 0, 0, "A&B<C>"},
+                                      {30, 45, 0, "&lt; \"\u00e9\"\x01\uffff\t"}};
   EXPECT_EQ(&WriteChapterToolXml(out, chapters), &out);
   WriteChapterToolXml(out, {});
   EXPECT_EQ(

@@ -89,7 +89,9 @@ void EditList::Insert(const EditList& other, MovieTime at, MovieTime length, Clo
 }
 
 void EditList::Delete(MovieTime from, MovieTime length, Clock clock) {
-  const auto first = Split(from, clock) - edits_.begin();
+  // Not in one expression: begin() must be taken after Split, which may move the edits.
+  const auto cut = Split(from, clock);
+  const auto first = cut - edits_.begin();
   const auto last = Split(from + length, clock);
   const auto next = edits_.erase(edits_.begin() + first, last);
   std::for_each(next, edits_.end(), [length](Edit& edit) { edit.start = edit.start - length; });
