@@ -1,5 +1,6 @@
 #include "clipjoin/clipjoin.h"
 
+#include <string>
 #include <tuple>
 #include <utility>
 #include <variant>
@@ -49,7 +50,9 @@ int Run(std::span<const char* const> arguments) {
   utils::OwnedMovie created;
   toolbox::Movie output = nullptr;
   std::vector<Chapter> chapters = wanted.addedChapters;
+  std::vector<std::string> inputs;
   for (input::InputMovie& input : line.inputs) {
+    inputs.push_back(input.options.path);
     const toolbox::Movie movie = input.Open();
     if (output == nullptr && wanted.manualJoin) {
       created.reset(toolbox::NewMovie(0));
@@ -71,7 +74,7 @@ int Run(std::span<const char* const> arguments) {
   if (line.inputs.size() > 1) chapter::DropStaleList(output);
   if (wanted.removeOutputEditList) utils::RemoveEditLists(output);
   chapter::ApplyPlaybackFlags(output, wanted);
-  const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, line.inputs.size());
+  const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, inputs);
   WriteChapterXml(output, wanted);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();
   return Close(wanted.quiet, status);
