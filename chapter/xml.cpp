@@ -1,22 +1,10 @@
 #include "chapter/xml.h"
 
-#include <boost/algorithm/string/erase.hpp>
 #include <boost/algorithm/string/replace.hpp>
 #include <ostream>
 
 namespace chapter {
 namespace {
-
-// Without the characters that XML does not allow, not even as references.
-std::string AllowedInXml(std::string text) {
-  std::erase_if(text, [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
-  });
-  for (const char* noncharacter : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
-    boost::erase_all(text, noncharacter);
-  }
-  return text;
-}
 
 std::string TwoDigits(std::int64_t number) {
   const std::string digits = std::to_string(number);
@@ -29,7 +17,7 @@ std::ostream& WriteChapterToolXml(std::ostream& out, std::span<const Chapter> ch
   out << "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<chapters version=\"1\">\n";
   for (const Chapter& chapter : chapters) {
     out << "\t<chapter starttime=\"" << FormatChapterTime(chapter.start, chapter.scale) << "\">\n"
-        << "\t\t<title>" << EscapeXmlText(AllowedInXml(chapter.title)) << "</title>\n"
+        << "\t\t<title>" << EscapeXmlText(chapter.title) << "</title>\n"
         << "\t</chapter>\n";
   }
   return out << "</chapters>\n" << std::flush;

@@ -1,5 +1,6 @@
 #include "clipjoin/clipjoin.h"
 
+#include <string>
 #include <tuple>
 #include <utility>
 #include <variant>
@@ -49,7 +50,9 @@ int Run(std::span<const char* const> arguments) {
   utils::OwnedMovie created;
   toolbox::Movie output = nullptr;
   std::vector<Chapter> chapters = wanted.addedChapters;
+  std::vector<std::string> inputs;
   for (input::InputMovie& input : line.inputs) {
+    inputs.push_back(input.options.path);
     const toolbox::Movie movie = input.Open();
     if (output == nullptr && wanted.manualJoin) {
       created.reset(toolbox::NewMovie(0));
@@ -73,7 +76,7 @@ int Run(std::span<const char* const> arguments) {
   if (wanted.chapterToolXml) listed = chapter::ReadChapters(output);
   // An MPEG-4 file gets no user data, so its chapters are in the track only.
   if (savesInPlace || !wanted.mpeg4) line.inputs.front().Chapters().Settle(output);
-  const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, line.inputs.size());
+  const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, inputs);
   if (wanted.chapterToolXml) WriteChapterXml(listed, *wanted.chapterToolXml);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();
   return Close(wanted.quiet, status);

@@ -87,7 +87,8 @@ void WriteChapterXml(std::span<const Chapter> chapters, const std::string& path)
   std::ostringstream text;
   chapter::WriteChapterToolXml(text, chapters);
   const std::string reason = utils::WriteTextFile(path, text.str());
-  if (!reason.empty()) std::cerr << "Cannot write " << path << ": " << reason << '\n';
+  if (!reason.empty())
+    std::cerr << "Cannot write " << utils::Visible(path) << ": " << reason << '\n';
 }
 
 }  // namespace clipjoin

@@ -1,13 +1,40 @@
-// A request that cannot be carried out. Thrown inside the toolbox; calls turn it into a result
-// code.
+// What the toolbox throws if it cannot do something. Calls turn it into a result code.
 #pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
 
 #include "toolbox/codes.h"
 
 namespace toolbox {
 
-struct Refused {
-  OSErr code;
+// Each text is empty if it is unknown. They are for people only; see Call.
+struct Failure {
+  OSErr code = noErr;
+  std::string file = {};  // the path of the file that it is about
+  std::string path = {};  // the atoms around the fault, outermost first: "/moov/trak/mdhd"
+  std::string reason = {};  // "the atom ends inside duration"
+
+  // Adds what is known where the failure passes through: `name` is the path of a file.
+  void NameFile(const std::string& name) {
+    if (file.empty()) file = name;
+  }
 };
+
+// A request that cannot be carried out.
+struct Refused : Failure {
+  Refused(OSErr error, std::string why = {}, std::string where = {})
+      : Failure{error, std::move(where), {}, std::move(why)} {}
+};
+
+// Throws Refused (eofErr) unless the bytes [at, at + size) are in a file of `end` bytes.
+inline void CheckEnd(std::uint64_t at, std::uint64_t size, std::uint64_t end,
+                     const std::string& file = {}) {
+  if (at <= end && size <= end - at) return;
+  throw Refused{eofErr,
+                std::to_string(size) + " bytes at " + std::to_string(at) + " lie behind its end",
+                file};
+}
 
 }  // namespace toolbox

@@ -24,6 +24,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "toolbox/types.h"
 
@@ -63,6 +64,9 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
 // done and the total. An empty function removes it.
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress);
+// Sets the function that is called before FlattenMovieDataToDataRef and ConvertMovieToDataRef copy
+// media of the movie, with the path of each file that they copy from. An empty function removes it.
+void SetMovieSourceProc(Movie movie, std::function<void(const std::string& path)> copiesFrom);
 // Gets a new handle with the data reference for media that are created without one. The caller
 // disposes of it. noDefaultDataRef (there is none; the handle is then null).
 [[nodiscard]] OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType);

@@ -1,9 +1,10 @@
 #include "utils/output.h"
 
 #include <algorithm>
-#include <boost/filesystem/path.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <initializer_list>
 #include <iostream>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -36,6 +37,21 @@ void WarnAboutExtension(const std::string& extension, const char* program) {
               << " extension may confuse some programs.\n"
                  "Use no extension or a .mov extension.\n";
   }
+}
+
+// Prints a notice for each file that is no input when media are copied from it: a movie from
+// elsewhere could refer to a private file. An export may be tried again, but it is printed once.
+void NoteForeignMedia(toolbox::Movie movie, const std::vector<std::string>& inputs) {
+  toolbox::SetMovieSourceProc(
+      movie, [inputs, told = std::set<std::string>()](const std::string& path) mutable {
+        const auto isPath = [&path](const std::string& input) {
+          boost::system::error_code unknown;
+          return boost::filesystem::equivalent(input, path, unknown);
+        };
+        if (std::ranges::none_of(inputs, isPath) && told.insert(path).second) {
+          std::cerr << "Copying media from " << Visible(path) << ".\n";
+        }
+      });
 }
 
 int WriteQuickTime(toolbox::Movie movie, const std::string& path,
@@ -104,14 +120,16 @@ std::string desktopFolderPath() {
   return {path.begin(), std::ranges::find(path, 0)};
 }
 
-int finishOutput(toolbox::Movie movie, const clipjoin::OutputOptions& options, std::size_t inputs) {
+int finishOutput(toolbox::Movie movie, const clipjoin::OutputOptions& options,
+                 const std::vector<std::string>& inputs) {
+  if (!options.quiet) NoteForeignMedia(movie, inputs);
   const std::string path =
       options.outputPath
           ? *options.outputPath
           : (boost::filesystem::path(desktopFolderPath()) / (options.mpeg4 ? "out.mp4" : "out.mov"))
                 .native();
   return options.mpeg4 ? WriteMPEG4(movie, path, options)
-                       : WriteQuickTime(movie, path, options, inputs);
+                       : WriteQuickTime(movie, path, options, inputs.size());
 }
 
 }  // namespace utils

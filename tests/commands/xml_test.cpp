@@ -34,17 +34,16 @@ TEST(ChapterToolXml, CountsSecondsInPowersOfSixtyAndTheirFractionInThirtieths) {
 
 TEST(ChapterToolXml, HoldsEveryChapterInListOrder) {
   std::ostringstream out;
-  const std::vector<Chapter> chapters{{600, 0, 0, "A&B<C>"},
-                                      {30, 45, 0, "&lt; \"\u00e9\"\x01\uffff\t"}};
+  const std::vector<Chapter> chapters{{600, 0, 0, "A&B<C>"}, {30, 45, 0, "&lt; \"\u00e9\"\x01\t"}};
   EXPECT_EQ(&WriteChapterToolXml(out, chapters), &out);
   WriteChapterToolXml(out, {});
-  EXPECT_EQ(
-      out.str(),
-      "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<chapters version=\"1\">\n"
-      "\t<chapter starttime=\"0.00\">\n\t\t<title>A&amp;B&lt;C></title>\n\t</chapter>\n"
-      "\t<chapter starttime=\"01.15\">\n\t\t<title>&amp;lt; \"\u00e9\"\t</title>\n\t</chapter>\n"
-      "</chapters>\n"
-      "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<chapters version=\"1\">\n</chapters>\n");
+  EXPECT_EQ(out.str(),
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<chapters version=\"1\">\n"
+            "\t<chapter starttime=\"0.00\">\n\t\t<title>A&amp;B&lt;C></title>\n\t</chapter>\n"
+            "\t<chapter starttime=\"01.15\">\n\t\t<title>&amp;lt; "
+            "\"\u00e9\"\x01\t</title>\n\t</chapter>\n"
+            "</chapters>\n"
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<chapters version=\"1\">\n</chapters>\n");
 }
 
 }  // namespace

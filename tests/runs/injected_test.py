@@ -72,6 +72,15 @@ class InjectedFailures(runs.RunTest):
         )
         self.assertEqual(self.pictures(), 10)
 
+    def test_a_trace_names_the_failures(self):
+        done = self.run_in_folder(
+            "failing_clipjoin", self.one, self.two, "-q", "-self-contained", "-o", "out.mov",
+            env={"FAIL": "InsertMovieSegment:1:-50", "REELWORK_TRACE": "1"},
+        )  # fmt: skip
+        self.assertRegex(
+            done.err, r"(?m)^InsertMovieSegment: -50: the call hook refused it\nError in Ins"
+        )
+
     def test_movies_after_a_segment_that_cannot_be_inserted_are_joined(self):
         message = error("InsertMovieSegment", -50, "clipjoin.cpp")
         movies = [self.one, self.two, self.three]

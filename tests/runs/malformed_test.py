@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
 """Broken files: every command ends quickly, uses little memory, and prints one of its messages."""
 
+import fcntl
 import os
+import pathlib
 import re
 import resource
+import struct
 import subprocess
 import time
 import unittest
@@ -61,6 +64,84 @@ class MalformedFiles(runs.RunTest):
             ):
                 with self.subTest(str(file.relative_to(runs.CORPUS)), command=arguments[0]):
                     self.assert_ends_well(file, arguments)
+
+
+@runs.has_tools("ffmpeg")
+class Trace(runs.RunTest):
+    """With REELWORK_TRACE=1 a failure names the file and the place in it."""
+
+    @classmethod
+    def setUpClass(cls):
+        clip = runs.temporary_folder(cls) / "clip.mov"
+        source = ("-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=1", "-c:v", "mpeg4", "-movflags")
+        cls.clip = runs.make_clip(clip, *source, "faststart").read_bytes()
+        cls.fragments = runs.make_clip(clip, *source, "empty_moov+frag_keyframe").read_bytes()
+
+    def store(self, name, content):
+        path = pathlib.Path(os.path.realpath(self.folder)) / name
+        path.write_bytes(content)
+        return path
+
+    def assert_trace(self, line, *arguments, output="/dev/null"):
+        """The run prints the line, and without the variable all but such lines."""
+        arguments = ["clipjoin", *arguments, "-o", output]
+        traced = self.run_in_folder(*arguments, env={"REELWORK_TRACE": "1"})
+        lines = traced.err.splitlines(keepends=True)
+        told = [one for one in lines if re.match(r"\w+: -\d+", one)]
+        self.assertIn(line + "\n", told)
+        for value in ("", "0"):
+            plain = self.run_in_folder(*arguments, env={"REELWORK_TRACE": value})
+            self.assertEqual(plain.err, "".join(one for one in lines if one not in told))
+
+    def test_a_damaged_table_is_named_by_its_path(self):
+        table = "/moov/trak/mdia/minf/stbl/stts: the table of rows is longer than its atom"
+        for content, atom, fault in (
+            (self.clip, b"stts", table),
+            (self.fragments, b"trun", "/moof/traf: 'trun' is shorter than its count"),
+        ):
+            broken = bytearray(content)
+            struct.pack_into(">I", broken, broken.index(atom) + 8, 1000)
+            file = self.store("broken\n.mov", broken)
+            shown = str(file).replace("\n", "?")
+            self.assert_trace(f"NewMovieFromDataRef: -2002: {shown}: {fault}", file)
+
+    def test_missing_media_are_named_by_their_bytes(self):
+        file = self.store("short.mov", self.clip[:-100])
+        whole = len(self.clip)
+        for options in (["-self-contained"], ["-self-contained", "-startAt", "0.5"]):
+            traced = self.run_in_folder("clipjoin", file, *options, "-o", "out.mov",
+                                        env={"REELWORK_TRACE": "1"})  # fmt: skip
+            line = r"(?m)^Flatten\w+: -39: (.*): (\d+) bytes at (\d+) lie behind its end$"
+            found = re.search(line, traced.err)
+            size, at = int(found[2]), int(found[3])
+            self.assertEqual(found[1], str(file))
+            self.assertLess(whole - 100, at + size)
+            self.assertLessEqual(at + size, whole)
+
+    def test_files_that_cannot_be_used_are_named(self):
+        file = self.store("clip.mov", self.clip)
+        missing = file.with_name("missing.mov")
+        self.assert_trace(
+            f"NewMovieFromDataRef: -2000: {missing}: No such file or directory", missing
+        )
+        self.assert_trace(
+            f"NewMovieFromDataRef: -1302: {file.parent}: it is not a regular file", file.parent
+        )
+        text = self.store("text.mov", b"text")
+        self.assert_trace(f"NewMovieFromDataRef: -2048: {text}: it has no movie header", text)
+        self.join("refers.mov", "clip.mov")
+        out = self.store("out.mov", b"old")
+        with open(out, "rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.assert_trace(
+                f"FlattenMovieDataToDataRef: -47: {out}: another program uses it",
+                file, "-self-contained", output=out,
+            )  # fmt: skip
+        file.unlink()
+        refers = file.with_name("refers.mov")
+        self.assert_trace(
+            f"NewMovieFromDataRef: -2000: {refers}: /moov: media is missing in {file}", refers
+        )
 
 
 def limit_memory():

@@ -50,6 +50,11 @@ def examples(page):
 
 
 class Pages(unittest.TestCase):
+    def test_every_error_number_is_explained(self):
+        codes = set(re.findall(r"= (-\d+),", (ROOT / "toolbox" / "codes.h").read_text()))
+        table = re.findall(r"^\.It (\S+) Ta .", section(PAGES["Reelwork"], "DIAGNOSTICS"), re.M)
+        self.assertEqual({plain(number) for number in table}, codes | {"1"})
+
     def test_every_option_has_an_entry_and_every_entry_is_an_option(self):
         for name in COMMANDS:
             usage = runs.run(name).err

@@ -13,6 +13,10 @@ from runs import HINT, NOT_A_MOVIE, REFERENCE_NOTICE, Result
 NOBODY = 65534
 
 NOTICE_ONE, NOTICE_MORE = REFERENCE_NOTICE + ".\n", REFERENCE_NOTICE + "s.\n"
+TAGS_ARE_LOST = (
+    "Warning: the movie has annotations that will not appear in the output file.\n"
+    "iTunes can be used to manually add annotations to m4a files.\n"
+)
 MISSING = (
     " does not exist. Make sure that special characters are properly quoted or\n"
     "escaped. You may wish to drag the file from the Finder into the Terminal window.\n"
@@ -63,6 +67,29 @@ class Transcripts(runs.RunTest):
         self.assert_run(["one.mov", "-o", "out.mov"], NOTICE_ONE)
         self.assert_run(["one.mov", "two.mov", "-o", "out.mov"], NOTICE_MORE)
         self.assert_run(["one.mov", "-q", "-o", "out.mov"])
+
+    def test_a_copy_names_the_files_that_the_user_did_not(self):
+        self.assert_run(["one.mov", "two.mov", "-q", "-o", "refers.mov"])
+        (self.folder / "link.mov").symlink_to("two.mov")
+        one, two = (
+            f"Copying media from {os.path.realpath(self.folder)}/{name}.mov.\n"
+            for name in ("one", "two")
+        )
+        for option, output, warning in (
+            ("-self-contained", "out.mov", ""),
+            ("-mp4", "out.mp4", TAGS_ARE_LOST),
+        ):
+            copied = [option, "-o", output]
+            self.assert_run(["refers.mov", *copied], warning + one + two)
+            self.assert_run(["refers.mov", "-startAt", "1", *copied], warning + two)
+            named = ["refers.mov", "link.mov", "-force-same-tracks"]
+            self.assert_run([*named, *copied], warning + one)
+            self.assert_run(["refers.mov", "-q", *copied])
+        self.assertEqual(self.pictures(), 30)
+        self.assert_run(["refers.mov", "-o", "again.mov"], NOTICE_ONE)
+        refused = self.clipjoin("refers.mov", "-noresolve", "-self-contained", "-o", "none.mov")
+        self.assertNotIn("Copying", refused.err)
+        self.assertFalse((self.folder / "none.mov").exists())
 
     def test_a_file_name_may_hold_any_byte(self):
         names = ["with two  spaces.mov", "Größe, кино, 映画.mov"]

@@ -6,24 +6,23 @@
 #include <utility>
 
 #include "toolbox/atoms/fourcc.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 
-struct Malformed : std::exception {
-  std::string path;  // the atoms around the fault, outermost first: "/moov/trak/mdhd"
-  std::string reason;  // "the atom ends inside duration"
-
-  explicit Malformed(std::string why) : reason(std::move(why)) {}
+struct Malformed : std::exception, Failure {
+  explicit Malformed(std::string why) : Failure{badPublicMovieAtom, {}, {}, std::move(why)} {}
   const char* what() const noexcept override { return reason.c_str(); }
 };
 
-// Runs `body` and returns its result. If `body` throws Malformed, adds `type` to the start of the
-// path. Nested calls so collect the whole path from the inside out.
+// Runs `body` and returns its result. If `body` throws a failure, adds `type` to the start of its
+// path. Nested calls so collect the whole path from the inside out. A failure in another file,
+// which it names, keeps its path.
 template <class Body>
 decltype(auto) InAtom(FourCC type, Body&& body) try {
   return std::forward<Body>(body)();
-} catch (Malformed& fault) {
-  fault.path.insert(0, "/" + type.Text());
+} catch (Failure& failure) {
+  if (failure.file.empty()) failure.path.insert(0, "/" + type.Text());
   throw;
 }
 

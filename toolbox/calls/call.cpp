@@ -1,10 +1,13 @@
 #include "toolbox/calls/call.h"
 
 #include <boost/filesystem/exception.hpp>
+#include <cctype>
+#include <cstdlib>
+#include <iostream>
 #include <new>
+#include <string>
 #include <utility>
 
-#include "toolbox/atoms/malformed.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/refused.h"
 
@@ -15,6 +18,34 @@ namespace {
 OSErr moviesError = noErr;
 CallHook callHook;
 
+// With REELWORK_TRACE=1 in the environment, prints the failure of a call in one line:
+//   NewMovieFromDataRef: -2002: F.mov: /moov/trak/mdia/mdhd: the atom ends inside duration
+void Trace(const std::string& call, const Failure& failure) {
+  const char* const wanted = std::getenv("REELWORK_TRACE");
+  if (wanted == nullptr || std::string_view(wanted) != "1") return;
+  std::string line = call + ": " + std::to_string(failure.code);
+  for (const std::string* part : {&failure.file, &failure.path, &failure.reason}) {
+    if (!part->empty()) line += ": " + *part;
+  }
+  for (char& letter : line) {
+    if (std::iscntrl(static_cast<unsigned char>(letter)) != 0) letter = '?';
+  }
+  std::cerr << line + '\n';
+}
+
+// The exception being handled as a failure. Rethrows an exception that the toolbox does not know.
+Failure Caught() {
+  try {
+    throw;
+  } catch (const Failure& failure) {
+    return failure;
+  } catch (const std::bad_alloc&) {
+    return Refused{memFullErr, "there is not enough memory"};
+  } catch (const boost::filesystem::filesystem_error& failed) {
+    return RefusedBy(failed.code().value(), failed.path1().native());
+  }
+}
+
 }  // namespace
 
 void SetCallHook(CallHook hook) { callHook = std::move(hook); }
@@ -23,20 +54,16 @@ OSErr TakeMoviesError() { return std::exchange(moviesError, noErr); }
 
 void SetMoviesError(OSErr code) { moviesError = code; }
 
-OSErr AskHook(const char* name) { return callHook ? callHook(name) : OSErr{noErr}; }
+OSErr AskHook(const char* name) {
+  const OSErr code = callHook ? callHook(name) : OSErr{noErr};
+  if (code != noErr) Trace(name, Refused{code, "the call hook refused it"});
+  return code;
+}
 
-OSErr CodeOfException() {
-  try {
-    throw;
-  } catch (const Refused& refused) {
-    return refused.code;
-  } catch (const Malformed&) {
-    return badPublicMovieAtom;
-  } catch (const std::bad_alloc&) {
-    return memFullErr;
-  } catch (const boost::filesystem::filesystem_error& failed) {
-    return RefusedBy(failed.code().value()).code;
-  }
+OSErr CodeOfException(const char* name) {
+  const Failure failure = Caught();
+  Trace(name, failure);
+  return failure.code;
 }
 
 }  // namespace toolbox

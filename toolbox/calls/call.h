@@ -26,8 +26,9 @@ void SetMoviesError(OSErr code);
 // The code that the hook returns for a call of that name; noErr without a hook.
 OSErr AskHook(const char* name);
 // The code for the exception being handled: Refused, Malformed, std::bad_alloc or filesystem_error.
-// Rethrows any other exception, because that is a bug of the toolbox.
-OSErr CodeOfException();
+// Rethrows any other exception, because that is a bug of the toolbox. `name` is that of the call.
+// With REELWORK_TRACE=1 in the environment, this and AskHook print each failure.
+OSErr CodeOfException(const char* name);
 
 // Runs `body` as the call `name`, which calls pass as __func__, and sets the movies error. If
 // `body` returns nothing, returns the code; else returns its result, or a default value of that
@@ -46,7 +47,7 @@ auto Call(const char* name, Body&& body) {
         result = body();
       }
     } catch (...) {
-      code = CodeOfException();
+      code = CodeOfException(name);
     }
   }
   SetMoviesError(code);

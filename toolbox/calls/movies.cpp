@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "toolbox/calls/call.h"
@@ -74,6 +75,10 @@ OSErr CopyMovieSettings(Movie source, Movie destination) {
 void SetMovieProgressProc(Movie movie,
                           std::function<void(std::uint64_t done, std::uint64_t all)> progress) {
   Call(__func__, [&] { Valid(movie).progress = std::move(progress); });
+}
+
+void SetMovieSourceProc(Movie movie, std::function<void(const std::string& path)> copiesFrom) {
+  Call(__func__, [&] { Valid(movie).copiesFrom = std::move(copiesFrom); });
 }
 
 OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType) {

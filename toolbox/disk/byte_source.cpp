@@ -91,23 +91,26 @@ bool ByteSource::IsZero(std::uint64_t at, std::uint64_t size) const {
 
 // O_NONBLOCK: opening a FIFO would otherwise wait for a writer. It does nothing to regular files.
 FileSource::FileSource(const boost::filesystem::path& path, int flags)
-    : file_(path, flags | O_NONBLOCK) {
-  if (!file_.IsOpen()) throw RefusedBy(errno);
+    : path_(path.native()), file_(path, flags | O_NONBLOCK) {
+  if (!file_.IsOpen()) throw RefusedBy(errno, path_);
   const struct stat status = StatusOf(file_.Number());
-  if (!S_ISREG(status.st_mode)) throw RefusedBy(EISDIR);
+  if (!S_ISREG(status.st_mode)) throw Refused{notAFileErr, "it is not a regular file", path_};
   state_ = StateIn(status);
 }
 
-void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
-  constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
-  if (at > kFarthest || into.size() > kFarthest - at) throw Refused{eofErr};
+void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const try {
+  CheckEnd(at, into.size(), std::numeric_limits<off_t>::max());
   while (!into.empty()) {
     const ssize_t got = Required(
         [&] { return pread(file_.Number(), into.data(), into.size(), static_cast<off_t>(at)); });
-    if (got == 0) throw Refused{eofErr};  // the file is shorter than when it was opened
+    // The file can be shorter than when it was opened.
+    if (got == 0) CheckEnd(at, into.size(), at);
     into = into.subspan(static_cast<std::size_t>(got));
     at += static_cast<std::uint64_t>(got);
   }
+} catch (Failure& failure) {
+  failure.NameFile(path_);
+  throw;
 }
 
 HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
@@ -138,7 +141,7 @@ bool FileSource::IsZero(std::uint64_t at, std::uint64_t size) const {
 }
 
 void MemorySource::Read(std::uint64_t at, std::span<std::uint8_t> into) const {
-  if (at > bytes_.size() || into.size() > bytes_.size() - at) throw Refused{eofErr};
+  CheckEnd(at, into.size(), bytes_.size());
   std::ranges::copy(bytes_.subspan(at, into.size()), into.begin());
 }
 

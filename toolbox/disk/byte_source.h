@@ -6,6 +6,7 @@
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "toolbox/bytes.h"
 #include "toolbox/disk/descriptor.h"
@@ -18,6 +19,8 @@ struct ByteSource {
   virtual ~ByteSource() = default;
   // The size when the source was opened.
   virtual std::uint64_t Size() const = 0;
+  // The path of the file; empty if it is none.
+  virtual std::string Path() const { return {}; }
   // Fills all of `into`, starting at position `at`. Throws Refused: eofErr if the source ends too
   // early, ioErr and other file errors if reading fails.
   virtual void Read(std::uint64_t at, std::span<std::uint8_t> into) const = 0;
@@ -43,6 +46,7 @@ class FileSource final : public ByteSource {
   void Renew() { state_ = StateIn(StatusOf(file_.Number())); }
 
   std::uint64_t Size() const override { return state_.size; }
+  std::string Path() const override { return path_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
   // Maps a large piece into memory instead of copying it. Until HeldBytes owns the piece, a write
   // to the file changes it, and truncating the file can end the process.
@@ -52,6 +56,7 @@ class FileSource final : public ByteSource {
   int Descriptor() const override { return file_.Number(); }
 
  private:
+  std::string path_;
   toolbox::Descriptor file_;
   FileState state_;
 };

@@ -26,7 +26,7 @@ std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
   if (stat(path.c_str(), &status) == 0) return status;
   // ENOTDIR: a folder on the path is a file.
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-  throw RefusedBy(errno);
+  throw RefusedBy(errno, path.native());
 }
 
 struct stat StatusOf(int descriptor) {

@@ -51,7 +51,8 @@ fs::path Followed(const fs::path& target) {
 // neither.
 Descriptor OpenToReplace(const fs::path& path, Existing existing) {
   Descriptor file(path, O_WRONLY | O_NONBLOCK);
-  if (!file.IsOpen()) throw errno == EPERM ? Refused{fLckdErr} : RefusedBy(errno);
+  if (!file.IsOpen())
+    throw errno == EPERM ? Refused{fLckdErr, "it is immutable"} : RefusedBy(errno);
   if (existing == Existing::kLocked) return file;
   // Other errors mean that the file system has no locks (here) or no leases (below).
   const auto lock = [&file] { return flock(file.Number(), LOCK_EX | LOCK_NB); };
@@ -73,7 +74,7 @@ Descriptor OpenToReplace(const fs::path& path, Existing existing) {
 // Throws Refused (dirNFErr) if `folder` is no folder.
 void CheckFolder(const fs::path& folder) {
   const std::optional<struct stat> status = StatusOf(folder);
-  if (!status || !S_ISDIR(status->st_mode)) throw Refused{dirNFErr};
+  if (!status || !S_ISDIR(status->st_mode)) throw Refused{dirNFErr, "its folder is missing"};
 }
 
 // Makes the names in a folder safe from a power cut.
@@ -111,7 +112,7 @@ std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
   const ssize_t copied = Uninterrupted([&] {
     return copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
   });
-  if (copied == 0) throw Refused{eofErr};
+  if (copied == 0) return std::nullopt;  // the end of the source: reading it fails
   if (copied > 0) return static_cast<std::uint64_t>(copied);
   const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
   if (std::ranges::find(cannot, errno) == std::end(cannot)) throw RefusedBy(errno);
@@ -140,10 +141,13 @@ struct OutputFile::State {
 
   // Runs `body`, unless an earlier step threw. A file with a missing part must not get its name,
   // even if the caller goes on after an error.
-  void Step(auto body) {
-    if (!std::exchange(isSound, false)) throw Refused{ioErr};
+  void Step(auto body) try {
+    if (!std::exchange(isSound, false)) throw Refused{ioErr, "an earlier write has failed"};
     body();
     isSound = true;
+  } catch (Failure& failure) {
+    failure.NameFile(target.native());
+    throw;
   }
 
   std::uint64_t Position() const { return written + gathered; }
@@ -196,7 +200,7 @@ struct OutputFile::State {
   // Large pieces of a file are copied by the kernel, small ones through the cache of blocks.
   // Everything else is read into the buffer.
   void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-    if (at > kFarthest || length > kFarthest - at) throw Refused{eofErr};
+    CheckEnd(at, length, kFarthest);
     const bool isFile = source.Descriptor() >= 0;
     const bool isSmall = length < kKernelPiece;
     if (isFile && !isSmall && kernelCopies) {
@@ -243,13 +247,16 @@ struct OutputFile::State {
     const auto isReplaced = [&] {
       return replaced.IsOpen() && StateIn(StatusOf(replaced.Number())).identity == now->identity;
     };
-    if (now && !isReplaced()) throw Refused{existing == Existing::kRefuse ? dupFNErr : fBsyErr};
+    if (now && !isReplaced()) {
+      throw Refused{existing == Existing::kRefuse ? dupFNErr : fBsyErr,
+                    "another file has taken its name"};
+    }
     temporary->TakeName(target, replaced.IsOpen());
     if (replaced.IsOpen()) SyncFolder(target.parent_path());
   }
 };
 
-OutputFile::OutputFile(const fs::path& target, Existing existing)
+OutputFile::OutputFile(const fs::path& target, Existing existing) try
     : state_(std::make_unique<State>()) {
   state_->existing = existing;
   const std::optional<struct stat> old = StatusOf(target);
@@ -270,6 +277,9 @@ OutputFile::OutputFile(const fs::path& target, Existing existing)
   if (old) state_->replaced = OpenToReplace(path, existing);
   state_->temporary.emplace(path);
   if (old) CopyAttributes(state_->replaced, state_->temporary->File());
+} catch (Failure& failure) {
+  failure.NameFile(target.native());
+  throw;
 }
 
 OutputFile::~OutputFile() = default;

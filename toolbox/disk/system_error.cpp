@@ -1,39 +1,53 @@
 #include "toolbox/disk/system_error.h"
 
-namespace toolbox {
+#include <system_error>
+#include <utility>
 
-Refused RefusedBy(int errorNumber) {
+namespace toolbox {
+namespace {
+
+OSErr CodeOf(int errorNumber) {
   switch (errorNumber) {
     case ENOSPC:
     case EDQUOT:
-      return {dskFulErr};
+      return dskFulErr;
     case ENAMETOOLONG:
     case EILSEQ:
-      return {bdNamErr};
+      return bdNamErr;
     case EMFILE:
     case ENFILE:
-      return {tmfoErr};
+      return tmfoErr;
     case ENOENT:
     case ENOTDIR:
-      return {fnfErr};
+      return fnfErr;
     case EROFS:
-      return {vLckdErr};
+      return vLckdErr;
     case ETXTBSY:
     case EBUSY:
     case EWOULDBLOCK:
-      return {fBsyErr};  // somebody else uses the file
+      return fBsyErr;  // somebody else uses the file
     case EEXIST:
-      return {dupFNErr};
+      return dupFNErr;
     case ENOMEM:
-      return {memFullErr};
+      return memFullErr;
     case EISDIR:
-      return {notAFileErr};
+      return notAFileErr;
     case EACCES:
     case EPERM:
-      return {afpAccessDenied};
+      return afpAccessDenied;
     default:
-      return {ioErr};
+      return ioErr;
   }
+}
+
+}  // namespace
+
+Refused RefusedBy(int errorNumber, std::string file) {
+  // The system says "Resource temporarily unavailable" of a lock.
+  const std::string reason = errorNumber == EWOULDBLOCK
+                                 ? "another program uses it"
+                                 : std::generic_category().message(errorNumber);
+  return {CodeOf(errorNumber), reason, std::move(file)};
 }
 
 }  // namespace toolbox

@@ -2,14 +2,15 @@
 #pragma once
 
 #include <cerrno>
+#include <string>
 
 #include "toolbox/refused.h"
 
 namespace toolbox {
 
-// The refusal for a system call that failed with `errorNumber`, a value of errno. Errors without a
-// code of their own become ioErr.
-Refused RefusedBy(int errorNumber);
+// The refusal for a system call on `file` that failed with `errorNumber`, a value of errno. Errors
+// without a code of their own become ioErr. An empty `file` is unknown.
+Refused RefusedBy(int errorNumber, std::string file = {});
 
 // Repeats a system call while signals interrupt it. Returns its result; errno has the reason of a
 // failure.

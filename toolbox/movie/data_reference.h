@@ -10,6 +10,7 @@
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/bytes.h"
 #include "toolbox/file_state.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 
@@ -24,6 +25,11 @@ struct OtherFile {
   // Noted when the reference was read. A different state later means that the file was changed or
   // replaced meanwhile. Nothing if there was no file.
   std::optional<FileState> state;
+  // Throws Refused (fBsyErr) if `now` is another state than the one that was noted.
+  void CheckUnchanged(const std::optional<FileState>& now) const {
+    if (!state || now == state) return;
+    throw Refused{fBsyErr, "it has changed since it was opened", path.native()};
+  }
   bool Is(const FileIdentity& file) const { return state && state->identity == file; }
   friend bool operator==(const OtherFile& a, const OtherFile& b) {
     if (a.state && b.state) return a.state->identity == b.state->identity;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "toolbox/atoms/framing.h"
@@ -44,6 +45,8 @@ struct MovieProperties {
   std::optional<DataReference> defaultDataReference;
   // Called while media of the movie are copied, with the bytes done and all bytes. May be empty.
   std::function<void(std::uint64_t done, std::uint64_t all)> progress;
+  // Called before that with the path of each file from which media are copied. May be empty.
+  std::function<void(const std::string& path)> copiesFrom;
 };
 
 struct MovieRecord : MovieProperties {

@@ -18,8 +18,7 @@ std::string KeptPlaces::FileOf(const DataReference& reference) const {
   return {};
 }
 
-bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
-                     std::span<const std::uint64_t> ends) {
+bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends) {
   const TrackRecord& source = *plan_.tracks[track].source;
   const MediaRecord& media = *source.media;
   if (part.samples.Count() > UINT32_MAX) return false;  // a KeptStretch counts in 32 bits
@@ -36,12 +35,12 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
     open.stretch.count = std::exchange(samples, 0);
     chunks_ += std::exchange(pieces, 0);
   };
-  std::uint64_t fileEnd = 0;
+  const SourceEnd* fileEnd = nullptr;
   std::uint32_t description = UINT32_MAX;
   ForEachPiece(media.samples, part.samples, [&](const SamplePiece& piece) {
     if (piece.description != description) {
       description = piece.description;
-      fileEnd = ends[description];
+      fileEnd = &ends[description];
       const DataReference& from = media.ReferenceOf(description);
       if (pieces == 0 || extents_.back().from != &from) {
         close();
@@ -55,7 +54,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part,
         isInOrder = isInOrder && !open.file.empty();
       }
     }
-    if (piece.offset > fileEnd || piece.size > fileEnd - piece.offset) throw Refused{eofErr};
+    fileEnd->Check(piece.offset, piece.size);
     isInOrder = isInOrder && piece.offset >= end;
     end = piece.offset + piece.size;
     filled += piece.size;

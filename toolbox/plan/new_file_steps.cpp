@@ -90,10 +90,8 @@ void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file)
   ForEachExtent(locations, [&](const auto& item, const auto& extent) {
     // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), which the new file does not have.
     if (extent.length == 0) throw Refused{featureUnsupported};
-    if (item.base > source.Size() || extent.offset > source.Size() - item.base ||
-        extent.length > source.Size() - item.base - extent.offset) {
-      throw Refused{eofErr};
-    }
+    CheckEnd(item.base, extent.offset, source.Size(), source.Path());
+    CheckEnd(item.base + extent.offset, extent.length, source.Size(), source.Path());
     const Range range(item.base + extent.offset, extent.length);
     if (!places.try_emplace(range, size).second) return;
     inOrder.push_back(range);

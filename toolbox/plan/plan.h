@@ -3,14 +3,17 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/sample_places.h"
+#include "toolbox/refused.h"
 
 namespace toolbox {
 
@@ -97,6 +100,15 @@ enum class FileKind {
 
 struct FilePlan;
 
+// The end of a source of media data, so that no plan reads beyond it.
+struct SourceEnd {
+  std::uint64_t size = 0;  // bytes
+  std::string file;  // its path; empty for a block of memory
+
+  // Throws Refused (eofErr) if the bytes [at, at + length) are not all before the end.
+  void Check(std::uint64_t at, std::uint64_t length) const { CheckEnd(at, length, size, file); }
+};
+
 // Media data that is in no file. It is made while it is written and is never in memory as a whole.
 struct MadeData {
   std::uint64_t size = 0;  // bytes
@@ -120,6 +132,7 @@ struct FilePlan {
   std::vector<CopyRange> auxiliary;  // auxiliary information of samples
   std::vector<MadeData> made;
   std::uint64_t dataSize = 0;  // bytes of all of them
+  std::map<std::string, std::uint64_t> files;  // paths of the files with its sources, and sizes
 
   // The moves of parts of the movie's own file, for samples that stay in it. Sorted by `from`.
   std::vector<OffsetShift> shifts;

@@ -27,21 +27,22 @@ SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> par
 
 }  // namespace
 
-std::uint64_t SourceSizes::Of(const DataReference& reference) {
-  if (const auto* memory = std::get_if<InMemory>(&reference)) return memory->data->size();
+SourceEnd SourceEnds::Of(const DataReference& reference) {
+  if (const auto* memory = std::get_if<InMemory>(&reference)) return {memory->data->size(), {}};
   const OtherFile* file = std::get_if<OtherFile>(&reference);
   if (std::holds_alternative<ThisFile>(reference) && ownFile_) file = &*ownFile_;
-  if (file == nullptr) throw Refused{couldNotResolveDataRef};
+  if (file == nullptr) throw Refused{couldNotResolveDataRef, "its media cannot be found"};
   const auto [known, isNew] = sizes_.try_emplace(file->path.native(), 0);
   if (isNew) {
     boost::system::error_code failed;
     known->second = boost::filesystem::file_size(file->path, failed);
-    if (failed) throw Refused{couldNotResolveDataRef};
+    if (failed) throw Refused{couldNotResolveDataRef, failed.message(), known->first};
   }
-  return known->second;
+  return {known->second, known->first};
 }
 
-Planner::Planner(const MovieRecord& movie, FilePlan& plan) : plan_(plan), sizes_(movie.file) {
+Planner::Planner(const MovieRecord& movie, FilePlan& plan)
+    : plan_(plan), ends_(movie.file, plan.files) {
   plan.movie = movie.Clone();
   plan.ownFile = movie.file;
   for (const auto& track : movie.tracks) plan.tracks.push_back({.source = track.get()});
@@ -73,11 +74,11 @@ void Planner::MergeDescriptions(std::size_t index) {
   }
   media.descriptions.clear();
   map.assign(isUsed.size(), 0);
-  prepared.ends.assign(isUsed.size(), 0);
+  prepared.ends.assign(isUsed.size(), {});
   for (std::uint32_t i = 0; i < isUsed.size(); ++i) {
     // A media without used samples keeps all its descriptions.
     if (!isUsed[i] && !prepared.used.empty()) continue;
-    if (isUsed[i]) prepared.ends[i] = sizes_.Of(source.ReferenceOf(i));
+    if (isUsed[i]) prepared.ends[i] = ends_.Of(source.ReferenceOf(i));
     SampleDescription description = source.descriptions[i];
     description.dataReference = 0;  // the output has one data reference: its own file
     map[i] = media.FindOrAdd(description);
@@ -90,7 +91,9 @@ void Planner::Prepare(std::size_t index) {
   const MediaRecord& source = *track.source->media;
   std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
   for (const UsedSamples& part : used) {
-    if (!IsLocated(source.samples, part.samples)) throw Refused{invalidSampleTable};
+    if (!IsLocated(source.samples, part.samples)) {
+      throw Refused{invalidSampleTable, "a sample is in no chunk"};
+    }
   }
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
@@ -106,7 +109,7 @@ void Planner::Prepare(std::size_t index) {
   }
   // The encryption tables of a protected track are valid only for all of its samples.
   if (source.IsProtected() && output.media->samples.WholeRows() == nullptr) {
-    throw Refused{featureUnsupported};
+    throw Refused{featureUnsupported, "encrypted samples cannot be cut"};
   }
   output.edits = {};
   for (const Edit& edit : track.source->edits.Edits()) {
@@ -130,7 +133,7 @@ void Planner::Cut(std::size_t index) {
     cutter.Close();
     const std::size_t before = chunks.size();
     ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
-      prepared_[index].CheckEnd(piece);
+      prepared_[index].ends[piece.description].Check(piece.offset, piece.size);
       cutter.Add(piece);
     });
     for (std::size_t i = before; i < chunks.size(); ++i) {
@@ -183,8 +186,7 @@ void Planner::AddAuxiliary(std::size_t index) {
   for (const AuxiliaryData& data : found) {
     track.auxiliary->push_back({data.table, plan_.dataSize});
     for (CopyRange range : data.ranges) {
-      const std::uint64_t end = sizes_.Of(*range.from);
-      if (range.at > end || range.length > end - range.at) throw Refused{eofErr};
+      ends_.Of(*range.from).Check(range.at, range.length);
       range.destination = plan_.dataSize;
       plan_.dataSize += range.length;
       plan_.auxiliary.push_back(range);

@@ -13,18 +13,20 @@
 
 namespace toolbox {
 
-// The sizes of source files, so that no plan reads beyond the end of one. Each file is asked once.
-class SourceSizes {
+// The ends of sources. Each file is asked once.
+class SourceEnds {
  public:
-  // `ownFile` is the file that ThisFile means. It must outlive this object.
-  explicit SourceSizes(const std::optional<OtherFile>& ownFile) : ownFile_(ownFile) {}
+  // `ownFile` is the file that ThisFile means. `sizes` gets the files. Both must outlive this
+  // object.
+  SourceEnds(const std::optional<OtherFile>& ownFile, std::map<std::string, std::uint64_t>& sizes)
+      : ownFile_(ownFile), sizes_(sizes) {}
 
-  // The size in bytes. Throws Refused: couldNotResolveDataRef.
-  std::uint64_t Of(const DataReference& reference);
+  // Throws Refused: couldNotResolveDataRef.
+  SourceEnd Of(const DataReference& reference);
 
  private:
   const std::optional<OtherFile>& ownFile_;
-  std::map<std::string, std::uint64_t> sizes_;
+  std::map<std::string, std::uint64_t>& sizes_;
 };
 
 // Fills a plan, track by track. `index` is always the index of a track in the plan. The order of
@@ -42,7 +44,7 @@ class Planner {
   void DropSystems();
   // Reduces a track of the output to the samples that the source track uses, and adapts its edits.
   // The track must have a media. Throws Refused: invalidSampleTable (a sample is in no chunk),
-  // featureUnsupported (only a part of encrypted samples is used), and what SourceSizes throws.
+  // featureUnsupported (only a part of encrypted samples is used), and what SourceEnds throws.
   void Prepare(std::size_t index);
   // Plans to copy the samples of all prepared tracks in the order of their files. Returns false,
   // and plans nothing, if that is impossible or takes more than `mostChunks` chunks. Throws
@@ -65,13 +67,7 @@ class Planner {
   // The result of Prepare for one track.
   struct Prepared {
     std::vector<UsedSamples> used;
-    std::vector<std::uint64_t> ends;  // by description: bytes in the file of its samples
-
-    // Throws Refused (eofErr) if the piece is beyond the end of its file.
-    void CheckEnd(const SamplePiece& piece) const {
-      const std::uint64_t end = ends[piece.description];
-      if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
-    }
+    std::vector<SourceEnd> ends;  // of the sources of samples, by description
   };
 
   // A chunk and its position in the interleaved order.
@@ -82,7 +78,7 @@ class Planner {
   };
 
   FilePlan& plan_;
-  SourceSizes sizes_;
+  SourceEnds ends_;
   std::map<std::size_t, Prepared> prepared_;  // by track
   std::vector<Timed> timed_;
 };

@@ -68,8 +68,8 @@ AtomToCopy LoadFileAtom(const FileAtom& atom, const ByteSource& source) try {
     loaded.items = std::move(items);
   }
   return loaded;
-} catch (const Malformed&) {
-  throw Refused{featureUnsupported};
+} catch (const Malformed& fault) {
+  throw Refused{featureUnsupported, fault.reason, source.Path()};
 }
 
 }  // namespace toolbox

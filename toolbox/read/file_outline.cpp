@@ -46,7 +46,7 @@ FileOutline ReadOutline(const ByteSource& source) {
     outline.locatesItems = outline.locatesItems || LocatesItems(source, *atom);
     outline.atoms.push_back({*atom, RoomIn(source, asRoom)});
   }
-  if (!hasMovie) throw Refused{featureUnsupported};
+  if (!hasMovie) throw Refused{featureUnsupported, "it has no movie header"};
   outline.end = walk.End();
   outline.lastHasNoSize = HasNoSize(source, outline.atoms.back().at);
   const FourCC cut = FourCCAt(walk.Following(), 4);

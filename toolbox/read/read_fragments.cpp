@@ -349,8 +349,12 @@ class FragmentReader {
 }  // namespace
 
 void ReadFragments(const ByteSource& source, const MovieExtends& extends,
-                   std::span<FragmentedTrack> tracks) {
+                   std::span<FragmentedTrack> tracks) try {
   FragmentReader(source, extends, tracks).Read();
+} catch (Failure& failure) {
+  // With a name its path is complete: fragments are not inside 'moov'.
+  failure.NameFile(source.Path());
+  throw;
 }
 
 }  // namespace toolbox

@@ -14,6 +14,7 @@
 #include "toolbox/read/read_fragments.h"
 #include "toolbox/read/read_samples.h"
 #include "toolbox/read/top_level.h"
+#include "toolbox/references/aliases.h"
 #include "toolbox/references/data_references.h"
 #include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
@@ -36,7 +37,11 @@ void CheckResolved(const MediaRecord& media, const SampleRows& rows) {
   };
   if (std::ranges::none_of(media.dataReferences, isMissing) || rows.Located() == 0) return;
   for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsAtEnd(); run.Next()) {
-    if (isMissing(media.ReferenceOf(run->description))) throw Refused{couldNotResolveDataRef};
+    const DataReference& reference = media.ReferenceOf(run->description);
+    if (!isMissing(reference)) continue;
+    const auto path = AbsoluteAliasPath(std::get<Unresolved>(reference).data);
+    throw Refused{couldNotResolveDataRef,
+                  "media is missing in " + (path ? path->native() : "another file")};
   }
 }
 
@@ -192,16 +197,17 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   auto movie = found ? ReadMovie(LoadHeader(source, *found),
                                  {source, real, references == References::kResolve})
                      : ReadAdtsFile(source);
-  if (!movie) throw Refused{noMovieFound};
+  if (!movie) throw Refused{noMovieFound, "it has no movie header"};
   movie->file = OtherFile{real, source.State()};
   movie->defaultDataReference = *movie->file;
   if (!found) return movie;
   movie->headerAt = found->at;
   movie->fileAtoms = FindFileAtoms(source);
   return movie;
-} catch (const Refused& refused) {
+} catch (Failure& failure) {
+  failure.NameFile(path.native());
   // For the caller the movie file is itself a reference, which could not be resolved.
-  if (refused.code == fnfErr) throw Refused{couldNotResolveDataRef};
+  if (failure.code == fnfErr) failure.code = couldNotResolveDataRef;
   throw;
 }
 

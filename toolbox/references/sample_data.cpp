@@ -14,8 +14,7 @@ SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint6
   ForEachPiece(media.samples, {from, to}, [&](const SamplePiece& piece) {
     if (longest != 0 && piece.size > longest) throw Refused{maxSizeToGrowTooSmall};
     const auto source = OpenSource(media.ReferenceOf(piece.description), media.MovieFile());
-    const std::uint64_t end = source->Size();
-    if (piece.offset > end || piece.size > end - piece.offset) throw Refused{eofErr};
+    CheckEnd(piece.offset, piece.size, source->Size(), source->Path());
     data.count = piece.count;
     data.description = piece.description;
     data.bytes.resize(piece.size);

@@ -16,9 +16,9 @@ std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
   }
   const auto* file = std::get_if<OtherFile>(&reference);
   if (std::holds_alternative<ThisFile>(reference) && ownFile) file = &*ownFile;
-  if (file == nullptr) throw Refused{couldNotResolveDataRef};
+  if (file == nullptr) throw Refused{couldNotResolveDataRef, "its media cannot be found"};
   auto source = std::make_unique<FileSource>(file->path);
-  if (file->state && *file->state != source->State()) throw Refused{fBsyErr};
+  file->CheckUnchanged(source->State());
   return source;
 }
 

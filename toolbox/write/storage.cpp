@@ -44,10 +44,7 @@ std::vector<OtherFile> SourcesOf(const FilePlan& plan) {
 // Throws Refused (fBsyErr) if a file was changed or replaced since it was opened: what was copied
 // or is referred to may not be what the movie means.
 void CheckUnchanged(const std::vector<OtherFile>& files) {
-  const auto isChanged = [](const OtherFile& file) {
-    return file.state && StateOf(file.path) != file.state;
-  };
-  if (std::ranges::any_of(files, isChanged)) throw Refused{fBsyErr};
+  for (const OtherFile& file : files) file.CheckUnchanged(StateOf(file.path));
 }
 
 // Opens a new file. Throws Refused (fBsyErr) if it would replace a file that a movie was opened
@@ -55,7 +52,9 @@ void CheckUnchanged(const std::vector<OtherFile>& files) {
 std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Existing existing) {
   const auto replaced = StateOf(path);
   const auto uses = [&](const MovieRecord* movie) { return movie->Uses(replaced->identity); };
-  if (replaced && std::ranges::any_of(MovieRecord::All(), uses)) throw Refused{fBsyErr};
+  if (replaced && std::ranges::any_of(MovieRecord::All(), uses)) {
+    throw Refused{fBsyErr, "a movie of this run needs it", path.native()};
+  }
   return std::make_unique<OutputFile>(path, existing);
 }
 
@@ -64,7 +63,7 @@ std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Exis
 void CheckMayReplace(const MovieRecord& movie, const boost::filesystem::path& target) {
   const auto replaced = StatusOf(target);
   if (replaced && S_ISREG(replaced->st_mode) && movie.Duration() <= MovieTime{}) {
-    throw Refused{noMovieFound};
+    throw Refused{noMovieFound, "the movie has no duration and would replace it", target.native()};
   }
 }
 
@@ -105,15 +104,15 @@ StorageRecord* Keep(std::unique_ptr<StorageRecord> storage) {
 // have changed or replaced it. So may another save that ended before this one took the lock.
 void CheckSame(const StorageRecord& storage, const MovieRecord& movie) {
   const FileState& state = storage.existing->State();
-  const bool isThere = StateOf(storage.path) == state;
-  const bool isOfMovie = !movie.file || movie.file->state == state ||
-                         (!movie.file->Is(state.identity) && movie.file->path != storage.path);
-  if (!isThere || !isOfMovie) throw Refused{fBsyErr};
+  OtherFile{storage.path, state}.CheckUnchanged(StateOf(storage.path));
+  if (movie.file && (movie.file->Is(state.identity) || movie.file->path == storage.path)) {
+    movie.file->CheckUnchanged(state);
+  }
 }
 
 }  // namespace
 
-StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access) {
+StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access) try {
   auto storage = std::make_unique<StorageRecord>();
   storage->path = RealPath(path);
   storage->isToBeUpdated = access == StorageAccess::kUpdate;
@@ -123,6 +122,9 @@ StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess ac
   if (storage->isToBeUpdated) Required([file] { return flock(file, LOCK_EX | LOCK_NB); });
   storage->existing->Renew();
   return Keep(std::move(storage));
+} catch (Failure& failure) {
+  failure.NameFile(path.native());
+  throw;
 }
 
 StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing existing) {
@@ -187,6 +189,9 @@ void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesyst
                   Existing existing) {
   const std::unique_ptr<OutputFile> output = OpenOutput(path, existing);
   CheckMayReplace(*plan.movie, path);
+  if (const auto& tell = plan.movie->copiesFrom) {
+    for (const auto& [file, size] : plan.files) tell(file);
+  }
   WriteFile(plan, layout, path, *output);
   CheckUnchanged(SourcesOf(plan));
   output->Commit();

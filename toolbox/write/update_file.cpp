@@ -12,22 +12,29 @@
 namespace toolbox {
 
 void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path,
-                const FileSource& file, bool mediaMayMove) {
+                const FileSource& file, bool mediaMayMove) try {
   const FileOutline outline = ReadOutline(file);
   // The times of a file can be too coarse to show that another save was faster.
-  if (movie.headerAt && *movie.headerAt != outline.Movie().at) throw Refused{fBsyErr};
+  if (movie.headerAt && *movie.headerAt != outline.Movie().at) {
+    throw Refused{fBsyErr, "it has changed since it was opened"};
+  }
   FilePlan plan = PlanUpdate(movie);
   LoadTables(plan);  // they may be in the file that changes now
   if (plan.ownFile) plan.ownFile->state.reset();  // this save changes it
   MovieWriter header(plan, path);
   const UpdateSteps steps = StepsForUpdate(plan, outline, header);
-  if (!steps.newFile.empty() && !mediaMayMove) throw Refused{fBsyErr};
+  if (!steps.newFile.empty() && !mediaMayMove) {
+    throw Refused{fBsyErr, "its media would move, and another movie needs them"};
+  }
   PartsWriter parts(plan, header);
   FileInPlace inPlace(file.Descriptor());
   parts.Perform(steps.inPlace, inPlace);
   if (steps.newFile.empty()) return;
   OutputFile output(path, Existing::kLocked);
   parts.Perform(steps.newFile, output);
+} catch (Failure& failure) {
+  failure.NameFile(path.native());
+  throw;
 }
 
 }  // namespace toolbox
