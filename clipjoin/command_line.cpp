@@ -81,6 +81,10 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
     std::cerr << "Error processing option " << argument << ": ";
     PrintDurationHelp(bad.text);
     return ExitStatus{1};
+  } catch (const BadNames&) {
+    std::cerr << "Error processing option " << argument
+              << ": standard input is not a list of file names\n";
+    return ExitStatus{1};
   }
   if (!parser.line.inputs.empty()) return std::move(parser.line);
   std::cerr << "No movies found\n";

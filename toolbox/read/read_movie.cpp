@@ -137,6 +137,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
     auto movie = std::make_unique<MovieRecord>();
     if (atoms.header.scale <= 0) throw Malformed("the movie has no time scale");
     movie->header = atoms.header;
+    movie->header.nextTrackId = std::max(atoms.header.nextTrackId, 1U);
     std::vector<FragmentedTrack> read;
     for (TrackAtoms& trackAtoms : atoms.tracks) {
       TrackRecord& track = *movie->tracks.emplace_back(std::make_unique<TrackRecord>());
@@ -147,7 +148,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
       read.push_back({&track, std::move(rows), 0, {}});
       // Some files state an ID that is in use.
       std::uint32_t& next = movie->header.nextTrackId;
-      if (track.header.id >= next) next = track.header.id + 1;
+      next = std::max(next, std::min(track.header.id, MovieHeader::kIdsUsedUp - 1) + 1);
     }
     FinishTracks(*movie, atoms, read, file);
     FillReferences(*movie, atoms);
