@@ -172,7 +172,7 @@ std::optional<FileAtom> FindHeader(const ByteSource& source) {
 // Its content, inflated if it is compressed. Throws Malformed, and what reading throws.
 HeldBytes LoadHeader(const ByteSource& source, const FileAtom& found) {
   if (found.ContentSize() == 0) throw Malformed("the movie header is empty");
-  HeldBytes held = source.Load(found.ContentAt(), found.ContentSize());
+  HeldBytes held = source.Load(found.ContentAt(), MemorySize(found.ContentSize()));
   auto inflated = InflatedMovie(held.Span());
   return inflated ? HeldBytes(std::move(*inflated)) : held;
 }

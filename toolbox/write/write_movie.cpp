@@ -182,7 +182,7 @@ void MovieWriter::Write(std::uint64_t dataStart, const std::function<void(ByteSp
 }
 
 Bytes MovieWriter::Encode(std::uint64_t dataStart) {
-  Bytes movie(SizeAt(dataStart));
+  Bytes movie(MemorySize(SizeAt(dataStart)));
   FieldWriter writer(measured_.Found(), movie);
   Put(writer, dataStart);
   return movie;
