@@ -32,17 +32,20 @@ constexpr CallSite kEndEdits{"EndMediaEdits", kChapterSource, 226};
 constexpr CallSite kInsertMedia{"InsertMediaIntoTrack", kChapterSource, 230};
 constexpr CallSite kAddReference{"AddTrackReference", kChapterSource, 261};
 
-// Products of times do not fit into 64 bits.
-__extension__ using Wide = __int128;
-
-// units * to / from, rounded towards zero and limited to 64 bits.
+// units * to / from, rounded towards zero and limited to 64 bits. The product of all units might
+// not fit into 64 bits, so whole seconds are converted by themselves.
 std::int64_t Scaled(std::int64_t units, std::int64_t to, std::int64_t from) {
-  constexpr Wide kLowest = INT64_MIN, kHighest = INT64_MAX;
-  return static_cast<std::int64_t>(std::clamp(Wide{units} * to / from, kLowest, kHighest));
+  const std::int64_t seconds = units / from, most = INT64_MAX / to - 1;
+  if (seconds > most) return INT64_MAX;
+  if (seconds < -most) return INT64_MIN;
+  return seconds * to + units % from * to / from;
 }
 
 bool StartsBefore(const Chapter& a, const Chapter& b) {
-  return Wide{a.start} * b.scale < Wide{b.start} * a.scale;
+  const std::int64_t second = a.start / a.scale, other = b.start / b.scale;
+  return second != other ? second < other
+                         : a.start % a.scale * std::int64_t{b.scale} <
+                               b.start % b.scale * std::int64_t{a.scale};
 }
 
 // Removes the chapters that start after the end of the movie and prints the first of them. The

@@ -83,6 +83,10 @@ std::variant<CommandLine, ExitStatus> ParseCommandLine(std::span<const char* con
     std::cerr << "Error processing option " << argument << ": ";
     PrintDurationHelp(bad.text);
     return ExitStatus{1};
+  } catch (const BadNames&) {
+    std::cerr << "Error processing option " << argument
+              << ": standard input is not a list of file names\n";
+    return ExitStatus{1};
   }
   for (input::InputMovie& input : parser.line.inputs) input.options.quiet = output.quiet;
   if (!parser.line.inputs.empty()) return std::move(parser.line);

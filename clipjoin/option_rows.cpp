@@ -126,9 +126,18 @@ void AutoChaptersMerge(const char*, Cursor&, Parser& parser) {
 }
 
 // Reads file names until standard input ends. The current settings do not move to these inputs.
+// Throws BadNames where there are more names, or longer ones, than any system has.
 void ReadNames(const char*, Cursor&, Parser& parser) {
+  constexpr std::size_t kLongestName = 1 << 16, kMostNames = 100'000;
   const FileOptions settings = parser.Current();
-  for (std::string name; std::getline(std::cin, name);) parser.AddInput(settings, name);
+  std::string name(kLongestName + 1, '\0');
+  for (std::size_t names = 0; std::cin.getline(name.data(), kLongestName + 1); ++names) {
+    if (names == kMostNames) throw BadNames{};
+    // The line end is counted, except at the end of a file without one.
+    const std::streamsize length = std::cin.gcount() - (std::cin.eof() ? 0 : 1);
+    parser.AddInput(settings, name.substr(0, static_cast<std::size_t>(length)));
+  }
+  if (!std::cin.eof()) throw BadNames{};
   parser.line.output.namesFromStdin = true;
 }
 

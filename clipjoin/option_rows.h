@@ -39,7 +39,7 @@ struct Option {
   const char* name;
   unsigned commands;
   // Reads the option's values from `next` and carries it out. `name` is the option as given. Throws
-  // NeedMoreArguments and BadDuration.
+  // NeedMoreArguments, BadDuration and BadNames.
   void (*carryOut)(const char* name, Cursor& next, Parser& parser);
 };
 

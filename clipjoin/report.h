@@ -39,6 +39,9 @@ struct BadDuration {
   std::string text;  // as given
 };
 
+// Standard input is no list of file names. Caught by the option loop.
+struct BadNames {};
+
 // Prints and counts a failed call; does nothing if `code` is noErr. Returns `code`, for callers
 // that cannot go on after the failure.
 toolbox::OSErr Report(CallSite site, toolbox::OSErr code);

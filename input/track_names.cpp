@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <optional>
 #include <tuple>
 
 #include "utils/owned.h"
@@ -14,9 +16,13 @@ using toolbox::FourCC;
 using toolbox::Movie;
 using toolbox::Track;
 
-// The track with that number among those of the media type, counted from 1; or null.
-Track OfType(Movie movie, std::int32_t number, FourCC type) {
-  return toolbox::GetMovieIndTrackType(movie, number, type, toolbox::movieTrackMediaType);
+// The name in the track's user data; nothing without one.
+std::optional<std::string> OwnName(Track track) {
+  const utils::OwnedHandle item;
+  const auto found =
+      toolbox::GetUserData(toolbox::GetTrackUserData(track), item, FourCC{"name"}, 1);
+  if (found != toolbox::noErr) return std::nullopt;
+  return std::string(item->bytes.begin(), item->bytes.end());
 }
 
 }  // namespace
@@ -29,23 +35,23 @@ std::string KindName(Track track) {
   return {name.begin() + 1, name.begin() + 1 + name[0]};
 }
 
-std::string TrackName(Movie movie, Track track) {
-  const utils::OwnedHandle item;
-  if (toolbox::GetUserData(toolbox::GetTrackUserData(track), item, FourCC{"name"}, 1) ==
-      toolbox::noErr) {
-    return {item->bytes.begin(), item->bytes.end()};
-  }
-  std::string name = KindName(track) + " Track";
-  const FourCC type = utils::MediaType(track);
-  if (OfType(movie, 2, type) == nullptr) return name;
-  std::int32_t number = 1;
-  while (OfType(movie, number, type) != track) ++number;
-  return name + ' ' + std::to_string(number);
-}
-
 std::vector<std::string> TrackNames(Movie movie) {
+  const std::vector<Track> tracks = utils::Tracks(movie);
+  struct Count {
+    int all = 0, named = 0;
+  };
+  std::map<FourCC, Count> counts;
+  for (const Track track : tracks) ++counts[utils::MediaType(track)].all;
+  // A track without a media has no number.
+  counts[FourCC()].all = 1;
   std::vector<std::string> names;
-  for (const Track track : utils::Tracks(movie)) names.push_back(TrackName(movie, track));
+  for (const Track track : tracks) {
+    Count& count = counts[utils::MediaType(track)];
+    std::string name = KindName(track) + " Track";
+    ++count.named;
+    if (count.all > 1) name += ' ' + std::to_string(count.named);
+    names.push_back(OwnName(track).value_or(name));
+  }
   return names;
 }
 

@@ -117,5 +117,22 @@ class Installation(unittest.TestCase):
         self.assert_cuts(program)
 
 
+RELEASE = ROOT / "build/bin/clipjoin"
+
+
+@has_tools("readelf")
+@unittest.skipUnless(RELEASE.is_file(), "there is no release build")
+class ReleaseBuild(unittest.TestCase):
+    def test_is_hardened(self):
+        found = call("readelf", "-W", "-h", "-l", "-d", "--dyn-syms", RELEASE)
+        for wanted in (
+            r"Type: +DYN ", r"FLAGS_1.*\bPIE\b",  # loaded at a random address
+            r"\bGNU_RELRO\b", r"FLAGS_1.*\bNOW\b",  # no pointers to functions can be written
+            r"GNU_STACK +(0x0+ +){5}RW ",  # the stack cannot be executed
+            r"\b__stack_chk_fail\b", r"\b__\w+_chk@",  # buffers are checked
+        ):  # fmt: skip
+            self.assertRegex(found, wanted)
+
+
 if __name__ == "__main__":
     runs.main()

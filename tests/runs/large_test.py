@@ -6,10 +6,12 @@ import os
 import resource
 import struct
 import unittest
+import zlib
 
 import runs
 
 FOUR_GIB = 1 << 32
+SANITIZERS = b"__asan_init" in (runs.BIN / "clipjoin").read_bytes() if runs.BIN.exists() else False
 RATE = 44100
 
 
@@ -189,6 +191,64 @@ class LargeMovies(runs.RunTest):
         done = self.run_in_folder("clipjoin", long, long, "-o", "two.mov")
         self.assertRegex(done.err, r"Error in \w+ at line \d+ of utils\.cpp: -2011\n")
         self.assertFalse((self.folder / "two.mov").exists())
+
+
+class Bounds(runs.RunTest):
+    """What a run costs depends on the size of its input, not on what the input claims."""
+
+    def run_within(self, seconds, memory, *arguments, **more):
+        """Runs a command that may use `memory` bytes beyond those that any run needs."""
+        most = (100 << 20) + memory
+        limit = None if SANITIZERS else lambda: resource.setrlimit(resource.RLIMIT_AS, (most, most))
+        results = []
+
+        def work():
+            results.append(self.run_in_folder(*arguments, preexec_fn=limit, **more))
+
+        # A debug build is five times slower than a release, and one with sanitizers twenty times.
+        self.assertLess(seconds_used(work), seconds * (20 if SANITIZERS else 5))
+        return results[0]
+
+    def test_a_header_that_repeats_one_thing_costs_20_times_its_length(self):
+        clip = plain_sound(self.folder / "clip.mov", 5000).read_bytes()
+        movie, track = (
+            atom(kind.encode(), content) for kind, content in runs.atoms(runs.child(clip, "moov"))
+        )
+        media = clip[: -8 - len(movie + track)]
+        rows = 100_000 * struct.pack(">6i", 1, 5, 1 << 16, 1, 3, 1 << 16)
+        edits = atom(b"edts", atom(b"elst", struct.pack(">II", 0, 200_000), rows))
+        for content, tracks in (
+            (movie + 10_000 * track, 10_000),
+            (movie + atom(b"trak", track[8:], edits), 1),
+            (movie + track + 100_000 * atom(b"free"), 1),
+        ):
+            header = atom(b"moov", content)
+            (self.folder / "many.mov").write_bytes(media + header)
+            for seconds, options in ((1, ["-list"]), (5, ["-self-contained"])):
+                with self.subTest(tracks=tracks, header=len(header), options=options):
+                    done = self.run_within(seconds, 20 * len(header), "clipjoin", "many.mov", "-q",
+                                           *options, "-o", "out.mov")  # fmt: skip
+                    self.assertEqual((done.status, done.err), (0, ""))
+            self.assertEqual(runs.movie_header(self.folder / "out.mov").count(b"tkhd"), tracks)
+
+    def test_a_compressed_header_is_read_up_to_64_times_its_length(self):
+        def compressed(length):
+            movie = struct.pack(">I4s", length, b"moov") + bytes(length - 8)
+            data = struct.pack(">I", length) + zlib.compress(movie, 9)
+            return atom(b"moov", atom(b"cmov", atom(b"dcom", b"zlib"), atom(b"cmvd", data)))
+
+        (self.folder / "zeros.mov").write_bytes(compressed(200 << 20))
+        done = self.run_within(1, 0, "clipjoin", "zeros.mov", "-o", "out.mov")
+        self.assertRegex(done.err, r"\AError -2002 reading zeros\.mov\n")
+
+    def test_standard_input_without_file_names_is_refused(self):
+        refused = "Error processing option -names-from-stdin: standard input is not a list of file names\n"
+        names = self.folder / "names"
+        names.write_text(100_001 * "a\n")
+        for path in ("/dev/zero", names):
+            with open(path, "rb") as stream:
+                done = self.run_within(1, 100 << 20, "clipjoin", "-names-from-stdin", stdin=stream)
+            self.assertEqual(done, runs.Result(1, "", refused))
 
 
 if __name__ == "__main__":

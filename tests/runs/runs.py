@@ -71,9 +71,8 @@ def run(program, *arguments, cwd=None, timeout=60, **more):
         cwd=cwd,
         env=environment,
         capture_output=True,
-        stdin=subprocess.DEVNULL,
         timeout=timeout,
-        **more,
+        **{"stdin": subprocess.DEVNULL, **more},
     )
     text = (stream.decode("utf-8", "surrogateescape") for stream in (done.stdout, done.stderr))
     return Result(done.returncode, *text)

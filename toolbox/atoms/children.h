@@ -30,6 +30,7 @@
 #include <algorithm>
 #include <concepts>
 #include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <tuple>
@@ -108,6 +109,9 @@ class ChildReader {
   }
   template <class A>
   void Read(std::vector<A>& members) {
+    // Room for exactly these: a vector that grows would need up to three times as much.
+    members.reserve(static_cast<std::size_t>(std::ranges::count(
+        children_, A::kType, [](const Child& child) { return child.atom.type; })));
     for (Child& child : children_) {
       if (auto found = Take<A>(child)) members.push_back(std::move(*found));
     }
@@ -146,6 +150,7 @@ class ChildWriter {
 
   // Writes all children in their order. The container must still exist.
   void Finish() {
+    std::map<FourCC, std::size_t> next;  // the children of a type before that index are written
     for (const Sibling& sibling : order_) {
       if (!sibling.bytes.empty()) {
         io_.Append(sibling.bytes);
@@ -153,10 +158,9 @@ class ChildWriter {
       }
       // A sibling without bytes only marks the place of a child that was decoded. If the model has
       // removed that child since, nothing is written here.
-      const auto child = std::ranges::find_if(children_, [&](const Child& other) {
-        return other.type == sibling.type && !other.isWritten;
-      });
-      if (child != children_.end()) Write(*child);
+      std::size_t& at = next[sibling.type];
+      while (at < children_.size() && children_[at].type != sibling.type) ++at;
+      if (at < children_.size()) Write(children_[at++]);
     }
     for (Child& child : children_) {
       if (!child.isWritten) Write(child);

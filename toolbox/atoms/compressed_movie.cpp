@@ -2,6 +2,7 @@
 
 #include <libdeflate.h>
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -42,12 +43,16 @@ struct CompressedHeader {  // a 'moov' with a 'cmov' and nothing else
   static void Children(auto& io, auto& header) { io(header.movie); }
 };
 
+// The largest movie header that is read from a stream of that length. Deflate can compress 1032 to
+// 1, which would turn a file of 4 MB into 4 GB of memory. No real header comes near that.
+std::uint64_t MostInflated(std::size_t stream) {
+  constexpr std::uint64_t kAlwaysRead = 16 << 20, kMostInflation = 64;
+  return std::max(kAlwaysRead, kMostInflation * stream);
+}
+
 Bytes Inflated(const CompressedData& data) {
-  // Deflate never compresses better than 1032 to 1. A damaged file that claims more than that must
-  // not make us allocate gigabytes.
-  constexpr std::uint64_t kMostInflation = 1032;
-  if (data.size > data.stream.size() * kMostInflation + kMostInflation) {
-    throw Malformed("the compressed movie header cannot be as long as it claims");
+  if (data.size > MostInflated(data.stream.size())) {
+    throw Malformed("the compressed movie header claims to be too long");
   }
   Bytes inflated(data.size);
   const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
@@ -62,23 +67,29 @@ Bytes Inflated(const CompressedData& data) {
   return inflated;
 }
 
-}  // namespace
-
-Bytes CompressMovie(ByteSpan movie) {
-  // The fastest level. The next one saves a few percent of a header of 100 MB and takes twice the
-  // time.
-  constexpr int kLevel = 1;
+// A 'moov' with the movie compressed by that level of deflate; 0 stores the bytes as they are.
+Bytes CompressedBy(int level, ByteSpan movie) {
   const std::unique_ptr<libdeflate_compressor, void (*)(libdeflate_compressor*)> compressor(
-      libdeflate_alloc_compressor(kLevel), libdeflate_free_compressor);
+      libdeflate_alloc_compressor(level), libdeflate_free_compressor);
   if (!compressor) throw std::bad_alloc();
   // The room is not initialized, because compression leaves most of it unused.
   const std::size_t room = libdeflate_zlib_compress_bound(compressor.get(), movie.size());
   const auto stream = std::make_unique_for_overwrite<std::uint8_t[]>(room);
   const std::size_t size =
       libdeflate_zlib_compress(compressor.get(), movie.data(), movie.size(), stream.get(), room);
+  // What readers would refuse is not compressed.
+  if (movie.size() > MostInflated(size)) return CompressedBy(0, movie);
   CompressedHeader header;
   header.movie.data = {static_cast<std::uint32_t>(movie.size()), ByteSpan(stream.get(), size)};
   return Encode(header);
+}
+
+}  // namespace
+
+Bytes CompressMovie(ByteSpan movie) {
+  // The fastest level. The next one saves a few percent of a header of 100 MB and takes twice the
+  // time.
+  return CompressedBy(1, movie);
 }
 
 Bytes Inflate(ByteSpan content) {

@@ -91,7 +91,7 @@ template <class Put>
 Bytes Encoded(Put&& put) {
   FieldSizer sizer;
   put(sizer);
-  Bytes bytes(sizer.Size());
+  Bytes bytes(MemorySize(sizer.Size()));
   FieldWriter writer(sizer.Found(), bytes);
   put(writer);
   return bytes;

@@ -51,7 +51,9 @@ struct MovieHeader {
   // In movie units. A file has 32 bits for each; larger values are written as 0.
   std::int64_t previewTime = 0, previewDuration = 0, posterTime = 0;
   std::int64_t selectionTime = 0, selectionDuration = 0, currentTime = 0;
+  // Greater than the id of each track. If it is kIdsUsedUp, a new track gets an id that is free.
   std::uint32_t nextTrackId = 1;
+  static constexpr std::uint32_t kIdsUsedUp = UINT32_MAX;
 
   bool NeedsWide() const { return std::max({created, modified, duration}) > UINT32_MAX; }
   static void Fields(auto& io, auto& header) {

@@ -167,7 +167,7 @@ struct OutputFile::State {
   // Returns `wanted` free bytes of the buffer, or the whole buffer if that is smaller. Empties the
   // buffer first if necessary.
   std::span<std::uint8_t> Room(std::uint64_t wanted) {
-    const std::uint64_t size = std::min<std::uint64_t>(wanted, kBufferSize);
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, kBufferSize));
     if (size > kBufferSize - gathered) Drain();
     return {buffer.data() + gathered, size};
   }

@@ -39,6 +39,9 @@ class EditList {
   // The length of the empty edit at the start.
   MovieTime Offset() const;
 
+  // Makes room for that many edits, so that none of them is moved while others are added.
+  void Reserve(std::size_t count) { edits_.reserve(count); }
+
   // Adds an edit after the last. After an empty one, append another edit or call TrimEnd.
   //
   //   |   A   |                    |   A   |  new  |

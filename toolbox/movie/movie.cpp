@@ -26,6 +26,16 @@ std::vector<MovieRecord*>& AllMovies() {
   return movies;
 }
 
+// The smallest id that none of the tracks has.
+std::uint32_t SmallestFreeId(const std::vector<std::unique_ptr<TrackRecord>>& tracks) {
+  std::vector<bool> isTaken(tracks.size() + 2);
+  isTaken[0] = true;  // not an id
+  for (const auto& track : tracks) {
+    if (track->header.id < isTaken.size()) isTaken[track->header.id] = true;
+  }
+  return static_cast<std::uint32_t>(std::ranges::find(isTaken, false) - isTaken.begin());
+}
+
 }  // namespace
 
 std::uint64_t Now() {
@@ -70,14 +80,9 @@ bool MovieRecord::IsIso() const {
 }
 
 TrackRecord& MovieRecord::AddTrack(const TrackSettings& settings) {
-  // An id that no track has, even where a file has used up the numbers.
-  const auto isTaken = [this](std::uint32_t id) {
-    return id == 0 ||
-           std::ranges::any_of(tracks, [id](const auto& other) { return other->header.id == id; });
-  };
-  while (isTaken(header.nextTrackId)) ++header.nextTrackId;
   auto track = std::make_unique<TrackRecord>(TrackRecord{settings, this});
-  track->header.id = header.nextTrackId++;
+  track->header.id =
+      header.nextTrackId == MovieHeader::kIdsUsedUp ? SmallestFreeId(tracks) : header.nextTrackId++;
   track->header.created = track->header.modified = Now();
   return *tracks.emplace_back(std::move(track));
 }

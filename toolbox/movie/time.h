@@ -4,8 +4,17 @@
 #include <cmath>
 #include <compare>
 #include <cstdint>
+#ifndef __SIZEOF_INT128__
+#include <boost/multiprecision/cpp_int.hpp>
+#endif
 
 namespace toolbox {
+
+#ifdef __SIZEOF_INT128__
+__extension__ using Wide = __int128;
+#else  // a machine of 32 bits
+using Wide = boost::multiprecision::int128_t;
+#endif
 
 // A point or a length on one time line, in units of that line's scale.
 template <class Line>
@@ -43,7 +52,6 @@ constexpr Number RescaledIn(Number units, Number from, Number to, Rounding round
 // beyond kLongest becomes kLongest.
 constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64_t to,
                                Rounding rounding = Rounding::kNearest) {
-  __extension__ using Wide = __int128;
   if (from == to) return units;
   // Nearly always 64 bits do, and divide many times faster.
   constexpr std::int64_t kNarrow = std::int64_t{1} << 32, kNarrowScale = 1 << 29;

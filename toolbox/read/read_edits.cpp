@@ -1,6 +1,7 @@
 #include "toolbox/read/read_edits.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "toolbox/atoms/malformed.h"
 
@@ -34,6 +35,7 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
   const Clock clock = track.TimeClock();
   std::uint64_t total = 0;
   if (stated.entries.empty()) return std::nullopt;
+  edits.Reserve(stated.entries.size());
   for (std::size_t i = 0; i < stated.entries.size(); ++i) {
     const EditEntries::Entry& entry = stated.entries[i];
     if (entry.mediaTime < -1 || entry.mediaTime > kLongest || entry.rate < 0 ||
@@ -84,8 +86,8 @@ EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackR
 
 MovieTime ReadEdits(const EditEntries* list, bool isFragmented, std::int64_t start,
                     TrackRecord& track) {
-  const auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, start, track);
-  track.edits = listed ? *listed : WholeMedia(track, start, isFragmented);
+  auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, start, track);
+  track.edits = listed ? std::move(*listed) : WholeMedia(track, start, isFragmented);
   if (start == 0) return {};
   const MovieTime offset = track.edits.Offset();
   track.edits = FromFirstSample(track.edits, start, track);

@@ -142,6 +142,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
     auto movie = std::make_unique<MovieRecord>();
     if (atoms.header.scale <= 0) throw Malformed("the movie has no time scale");
     movie->header = atoms.header;
+    movie->header.nextTrackId = std::max(atoms.header.nextTrackId, 1U);
     std::vector<FragmentedTrack> read;
     for (TrackAtoms& trackAtoms : atoms.tracks) {
       TrackRecord& track = *movie->tracks.emplace_back(std::make_unique<TrackRecord>());
@@ -152,7 +153,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
       read.push_back({&track, std::move(rows), 0, {}});
       // Some files state an ID that is in use.
       std::uint32_t& next = movie->header.nextTrackId;
-      if (track.header.id >= next) next = track.header.id + 1;
+      next = std::max(next, std::min(track.header.id, MovieHeader::kIdsUsedUp - 1) + 1);
     }
     FinishTracks(*movie, atoms, read, file);
     FillReferences(*movie, atoms);
@@ -176,7 +177,7 @@ std::optional<FileAtom> FindHeader(const ByteSource& source) {
 // Its content, inflated if it is compressed. Throws Malformed, and what reading throws.
 HeldBytes LoadHeader(const ByteSource& source, const FileAtom& found) {
   if (found.ContentSize() == 0) throw Malformed("the movie header is empty");
-  HeldBytes held = source.Load(found.ContentAt(), found.ContentSize());
+  HeldBytes held = source.Load(found.ContentAt(), MemorySize(found.ContentSize()));
   auto inflated = InflatedMovie(held.Span());
   return inflated ? HeldBytes(std::move(*inflated)) : held;
 }

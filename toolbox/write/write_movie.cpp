@@ -38,6 +38,7 @@ bool NeedsEditList(const TrackRecord& track) {
 // The rows of 'elst'. Rates are fixed-point numbers with 16 fraction bits.
 EditEntries Edits(const EditList& list) {
   EditEntries edits;
+  edits.entries.reserve(std::max<std::size_t>(list.Edits().size(), 1));
   // A track that shows nothing needs an empty edit. Without a list it would show all of its media.
   if (list.Edits().empty()) edits.entries.push_back({0, -1, 0x10000});
   for (const Edit& edit : list.Edits()) {
@@ -76,6 +77,7 @@ class AtomMaker {
     const MovieRecord& movie = *plan_.movie;
     MovieAtoms atom;
     atom.header = Dated(movie.header, movie.Duration().units);
+    atom.tracks.reserve(movie.tracks.size());
     for (std::size_t i = 0; i < movie.tracks.size(); ++i) atom.tracks.push_back(Track(i));
     atom.userData = UserDataOf(movie.userData);
     atom.others = movie.siblings;
@@ -180,7 +182,7 @@ void MovieWriter::Write(std::uint64_t dataStart, const std::function<void(ByteSp
 }
 
 Bytes MovieWriter::Encode(std::uint64_t dataStart) {
-  Bytes movie(SizeAt(dataStart));
+  Bytes movie(MemorySize(SizeAt(dataStart)));
   FieldWriter writer(measured_.Found(), movie);
   Put(writer, dataStart);
   return movie;
