@@ -44,8 +44,8 @@ OSErr TextMediaAddTextSample(MediaHandler handler, const char* text, std::uint32
     if (box != nullptr) look.box = {box->top, box->left, box->bottom, box->right};
     look.font = static_cast<std::uint16_t>(font);
     look.face = face;
-    const MediaTime time = media.AddSample(EncodeTextSample(bytes, media.textEncoding),
-                                           {Encode(look)}, {duration});
+    const MediaTime time =
+        media.AddSample(EncodeTextSample(bytes, media.textEncoding), {Encode(look)}, {duration});
     SetResult(sampleTime, time.units);
   });
 }
