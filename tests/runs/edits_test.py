@@ -115,6 +115,7 @@ class EditsTest(runs.RunTest):
         `copied`, self-contained."""
         for form in ([], ["-self-contained"])[: 1 + copied]:
             output = self.folder / "out.mov"
+            output.unlink(missing_ok=True)  # a movie of no duration would not replace it
             done = self.run_in_folder("cliptune", source, *options, *form, "-q", "-o", output)
             self.assertEqual((done.status, done.err), (0, ""))
             if not form:  # the media is in another file

@@ -103,6 +103,8 @@ void MovieRecord::RemoveTrack(const TrackRecord& track) {
     std::erase_if(other->references,
                   [](const TrackReferences& list) { return list.targets.empty(); });
   }
+  // The id of the track made last is free again, so making a track and removing it changes nothing.
+  if (header.nextTrackId == track.header.id + 1) --header.nextTrackId;
   std::erase_if(tracks, [&](const auto& candidate) { return candidate.get() == &track; });
 }
 
