@@ -84,8 +84,9 @@ void PrintMalformed(FourCC type, std::int32_t size, std::size_t at, std::int64_t
             << " at " << at << " exceeds container length " << length << '\n';
 }
 
-// Converts the tags in the atoms in `bytes`, of which the container claims to have `length`.
-// `depth` is the number of item lists around them. Atoms outside an item list are searched for one.
+// Converts the tags in the atoms of `bytes`. `length`, in bytes, is the size that the container
+// claims. `depth` is the number of item lists around the atoms. If it is 0, the atoms are not tags,
+// and only the item lists among them are converted.
 void Walk(UserData data, ByteSpan bytes, std::int64_t length, int depth) {
   constexpr std::size_t kHeaderSize = 8;
   // The value of a tag is in a 'data' atom, after its header, type and locale.
@@ -104,22 +105,23 @@ void Walk(UserData data, ByteSpan bytes, std::int64_t length, int depth) {
     }
     const ByteSpan atom = bytes.subspan(at, whole), content = bytes.subspan(at + kHeaderSize);
     if (depth > 0 && whole >= kBeforeValue) StoreTag(data, type, atom.subspan(kBeforeValue));
-    // The list's size includes its header, so the walk also sees the header of the next atom. That
-    // is often a 'free', which ends the walk.
+    // The size of the list includes its header, and PrintMalformed prints that size. So the walk
+    // also reads the header of the next atom, which is often a 'free' that ends the walk.
     if (type == kItemList && depth < kDeepestList) Walk(data, content, size, depth + 1);
     at += whole;
   }
 }
 
-// The part of a string that an encoding can represent, up to the first character it cannot.
+// How much of a string an encoding can represent, up to the first character that it cannot.
 struct Rendering {
   CFStringEncoding encoding = 0;
   std::int16_t language = 0;
   std::int64_t characters = 0, bytes = 0;  // characters are units of UTF-16
 };
 
-// The first language whose encoding can represent all of the string, else the first of those that
-// can represent most of it. No characters if there is none.
+// The first language whose encoding can represent all of the string. If there is none, the first of
+// those that can represent the longest part of it. If no encoding can represent its first
+// character, `characters` is 0.
 Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
   Rendering best;
   std::set<CFStringEncoding> tried;
@@ -139,8 +141,8 @@ Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
   return best;
 }
 
-// Adds the whole string as a text of that language, with '?' for characters that its encoding
-// cannot represent, cut off at the size of the rendering.
+// Adds the string as a text of that language, with '?' for each character that its encoding cannot
+// represent. The text is cut off after `as.bytes` bytes.
 void AddRendering(UserData data, FourCC type, toolbox::CFStringRef string, std::int64_t length,
                   const Rendering& as) {
   const OwnedHandle text(as.bytes);

@@ -111,7 +111,7 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
   if (options.listChapters) {
     std::cout << "Chapter list for " << utils::Visible(options.path) << ":\n";
   }
-  // The chapters of different tracks may overlap. Here their stretches become one.
+  // The chapters of different tracks may overlap. The set merges intervals that do.
   boost::icl::interval_set<std::int64_t> dropped;
   std::set<std::string> unknown(included);
   unknown.insert(excluded.begin(), excluded.end());

@@ -36,10 +36,10 @@ enum class Samples { kDefaultPlace, kInMemory };
 // has been reported.
 toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie movie,
                                  Samples samples = Samples::kDefaultPlace);
-// Makes `target` the only track that refers to `chapterTrack`, and discards chapter tracks that are
-// disabled and that nothing refers to any more. A null target is the first enabled
-// visual track or, without one, the first enabled sound track. Failures are reported.
-// trackNotInMovie if there is no such track.
+// Makes `chapterTrack` the only chapter track, and `target` the only track that refers to it. A
+// null target means the first enabled visual track or, without one, the first enabled sound track.
+// Of the text tracks that were chapter tracks before, discards those that are disabled and that no
+// other track refers to. Failures are reported, except trackNotInMovie: there is no target.
 [[nodiscard]] toolbox::OSErr AddChapterReference(toolbox::Movie movie, toolbox::Track chapterTrack,
                                                  toolbox::Track target);
 // Builds a chapter track and adds the reference to it. Returns the movies error if no track was

@@ -23,9 +23,10 @@ constexpr FourCC kChapterList{"chpl"};
 // Products of times do not fit into 64 bits.
 __extension__ using Wide = __int128;
 
-// The chapters in the list, without those that start after the end of the movie. Version, flags, in
-// version 1 a reserved byte, the number of chapters, and for each chapter: its start in units of
-// 100 ns, the length of the title, and the title.
+// The chapters in the list, without those that start after the end of the movie. A list has a
+// version, flags, the number of chapters (8 bits in version 0; a reserved byte and 32 bits in later
+// versions) and, for each chapter, its start in units of 100 ns (64 bits), the length of the title
+// in bytes (8 bits), and the title.
 std::vector<Chapter> ChaptersIn(ByteSpan list, Movie movie) {
   constexpr Wide kListScale = 10'000'000;
   // The same for all movies, so that a join makes one track of their chapters.
@@ -49,8 +50,9 @@ std::vector<Chapter> ChaptersIn(ByteSpan list, Movie movie) {
   return chapters;
 }
 
-// The chapters of the movie, and one for the time from the end of the last chapter to the end of
-// the movie: in a list, the last chapter lasts until there.
+// The chapters of the movie, and one more entry whose `start` is the time from the end of the last
+// chapter to the end of the movie. The entry shows whether that time has changed: in a list, the
+// last chapter lasts until the end of the movie.
 std::vector<Chapter> ChaptersAndRest(Movie movie) {
   std::vector<Chapter> chapters = ReadChapters(movie);
   const std::int64_t end = chapters.empty() ? 0 : chapters.back().start + chapters.back().duration;
@@ -59,8 +61,8 @@ std::vector<Chapter> ChaptersAndRest(Movie movie) {
   return chapters;
 }
 
-// Whether the title is the same and so is the start, give or take one unit of either scale. A list
-// has nothing else.
+// Whether the titles are equal, and the starts differ by at most one unit of the coarser scale. A
+// list states nothing else.
 bool IsSame(const Chapter& a, const Chapter& b) {
   const Wide apart = Wide{a.start} * b.scale - Wide{b.start} * a.scale;
   const Wide unit = std::max(a.scale, b.scale);

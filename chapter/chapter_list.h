@@ -1,5 +1,5 @@
-// The list of chapters in the user data of a movie ('chpl'). Some MPEG-4 files have it beside a
-// chapter track or instead of one.
+// The list of chapters in the user data of a movie ('chpl'). Some MPEG-4 files have it in addition
+// to a chapter track, others instead of one.
 #pragma once
 
 #include <vector>
@@ -8,16 +8,18 @@
 
 namespace chapter {
 
+// If a movie has only such a list, this makes a chapter track of it, so that other code needs to
+// handle only chapter tracks. The movie owns the track.
 class ChapterList {
  public:
   ChapterList() = default;
   // Reads the chapters of a movie that has just been opened. If they are only in a list, makes a
-  // chapter track of them, after the other tracks.
+  // chapter track of them and adds it after the other tracks.
   explicit ChapterList(toolbox::Movie movie);
 
   bool HasTrack() const { return track_ != nullptr; }
-  // Call this after tracks of the movie were removed. If one of them referred to the chapter track
-  // that was made, another one does so now. If there is none, the chapter track is removed too.
+  // Call this after removing tracks of the movie. If one of them referred to the chapter track that
+  // was made, lets another track refer to it. If there is none, removes the chapter track too.
   void Attach(toolbox::Movie movie);
   // Call this before `movie`, which has the user data of the movie that was opened, is written. The
   // list stays if it is still right, and then the chapter track that was made of it is removed.
@@ -25,8 +27,8 @@ class ChapterList {
   void Settle(toolbox::Movie movie) const;
 
  private:
-  toolbox::Track track_ = nullptr;  // made of the list; null if none was made
-  std::vector<Chapter> chapters_;  // as they were, and the time after them
+  toolbox::Track track_ = nullptr;  // the track made of the list; null if none was made
+  std::vector<Chapter> chapters_;  // those of the opened movie, and the time after them
 };
 
 }  // namespace chapter

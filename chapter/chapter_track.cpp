@@ -81,8 +81,8 @@ std::int32_t MediaScaleFor(const std::vector<Chapter>& chapters) {
   return scale;
 }
 
-// Adds a text media to the track. Without a default data reference of the movie its samples go to a
-// block of memory, too.
+// Adds text media to the track. If the movie has no default data reference, the samples go to a
+// block of memory, whatever `samples` says.
 Media NewTextMedia(Movie movie, Track track, std::int32_t scale, Samples samples) {
   Handle place = nullptr;
   FourCC type;
@@ -132,8 +132,8 @@ bool RefersTo(Track track, Track target) {
   return false;
 }
 
-// Removes those text tracks of the movie among `replaced` that are disabled and that no other track
-// refers to: players would offer them as subtitles.
+// Removes from the movie those text tracks of `replaced` that are disabled and that no other track
+// refers to, because players would offer them as subtitles.
 void Discard(const std::vector<Track>& replaced, Movie movie) {
   const std::vector<Track> tracks = utils::Tracks(movie);
   for (const Track old : tracks) {

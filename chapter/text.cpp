@@ -18,7 +18,8 @@ std::string ConvertTextEncoding(const std::string& text, toolbox::CFStringEncodi
 }
 
 std::string StringFromCFString(toolbox::CFStringRef string, toolbox::CFStringEncoding encoding) {
-  // No encoding needs ten bytes for a unit of UTF-16, so what does not fit cannot be converted.
+  // No encoding needs ten bytes for a unit of UTF-16. So there is always enough room, and the call
+  // fails only if the encoding cannot represent the string.
   const std::int64_t room = 10 * (toolbox::CFStringGetLength(string) + 1);
   std::string text(static_cast<std::size_t>(room), '\0');
   if (!toolbox::CFStringGetCString(string, text.data(), room, encoding)) return {};

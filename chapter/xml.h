@@ -10,8 +10,9 @@
 
 namespace chapter {
 
-// Writes the whole document in UTF-8, with the chapters in list order, and flushes the stream.
-// Characters that XML does not allow are left out of the titles.
+// Writes the whole document in UTF-8, with the chapters in list order, and flushes the stream. A
+// title is written as it is, even if it has a control character that XML does not allow; the
+// document is then not well-formed.
 std::ostream& WriteChapterToolXml(std::ostream& out, std::span<const Chapter> chapters);
 
 // A time in `scale` units per second (> 0) as clock time with thirtieths of a second: "05.15",

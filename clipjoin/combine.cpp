@@ -43,7 +43,7 @@ struct TrackPolicy {
   bool reusesTracks;  // false: each source gets a new track
 };
 
-// Keeps the edits of `source`, where myAppendTrack shows all of its samples.
+// Keeps the edits of `source`. (myAppendTrack ignores them and shows all of its samples.)
 OSErr InsertWhole(Track track, Track source, TimeValue at, bool) {
   return toolbox::InsertTrackSegment(source, track, 0, toolbox::GetTrackDuration(source), at);
 }
@@ -93,15 +93,15 @@ bool Refers(Track track, FourCC type, Track target) {
   return number > 0;
 }
 
-// Gives `track` the references of `source` to other tracks of its movie. `targets` has the tracks
-// of the output that they went into.
+// Gives `track` the references of `source` to other tracks of its movie. `targets` has, for each
+// track of that movie, the track of the output that it was inserted into.
 void CarryReferences(Track source, Track track, const std::map<Track, Track>& targets) {
   for (FourCC type = toolbox::GetNextTrackReferenceType(source, FourCC()); type != FourCC();
        type = toolbox::GetNextTrackReferenceType(source, type)) {
     const std::int32_t count = toolbox::GetTrackReferenceCount(source, type);
     for (std::int32_t number = 1; number <= count; ++number) {
       const auto target = targets.find(toolbox::GetTrackReference(source, type, number));
-      // Two tracks that refer to each other can have gone into the same one.
+      // `source` and the track that it refers to can have been inserted into the same track.
       if (target == targets.end() || target->second == track) continue;
       if (Refers(track, type, target->second)) continue;
       Report({"AddTrackReference", kClipjoinSource},
@@ -133,7 +133,7 @@ void Combine(Movie movie, const FileOptions& options, Movie output, const Output
   if (options.useSettings) std::ignore = toolbox::CopyMovieSettings(movie, output);
   toolbox::SetMovieTimeScale(movie, toolbox::GetMovieTimeScale(output));
   const TimeValue duration = toolbox::GetMovieDuration(movie);
-  // The movies error is that of the last call, GetMovieDuration.
+  // GetMoviesError gives the code of the last call, GetMovieDuration.
   Report({"GetMoviesError", kClipjoinSource}, toolbox::GetMoviesError());
 
   if (wanted.mode == CommandMode::kMultiplex) {

@@ -23,8 +23,8 @@ const Option* FindOption(std::string_view argument, CommandMode mode) {
   return found == Options().end() ? nullptr : &*found;
 }
 
-// The command that a program name stands for. Any unknown name means clipjoin, so a renamed
-// executable still works.
+// The command for a program name. An unknown name means clipjoin, so a renamed executable still
+// works.
 CommandMode ModeOf(std::string_view name) {
   if (name == "clipstak") return CommandMode::kMultiplex;
   if (name == "cliptune") return CommandMode::kModify;

@@ -35,8 +35,8 @@ std::string AutomaticTitle(const FileOptions& file, Movie movie) {
   return title.empty() ? PlainName(file.path) : title;
 }
 
-// The track named by -chapter-track. Null if there is no name, no track with that name (printed
-// with the names there are), or if that track is no text track (printed).
+// The track named by -chapter-track. Null if there is no such option, if no track has that name, or
+// if that track is not a text track; in the last two cases a message says why.
 Track NamedChapterTrack(Movie movie, const std::optional<std::string>& name) {
   if (!name) return nullptr;
   const std::vector<std::string> names = input::TrackNames(movie);
@@ -70,7 +70,7 @@ void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
     std::ranges::move(chapter::ReadChapters(output), std::back_inserter(chapters));
   }
-  // Looked up even if other chapters replace it, because the messages are wanted in any case.
+  // Looked up even if it is not used, because its messages are printed in any case.
   const Track named = NamedChapterTrack(output, wanted.chapterTrackName);
   toolbox::OSErr code = toolbox::noErr;
   if (!chapters.empty()) {

@@ -17,8 +17,8 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, t
 
 // Gives `output` a chapter track as `wanted` asks: a new one with `chapters` and, if they are to be
 // kept, the chapters that `output` has; or else the track named by -chapter-track. Failures are
-// reported. `savesInPlace`: the text of the chapters goes into the movie's own file, else it stays
-// in memory until the output is written.
+// reported. With `savesInPlace`, the text of the chapters goes into the movie's own file; otherwise
+// it stays in memory until the output is written.
 void AttachChapters(toolbox::Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters);
 

@@ -44,8 +44,8 @@ void ClearFlattenFlag(const char*, Cursor&, Parser& parser) {
 }
 
 // Options that change the length. The new length is a value, the length of a named track, that of
-// the shortest or longest track, or that of another movie. A later one of these replaces an earlier
-// one.
+// the shortest or longest track, or that of another movie. If there are several such options, the
+// last one applies.
 template <unsigned kOperation>
 void LengthGiven(const char*, Cursor& next, Parser& parser) {
   parser.Current().lengthTarget = ParseDuration(next());
@@ -60,8 +60,8 @@ template <unsigned kBits>
 void LengthOfTracks(const char*, Cursor&, Parser& parser) {
   parser.Current().lengthMode = kChangeLength | kBits;
 }
-// The settings of the other movie are the defaults, not the current ones: its length is that of the
-// file as it is.
+// The other movie is opened with default settings, not with the current ones, because its length is
+// that of the unchanged file.
 template <unsigned kOperation>
 void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
   FileOptions settings;
@@ -69,7 +69,7 @@ void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
   input::InputMovie other(settings);
   const toolbox::Movie movie = other.Open();
   if (!other.IsOpen()) {
-    // The option and not the file: scripts look for this text.
+    // This names the option, not the file, because scripts look for this text.
     std::cerr << "Error getting movie " << name << '\n';
     return;
   }
@@ -78,7 +78,8 @@ void LengthOfMovie(const char* name, Cursor& next, Parser& parser) {
                                   static_cast<double>(toolbox::GetMovieTimeScale(movie));
 }
 
-// Options that change a matrix do so at once, so several of them add up in command-line order.
+// An option that changes a matrix changes it at once, so several of them are combined in
+// command-line order.
 template <auto kMatrix, bool kHorizontal, bool kVertical>
 void Scale(const char*, Cursor& next, Parser& parser) {
   const Factor factor = ParseFactor(next);
@@ -125,8 +126,9 @@ void AutoChaptersMerge(const char*, Cursor&, Parser& parser) {
   parser.line.output.autoChaptersMerge = true;
 }
 
-// Reads file names until standard input ends. The current settings do not move to these inputs.
-// Throws BadNames where there are more names, or longer ones, than any system has.
+// Reads file names until standard input ends. The inputs get a copy of the current settings;
+// options that come later do not change them. Throws BadNames if there are too many names or a name
+// is too long, so that endless input cannot fill the memory.
 void ReadNames(const char*, Cursor&, Parser& parser) {
   constexpr std::size_t kLongestName = 1 << 16, kMostNames = 100'000;
   const FileOptions settings = parser.Current();
@@ -143,7 +145,7 @@ void ReadNames(const char*, Cursor&, Parser& parser) {
 
 void EndOptions(const char*, Cursor&, Parser& parser) { parser.optionsAllowed = false; }
 
-// Short, so that each option fits into a line.
+// These names are short, so that each option fits into one line.
 using F = FileOptions;
 using O = OutputOptions;
 

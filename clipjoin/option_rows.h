@@ -21,8 +21,8 @@ struct Parser {
   // Adds an input for the file at `path` that starts with a copy of `settings`.
   void AddInput(const FileOptions& settings, const std::string& path);
 
-  // The index of the last input that the command line has named. Not a reference: inputs move when
-  // others are added.
+  // The index of the last input that the command line has named. This is not a reference, because
+  // inputs move when others are added.
   std::optional<std::size_t> current;
 };
 

@@ -27,7 +27,7 @@ constexpr const char* CommandName(CommandMode mode) {
 }
 
 // How the length of an input is changed. The low four bits say what is done, the next two where the
-// new length comes from. The values must not change.
+// new length comes from. The values must not change: the tests of the command line compare them.
 enum LengthMode : std::uint8_t {
   kKeepLength = 0,
   kChangeLength = 0x01,
@@ -54,7 +54,7 @@ struct Chapter {
 // file name change them.
 struct FileOptions {
   std::string path;  // as given
-  bool quiet = false;  // that of the output: no warnings
+  bool quiet = false;  // no warnings; a copy of OutputOptions::quiet
   std::string chapterName;  // of the automatic chapter; empty: the movie's name or the file name
   // Names. A track or chapter is kept if it is included, or nothing is, and if it is not excluded.
   std::set<std::string> includeTracks, excludeTracks;
@@ -90,15 +90,15 @@ struct FileOptions {
   }
 };
 
-// The settings of the whole run. They are global wherever their options are on the command line.
+// The settings of the whole run. Their options may be anywhere on the command line.
 struct OutputOptions {
   CommandMode mode = CommandMode::kConcatenate;
   bool quiet = false;
   bool selfContained = false;
   std::uint32_t flattenFlags =
       toolbox::flattenCompressMovieResource | toolbox::flattenForceMovieResourceBeforeMovieData;
-  // How tracks are joined. If several are set, forceSameTracks precedes uniqueTracks, and both
-  // precede manualJoin.
+  // How tracks are joined. If several are set, forceSameTracks overrides uniqueTracks, and both
+  // override manualJoin.
   bool uniqueTracks = false, forceSameTracks = false, manualJoin = false;
   bool mpeg4 = false;
   std::optional<std::string> chapterToolXml;  // path as given

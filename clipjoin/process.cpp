@@ -11,7 +11,7 @@
 namespace clipjoin {
 namespace {
 
-// Replaces the default action of a signal.
+// Sets the handler of a signal, unless the caller of the program ignores that signal.
 void Handle(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
   if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
@@ -31,7 +31,7 @@ void CleanUp(int signal) {
 }  // namespace
 
 void OpenStandardStreams() {
-  // open() takes the lowest number that is free.
+  // open() takes the lowest free number, so this fills the closed ones in order.
   while (true) {
     const int file = open("/dev/null", O_RDWR);
     if (file > STDERR_FILENO) close(file);
@@ -43,7 +43,7 @@ void HandleSignals() {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGBUS}) {
     Handle(signal, CleanUp, static_cast<int>(SA_RESETHAND));
   }
-  // Not SIG_IGN, which a program started by this one would inherit.
+  // An empty handler and not SIG_IGN, which a program started by this one would inherit.
   Handle(
       SIGXFSZ, [](int) {}, SA_RESTART);
 }

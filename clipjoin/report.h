@@ -1,5 +1,5 @@
-// Error reports: every failed call is one line of the same form on standard error, and the number
-// of failures decides the exit status.
+// Error reports. Every failed call prints one line of the same form on standard error. The exit
+// status depends on whether any failure was counted.
 #pragma once
 
 #include <iosfwd>

@@ -8,9 +8,9 @@ namespace clipjoin {
 
 // Appends all samples of the media of `source` to the media of `track`, by reference, and shows
 // them at the end of `track`. All samples are shown, including those that the edits of `source`
-// hide. Failed steps are reported, and different time scales too unless `quiet`. Returns noErr,
-// even if only the last step, showing the samples, failed; 1 if the media have different time
-// scales; else the code of the failed step.
+// hide. Failed steps are reported. Different time scales are reported too, unless `quiet`. Returns
+// 1 if the media have different time scales, or the code of the step that failed. If the last step,
+// showing the samples, fails, it returns noErr all the same.
 toolbox::OSErr JoinTrackBySampleTable(toolbox::Track track, toolbox::Track source, bool quiet);
 
 // Does the same for a track of the output. A track that shows nothing yet starts at `at`, in units

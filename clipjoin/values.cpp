@@ -70,7 +70,7 @@ constexpr Transparency kTransparencies[] = {
 
 }  // namespace
 
-// Fields are unsigned, so that digits without end wrap around instead of overflowing.
+// Fields are unsigned, because too many digits would make a signed number overflow.
 double ParseDuration(const std::string& text) {
   std::uint32_t hours = 0, minutes = 0, current = 0;
   double fraction = 0;
@@ -79,8 +79,7 @@ double ParseDuration(const std::string& text) {
     if (character >= '0' && character <= '9') {
       current = current * 10 + static_cast<std::uint32_t>(character - '0');
     } else if (character == ':') {
-      // A fourth field is an error only if it moves hours out: 0:0:1:10 is a minute and ten
-      // seconds.
+      // All fields before the last three must be 0: 0:0:1:10 is a minute and ten seconds.
       if (hours != 0) throw BadDuration{text};
       hours = minutes;
       minutes = current;

@@ -26,7 +26,7 @@ using toolbox::TimeValue;
 using toolbox::Track;
 using Names = std::vector<std::string>;  // of all tracks, in track order
 
-// Seconds in units of the time scale that the movie has now, to the nearest.
+// Converts seconds to units of the current time scale of the movie, rounded to the nearest.
 TimeValue Units(Movie movie, double seconds) {
   return std::lrint(seconds * toolbox::GetMovieTimeScale(movie));
 }
@@ -36,8 +36,8 @@ void Warn(const FileOptions& options, const std::string& text) {
   if (!options.quiet) std::cerr << "Warning: " << text << '\n';
 }
 
-// Sets the time scale that is given or that the media of the named track has. Does nothing if there
-// is neither.
+// Sets the time scale of the movie to the given one or to that of the media of the named track.
+// Does nothing if there is neither.
 void SetTimeScale(Movie movie, const Names& names, const FileOptions& options) {
   toolbox::TimeScale scale = options.timeScale;
   const std::string& name = options.timeScaleReferenceTrack;
@@ -166,7 +166,7 @@ chapter::ChapterList EditMovie(Movie movie, const FileOptions& options) {
   chapter::ChapterList chapters(movie);
   chapter::FilterChapters(movie, options);
   Names names = NeededNames(movie, options);
-  // The file does not have the track that was made of the list, so options do not see it.
+  // The last track was made from the chapter list and is not in the file, so options ignore it.
   if (chapters.HasTrack() && !names.empty()) names.pop_back();
   SetTimeScale(movie, names, options);
   if (options.removeEditList) utils::RemoveEditLists(movie);

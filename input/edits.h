@@ -8,9 +8,8 @@
 namespace input {
 
 // Edits the movie as `options` say, in this order: chapters, time scale, edit lists, tracks,
-// matrices, start, length, transparency, rate. Names that do not exist are warned about and
-// failures reported; the remaining edits are made all the same. Returns the chapter list of the
-// movie as it was before.
+// matrices, start, length, transparency, rate. If a name does not exist, prints a warning; the
+// remaining edits are made all the same. Returns the chapter list that the movie had before.
 chapter::ChapterList EditMovie(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
 }  // namespace input

@@ -12,7 +12,8 @@
 namespace input {
 namespace {
 
-// kExistenceHint is printed once a run, because one mistake in quoting can make many names wrong.
+// Whether kExistenceHint was printed. It is printed once per run, because one mistake in quoting
+// can make many names wrong.
 bool hintWasGiven = false;
 
 constexpr char kQuotingHint[] =

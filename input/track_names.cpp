@@ -42,7 +42,7 @@ std::vector<std::string> TrackNames(Movie movie) {
   };
   std::map<FourCC, Count> counts;
   for (const Track track : tracks) ++counts[utils::MediaType(track)].all;
-  // A track without a media has no number.
+  // Tracks without media get no number, so they count as one.
   counts[FourCC()].all = 1;
   std::vector<std::string> names;
   for (const Track track : tracks) {

@@ -21,7 +21,7 @@ std::vector<std::string> NeededNames(toolbox::Movie movie, const FileOptions& op
 void SelectTracks(toolbox::Movie movie, const std::vector<std::string>& names,
                   const FileOptions& options) {
   if (options.listTracks) std::cout << "Track list for " << utils::Visible(options.path) << ":\n";
-  std::int32_t kept = 0;  // the next track has the number kept + 1, because removed ones are gone
+  std::int32_t kept = 0;  // removed tracks leave no gap, so the next track has number kept + 1
   for (const std::string& name : names) {
     const toolbox::Track track = toolbox::GetMovieIndTrack(movie, kept + 1);
     if (options.enableTracks.contains(name)) toolbox::SetTrackEnabled(track, true);

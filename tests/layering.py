@@ -7,12 +7,12 @@ import re
 import sys
 
 SMALL = r"toolbox/(bytes|codes|file_state|held_bytes|refused)\.h"
-# What all command folders share, and may see of the toolbox.
+# What all command folders may include: the calls of the toolbox, and two headers that they share.
 SHARED = r"toolbox/toolbox\.h|clipjoin/(options|report)\.h"
 
 
 def below(*folders):
-    """The headers of those folders of the toolbox."""
+    """The headers of those folders of the toolbox, and the small headers for every folder."""
     return rf"{SMALL}|toolbox/({'|'.join(folders)})/\w+\.h"
 
 
@@ -44,7 +44,7 @@ ALLOWED = {
 BYTES = re.compile(r"big_endian\.h|\b(From|To|Append)BigEndian\b|boost::endian|\bFieldReader\b")
 BYTE_FOLDERS = ("toolbox/atoms", "toolbox/text")
 
-# Everything in quotes, so that a path relative to the file is checked too.
+# Everything in quotes is matched, so that a path relative to the file is refused too.
 INCLUDE = re.compile(
     r'\s*#\s*include\s*(?:"([^"]*)"|<((?:toolbox|clipjoin|input|chapter|utils)/[^>]*)>)'
 )

@@ -19,7 +19,7 @@ using toolbox::ByteSpan;
 using toolbox::FourCC;
 using toolbox::FromBigEndian;
 
-// Atoms that have children, but are no containers to the toolbox.
+// Atoms with children that the toolbox does not read as containers.
 constexpr FourCC kOtherContainers[] = {"gmhd", "tapt", "clip", "matt", "mfra", "rmra",
                                        "rmda", "sinf", "schi", "meta", "cmov"};
 // Atoms without fields: only their size is of interest.
@@ -88,8 +88,8 @@ class Dump {
     const FourCC type(FromBigEndian<std::uint32_t>(&start[4]));
     out_ << '\'' << type.Text() << "' malformed: claims "
          << FromBigEndian<std::uint32_t>(start.data()) << " bytes of " << left;
-    // The children of a truncated container can still be printed. Other content is left out, as
-    // that of kPlain is.
+    // The children of a truncated container can still be printed. Other content is left out, so the
+    // atom is printed like one of kPlain.
     PrintContent(source, IsContainer(type) ? type : kPlain[0], at + 8, end, depth);
   }
 
@@ -112,8 +112,8 @@ class Dump {
     out_ << '\n';
   }
 
-  // The size of version and flags at the start of 'meta'. ISO: 4 bytes. QuickTime: none, so the
-  // type of the first child comes after its size.
+  // The size of version and flags at the start of 'meta': 4 bytes in ISO files. QuickTime has none,
+  // so there the content starts with the size and the type of its first child.
   static std::uint64_t VersionSize(const ByteSource& source, std::uint64_t at, std::uint64_t end) {
     if (end - at < 8) return 0;
     return toolbox::FourCCAt(Read(source, at, 8), 4) == FourCC{"hdlr"} ? 0 : 4;

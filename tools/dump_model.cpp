@@ -89,7 +89,7 @@ class Model {
     }
   }
 
-  // Prints each edit: its movie time, and the media time that it shows at which rate.
+  // Prints each edit: its movie time, the media time that it shows, and its rate.
   void PrintEdits(const TrackRecord& track) {
     const char* separator = "  edits ";
     for (const toolbox::Edit& edit : track.edits.Edits()) {

@@ -42,8 +42,8 @@ class AtomTypes {
 };
 
 // Calls visit.operator()<A>() for each atom type of a movie file, except those whose content is not
-// decoded. A fourcc can come more than once: 'stsz' has two types, the Conditional one first, and
-// 'sbgp' is a child of two containers.
+// decoded. A fourcc can occur more than once: two atom types have 'stsz', and the Conditional one
+// comes first; 'sbgp' is a child of two containers.
 template <class Visit>
 void ForEachKnownAtom(const Visit& visit) {
   AtomTypes types(visit);

@@ -19,8 +19,7 @@ constexpr CallSite kDelete{"DeleteTrackSegment", kUtilsSource, 704};
 constexpr CallSite kInsertWhole{"InsertMediaIntoTrack", kUtilsSource, 720};
 constexpr CallSite kAppendMissing{"InsertMediaIntoTrack", kUtilsSource, 692};
 
-// A duration in units of the new scale, converted to the old scale and back, rounded down both
-// times.
+// Converts a duration from the new scale to the old one and back, and rounds down both times.
 TimeValue ThereAndBack(TimeValue duration, TimeScale oldScale, TimeScale newScale) {
   const TimeValue inOld = duration * oldScale / newScale;
   return newScale * inOld / oldScale;
@@ -45,7 +44,7 @@ void FixRoundoffErrors(toolbox::Movie movie, TimeScale newScale) {
     if (toolbox::GetMediaTimeScale(media) != newScale) continue;
     const TimeValue shown = toolbox::GetTrackDuration(track);
     const TimeValue whole = toolbox::GetMediaDuration(media);
-    // A track that shows even less than rounding leaves was cut on purpose.
+    // If rounding alone cannot have made the track so short, it was cut on purpose.
     if (shown >= whole || shown < ThereAndBack(whole, oldScale, newScale)) continue;
     Report(kAppendMissing,
            toolbox::InsertMediaIntoTrack(track, -1, shown, whole - shown, toolbox::fixedOne));

@@ -39,7 +39,7 @@ void WriteReference(toolbox::Movie movie, const DataReference& reference) {
   Require({"CloseComponent", kUtilsSource}, toolbox::CloseComponent(storage));
 }
 
-// Prints why the movie cannot be written. Not counted: the file is the user's to free.
+// Prints why the movie cannot be written. This is not counted as a failure of the run.
 void Explain(const QTError& error, const std::string& path) {
   if (error.code == toolbox::fBsyErr) {
     ExplainBusy(path);
@@ -106,7 +106,7 @@ std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWr
 void writeMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
                 std::uint32_t flattenFlags, bool showProgress) {
   DataReference reference;
-  // Goes on after a failure: the write then fails as well, and that error is printed too.
+  // Continues after a failure. The write then fails as well, and that error is printed too.
   Report({"PathToDataRef", kUtilsSource}, PathToDataRef(path, reference));
   try {
     if (selfContained) {

@@ -34,8 +34,8 @@ inline constexpr toolbox::FourCC kCreator{"TVOD"};  // the creator code of new f
 [[nodiscard]] toolbox::OSErr CreateStorage(const DataReference& reference,
                                            toolbox::DataHandler* storage);
 
-// Opens the movie at `path` and its storage; only a writable one can be saved in place. Throws
-// QTError.
+// Opens the movie at `path` and its storage. Only with `isWritable` can the movie be saved in
+// place. Throws QTError.
 std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWritable,
                                               std::int16_t newMovieFlags);
 
@@ -45,8 +45,8 @@ std::pair<OwnedMovie, OwnedStorage> OpenMovie(const std::string& path, bool isWr
 void writeMovie(toolbox::Movie movie, const std::string& path, bool selfContained,
                 std::uint32_t flattenFlags, bool showProgress);
 
-// Calls `write`, which writes the movie, and returns its toolbox code. With `showProgress`, shows
-// progress on a terminal meanwhile and erases it at the end.
+// Calls `write`, which writes the movie, and returns its toolbox code. With `showProgress`, and if
+// standard error is a terminal, shows the progress there and erases it at the end.
 [[nodiscard]] toolbox::OSErr WithProgress(toolbox::Movie movie, bool showProgress,
                                           const std::function<toolbox::OSErr()>& write);
 

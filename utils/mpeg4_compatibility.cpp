@@ -17,7 +17,7 @@ using toolbox::Track;
 
 constexpr FourCC kWindowLocation{"WLOC"};
 
-// On the enabled tracks of one media type.
+// Whether the enabled tracks of one media type can be exported.
 enum class Verdict : std::uint8_t { kAbsent, kGood, kBad };
 
 // The data formats of all sample descriptions.

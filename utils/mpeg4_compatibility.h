@@ -5,9 +5,9 @@
 
 namespace utils {
 
-// Whether the movie has at most one enabled video track, with MPEG-4 or with AVC video throughout,
-// and at most one enabled sound track, with AAC throughout, and at least one of the two. Other
-// tracks do not matter: they are not exported.
+// Whether the movie has an enabled video track or an enabled sound track, at most one of each. All
+// sample descriptions of the video must be MPEG-4 video, or all must be AVC; all those of the sound
+// must be AAC. Other tracks do not matter, because they are not exported.
 bool isMPEG4Compatible(toolbox::Movie movie);
 
 // Whether the movie has user data other than the location of its window. The export loses it.

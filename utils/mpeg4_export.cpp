@@ -24,7 +24,8 @@ using toolbox::FourCC;
 
 constexpr FourCC kMpeg4{"mpg4"};
 
-// The settings are assembled at compile time, from the leaves up. These functions return bytes.
+// The settings are built at compile time, from the leaves up. Each of these functions returns
+// bytes.
 
 template <std::size_t... Sizes>
 consteval auto Joined(const std::array<std::uint8_t, Sizes>&... parts) {
@@ -146,8 +147,8 @@ toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& output
   toolbox::DataHandler storage = nullptr;
   const toolbox::OSErr created = Repeat({"CreateMovieStorage", kUtilsSource},
                                         [&] { return CreateStorage(reference, &storage); });
-  // Nothing is added to it: it only shows whether the file can be created. Closing it leaves an
-  // empty file.
+  // Nothing is written to the storage. It only shows whether the file can be created. Closing it
+  // leaves an empty file.
   std::ignore = toolbox::CloseComponent(storage);
   if (created == toolbox::fBsyErr) ExplainBusy(outputPath);
 

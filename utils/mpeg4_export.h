@@ -13,9 +13,9 @@ namespace utils {
 // tracks.
 std::span<const std::uint8_t> ExportSettings();
 
-// Exports the movie as an MPEG-4 file to `outputPath` and replaces an existing file. Failures are
-// reported and counted, and noErr is returned all the same. A movie that needs conversion is not
-// exported; only then featureUnsupported is returned. With `showProgress`, shows progress if
+// Exports the movie as an MPEG-4 file to `outputPath` and replaces an existing file. If the movie
+// needs conversion, it is not exported, and featureUnsupported is returned. Other failures are
+// reported and counted, and noErr is returned all the same. With `showProgress`, shows progress if
 // standard error is a terminal.
 [[nodiscard]] toolbox::OSErr writeMovieToMPEG4(toolbox::Movie movie, const std::string& outputPath,
                                                bool showProgress = true);

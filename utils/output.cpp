@@ -17,7 +17,7 @@
 namespace utils {
 namespace {
 
-// The extension with its dot: the last path component from its last '.' on. It can be printed.
+// The extension with its dot: the last path component from its last '.' on. It is safe to print.
 std::string Extension(const std::string& path) {
   return Visible(boost::filesystem::path(path).extension().native());
 }
@@ -39,8 +39,9 @@ void WarnAboutExtension(const std::string& extension, const char* program) {
   }
 }
 
-// Prints a notice for each file that is no input when media are copied from it: a movie from
-// elsewhere could refer to a private file. An export may be tried again, but it is printed once.
+// Makes the movie print a notice when it copies media from a file that is not an input, because a
+// movie from elsewhere could refer to a private file. If an export is tried again, the notice is
+// not repeated.
 void NoteForeignMedia(toolbox::Movie movie, const std::vector<std::string>& inputs) {
   toolbox::SetMovieSourceProc(
       movie, [inputs, told = std::set<std::string>()](const std::string& path) mutable {
@@ -86,7 +87,7 @@ int WriteMPEG4(toolbox::Movie movie, const std::string& path,
     return kRefused;
   }
   const std::string extension = Extension(path);
-  // ".m4v" is not accepted: the message names just these three.
+  // ".m4v" also causes the warning, which names only the other three extensions.
   if (!options.quiet && !IsOneOf(extension, {"", ".mp4", ".m4a", ".m4b"})) {
     std::cerr << "Warning: the \"-mp4\" option produces MPEG-4 files\nUsing a " << extension
               << " extension may confuse some programs.\n"

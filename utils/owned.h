@@ -7,8 +7,8 @@
 
 namespace utils {
 
-// Calls a function of the toolbox. A code that it returns is dropped: the owner is gone, so nobody
-// could act on it.
+// Calls a function of the toolbox. If it returns a code, the code is ignored: the owner is gone, so
+// nobody could act on it.
 template <auto kDispose>
 struct Disposer {
   void operator()(auto* object) const { static_cast<void>(kDispose(object)); }

@@ -8,7 +8,7 @@
 namespace utils {
 namespace {
 
-// Whether there is a file that a movie can be read from, or could be if it were not damaged.
+// Whether there is a file with a movie, which may be damaged or of an unsupported kind.
 bool IsMovie(const std::string& path, const DataReference& reference) {
   boost::system::error_code none;
   if (!boost::filesystem::is_regular_file(path, none)) return false;
@@ -54,7 +54,7 @@ std::string WriteTextFile(const std::string& path, const std::string& text) {
   code = CreateStorage(reference, &storage);
   if (code != toolbox::noErr) return ReasonFor(code);
   code = toolbox::DataHWrite64(storage, text.data(), 0, static_cast<std::uint32_t>(text.size()));
-  // After a failure the file gets no name, and closing tells only that.
+  // After a failed write the file gets no name, and the code of CloseComponent says only that.
   const toolbox::OSErr closed = toolbox::CloseComponent(storage);
   return ReasonFor(code != toolbox::noErr ? code : closed);
 }

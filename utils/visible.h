@@ -7,8 +7,8 @@
 namespace utils {
 
 // The name with its control characters as escapes such as \x1b, so that it stays on its line and a
-// terminal does not obey it. Takes any bytes; only UTF-8 can hold the control characters from
-// U+0080 on.
+// terminal does not obey it. `name` may hold any bytes. The control characters from U+0080 on are
+// recognized only in UTF-8.
 std::string Visible(std::string_view name);
 
 }  // namespace utils

@@ -43,8 +43,7 @@ def facts(*arguments):
 
 
 def annotations(path, charset):
-    """The annotations that exiftool reads; those in other languages are decoded with that
-    encoding."""
+    """The annotations that exiftool reads. Those in other languages are decoded as `charset`."""
     if charset.startswith("Mac"):
         return facts("-charset", f"QuickTime={charset}", "-UserData:all", path)[0]
     found = facts("-UserData:all", path)[0]

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Chapters: chapters of other programs are listed and filtered; other readers find our chapters in
-every form of output; and the XML list is right."""
+"""Chapters of other programs are listed and filtered, other readers find our chapters in every form
+of output, and the XML list is right."""
 
 import json
 import re
@@ -81,7 +81,7 @@ class Chapters(runs.RunTest):
         return self.folder / path
 
     def assert_chapters(self, path, expected, within=1):
-        """Two readers find the chapters at these milliseconds."""
+        """Two readers find these chapters, given as (start in milliseconds, title)."""
         by_start = {}
         for start, title in expected:
             by_start.setdefault(start, []).append(title)
@@ -103,7 +103,8 @@ class Chapters(runs.RunTest):
                 )
                 self.assert_chapters(made, expected)
                 listed = [title for _, title in xml_chapters(xml_file)]
-                # The list has no chapters that last no time.
+                # The list has no chapters of duration 0. Of chapters with the same start, all but
+                # the last are such.
                 lasting = {start: title for start, title in expected}
                 self.assertEqual(listed, list(lasting.values()))
                 again = self.assert_run("cliptune", made, "-self-contained", path="again.mov")
@@ -214,7 +215,7 @@ class Chapters(runs.RunTest):
                 times = ["0.00", "01.00", "01.15", "02.00", "03.00"]
                 listed = list(zip(times, (title for _, title in expected)))
                 self.assertEqual(xml_chapters(self.folder / "list.xml"), listed)
-                # Now the chapter is removed again.
+                # Remove the chapter again.
                 done = self.run_in_folder(
                     "cliptune", "-save-in-place", "-q", path, "-nochapter", "half"
                 )

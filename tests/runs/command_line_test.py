@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""How the three commands read their command lines: values, names, output paths and settings."""
+"""How the three commands read their command line: values, names, output paths and settings."""
 
 import os
 import re

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Joins every movie of the collection with itself, cuts out its middle third, and prints
-differences."""
+"""Joins every movie of the collection with itself, cuts every movie down to its middle third, and
+compares what is shown with what should be shown."""
 
 import fractions
 import json
@@ -20,20 +20,20 @@ WITHOUT_TIME = {("gpmf/max-heromode.mp4", 5)}
 # What exiftool computes from the samples, and lists of times that a join turns into chapters.
 OF_ALL_SAMPLES = ("VideoFrameRate", "PartialSyncSamples", "ChapterList")
 
-# What mediainfo derives from the file, its path and its layout, not from the movie.
+# What mediainfo derives from the path and the layout of the file, not from the movie.
 LAYOUT_FACTS = re.compile(
     r"@|^(Format_(Profile|Settings|Version|Compression)|CodecID(_Version|_Compatible|_Url)?|File"
     r"|IsStreamable|HeaderSize|DataSize|FooterSize|StreamSize|OverallBitRate|BitRate|Duration"
     r"|Source_|StreamOrder|Encoded_Date|Tagged_Date|Complete|InternetMediaType|extra|Interleave"
     r"|ID|UniqueID|FrameCount|FrameRate|Delay|Video_Delay|Movie_More|Chapters_Pos|MenuID|Type"
-    # What it derives from the media, depending on the brand and the place of the header.
+    # What it derives from the media, and depends on the brand and the place of the header.
     r"|Chroma|Channel|SamplingCount|SamplesPerFrame|BitDepth|Sampled_|Format_|Format$|ServiceKind"
     r"|Compression_Mode|.*Count$)"
 )
 
 
 def raw_sound(path):
-    """Numbers of sound tracks that a reader may split into packets of any size."""
+    """The numbers of the sound tracks that a reader may split into packets of any size."""
     return {
         int(stream["id"], 16)
         for stream in runs.description(path)["streams"]
@@ -43,8 +43,8 @@ def raw_sound(path):
 
 
 def play(path):
-    # It is not a fault of the file if frames are closer together than the frame rate that the
-    # reader guesses.
+    # Frames keep their times. ffmpeg guesses a frame rate, and it would complain about frames that
+    # are closer together.
     out, err = runs.read_by(
         "ffmpeg", "-v", "error", "-i", path, "-fps_mode", "passthrough", "-enc_time_base", "-1",
         "-f", "null", "-",

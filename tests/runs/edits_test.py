@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Edits of one movie: applies every option to real files and compares with computed edit lists."""
+"""Edits of one movie: applies the options to real files and compares the results with computed edit
+lists."""
 
 import collections
 import fractions
@@ -111,8 +112,8 @@ def presented(track, samples, scale, margin):
 @runs.has_tools("ffprobe", "ffmpeg")
 class EditsTest(runs.RunTest):
     def check(self, source, expected, options, copied=False):
-        """Applies `options` to the source and compares with `expected`: by reference and, if
-        `copied`, self-contained."""
+        """Applies `options` to the source, by reference and, if `copied`, self-contained. Compares
+        each result with `expected`."""
         for form in ([], ["-self-contained"])[: 1 + copied]:
             output = self.folder / "out.mov"
             output.unlink(missing_ok=True)  # a movie of no duration would not replace it
@@ -137,7 +138,7 @@ class EditsTest(runs.RunTest):
             self.assertAlmostEqual(seconds, float(end_of(expected)), delta=0.06)
 
     def raw_sound(self, source):
-        """Numbers of sound tracks that a reader may split into packets of any size."""
+        """The numbers of the sound tracks that a reader may split into packets of any size."""
         return {
             int(stream["id"], 16)
             for stream in runs.description(source)["streams"]
@@ -161,8 +162,8 @@ class EditsTest(runs.RunTest):
                         self.assertAlmostEqual(float(a), float(b), delta=0.004, msg=str(options))
 
     def for_each_file(self, work):
-        """Calls work(source, what it shows, its length, function that rounds seconds to movie
-        units)."""
+        """Calls work(path, what the movie shows, its length in seconds, a function that rounds
+        seconds to movie units)."""
         for name in FILES:
             source = runs.MEDIA / name
             scale = movie_scale(source)

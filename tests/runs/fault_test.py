@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""A command that meets a full or failing disk at any of its writing calls: the output is what it
-was before, or the whole new movie. The unit tests of CutShort try every form of file in memory;
-here are the real system calls."""
+"""If the disk is full or fails at any call that writes, or if the process ends there, the output is
+the old file or the complete new movie. The CutShort unit tests try every form of file in memory.
+These tests use the real system calls."""
 
 import os
 import shutil
@@ -46,7 +46,7 @@ class FailingDisk(runs.RunTest):
         )  # fmt: skip
 
     def whole(self, options, **more):
-        """The new movie, and how many calls write it."""
+        """The new movie, and the number of calls that write it."""
         count = self.movies / "count"
         self.assertEqual(self.run_with(options, FAULT_COUNT_FILE=str(count), **more), (0, "", ""))
         calls = int(count.read_text())
@@ -54,8 +54,8 @@ class FailingDisk(runs.RunTest):
         return self.out.read_bytes(), calls
 
     def each_call(self, options, kind, **more):
-        """Runs the command with a fault at each of its calls. Gives the result, what is left of
-        the output (None: nothing), and the whole new movie."""
+        """Runs the command once for each of its calls, with a fault at that call. Yields the
+        result, the output that is left (None: no file), and the complete new movie."""
         new, calls = self.whole(options, **more)
         for call in range(1, calls + 1):
             with self.subTest(options=options, kind=kind, call=call, **more):
@@ -71,7 +71,7 @@ class FailingDisk(runs.RunTest):
                         self.assertIn(left, (old, new))
                         self.assertEqual(os.listdir(self.folder), ["out.mov"] if left else [])
                         # A failure may be silent only if the call just makes writing faster, or
-                        # keeps what the system need not allow.
+                        # if it keeps an attribute of the old file that the system may refuse.
                         error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
                         may_be_silent = "*" if left == new else "+"
                         self.assertRegex(done.err, f"^({error}){may_be_silent}$")

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Fragmented movies show the same after a join, after a save in place, and if they are
-truncated."""
+"""Fragmented movies show the same after a join and after a save in place. Truncated ones open up to
+the last complete fragment."""
 
 import fractions
 import struct

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes each toolbox call fail once: tests the message, whether it is counted, and the exit
+"""Makes toolbox calls fail: tests the message, whether the failure is counted, and the exit
 status."""
 
 import os
@@ -32,7 +32,7 @@ class InjectedFailures(runs.RunTest):
             shutil.copy(cls.one, copy)
 
     def assert_run(self, failures, arguments, said, status, written=None):
-        """`said` is all of standard error. An old output file is not changed unless `written`."""
+        """`said` is all of standard error. `written`: whether the old output file is replaced."""
         (self.folder / "out.mov").write_bytes(b"old")
         done = self.run_in_folder(
             "failing_clipjoin", *arguments, "-o", "out.mov", env={"FAIL": failures}
@@ -103,7 +103,8 @@ class InjectedFailures(runs.RunTest):
         )
 
     def after_duration_failure(self):
-        # The third movie is inserted, whether the one of unknown length is inserted or not.
+        # The run always tries to insert the third movie. It may or may not try the second, whose
+        # length is unknown.
         done = self.run_in_folder(
             "failing_clipjoin", self.one, self.two, self.three, "-q", "-o", "out.mov",
             env={"FAIL": "GetMovieDuration:1:-2010,InsertMovieSegment:*:-50"},

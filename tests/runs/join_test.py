@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Joins are tested by how they play: the video and sound of the parts, one after the other."""
+"""Joined movies play the video and sound of their parts, one after the other."""
 
 import itertools
 
 import runs
 from runs import MEDIA, RunTest, complaints, frames, make_clip, sound
 
-# 32 video frames of 32 ms, and 48 AAC frames of 1024 samples at 48 kHz. So sound and video end
-# together, and no frame crosses the join.
+# A clip has 32 video frames of 32 ms, and 48 AAC frames of 1024 samples at 48 kHz. So sound and
+# video end together, and no frame crosses the join.
 SECONDS, RATE, PICTURES, STEP = 1.024, 48000, 32, 0.032
 
 

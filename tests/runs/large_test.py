@@ -21,7 +21,8 @@ def atom(kind, *content):
 
 
 def rebuilt(header, change):
-    """The content of a movie header whose (type, content) pairs `change` has replaced."""
+    """A copy of the content of a movie header, in which each atom has the type and content that
+    change(type, content) returns."""
     inner = b""
     for kind, content in runs.atoms(header):
         if kind in ("trak", "mdia", "minf", "stbl"):

@@ -38,7 +38,8 @@ class MalformedFiles(runs.RunTest):
             )
         except subprocess.TimeoutExpired:
             self.fail("the command does not end")
-        # It only counts if it happens twice, because other programs use the machine too.
+        # A slow run may be the fault of other programs. So it fails the test only if a second run
+        # uses too much processor time.
         if time.monotonic() - before > SECONDS:
             used = os.times()
             self.run_in_folder(*arguments, timeout=10 * SECONDS)
@@ -83,7 +84,8 @@ class Trace(runs.RunTest):
         return path
 
     def assert_trace(self, line, *arguments, output="/dev/null"):
-        """The run prints the line, and without the variable all but such lines."""
+        """With REELWORK_TRACE=1 the run prints the line; else it prints everything except such
+        lines."""
         arguments = ["clipjoin", *arguments, "-o", output]
         traced = self.run_in_folder(*arguments, env={"REELWORK_TRACE": "1"})
         lines = traced.err.splitlines(keepends=True)

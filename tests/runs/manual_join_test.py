@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Joins through sample tables (-manual-join, -unique-tracks) are tested by how they play."""
+"""Joins through sample tables (-manual-join, -unique-tracks) play all samples of their parts."""
 
 import fractions
 import re
@@ -53,8 +53,8 @@ class SampleTableJoin(runs.RunTest):
 @runs.has_tools("ffmpeg", "ffprobe")
 class ManualJoin(SampleTableJoin):
     def assert_plays(self, joined, parts):
-        """Each track has one edit that shows one media, with every frame of the parts, one second
-        each."""
+        """Each track has one edit, which shows every frame of the parts. Each part lasts one
+        second."""
         self.assertEqual(
             self.starts(joined), [("vide", 0, len(parts), 0), ("soun", 0, len(parts), 0)]
         )
@@ -121,7 +121,8 @@ class ManualJoin(SampleTableJoin):
         done = self.run_in_folder(
             "clipjoin", "-manual-join", *movies, "-self-contained", "-o", "out.mov"
         )
-        # The third movie is tried with one track, and the fourth with two.
+        # Each scaled movie is tried with the first video track, which it does not fit. The second
+        # one then fits the track of the first one.
         self.assertEqual(done, runs.Result(0, "", "Different media time scales\n" * 2))
         joined = self.folder / "out.mov"
         self.assertEqual(

@@ -20,7 +20,7 @@ else:
     PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
     PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
 
-# Options that are not in the usage text.
+# Options that the usage text of a command does not list, or lists in only one form.
 UNLISTED = {"-clipjoin", "-clipstak", "-cliptune", "-name-from-stdin", "-names-from-stdin"}
 
 TAGS_ARE_LOST = (

@@ -147,8 +147,7 @@ def units_of_packets(sent):
 
 
 def sound_of_packets(sent):
-    """The access units of sound in the packets; some are split over several packets. RFC 3640
-    3.3.6."""
+    """The access units of sound in the packets; a unit can take several packets. RFC 3640 3.3.6."""
     begun = b""
     for packet in sent:
         (bits,) = struct.unpack_from(">H", packet.payload)
@@ -368,7 +367,7 @@ class RealMovies(Mpeg4Test):
 @runs.has_tools("ffmpeg", "ffprobe", "mediainfo")
 class Books(Mpeg4Test):
     def test_have_chapters_where_readers_find_them(self):
-        """Also after edits: most readers do not apply those of a chapter track."""
+        """Also after edits, because most readers do not apply the edits of a chapter track."""
         talk = runs.make_clip(self.folder / "talk.m4a", "-f", "lavfi", "-i", "sine=d=4", "-c:a", "aac")
         made = ("-auto-chapters", talk, "-chapter-name", "Größe", talk, "-add-chapter", "Mitte", "1.5")
         book = self.export(*made, output="book.m4b")
@@ -401,7 +400,7 @@ CREATE, CONVERT = "CreateMovieStorage", "ConvertMovieToDataRef"
 ALIAS = "QTNewDataReferenceFromFullPathCFString"
 BUSY = "The output file out.mp4 is busy.\nPlease check to see if another application has it open\n"
 
-# (calls that fail, the message, whether the failures are counted, what happens to the old file)
+# (calls that fail, the message, how many failures are counted, what happens to the old file)
 FAILURES = (
     (f"{CREATE}:1:-47", error(CREATE, -47), 0, "replaced"),
     (f"{CREATE}:1:-48,{CREATE}:2:-47", error(CREATE, -48) + error(CREATE, -47), 0, "replaced"),

@@ -27,8 +27,9 @@ class Progress(unittest.TestCase):
         os.mkfifo(cls.outlet)
 
     def copy_slowly(self, stderr, *options, terminal=None):
-        """Copies into a pipe with a slow reader, which acts like a slow disk. Interrupts the copy
-        as soon as it prints to `terminal`. Returns what it prints to a pipe."""
+        """Copies into a pipe with a slow reader, which acts like a slow disk. If `terminal` is
+        given, interrupts the copy as soon as it prints there. Returns what the copy prints if
+        `stderr` is a pipe."""
         size = self.movie.stat().st_size
 
         def drain():

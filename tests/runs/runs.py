@@ -1,4 +1,4 @@
-"""Shared by the whole-run tests: it runs the commands and asks independent readers about files.
+"""Shared by the tests in this folder: runs the commands, and asks other programs about files.
 
 REELWORK_BIN names the folder of the programs under test. Real movies come from the collection in a
 folder "shared" next to the project; tests that need it are skipped if it is missing.
@@ -99,8 +99,7 @@ class RunTest(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
 
     def assert_same(self, found, expected, what=""):
-        """Checks that two sequences are equal. Prints only the first difference, not all
-        elements."""
+        """Checks that two sequences are equal. Prints only the first difference."""
         at = next((i for i, pair in enumerate(zip(found, expected)) if pair[0] != pair[1]), None)
         if at is not None:
             self.fail(f"{what} at {at}: {found[at]!r} where {expected[at]!r} was expected")
@@ -123,7 +122,7 @@ class RunTest(unittest.TestCase):
 
 
 def make_clip(path, *arguments):
-    """Makes a movie with ffmpeg, which is the same each time, byte for byte."""
+    """Makes a movie with ffmpeg. The same arguments always give the same bytes."""
     command = ["ffmpeg", "-v", "error", "-y", "-fflags", "+bitexact", *arguments]
     command += ["-flags:v", "+bitexact", "-flags:a", "+bitexact", os.fspath(path)]
     subprocess.run(command, check=True, stdin=subprocess.DEVNULL, timeout=120)
@@ -156,7 +155,7 @@ def description(path):
 
 
 def samples_by_track(path):
-    """The packets by track number, without applying edit lists."""
+    """The packets by track number. Edit lists are not applied."""
     answer = ffprobe(
         path, "-ignore_editlist", "1", "-show_streams", "-show_packets", "-show_data_hash", "crc32",
         "-show_entries", "stream=index,id:packet=stream_index,pts,dts,duration,flags,data_hash",
@@ -203,7 +202,7 @@ def atoms(data):
 
 
 def child(data, *path):
-    """The content of the first atom at that path, or None."""
+    """The content of the first atom at that path; empty if there is none."""
     for kind in path:
         data = next((content for name, content in atoms(data) if name == kind), b"")
     return data
@@ -245,7 +244,7 @@ def edits_of(track, scale):
 
 
 def tracks(path):
-    """The tracks by number; `edits` is None if the file has none."""
+    """The tracks by number; `edits` is None if the track has no edit list."""
     return _tracks(identity(path))
 
 
@@ -340,7 +339,7 @@ class _Outcome(unittest.TextTestResult):
 
 
 def main():
-    """Runs the tests of the program; a special exit status says that all of them were skipped."""
+    """Runs the tests of the program. The exit status is SKIPPED if all of them were skipped."""
     runner = unittest.TextTestRunner(resultclass=_Outcome, verbosity=2)
     result = unittest.main(module="__main__", exit=False, testRunner=runner).result
     if not result.wasSuccessful():

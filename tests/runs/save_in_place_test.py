@@ -52,7 +52,7 @@ def whole_atoms(data, kind):
 
 
 def moved(movie, distance):
-    """The movie atom, changed for media at another place."""
+    """The movie atom, with `distance` added to all chunk offsets."""
     at = movie.find(b"stco")
     while at >= 0:
         (count,) = struct.unpack_from(">I", movie, at + 8)
@@ -370,9 +370,9 @@ class SavingCutShort(SavingTest):
         return int(count.read_text())
 
     def check_each_failure(self, kind, check):
-        """Calls check(path, size before, result of the run) for each call that fails: in place, and
-        where a new file takes the place of the old one. The unit tests of CutShort try
-        the other layouts in memory."""
+        """Makes each writing call fail in turn, and calls check(path, size before, result of the
+        run). Does so for a save in place and for a save that writes a new file. The CutShort unit
+        tests try the other layouts in memory."""
         layouts = {"in place": LAYOUTS["movie at the end"], "trailing bytes": TRAILING}
         for name, parts in layouts.items():
             for call in range(1, self.calls(parts) + 1):

@@ -64,7 +64,7 @@ class Tracks(runs.RunTest):
             data[at : at + 4] = size.to_bytes(4, "big")
         (self.folder / "na\x1bmed.mov").write_bytes(data)
         done = self.tune("-list", "-track", name, source="na\x1bmed.mov")
-        # On the terminal, control characters are visible.
+        # Control characters are printed as escapes.
         visible = r"Głos – 声 2\x0a\x09\x0d\x1b[2J\x7f\xc2\x85é"
         lines = ["  Video Track", f"* {visible}", "  Sound Track 2"]
         listing = self.listing(*lines, source=r"na\x1bmed.mov")

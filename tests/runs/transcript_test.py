@@ -116,8 +116,7 @@ class Transcripts(runs.RunTest):
         self.assertEqual(self.pictures(), 20)
         self.assert_run(["-o", "out.mov", "-", "-", "one.mov"], "-" + MISSING + NOTICE_MORE)
 
-    # Inputs that cannot be opened: the run continues without them and does not count them as
-    # errors.
+    # Inputs that cannot be opened. The run continues without them and counts no errors.
 
     def assert_input_is_passed_over(self, name, message):
         self.assert_run(["one.mov", name, "two.mov", "-o", "out.mov"], message + NOTICE_MORE)
@@ -275,8 +274,8 @@ class Transcripts(runs.RunTest):
         self.assert_leaves()
 
     def as_nobody(self):
-        """Runs as a user without rights. The program must be in a folder that this user can
-        read."""
+        """The options that run a command as a user without rights. Skips the test if that user
+        cannot reach the program."""
         program = runs.BIN / "clipjoin"
         reachable = all(p.stat().st_mode & 0o001 for p in [program.resolve(), *program.parents])
         if not reachable:

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""No command harms a file that it was not asked to change: mistakes, races and odd inputs leave
-every file as it was, and say so."""
+"""No command harms a file that it was not asked to change. After mistakes, races and odd inputs,
+every file is as it was, and a message says so."""
 
 import os
 import resource
@@ -62,7 +62,7 @@ class Unharmed(runs.RunTest):
                     )
                     if "-mp4" not in options:
                         self.assertRegex(done.err, r"at line \d+ of utils\.cpp: -2048\n$")
-                    # What does not replace anything is written.
+                    # An output that replaces nothing is written.
                     self.run_in_folder("clipjoin", *inputs, "-q", *options, "-o", "new.mov")
                     self.assertEqual((self.folder / "new.mov").exists(), "-mp4" not in options)
                     (self.folder / "new.mov").unlink(missing_ok=True)
@@ -139,7 +139,7 @@ class Unharmed(runs.RunTest):
         self.assertEqual(os.getxattr(path, "user.note"), b"mine")
 
     def test_a_save_cut_short_costs_the_next_one_nothing(self):
-        # What a power cut leaves of a movie header, or of media data, that was being appended.
+        # What a power cut leaves of a movie header, or of media, that was being appended.
         for tail in (struct.pack(">I4s", 5000, b"moov") + bytes(100),
                      atom(b"wide", b"") + struct.pack(">I4s", 5000, b"mdat") + bytes(100)):  # fmt: skip
             path = self.store("in.mov", self.clip + tail)
@@ -149,7 +149,7 @@ class Unharmed(runs.RunTest):
                 self.assertEqual(done, Result(0, "", ""))
                 self.assertEqual(path.stat().st_ino, inode)
                 self.assertEqual(len(runs.frames(path)), 50)
-        # Nor does a limit on the size of files harm the file, or end the process.
+        # A limit on the size of files does not harm the file either, and does not end the process.
         path = self.store("in.mov", self.clip)
         limit = len(self.clip) + 300
         done = self.assert_nothing_changes(
@@ -157,7 +157,7 @@ class Unharmed(runs.RunTest):
             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)),
         )  # fmt: skip
         self.assertRegex(done.err, r"^Error in UpdateMovieInStorage at line \d+ of .*: -36\n$")
-        # Media data at the end that was cut short is not such a tail: the movie needs it.
+        # Truncated media at the end is not such a tail if the movie needs it.
         fast = self.join("fast.mov", self.store("in2.mov", self.clip),
                          options=["-self-contained"])  # fmt: skip
         data = fast.read_bytes()
@@ -169,7 +169,7 @@ class Unharmed(runs.RunTest):
     def test_a_free_atom_with_data_is_not_overwritten(self):
         note = b"what the recorder knows"
         path = self.store("in.mov", self.clip + atom(b"free", bytes(3 << 20) + note))
-        with open(path, "ab") as file:  # a gigabyte of nothing, which takes no room
+        with open(path, "ab") as file:  # a hole of one gigabyte, which takes no disk space
             file.write(struct.pack(">I4s", 1 << 30, b"free"))
             file.truncate(file.tell() + (1 << 30) - 8)
         for option in ("-set-looping", "-unset-looping"):
