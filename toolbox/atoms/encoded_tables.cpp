@@ -51,6 +51,10 @@ void OffsetRuns::Add(std::uint32_t samples, std::int32_t offset) {
   samples_ += samples;
 }
 
+void ChunkRuns::Walk::RefuseChanged() {
+  throw Refused{invalidSampleTable, "the chunks of the samples have changed"};
+}
+
 std::optional<ChunkRuns> ChunkRuns::ViewOf(ByteSpan rows, std::uint32_t chunks,
                                            std::uint32_t samples, std::size_t descriptions) {
   ChunkRuns runs;

@@ -252,6 +252,8 @@ class ChunkRuns {
 
    private:
     friend class ChunkRuns;
+    // Not in the header: the code that throws would be too much to be copied into each loop.
+    [[noreturn]] static void RefuseChanged();
     Walk(const ChunkRuns& runs, std::size_t row) : runs_(runs) {
       const ByteSpan bytes = runs.bytes_.Span();
       at_ = bytes.data() + row * Row::kSize;
@@ -269,7 +271,7 @@ class ChunkRuns {
           at_ == end_ ? runs_.nextChunk_ : DecodeRow<Row>(at_).firstChunk - std::uint64_t{1};
       if (next <= run_.chunk || next > runs_.nextChunk_ ||
           run_.description >= runs_.descriptions_) {
-        throw Refused{invalidSampleTable};
+        RefuseChanged();
       }
       run_.end = static_cast<std::uint32_t>(std::min<std::uint64_t>(
           run_.sample + (next - run_.chunk) * run_.samplesPerChunk, runs_.samples_));

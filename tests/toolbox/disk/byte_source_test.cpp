@@ -56,8 +56,8 @@ TEST_F(ByteSourceTest, AnOpenMovieIsSavedAgainAndAgain) {
     const auto saved = ReadMovieFile(path, References::kResolve);
     ASSERT_EQ(saved->tracks[0]->header.layer, time);
     std::uint32_t sample = 0;
-    ForEachEncodedSize(saved->tracks[0]->media->samples, [&](ByteSpan rows) {
-      Rows<SampleSize>(rows).ForEach(
+    ForEachEncodedSize(saved->tracks[0]->media->samples, [&](ByteSpan sizes) {
+      Rows<SampleSize>(sizes).ForEach(
           [&](const SampleSize& row) { ASSERT_EQ(row.size, 1 + sample++ % 97); });
     });
     ASSERT_EQ(sample, kSamples);
