@@ -21,7 +21,7 @@ struct StorageRecord;
 struct StringRecord;
 struct Mpeg4Settings;
 
-// A resizable block of bytes. Whoever creates one disposes of it.
+// A resizable block of bytes. The caller that gets one disposes of it.
 struct HandleRecord {
   Bytes bytes;
   // The block of memory that the handle refers to, once it has been used as a 'hndl' data

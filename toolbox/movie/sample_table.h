@@ -54,9 +54,10 @@ class SampleTable {
   MediaTime AppendSlice(const SampleTable& other, SampleRange range,
                         DescriptionMap descriptions = {});
 
-  // Adds samples like AppendSlice, but decodes and shows them from Duration() on: no sample here
-  // becomes longer, and all new ones are shown earlier or later by the same time. Why: an edit
-  // hides the delay of reordered pictures, and edits are not copied along.
+  // Adds samples like AppendSlice, but decodes and shows them from Duration() on. No sample here
+  // becomes longer. The offsets of all new samples change by the same amount, or not at all if one
+  // would not fit into its field. This removes the delay of reordered pictures: in the source an
+  // edit hides it, and edits are not copied.
   //
   //   decoded  |  here  |[ from .. to )|
   //   shown    |  here  |[ from .. to )|

@@ -23,8 +23,9 @@ class KeptPlaces {
   explicit KeptPlaces(FilePlan& plan) : plan_(plan) {}
 
   // Adds samples of the track with index `track`. `ends` has the end of the source for each
-  // description. Returns false if the samples are not in order in their files; the places
-  // can then not be kept. Throws Refused (eofErr) if a sample is beyond the end of its file.
+  // description. Returns false if the places cannot be kept, because the samples are not in order
+  // in their files or not in a file. Throws Refused (eofErr) if a sample is beyond the end of its
+  // file.
   bool Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends);
   // The number of chunks that the samples so far have in their files.
   std::uint64_t Chunks() const { return chunks_; }

@@ -29,8 +29,9 @@ struct FragmentedTrack {
 // Adds the samples of all fragments of `source` to the rows of their tracks. `extends` has the
 // defaults of each track ('trex', 8.8.3). The sample data is not read.
 //
-//   header | moof mdat | moof mdat | moof md          the third fragment is incomplete: left out
-//   0      first's time  gap: the sample before it becomes longer, and the track has a gap there
+//   header | moof mdat | gap | moof mdat | moof md
+//
+// The sample before a gap becomes longer. The last fragment is incomplete here, so it is left out.
 //
 // Throws Malformed, or Refused (featureUnsupported) if samples are encrypted and what decrypts them
 // cannot be found, or if keys change between fragments.
