@@ -9,8 +9,8 @@
 
 namespace toolbox {
 
-// What is known about a failure. A text that is unknown is empty. Programs get only the code; the
-// texts are printed if REELWORK_TRACE is set.
+// What is known about a failure. A text that is unknown is empty. Programs get only the code;
+// people see the texts with REELWORK_TRACE=1.
 struct Failure {
   OSErr code = noErr;
   std::string file = {};  // the path of the file that it is about

@@ -84,10 +84,10 @@ UserData GetMovieUserData(Movie movie);
 std::int32_t GetMovieTrackCount(Movie movie);
 // The track with that number, counted from 1. badTrackIndex (no such track).
 Track GetMovieIndTrack(Movie movie, std::int32_t number);
-// Counts only the tracks that have the media type `what` (movieTrackMediaType) or the
-// characteristic `what` (movieTrackCharacteristic), which is 'eyes' (visual) or 'ears' (audible).
-// With movieTrackEnabledOnly, disabled tracks do not count. Returns null without an error if there
-// is no such track. paramErr (flags with both kinds or none).
+// The track with that number among those that have the media type `what` (movieTrackMediaType) or
+// the characteristic `what` (movieTrackCharacteristic): 'eyes' (visual) or 'ears' (audible). With
+// movieTrackEnabledOnly, disabled tracks do not count. Returns null without an error if there is no
+// such track. paramErr (flags with both kinds or none).
 Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags);
 // The end of the track, in movie units from the start of the movie.
 TimeValue GetTrackDuration(Track track);
@@ -398,8 +398,8 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
 // Closes a storage, as CloseMovieStorage does. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(DataHandler component);
 // Removes the temporary files of new storages that are not closed yet. Only file systems that
-// cannot create a file without a name have such files. It is safe in a signal handler, and does not
-// set the movies error.
+// cannot create a file without a name have such files. This call is safe in a signal handler and
+// does not set the movies error.
 void RemoveUnfinishedFiles();
 
 // --- Export (calls/export.cpp)

@@ -70,7 +70,7 @@ using CFStringEncoding = std::uint32_t;
 
 // Flags for opening a movie. The others are ignored: this toolbox has no dialogs and plays nothing.
 inline constexpr std::int16_t newMovieActive = 1;
-inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look at no other files
+inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look for no other files
 inline constexpr std::int16_t newMovieDontAskUnresolvedDataRefs = 4;
 
 // Flatten flags. flattenAddMovieToDataFork is always in force.

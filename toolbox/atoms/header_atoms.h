@@ -230,7 +230,7 @@ using DataReferences = AtomList<FourCC{"dref"}>;  // ISO/IEC 14496-12 8.7.2
 // The layout is: a 32-bit handle, the length of a file name in one byte, the name, atoms.
 std::optional<Bytes> InitialData(ByteSpan handle);
 
-// Sets the transfer mode and its colour (red, green, blue) in the children of a 'minf'. Video has
+// Sets the graphics mode and its color (red, green, blue) in the children of a 'minf'. Video has
 // them in 'vmhd', other media in the 'gmin' of 'gmhd'. Does nothing if there is neither.
 void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
                      const std::array<std::uint16_t, 3>& opColor);

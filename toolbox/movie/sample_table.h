@@ -76,7 +76,8 @@ class SampleTable {
   // The samples from the one decoded at `start` on. `maxSamples` and `maxDuration` limit them if
   // they are above 0, but there is at least one. Throws Refused: invalidTime (start outside).
   SampleRange SamplesFrom(MediaTime start, std::int64_t maxSamples, MediaTime maxDuration) const;
-  // The last sync sample, partial ones included, up to `sample`, or the first sample of its slice.
+  // The last sync or partial sync sample at or before `sample`, but not before its slice: if the
+  // slice has none, the first sample of the slice.
   std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
 
   std::span<const SampleSlice> Slices() const { return slices_; }

@@ -40,10 +40,10 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie);
 //   track   |   A   |   B   |        |   A   | src |   B   |
 //                   ^ at        ->
 //
-// Throws Refused before anything changes: noMediaHandler, mediaTypesDontMatch (also if samples of
-// both cannot be in one track: encrypted ones, or ones whose description cannot name a second
-// file), invalidTime, invalidDuration, couldNotResolveDataRef, invalidSampleTable,
-// featureUnsupported (encrypted samples).
+// Throws Refused before anything changes: noMediaHandler, mediaTypesDontMatch (another kind of
+// media, sound of another scale, or samples that cannot be in one track, because they are encrypted
+// or a description of them cannot name its file), invalidTime, invalidDuration,
+// couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted samples).
 void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at);
 

@@ -34,7 +34,8 @@ class KeptPlaces {
   bool Take();
 
  private:
-  // Added samples of one track that are in one file.
+  // Added samples of one track that are in one file, from byte `begin` to byte `end`. `filled` is
+  // the sum of their sizes, which is less than end - begin if there are gaps.
   struct Extent {
     std::string file;  // its path
     const DataReference* from = nullptr;
@@ -44,6 +45,7 @@ class KeptPlaces {
     KeptStretch stretch;
   };
   // Bytes of a file that are copied as a whole, from the first to the last of some extents.
+  // `filled` is the sum of the `filled` of these extents.
   struct Block {
     CopyRange range;
     MovieTime shown;

@@ -214,7 +214,8 @@ class FragmentReader {
     // states no base (8.8.7.1). The first track has no previous one; its base is the start of the
     // fragment.
     std::optional<std::uint64_t> dataEnd;
-    // Tables instead of fragments cannot state keys that change in the middle of a movie.
+    // The output has tables instead of fragments, and tables cannot state keys that change in the
+    // middle of a movie.
     if (fragment.protection) throw Refused{featureUnsupported};
     for (TrackFragment& track : fragment.tracks) {
       InAtom(TrackFragment::kType, [&] { ReadTrack(track, fragmentAt, dataEnd); });
@@ -354,8 +355,8 @@ void ReadFragments(const ByteSource& source, const MovieExtends& extends,
                    std::span<FragmentedTrack> tracks) try {
   FragmentReader(source, extends, tracks).Read();
 } catch (Failure& failure) {
-  // InAtom adds no types to a failure that names its file. So the path does not get a 'moov', in
-  // which fragments are not.
+  // The caller of this function is inside InAtom for 'moov', which would add 'moov' to the path. It
+  // adds nothing to a failure that names its file, and fragments are not in 'moov'.
   failure.NameFile(source.Path());
   throw;
 }

@@ -41,8 +41,8 @@ std::vector<OtherFile> SourcesOf(const FilePlan& plan) {
   return sources;
 }
 
-// Throws Refused (fBsyErr) if a file was changed or replaced since it was opened. The movie then
-// may have copied the wrong bytes, or may refer to them.
+// Throws Refused (fBsyErr) if a file was changed or replaced since it was opened. Otherwise the new
+// file might have the wrong bytes, or refer to them.
 void CheckUnchanged(const std::vector<OtherFile>& files) {
   for (const OtherFile& file : files) file.CheckUnchanged(StateOf(file.path));
 }
