@@ -54,8 +54,8 @@ using Table = std::vector<T, LargeAllocator<T>>;
 using Bytes = Table<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
 
-// The same number as the size of something in memory. Throws std::bad_alloc if a machine of 32 bits
-// cannot have so much.
+// Converts a size in bytes to std::size_t. Throws std::bad_alloc if it is too large for that, as it
+// can be on a machine of 32 bits.
 inline std::size_t MemorySize(std::uint64_t size) {
   if (!std::in_range<std::size_t>(size)) throw std::bad_alloc();
   return static_cast<std::size_t>(size);

@@ -14,7 +14,8 @@ class HeldBytes {
   class Holder {
    public:
     virtual ~Holder() = default;
-    // From now on the bytes are our own: what happens to a file no longer changes them.
+    // Makes the bytes independent of their file: from now on, changes to the file do not change
+    // them.
     virtual void Own() const {}
   };
 
@@ -28,7 +29,7 @@ class HeldBytes {
       : span_(span), holder_(std::move(holder)) {}
 
   ByteSpan Span() const { return span_; }
-  // As Holder::Own; the bytes stay where they are.
+  // Does what Holder::Own does. The bytes stay at their address.
   void Own() const {
     if (holder_) holder_->Own();
   }

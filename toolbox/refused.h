@@ -9,14 +9,16 @@
 
 namespace toolbox {
 
-// Each text is empty if it is unknown. They are for people only; see Call.
+// What is known about a failure. A text that is unknown is empty. Programs get only the code;
+// people see the texts with REELWORK_TRACE=1.
 struct Failure {
   OSErr code = noErr;
   std::string file = {};  // the path of the file that it is about
   std::string path = {};  // the atoms around the fault, outermost first: "/moov/trak/mdhd"
   std::string reason = {};  // "the atom ends inside duration"
 
-  // Adds what is known where the failure passes through: `name` is the path of a file.
+  // Sets the file to the path `name`, unless it is known already. A function that the failure
+  // passes through calls this.
   void NameFile(const std::string& name) {
     if (file.empty()) file = name;
   }

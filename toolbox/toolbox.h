@@ -1,12 +1,12 @@
-// The movie toolbox: every call that programs make, in the platform's spelling.
+// The movie toolbox: all calls that programs make. Their names are those of the platform.
 //
-// Errors. Every call sets the movies error (GetMoviesError): noErr or the code of what went wrong.
-// A call that returns an OSErr returns the same code. A null movie, track, media, handle or
-// component gives the code for its type (invalidMovie, invalidTrack, invalidMedia, nilHandleErr,
+// Errors. Every call sets the movies error, which GetMoviesError returns: noErr, or the code of the
+// failure. A call that returns an OSErr returns the same code. A null movie, track, media, handle
+// or component gives the code for its type (invalidMovie, invalidTrack, invalidMedia, nilHandleErr,
 // invalidComponentID; fnOpnErr for a storage, else paramErr). A call that fails changes nothing and
-// returns 0 or null; its results are null or unchanged. Any call may fail with memFullErr. Each
-// call lists its other codes; "file errors" are the errors of the system for a file: fnfErr, ioErr,
-// dskFulErr, tmfoErr, bdNamErr.
+// returns 0 or null, and its results are null or unchanged, unless its text says otherwise. Any
+// call may fail with memFullErr. Each call lists its other codes; "file errors" are the errors of
+// the system for a file: fnfErr, ioErr, dskFulErr, tmfoErr, bdNamErr.
 //
 // Ownership. The caller disposes of the movies, storages, exporters, sample tables, handles and
 // strings that it gets. Tracks, media and user data belong to their movie and are valid as long as
@@ -45,8 +45,8 @@ namespace toolbox {
 void DisposeMovie(Movie movie);
 // The number of time units in a second; 0 for a null movie.
 TimeScale GetMovieTimeScale(Movie movie);
-// Changes the time scale and converts all times of the movie, to the nearest unit. paramErr (scale
-// <= 0).
+// Changes the time scale and converts all times of the movie. They are rounded to the nearest unit.
+// paramErr (scale <= 0).
 void SetMovieTimeScale(Movie movie, TimeScale scale);
 // The end of the last track, in movie units.
 TimeValue GetMovieDuration(Movie movie);
@@ -55,7 +55,7 @@ void GetMovieMatrix(Movie movie, MatrixRecord* matrix);
 void SetMovieMatrix(Movie movie, const MatrixRecord* matrix);
 
 // Sets the selection, in movie units; it may extend past the end of the movie. invalidTime (start <
-// 0), invalidDuration (duration < 0; the selection is then empty at `start`).
+// 0), invalidDuration (duration < 0; the selection then becomes empty at `start`).
 void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration);
 // Replaces the destination's preferred rate and volume, clipping region, matrix and user data by
 // those of the source. invalidMovie.
@@ -70,9 +70,10 @@ void SetMovieSourceProc(Movie movie, std::function<void(const std::string& path)
 // Gets a new handle with the data reference for media that are created without one. The caller
 // disposes of it. noDefaultDataRef (there is none; the handle is then null).
 [[nodiscard]] OSErr GetMovieDefaultDataRef(Movie movie, Handle* dataRef, FourCC* dataRefType);
-// Sets that data reference to a copy of `dataRef`: 'alis', a file, or 'hndl', a block of memory. If
-// a 'hndl' handle has only zeros, the call makes a new block. If the same handle is passed again,
-// its block is used again. nilHandleErr, invalidDataRef, noDataHandler (any other type).
+// Sets that data reference to a copy of `dataRef`. Its type is 'alis' (a file) or 'hndl' (a block
+// of memory). If a 'hndl' handle has only zeros, the call makes a new block. If the same handle is
+// passed again, its block is used again. nilHandleErr, invalidDataRef, noDataHandler (any other
+// type).
 [[nodiscard]] OSErr SetMovieDefaultDataRef(Movie movie, Handle dataRef, FourCC dataRefType);
 // The movie's user data, valid as long as the movie. Null only for a null movie.
 UserData GetMovieUserData(Movie movie);
@@ -83,8 +84,8 @@ UserData GetMovieUserData(Movie movie);
 std::int32_t GetMovieTrackCount(Movie movie);
 // The track with that number, counted from 1. badTrackIndex (no such track).
 Track GetMovieIndTrack(Movie movie, std::int32_t number);
-// Does the same among the tracks that have the media type `what` (movieTrackMediaType) or the
-// characteristic `what`: 'eyes', visual, or 'ears', audible (movieTrackCharacteristic). With
+// The track with that number among those that have the media type `what` (movieTrackMediaType) or
+// the characteristic `what` (movieTrackCharacteristic): 'eyes' (visual) or 'ears' (audible). With
 // movieTrackEnabledOnly, disabled tracks do not count. Returns null without an error if there is no
 // such track. paramErr (flags with both kinds or none).
 Track GetMovieIndTrackType(Movie movie, std::int32_t number, FourCC what, std::int32_t flags);
@@ -121,8 +122,8 @@ Media NewTrackMedia(Track track, FourCC type, TimeScale scale, Handle dataRef, F
 // --- Track references (calls/track_references.cpp): from track to track. References of one type
 // are numbered from 1.
 
-// Of the types in the order of their first references, the one after `previous`; the first for 0. 0
-// at the end.
+// Returns the type that follows `previous`, or the first type if `previous` is 0. The types are in
+// the order of their first references. Returns 0 after the last type.
 FourCC GetNextTrackReferenceType(Track track, FourCC previous);
 // The number of references of the type.
 std::int32_t GetTrackReferenceCount(Track track, FourCC type);
@@ -139,7 +140,8 @@ Track GetTrackReference(Track track, FourCC type, std::int32_t number);
 
 // The sum of the decode durations of all samples, in media units.
 TimeValue GetMediaDuration(Media media);
-// Returns the same, under the name that says so: samples may be shown later than they are decoded.
+// Does the same as GetMediaDuration. Only its name says that this is decode time: samples may be
+// shown later than they are decoded.
 TimeValue GetMediaDecodeDuration(Media media);
 // The number of time units in a second; 0 for a null media.
 TimeScale GetMediaTimeScale(Media media);
@@ -206,11 +208,11 @@ void QTSampleTableRelease(QTMutableSampleTableRef table);
                                                 TimeValue maxDuration,
                                                 QTMutableSampleTableRef* table);
 // Appends `count` samples of the table, from number `first` on, to the media, by reference. No
-// track shows them yet. They are shown from the media's old end on, without the delay that their
-// first sample had in its own media. `decodeTime` receives the old end, in media units, and may be
-// null. paramErr (another time scale, count < 0), invalidSampleNum (samples that the table does not
-// have), featureUnsupported (the media has encrypted samples), mediaTypesDontMatch (a sample
-// description that cannot refer to a file).
+// track shows them yet. They are decoded and shown from the old end of the media on. A delay of
+// reordered pictures that they had in their own media is removed. `decodeTime` receives the old
+// end, in media units, and may be null. paramErr (another time scale, count < 0), invalidSampleNum
+// (samples that the table does not have), featureUnsupported (the media has encrypted samples),
+// mediaTypesDontMatch (a sample description that cannot refer to a file).
 [[nodiscard]] OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table,
                                           std::int64_t first, std::int64_t count,
                                           TimeValue* decodeTime);
@@ -219,19 +221,20 @@ void QTSampleTableRelease(QTMutableSampleTableRef table);
 
 // Finds the next sample that starts to be shown after the movie time `from`, or also at it with
 // nextTimeEdgeOK. `time` receives the start, rounded up to a movie unit, and `duration` how long it
-// is shown; -1 and 0 if there is none. Both may be null. featureUnsupported (anything but
-// nextTimeMediaSample, or rate <= 0), paramErr (flags that do not ask for exactly one thing).
+// is shown. They receive -1 and 0 if there is no such sample or the call fails. Both may be null.
+// featureUnsupported (anything but nextTimeMediaSample, or rate <= 0), paramErr (flags that do not
+// ask for exactly one thing).
 void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from, Fixed rate,
                                  TimeValue* time, TimeValue* duration);
-// The media time that is shown at a movie time, rounded down to a media unit; -1 if nothing is
-// shown.
+// The media time that is shown at a movie time, rounded down to a media unit. -1 if nothing is
+// shown or the call fails.
 TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
 // Copies the bytes of the sample that is shown at the media time `at` to `out`, which may grow up
-// to `maxGrow` bytes (0: any size). Always copies one sample, or one packet of sound, whatever
-// `maxSamples` is. `sampleTime`, the start at which it is shown, and `durationPerSample` are in
-// media units. Every result but `out` may be null. invalidTime (nothing is shown), paramErr
-// (maxGrow < 0), maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (a sample
-// without a location), eofErr (its file is too short), file errors.
+// to `maxGrow` bytes (0: any size). Always copies one sample or one packet of sound; `maxSamples`
+// is ignored. `sampleTime`, the start at which it is shown, and `durationPerSample` are in media
+// units. Every result but `out` may be null. invalidTime (nothing is shown), paramErr (maxGrow <
+// 0), maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (a sample without a
+// location), eofErr (its file is too short), file errors.
 [[nodiscard]] OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow,
                                    std::int32_t* size, TimeValue at, TimeValue* sampleTime,
                                    TimeValue* durationPerSample, Handle description,
@@ -278,8 +281,9 @@ void AddMovieSelection(Movie movie, Movie source);
 // Inserts a segment of a track into another track of the same media type at `at`. Media are
 // referred to, not copied. `sourceIn` and `sourceDuration` are in movie units of `source`, `at` in
 // those of `track`. invalidTrack, noMediaHandler (a track without media), mediaTypesDontMatch (also
-// sound with different time scales), invalidTime, invalidDuration, couldNotResolveDataRef,
-// invalidSampleTable, featureUnsupported (encrypted samples).
+// sound with different time scales, or samples that cannot be in one track), invalidTime,
+// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted
+// samples).
 [[nodiscard]] OSErr InsertTrackSegment(Track source, Track track, TimeValue sourceIn,
                                        TimeValue sourceDuration, TimeValue at);
 
@@ -288,15 +292,15 @@ void AddMovieSelection(Movie movie, Movie source);
 [[nodiscard]] OSErr DeleteTrackSegment(Track track, TimeValue start, TimeValue duration);
 [[nodiscard]] OSErr DeleteMovieSegment(Movie movie, TimeValue start, TimeValue duration);
 // Changes the length of a segment to `newDuration`, in movie units; it shows the same media, slower
-// or faster. invalidTime (start < 0), invalidDuration (a duration that is not above 0).
+// or faster. invalidTime (start < 0), invalidDuration (a duration <= 0).
 [[nodiscard]] OSErr ScaleTrackSegment(Track track, TimeValue start, TimeValue oldDuration,
                                       TimeValue newDuration);
 [[nodiscard]] OSErr ScaleMovieSegment(Movie movie, TimeValue start, TimeValue oldDuration,
                                       TimeValue newDuration);
 // Shows a segment of the media (media units) in the track from `trackStart` (movie units) on, at
 // `rate`; what follows moves right. A `trackStart` of -1 is the end of the track. A duration of 0
-// changes nothing. noMediaHandler (a track without media), invalidTime, invalidDuration (a duration
-// below 0, or a rate that is not above 0).
+// changes nothing. noMediaHandler (a track without media), invalidTime, invalidDuration (duration <
+// 0 or rate <= 0).
 [[nodiscard]] OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
                                          TimeValue mediaDuration, Fixed rate);
 
@@ -304,8 +308,8 @@ void AddMovieSelection(Movie movie, Movie source);
 
 // The number of items of the type.
 std::int16_t CountUserDataType(UserData data, FourCC type);
-// Of the types in the order of their first items, the one after `previous`; the first for 0. 0 at
-// the end.
+// Returns the type that follows `previous`, or the first type if `previous` is 0. The types are in
+// the order of their first items. Returns 0 after the last type.
 FourCC GetNextUserDataType(UserData data, FourCC previous);
 // Copies the payload of an item to the handle. userDataItemNotFound, nilHandleErr.
 [[nodiscard]] OSErr GetUserData(UserData data, Handle out, FourCC type, std::int32_t number);
@@ -346,9 +350,9 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 // --- Movie files (calls/storage.cpp). A data reference must be an alias to a file: any other type
 // gives noDataHandler, a damaged alias gives invalidDataRef.
 
-// Opens the movie in a file. The caller disposes of it. newMovieDontResolveDataRefs: does not look
-// for media in other files; other flags are ignored. `resourceId` is set to -1 and may be null.
-// couldNotResolveDataRef (no such file, or media that cannot be found), noMovieFound,
+// Opens the movie in a file. The caller disposes of it. With newMovieDontResolveDataRefs, it does
+// not look for media in other files; other flags are ignored. `resourceId` is set to -1 and may be
+// null. couldNotResolveDataRef (no such file, or media that cannot be found), noMovieFound,
 // badPublicMovieAtom (a damaged movie), cantFindHandler (a movie header compressed in an unknown
 // way), afpAccessDenied, notAFileErr, file errors.
 [[nodiscard]] OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resourceId,
@@ -357,13 +361,13 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 // others. The caller closes it. fBsyErr, afpAccessDenied, file errors.
 [[nodiscard]] OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
                                      DataHandler* handler);
-// Closes the storage. A new file gets its name now; one that no movie was added to does not replace
-// an existing file. fBsyErr (a file that the movie refers to has changed), errors of the last
-// writes.
+// Closes the storage, even if it returns an error. A new file gets its name now; an empty one does
+// not replace an existing file. fBsyErr (a file that the movie refers to has changed), errors of
+// the last writes.
 [[nodiscard]] OSErr CloseMovieStorage(DataHandler handler);
 // Creates a new, empty movie file, which gets its name when it is closed. With
-// createMovieFileDeleteCurFile it then replaces an existing file. Creator and script are ignored;
-// so is `movie`, which must be null. dupFNErr, fBsyErr (somebody has the file open, or a movie of
+// createMovieFileDeleteCurFile it then replaces an existing file. `creator`, `script` and `movie`
+// are ignored; pass null as `movie`. dupFNErr, fBsyErr (somebody has the file open, or a movie of
 // this process was opened from it or has media in it), afpAccessDenied, fLckdErr, vLckdErr,
 // dirNFErr, notAFileErr, dskFulErr.
 [[nodiscard]] OSErr CreateMovieStorage(Handle dataRef, FourCC dataRefType, FourCC creator,
@@ -380,8 +384,8 @@ void RotateMatrix(MatrixRecord* matrix, Fixed degrees, Fixed aboutX, Fixed about
 // duration), dataNotOpenForWrite, dskFulErr, ioErr, featureUnsupported (the file has to be
 // written anew, and has data that must not move).
 [[nodiscard]] OSErr UpdateMovieInStorage(Movie movie, DataHandler handler);
-// Appends bytes to a new file, for files that are no movies. `offset` is where they go, which must
-// be the end of the file so far. dataNotOpenForWrite (not a new file), dskFulErr, ioErr.
+// Appends bytes to a new file that is not a movie. `offset` is their position, which must be the
+// current end of the file. dataNotOpenForWrite (not a new file), dskFulErr, ioErr.
 [[nodiscard]] OSErr DataHWrite64(DataHandler handler, const void* bytes, std::int64_t offset,
                                  std::uint32_t size);
 // Writes a self-contained movie, with all media that it uses, to a new file. Always returns null:
@@ -393,8 +397,9 @@ Movie FlattenMovieDataToDataRef(Movie movie, std::uint32_t flags, Handle dataRef
                                 std::uint32_t createFlags);
 // Closes a storage, as CloseMovieStorage does. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(DataHandler component);
-// Removes the files of new storages that are not closed yet, where the file system could not create
-// them without a name. It is safe in a signal handler, and does not set the movies error.
+// Removes the temporary files of new storages that are not closed yet. Only file systems that
+// cannot create a file without a name have such files. This call is safe in a signal handler and
+// does not set the movies error.
 void RemoveUnfinishedFiles();
 
 // --- Export (calls/export.cpp)
@@ -405,16 +410,17 @@ void RemoveUnfinishedFiles();
                                           MovieExportComponent* component);
 // Closes an exporter. invalidComponentID (null).
 [[nodiscard]] OSErr CloseComponent(MovieExportComponent component);
-// Sets what the settings say about hint tracks and about what to keep as it is. Other settings are
-// ignored. paramErr (a damaged container; nothing changes), nilHandleErr.
+// Replaces the settings of the exporter: those for hint tracks, and whether samples are copied or
+// encoded again. A setting that is missing gets its default. Other settings are ignored. paramErr
+// (a damaged container; nothing changes), nilHandleErr.
 [[nodiscard]] OSErr MovieExportSetSettingsFromAtomContainer(MovieExportComponent component,
                                                             Handle settings);
-// Exports the enabled video and sound tracks of the movie, or `only` one track (null: all), and the
-// text tracks that are its chapters, to a new file, and replaces an existing one. Without an
-// exporter, the settings are the defaults.
-// `flags` and `creator` are ignored. featureUnsupported (a file type other than 'mpg4', no such
-// track, two tracks of a type, or one that needs conversion), invalidSampleDescription (damaged),
-// invalidSampleTable, couldNotResolveDataRef, eofErr, file errors.
+// Exports the enabled video track and the enabled sound track of the movie, and the text tracks
+// that are its chapters, to a new file. Replaces an existing file. If `only` is not null, no other
+// video or sound track is exported. Without an exporter, the settings are the defaults. `flags` and
+// `creator` are ignored. featureUnsupported (a file type other than 'mpg4', no track to export, two
+// tracks of one type, or samples that would have to be encoded again), invalidSampleDescription
+// (damaged), invalidSampleTable, couldNotResolveDataRef, eofErr, file errors.
 [[nodiscard]] OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef,
                                           FourCC dataRefType, FourCC fileType, FourCC creator,
                                           std::uint32_t flags, MovieExportComponent component);
@@ -450,8 +456,8 @@ std::int64_t CFStringGetLength(CFStringRef string);
 // Converts the range and copies what fits to the `size` bytes at `buffer`. Returns the number of
 // UTF-16 units that were converted; `used` receives the number of bytes and may be null. A null
 // buffer only counts. `lossByte` replaces each code point that cannot be converted; with 0, the
-// conversion stops there. UTF-16 is big-endian without a mark. paramErr (a range outside the
-// string).
+// conversion stops there. UTF-16 is big-endian without a mark. `isExternal` is ignored. paramErr (a
+// range outside the string).
 std::int64_t CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
                               std::uint8_t lossByte, bool isExternal, std::uint8_t* buffer,
                               std::int64_t size, std::int64_t* used);

@@ -21,7 +21,7 @@ struct StorageRecord;
 struct StringRecord;
 struct Mpeg4Settings;
 
-// A resizable block of bytes. Whoever creates one disposes of it.
+// A resizable block of bytes. The caller that gets one disposes of it.
 struct HandleRecord {
   Bytes bytes;
   // The block of memory that the handle refers to, once it has been used as a 'hndl' data
@@ -70,7 +70,7 @@ using CFStringEncoding = std::uint32_t;
 
 // Flags for opening a movie. The others are ignored: this toolbox has no dialogs and plays nothing.
 inline constexpr std::int16_t newMovieActive = 1;
-inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look at no other files
+inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look for no other files
 inline constexpr std::int16_t newMovieDontAskUnresolvedDataRefs = 4;
 
 // Flatten flags. flattenAddMovieToDataFork is always in force.

@@ -20,10 +20,9 @@ Bytes AtomOf(FourCC type, ByteSpan content);
 // A 'free' atom filled with zeros. `size` includes its head, so it must be at least 8.
 Bytes FreeAtom(std::uint64_t size);
 
-// The head of an 'mdat' with `size` bytes of media data.
-// QuickTime: always 16 bytes; an empty 'wide' atom comes before a head of 8 bytes. A longer size
-// can later replace both without moving the media data. ISO: 8 or 16 bytes, because 'wide' does not
-// exist there.
+// The head of an 'mdat' with `size` bytes of media data. QuickTime: always 16 bytes. An empty
+// 'wide' atom comes before a head of 8 bytes; a head with a 64-bit size can later replace both, and
+// the media data does not move. ISO: 8 or 16 bytes, because 'wide' does not exist there.
 Bytes MediaDataHead(std::uint64_t size, bool isIso);
 
 // The four characters from byte `at` on; a null FourCC if fewer than four bytes are there. The type

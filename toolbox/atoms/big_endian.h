@@ -15,7 +15,7 @@ template <class T>
 concept Integer = std::integral<T> && !std::same_as<T, bool>;
 
 // Reads a number from the sizeof(T) bytes at `bytes`, which need no alignment. It is one load and
-// one swap, so compilers can vectorise loops over it.
+// one swap, so compilers can vectorize loops over it.
 template <Integer T>
 T FromBigEndian(const std::uint8_t* bytes) {
   return boost::endian::endian_load<T, sizeof(T), boost::endian::order::big>(bytes);

@@ -1,4 +1,4 @@
-// The children of an atom, listed once: read and written by the same list.
+// The children of an atom: one list serves to read and to write them.
 //
 // An atom that contains atoms is a struct with its type and one function that names its children:
 //

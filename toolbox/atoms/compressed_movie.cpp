@@ -77,7 +77,7 @@ Bytes CompressedBy(int level, ByteSpan movie) {
   const auto stream = std::make_unique_for_overwrite<std::uint8_t[]>(room);
   const std::size_t size =
       libdeflate_zlib_compress(compressor.get(), movie.data(), movie.size(), stream.get(), room);
-  // What readers would refuse is not compressed.
+  // Inflate would refuse this header if it were compressed so much, so it is only stored.
   if (movie.size() > MostInflated(size)) return CompressedBy(0, movie);
   CompressedHeader header;
   header.movie.data = {static_cast<std::uint32_t>(movie.size()), ByteSpan(stream.get(), size)};

@@ -1,4 +1,4 @@
-// The configuration that a decoder needs before the first sample: of AAC, MPEG-4 video and AVC.
+// The configurations that decoders of AAC, MPEG-4 video and AVC need before the first sample.
 #pragma once
 
 #include <array>
@@ -13,8 +13,7 @@ namespace toolbox {
 // The sample rate in Hz for an AAC frequency index, ISO/IEC 14496-3 1.6.3.4; 0 if the index has no
 // rate.
 std::uint32_t AacRate(std::uint32_t index);
-// The number of channels for an AAC channel configuration. 0 means that only the coded sound has
-// the number.
+// The number of channels for an AAC channel configuration; 0 if only the coded sound states it.
 std::uint32_t AacChannels(std::uint32_t layout);
 
 // The parameters of MPEG-4 sound, ISO/IEC 14496-3 1.6.2.1. Only the fields that AAC needs.
@@ -22,7 +21,7 @@ struct AudioConfig {
   static constexpr std::uint32_t kLowComplexity = 2;  // the object type of ordinary AAC
 
   std::uint32_t objectType = 0, rate = 0;  // the rate is in Hz
-  std::uint32_t channels = 0;  // 0: only the coded sound has the number
+  std::uint32_t channels = 0;  // 0: only the coded sound states it
   friend bool operator==(const AudioConfig&, const AudioConfig&) = default;
 };
 // `specific` is the decoder-specific information of an 'esds'. Returns nothing if it is cut short.

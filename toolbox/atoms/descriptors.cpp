@@ -59,8 +59,8 @@ std::optional<ByteSpan> PartsOfStream(ByteSpan stream) {
   return stream.subspan(at);
 }
 
-// The content of the decoder configuration descriptor in an 'esds'. It is nothing if the descriptor
-// is too short for its fixed fields.
+// The content of the decoder configuration descriptor in an 'esds'. Returns nothing if the
+// descriptor is too short for its fixed fields.
 std::optional<ByteSpan> FindDecoder(ByteSpan content) {
   constexpr std::size_t kFixedFields = 13;
   if (content.size() < 4) return std::nullopt;
@@ -99,7 +99,7 @@ std::optional<ElementaryStream> ReadElementaryStream(ByteSpan content) {
 }
 
 Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths) {
-  constexpr std::uint8_t kMp4 = 2;  // the synchronisation layer as MP4 files predefine it
+  constexpr std::uint8_t kMp4 = 2;  // the synchronization layer that is predefined for MP4 files
   const Bytes decoder = Encoded([&](auto& io) { ElementaryStream::Fields(io, stream); });
   const Bytes content = Encoded([&](auto& io) {
     io("stream", std::uint16_t{0});

@@ -93,7 +93,7 @@ class FieldReader {
     return Malformed(std::string("the atom ends inside ") + name);
   }
   // Reads a count of entries with at least `smallest` bytes each. Checks it against the bytes that
-  // are left, so that a damaged count cannot make us allocate gigabytes.
+  // are left, so that a damaged count cannot claim gigabytes of memory.
   std::uint32_t Count(const char* name, std::size_t smallest) {
     std::uint32_t count = 0;
     (*this)(name, count);

@@ -1,4 +1,4 @@
-// The fields of an atom, listed once: read, written, measured and printed by the same list.
+// The fields of an atom: one list serves to read, write, measure and print them.
 //
 // An atom is a struct with its type and one function that names its fields in file order:
 //

@@ -78,7 +78,7 @@ std::optional<Bytes> InitialData(ByteSpan handle) {
 
 void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
                      const std::array<std::uint16_t, 3>& opColor) {
-  // Both atoms start with the same fields: size, type, version and flags, mode, colour.
+  // Both atoms start with the same fields: size, type, version and flags, mode, color.
   const auto set = [&](std::uint8_t* atom, std::size_t size) {
     if (size < 20) return;
     ToBigEndian(mode, atom + 12);

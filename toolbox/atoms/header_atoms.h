@@ -37,8 +37,8 @@ struct FileType {  // 'ftyp', ISO/IEC 14496-12 4.3
   }
 };
 
-// 'mvhd', ISO/IEC 14496-12 8.2.2. QuickTime: the times after the matrix; ISO: they are reserved.
-// Dates, here and in the other headers, are in seconds since 1904-01-01 UTC.
+// 'mvhd', ISO/IEC 14496-12 8.2.2. QuickTime has times after the matrix; ISO reserves them. Dates,
+// here and in the other headers, are in seconds since 1904-01-01 UTC.
 struct MovieHeader {
   static constexpr FourCC kType{"mvhd"};
   std::uint32_t flags = 0;
@@ -135,7 +135,7 @@ struct EditEntries {  // 'elst', ISO/IEC 14496-12 8.6.6
   }
 };
 
-// 'mdhd', ISO/IEC 14496-12 8.4.2. QuickTime: the quality; ISO: it is reserved.
+// 'mdhd', ISO/IEC 14496-12 8.4.2. QuickTime has the quality; ISO reserves it.
 struct MediaHeader {
   static constexpr FourCC kType{"mdhd"};
   std::uint32_t flags = 0;
@@ -230,7 +230,7 @@ using DataReferences = AtomList<FourCC{"dref"}>;  // ISO/IEC 14496-12 8.7.2
 // The layout is: a 32-bit handle, the length of a file name in one byte, the name, atoms.
 std::optional<Bytes> InitialData(ByteSpan handle);
 
-// Sets the transfer mode and its colour (red, green, blue) in the children of a 'minf'. Video has
+// Sets the graphics mode and its color (red, green, blue) in the children of a 'minf'. Video has
 // them in 'vmhd', other media in the 'gmin' of 'gmhd'. Does nothing if there is neither.
 void SetGraphicsMode(Siblings& mediaInformation, std::uint16_t mode,
                      const std::array<std::uint16_t, 3>& opColor);

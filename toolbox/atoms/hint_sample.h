@@ -50,7 +50,7 @@ class HintSample {
   void StartPacket(std::uint8_t payload, std::uint16_t sequence);
   // Both add to the payload of the last packet. AddBytes copies bytes that are in no media sample.
   // AddMedia refers to `length` bytes at `offset` in the media sample with the number `sample`; the
-  // first is number 1. `length` must fit in 16 bits and `offset` in 32. No bytes are no entry.
+  // first is number 1. `length` must fit in 16 bits and `offset` in 32. 0 bytes add no entry.
   void AddBytes(ByteSpan bytes);
   void AddMedia(std::uint32_t sample, std::uint64_t offset, std::uint64_t length);
   // Sets the marker of the last packet, if there is one.

@@ -16,8 +16,8 @@ struct Malformed : std::exception, Failure {
 };
 
 // Runs `body` and returns its result. If `body` throws a failure, adds `type` to the start of its
-// path. Nested calls so collect the whole path from the inside out. A failure in another file,
-// which it names, keeps its path.
+// path. In this way nested calls collect the whole path. A failure that names its file already
+// keeps its path.
 template <class Body>
 decltype(auto) InAtom(FourCC type, Body&& body) try {
   return std::forward<Body>(body)();

@@ -1,5 +1,5 @@
-// The rows of a table in an atom. They are decoded only while somebody reads them, or produced only
-// while they are written, so a long table is never a second time in memory.
+// The rows of a table in an atom. They are decoded only while they are read and produced only while
+// they are written, so a long table is never in memory twice.
 #pragma once
 
 #include <array>

@@ -69,8 +69,8 @@ std::optional<ElementaryStream> SoundStreamIn(const SoundEntry& entry) {
   return std::nullopt;
 }
 
-// The offset of the atoms in an entry. It is nothing for media types whose entries have no atoms
-// that we know.
+// The offset of the atoms in an entry. Returns nothing for media types whose entries have no known
+// atoms.
 std::optional<std::size_t> AtomsAt(ByteSpan bytes, FourCC mediaType) {
   if (mediaType == FourCC{"vide"}) return PictureEntry::kSize;
   if (mediaType != FourCC{"soun"}) return std::nullopt;
@@ -105,7 +105,7 @@ bool KeepEssence(ByteSpan bytes, Bytes& kept) {
 }
 
 // The parts of an entry that must be equal for the same decoding: all but the size, the data
-// reference and the bit rates. It is nothing if these cannot be located.
+// reference and the bit rates. Returns nothing if these cannot be located.
 std::optional<Bytes> Essence(ByteSpan bytes, FourCC mediaType) {
   const auto atoms = AtomsAt(bytes, mediaType);
   if (!atoms || *atoms < kReferenceAt + 2 || *atoms > bytes.size()) return std::nullopt;

@@ -14,7 +14,7 @@
 namespace toolbox {
 namespace {
 
-// The only state of the toolbox besides the open storages.
+// The code of the last call, and the hook that tests set.
 OSErr moviesError = noErr;
 CallHook callHook;
 

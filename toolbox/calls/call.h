@@ -25,9 +25,10 @@ void SetMoviesError(OSErr code);
 
 // The code that the hook returns for a call of that name; noErr without a hook.
 OSErr AskHook(const char* name);
-// The code for the exception being handled: Refused, Malformed, std::bad_alloc or filesystem_error.
-// Rethrows any other exception, because that is a bug of the toolbox. `name` is that of the call.
-// With REELWORK_TRACE=1 in the environment, this and AskHook print each failure.
+// The code for the exception that is being handled: Refused, Malformed, std::bad_alloc or
+// filesystem_error. Rethrows any other exception, because that is a bug of the toolbox. `name` is
+// the name of the call. With REELWORK_TRACE=1 in the environment, this and AskHook print each
+// failure.
 OSErr CodeOfException(const char* name);
 
 // Runs `body` as the call `name`, which calls pass as __func__, and sets the movies error. If

@@ -14,7 +14,7 @@ OSErr FSFindFolder(std::int16_t domain, FourCC type, bool create, FSRef* folder)
     if (domain != kUserDomain || type != kDesktopFolderType) throw Refused{paramErr};
     const auto desktop = DesktopFolder();
     if (!desktop) throw Refused{fnfErr};
-    // DesktopFolder() tells where the folder should be, not that it is there.
+    // DesktopFolder() returns where the folder should be. The folder need not exist.
     if (create) {
       boost::filesystem::create_directories(*desktop);
     } else if (!boost::filesystem::is_directory(*desktop)) {

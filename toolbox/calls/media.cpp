@@ -24,7 +24,7 @@ TimeScale GetMediaTimeScale(Media media) {
   return Call(__func__, [&] { return Valid(media).header.scale; });
 }
 
-// A media is its own handler: there is no state that a separate record would have.
+// A media is its own handler, because a separate record would have no state.
 MediaHandler GetMediaHandler(Media media) {
   return Call(__func__, [&] { return &Valid(media); });
 }

@@ -24,7 +24,7 @@ Handle NewHandle(std::int64_t size) {
   });
 }
 
-// The same call, because NewHandle fills with zeros too.
+// NewHandle fills with zeros too.
 Handle NewHandleClear(std::int64_t size) { return NewHandle(size); }
 
 OSErr PtrAndHand(const void* bytes, Handle handle, std::int64_t size) {

@@ -63,7 +63,7 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
     if (start < 0) throw Refused{invalidTime};
     record.header.selectionTime = start;
     record.header.selectionDuration = std::max<TimeValue>(duration, 0);
-    // The start is set all the same: a movie added at the selection still starts there.
+    // The start is set even if the call fails, so that a movie added at the selection starts there.
     if (duration < 0) throw Refused{invalidDuration};
   });
 }

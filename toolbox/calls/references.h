@@ -25,7 +25,7 @@ inline OSErr CodeOfNull(const HandleRecord*) { return nilHandleErr; }
 inline OSErr CodeOfNull(const StorageRecord*) { return invalidComponentID; }
 inline OSErr CodeOfNull(const Mpeg4Settings*) { return invalidComponentID; }
 
-// The record that a caller refers to. Throws Refused: the code of its type (null).
+// The record at `record`. Throws Refused with the code of its type if that is null.
 template <class Record>
 Record& Valid(Record* record) {
   if (record == nullptr) throw Refused{CodeOfNull(record)};

@@ -49,7 +49,8 @@ OSErr ScaleMovieSegment(Movie movie, TimeValue start, TimeValue oldDuration,
 OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
                            TimeValue mediaDuration, Fixed rate) {
   return Call(__func__, [&] {
-    // No time means the end. The new edit may then continue the last one, which is rounded once.
+    // Without a time, the edit goes to the end. It may then continue the last edit, so that their
+    // length is rounded only once.
     const auto at = trackStart == -1 ? std::nullopt : std::optional(MovieTime{trackStart});
     InsertMedia(Valid(track), at, {mediaTime}, {mediaDuration},
                 rate / static_cast<double>(fixedOne));

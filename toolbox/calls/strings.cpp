@@ -43,7 +43,7 @@ std::u16string_view Part(const std::u16string& text, CFRange range) {
 CFStringRef CFStringCreateWithCString(const void*, const char* text, CFStringEncoding encoding) {
   return Call(__func__, [&] {
     if (text == nullptr) throw Refused{paramErr};
-    // Not decoded: a path may have bytes that are not UTF-8.
+    // The text is not decoded, because a path may have bytes that are not UTF-8.
     if (encoding == kCFStringEncodingUTF8) return NewString(text);
     const ByteSpan bytes = BytesAt(text, static_cast<std::int64_t>(std::strlen(text)));
     return NewString(DecodeText(bytes, encoding, false));
@@ -83,7 +83,7 @@ bool CFStringGetCString(CFStringRef string, char* buffer, std::int64_t size,
     if (string == nullptr || buffer == nullptr || size < 1) throw Refused{paramErr};
     const std::u16string text = Utf16(string->text);
     const EncodedText done = EncodeText(text, encoding, 0, static_cast<std::size_t>(size) - 1);
-    // All or nothing: the start of a path would name another file.
+    // A part of the text is not returned: the start of a path would name another file.
     if (done.length < text.size()) return false;
     *std::ranges::copy(done.bytes, buffer).out = 0;
     return true;
@@ -109,7 +109,8 @@ OSErr QTNewDataReferenceFromFullPathCFString(CFStringRef path, int style, std::u
     if (path == nullptr || style != kQTPOSIXPathStyle) throw Refused{paramErr};
     const boost::filesystem::path file(path->text);
     if (!file.is_absolute()) throw Refused{paramErr};
-    // Checked here: the file need not exist, so the system may never see the path.
+    // The length is checked here, because the file need not exist and so the system may never see
+    // the path.
     const auto isTooLong = [](const auto& name) { return name.size() > NAME_MAX; };
     if (file.size() >= PATH_MAX || std::any_of(file.begin(), file.end(), isTooLong)) {
       throw Refused{bdNamErr};

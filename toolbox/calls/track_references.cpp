@@ -22,7 +22,7 @@ Track GetTrackReference(Track track, FourCC type, std::int32_t number) {
 OSErr AddTrackReference(Track track, Track target, FourCC type, std::int32_t* number) {
   return Call(__func__, [&] {
     if (Valid(track).movie != Valid(target).movie) throw Refused{trackNotInMovie};
-    // Not Refer(): a caller may add the same reference twice.
+    // Refer() would not do, because a caller may add the same reference twice.
     SetResult(number, track->AddReference(type, *target));
   });
 }

@@ -88,7 +88,7 @@ OSErr AddEmptyTrackToMovie(Track source, Movie destination, Handle dataRef, Four
   return Call(__func__, [&] {
     const TrackRecord& like = Valid(source);
     MovieRecord& movie = Valid(destination);
-    // The reference is made first: if it is refused, no track has been added.
+    // The reference is made first, so that no track is added if it is refused.
     std::optional<DataReference> reference;
     if (dataRef != nullptr) reference = FileAt(PathOf(dataRef, dataRefType));
     TrackRecord& added = movie.AddTrackLike(like);

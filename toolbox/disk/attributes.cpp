@@ -51,11 +51,12 @@ void CopyExtendedAttributes(int, int) {}
 void CopyAttributes(const Descriptor& old, const Descriptor& file) {
   constexpr mode_t kSetIds = S_ISUID | S_ISGID, kAll = 07777;
   const struct stat wanted = StatusOf(old.Number());
-  // Before the permissions, because a change of owner clears the bits that set IDs.
+  // This comes before the permissions, because a change of owner clears the bits that set IDs.
   const bool isOwned = fchown(file.Number(), wanted.st_uid, wanted.st_gid) == 0;
   const bool hasGroup = isOwned || fchown(file.Number(), uid_t(-1), wanted.st_gid) == 0;
   CopyExtendedAttributes(old.Number(), file.Number());
-  // A group that does not fit must not get the rights of the old group.
+  // If the group could not be copied, the new group must not get the rights of the old one. It gets
+  // those of all others.
   mode_t mode = wanted.st_mode & kAll;
   if (!isOwned) mode &= ~kSetIds;
   if (!hasGroup) mode = (mode & ~mode_t{S_IRWXG}) | (mode & S_IRWXO) << 3;

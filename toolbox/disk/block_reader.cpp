@@ -11,7 +11,7 @@ std::uint64_t BlockReader::Load(const ByteSource& source, std::uint64_t at, std:
   if (at >= source.Size()) return 0;
   size = std::min(size, source.Size() - at);
   if (Holds(source, at, size)) return size;
-  source_ = nullptr;  // if Read throws, no half-read block may be used
+  source_ = nullptr;  // the block is not valid if Read throws
   block_.resize(std::min(std::max(blockSize_, size), source.Size() - at));
   source.Read(at, block_);
   start_ = at;
@@ -22,13 +22,14 @@ std::uint64_t BlockReader::Load(const ByteSource& source, std::uint64_t at, std:
 void BlockCache::Read(const ByteSource& source, std::uint64_t at, std::span<std::uint8_t> into) {
   const std::uint64_t index = at / kBlockSize, start = index * kBlockSize;
   Block& block = Find(source, index);
-  // Only pieces inside one block come from it. A piece across a border is read directly.
+  // A piece that crosses the end of its block is read directly below.
   if (block.asked < kOften && ++block.asked == kOften) block.reader.At(source, start, kBlockSize);
 
   if (block.asked == kOften && at + into.size() <= start + kBlockSize) {
     const ByteSpan piece = block.reader.At(source, at, into.size());
     if (piece.size() == into.size()) {
-      // Not std::ranges::copy: GCC makes a loop of it here, which took a tenth of a long join.
+      // std::ranges::copy would be slower: GCC makes a loop of it here, which took a tenth of the
+      // time of a long join.
       std::memcpy(into.data(), piece.data(), piece.size());
       return;
     }

@@ -30,8 +30,8 @@ class Mapping final : public HeldBytes::Holder {
     if (pages_ != MAP_FAILED) munmap(pages_, length_);
   }
 
-  // Reads all pages now. Returns false if that fails, for example on a damaged disk. A page that is
-  // read only when it is used could end the process with SIGBUS.
+  // Reads all pages now. Returns false if that fails, for example on a damaged disk. If a page were
+  // read only when it is used, a failure would end the process with SIGBUS.
   bool Fill() const {
 #ifdef MADV_POPULATE_READ
     return pages_ != MAP_FAILED && madvise(pages_, length_, MADV_POPULATE_READ) == 0;
@@ -114,7 +114,7 @@ void FileSource::Read(std::uint64_t at, std::span<std::uint8_t> into) const try 
 }
 
 HeldBytes FileSource::Load(std::uint64_t at, std::size_t size) const {
-  // A mapping has a cost of its own, which small pieces are not worth.
+  // A mapping costs time, so it does not pay for small pieces.
   constexpr std::size_t kMuch = 1 << 20;
   if (size >= kMuch && at <= Size() && size <= Size() - at) {
     if (auto mapped = Map(file_.Number(), at, size)) return *mapped;

@@ -19,10 +19,10 @@ struct ByteSource {
   virtual ~ByteSource() = default;
   // The size when the source was opened.
   virtual std::uint64_t Size() const = 0;
-  // The path of the file; empty if it is none.
+  // The path of the file; empty if the bytes are in no file.
   virtual std::string Path() const { return {}; }
-  // Fills all of `into`, starting at position `at`. Throws Refused: eofErr if the source ends too
-  // early, ioErr and other file errors if reading fails.
+  // Fills all of `into` with the bytes from position `at` on. Throws Refused: eofErr if the source
+  // ends too early, ioErr and other file errors if reading fails.
   virtual void Read(std::uint64_t at, std::span<std::uint8_t> into) const = 0;
   // Returns the bytes [at, at + size). They live as long as the result does, whatever happens to
   // the source object. Throws as Read does.

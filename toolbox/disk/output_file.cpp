@@ -24,15 +24,16 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// A larger buffer is slower: from 512 KiB on, the kernel took four times as long per byte.
+// Larger buffers are slower: at 512 KiB and more, the kernel took four times as long for each byte.
 constexpr std::size_t kBufferSize = 64 << 10;
-constexpr std::uint64_t kKernelPiece = 64
-                                       << 10;  // from this size on, a system call of its own pays
-constexpr std::uint64_t kKernelStep = 1 << 30;  // at most, so that signals are handled in between
+// From this size on, a piece is worth a system call of its own.
+constexpr std::uint64_t kKernelPiece = 64 << 10;
+// The most that one system call copies, so that signals are handled in between.
+constexpr std::uint64_t kKernelStep = 1 << 30;
 constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
 
-// Follows the links at `target`, also if the last one leads to no file yet. Without this, the
-// rename would replace the link instead of its target.
+// Follows the symbolic links at `target`, even if the last one leads to no file yet. Without this,
+// the rename would replace the link instead of its target.
 fs::path Followed(const fs::path& target) {
   // The limit of Linux. In a circle of links, the result is still a link, and opening it fails.
   constexpr int kMostLinks = 40;
@@ -47,14 +48,15 @@ fs::path Followed(const fs::path& target) {
 }
 
 // Opens the file that will be replaced and locks it, so that no other process saves into it or
-// replaces it meanwhile. Throws Refused if it is protected or in use; the rename itself checks
-// neither.
+// replaces it in the meantime. Throws Refused if it is protected or in use; the rename itself
+// checks neither.
 Descriptor OpenToReplace(const fs::path& path, Existing existing) {
   Descriptor file(path, O_WRONLY | O_NONBLOCK);
   if (!file.IsOpen())
     throw errno == EPERM ? Refused{fLckdErr, "it is immutable"} : RefusedBy(errno);
   if (existing == Existing::kLocked) return file;
-  // Other errors mean that the file system has no locks (here) or no leases (below).
+  // Any other error means that the file system has no locks. Below, it means that there are no
+  // leases.
   const auto lock = [&file] { return flock(file.Number(), LOCK_EX | LOCK_NB); };
   if (Uninterrupted(lock) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
 #ifdef F_SETLEASE
@@ -112,7 +114,7 @@ std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
   const ssize_t copied = Uninterrupted([&] {
     return copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
   });
-  if (copied == 0) return std::nullopt;  // the end of the source: reading it fails
+  if (copied == 0) return std::nullopt;  // the source has ended; the caller reads on and reports it
   if (copied > 0) return static_cast<std::uint64_t>(copied);
   const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
   if (std::ranges::find(cannot, errno) == std::end(cannot)) throw RefusedBy(errno);
@@ -134,7 +136,7 @@ struct OutputFile::State {
   std::uint64_t written = 0;  // bytes in the file
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
   BlockCache cache;
-  bool kernelCopies = true;  // false once the kernel has failed to
+  bool kernelCopies = true;  // false after the kernel could not copy once
   bool isSound = true;  // false during a step, so it stays false after a throw
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
@@ -183,7 +185,7 @@ struct OutputFile::State {
     }
   }
 
-  // Copies in the kernel until it fails to. Returns the number of bytes copied.
+  // Lets the kernel copy until it cannot. Returns the number of bytes that were copied.
   std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     Drain();
     std::uint64_t done = 0;

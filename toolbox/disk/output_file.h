@@ -49,7 +49,7 @@ class OutputFile final : public Disk {
   void Sync() override;
   // Gives back the room that was reserved and not used. `size` must be Position().
   void CutOff(std::uint64_t size) override;
-  // Throws fBsyErr, or dupFNErr for kRefuse, if the target is by now another file than at the
+  // Throws fBsyErr, or dupFNErr for kRefuse, if the target is no longer the file that it was at the
   // start. If syncing the folder fails, this throws although the new file already has its name.
   void TakeName() override;
   // Performs NamingStage: gives back unused room, syncs, and takes the name.

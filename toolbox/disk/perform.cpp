@@ -34,7 +34,8 @@ void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& wri
     try {
       performer.Do(stage.steps);
     } catch (...) {
-      // Only this stage is undone. Its `undo` also covers earlier stages where that matters.
+      // Only the `undo` of this stage is done. If earlier stages must be undone too, it includes
+      // their steps.
       performer.Do(stage.undo);
       throw;
     }

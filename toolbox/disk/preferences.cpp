@@ -16,7 +16,7 @@ std::optional<bool> BooleanPreference(const std::string& application, const std:
   } catch (const boost::property_tree::ini_parser_error&) {
     return std::nullopt;
   }
-  // Other spellings count as no setting.
+  // Any other value counts as no setting.
   const auto text = settings.get<std::string>(key, {});
   if (text == "true" || text == "yes" || text == "1") return true;
   if (text == "false" || text == "no" || text == "0") return false;

@@ -43,7 +43,7 @@ OSErr CodeOf(int errorNumber) {
 }  // namespace
 
 Refused RefusedBy(int errorNumber, std::string file) {
-  // The system says "Resource temporarily unavailable" of a lock.
+  // For a locked file, the system only says "Resource temporarily unavailable".
   const std::string reason = errorNumber == EWOULDBLOCK
                                  ? "another program uses it"
                                  : std::generic_category().message(errorNumber);

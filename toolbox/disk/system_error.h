@@ -1,4 +1,4 @@
-// System calls: repeats interrupted ones and turns errors into refusals.
+// Repeats system calls that a signal has interrupted, and turns their errors into refusals.
 #pragma once
 
 #include <cerrno>

@@ -43,8 +43,8 @@ std::string RandomLetters() {
   return letters;
 }
 
-// Opens a file without a name. The result is closed if the system or the file system has none, or
-// cannot name it later, which needs /proc.
+// Opens a file without a name. The result is not open if the system or the file system does not
+// support such files, or if /proc, which is needed to name the file later, is missing.
 Descriptor Unnamed([[maybe_unused]] const fs::path& folder) {
 #ifdef O_TMPFILE
   if (access("/proc/self/fd", X_OK) == 0) return {folder, O_WRONLY | O_TMPFILE, 0666};
@@ -58,7 +58,8 @@ bool Name(const Descriptor& file, const fs::path& name) {
   return linkat(AT_FDCWD, link.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
-// Renames a file. Without `replaces` it fails with EEXIST if the target exists.
+// Renames a file. Without `replaces`, it fails if the target exists. Returns 0, or -1 with errno;
+// or throws Refused.
 int Rename(const fs::path& from, const fs::path& to, bool replaces) {
 #ifdef RENAME_NOREPLACE
   if (!replaces) {
@@ -66,7 +67,8 @@ int Rename(const fs::path& from, const fs::path& to, bool replaces) {
     if (result == 0 || (errno != EINVAL && errno != ENOSYS)) return result;
   }
 #endif
-  // The best that the file system can do. Another process may create the target after the check.
+  // The file system cannot check and rename in one step. Another process may create the target
+  // after this check.
   if (!replaces && StatusOf(to)) throw RefusedBy(EEXIST);
   return std::rename(from.c_str(), to.c_str());
 }
@@ -85,7 +87,8 @@ void TemporaryFile::Hide(const fs::path& target, Make&& make) {
 
 TemporaryFile::TemporaryFile(const fs::path& target) : file_(Unnamed(target.parent_path())) {
   if (!file_.IsOpen()) {
-    // Not mkostemp: it always sets 0600, but a new file has the permissions of umask and folder.
+    // mkostemp would not do: it always sets 0600, but the permissions of a new file depend on the
+    // umask and the folder.
     Hide(target, [this] {
       file_ = Descriptor(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
       return file_.IsOpen();

@@ -8,7 +8,7 @@
 
 namespace toolbox {
 
-// A new file in the folder of its target. It has no name if the file system has such files, so
+// A new file in the folder of its target. It has no name if the file system supports that, so
 // nothing is left of it, however the process ends. Otherwise its name is `.name.XXXXXX`, which it
 // also needs for a moment to replace another file. The destructor removes a file with that name,
 // and so does RemoveTemporaryFiles. Use it from one thread only.

@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// The folder in an environment variable. A relative path is ignored, as XDG asks.
+// The folder in an environment variable. A relative path is ignored, as XDG requires.
 std::optional<fs::path> FolderIn(const char* variable) {
   const char* value = std::getenv(variable);
   if (value == nullptr || value[0] != '/') return std::nullopt;
@@ -26,8 +26,8 @@ std::optional<fs::path> ConfigurationFolder() {
 }
 
 std::optional<fs::path> DesktopFolder() {
-  // The line has the form XDG_DESKTOP_DIR="$HOME/name" or has an absolute path. It is quoted for
-  // the shell. The last such line counts.
+  // The line is XDG_DESKTOP_DIR="$HOME/name", or has an absolute path in the quotes. Characters are
+  // escaped as for the shell. The last such line counts.
   constexpr std::string_view kStart = "XDG_DESKTOP_DIR=\"", kHome = "$HOME";
   const auto home = FolderIn("HOME");
   std::optional<fs::path> desktop;

@@ -16,7 +16,8 @@ void DeleteSegment(TrackRecord& track, MovieTime from, MovieTime length);
 // The same for every track.
 void DeleteSegment(MovieRecord& movie, MovieTime from, MovieTime length);
 
-// Makes [from, from + length) last `newLength`. It shows the same media, slower or faster.
+// Changes the length of [from, from + length) to `newLength`. It shows the same media, slower or
+// faster.
 //
 //   |   A   |   B   |            |   A  |     |     |  B  |
 //        ^---^              ->

@@ -41,7 +41,7 @@ struct InMemory {
   std::shared_ptr<Bytes> data;
   friend bool operator==(const InMemory&, const InMemory&) = default;
 };
-// A reference to something that we cannot read. The entry is written back unchanged.
+// A reference that the toolbox cannot resolve. The entry is written back unchanged.
 using Unresolved = DataReferenceEntry;
 using DataReference = std::variant<ThisFile, OtherFile, InMemory, Unresolved>;
 

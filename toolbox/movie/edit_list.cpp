@@ -20,8 +20,8 @@ void CutStart(Edit& edit, MovieTime length, Clock clock) {
 }
 
 // The new rate of an edit whose length changes from `before` to `now` while it shows the same
-// media. It is rounded to a rate that a file can state if it is close to one, so stretching an edit
-// and back restores its rate.
+// media. If it is close to a rate that a file can state, it is rounded to that. So stretching an
+// edit and stretching it back restores its rate.
 double Stretched(double rate, MovieTime before, MovieTime now) {
   constexpr double kFixed = 65536, kSame = 1e-6;
   if (before == now) return rate;

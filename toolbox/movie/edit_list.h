@@ -102,14 +102,14 @@ class EditList {
   //                           ->
   void TrimEnd();
 
-  // Shows other media at the same times: each edit starts with the media time place(its own).
+  // Shows other media at the same times: replaces the media time t of each edit by place(t).
   void MapMedia(const std::function<MediaTime(MediaTime)>& place);
 
   friend bool operator==(const EditList&, const EditList&) = default;
 
  private:
-  // Cuts the edit around `at` in two, if there is one. Returns the first edit from `at` on. No
-  // iterator from before is valid then.
+  // Cuts the edit around `at` in two, if there is one. Returns the first edit from `at` on. This
+  // invalidates all other iterators.
   std::vector<Edit>::iterator Split(MovieTime at, Clock clock);
   // Adds an edit after the last. A gap before it becomes an empty edit.
   void Add(Edit edit, Clock clock);

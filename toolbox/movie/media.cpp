@@ -160,7 +160,7 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
   if (IsProtected()) throw Refused{featureUnsupported};
   const std::vector<DataReference> seen = SeenFromHere(table.dataReferences);
   for (const SampleDescription& description : table.descriptions) {
-    // A description without a reference means the first one of its media.
+    // A description that names no data reference means the first one of its media.
     const DataReference& first =
         dataReferences.empty() ? seen[table.descriptions.front().dataReference] : dataReferences[0];
     if (!description.HoldsReference() && seen[description.dataReference] != first) {

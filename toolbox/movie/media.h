@@ -23,7 +23,8 @@ namespace toolbox {
 // The language of a media if nobody knows it: 'und' of ISO 639-2, packed.
 inline constexpr std::uint16_t kUndeterminedLanguage = 0x55C4;
 
-// Samples copied from one media to be added to another, with all that is needed to read them.
+// Samples that are copied from one media to be added to another, with everything needed to read
+// them.
 struct SampleTableRecord {
   std::int32_t scale = 600;
   std::vector<DataReference> dataReferences;  // none of them ThisFile
@@ -104,17 +105,18 @@ struct MediaRecord : MediaSettings {
   std::optional<OtherFile> MovieFile() const;
 
  private:
-  // The data references of this media, as a movie in another file names the same places. Throws
-  // Refused (couldNotResolveDataRef) if one is ThisFile and there is no MovieFile.
+  // The data references of this media, made valid for a movie in another file: ThisFile becomes
+  // MovieFile(). Throws Refused (couldNotResolveDataRef) if that is needed and there is none.
   std::vector<DataReference> SeenFromElsewhere() const;
-  // The reverse: such references as this media names the same places.
+  // The reverse: makes such references valid for this media. MovieFile() becomes ThisFile.
   std::vector<DataReference> SeenFromHere(std::vector<DataReference> references) const;
-  // The index here for each of `strangers`, whose data references are `references`. Adds those that
-  // are not here yet. If the references name other files, the movie loses its trailer.
+  // Returns the index in this media for each description of `strangers`, whose data references are
+  // `references`. Adds descriptions and references that this media does not have yet. If a
+  // reference is to another file, the movie loses its trailer, which describes only its own file.
   std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
                                    const std::vector<DataReference>& references);
 
-  // A source that has been joined. Joining it again is not needed: its samples start at `base`.
+  // A source that has been joined. Its samples start at `base`, so it need not be joined again.
   struct Joined {
     std::weak_ptr<const void> identity;
     std::uint64_t samples = 0;

@@ -50,9 +50,9 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
   const MediaTime last = to - MediaTime{1};
   if (samples.Offsets().AreZero()) return {samples.SampleAt(from), samples.SampleAt(last) + 1};
 
-  // Because offsets have bounds, only a few samples around each end have to be looked at. The
-  // sample on show at `from` is the one that has started last. `certain` has started by then, and
-  // all samples before `start` start earlier than it. All from `undecided` on start after `from`.
+  // Because offsets have bounds, only a few samples around each end need a look. The sample that is
+  // shown at `from` is the one that started last. `certain` has started by then, and all samples
+  // before `start` start earlier than it. All from `undecided` on start after `from`.
   const std::uint64_t certain = samples.SampleAt(from - largest);
   const std::uint64_t start = samples.SampleAt(samples.TimeOf(certain) + smallest - largest);
   const std::uint64_t undecided = samples.SampleAt(from - smallest) + 1;

@@ -6,7 +6,7 @@
 namespace toolbox {
 
 // Joins neighbouring runs of one value and passes them to visit(count, value). Call Flush after the
-// last value: nothing else passes on the last run. Refers to `visit`, which must live longer.
+// last value to pass on the last run. `visit` must outlive this object.
 template <class Value, class Visit>
 class RunJoiner {
  public:

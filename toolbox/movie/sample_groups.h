@@ -12,8 +12,8 @@
 
 namespace toolbox {
 
-// Adds a run from `sample` on. It replaces a last run that starts there too, and it is joined to a
-// last run with the same group.
+// Adds a run from `sample` on. It replaces the last run if that starts at the same sample. It is
+// joined to the last run if that has the same group.
 void AddGroupRun(std::vector<GroupRun>& runs, std::uint32_t sample, std::uint32_t group);
 
 // One grouping of samples from several files. It refers to their rows, which must outlive it.

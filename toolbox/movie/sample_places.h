@@ -42,7 +42,8 @@ void MarkDescriptions(const SampleTable& samples, SampleRange range, std::vector
 
 // The functions below expect located samples and throw Refused (invalidSampleTable) for others.
 
-// Chunks of a file, of each `perChunk` samples from the row `row` on.
+// `perChunk` samples of each of `count` consecutive chunks of a file. The first chunk has the index
+// `chunk`. The first sample is the row `row`.
 struct FileChunks {
   std::uint32_t row = 0, perChunk = 0, description = 0;
   std::uint32_t chunk = 0, count = 0;

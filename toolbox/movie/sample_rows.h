@@ -73,13 +73,13 @@ struct SampleRows {
   HeldBytes header;  // the bytes of tables that stay in the form of the file
   Siblings otherTables;  // tables that are only copied; they hold for exactly these samples
 
-  // To fill new rows whose `count` is set: each adds a run for the next samples, but none after
-  // `count`. Throws Malformed when the sum of the durations is out of range.
+  // These fill new rows whose `count` is set. Each adds a run for the next samples, and ignores
+  // samples after `count`. Throws Malformed when the sum of the durations is out of range.
   void AddTimes(std::uint32_t samples, std::uint32_t delta);
   void AddOffsets(std::uint32_t samples, std::int32_t offset);
   void AddChunks(std::uint32_t chunk, std::uint32_t chunks, std::uint32_t samplesPerChunk,
                  std::uint32_t description);
-  // To make rows one by one: adds a sample and counts it. It gets its own chunk, at `offset` of its
+  // Makes rows one by one: adds a sample and counts it. It gets its own chunk, at `offset` of its
   // file, so no other sample has to be read to find it.
   void AddSample(std::uint32_t delta, std::uint32_t size, std::uint64_t offset,
                  std::uint32_t description);
@@ -103,7 +103,7 @@ struct SampleRows {
                        std::uint32_t description) const {
     return SizeOf(first, samples, description, sizes.Values());
   }
-  // The same for a caller that asks often; `each` is of `sizes`.
+  // The same, faster for a caller that asks often; `each` is sizes.Values().
   std::uint64_t SizeOf(std::uint32_t first, std::uint32_t samples, std::uint32_t description,
                        EncodedNumbers::View each) const;
   Packing PackingOf(std::uint32_t description) const {

@@ -47,7 +47,7 @@ struct SampleSlice {
   MediaTime ShownAt(std::uint32_t row) const {
     return TimeOf(row) + MediaTime{rows->OffsetOf(row)} + MediaTime{shift};
   }
-  // When its samples start and stop being shown, relative to `time`.
+  // When the first sample starts to be shown and when the last one stops, relative to `time`.
   MediaTime ShownFrom() const { return rows->ShownFrom(part) + MediaTime{shift}; }
   MediaTime ShownUntil() const { return rows->ShownUntil(part) + MediaTime{shift}; }
   bool HasOffsets() const { return shift != 0 || !rows->offsets.IsEmpty(); }

@@ -54,9 +54,10 @@ class SampleTable {
   MediaTime AppendSlice(const SampleTable& other, SampleRange range,
                         DescriptionMap descriptions = {});
 
-  // Adds samples like AppendSlice, but decodes and shows them from Duration() on: no sample here
-  // becomes longer, and all new ones are shown earlier or later by the same time. Why: an edit
-  // hides the delay of reordered pictures, and edits are not copied along.
+  // Adds samples like AppendSlice, but decodes and shows them from Duration() on. No sample here
+  // becomes longer. The offsets of all new samples change by the same amount, or not at all if one
+  // would not fit into its field. This removes the delay of reordered pictures: in the source an
+  // edit hides it, and edits are not copied.
   //
   //   decoded  |  here  |[ from .. to )|
   //   shown    |  here  |[ from .. to )|
@@ -75,7 +76,8 @@ class SampleTable {
   // The samples from the one decoded at `start` on. `maxSamples` and `maxDuration` limit them if
   // they are above 0, but there is at least one. Throws Refused: invalidTime (start outside).
   SampleRange SamplesFrom(MediaTime start, std::int64_t maxSamples, MediaTime maxDuration) const;
-  // The last sync sample, partial ones included, up to `sample`, or the first sample of its slice.
+  // The last sync or partial sync sample at or before `sample`, but not before its slice: if the
+  // slice has none, the first sample of the slice.
   std::uint64_t SyncAtOrBefore(std::uint64_t sample) const;
 
   std::span<const SampleSlice> Slices() const { return slices_; }

@@ -22,8 +22,9 @@ bool SameAtom(const Siblings& a, const Siblings& b, FourCC type) {
   return first == nullptr || second == nullptr ? first == second : *first == *second;
 }
 
-// Whether samples of a media may be in several files. A description that names no data reference
-// means the first one, so with such a description they may not, unless they already are.
+// Whether samples of a media may be in several files. They may not if a description names no data
+// reference, because that means the first one. A media whose samples are in several files already
+// may have more.
 bool MayBeInSeveralFiles(const MediaRecord& media) {
   return media.dataReferences.size() > 1 ||
          std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
@@ -55,7 +56,8 @@ bool Fits(const TrackRecord& track, const TrackRecord& source) {
          (LooksLike(track, source) || !DescribeMediaType(source.media->Type()).isSeen);
 }
 
-// Refuses media whose samples cannot be read, or not be decrypted, from another movie.
+// Throws Refused if the samples of the track cannot be read or decrypted when another movie refers
+// to them.
 void CheckJoinable(const TrackRecord& source) {
   const MediaRecord& media = *source.media;
   if (media.IsProtected()) throw Refused{featureUnsupported};
@@ -75,8 +77,8 @@ EditList SegmentFor(const MovieRecord& movie, const TrackRecord& source, MovieTi
   return edits;
 }
 
-// Makes sure that no edit reaches past the end of its media, if only by rounding: after a join it
-// would show the new samples.
+// Makes sure that no edit reaches past the end of its media, not even by rounding. After a join,
+// such an edit would show new samples.
 void EndEditsWithMedia(TrackRecord& track) {
   SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
@@ -150,7 +152,8 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   const MovieTime room = ScaleChange{source.header.scale, movie.header.scale}(length);
   std::vector<Insertion> insertions = InsertionsOf(source, movie, from, length);
 
-  // Tracks that are as enabled as the source come first; each is used at most once.
+  // Tracks that are enabled or disabled like their source are preferred. Each track is used at most
+  // once.
   std::vector<TrackRecord*> free;
   for (const auto& track : movie.tracks) free.push_back(track.get());
   for (const bool sameState : {true, false}) {
@@ -218,8 +221,8 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
   if (!isSameTrack) CheckJoinable(source);
   if (here == there) return InsertEdits(*source.media, std::move(edits), track, at, room);
 
-  // The least common multiple of both scales is exact for both. If it is too fine, or the times do
-  // not fit, the source's times are rounded to the scale here.
+  // The least common multiple of both scales is exact for both. If it is too large, or the times do
+  // not fit into their fields, the times of the source are rounded to the scale of the track.
   constexpr std::int64_t kFinest = 1'000'000;
   const std::int64_t common = std::lcm(std::int64_t{here}, std::int64_t{there});
   MediaRecord media = *track.media, sourceMedia = *source.media;

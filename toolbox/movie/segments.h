@@ -15,8 +15,9 @@ namespace toolbox {
 // Each source track goes into a track of the movie that fits: one with the same kind of media,
 // scale, language and alternate group and, if it is seen, the same size, matrix, clip and matte,
 // preferably also as enabled or disabled as the source. Each track is used once. Where none fits, a
-// track like the source's is added. References among the source tracks are kept. Media are joined
-// by reference: no sample is copied.
+// track like the source's is added. Hint tracks, and tracks that show no media in the segment, are
+// left out. References among the inserted tracks are kept. Media are joined by reference: no sample
+// is copied.
 //
 // Throws Refused before anything changes: invalidTime, invalidDuration, couldNotResolveDataRef,
 // invalidSampleTable, featureUnsupported (encrypted samples).
@@ -39,9 +40,10 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie);
 //   track   |   A   |   B   |        |   A   | src |   B   |
 //                   ^ at        ->
 //
-// Throws Refused before anything changes: noMediaHandler, mediaTypesDontMatch, invalidTime,
-// invalidDuration, couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted
-// samples).
+// Throws Refused before anything changes: noMediaHandler, mediaTypesDontMatch (another kind of
+// media, sound of another scale, or samples that cannot be in one track, because they are encrypted
+// or a description of them cannot name its file), invalidTime, invalidDuration,
+// couldNotResolveDataRef, invalidSampleTable, featureUnsupported (encrypted samples).
 void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at);
 

@@ -29,13 +29,14 @@ struct Time {
 using MovieTime = Time<struct MovieLine>;
 using MediaTime = Time<struct MediaLine>;
 
-// Far beyond any real time, near enough that the sum of two cannot overflow.
+// Larger than any real time, and small enough that the sum of two cannot overflow.
 inline constexpr std::int64_t kLongest = INT64_MAX / 4;
 
-enum class Rounding { kNearest, kDown, kUp };  // kNearest: halves up
+enum class Rounding { kNearest, kDown, kUp };  // kNearest rounds halves up
 
-// Rescale in one integer type, which must have room for 2 * units * to. The divisor is positive;
-// the last term rounds negative quotients down, which C++ rounds towards 0.
+// Does the work of Rescale in one integer type, which must have room for 2 * units * to. `from`
+// must be above 0. The last term is needed because C++ rounds a negative quotient towards 0, not
+// down.
 template <class Number>
 constexpr Number RescaledIn(Number units, Number from, Number to, Rounding rounding) {
   Number product = units * to, divisor = from;
@@ -48,12 +49,12 @@ constexpr Number RescaledIn(Number units, Number from, Number to, Rounding round
   return product / divisor - (product % divisor < 0 ? 1 : 0);
 }
 
-// The same time in another scale: units * to / from, both scales above 0. 128-bit inside; a result
-// beyond kLongest becomes kLongest.
+// The same time in another scale: units * to / from, both scales above 0. Intermediate results
+// cannot overflow. A result beyond kLongest or -kLongest is limited to it.
 constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64_t to,
                                Rounding rounding = Rounding::kNearest) {
   if (from == to) return units;
-  // Nearly always 64 bits do, and divide many times faster.
+  // 64 bits are nearly always enough, and their division is many times faster.
   constexpr std::int64_t kNarrow = std::int64_t{1} << 32, kNarrowScale = 1 << 29;
   if (-kNarrow <= units && units <= kNarrow && from < kNarrowScale && to < kNarrowScale) {
     return RescaledIn(units, from, to, rounding);
@@ -64,7 +65,8 @@ constexpr std::int64_t Rescale(std::int64_t units, std::int64_t from, std::int64
   return static_cast<std::int64_t>(result);
 }
 
-// Converts times of one line from one scale to another, both above 0. Each is rounded by itself.
+// Converts times of one line from one scale to another, both above 0. Each time is rounded to the
+// nearest unit.
 struct ScaleChange {
   std::int64_t from = 1, to = 1;
 

@@ -28,8 +28,8 @@ struct UserDataRecord {
   friend bool operator==(const UserDataRecord&, const UserDataRecord&) = default;
 };
 
-// The type of `items` that first appears after that of `previous`, or the first one for a null
-// type; null at the end.
+// The type that follows `previous` in the list of the types of `items`, which is in the order of
+// their first items. If `previous` is null, the first type. Null after the last type.
 template <class Item>
 FourCC NextType(const std::vector<Item>& items, FourCC previous) {
   const auto firstOf = [&](FourCC type) { return std::ranges::find(items, type, &Item::type); };

@@ -18,8 +18,8 @@ struct UserDataRecord;
 Bytes TextOf(const UserDataRecord& data, FourCC type, std::size_t number, std::uint16_t language);
 
 // Replaces the text of an item in that language, or adds one after the others. If the type has no
-// item, number 1 makes it. Cuts a text at 65,535 bytes. Throws Refused: paramErr (a type that holds
-// no texts, or an item that is no list of texts), userDataItemNotFound.
+// item, number 1 creates the first one. Cuts a text at 65,535 bytes. Throws Refused: paramErr (a
+// type that holds no texts, or an item that is no list of texts), userDataItemNotFound.
 void SetText(UserDataRecord& data, FourCC type, std::size_t number, std::uint16_t language,
              ByteSpan text);
 

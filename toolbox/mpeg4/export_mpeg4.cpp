@@ -24,8 +24,8 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kSound{"soun"}, kText{"text"}, kChapters{"chap"};
 
-// Whether the track shows samples of that kind. The exported media has only samples that are shown.
-// Of a track that shows nothing, perhaps not even a sample description would be left.
+// Whether the track shows samples of that kind. A track that shows none is not exported: it may not
+// even have a sample description.
 bool Shows(const TrackRecord& track, FourCC type) {
   return track.media && track.media->Type() == type && !SamplesInUse(track).empty();
 }
@@ -40,7 +40,7 @@ bool Plays(const TrackRecord& track) {
 // ISO/IEC 14496-12 8.4.2.3: three letters of ISO 639-2/T, five bits each.
 std::uint16_t PackedLanguage(std::uint16_t language) {
   constexpr std::uint16_t kMacintoshEnd = 0x400, kUnspecified = 0x7FFF;
-  // Three letters for each Macintosh language, from number 0 on.
+  // The letters for each Macintosh language, from number 0 on.
   constexpr std::string_view kNames =
       "engfradeuitanldswespadanpornorhebjpnarafinellislmltturhrvzhourdhinthakorlit"
       "polhunestlavsmefaofasruszhonldglesqironcesslkslvyidsrpmkdbulukrbel";
@@ -65,8 +65,8 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
-    // Unused descriptions are not written, so an unknown format there is no reason to refuse.
-    // Text keeps its description: readers of chapters expect that of QuickTime.
+    // Unused descriptions are not written, so an unknown format there is no reason to refuse. Text
+    // keeps its QuickTime description, because readers of chapters expect it.
     if (isUsed[i] && media.Type() != kText) {
       description = Mpeg4Description(description, media.header.scale);
     }
@@ -76,8 +76,8 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   Siblings siblings = {{MediaHeader::kType, {}}};
   if (language != nullptr) siblings.push_back(*language);
   media.siblings = std::move(siblings);
-  // A new header with the default values, because QuickTime's can have settings for mixing colours
-  // that ISO does not define.
+  // The header is new and has default values, because that of a QuickTime file can have graphics
+  // modes that ISO does not define.
   media.infoSiblings = {HeaderFor(media.Type())};
   media.dataSiblings.clear();
   media.userData = {};
@@ -87,10 +87,10 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   media.header.flags = 0;
 }
 
-// Lays the samples of a chapter track out anew, because most readers of chapters ignore edits. One
-// edit then shows all samples, and each lasts as long as it was shown. A gap belongs to the chapter
-// before it; the empty edit before the first chapter stays. All rates are 1 or 0, and all samples
-// in use are in chunks.
+// Makes a new table of the samples of a chapter track, because most readers of chapters ignore
+// edits. Then one edit shows all samples, and each sample lasts as long as it was shown. A gap
+// belongs to the chapter before it; the empty edit before the first chapter stays. Call this when
+// all rates are 1 or 0 and all samples in use are in chunks.
 //
 //   edits  |- -|A|B|- -|  C  |          |- -|    1 edit   |
 //   media  | A  |  B  |  C  |     ->        |A|  B  |  C  |
@@ -98,7 +98,8 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
 // Throws Refused: invalidDuration (a chapter is too long for a file), featureUnsupported (encrypted
 // samples).
 void LayOutChapters(TrackRecord& track) {
-  // Many edits may show many samples each. A track with more samples than this keeps its edits.
+  // Each of many edits may show many samples. A track that would have more samples than this keeps
+  // its edits.
   constexpr std::uint64_t kMostChapters = 1 << 20;
   MediaRecord& media = *track.media;
   if (media.IsProtected()) throw Refused{featureUnsupported};
@@ -113,7 +114,7 @@ void LayOutChapters(TrackRecord& track) {
     const SampleRange shown = SamplesFor(track, edit).samples;
     if (chapters.size() + shown.Count() > kMostChapters) return;
     for (std::uint64_t sample = shown.from; sample < shown.to; ++sample) {
-      // Two edits that show parts of a chapter do not make two of it.
+      // If two edits show parts of one chapter, it is still one chapter.
       if (!chapters.empty() && chapters.back().sample == sample) continue;
       const MediaTime into = media.samples.TimeOf(sample) - edit.mediaTime;
       chapters.push_back(
@@ -124,7 +125,7 @@ void LayOutChapters(TrackRecord& track) {
   chapters.push_back({.start = clock.Shown(length, 1.0)});
   SampleRows rows;
   for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
-    // Rounding can put the start of an edit before the end of the one before it.
+    // By rounding, an edit can start before the end of the previous one.
     const std::int64_t lasts = std::max(chapters[i + 1].start - rows.duration, MediaTime{}).units;
     if (lasts > UINT32_MAX) throw Refused{invalidDuration};
     const std::uint64_t sample = chapters[i].sample;
@@ -149,7 +150,7 @@ void ConvertTrack(TrackRecord& track) {
   if (isText) LayOutChapters(track);
   TrackHeader& header = track.header;
   header.flags = kInMovieAndPreview;
-  // Players would show chapters that are enabled as subtitles.
+  // Players would show an enabled chapter track as subtitles.
   if (!isText) header.flags |= TrackHeader::kEnabled;
   header.alternateGroup = 0;
   header.volume = isSound ? 0x100 : 0;  // 8.8
@@ -183,11 +184,12 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
       TrackRecord* chapters = track->Reference(kChapters, i);
       if (chapters == nullptr || !Shows(*chapters, kText)) continue;
       exported.insert(chapters);
-      // A track that is left out passes its chapters on, to the pictures if there are any.
+      // If a track is left out, its chapters go to another track: to the video track if there is
+      // one.
       if (!exported.contains(track.get())) playing.rbegin()->second->Refer(kChapters, *chapters);
     }
   }
-  // From the last to the first, so that the indexes of the others stay valid.
+  // The loop starts at the end, because RemoveTrack changes the indexes of the tracks after it.
   for (std::size_t i = converted->tracks.size(); i-- > 0;) {
     TrackRecord& track = *converted->tracks[i];
     if (exported.contains(&track)) {
@@ -196,7 +198,7 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
       converted->RemoveTrack(track);
     }
   }
-  // A new header, so that no field has a value that only QuickTime defines.
+  // The header is new, so that no field has a value that only QuickTime defines.
   const MovieHeader& header = movie.header;
   converted->header = {.created = header.created,
                        .scale = header.scale,
@@ -245,7 +247,7 @@ FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
                    const Mpeg4Settings& settings) {
   if (!settings.keepsCoding) throw Refused{featureUnsupported};
   auto converted = ForMpeg4(movie, only);
-  // Any number of chunks may be kept: files that are already interleaved are copied as a whole.
+  // Files that are interleaved already are copied as a whole, however many chunks they have.
   FilePlan plan = PlanFlattened(*converted, {.mostChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};

@@ -8,9 +8,10 @@
 namespace toolbox {
 
 // Plans a self-contained file with the enabled video track and the enabled sound track of the
-// movie, and with its chapters: every text track to which any track refers as chapters, disabled.
-// If `only` is not null, no other video or sound track is exported. Nothing is written, and the
-// movie does not change. The plan owns the converted copy that it refers to.
+// movie, and with its chapters: every text track that a track refers to as chapters ('chap').
+// Chapter tracks become disabled. If `only` is not null, no other video or sound track is exported.
+// Nothing is written, and the movie does not change. The plan owns the converted copy that it
+// refers to.
 //
 // Throws Refused, with the codes of PlanFlattened and these:
 //   featureUnsupported        the media would have to be encoded again, no track is left, or there

@@ -7,7 +7,7 @@
 namespace toolbox {
 
 Mpeg4Settings ReadMpeg4Settings(ByteSpan container) try {
-  // All settings are children of 'sean'. "past" as the coding means to pass samples through.
+  // All settings are children of 'sean'. The coding 'past' means that samples are copied.
   constexpr FourCC kRoot{"sean"}, kPassThrough{"past"};
   Mpeg4Settings settings;
   for (const auto& [parent, type, number] : ReadNumberSettings(container)) {

@@ -7,7 +7,7 @@
 
 namespace toolbox {
 
-// An open exporter is nothing but its settings. The defaults are those of a caller that sets none.
+// An open exporter, which is only its settings. These are the defaults.
 struct Mpeg4Settings {
   bool keepsCoding = true;  // false: encode again, which is not supported
   bool hasHints = false;  // whether to add hint tracks for streaming servers

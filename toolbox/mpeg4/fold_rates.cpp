@@ -11,8 +11,8 @@
 namespace toolbox {
 namespace {
 
-// A file states rates in 16.16. A rate that it would state as 1 becomes exactly 1; any other rate
-// is returned as it is.
+// Rates in a file are 16.16 numbers. A rate that would be written as 1 becomes exactly 1; any other
+// rate is returned unchanged.
 double Stated(double rate) {
   return std::lround(std::min(rate, 32767.0) * 65536) == 65536 ? 1.0 : rate;
 }
@@ -22,8 +22,8 @@ bool IsFolded(const Edit& edit) {
   return !edit.IsEmpty() && edit.rate != 0 && Stated(edit.rate) != 1.0;
 }
 
-// Converts the media to a multiple of its time scale near 90,000. In a scale such as 24, a sample
-// of one unit could not become a little shorter.
+// Converts the media to a time scale near 90,000 that is a multiple of its own. In a scale such as
+// 24, a sample of one unit could not become a little shorter.
 void MakeFine(TrackRecord& track) {
   constexpr std::int32_t kFine = 90'000;
   MediaRecord& media = *track.media;
@@ -35,8 +35,8 @@ void MakeFine(TrackRecord& track) {
   media.SetScale(scale);
 }
 
-// The rate as a fraction, to rescale times with: `from` is `rate` times `to`. Both are as large as
-// 32 bits allow before the fraction is reduced, so that it is exact to many digits. 1/1 for rate 0.
+// The rate as a fraction from/to, for rescaling times. Both numbers are as large as 32 bits allow
+// before the fraction is reduced, so that it is exact to many digits. 1/1 for rate 0.
 struct Ratio {
   std::int32_t from = 1, to = 1;
 };
@@ -57,7 +57,7 @@ class Moved {
   // sample is appended once, however many of these edits show it.
   Moved(const TrackRecord& track, double rate, SampleTable& samples) : ratio_(RatioOf(rate)) {
     const SampleTable& source = track.media->samples;
-    // A copy of the track with only the edits of this rate, to ask which samples they need.
+    // This copy of the track has only the edits of this rate, so it needs only their samples.
     TrackRecord part = track;
     part.edits = {};
     for (const Edit& edit : track.edits.Edits()) {
@@ -106,7 +106,8 @@ void FoldRates(TrackRecord& track) {
     const double rate = Stated(edit.rate);
     MediaTime start = Edit::kNothing;
     if (!edit.IsEmpty()) {
-      // A rate is moved once, when its first edit comes. Rate 0 moves samples unchanged.
+      // The first edit of a rate moves the samples of all edits of that rate. With rate 0 their
+      // durations stay the same.
       start = moved.try_emplace(rate, track, rate, samples).first->second.Place(track, edit);
     }
     edits.Append(edit.duration, start, rate == 0 ? 0.0 : 1.0, track.TimeClock());

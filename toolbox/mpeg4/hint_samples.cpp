@@ -14,7 +14,7 @@
 namespace toolbox {
 namespace {
 
-// A media sample as the output numbers and times it, and where its bytes are now.
+// A media sample with its number and times in the output, and the place of its bytes in the source.
 struct MediaSample {
   std::uint32_t number = 0;  // in the output, from 1
   const DataReference* from = nullptr;  // the file that has the bytes
@@ -148,7 +148,7 @@ class HintMaker {
     std::uint8_t header = 0;  // the first byte of the unit
   };
   // Reads the length field at `at` of the sample and the byte after it. Throws Refused:
-  // invalidSampleTable (the unit ends after the sample).
+  // invalidSampleTable (the unit does not end in the sample).
   Unit ReadUnit(const MediaSample& sample, std::uint64_t at) {
     std::array<std::uint8_t, 5> bytes{};
     // An empty unit at the end of a sample has no byte after its length.
@@ -162,7 +162,7 @@ class HintMaker {
     return unit;
   }
 
-  OpenSources sources_;  // keep the files open from sample to sample
+  OpenSources sources_;  // keeps the files open from sample to sample
   const Payload& payload_;
   const std::function<void(const HintSample&, std::int64_t)>& visit_;
   const std::int32_t scale_;

@@ -39,7 +39,8 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
     facts.rows.sizes.Add(sample.Content().size());
     facts.rows.AddTimes(1, static_cast<std::uint32_t>(duration));
     facts.size += sample.Content().size();
-    // The highest bit rate is that of the fullest second, counted in whole seconds from the start.
+    // The highest bit rate is that of the second with the most bytes. Seconds are counted from the
+    // start.
     if (time / payload.clock != second) inSecond = 0;
     second = time / payload.clock;
     time += duration;
@@ -84,7 +85,7 @@ PackedChunks ChunksOf(const SampleRows& rows, std::uint64_t destination) {
 }
 
 // Copies the sync samples of the media if there is one hint sample for each media sample. Otherwise
-// the numbers would not match, and the hint track gets no sync table.
+// the numbers would not match, so the hint track gets no sync table.
 void TakeSync(const SampleTable& media, SampleRows& rows) {
   if (!HasSyncTable(media) || media.Count() != rows.count) return;
   rows.sync.emplace();
@@ -93,9 +94,9 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
   });
 }
 
-// The edits of a hint track of that length. Hints have the decode times of their samples, so each
-// edit starts with the first sample that the edit of the media needs, even if that sample is shown
-// later or is only needed for decoding. `clock` is that of the hint track.
+// The edits of a hint track whose media lasts `length`. Hint samples have the decode times of the
+// media samples. So each edit starts with the first sample that the edit of the media needs, even
+// if that sample is shown later or is only needed for decoding. `clock` is that of the hint track.
 EditList HintEdits(const TrackRecord& hinted, Clock clock, MediaTime length) {
   EditList edits;
   for (const Edit& edit : hinted.edits.Edits()) {
@@ -128,7 +129,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
   HintFacts facts = Measure(plan, index, payload);
   TakeSync(hinted.media->samples, facts.rows);
 
-  // From here on nothing throws Refused, so a refused track leaves no traces in the plan.
+  // From here on nothing throws Refused, so a refused track leaves nothing in the plan.
   TrackRecord& track = plan.movie->AddTrack();
   track.header.flags = 0;
   track.header.created = hinted.header.created;

@@ -14,9 +14,9 @@ namespace {
 
 constexpr FourCC kAvc{"avc1"}, kVisual{"mp4v"}, kAudio{"mp4a"};
 
-// The atoms of a picture entry that ISO/IEC 14496-12 12.1.3 and 14496-15 define, in their old
-// order. Only the first decoder configuration is kept. Throws Refused: invalidSampleDescription (it
-// is missing or cannot be read).
+// The atoms of a picture entry that ISO/IEC 14496-12 12.1.3 and 14496-15 define, in the order of
+// the source. Only the first decoder configuration is kept. Throws Refused:
+// invalidSampleDescription (it is missing or cannot be read).
 Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   static constexpr FourCC kKept[] = {{"pasp"}, {"btrt"}, {"clap"}};
   const bool isAvc = entry.format == kAvc;
@@ -43,7 +43,8 @@ Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   return kept;
 }
 
-// The fields that are not set have the values that ISO requires.
+// Converts a picture description. The fields that are not set here have the values that ISO
+// requires.
 Bytes PictureDescription(ByteSpan description) {
   const PictureEntry stated = Required(ReadPictureEntry(description));
   return Encode(PictureEntry{.format = stated.format,
@@ -64,15 +65,15 @@ Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
   const double rate = wide ? wide->Rate() : scale;
   std::uint32_t channels = wide ? wide->channels : stated.channels;
   const auto config = ReadAudioConfig(stream.Specific());
-  // The decoder configuration is more reliable than the entry. 0 channels there means that the
-  // count is in the stream.
+  // The decoder configuration is more reliable than the entry. 0 channels there means that only the
+  // coded sound states the number.
   if (stream.objectType == ElementaryStream::kAudio && config && config->channels != 0) {
     channels = config->channels;
   }
   if (channels == 0 || channels > UINT16_MAX) channels = 2;
 
-  // A rate of 65,536 Hz or more does not fit into 16.16. The entry has 0 then, and a decoder finds
-  // the rate in the stream.
+  // A rate of 65,536 Hz or more does not fit into 16.16. Then the entry has 0, and decoders take
+  // the rate from the decoder configuration.
   const bool fits = rate >= 0 && rate < 65536;
   return Encode(SoundEntry{.format = stated.format,
                            .reserved = stated.reserved,

@@ -25,8 +25,8 @@ std::string Base64(Bytes bytes) {
   namespace iterators = boost::archive::iterators;
   using Digits =
       iterators::base64_from_binary<iterators::transform_width<Bytes::const_iterator, 6, 8>>;
-  // The iterators read whole groups of three bytes, so zeros are added. The digits that come from
-  // these zeros alone become '='.
+  // The iterators read whole groups of three bytes, so zeros are added. Digits that have only bits
+  // of these zeros become '='.
   const std::size_t padding = (3 - bytes.size() % 3) % 3;
   bytes.resize(bytes.size() + padding);
   std::string text(Digits(bytes.cbegin()), Digits(bytes.cend()));
@@ -68,7 +68,7 @@ DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t cha
                         "; SizeLength=13; IndexLength=3; IndexDeltaLength=3"};
 }
 
-// The bandwidth line. RFC 4566 5.8 counts in kilobits a second; a part of one is rounded up.
+// The bandwidth line. RFC 4566 5.8 counts in kilobits a second. The rate is rounded up.
 std::string Bandwidth(std::uint64_t bitRate) {
   return "b=AS:" + std::to_string((bitRate + 999) / 1000) + "\r\n";
 }
@@ -82,7 +82,7 @@ DescribedPayload Describe(const MediaRecord& media, const SampleDescription& des
     return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels,
                          media.header.scale);
   }
-  // Other codings have RTP payloads of their own, which we do not make.
+  // Other codings have other RTP payloads, which the toolbox does not make.
   if (media.Type() == FourCC{"vide"} && stream.objectType == ElementaryStream::kVisual) {
     return DescribeVisual(stream);
   }

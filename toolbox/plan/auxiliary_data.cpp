@@ -37,7 +37,7 @@ std::optional<std::vector<CopyRange>> RangesOf(const MediaRecord& media, const S
   std::size_t chunk = 0;
   ForEachPiece(samples, {0, rows.Located()}, [&](const SamplePiece& piece) {
     const bool isFirst = ranges.empty();
-    // A single offset is for the data of all samples.
+    // A single offset is that of the data of all samples.
     if (offsets.size() == 1 && !isFirst) return;
     const std::uint64_t end = offsets.size() == 1 ? rows.count : piece.sample + piece.count;
     if (chunk < offsets.size()) {

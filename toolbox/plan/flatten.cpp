@@ -35,7 +35,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
   Planner planner(movie, plan);
   planner.DropSystems();
-  // From the end, because Drop changes the indexes of the tracks after it.
+  // The loop starts at the end, because Drop changes the indexes of the tracks after it.
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *plan.tracks[i].source;
     const bool isBroken = IsBrokenHint(track, options.onlyEnabled);

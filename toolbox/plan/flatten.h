@@ -10,7 +10,7 @@ namespace toolbox {
 struct FlattenOptions {
   bool onlyEnabled = false;  // leave disabled tracks out
   bool interleave = true;  // otherwise one track after the other
-  // Samples are copied in the order of their files if those are interleaved already, are used
+  // Samples are copied in the order of their files if the files are interleaved already, are used
   // without a gap, and have at most this many chunks. That is fast, because the kernel copies large
   // blocks, but the header then has all the chunks of the source. 0: never.
   std::uint64_t mostChunksKept = 0;

@@ -23,8 +23,8 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
   const MediaRecord& media = *source.media;
   if (part.samples.Count() > UINT32_MAX) return false;  // a KeptStretch counts in 32 bits
   bool isInOrder = true;
-  // Local variables instead of members of the extent: the loop over millions of pieces is faster
-  // when they are in registers.
+  // These are not members of the extent, because the loop over millions of pieces is faster if they
+  // are in registers.
   std::uint64_t filled = 0, end = 0, pieces = 0;
   std::uint32_t samples = 0;
   const auto close = [&] {

@@ -23,8 +23,9 @@ class KeptPlaces {
   explicit KeptPlaces(FilePlan& plan) : plan_(plan) {}
 
   // Adds samples of the track with index `track`. `ends` has the end of the source for each
-  // description. Returns false if the samples are not in order in their files; the places
-  // can then not be kept. Throws Refused (eofErr) if a sample is beyond the end of its file.
+  // description. Returns false if the places cannot be kept, because the samples are not in order
+  // in their files or not in a file. Throws Refused (eofErr) if a sample is beyond the end of its
+  // file.
   bool Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends);
   // The number of chunks that the samples so far have in their files.
   std::uint64_t Chunks() const { return chunks_; }
@@ -33,7 +34,8 @@ class KeptPlaces {
   bool Take();
 
  private:
-  // Added samples of one track that are in one file.
+  // Added samples of one track that are in one file, from byte `begin` to byte `end`. `filled` is
+  // the sum of their sizes, which is less than end - begin if there are gaps.
   struct Extent {
     std::string file;  // its path
     const DataReference* from = nullptr;
@@ -43,6 +45,7 @@ class KeptPlaces {
     KeptStretch stretch;
   };
   // Bytes of a file that are copied as a whole, from the first to the last of some extents.
+  // `filled` is the sum of the `filled` of these extents.
   struct Block {
     CopyRange range;
     MovieTime shown;

@@ -54,9 +54,9 @@ std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint6
   return size;
 }
 
-// The compressed movie header for the same place. Its size is known only after compressing it, and
-// other chunk offsets compress to another size. So each round reserves the size of the last result
-// and a little more. The unused rest becomes a 'free' atom, which needs at least 8 bytes.
+// The compressed movie header for the same place. Its size is known only after it was compressed,
+// and it changes with the chunk offsets. So each round reserves the size of the last result and a
+// little more. The unused rest becomes a 'free' atom, which needs at least 8 bytes.
 Bytes CompressInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
   Bytes movie = header.Compress(start + SizeInFront(header, start, dataHead) + dataHead);
   std::uint64_t room = 0;
@@ -88,7 +88,8 @@ void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file)
   std::vector<Range> inOrder;
   std::uint64_t size = 0;
   ForEachExtent(locations, [&](const auto& item, const auto& extent) {
-    // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), which the new file does not have.
+    // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), and the new file does not contain
+    // the whole old file.
     if (extent.length == 0) throw Refused{featureUnsupported};
     CheckEnd(item.base, extent.offset, source.Size(), source.Path());
     CheckEnd(item.base + extent.offset, extent.length, source.Size(), source.Path());

@@ -18,7 +18,7 @@ namespace {
 // The order of chunks that are shown at the same time: sound, then pictures, then everything else.
 int Rank(FourCC type) { return type == FourCC{"soun"} ? 0 : type == FourCC{"vide"} ? 1 : 2; }
 
-// The samples of `parts` as one table, with the indexes of descriptions that they have in `media`.
+// The samples of `parts` as one table. Their description indexes are those of `media`.
 SampleTable SamplesOf(const MediaRecord& media, std::span<const UsedSamples> parts) {
   SampleTable samples;
   for (const UsedSamples& part : parts) samples.AppendSlice(media.samples, part.samples);
@@ -98,8 +98,8 @@ void Planner::Prepare(std::size_t index) {
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
 
-  // The used samples move together. `moved` has the change of media time of each part, by the first
-  // sample of the part.
+  // Only the used samples are kept, so their media times change. `moved` has this change for each
+  // part, by the first sample of the part.
   if (source.samples.Count() != 0) output.media->samples = {};
   std::map<std::uint64_t, MediaTime> moved;
   for (const UsedSamples& part : used) {

@@ -113,8 +113,8 @@ bool CloseLastAtom(const FileOutline& file, std::vector<Step>& steps) {
   return true;
 }
 
-// Finds free room for `size` bytes. A rest becomes a 'free', so it needs at least 8 bytes. Null if
-// there is no such room.
+// Finds free room for `size` bytes. Room that is left over becomes a 'free', so it needs at least 8
+// bytes. Null if there is no such room.
 const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
   const auto found = std::ranges::find_if(file.atoms, [&](const FileOutline::Part& part) {
     const bool isFree = part.type == kFree || part.type == kSkip || IsLeftover(file, part);
@@ -132,10 +132,11 @@ const FileOutline::Part* FindRoom(const FileOutline& file, std::uint64_t size) {
 Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   constexpr std::ptrdiff_t kHead = 8;
   Stage stage;
-  // All but the head first. The room is free until the head is written.
+  // The head is written last. Until then, the room is still a free atom.
   stage.steps.emplace_back(WriteBytes{room.at + kHead, Bytes(movie.begin() + kHead, movie.end())});
   if (room.size > movie.size()) {
-    // Zeros are there already, or else overwrite what is left of an older movie.
+    // If the room has only zeros, a head is enough. Otherwise zeros overwrite what is left of an
+    // older movie.
     const std::uint64_t rest = room.size - movie.size();
     stage.steps.emplace_back(WriteBytes{room.at + movie.size(), room.room == Room::kZeros
                                                                     ? AtomHead(kFree, rest - 8)
@@ -175,7 +176,7 @@ bool PlanInPlace(const FilePlan& plan, const FileOutline& file, PlannedHeader& h
   const FileOutline::Part* room = movie.empty() ? nullptr : FindRoom(file, movie.size());
   stages.push_back(room != nullptr ? PutIntoRoom(*room, movie) : Append(plan, file, header));
   const Step undo = room != nullptr ? Step(WriteType(room->at, kFree)) : CutOff{file.end};
-  // A write that fails may have been done all the same, so the old movie comes back first.
+  // Even a write that fails may have changed the file, so the old movie is restored first.
   const std::uint64_t old = file.Movie().at;
   stages.push_back({{WriteType(old, kFree)}, {WriteType(old, kMovie), undo}});
   stages.push_back({{Sync{}}, {}});

@@ -12,8 +12,8 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-// The first sample to decode so that `sample` is correct. A packet of compressed sound needs the
-// one before it, or as many as its roll group says.
+// The first sample to decode so that `sample` is decoded correctly. A packet of compressed sound
+// needs the packet before it, or as many as its roll group says.
 std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
   if (media.Type() != kSound || media.samples.DurationOf(sample) <= MediaTime{1}) return sample;
   const SampleSlice& slice = media.samples.SliceOf(sample);
@@ -31,13 +31,13 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   // An edit with rate 0 shows one sample all the time.
   auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
-  // Samples that last no time are shown with the sample that follows them, so they are used if the
-  // edit shows its start.
+  // Samples without duration are shown together with the sample that follows them. So they are used
+  // if the edit shows the start of that sample.
   const MediaTime from = samples.TimeOf(first);
   const std::uint64_t next = from == MediaTime{} ? 0 : samples.SampleAt(from - MediaTime{1}) + 1;
   if (ShownAt(samples, first) >= start) first = std::max(next, samples.SliceOf(first).first);
-  // An edit up to the end of the decode times needs all remaining samples, also those that are
-  // shown later or for no time.
+  // An edit that reaches the end of the decode times needs all remaining samples, even those that
+  // are shown later or for no time.
   const SampleSlice& slice = samples.SliceOf(last - 1);
   const MediaTime left = slice.EndTime() - slice.stretch - start;
   if (edit.duration >=

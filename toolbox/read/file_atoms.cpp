@@ -10,11 +10,11 @@ namespace toolbox {
 namespace {
 
 constexpr FourCC kMeta{"meta"};
-// A limit on the memory that a broken size can claim.
+// Limits the memory that a broken size can claim.
 constexpr std::uint64_t kLargestMeta = 64 << 20;
 
-// Whether the writer makes atoms of this type itself, so that none is copied: file type, movie,
-// media data and preview.
+// Whether atoms of this type are not copied: the writer makes its own file type, movie and media
+// data, a preview is dropped, and tables replace fragments.
 bool IsMadeForFile(FourCC type) {
   static constexpr FourCC kMade[] = {"ftyp", "moov", "mdat", "wide", "pnot"};
   return BelongsToFragments(type) || std::ranges::find(kMade, type) != std::end(kMade);

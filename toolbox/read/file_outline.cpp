@@ -12,14 +12,15 @@ namespace {
 
 constexpr FourCC kMovie{"moov"}, kFree{"free"};
 
-// Whether the atom at `at` has size 0. Frames do not keep this, so the four bytes are read again.
+// Whether the atom at `at` has size 0. An AtomFrame has the real size instead, so the four bytes
+// are read again.
 bool HasNoSize(const ByteSource& source, std::uint64_t at) {
   Bytes size(4);
   source.Read(at, size);
   return std::ranges::none_of(size, std::identity());
 }
 
-// Whether the atom is a 'meta' with file offsets. True also if it cannot be read, because it could
+// Whether the atom is a 'meta' with file offsets. True also if it cannot be read, because it may
 // have some.
 bool LocatesItems(const ByteSource& source, const FileAtom& atom) try {
   return LoadFileAtom(atom, source).items.has_value();

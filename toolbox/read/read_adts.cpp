@@ -19,7 +19,7 @@ class AdtsReader {
  public:
   explicit AdtsReader(const ByteSource& source) : source_(source) {}
 
-  // Reads all frames. Returns false if the file has no AAC; then the other functions are not valid.
+  // Reads all frames. Returns false if the file has no AAC; then do not call the other functions.
   bool Read() {
     while (const auto tag = Id3TagSize(block_.At(source_, at_, kId3HeaderSize))) at_ += *tag;
     const auto first = FrameAt(at_);
@@ -46,7 +46,7 @@ class AdtsReader {
     SoundEntry entry;
     entry.format = FourCC{"mp4a"};
     if (config_.channels != 0) entry.channels = static_cast<std::uint16_t>(config_.channels);
-    // A rate of 2^16 Hz or more does not fit into 16.16. Then only the decoder configuration has
+    // A rate of 65,536 Hz or more does not fit into 16.16. Then only the decoder configuration has
     // it.
     entry.rate = Rate() > UINT16_MAX ? 0 : Rate() << 16U;
     entry.rest = EncodeElementaryStream(AacStream(config_, largest_, bitRate), LengthBytes::kOne);
@@ -94,8 +94,8 @@ class AdtsReader {
   std::uint64_t at_ = 0;  // of the next frame, in bytes
   AudioConfig config_;
   std::shared_ptr<SampleRows> rows_ = std::make_shared<SampleRows>();
-  std::uint64_t bytes_ = 0;  // of all samples
-  std::uint32_t largest_ = 0;  // sample, in bytes
+  std::uint64_t bytes_ = 0;  // bytes of all samples
+  std::uint32_t largest_ = 0;  // bytes of the largest sample
 };
 
 }  // namespace

@@ -15,8 +15,8 @@ EditList WholeMedia(const TrackRecord& track, std::int64_t start, bool isFragmen
   const Clock clock = track.TimeClock();
   const auto stated =
       static_cast<std::int64_t>(std::min<std::uint64_t>(track.header.duration, kLongest));
-  // The edit can end with the sample that is decoded last or with the one that is shown last. It
-  // takes the end that the track header states, give or take rounding.
+  // The edit can end with the sample that is decoded last or with the one that is shown last. If
+  // the track header states an end that is within one unit of either, the edit has the stated end.
   const MediaTime decoded = track.media->samples.Duration();
   const MediaTime shown = track.media->samples.EndTime();
   MovieTime duration = clock.Lasting(isFragmented ? shown : decoded, 1.0);
@@ -58,7 +58,8 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
   return edits;
 }
 
-// Converts edits of a media that begins at `start` to edits of one that begins at 0.
+// Converts edits of a media whose first sample is decoded at `start` to edits of a media that
+// begins at 0.
 EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
   const Clock clock = track.TimeClock();
   // When the first sample is shown. Composition offsets can make this later than 0.
@@ -99,8 +100,9 @@ void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
   EditList shown;
   for (const Edit& edit : track.edits.Edits()) {
     MediaTime media = edit.mediaTime;  // where the rest of the edit begins
-    MovieTime laid;  // the part of the edit that is in `shown` already
-    // Where a media time is in the edit, in movie units from its start; at most its end.
+    MovieTime laid;  // the length of the part of the edit that is in `shown` already
+    // The place of a media time in the edit, in movie units from the start of the edit, and not
+    // after its end.
     const auto place = [&](MediaTime time) {
       return std::min(edit.duration, clock.Lasting(time - edit.mediaTime, edit.rate));
     };

@@ -24,7 +24,7 @@ class TrackFiller;
 // The samples of one 'trun' (ISO/IEC 14496-12 8.8.8), their track and their place in the file.
 struct RunOfSamples {
   TrackFiller* track = nullptr;
-  std::optional<std::uint64_t> time;  // decode time of the first, if there is 'tfdt'
+  std::optional<std::uint64_t> time;  // decode time of the first sample, if 'tfdt' states it
   std::uint32_t description = 0;  // index
   std::uint64_t at = 0, size = 0;  // of the sample data, in bytes
   FragmentSample defaults;
@@ -33,8 +33,8 @@ struct RunOfSamples {
   FragmentAuxiliary::Part auxiliary;
 };
 
-// Adds runs of samples to the end of one track. `fileSize`, in bytes, limits how many samples are
-// believed.
+// Adds runs of samples to the end of one track. `fileSize`, in bytes, limits how many samples a
+// file can claim.
 class TrackFiller {
  public:
   TrackFiller(FragmentedTrack& track, std::uint64_t fileSize)
@@ -104,9 +104,10 @@ class TrackFiller {
     groups_.Begin();
   }
 
-  // Sets the decode time of the next sample. The sample before it is made to last until then, so
-  // that the track stays in sync with the others. If that is impossible, the clock of the writer
-  // has jumped; then the next sample follows at once, and later times count from there.
+  // Sets the decode time of the next sample. The duration of the sample before it changes so that
+  // it lasts until then, and the track stays in sync with the others. If that is impossible, the
+  // clock of the writer has jumped. Then the next sample follows at once, and later times are
+  // relative to it.
   void MoveTo(std::uint64_t time) {
     if (time > kLatest) throw Malformed("the decode time of a fragment is too large");
     const auto stated = static_cast<std::int64_t>(time);
@@ -120,7 +121,7 @@ class TrackFiller {
     }
   }
 
-  // Adds `samples` samples of `size` bytes. A table of sizes is made only once two sizes differ.
+  // Adds `samples` samples of `size` bytes. A table of sizes is made only when two sizes differ.
   void AddSizes(std::uint32_t samples, std::uint32_t size, std::uint32_t description) {
     if (!rows_.packings.empty()) {
       const Packing packing = rows_.PackingOf(description);
@@ -138,7 +139,7 @@ class TrackFiller {
   }
 
   // Adds the flags of `samples` samples, ISO/IEC 14496-12 8.8.3.1. A table of sync samples is made
-  // only once a sample is not one.
+  // only when a sample is not a sync sample.
   void AddFlags(std::uint32_t samples, std::uint32_t flags) {
     const bool isSync = (flags & kIsNoSync) == 0;
     const auto addSync = [this](std::uint32_t from, std::uint32_t to) {
@@ -151,8 +152,8 @@ class TrackFiller {
     }
     if (isSync && rows_.sync) addSync(filled_, filled_ + samples);
 
-    // The upper bits are laid out as in 'sdtp'. The table is left out if it would only repeat that
-    // sync samples depend on no other sample and that all others do.
+    // The upper bits are laid out as in 'sdtp'. The table is left out if it would state only this:
+    // sync samples depend on no other sample, and all other samples do.
     const auto byte = static_cast<std::uint8_t>(flags >> 20);
     isInformative_ |= byte != 0 && byte != (isSync ? 0x20 : 0x10);
     if (dependencies_.empty() || dependencies_.back().byte != byte) {
@@ -160,8 +161,8 @@ class TrackFiller {
     }
   }
 
-  // Call it before a table gets an entry for each sample so far. A small broken file could
-  // otherwise claim billions of samples and use up the memory.
+  // Call this before a table gets an entry for each sample so far. Otherwise a small broken file
+  // could claim billions of samples and use up the memory.
   void CheckCount() const {
     if (filled_ > fileSize_) throw Malformed("the file is too small for so many samples");
   }
@@ -170,7 +171,7 @@ class TrackFiller {
   SampleRows& rows_;
   const std::uint64_t fileSize_;
   bool isBegun_ = false;
-  std::uint32_t filled_ = 0;  // samples that are in all tables; rows_.count is ahead of it
+  std::uint32_t filled_ = 0;  // samples that are in all tables; rows_.count can be larger
   std::int64_t start_ = 0;  // decode time 0 of the rows, on the clock of the writer
   std::vector<DependencyRun> dependencies_;
   bool isInformative_ = false;  // whether 'sdtp' is needed
@@ -209,19 +210,21 @@ class FragmentReader {
  private:
   // Puts the runs of one 'moof', which starts at `fragmentAt`, into runs_.
   void ReadFragment(MovieFragment& fragment, std::uint64_t fragmentAt) {
-    // Data offsets count from here unless the track states its own base (8.8.7.1). For the first
-    // track it is the start of the fragment, for others the end of the data of the previous track.
+    // Where the data of the previous track ends. Data offsets are relative to this if their track
+    // states no base (8.8.7.1). The first track has no previous one; its base is the start of the
+    // fragment.
     std::optional<std::uint64_t> dataEnd;
-    // A movie without fragments cannot have keys that change in the middle.
+    // The output has tables instead of fragments, and tables cannot state keys that change in the
+    // middle of a movie.
     if (fragment.protection) throw Refused{featureUnsupported};
     for (TrackFragment& track : fragment.tracks) {
       InAtom(TrackFragment::kType, [&] { ReadTrack(track, fragmentAt, dataEnd); });
     }
   }
 
-  // Puts the runs of one 'traf' into runs_. Afterwards `dataEnd` is the end of its data. Also
-  // tracks that the movie does not have are measured, because the data of the next track can follow
-  // theirs.
+  // Puts the runs of one 'traf' into runs_. Afterwards `dataEnd` is the end of its data. Runs of
+  // tracks that the movie does not have are measured too, because the data of the next track can
+  // follow theirs.
   void ReadTrack(TrackFragment& fragment, std::uint64_t fragmentAt,
                  std::optional<std::uint64_t>& dataEnd) {
     const TrackFragmentHeader& header = fragment.header;
@@ -276,9 +279,9 @@ class FragmentReader {
       run.size += std::uint64_t{samples} * sample.size;
     });
     if (run.at > source_.Size() || run.size > source_.Size() - run.at) isWhole_ = false;
-    // Fragments do not share data, so together they cannot have more bytes than the file. Samples
-    // without a row of their own cost no bytes in 'trun'; they count as one byte each, so that a
-    // broken count is found.
+    // Fragments do not share data, so together they cannot have more bytes than the file. If
+    // samples have no rows in 'trun', each counts as one byte at least, so that a broken count is
+    // found.
     const std::uint64_t claimed =
         std::max<std::uint64_t>(run.size, run.run.RowSize() == 0 ? run.run.count : 0);
     if (isWhole_ && claimed > source_.Size() - claimed_) {
@@ -296,7 +299,7 @@ class FragmentReader {
         fragment.groups, static_cast<std::uint32_t>(std::min<std::uint64_t>(samples, UINT32_MAX)));
     const auto& sizes = fragment.auxiliarySizes;
     const auto& offsets = fragment.auxiliaryOffsets;
-    // The information that decrypts samples can be found only with both tables.
+    // Only both tables together locate the information that decrypts samples.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
       throw Refused{featureUnsupported};
     }
@@ -326,8 +329,8 @@ class FragmentReader {
     }
   }
 
-  // Whether the samples are encrypted: there is 'senc', ISO/IEC 23001-7 7.2, or an older 'uuid'
-  // atom for the same purpose.
+  // Whether the samples are encrypted: then there is a 'senc', ISO/IEC 23001-7 7.2, or an older
+  // 'uuid' atom for the same purpose.
   static bool IsEncrypted(const TrackFragment& fragment) {
     if (fragment.encryption) return true;
     static constexpr std::uint8_t kEncryption[] = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
@@ -352,7 +355,8 @@ void ReadFragments(const ByteSource& source, const MovieExtends& extends,
                    std::span<FragmentedTrack> tracks) try {
   FragmentReader(source, extends, tracks).Read();
 } catch (Failure& failure) {
-  // With a name its path is complete: fragments are not inside 'moov'.
+  // The caller of this function is inside InAtom for 'moov', which would add 'moov' to the path. It
+  // adds nothing to a failure that names its file, and fragments are not in 'moov'.
   failure.NameFile(source.Path());
   throw;
 }

@@ -29,11 +29,15 @@ struct FragmentedTrack {
 // Adds the samples of all fragments of `source` to the rows of their tracks. `extends` has the
 // defaults of each track ('trex', 8.8.3). The sample data is not read.
 //
-//   header | moof mdat | moof mdat | moof md          the third fragment is incomplete: left out
-//   0      first's time  gap: the sample before it becomes longer, and the track has a gap there
+//   in the file   | moov | moof mdat | moof mdat | moof md
+//   in the rows   | 'moov' | fragment 1, longer | fragment 2 |
 //
-// Throws Malformed, or Refused (featureUnsupported) if samples are encrypted and what decrypts them
-// cannot be found, or if keys change between fragments.
+// Here fragment 1 ends before fragment 2 starts, so its last sample becomes longer. Fragment 3 is
+// incomplete, so it is left out.
+//
+// Throws Malformed, or Refused (featureUnsupported) if samples are encrypted and the data that
+// decrypts them cannot be found, if keys change between fragments, or if the samples of a track
+// cannot be in one sample table.
 void ReadFragments(const ByteSource& source, const MovieExtends& extends,
                    std::span<FragmentedTrack> tracks);
 

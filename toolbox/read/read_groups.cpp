@@ -29,8 +29,8 @@ FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
   return read;
 }
 
-// The map of a 'csgp', ISO/IEC 14496-12 8.9.5. Nothing if the version is unknown. Nothing also if
-// there are more runs than in any real file: a few bytes of patterns can claim billions of them.
+// The map of a 'csgp', ISO/IEC 14496-12 8.9.5. Nothing if the version is unknown, or if there are
+// more runs than in any real file: a few bytes of patterns can claim billions of them.
 std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
                                           std::uint32_t samples) {
   constexpr std::size_t kMostRuns = 4'000'000;
@@ -85,8 +85,8 @@ void ReadSampleGroups(const SampleGroupAtoms& atoms, SampleRows& rows) {
     rows.groups.push_back({descriptions.grouping, 0, 0, descriptions, {}});
   });
   for (FragmentGroups& map : ReadMaps(atoms, rows.count)) {
-    // The first map of a grouping joins its descriptions; one with another parameter is a new
-    // group.
+    // The first map of a grouping goes to the group with the descriptions. A further map, which has
+    // another parameter, is a new group.
     auto group = std::ranges::find_if(rows.groups, [&](const SampleGroup& candidate) {
       return candidate.grouping == map.group.grouping && candidate.runs.empty();
     });
@@ -166,7 +166,7 @@ void FragmentGrouper::Add(const FragmentGroups& added) {
   group->versionAndFlags = added.group.versionAndFlags;
   Known& known = KnownOf(grouping);
   const auto local = EntriesOf(added.group.descriptions);
-  // A new grouping: earlier samples, which have no map, are in the default group.
+  // If this is the first map of the grouping, earlier samples are in the default group.
   if (rows_.count != 0 && group->runs.empty()) AddGroupRun(group->runs, 0, known.defaultNumber);
   for (const GroupRun& run : added.group.runs) {
     std::uint32_t number = run.group;

@@ -62,8 +62,9 @@ class FragmentGrouper {
     std::uint32_t NumberOf(ByteSpan entry);
   };
 
-  // The descriptions of a grouping that has a group in the rows. Groups with different parameters
-  // share them, so only one of these groups has them. If none does, those of the first group.
+  // The descriptions of a grouping, which must have a group in the rows. Groups that differ only in
+  // their parameter share descriptions, so only one of them has any. If none has, returns the empty
+  // ones of the first group.
   std::optional<SampleGroupDescriptions>& DescriptionsOf(FourCC grouping);
   // The descriptions of a grouping as numbered entries. They are decoded on first use.
   Known& KnownOf(FourCC grouping);

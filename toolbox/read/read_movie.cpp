@@ -57,7 +57,7 @@ std::shared_ptr<SampleRows> ReadMediaInformation(MediaInformation& information, 
     }
     media.dataSiblings = std::move(data->others);
   }
-  // Without a list the samples are in the file itself.
+  // Without data references the samples are in the movie file itself.
   if (media.dataReferences.empty()) media.dataReferences.emplace_back(ThisFile{});
   media.infoSiblings = std::move(information.others);
   return InAtom(SampleTableAtoms::kType,
@@ -68,7 +68,7 @@ UserDataRecord ReadUserData(std::optional<UserDataAtoms>& data) {
   return data ? UserDataRecord{std::move(data->items)} : UserDataRecord{};
 }
 
-// Reads 'mdia' into `media`, all but the samples. It returns these, because fragments can add more.
+// Reads 'mdia' into `media`, except the samples. Returns these, because fragments can add more.
 std::shared_ptr<SampleRows> ReadMedia(MediaAtoms& atom, MediaRecord& media, const MovieFile& file) {
   if (atom.header.scale <= 0) throw Malformed("the media has no time scale");
   media.header = atom.header;
@@ -79,9 +79,9 @@ std::shared_ptr<SampleRows> ReadMedia(MediaAtoms& atom, MediaRecord& media, cons
                 [&] { return ReadMediaInformation(atom.information, media, file); });
 }
 
-// Reads 'trak' into `track`, all but the parts that need all tracks: the references on other
-// tracks, the samples, which fragments can continue, and the edits, which depend on the samples.
-// Returns the samples; null without media.
+// Reads 'trak' into `track`, except three parts that are read later: references to other tracks,
+// samples, to which fragments can add more, and edits, which depend on the samples. Returns the
+// samples read so far; null without media.
 std::shared_ptr<SampleRows> ReadTrack(TrackAtoms& atom, TrackRecord& track, const MovieFile& file) {
   track.header = atom.header;
   track.userData = ReadUserData(atom.userData);
@@ -151,7 +151,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
       // The rows have views of tables in the header, so they keep it in memory.
       if (rows) rows->header = content;
       read.push_back({&track, std::move(rows), 0, {}});
-      // Some files state an ID that is in use.
+      // In some files the next track ID is in use already.
       std::uint32_t& next = movie->header.nextTrackId;
       next = std::max(next, std::min(track.header.id, MovieHeader::kIdsUsedUp - 1) + 1);
     }
@@ -174,7 +174,8 @@ std::optional<FileAtom> FindHeader(const ByteSource& source) {
   return found;
 }
 
-// Its content, inflated if it is compressed. Throws Malformed, and what reading throws.
+// The content of that header, inflated if it is compressed. Throws Malformed, and what reading
+// throws.
 HeldBytes LoadHeader(const ByteSource& source, const FileAtom& found) {
   if (found.ContentSize() == 0) throw Malformed("the movie header is empty");
   HeldBytes held = source.Load(found.ContentAt(), MemorySize(found.ContentSize()));
@@ -193,7 +194,8 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references) try {
   const FileSource source(path);
   const auto found = FindHeader(source);
-  // Relative references start at the folder of the file itself, not of a symbolic link to it.
+  // Relative references start at the folder of the file itself, not at that of a symbolic link to
+  // it.
   const boost::filesystem::path real = boost::filesystem::canonical(path);
   auto movie = found ? ReadMovie(LoadHeader(source, *found),
                                  {source, real, references == References::kResolve})
@@ -207,7 +209,8 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   return movie;
 } catch (Failure& failure) {
   failure.NameFile(path.native());
-  // For the caller the movie file is itself a reference, which could not be resolved.
+  // The caller has opened the movie file by a data reference, so this is the code for one that
+  // cannot be resolved.
   if (failure.code == fnfErr) failure.code = couldNotResolveDataRef;
   throw;
 }

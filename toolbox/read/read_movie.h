@@ -1,4 +1,4 @@
-// Reads a movie file into a MovieRecord. This is the entry of the folder.
+// Reads a movie file into a MovieRecord. Other folders start here.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -13,10 +13,10 @@ namespace toolbox {
 enum class References { kResolve, kLeave };
 
 // Opens the file at `path` (absolute) and reads its first movie. A file of raw AAC becomes a movie
-// of one track. Sample data is not read. Throws Refused:
-// couldNotResolveDataRef (no such file, or a media file in use is not found), noMovieFound (no
-// movie header), badPublicMovieAtom (a broken one), cantFindHandler (compressed in an unknown way),
-// featureUnsupported (encrypted fragments), and what FileSource throws.
+// of one track. Sample data is not read. Throws Refused: couldNotResolveDataRef (no such file, or a
+// media file in use is not found), noMovieFound (no movie header), badPublicMovieAtom (a broken
+// one), cantFindHandler (compressed in an unknown way), featureUnsupported (fragments that
+// ReadFragments refuses), and what FileSource throws.
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
                                            References references);
 

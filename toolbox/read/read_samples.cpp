@@ -11,8 +11,8 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-// Adds the entries of 'stsd', ISO/IEC 14496-12 8.5.2. A data reference that does not exist becomes
-// the first one.
+// Adds the entries of 'stsd', ISO/IEC 14496-12 8.5.2. The number of a data reference that does not
+// exist becomes that of the first.
 void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
   if (!table.descriptions) return;
   for (Bytes& bytes : table.descriptions->entries) {
@@ -25,8 +25,8 @@ void ReadDescriptions(SampleTableAtoms& table, MediaRecord& media) {
   }
 }
 
-// The bytes of one frame (a sample of each channel) of uncompressed sound, by a description of
-// version 0. 0 for any other format.
+// The size in bytes of one frame (a sample of each channel) of uncompressed sound, for a
+// description of version 0. Returns 0 for any other format.
 std::uint32_t PlainFrameSize(const SoundEntry& entry) {
   struct Known {
     FourCC format;
@@ -97,7 +97,8 @@ void ReadTimes(const SampleTableAtoms& table, SampleRows& rows) {
       rows.offsets = std::move(*view);
       return;
     }
-    // The rows do not fit the samples, so a copy is cut or continued with offset 0.
+    // The rows cannot be used as they are, so they are copied. The copy is cut or continued with
+    // offset 0.
     offsets->rows.ForEach(
         [&](const CompositionOffsets::Row& row) { rows.AddOffsets(row.count, row.offset); });
     if (!rows.offsets.IsEmpty()) rows.AddOffsets(UINT32_MAX, 0);
@@ -130,7 +131,7 @@ void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleR
     return;
   }
   // The table cannot be used as it is: it has errors, or does not fit the chunks or samples. A row
-  // ends where the next begins, so each is added once the next is known.
+  // ends where the next begins, so each is added when the next is known.
   std::optional<SampleToChunk::Row> last;
   const auto add = [&](std::uint32_t end) {
     if (!last || last->firstChunk > chunks) return;

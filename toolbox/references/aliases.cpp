@@ -32,7 +32,7 @@ Names Split(std::string_view path) {
 }
 
 // Converts a colon path to a POSIX path or back. In colon paths ':' separates names and '/' is an
-// ordinary character. In POSIX paths it is the other way round.
+// ordinary character. In POSIX paths it is the reverse.
 std::string WithOtherSeparators(std::string path) {
   for (char& character : path) {
     if (character == ':' || character == '/') character = character == ':' ? '/' : ':';
@@ -70,7 +70,8 @@ Bytes AliasRecord(const fs::path& target, const fs::path& referrer) {
   const Names names = Split(target.native());
   const Names from = Split(referrer.native());
   if (names.empty()) throw Refused{bdNamErr};
-  const std::string volume = "Macintosh HD";  // in all records that we write; its root is "/"
+  // The volume in all records that are written here. Its root is "/".
+  const std::string volume = "Macintosh HD";
   Alias alias;
   if (!from.empty()) {
     // Only folders can be common, so the names of the files are not compared.

@@ -10,8 +10,8 @@ namespace toolbox {
 
 // Makes an alias record of version 2 for the file `target`. The record has the absolute path, and
 // also the path relative to the movie file `referrer` unless that is empty. Both paths must be
-// absolute and without symbolic links. Throws Refused: bdNamErr (`target` has no name or is too
-// long for a record, 64 KiB).
+// absolute and without symbolic links. Throws Refused: bdNamErr (`target` has no name, or needs a
+// record of 64 KiB or more).
 Bytes AliasRecord(const boost::filesystem::path& target, const boost::filesystem::path& referrer);
 
 // Finds the file of an alias record (version 2 or 3) in the movie file `referrer`. Returns the

@@ -10,8 +10,8 @@ namespace toolbox {
 
 // The data reference for `entry` of the movie file at `referrer`. If `resolve` is false, no other
 // file is looked for, and references to other files become Unresolved. An entry that cannot be
-// decoded or found becomes Unresolved too, so that it can be written back unchanged; bad data never
-// throws. Throws only as FileAt.
+// decoded, or whose file is not found, becomes Unresolved too, so that it can be written back
+// unchanged. Throws only what FileAt throws.
 DataReference ReadDataReference(const DataReferenceEntry& entry,
                                 const boost::filesystem::path& referrer, bool resolve);
 

@@ -10,8 +10,8 @@ namespace toolbox {
 // components "." and ".." are removed.
 boost::filesystem::path RealPath(const boost::filesystem::path& path);
 
-// Whether `path` is a regular file or a link to one. False also if that is unknown, as without
-// permission.
+// Whether `path` is a regular file or a link to one. False also if that cannot be found out, for
+// example without permission.
 bool IsFile(const boost::filesystem::path& path);
 
 }  // namespace toolbox

@@ -22,12 +22,12 @@ OtherFile FileAt(const boost::filesystem::path& path);
 std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
                                        const std::optional<OtherFile>& ownFile);
 
-// Keeps the sources used last open, at most 32. A movie can refer to more files than a process may
-// open.
+// Keeps the 32 sources that were used last open, because a movie can refer to more files than a
+// process may open.
 class OpenSources {
  public:
-  // ThisFile means `ownFile`. It must outlive this object. So must every reference that is passed
-  // to Open, because references are compared by address.
+  // ThisFile means `ownFile`, which must outlive this object. So must every reference that is
+  // passed to Open, because references are compared by address.
   explicit OpenSources(const std::optional<OtherFile>& ownFile) : ownFile_(ownFile) {}
 
   // The source of `reference`, which is valid until it is closed. Calls beforeClosing() before it
@@ -56,7 +56,8 @@ class OpenSources {
   };
 
   const std::optional<OtherFile>& ownFile_;
-  // The one used last is first, so that it is found at once when the next piece is in it too.
+  // The source used last is first. The next piece is most often in it too, and then it is found at
+  // once.
   std::list<Opened> opened_;
 };
 

@@ -13,7 +13,8 @@
 namespace toolbox {
 namespace {
 
-// How an encoding is converted: by the library, which knows it by name, or by a table of ours.
+// How an encoding is converted: by the library, which knows it by name, or by a table in
+// upper_halves.h.
 struct Row {
   TextEncoding encoding;
   const char* name;

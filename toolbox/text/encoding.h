@@ -31,11 +31,11 @@ struct EncodedText {
   std::size_t length = 0;  // of the text that was converted, in UTF-16 units
 };
 
-// Converts `text` from its start until `most` bytes are full. The byte `loss` replaces each code
-// point that `encoding` does not have; if `loss` is 0, the result ends before the character with
-// the first of these. Text for a Macintosh encoding is composed first, because most of these
-// encodings have no separate marks. A base character and its marks are then converted together or
-// not at all.
+// Converts as much of `text`, from its start, as fits into `most` bytes. The byte `loss` replaces
+// each code point that `encoding` does not have; if `loss` is 0, the result ends before the
+// character with the first of these. Text for a Macintosh encoding is composed first, because most
+// of these encodings have no separate marks. A base character and its marks are then converted
+// together or not at all.
 EncodedText EncodeText(std::u16string_view text, TextEncoding encoding, std::uint8_t loss,
                        std::size_t most = std::numeric_limits<std::size_t>::max());
 

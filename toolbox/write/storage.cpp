@@ -21,8 +21,8 @@
 namespace toolbox {
 namespace {
 
-// Reference movies that this process has written stay valid only while the media of these files do
-// not move.
+// The files that reference movies of this process refer to. The reference movies are valid only as
+// long as the media in these files do not move.
 std::vector<FileIdentity>& ReferredTo() {
   static std::vector<FileIdentity> files;
   return files;
@@ -41,8 +41,8 @@ std::vector<OtherFile> SourcesOf(const FilePlan& plan) {
   return sources;
 }
 
-// Throws Refused (fBsyErr) if a file was changed or replaced since it was opened: what was copied
-// or is referred to may not be what the movie means.
+// Throws Refused (fBsyErr) if a file was changed or replaced since it was opened. Otherwise the new
+// file might have the wrong bytes, or refer to them.
 void CheckUnchanged(const std::vector<OtherFile>& files) {
   for (const OtherFile& file : files) file.CheckUnchanged(StateOf(file.path));
 }
@@ -58,8 +58,8 @@ std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Exis
   return std::make_unique<OutputFile>(path, existing);
 }
 
-// Throws Refused (noMovieFound) if a movie without duration would replace a file: its input may be
-// missing or mistyped, and the old file must not be lost for that.
+// Throws Refused (noMovieFound) if a movie without duration would replace a file. Such a movie may
+// come from a mistake, and the old file must not be lost.
 void CheckMayReplace(const MovieRecord& movie, const boost::filesystem::path& target) {
   const auto replaced = StatusOf(target);
   if (replaced && S_ISREG(replaced->st_mode) && movie.Duration() <= MovieTime{}) {
@@ -150,7 +150,7 @@ void CloseStorage(StorageRecord* storage) {
 
 void AddToStorage(const MovieRecord& movie, StorageRecord* storage) {
   StorageRecord& record = **Find(storage);
-  // The output is put back only if everything was written. So an incomplete file never gets its
+  // The output is put back only after everything was written, so an incomplete file never gets its
   // name.
   std::unique_ptr<OutputFile> output = std::move(record.output);
   if (!output) throw Refused{dataNotOpenForWrite};
@@ -181,7 +181,7 @@ void UpdateStorage(const MovieRecord& movie, StorageRecord* storage) {
                             std::ranges::find(ReferredTo(), file) == ReferredTo().end();
   UpdateFile(movie, record.path, *record.existing, mediaMayMove);
   record.existing->Renew();
-  // The change was our own, so the movies that use the file may go on using it.
+  // This process has changed the file itself, so the movies that use it may go on using it.
   for (MovieRecord* other : MovieRecord::All()) other->Renew(record.existing->State());
 }
 

@@ -26,9 +26,9 @@ StorageRecord* CreateStorage(const boost::filesystem::path& path, Existing exist
 
 // Each of the next four throws Refused (fnOpnErr) for a storage that is not open.
 
-// Closes the storage. A new file gets its name now. But if nothing was added to it, it does not
+// Closes the storage, even if it throws. A new file gets its name now, but an empty one does not
 // replace an existing file. Throws Refused: fBsyErr (a file that the movie needs has changed since
-// it was opened), and errors of the last writes; the storage is closed all the same.
+// it was opened), and errors of the last writes.
 void CloseStorage(StorageRecord* storage);
 // Writes the movie as a reference movie to a new file. After a failure the storage accepts nothing
 // more, and closing it replaces no file. Throws Refused: dataNotOpenForWrite (not a new file, or

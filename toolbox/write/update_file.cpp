@@ -14,7 +14,7 @@ namespace toolbox {
 void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path,
                 const FileSource& file, bool mediaMayMove) try {
   const FileOutline outline = ReadOutline(file);
-  // The times of a file can be too coarse to show that another save was faster.
+  // Modification times can be too coarse to show that another save came first.
   if (movie.headerAt && *movie.headerAt != outline.Movie().at) {
     throw Refused{fBsyErr, "it has changed since it was opened"};
   }

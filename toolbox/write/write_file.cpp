@@ -13,7 +13,7 @@ namespace toolbox {
 
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                Disk& output) {
-  // Other readers do not find the auxiliary information of samples if the header is compressed.
+  // Other programs do not find the auxiliary information of samples if the header is compressed.
   if (!plan.auxiliary.empty()) layout.compress = false;
   std::optional<FileSource> ownSource;
   std::vector<AtomToCopy> atoms;
@@ -26,8 +26,8 @@ void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem:
   MovieWriter header(plan, file);
   const std::vector<Stage> stages = StepsForNewFile(
       plan, layout, FileTypeOf(plan), header, std::move(atoms), ownSource ? &*ownSource : nullptr);
-  // Copying can take minutes, and the source files may change meanwhile. Load the tables first if a
-  // part after the copied data needs them.
+  // Copying can take minutes, and the source files may change in that time. So if a part after the
+  // copied data needs the tables, they are loaded first.
   const bool needsTablesLater = !plan.made.empty() || (!layout.movieFirst && !layout.compress);
   if (plan.dataSize != 0 && needsTablesLater) LoadTables(plan);
   PartsWriter(plan, header).Perform(stages, output);

@@ -14,8 +14,8 @@
 namespace toolbox {
 namespace {
 
-// A track that shows its whole media once needs no edit list. It gets none if it had none in the
-// source, because some players shift the picture if there is any list.
+// A track that shows its whole media once needs no edit list. It gets a list only if it had one in
+// the source, because some players shift the picture if there is a list.
 bool NeedsEditList(const TrackRecord& track) {
   const bool hadList =
       std::ranges::find(track.siblings, EditAtoms::kType, &Sibling::type) != track.siblings.end();
@@ -65,7 +65,7 @@ TrackReferenceAtoms ReferencesOf(const TrackRecord& track) {
   return references;
 }
 
-// Makes the atoms of a planned movie, for a FieldWriter to write or a FieldSizer to measure.
+// Makes the atoms of a planned movie. A FieldSizer measures them, and a FieldWriter writes them.
 template <class Io>
 class AtomMaker {
  public:
@@ -159,7 +159,7 @@ void MovieWriter::Put(Io& io, std::uint64_t dataStart) {
 }
 
 std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
-  // The start of the data changes only chunk offsets, and their width changes only beyond 4 GiB.
+  // The start of the data affects only the chunk offsets, and these become wider only beyond 4 GiB.
   const auto isNear = [this](std::uint64_t start) { return start + plan_.dataSize <= UINT32_MAX; };
   const bool isSame =
       measuredFor_ && (*measuredFor_ == dataStart || (isNear(*measuredFor_) && isNear(dataStart)));

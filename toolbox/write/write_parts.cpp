@@ -7,7 +7,7 @@
 namespace toolbox {
 namespace {
 
-// Bytes that are copied at once, so that progress is reported also during a long range.
+// The most bytes to copy at once, so that progress is reported during a long range too.
 constexpr std::uint64_t kLongestCopy = 64 << 20;
 
 }  // namespace
@@ -39,7 +39,7 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
   plan_.ForEachRange([&](const CopyRange& range) {
-    // Open may close another source. The disk may still read from that one until Flush.
+    // Open may close another source, from which the disk may still read until it is flushed.
     const ByteSource& source = sources_.Open(*range.from, [&disk] { disk.Flush(); });
     for (std::uint64_t done = 0, length = 0; done < range.length; done += length) {
       length = std::min(range.length - done, kLongestCopy);
@@ -61,7 +61,8 @@ void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::Report(std::uint64_t bytes) {
-  // Bytes between two reports: often enough for a user who waits, and too rare to take time.
+  // The bytes between two reports: few enough for a user who waits, and too many for the reports to
+  // cost time.
   constexpr std::uint64_t kStep = 8 << 20;
   done_ += bytes;
   if (!plan_.movie->progress || done_ - reported_ < kStep) return;

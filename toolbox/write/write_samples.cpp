@@ -22,8 +22,8 @@ std::uint32_t Count(std::uint64_t count) {
   return static_cast<std::uint32_t>(count);
 }
 
-// The rows that `walk` passes to a visitor. They are counted only while they are measured, so
-// `walk` runs twice in all.
+// The rows that `walk` passes to a visitor. Only a FieldSizer counts them, so `walk` runs once to
+// count the rows and once to write them.
 template <class Row, class Io, class Walk>
 Rows<Row> RowsOf(Io& io, Walk walk) {
   const std::uint64_t count = io.Measured([&] {
@@ -80,7 +80,7 @@ class ChunkWalk {
       for (const PackedChunk& chunk : *packed) visit(dataStart_ + chunk.destination);
     } else if (const auto* kept = std::get_if<KeptStretches>(&track_.places)) {
       for (const KeptStretch& stretch : *kept) {
-        // This may wrap below 0; the sum with an offset is right all the same.
+        // This may wrap around below 0, but its sum with an offset is right.
         const std::uint64_t shift = dataStart_ + stretch.destination - stretch.source;
         ForEachChunkOffset(track_.source->media->samples,
                            {stretch.sample, stretch.sample + stretch.count},
@@ -221,7 +221,7 @@ SampleSizeAtom Sizes(const SampleTable& samples) {
 
 template <class Io>
 void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
-  // Shared with the rows, which are made after this function returns.
+  // The rows are made after this function returns, so they share the groups.
   const auto groups = std::make_shared<const std::vector<JoinedGroup>>(GroupsOf(samples));
   for (const JoinedGroup& group : *groups) {
     if (group.descriptions) table.groups.emplace_back(*group.descriptions);
@@ -286,7 +286,7 @@ Siblings OtherTables(const SampleRows& rows, const FilePlan& plan, std::size_t t
   return tables;
 }
 
-// Keeps only the tables that ISO defines and that do not depend on the times of samples.
+// Drops all tables except those that ISO defines and that do not depend on the times of samples.
 void DropForeign(Siblings& tables) {
   static constexpr FourCC kKept[] = {{"subs"}, {"saiz"}, {"saio"}};
   std::erase_if(tables, [](const Sibling& table) {
@@ -308,7 +308,8 @@ SampleTableAtoms TableOf(Io& io, const FilePlan& plan, std::size_t track, std::u
   table.priorities = ValuesOf<DegradationPriorities>(samples, &SampleRows::priorities);
   table.padding = ValuesOf<PaddingBits>(samples, &SampleRows::padding);
   AddGroups(table, io, samples);
-  // Tables that the toolbox does not interpret are valid only for all samples of the rows.
+  // Tables that the toolbox does not interpret are valid only if all samples of the rows are there,
+  // and no others.
   const SampleRows* whole = samples.WholeRows();
   if (whole != nullptr) table.others = OtherTables(*whole, plan, track, dataStart);
   if (plan.kind == FileKind::kMpeg4) DropForeign(table.others);
