@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/endian/conversion.hpp>
 #include <boost/icl/interval_set.hpp>
+#include <boost/range/adaptor/reversed.hpp>
 #include <iostream>
 #include <set>
 #include <tuple>
@@ -131,8 +132,8 @@ void FilterChapters(Movie movie, const clipjoin::FileOptions& options) {
       std::cerr << "Warning: could not find chapter " << utils::Visible(name) << '\n';
   }
   // From the last to the first, so that the times of the others stay valid.
-  for (auto cut = dropped.rbegin(); cut != dropped.rend(); ++cut) {
-    std::ignore = toolbox::DeleteMovieSegment(movie, cut->lower(), cut->upper() - cut->lower());
+  for (const auto& cut : boost::adaptors::reverse(dropped)) {
+    std::ignore = toolbox::DeleteMovieSegment(movie, cut.lower(), cut.upper() - cut.lower());
   }
 }
 

@@ -13,8 +13,8 @@ namespace clipjoin {
 // The source names one of the three main parts of the program, not the actual file, so that reports
 // keep their text when code moves between files. All texts are literals.
 struct CallSite {
-  const char* function;
-  const char* source;
+  const char* function = "";
+  const char* source = "";
   int line = __builtin_LINE();
 };
 
@@ -26,7 +26,7 @@ inline constexpr char kUtilsSource[] = "utils.cpp";
 // by the movie writer.
 struct QTError {
   CallSite site;
-  toolbox::OSErr code;
+  toolbox::OSErr code = toolbox::noErr;
 };
 // Prints the report line without a line end.
 std::ostream& operator<<(std::ostream& out, const QTError& error);

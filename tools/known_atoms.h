@@ -24,18 +24,18 @@ class AtomTypes {
     if constexpr (toolbox::Container<A>) A::Children(*this, atom);
   }
   template <class A>
-  void Add(std::optional<A>) {
+  void Add(const std::optional<A>&) {
     Add(A());
   }
   template <class A>
-  void Add(std::vector<A>) {
+  void Add(const std::vector<A>&) {
     Add(A());
   }
   template <class... As>
-  void Add(std::variant<As...>) {
+  void Add(const std::variant<As...>&) {
     (Add(As()), ...);
   }
-  void Add(toolbox::Siblings) {}
+  void Add(const toolbox::Siblings&) {}
 
  private:
   const Visit& visit_;

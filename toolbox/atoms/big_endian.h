@@ -30,7 +30,7 @@ void ToBigEndian(T value, std::uint8_t* bytes) {
 // Adds sizeof(T) bytes to the end of `bytes`.
 template <Integer T>
 void AppendBigEndian(Bytes& bytes, T value) {
-  std::array<std::uint8_t, sizeof(T)> encoded;
+  std::array<std::uint8_t, sizeof(T)> encoded{};
   ToBigEndian(value, encoded.data());
   bytes.insert(bytes.end(), encoded.begin(), encoded.end());
 }

@@ -1,6 +1,7 @@
 #include "toolbox/read/read_fragments.h"
 
 #include <algorithm>
+#include <boost/range/adaptor/reversed.hpp>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -72,9 +73,9 @@ class TrackFiller {
     if (!isInformative_) return;
     rows_.dependencies.resize(rows_.count);
     auto end = rows_.dependencies.end();
-    for (auto run = dependencies_.rbegin(); run != dependencies_.rend(); ++run) {
-      const auto begin = rows_.dependencies.begin() + run->sample;
-      std::fill(begin, end, run->byte);
+    for (const auto& run : boost::adaptors::reverse(dependencies_)) {
+      const auto begin = rows_.dependencies.begin() + run.sample;
+      std::fill(begin, end, run.byte);
       end = begin;
     }
   }

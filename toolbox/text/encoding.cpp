@@ -16,8 +16,8 @@ namespace {
 // How an encoding is converted: by the library, which knows it by name, or by a table in
 // upper_halves.h.
 struct Row {
-  TextEncoding encoding;
-  const char* name;
+  TextEncoding encoding = 0;
+  const char* name = nullptr;
   const UpperHalf* upper = nullptr;  // null: by the library
 };
 
@@ -123,8 +123,9 @@ std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   const bool isLittle = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
   std::u16string text;
   for (std::size_t at = 0; at < bytes.size(); at += 2) {
-    text += isLittle ? boost::endian::load_little_u16(&bytes[at])
-                     : boost::endian::load_big_u16(&bytes[at]);
+    const std::uint16_t unit = isLittle ? boost::endian::load_little_u16(&bytes[at])
+                                        : boost::endian::load_big_u16(&bytes[at]);
+    text += static_cast<char16_t>(unit);
   }
   return text;
 }
