@@ -91,7 +91,7 @@ void ChapterList::Attach(Movie movie) {
   track_ = nullptr;
 }
 
-void ChapterList::Settle(Movie movie) const {
+void ChapterList::RemoveListOrTrack(Movie movie) const {
   if (toolbox::CountUserDataType(toolbox::GetMovieUserData(movie), kChapterList) == 0) return;
   if (!std::ranges::equal(ChaptersAndRest(movie), chapters_, IsSame)) {
     std::ignore = RemoveMovieUserData(movie, kChapterList);

@@ -24,7 +24,7 @@ class ChapterList {
   // Call this before `movie`, which has the user data of the movie that was opened, is written. The
   // list stays if it is still right, and then the chapter track that was made of it is removed.
   // Otherwise the list is removed.
-  void Settle(toolbox::Movie movie) const;
+  void RemoveListOrTrack(toolbox::Movie movie) const;
 
  private:
   toolbox::Track track_ = nullptr;  // the track made of the list; null if none was made

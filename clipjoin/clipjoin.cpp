@@ -75,7 +75,7 @@ int Run(std::span<const char* const> arguments) {
   std::vector<Chapter> listed;
   if (wanted.chapterToolXml) listed = chapter::ReadChapters(output);
   // An MPEG-4 file gets no user data, so its chapters are in the track only.
-  if (savesInPlace || !wanted.mpeg4) line.inputs.front().Chapters().Settle(output);
+  if (savesInPlace || !wanted.mpeg4) line.inputs.front().Chapters().RemoveListOrTrack(output);
   const int status = savesInPlace ? 0 : utils::finishOutput(output, wanted, inputs);
   if (wanted.chapterToolXml) WriteChapterXml(listed, *wanted.chapterToolXml);
   for (input::InputMovie& input : line.inputs) input.SaveInPlace();

@@ -130,11 +130,11 @@ void AutoChaptersMerge(const char*, Cursor&, Parser& parser) {
 // options that come later do not change them. Throws BadNames if there are too many names or a name
 // is too long, so that endless input cannot fill the memory.
 void ReadNames(const char*, Cursor&, Parser& parser) {
-  constexpr std::size_t kLongestName = 1 << 16, kMostNames = 100'000;
+  constexpr std::size_t kMaxNameLength = 1 << 16, kMaxNames = 100'000;
   const FileOptions settings = parser.Current();
-  std::string name(kLongestName + 1, '\0');
-  for (std::size_t names = 0; std::cin.getline(name.data(), kLongestName + 1); ++names) {
-    if (names == kMostNames) throw BadNames{};
+  std::string name(kMaxNameLength + 1, '\0');
+  for (std::size_t names = 0; std::cin.getline(name.data(), kMaxNameLength + 1); ++names) {
+    if (names == kMaxNames) throw BadNames{};
     // The line end is counted, except at the end of a file without one.
     const std::streamsize length = std::cin.gcount() - (std::cin.eof() ? 0 : 1);
     parser.AddInput(settings, name.substr(0, static_cast<std::size_t>(length)));

@@ -16,7 +16,7 @@ class HeldBytes {
     virtual ~Holder() = default;
     // Makes the bytes independent of their file: from now on, changes to the file do not change
     // them.
-    virtual void Own() const {}
+    virtual void Detach() const {}
   };
 
   HeldBytes() = default;
@@ -29,9 +29,9 @@ class HeldBytes {
       : span_(span), holder_(std::move(holder)) {}
 
   ByteSpan Span() const { return span_; }
-  // Does what Holder::Own does. The bytes stay at their address.
-  void Own() const {
-    if (holder_) holder_->Own();
+  // Does what Holder::Detach does. The bytes stay at their address.
+  void Detach() const {
+    if (holder_) holder_->Detach();
   }
 
  private:

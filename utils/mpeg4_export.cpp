@@ -104,12 +104,12 @@ using OwnedExporter = Owned<toolbox::Mpeg4Settings, [](toolbox::MovieExportCompo
 // failure and counts only the last try.
 template <class Try>
 toolbox::OSErr Repeat(CallSite site, const Try& attempt) {
-  constexpr int kMostTries = 10;
+  constexpr int kMaxTries = 10;
   constexpr std::chrono::milliseconds kPause(100);
   for (int tries = 1;; ++tries) {
     const toolbox::OSErr code = attempt();
     const bool mayPass = code == toolbox::fBsyErr || code == toolbox::dupFNErr;
-    if (!mayPass || tries == kMostTries) return Report(site, code);
+    if (!mayPass || tries == kMaxTries) return Report(site, code);
     std::cerr << QTError{site, code} << '\n';
     std::this_thread::sleep_for(kPause);
   }

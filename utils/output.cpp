@@ -44,12 +44,12 @@ void WarnAboutExtension(const std::string& extension, const char* program) {
 // not repeated.
 void NoteForeignMedia(toolbox::Movie movie, const std::vector<std::string>& inputs) {
   toolbox::SetMovieSourceProc(
-      movie, [inputs, told = std::set<std::string>()](const std::string& path) mutable {
+      movie, [inputs, printed = std::set<std::string>()](const std::string& path) mutable {
         const auto isPath = [&path](const std::string& input) {
           boost::system::error_code unknown;
           return boost::filesystem::equivalent(input, path, unknown);
         };
-        if (std::ranges::none_of(inputs, isPath) && told.insert(path).second) {
+        if (std::ranges::none_of(inputs, isPath) && printed.insert(path).second) {
           std::cerr << "Copying media from " << Visible(path) << ".\n";
         }
       });

@@ -41,7 +41,7 @@ TEST(ChapterList, IsATrackUntilTheMovieIsWritten) {
     EXPECT_EQ(chapters[1].duration, 5700);
     ASSERT_EQ(book.tracks.size(), 2U);
     EXPECT_FALSE(book.tracks[1]->IsEnabled());
-    list.Settle(&book);
+    list.RemoveListOrTrack(&book);
     EXPECT_EQ(book.tracks.size(), 1U);
     EXPECT_EQ(book.tracks[0]->CountReferences(FourCC{"chap"}), 0U);
     EXPECT_EQ(book.userData.Item(kList, 1), Join(head, kChapters));
@@ -52,7 +52,7 @@ TEST(ChapterList, GivesWayToTheTrackWhenTimesChange) {
   Book book(Join(U32(0), Bytes{3}, kChapters));
   const ChapterList list(&book);
   EXPECT_EQ(toolbox::DeleteMovieSegment(&book, 0, 100), toolbox::noErr);
-  list.Settle(&book);
+  list.RemoveListOrTrack(&book);
   EXPECT_EQ(book.userData.Count(kList), 0U);
   ASSERT_EQ(book.tracks.size(), 2U);
   EXPECT_EQ(ReadChapters(&book)[1].start, 200);
@@ -79,7 +79,7 @@ TEST(ChapterList, IsReadAsFarAsItGoes) {
     const std::size_t expected = size < 14 ? 0 : size < 26 ? 1 : 2;
     EXPECT_EQ(ReadChapters(&book).size(), expected) << size;
     EXPECT_EQ(book.tracks.size(), expected == 0 ? 1U : 2U) << size;
-    list.Settle(&book);
+    list.RemoveListOrTrack(&book);
     EXPECT_EQ(book.tracks.size(), 1U) << size;
   }
 }

@@ -153,10 +153,10 @@ class EveryMovie(runs.RunTest):
     def assert_shown(self, found, expected, track):
         what = f"track {track.number}"
         self.assert_same([h for _, h in found], [h for _, h in expected], what)
-        for (at, _), (hoped, _) in zip(found, expected):
+        for (at, _), (wanted, _) in zip(found, expected):
             # A cut is at a whole media unit.
             self.assertAlmostEqual(
-                float(at), float(hoped), delta=max(0.006, 0.5 / track.scale), msg=what
+                float(at), float(wanted), delta=max(0.006, 0.5 / track.scale), msg=what
             )
 
     def test_nothing_is_printed(self):
@@ -188,8 +188,8 @@ class EveryMovie(runs.RunTest):
     def test_cut_in_the_middle_shows_the_middle(self):
         def work(movie, number):
             found = movie.shown(movie.middle, number, stretches(movie.middle)[number])
-            hoped = movie.shown(movie.copy, number, movie.inner[number])
-            self.assert_shown(found, hoped, runs.tracks(movie.copy)[number])
+            wanted = movie.shown(movie.copy, number, movie.inner[number])
+            self.assert_shown(found, wanted, runs.tracks(movie.copy)[number])
 
         self.for_each_track(work)
 

@@ -130,9 +130,9 @@ class EditsTest(runs.RunTest):
                 scale = runs.tracks(source)[number].scale
                 margin = F(3, 1000) + max((s.rate or 0 for s in track), default=0) * F(3, 600)
                 shown = presented(made[number], whole(output, number), scale, margin)
-                hoped = presented(track, whole(source, number), scale, margin)
-                self.assert_same([h for _, h in shown], [h for _, h in hoped], f"{options} {number}")
-                for (found, _), (at, _) in zip(shown, hoped):
+                wanted = presented(track, whole(source, number), scale, margin)
+                self.assert_same([h for _, h in shown], [h for _, h in wanted], f"{options} {number}")
+                for (found, _), (at, _) in zip(shown, wanted):
                     self.assertAlmostEqual(float(found), float(at), delta=0.006)
             seconds = float(runs.description(output)["format"]["duration"])
             self.assertAlmostEqual(seconds, float(end_of(expected)), delta=0.06)
@@ -251,8 +251,8 @@ class EditsTest(runs.RunTest):
                 part = [f for f in runs.frames(self.folder / "out.mov") if f.time >= 0]
                 self.assertGreater(len(whole), 5)
                 # A frame that is cut at either end may be included or not.
-                hashes, hoped = [f.hash for f in part], [f.hash for f in whole]
-                self.assertIn(hoped, [hashes, hashes[1:], hashes[:-1], hashes[1:-1]])
+                hashes, wanted = [f.hash for f in part], [f.hash for f in whole]
+                self.assertIn(wanted, [hashes, hashes[1:], hashes[:-1], hashes[1:-1]])
                 self.assertEqual(runs.complaints(self.folder / "out.mov"), [])
 
     def test_a_timecode_starts_later_in_its_sample(self):

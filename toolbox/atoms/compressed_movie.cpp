@@ -46,8 +46,8 @@ struct CompressedHeader {  // a 'moov' with a 'cmov' and nothing else
 // The largest movie header that is read from a stream of that length. Deflate can compress 1032 to
 // 1, which would turn a file of 4 MB into 4 GB of memory. No real header comes near that.
 std::uint64_t MostInflated(std::size_t stream) {
-  constexpr std::uint64_t kAlwaysRead = 16 << 20, kMostInflation = 64;
-  return std::max(kAlwaysRead, kMostInflation * stream);
+  constexpr std::uint64_t kAlwaysRead = 16 << 20, kMaxInflation = 64;
+  return std::max(kAlwaysRead, kMaxInflation * stream);
 }
 
 Bytes Inflated(const CompressedData& data) {
@@ -94,12 +94,14 @@ Bytes CompressMovie(ByteSpan movie) {
 
 Bytes Inflate(ByteSpan content) {
   const auto movie = Decode<CompressedMovie>(content);
-  if (movie.method.method != kZlib) throw Refused{cantFindHandler};
+  if (movie.method.method != kZlib) {
+    throw Refused{cantFindHandler, "the method of compression is unknown"};
+  }
   return InAtom(CompressedMovie::kType, [&] {
     Bytes inflated = Inflated(movie.data);
     const auto frame = ReadFrame(inflated, inflated.size());
     if (!frame || frame->type != MovieAtoms::kType) {
-      throw Malformed("the compressed movie header holds no movie");
+      throw Malformed("the compressed data is not a movie header");
     }
     inflated.resize(frame->size);
     inflated.erase(inflated.begin(),

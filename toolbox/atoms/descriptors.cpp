@@ -20,11 +20,11 @@ enum Tag : std::uint8_t {
 // lengths: some writers include the tag and length field in the count, others count descriptors
 // that they then omit.
 std::optional<ByteSpan> FindDescriptor(ByteSpan bytes, Tag tag) {
-  constexpr int kMostLengthBytes = 4;
+  constexpr int kMaxLengthBytes = 4;
   while (bytes.size() >= 2) {
     std::size_t length = 0, at = 1;
     bool hasMore = true;
-    for (int i = 0; hasMore && i < kMostLengthBytes && at < bytes.size(); ++i, ++at) {
+    for (int i = 0; hasMore && i < kMaxLengthBytes && at < bytes.size(); ++i, ++at) {
       length = length << 7 | (bytes[at] & 0x7FU);
       hasMore = (bytes[at] & 0x80) != 0;
     }

@@ -52,13 +52,12 @@ Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths
 // if it has no complete decoder configuration.
 void ClearRates(std::span<std::uint8_t> content);
 
-// The profiles and levels of a whole file, ISO/IEC 14496-1 7.2.6.4. kNothingThere: the file has no
-// such streams. kNotSaid: it has some, with an unspecified profile. kAvc: pictures are AVC.
+// The profiles and levels of a whole file, ISO/IEC 14496-1 7.2.6.4. kNone: the file has no
+// such streams. kUnspecified: it has some, with an unspecified profile. kAvc: pictures are AVC.
 struct ProfileLevels {
-  static constexpr std::uint8_t kNothingThere = 0xFF, kNotSaid = 0xFE, kAvc = 0x7F;
+  static constexpr std::uint8_t kNone = 0xFF, kUnspecified = 0xFE, kAvc = 0x7F;
 
-  std::uint8_t objects = kNothingThere, scene = kNothingThere, sound = kNothingThere,
-               pictures = kNothingThere, graphics = kNothingThere;
+  std::uint8_t objects = kNone, scene = kNone, sound = kNone, pictures = kNone, graphics = kNone;
 
   static void Fields(auto& io, auto& levels) {
     io("objects", levels.objects);

@@ -34,7 +34,7 @@ std::vector<AtomView> SplitAtoms(ByteSpan bytes, ByteSpan* tail) {
   if (tail != nullptr) {
     *tail = bytes;
   } else if (bytes.size() >= 8 || std::ranges::any_of(bytes, std::identity())) {
-    throw Malformed("an atom inside reaches past the end");
+    throw Malformed("a child atom is longer than its parent");
   }
   return atoms;
 }

@@ -40,13 +40,13 @@ struct HintPacket {
 // Clear first, and StartPacket before adding anything.
 class HintSample {
  public:
-  static constexpr std::size_t kMostPackets = UINT16_MAX;
+  static constexpr std::size_t kMaxPackets = UINT16_MAX;
 
   // Starts a new sample. The RTP time of its packets is the time of the sample plus `timeOffset`,
   // in units of the RTP clock.
   void Clear(std::int32_t timeOffset);
   // Adds an empty packet. `payload` is the RTP payload type, `sequence` the RTP sequence number.
-  // The sample must have fewer than kMostPackets packets.
+  // The sample must have fewer than kMaxPackets packets.
   void StartPacket(std::uint8_t payload, std::uint16_t sequence);
   // Both add to the payload of the last packet. AddBytes copies bytes that are in no media sample.
   // AddMedia refers to `length` bytes at `offset` in the media sample with the number `sample`; the

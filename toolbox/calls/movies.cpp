@@ -69,7 +69,7 @@ void SetMovieSelection(Movie movie, TimeValue start, TimeValue duration) {
 }
 
 OSErr CopyMovieSettings(Movie source, Movie destination) {
-  return Call(__func__, [&] { Valid(destination).TakeSettings(Valid(source)); });
+  return Call(__func__, [&] { Valid(destination).CopySettings(Valid(source)); });
 }
 
 void SetMovieProgressProc(Movie movie,

@@ -43,10 +43,10 @@ OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow, std::int32_t
     HandleRecord& copy = Valid(out);
     if (maxGrow < 0) throw Refused{paramErr};
     // 0 allows any size, but the result `size` has room for no more than INT32_MAX.
-    const std::uint64_t longest = maxGrow == 0 ? INT32_MAX : static_cast<std::uint32_t>(maxGrow);
+    const std::uint64_t maxSize = maxGrow == 0 ? INT32_MAX : static_cast<std::uint32_t>(maxGrow);
     const SampleRange shown = SamplesShownIn(record.samples, {at}, {at + 1});
     if (at < 0 || shown.IsEmpty()) throw Refused{invalidTime};
-    SampleData data = ReadSample(record, shown.from, longest);
+    SampleData data = ReadSample(record, shown.from, maxSize);
     const bool isSync = record.samples.SyncAtOrBefore(data.first) == data.first;
     SetResult(size, data.bytes.size());
     SetResult(sampleTime, ShownAt(record.samples, data.first).units);

@@ -33,9 +33,9 @@ OSErr NewMovieFromDataRef(Movie* movie, std::int16_t flags, std::int16_t* resour
 OSErr OpenMovieStorage(Handle dataRef, FourCC dataRefType, std::uint32_t flags,
                        DataHandler* handler) {
   return Call(__func__, [&] {
-    const bool isToBeUpdated = (flags & kDataHCanWrite) != 0;
+    const bool isForUpdate = (flags & kDataHCanWrite) != 0;
     *handler = OpenStorage(PathOf(dataRef, dataRefType),
-                           isToBeUpdated ? StorageAccess::kUpdate : StorageAccess::kRead);
+                           isForUpdate ? StorageAccess::kUpdate : StorageAccess::kRead);
   });
 }
 

@@ -43,7 +43,7 @@ class Mapping final : public HeldBytes::Holder {
 
   // Replaces the pages by a copy at the same address, so that existing spans stay valid. From then
   // on, changes of the file have no effect.
-  void Own() const override {
+  void Detach() const override {
     if (isOwned_) return;
     void* copy = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (copy == MAP_FAILED) throw std::bad_alloc();

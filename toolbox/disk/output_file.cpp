@@ -36,9 +36,9 @@ constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
 // the rename would replace the link instead of its target.
 fs::path Followed(const fs::path& target) {
   // The limit of Linux. In a circle of links, the result is still a link, and opening it fails.
-  constexpr int kMostLinks = 40;
+  constexpr int kMaxLinks = 40;
   fs::path path = target.has_parent_path() ? target : "." / target;
-  for (int links = 0; links < kMostLinks; ++links) {
+  for (int links = 0; links < kMaxLinks; ++links) {
     boost::system::error_code notALink;
     const fs::path link = fs::read_symlink(path, notALink);
     if (notALink) break;
@@ -52,8 +52,9 @@ fs::path Followed(const fs::path& target) {
 // checks neither.
 Descriptor OpenToReplace(const fs::path& path, Existing existing) {
   Descriptor file(path, O_WRONLY | O_NONBLOCK);
-  if (!file.IsOpen())
+  if (!file.IsOpen()) {
     throw errno == EPERM ? Refused{fLckdErr, "it is immutable"} : RefusedBy(errno);
+  }
   if (existing == Existing::kLocked) return file;
   // Any other error means that the file system has no locks. Below, it means that there are no
   // leases.
@@ -132,30 +133,30 @@ struct OutputFile::State {
   Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
   Bytes buffer = Bytes(kBufferSize);
-  std::size_t gathered = 0;  // bytes in `buffer` that are not written yet
+  std::size_t buffered = 0;  // bytes in `buffer` that are not written yet
   std::uint64_t written = 0;  // bytes in the file
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
   BlockCache cache;
   bool kernelCopies = true;  // false after the kernel could not copy once
-  bool isSound = true;  // false during a step, so it stays false after a throw
+  bool isIntact = true;  // false during a step, so it stays false after a throw
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
 
   // Runs `body`, unless an earlier step threw. A file with a missing part must not get its name,
   // even if the caller goes on after an error.
   void Step(auto body) try {
-    if (!std::exchange(isSound, false)) throw Refused{ioErr, "an earlier write has failed"};
+    if (!std::exchange(isIntact, false)) throw Refused{ioErr, "an earlier write has failed"};
     body();
-    isSound = true;
+    isIntact = true;
   } catch (Failure& failure) {
     failure.NameFile(target.native());
     throw;
   }
 
-  std::uint64_t Position() const { return written + gathered; }
+  std::uint64_t Position() const { return written + buffered; }
 
   // Passes `bytes` to the system, without the buffer.
-  void HandOver(ByteSpan bytes) {
+  void WriteOut(ByteSpan bytes) {
     while (!bytes.empty()) {
       const ssize_t put = Required([&] { return write(File(), bytes.data(), bytes.size()); });
       bytes = bytes.subspan(static_cast<std::size_t>(put));
@@ -164,30 +165,30 @@ struct OutputFile::State {
   }
 
   // Empties the buffer into the file.
-  void Drain() { HandOver({buffer.data(), std::exchange(gathered, 0)}); }
+  void FlushBuffer() { WriteOut({buffer.data(), std::exchange(buffered, 0)}); }
 
   // Returns `wanted` free bytes of the buffer, or the whole buffer if that is smaller. Empties the
   // buffer first if necessary.
   std::span<std::uint8_t> Room(std::uint64_t wanted) {
     const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, kBufferSize));
-    if (size > kBufferSize - gathered) Drain();
-    return {buffer.data() + gathered, size};
+    if (size > kBufferSize - buffered) FlushBuffer();
+    return {buffer.data() + buffered, size};
   }
 
   void Write(std::uint64_t at, ByteSpan bytes) {
     if (at != Position()) throw Refused{ioErr};
     if (bytes.size() < kKernelPiece) {
       std::ranges::copy(bytes, Room(bytes.size()).begin());
-      gathered += bytes.size();
+      buffered += bytes.size();
     } else {
-      Drain();
-      HandOver(bytes);
+      FlushBuffer();
+      WriteOut(bytes);
     }
   }
 
   // Lets the kernel copy until it cannot. Returns the number of bytes that were copied.
   std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-    Drain();
+    FlushBuffer();
     std::uint64_t done = 0;
     while (done < length) {
       const auto copied = CopyInKernel(source.Descriptor(), at + done, File(), length - done);
@@ -217,26 +218,26 @@ struct OutputFile::State {
       } else {
         source.Read(at, piece);
       }
-      gathered += piece.size();
+      buffered += piece.size();
       at += piece.size();
       length -= piece.size();
     }
   }
 
   void Flush() {
-    Drain();
+    FlushBuffer();
     cache.Forget();
   }
 
   void Sync() {
-    Drain();
+    FlushBuffer();
     // Only a file that replaces another is synced.
     if (replaced.IsOpen()) Required([this] { return fsync(File()); });
   }
 
   void CutOff(std::uint64_t size) {
     if (size != Position()) throw Refused{ioErr};
-    Drain();
+    FlushBuffer();
     if (reserved <= size) return;
     Required([&] { return ftruncate(File(), static_cast<off_t>(size)); });
   }
@@ -251,7 +252,7 @@ struct OutputFile::State {
     };
     if (now && !isReplaced()) {
       throw Refused{existing == Existing::kRefuse ? dupFNErr : fBsyErr,
-                    "another file has taken its name"};
+                    "another program has made a file of this name"};
     }
     temporary->TakeName(target, replaced.IsOpen());
     if (replaced.IsOpen()) SyncFolder(target.parent_path());

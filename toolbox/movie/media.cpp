@@ -44,8 +44,9 @@ std::uint32_t MediaRecord::FindOrAdd(const DataReference& reference) {
     }
     for (const std::string& name : NamesOf(*file)) {
       const auto found = fileIndex_.find(name);
-      if (found != fileIndex_.end() && dataReferences[found->second] == reference)
+      if (found != fileIndex_.end() && dataReferences[found->second] == reference) {
         return found->second;
+      }
     }
   }
   dataReferences.push_back(reference);
@@ -108,7 +109,7 @@ std::optional<OtherFile> MediaRecord::MovieFile() const {
   return track == nullptr ? std::nullopt : track->movie->file;
 }
 
-std::vector<DataReference> MediaRecord::SeenFromElsewhere() const {
+std::vector<DataReference> MediaRecord::ReferencesForOthers() const {
   std::vector<DataReference> seen = dataReferences;
   const std::optional<OtherFile> file = MovieFile();
   for (DataReference& reference : seen) {
@@ -119,14 +120,15 @@ std::vector<DataReference> MediaRecord::SeenFromElsewhere() const {
   return seen;
 }
 
-std::vector<DataReference> MediaRecord::SeenFromHere(std::vector<DataReference> references) const {
+std::vector<DataReference> MediaRecord::ReferencesForThis(
+    std::vector<DataReference> references) const {
   const std::optional<OtherFile> file = MovieFile();
   if (file) std::ranges::replace(references, DataReference(*file), DataReference(ThisFile{}));
   return references;
 }
 
-std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescription>& strangers,
-                                              const std::vector<DataReference>& references) {
+std::vector<std::uint32_t> MediaRecord::AddDescriptions(
+    const std::vector<SampleDescription>& strangers, const std::vector<DataReference>& references) {
   const auto isElsewhere = [](const DataReference& reference) {
     return !std::holds_alternative<ThisFile>(reference) &&
            !std::holds_alternative<InMemory>(reference);
@@ -148,17 +150,17 @@ std::vector<std::uint32_t> MediaRecord::Adopt(const std::vector<SampleDescriptio
 }
 
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
-  if (IsProtected()) throw Refused{featureUnsupported};
-  if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable};
-  SampleTableRecord table{header.scale, SeenFromElsewhere(), descriptions, {}};
+  if (IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be copied"};
+  if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable, "a sample is in no chunk"};
+  SampleTableRecord table{header.scale, ReferencesForOthers(), descriptions, {}};
   table.samples.AppendSlice(samples, {from, to});
   return table;
 }
 
 MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from,
                               std::uint64_t to) {
-  if (IsProtected()) throw Refused{featureUnsupported};
-  const std::vector<DataReference> seen = SeenFromHere(table.dataReferences);
+  if (IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be copied"};
+  const std::vector<DataReference> seen = ReferencesForThis(table.dataReferences);
   for (const SampleDescription& description : table.descriptions) {
     // A description that names no data reference means the first one of its media.
     const DataReference& first =
@@ -167,8 +169,8 @@ MediaTime MediaRecord::Append(const SampleTableRecord& table, std::uint64_t from
       throw Refused{mediaTypesDontMatch};
     }
   }
-  const std::vector<std::uint32_t> map = Adopt(table.descriptions, seen);
-  return samples.AppendInStep(table.samples, {from, to}, map);
+  const std::vector<std::uint32_t> map = AddDescriptions(table.descriptions, seen);
+  return samples.AppendWithoutDelay(table.samples, {from, to}, map);
 }
 
 MediaTime MediaRecord::Join(const MediaRecord& source) {
@@ -179,7 +181,7 @@ MediaTime MediaRecord::Join(const MediaRecord& source) {
     return before->second.base;
   }
   const std::vector<std::uint32_t> map =
-      Adopt(source.descriptions, SeenFromHere(source.SeenFromElsewhere()));
+      AddDescriptions(source.descriptions, ReferencesForThis(source.ReferencesForOthers()));
   const MediaTime base = samples.AppendSlice(source.samples, {0, count}, map);
   joined_[source.identity_.get()] = {source.identity_, count, base};
   return base;

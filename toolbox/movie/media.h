@@ -95,9 +95,9 @@ struct MediaRecord : MediaSettings {
   // The samples [from, to), to be added to any media. Throws Refused: couldNotResolveDataRef,
   // invalidSampleTable (some are in no chunk), featureUnsupported (encrypted samples).
   SampleTableRecord Copy(std::uint64_t from, std::uint64_t to) const;
-  // Appends the samples [from, to) of `table` by reference, as SampleTable::AppendInStep does. The
-  // table has the scale of the media. Returns the decode time of the first one here. Throws
-  // Refused: mediaTypesDontMatch (a description cannot name the file of its samples),
+  // Appends the samples [from, to) of `table` by reference, as SampleTable::AppendWithoutDelay
+  // does. The table has the scale of the media. Returns the decode time of the first one here.
+  // Throws Refused: mediaTypesDontMatch (a description cannot name the file of its samples),
   // featureUnsupported (encrypted samples here).
   MediaTime Append(const SampleTableRecord& table, std::uint64_t from, std::uint64_t to);
 
@@ -107,14 +107,14 @@ struct MediaRecord : MediaSettings {
  private:
   // The data references of this media, made valid for a movie in another file: ThisFile becomes
   // MovieFile(). Throws Refused (couldNotResolveDataRef) if that is needed and there is none.
-  std::vector<DataReference> SeenFromElsewhere() const;
+  std::vector<DataReference> ReferencesForOthers() const;
   // The reverse: makes such references valid for this media. MovieFile() becomes ThisFile.
-  std::vector<DataReference> SeenFromHere(std::vector<DataReference> references) const;
+  std::vector<DataReference> ReferencesForThis(std::vector<DataReference> references) const;
   // Returns the index in this media for each description of `strangers`, whose data references are
   // `references`. Adds descriptions and references that this media does not have yet. If a
   // reference is to another file, the movie loses its trailer, which describes only its own file.
-  std::vector<std::uint32_t> Adopt(const std::vector<SampleDescription>& strangers,
-                                   const std::vector<DataReference>& references);
+  std::vector<std::uint32_t> AddDescriptions(const std::vector<SampleDescription>& strangers,
+                                             const std::vector<DataReference>& references);
 
   // A source that has been joined. Its samples start at `base`, so it need not be joined again.
   struct Joined {

@@ -126,7 +126,7 @@ std::unique_ptr<MovieRecord> MovieRecord::Clone() const {
   return clone;
 }
 
-void MovieRecord::TakeSettings(const MovieRecord& other) {
+void MovieRecord::CopySettings(const MovieRecord& other) {
   static constexpr FourCC kClip{"clip"};
   header.rate = other.header.rate;
   header.volume = other.header.volume;

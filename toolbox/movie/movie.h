@@ -78,7 +78,7 @@ struct MovieRecord : MovieProperties {
   // A copy of the movie that shares its sample rows.
   std::unique_ptr<MovieRecord> Clone() const;
   // Copies the preferred rate and volume, the clipping region, the matrix and the user data.
-  void TakeSettings(const MovieRecord& other);
+  void CopySettings(const MovieRecord& other);
   // Converts all times to `newScale`, > 0. Boundaries of edits are rounded, not their lengths, so
   // nothing drifts.
   void SetScale(std::int32_t newScale);

@@ -107,7 +107,7 @@ std::uint32_t SampleRows::SampleAt(MediaTime time) const {
 SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   // Rounding makes no sample longer by more than a unit.
   if (Rescale(duration.units, from, to) + count > static_cast<std::int64_t>(kLongestMedia)) {
-    throw Refused{invalidDuration};
+    throw Refused{invalidDuration, "the media is too long"};
   }
   SampleRows rows = *this;
   // 'cslg' has times in the old scale.
@@ -118,11 +118,13 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   rows.timed_ = 0;
   rows.duration = {};
   const auto addTime = [&rows](std::uint32_t samples, std::int64_t delta) {
-    if (delta > UINT32_MAX) throw Refused{invalidDuration};
+    if (delta > UINT32_MAX) throw Refused{invalidDuration, "a sample lasts too long"};
     rows.AddTimes(samples, static_cast<std::uint32_t>(delta));
   };
   const auto addOffset = [&rows](std::uint32_t samples, std::int64_t offset) {
-    if (offset > INT32_MAX || offset < INT32_MIN) throw Refused{invalidDuration};
+    if (offset > INT32_MAX || offset < INT32_MIN) {
+      throw Refused{invalidDuration, "a display offset is too large"};
+    }
     rows.AddOffsets(samples, static_cast<std::int32_t>(offset));
   };
   const auto place = [from, to](std::int64_t time) { return Rescale(time, from, to); };
@@ -135,8 +137,8 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
     return rows;
   }
   // Each sample is rounded by itself, which takes too long for more than this many.
-  constexpr std::uint32_t kMost = 1 << 25;
-  if (count > kMost) throw Refused{invalidDuration};
+  constexpr std::uint32_t kMaxRows = 1 << 25;
+  if (count > kMaxRows) throw Refused{invalidDuration, "the track has too many samples"};
   RunJoiner<std::int64_t, decltype(addTime)> deltas(addTime);
   RunJoiner<std::int64_t, decltype(addOffset)> shifts(addOffset);
   for (std::uint32_t sample = 0; sample < count; ++sample) {

@@ -40,8 +40,8 @@ MediaTime SampleTable::AppendSlice(const SampleTable& other, SampleRange range,
   return TimeOf(before);
 }
 
-MediaTime SampleTable::AppendInStep(const SampleTable& other, SampleRange range,
-                                    DescriptionMap descriptions) {
+MediaTime SampleTable::AppendWithoutDelay(const SampleTable& other, SampleRange range,
+                                          DescriptionMap descriptions) {
   const MediaTime before = Duration();
   std::vector<SampleSlice> slices = other.Cut(range, descriptions);
   MediaTime decoded, shownFrom{INT64_MAX};
@@ -126,7 +126,7 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     slice.rows = rows;
     slice.stretch = ScaleChange{from, to}(slice.stretch);
     const std::int64_t shift = Rescale(slice.shift, from, to);
-    if (!HasRoom(*rows, shift)) throw Refused{invalidDuration};
+    if (!HasRoom(*rows, shift)) throw Refused{invalidDuration, "a display offset is too large"};
     slice.shift = static_cast<std::int32_t>(shift);
     slice.rowTime = rows->TimeOf(slice.part.from);
     slice.length = rows->TimeOf(slice.part.to) - slice.rowTime + slice.stretch;
@@ -198,8 +198,8 @@ const SampleRows* SampleTable::WholeRows() const {
 }
 
 void SampleTable::LeaveFiles() const {
-  for (const SampleSlice& slice : slices_) slice.rows->header.Own();
-  if (empty_) empty_->header.Own();
+  for (const SampleSlice& slice : slices_) slice.rows->header.Detach();
+  if (empty_) empty_->header.Detach();
 }
 
 void TimeCursor::Find(std::uint64_t sample) {

@@ -45,8 +45,8 @@ class SampleTable {
   using DescriptionMap = std::optional<std::span<const std::uint32_t>>;
 
   // Adds the samples `range` of `other` at the end. Samples come from one media into another only
-  // by this and AppendInStep. If samples already here would still be shown when the new ones start
-  // to be, the last of them becomes longer.
+  // by this and AppendWithoutDelay. If samples already here would still be shown when the new ones
+  // start to be, the last of them becomes longer.
   //
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
@@ -61,7 +61,8 @@ class SampleTable {
   //
   //   decoded  |  here  |[ from .. to )|
   //   shown    |  here  |[ from .. to )|
-  MediaTime AppendInStep(const SampleTable& other, SampleRange range, DescriptionMap descriptions);
+  MediaTime AppendWithoutDelay(const SampleTable& other, SampleRange range,
+                               DescriptionMap descriptions);
 
   // Makes the last sample longer where Duration() would be less than `time`.
   void StretchTo(MediaTime time);

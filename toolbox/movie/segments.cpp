@@ -60,10 +60,14 @@ bool Fits(const TrackRecord& track, const TrackRecord& source) {
 // to them.
 void CheckJoinable(const TrackRecord& source) {
   const MediaRecord& media = *source.media;
-  if (media.IsProtected()) throw Refused{featureUnsupported};
+  if (media.IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be joined"};
   const auto inThisFile = std::ranges::count(media.dataReferences, DataReference(ThisFile{}));
-  if (inThisFile != 0 && !source.movie->file) throw Refused{couldNotResolveDataRef};
-  if (LocatedCount(media.samples) < media.samples.Count()) throw Refused{invalidSampleTable};
+  if (inThisFile != 0 && !source.movie->file) {
+    throw Refused{couldNotResolveDataRef, "the source has no file"};
+  }
+  if (LocatedCount(media.samples) < media.samples.Count()) {
+    throw Refused{invalidSampleTable, "a sample is in no chunk"};
+  }
 }
 
 // The edits of [from, from + length) of a source track in the time scale of `movie`.
@@ -203,14 +207,18 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
 void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime from,
                         MovieTime length, MovieTime at) {
   if (!source.media || !track.media) throw Refused{noMediaHandler};
-  if (source.media->Type() != track.media->Type()) throw Refused{mediaTypesDontMatch};
+  if (source.media->Type() != track.media->Type()) {
+    throw Refused{mediaTypesDontMatch, "the media types differ"};
+  }
   CheckSpan(from, length, at);
   const std::int32_t here = track.media->header.scale, there = source.media->header.scale;
-  if (here != there && source.media->Type() == kSound) throw Refused{mediaTypesDontMatch};
+  if (here != there && source.media->Type() == kSound) {
+    throw Refused{mediaTypesDontMatch, "the time scales of the sound differ"};
+  }
   const bool isEmpty = track.media->samples.Count() == 0;
   const bool isSameTrack = &source == &track;
   if (!isEmpty && !isSameTrack && !MayShareMedia(*source.media, *track.media)) {
-    throw Refused{mediaTypesDontMatch};
+    throw Refused{mediaTypesDontMatch, "their samples cannot be in one track"};
   }
 
   length = std::min(length, source.edits.Duration() - from);

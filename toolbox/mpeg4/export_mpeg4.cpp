@@ -58,10 +58,14 @@ std::uint16_t PackedLanguage(std::uint16_t language) {
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
-    if (!IsLocated(media.samples, part.samples)) throw Refused{invalidSampleTable};
+    if (!IsLocated(media.samples, part.samples)) {
+      throw Refused{invalidSampleTable, "a sample is in no chunk"};
+    }
     MarkDescriptions(media.samples, part.samples, isUsed);
     // QuickTime: samples of sound may be parts of packets. ISO: each packet is one sample.
-    if (PacketLength(media.samples, part.samples.from) != 1) throw Refused{featureUnsupported};
+    if (PacketLength(media.samples, part.samples.from) != 1) {
+      throw Refused{featureUnsupported, "its samples are parts of packets"};
+    }
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
@@ -100,9 +104,9 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
 void LayOutChapters(TrackRecord& track) {
   // Each of many edits may show many samples. A track that would have more samples than this keeps
   // its edits.
-  constexpr std::uint64_t kMostChapters = 1 << 20;
+  constexpr std::uint64_t kMaxChapters = 1 << 20;
   MediaRecord& media = *track.media;
-  if (media.IsProtected()) throw Refused{featureUnsupported};
+  if (media.IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be cut"};
   const Clock clock = track.TimeClock();
   const MovieTime offset = track.edits.Offset(), length = track.edits.Duration() - offset;
   struct Chapter {
@@ -112,7 +116,7 @@ void LayOutChapters(TrackRecord& track) {
   std::vector<Chapter> chapters;
   for (const Edit& edit : track.edits.Edits()) {
     const SampleRange shown = SamplesFor(track, edit).samples;
-    if (chapters.size() + shown.Count() > kMostChapters) return;
+    if (chapters.size() + shown.Count() > kMaxChapters) return;
     for (std::uint64_t sample = shown.from; sample < shown.to; ++sample) {
       // If two edits show parts of one chapter, it is still one chapter.
       if (!chapters.empty() && chapters.back().sample == sample) continue;
@@ -127,7 +131,7 @@ void LayOutChapters(TrackRecord& track) {
   for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
     // By rounding, an edit can start before the end of the previous one.
     const std::int64_t lasts = std::max(chapters[i + 1].start - rows.duration, MediaTime{}).units;
-    if (lasts > UINT32_MAX) throw Refused{invalidDuration};
+    if (lasts > UINT32_MAX) throw Refused{invalidDuration, "a chapter lasts too long"};
     const std::uint64_t sample = chapters[i].sample;
     ForEachPiece(media.samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
       rows.AddSample(static_cast<std::uint32_t>(lasts), static_cast<std::uint32_t>(piece.size),
@@ -175,10 +179,12 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
     if (!Plays(track) || (only != nullptr && movie.tracks[i].get() != only)) continue;
     // One track of each kind is enough for a player, and the object descriptor has room for no
     // more.
-    if (!playing.try_emplace(track.media->Type(), &track).second) throw Refused{featureUnsupported};
+    if (!playing.try_emplace(track.media->Type(), &track).second) {
+      throw Refused{featureUnsupported, "two tracks of one kind are enabled"};
+    }
     exported.insert(&track);
   }
-  if (playing.empty()) throw Refused{featureUnsupported};
+  if (playing.empty()) throw Refused{featureUnsupported, "no picture or sound track is enabled"};
   for (const auto& track : converted->tracks) {
     for (std::size_t i = 1; i <= track->CountReferences(kChapters); ++i) {
       TrackRecord* chapters = track->Reference(kChapters, i);
@@ -213,17 +219,19 @@ std::unique_ptr<MovieRecord> ForMpeg4(const MovieRecord& movie, const TrackRecor
 // The profile and level of the sound with that description, as an object descriptor states it.
 std::uint8_t SoundLevel(ByteSpan description) {
   const auto stream = StreamIn(description);
-  if (!stream || stream->objectType != ElementaryStream::kAudio) return ProfileLevels::kNotSaid;
+  if (!stream || stream->objectType != ElementaryStream::kAudio) return ProfileLevels::kUnspecified;
   const auto config = ReadAudioConfig(stream->Specific());
-  return (config ? AudioProfile(*config) : std::nullopt).value_or(ProfileLevels::kNotSaid);
+  return (config ? AudioProfile(*config) : std::nullopt).value_or(ProfileLevels::kUnspecified);
 }
 
 // The same for pictures.
 std::uint8_t PictureLevel(ByteSpan description) {
   if (AvcConfigIn(description)) return ProfileLevels::kAvc;
   const auto stream = StreamIn(description);
-  if (!stream || stream->objectType != ElementaryStream::kVisual) return ProfileLevels::kNotSaid;
-  return VisualProfile(stream->Specific()).value_or(ProfileLevels::kNotSaid);
+  if (!stream || stream->objectType != ElementaryStream::kVisual) {
+    return ProfileLevels::kUnspecified;
+  }
+  return VisualProfile(stream->Specific()).value_or(ProfileLevels::kUnspecified);
 }
 
 // 'iods', ISO/IEC 14496-14 5.1: the profiles and levels that a player needs. It has room for one
@@ -248,7 +256,7 @@ FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
   if (!settings.keepsCoding) throw Refused{featureUnsupported};
   auto converted = ForMpeg4(movie, only);
   // Files that are interleaved already are copied as a whole, however many chunks they have.
-  FilePlan plan = PlanFlattened(*converted, {.mostChunksKept = UINT64_MAX});
+  FilePlan plan = PlanFlattened(*converted, {.maxChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};
   plan.ownSource = std::move(converted);

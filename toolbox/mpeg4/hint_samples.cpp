@@ -76,10 +76,12 @@ class HintMaker {
   // Adds a unit to the next packet. Sends the packet first if the unit does not fit, has another
   // duration (RFC 3640 has one for all units of a packet), or would make it too long in time.
   void AddSound(const MediaSample& sample) {
-    if (sample.size >= kLargestSoundUnit) throw Refused{invalidSampleTable};
+    if (sample.size >= kLargestSoundUnit) {
+      throw Refused{invalidSampleTable, "a sound sample is too large for packets"};
+    }
     const bool continues =
         !units_.empty() && units_.back().duration == sample.duration &&
-        sample.time + sample.duration - units_[0].time <= payload_.longest &&
+        sample.time + sample.duration - units_[0].time <= payload_.maxDuration &&
         SoundUnitHeadersSize(units_.size() + 1) + unitBytes_ + sample.size <= payload_.room;
     if (!continues) SendSound();
     units_.push_back(sample);
@@ -111,7 +113,9 @@ class HintMaker {
   // Converts media units to units of the payload's clock.
   std::int64_t Clock(std::int64_t time) const { return Rescale(time, scale_, payload_.clock); }
   void StartPacket() {
-    if (hint_.PacketSizes().size() == HintSample::kMostPackets) throw Refused{invalidSampleTable};
+    if (hint_.PacketSizes().size() == HintSample::kMaxPackets) {
+      throw Refused{invalidSampleTable, "a sample needs too many packets"};
+    }
     hint_.StartPacket(payload_.number, sequence_++);
   }
   // Completes the hint sample and passes it on. Its last packet gets the marker. `start` and `end`
@@ -150,15 +154,16 @@ class HintMaker {
   // Reads the length field at `at` of the sample and the byte after it. Throws Refused:
   // invalidSampleTable (the unit does not end in the sample).
   Unit ReadUnit(const MediaSample& sample, std::uint64_t at) {
+    static constexpr char kNoUnit[] = "a sample ends inside a NAL unit";
     std::array<std::uint8_t, 5> bytes{};
     // An empty unit at the end of a sample has no byte after its length.
     const std::uint64_t there = std::min<std::uint64_t>(payload_.lengthSize + 1, sample.size - at);
-    if (there < payload_.lengthSize) throw Refused{invalidSampleTable};
+    if (there < payload_.lengthSize) throw Refused{invalidSampleTable, kNoUnit};
     sources_.Open(*sample.from, [] {}).Read(sample.at + at, std::span(bytes).first(there));
     const Unit unit{at + payload_.lengthSize,
                     NalUnitLength(ByteSpan(bytes).first(payload_.lengthSize)),
                     bytes[payload_.lengthSize]};
-    if (unit.length > sample.size - unit.at) throw Refused{invalidSampleTable};
+    if (unit.length > sample.size - unit.at) throw Refused{invalidSampleTable, kNoUnit};
     return unit;
   }
 

@@ -17,7 +17,7 @@ struct Payload {
   std::uint8_t number = 96;  // RTP payload type; 96 is the first dynamic one
   std::int32_t clock = 90'000;  // RTP units a second
   std::uint32_t room = 0;  // bytes in a packet after the RTP header; at least kLeastRoom
-  std::int64_t longest = 0;  // the most sound in a packet, in media units
+  std::int64_t maxDuration = 0;  // the most sound in a packet, in media units
   std::uint32_t lengthSize = 0;  // of the field before each NAL unit, in bytes; only kAvc
 
   static constexpr std::uint32_t kLeastRoom = 64;

@@ -34,7 +34,7 @@ HintFacts Measure(const FilePlan& plan, std::size_t track, const Payload& payloa
   std::int64_t time = 0, second = 0;
   std::uint64_t packets = 0, bytes = 0, inSecond = 0, fullestSecond = 0;
   MakeHintSamples(plan, track, payload, [&](const HintSample& sample, std::int64_t duration) {
-    if (duration > UINT32_MAX) throw Refused{invalidDuration};
+    if (duration > UINT32_MAX) throw Refused{invalidDuration, "a hint sample lasts too long"};
     ++facts.rows.count;
     facts.rows.sizes.Add(sample.Content().size());
     facts.rows.AddTimes(1, static_cast<std::uint32_t>(duration));
@@ -114,18 +114,22 @@ EditList HintEdits(const TrackRecord& hinted, Clock clock, MediaTime length) {
 std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Settings& settings) {
   // Ten hours of sound have a few million samples. A file that claims many more is refused: the
   // hint samples are made twice, so it would take too long.
-  constexpr std::uint64_t kMostSamples = 1 << 25;
+  constexpr std::uint64_t kMaxSamples = 1 << 25;
   TrackRecord& hinted = *plan.movie->tracks[index];
   const MediaHeader& from = hinted.media->header;
-  if (hinted.media->samples.Count() > kMostSamples) throw Refused{featureUnsupported};
+  if (hinted.media->samples.Count() > kMaxSamples) {
+    throw Refused{featureUnsupported, "the track has too many samples"};
+  }
   DescribedPayload described = DescribePayload(*hinted.media);
   Payload& payload = described.payload;
   // Each track of a session needs a payload type of its own.
   payload.number = static_cast<std::uint8_t>(payload.number + index);
   const std::uint32_t packetSize = std::min<std::uint32_t>(settings.packetSize, UINT16_MAX);
-  if (packetSize < kRtpHeader + Payload::kLeastRoom) throw Refused{featureUnsupported};
+  if (packetSize < kRtpHeader + Payload::kLeastRoom) {
+    throw Refused{featureUnsupported, "the packets are too small"};
+  }
   payload.room = packetSize - kRtpHeader;
-  payload.longest = Rescale(settings.packetDuration, 1000, from.scale, Rounding::kDown);
+  payload.maxDuration = Rescale(settings.packetDuration, 1000, from.scale, Rounding::kDown);
   HintFacts facts = Measure(plan, index, payload);
   TakeSync(hinted.media->samples, facts.rows);
 

@@ -24,9 +24,9 @@ Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
   Bytes kept, stream;
   if (isAvc) {
     // An 'avcC' is copied unchanged, but it must be readable.
-    Required(AvcConfigIn(description));
+    ValueOrRefuse(AvcConfigIn(description));
   } else {
-    stream = EncodeElementaryStream(Required(StreamIn(description)), LengthBytes::kFour);
+    stream = EncodeElementaryStream(ValueOrRefuse(StreamIn(description)), LengthBytes::kFour);
   }
   const auto keep = [&](ByteSpan atom) { kept.insert(kept.end(), atom.begin(), atom.end()); };
   bool hasConfig = false;
@@ -46,7 +46,7 @@ Bytes IsoAtoms(ByteSpan description, const PictureEntry& entry) {
 // Converts a picture description. The fields that are not set here have the values that ISO
 // requires.
 Bytes PictureDescription(ByteSpan description) {
-  const PictureEntry stated = Required(ReadPictureEntry(description));
+  const PictureEntry stated = ValueOrRefuse(ReadPictureEntry(description));
   return Encode(PictureEntry{.format = stated.format,
                              .reserved = stated.reserved,
                              .dataReference = stated.dataReference,
@@ -59,8 +59,8 @@ Bytes PictureDescription(ByteSpan description) {
 // Builds an entry of version 0, whatever version QuickTime uses. `scale` is the sample rate in Hz,
 // unless an entry of version 2 states the rate.
 Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
-  const SoundEntry stated = Required(ReadSoundEntry(description));
-  const ElementaryStream stream = Required(StreamIn(description));
+  const SoundEntry stated = ValueOrRefuse(ReadSoundEntry(description));
+  const ElementaryStream stream = ValueOrRefuse(StreamIn(description));
   const auto wide = stated.Wide();
   const double rate = wide ? wide->Rate() : scale;
   std::uint32_t channels = wide ? wide->channels : stated.channels;
@@ -86,11 +86,11 @@ Bytes SoundDescription(ByteSpan description, std::int32_t scale) {
 }  // namespace
 
 Bytes Mpeg4Description(ByteSpan description, std::int32_t scale) {
-  if (description.size() < 16) throw Refused{invalidSampleDescription};
+  if (description.size() < 16) throw Refused{invalidSampleDescription, "it is too short"};
   const FourCC format = EntryFormat(description);
   if (format == kAudio) return SoundDescription(description, scale);
   if (format == kAvc || format == kVisual) return PictureDescription(description);
-  throw Refused{featureUnsupported};
+  throw Refused{featureUnsupported, "MPEG-4 files cannot have its coding"};
 }
 
 }  // namespace toolbox

@@ -13,8 +13,8 @@ namespace toolbox {
 // The value of a part that every description must have. Throws Refused: invalidSampleDescription
 // (there is none).
 template <class T>
-T Required(std::optional<T> part) {
-  if (!part) throw Refused{invalidSampleDescription};
+T ValueOrRefuse(std::optional<T> part) {
+  if (!part) throw Refused{invalidSampleDescription, "a decoder needs more than it has"};
   return *std::move(part);
 }
 

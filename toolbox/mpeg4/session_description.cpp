@@ -59,8 +59,8 @@ DescribedPayload DescribeVisual(const ElementaryStream& stream) {
 DescribedPayload DescribeAudio(const ElementaryStream& stream, std::uint32_t channels,
                                std::int32_t scale) {
   const ByteSpan specific = stream.Specific();
-  const AudioConfig config = Required(ReadAudioConfig(specific));
-  const int profile = AudioProfile(config).value_or(ProfileLevels::kNotSaid);
+  const AudioConfig config = ValueOrRefuse(ReadAudioConfig(specific));
+  const int profile = AudioProfile(config).value_or(ProfileLevels::kUnspecified);
   return {.payload = {.kind = Payload::Kind::kAudio, .clock = scale},
           .encoding = "mpeg4-generic/" + std::to_string(scale) + "/" + std::to_string(channels),
           .parameters = "streamtype=5; profile-level-id=" + std::to_string(profile) +
@@ -76,17 +76,19 @@ std::string Bandwidth(std::uint64_t bitRate) {
 // Describes the samples of one description of the media.
 DescribedPayload Describe(const MediaRecord& media, const SampleDescription& described) {
   const ByteSpan description = described.bytes;
-  if (described.Format() == FourCC{"avc1"}) return DescribeAvc(Required(AvcConfigIn(description)));
-  const ElementaryStream stream = Required(StreamIn(description));
+  if (described.Format() == FourCC{"avc1"}) {
+    return DescribeAvc(ValueOrRefuse(AvcConfigIn(description)));
+  }
+  const ElementaryStream stream = ValueOrRefuse(StreamIn(description));
   if (media.Type() == FourCC{"soun"} && stream.objectType == ElementaryStream::kAudio) {
-    return DescribeAudio(stream, Required(ReadSoundEntry(description)).channels,
+    return DescribeAudio(stream, ValueOrRefuse(ReadSoundEntry(description)).channels,
                          media.header.scale);
   }
   // Other codings have other RTP payloads, which the toolbox does not make.
   if (media.Type() == FourCC{"vide"} && stream.objectType == ElementaryStream::kVisual) {
     return DescribeVisual(stream);
   }
-  throw Refused{invalidSampleDescription};
+  throw Refused{invalidSampleDescription, "there are no RTP packets for this coding"};
 }
 
 }  // namespace
@@ -94,7 +96,9 @@ DescribedPayload Describe(const MediaRecord& media, const SampleDescription& des
 DescribedPayload DescribePayload(const MediaRecord& media) {
   DescribedPayload first = Describe(media, media.descriptions.at(0));
   for (const SampleDescription& description : media.descriptions) {
-    if (Describe(media, description) != first) throw Refused{invalidSampleDescription};
+    if (Describe(media, description) != first) {
+      throw Refused{invalidSampleDescription, "the track changes its coding"};
+    }
   }
   return first;
 }

@@ -17,7 +17,7 @@ struct DescribedPayload {
   friend bool operator==(const DescribedPayload&, const DescribedPayload&) = default;
 };
 
-// Returns the payload of the media, with its defaults for `number`, `room` and `longest`. The
+// Returns the payload of the media, with its defaults for `number`, `room` and `maxDuration`. The
 // descriptions of the media come from Mpeg4Description, and there is at least one. Throws Refused:
 // invalidSampleDescription (the coding has no payload here, or the descriptions need different
 // ones: a session description can state only one for each track).

@@ -13,7 +13,7 @@ struct FlattenOptions {
   // Samples are copied in the order of their files if the files are interleaved already, are used
   // without a gap, and have at most this many chunks. That is fast, because the kernel copies large
   // blocks, but the header then has all the chunks of the source. 0: never.
-  std::uint64_t mostChunksKept = 0;
+  std::uint64_t maxChunksKept = 0;
 };
 
 // Plans to copy every sample that is shown and every sample needed to decode those. The movie must

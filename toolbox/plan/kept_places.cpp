@@ -112,10 +112,10 @@ std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTi
 bool KeptPlaces::IsInterleaved() const {
   // Everything shown at one time must be before everything shown two seconds later. A long movie is
   // checked only at some times.
-  constexpr std::int64_t kSeconds = 2, kMostLooks = 2000;
+  constexpr std::int64_t kSeconds = 2, kMaxLooks = 2000;
   const MovieTime apart{kSeconds * plan_.movie->header.scale};
   const MovieTime length = plan_.movie->Duration();
-  const MovieTime step = std::max(apart, MovieTime{length.units / kMostLooks});
+  const MovieTime step = std::max(apart, MovieTime{length.units / kMaxLooks});
   std::uint64_t farthest = 0;
   // Whether everything shown at `time` is after all places that were checked before.
   const auto isAfter = [&](MovieTime time) {

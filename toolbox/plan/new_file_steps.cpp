@@ -45,7 +45,7 @@ class NewFile {
 // The size of a movie header at byte `start` if the media data is directly after it. The size of
 // the header changes the chunk offsets, and offsets that need 64 bits make the header larger. So
 // this repeats until the size no longer changes, which takes a round or two.
-std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
+std::uint64_t SizeBeforeData(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
   std::uint64_t size = header.SizeAt(start + dataHead);
   for (std::uint64_t before = 0; before != size;) {
     before = size;
@@ -57,8 +57,8 @@ std::uint64_t SizeInFront(PlannedHeader& header, std::uint64_t start, std::uint6
 // The compressed movie header for the same place. Its size is known only after it was compressed,
 // and it changes with the chunk offsets. So each round reserves the size of the last result and a
 // little more. The unused rest becomes a 'free' atom, which needs at least 8 bytes.
-Bytes CompressInFront(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
-  Bytes movie = header.Compress(start + SizeInFront(header, start, dataHead) + dataHead);
+Bytes CompressBeforeData(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
+  Bytes movie = header.Compress(start + SizeBeforeData(header, start, dataHead) + dataHead);
   std::uint64_t room = 0;
   do {
     room = movie.size() + 64 + movie.size() / 256;
@@ -90,7 +90,9 @@ void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file)
   ForEachExtent(locations, [&](const auto& item, const auto& extent) {
     // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), and the new file does not contain
     // the whole old file.
-    if (extent.length == 0) throw Refused{featureUnsupported};
+    if (extent.length == 0) {
+      throw Refused{featureUnsupported, "an item of 'meta' is the whole old file"};
+    }
     CheckEnd(item.base, extent.offset, source.Size(), source.Path());
     CheckEnd(item.base + extent.offset, extent.length, source.Size(), source.Path());
     const Range range(item.base + extent.offset, extent.length);
@@ -140,9 +142,9 @@ void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, Ne
     return AddHeader(layout.compress, header, start + dataHead, file);
   }
   if (layout.compress) {
-    file.Write(CompressInFront(header, start, dataHead));
+    file.Write(CompressBeforeData(header, start, dataHead));
   } else {
-    const std::uint64_t size = SizeInFront(header, start, dataHead);
+    const std::uint64_t size = SizeBeforeData(header, start, dataHead);
     file.WriteHeader(size, start + size + dataHead);
   }
   file.AddMedia(plan);

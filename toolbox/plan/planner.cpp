@@ -144,12 +144,12 @@ void Planner::Cut(std::size_t index) {
   }
 }
 
-bool Planner::KeepPlaces(std::uint64_t mostChunks) {
-  if (mostChunks == 0) return false;
+bool Planner::KeepPlaces(std::uint64_t maxChunks) {
+  if (maxChunks == 0) return false;
   KeptPlaces kept(plan_);
   for (const auto& [index, prepared] : prepared_) {
     for (const UsedSamples& part : prepared.used) {
-      if (!kept.Add(index, part, prepared.ends) || kept.Chunks() > mostChunks) return false;
+      if (!kept.Add(index, part, prepared.ends) || kept.Chunks() > maxChunks) return false;
     }
   }
   return kept.Take();
@@ -181,7 +181,7 @@ void Planner::AddAuxiliary(std::size_t index) {
   // Without all of this information the samples cannot be decrypted.
   const auto stated = std::ranges::count(kept->otherTables, FourCC{"saio"}, &Sibling::type);
   if (source.IsProtected() && found.size() != static_cast<std::size_t>(stated)) {
-    throw Refused{invalidSampleTable};
+    throw Refused{invalidSampleTable, "data that decrypts the samples cannot be found"};
   }
   for (const AuxiliaryData& data : found) {
     track.auxiliary->push_back({data.table, plan_.dataSize});

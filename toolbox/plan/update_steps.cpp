@@ -26,11 +26,11 @@ bool IsLeftover(const FileOutline& file, const FileOutline::Part& part) {
 
 // Throws Refused (featureUnsupported) if the old movie or its fragments contain auxiliary
 // information that encrypted samples need. Freeing them would lose it.
-void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
+void CheckOldMovieIsRemovable(const FilePlan& plan, const FileOutline& file) {
   const auto isLost = [&file](const CopyRange& range) {
     return std::ranges::any_of(file.atoms, [&](const FileOutline::Part& part) {
-      const bool isToGo = &part == &file.Movie() || BelongsToFragments(part.type);
-      return isToGo && range.at < part.at + part.size && range.at + range.length > part.at;
+      const bool isRemoved = &part == &file.Movie() || BelongsToFragments(part.type);
+      return isRemoved && range.at < part.at + part.size && range.at + range.length > part.at;
     });
   };
   for (const TrackPlan& track : plan.tracks) {
@@ -39,7 +39,7 @@ void CheckOldMovieMayGo(const FilePlan& plan, const FileOutline& file) {
     for (const AuxiliaryData& data : FindAuxiliaryData(media, media.samples)) {
       for (const CopyRange& range : data.ranges) {
         if (std::holds_alternative<ThisFile>(*range.from) && isLost(range)) {
-          throw Refused{featureUnsupported};
+          throw Refused{featureUnsupported, "encrypted samples need data in the old movie header"};
         }
       }
     }
@@ -213,7 +213,7 @@ std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
 //
 //   | ftyp, if it was first | new moov | new mdat, if any | kept stretches of the old file |
 std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
-  if (file.locatesItems) throw Refused{featureUnsupported};
+  if (file.locatesItems) throw Refused{featureUnsupported, "items of 'meta' would move"};
   const FileOutline::Part& first = file.atoms.front();
   const std::uint64_t start = first.type == FourCC{"ftyp"} ? first.size : 0;
   const std::vector<Stretch> kept = KeptFrom(file, start);
@@ -249,7 +249,7 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
 }  // namespace
 
 UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
-  CheckOldMovieMayGo(plan, file);
+  CheckOldMovieIsRemovable(plan, file);
   UpdateSteps steps;
   if (auto stage = FreeLeftovers(file)) steps.inPlace.push_back(std::move(*stage));
   if (!PlanInPlace(plan, file, header, steps.inPlace)) {

@@ -61,7 +61,9 @@ std::vector<FileAtom> FindFileAtoms(const ByteSource& source) {
 AtomToCopy LoadFileAtom(const FileAtom& atom, const ByteSource& source) try {
   AtomToCopy loaded{atom, {}, std::nullopt};
   if (atom.type != kMeta) return loaded;
-  if (atom.size > kLargestMeta) throw Refused{featureUnsupported};
+  if (atom.size > kLargestMeta) {
+    throw Refused{featureUnsupported, "'meta' is too large", source.Path()};
+  }
   loaded.content = source.Load(atom.ContentAt(), atom.ContentSize());
   auto items = ItemLocations::In(loaded.content.Span());
   if (items && std::ranges::any_of(items->items, &ItemLocations::Item::IsInFile)) {

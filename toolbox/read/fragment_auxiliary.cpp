@@ -6,7 +6,9 @@ namespace toolbox {
 
 void FragmentAuxiliary::Add(const Part& part) {
   if (!part.kind) return;
-  if (kind_ && !kind_->IsSame(*part.kind)) throw Refused{featureUnsupported};
+  if (kind_ && !kind_->IsSame(*part.kind)) {
+    throw Refused{featureUnsupported, "two kinds of auxiliary information"};
+  }
   kind_ = part.kind;
   // Earlier samples and chunks without information get size and offset 0.
   sizes_.resize(rows_.count);

@@ -123,17 +123,17 @@ void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {
   track.edits = std::move(shown);
 }
 
-void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits) {
+void DropCommonDelay(MovieRecord& movie, std::span<const MovieTime> delays) {
   std::optional<MovieTime> common;
-  for (std::size_t i = 0; i < waits.size(); ++i) {
+  for (std::size_t i = 0; i < delays.size(); ++i) {
     // A track without edits shows nothing, so it has no delay to compare.
     if (movie.tracks[i]->edits.Edits().empty()) continue;
-    common = common ? std::min(*common, waits[i]) : waits[i];
+    common = common ? std::min(*common, delays[i]) : delays[i];
   }
   for (const auto& track : movie.tracks) {
     if (common && common->units > 0) track->edits.Delete({}, *common, track->TimeClock());
     if (track->edits.Duration().units > kLongest) {
-      throw Malformed("a track begins too late");
+      throw Malformed("the delay of a track is too long");
     }
   }
 }

@@ -35,9 +35,9 @@ struct MediaStretch {
 //   | media, gaps included |    ->    | media | nothing | media |
 void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track);
 
-// Deletes from the start of every track the delay that all tracks share. `waits` has the delay of
+// Deletes from the start of every track the delay that all tracks share. `delays` has the delay of
 // each track, as ReadEdits returned it. Without this, a recording of the last hour of a day would
 // begin with 23 empty hours. Throws Malformed if a track is still too long after that.
-void DropCommonWait(MovieRecord& movie, std::span<const MovieTime> waits);
+void DropCommonDelay(MovieRecord& movie, std::span<const MovieTime> delays);
 
 }  // namespace toolbox

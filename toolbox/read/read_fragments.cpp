@@ -127,7 +127,7 @@ class TrackFiller {
     if (!rows_.packings.empty()) {
       const Packing packing = rows_.PackingOf(description);
       if (packing.samples == 1 && packing.bytes == size) return;
-      throw Refused{featureUnsupported};  // packets and plain samples in one table
+      throw Refused{featureUnsupported, "packets and plain samples in one track"};
     }
     if (rows_.sizes.IsEmpty()) {
       if (filled_ == 0) rows_.constantSize = size;
@@ -217,7 +217,7 @@ class FragmentReader {
     std::optional<std::uint64_t> dataEnd;
     // The output has tables instead of fragments, and tables cannot state keys that change in the
     // middle of a movie.
-    if (fragment.protection) throw Refused{featureUnsupported};
+    if (fragment.protection) throw Refused{featureUnsupported, "a fragment has keys of its own"};
     for (TrackFragment& track : fragment.tracks) {
       InAtom(TrackFragment::kType, [&] { ReadTrack(track, fragmentAt, dataEnd); });
     }
@@ -259,7 +259,7 @@ class FragmentReader {
       const std::uint32_t number =
           header.Has(kDescription) ? header.description : defaults.description;
       if (number == 0 || number > filler->second.Descriptions()) {
-        throw Malformed("a fragment has no description");
+        throw Malformed("a fragment names a sample description that is missing");
       }
       run.description = number - 1;
       run.track = &filler->second;
@@ -302,7 +302,7 @@ class FragmentReader {
     const auto& offsets = fragment.auxiliaryOffsets;
     // Only both tables together locate the information that decrypts samples.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
-      throw Refused{featureUnsupported};
+      throw Refused{featureUnsupported, "'saiz' and 'saio' are not both there"};
     }
     if (sizes) ReadAuxiliary(*sizes, *offsets, base, runs);
   }
@@ -316,7 +316,7 @@ class FragmentReader {
     const bool isOneEach = places.size() == runs.size();
     if (!sizes.IsComplete() || !sizes.kind.IsSame(offsets.kind) ||
         (!isOneEach && places.size() != 1)) {
-      throw Refused{featureUnsupported};
+      throw Refused{featureUnsupported, "'saiz' and 'saio' do not match"};
     }
     std::uint64_t sample = 0, next = places.front();
     for (std::size_t i = 0; i < runs.size(); ++i) {

@@ -33,7 +33,7 @@ FragmentGroups ReadPlain(const SampleToGroup& plain, std::uint32_t samples) {
 // more runs than in any real file: a few bytes of patterns can claim billions of them.
 std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
                                           std::uint32_t samples) {
-  constexpr std::size_t kMostRuns = 4'000'000;
+  constexpr std::size_t kMaxRuns = 4'000'000;
   if (!compact.IsKnownVersion()) return std::nullopt;
   FragmentGroups read;
   const std::uint32_t version = compact.HasParameter() ? 1 : 0;  // of the equivalent 'sbgp'
@@ -47,7 +47,7 @@ std::optional<FragmentGroups> ReadCompact(const CompactSampleToGroup& compact,
     // A pattern of one group is one run, however long it is.
     const bool isOne = std::ranges::count(numbers, numbers[0]) == std::ssize(numbers);
     for (std::uint32_t sample = first; sample < read.mapped; ++sample) {
-      isPlausible = runs.size() <= kMostRuns;
+      isPlausible = runs.size() <= kMaxRuns;
       if (!isPlausible) break;
       AddGroupRun(runs, sample, numbers[(sample - first) % numbers.size()]);
       if (isOne) break;

@@ -103,7 +103,7 @@ bool ShowsText(const TrackRecord& track) {
 void FinishTracks(MovieRecord& movie, const MovieAtoms& atoms, std::vector<FragmentedTrack>& read,
                   const MovieFile& file) {
   if (atoms.extends) ReadFragments(file.source, *atoms.extends, read);
-  std::vector<MovieTime> waits;
+  std::vector<MovieTime> delays;
   for (std::size_t i = 0; i < read.size(); ++i) {
     TrackRecord& track = *movie.tracks[i];
     if (read[i].rows) {
@@ -112,10 +112,10 @@ void FinishTracks(MovieRecord& movie, const MovieAtoms& atoms, std::vector<Fragm
     }
     const auto& edits = atoms.tracks[i].edits;
     const EditEntries* list = edits && edits->entries ? &*edits->entries : nullptr;
-    waits.push_back(ReadEdits(list, atoms.extends.has_value(), read[i].start, track));
+    delays.push_back(ReadEdits(list, atoms.extends.has_value(), read[i].start, track));
     if (!read[i].gaps.empty() && ShowsText(track)) HideGaps(read[i].gaps, track);
   }
-  DropCommonWait(movie, waits);
+  DropCommonDelay(movie, delays);
 }
 
 // Replaces the track IDs of references ('tref', ISO/IEC 14496-12 8.3.3) by pointers; null if the

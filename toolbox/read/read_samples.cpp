@@ -144,7 +144,7 @@ void ReadChunks(const SampleTableAtoms& table, std::size_t descriptions, SampleR
       throw Malformed("the runs of chunks are out of order");
     }
     if (row.samplesPerChunk != 0 && (row.description == 0 || row.description > descriptions)) {
-      throw Malformed("a chunk has no description");
+      throw Malformed("a chunk names a sample description that is missing");
     }
     add(row.firstChunk);
     last = row;

@@ -6,13 +6,15 @@
 
 namespace toolbox {
 
-SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t longest) {
+SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t maxSize) {
   const auto [from, to] = WholePackets(media.samples, {sample, sample + 1});
-  if (!IsLocated(media.samples, {from, to})) throw Refused{invalidSampleTable};
+  if (!IsLocated(media.samples, {from, to})) {
+    throw Refused{invalidSampleTable, "the sample is in no chunk"};
+  }
   SampleData data;
   data.first = from;
   ForEachPiece(media.samples, {from, to}, [&](const SamplePiece& piece) {
-    if (longest != 0 && piece.size > longest) throw Refused{maxSizeToGrowTooSmall};
+    if (maxSize != 0 && piece.size > maxSize) throw Refused{maxSizeToGrowTooSmall};
     const auto source = OpenSource(media.ReferenceOf(piece.description), media.MovieFile());
     CheckEnd(piece.offset, piece.size, source->Size(), source->Path());
     data.count = piece.count;

@@ -17,10 +17,10 @@ struct SampleData {
   Bytes bytes;
 };
 
-// Reads the sample with index `sample` and closes its file again. `longest` limits its size in
+// Reads the sample with index `sample` and closes its file again. `maxSize` limits its size in
 // bytes; 0 is no limit. Throws Refused: invalidSampleTable (the sample has no place in a file),
-// couldNotResolveDataRef (its file is not found), maxSizeToGrowTooSmall (more than `longest`
+// couldNotResolveDataRef (its file is not found), maxSizeToGrowTooSmall (more than `maxSize`
 // bytes), eofErr (the file ends before it), and what opening a file throws.
-SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t longest);
+SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t maxSize);
 
 }  // namespace toolbox

@@ -39,7 +39,7 @@ class OpenSources {
     if (found != opened_.end()) {
       opened_.splice(opened_.begin(), opened_, found);
     } else {
-      if (opened_.size() == kMost) {
+      if (opened_.size() == kMaxOpen) {
         beforeClosing();
         opened_.pop_back();
       }
@@ -49,7 +49,7 @@ class OpenSources {
   }
 
  private:
-  static constexpr std::size_t kMost = 32;
+  static constexpr std::size_t kMaxOpen = 32;
   struct Opened {
     const DataReference* reference;
     std::unique_ptr<ByteSource> source;

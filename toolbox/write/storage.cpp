@@ -53,7 +53,7 @@ std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Exis
   const auto replaced = StateOf(path);
   const auto uses = [&](const MovieRecord* movie) { return movie->Uses(replaced->identity); };
   if (replaced && std::ranges::any_of(MovieRecord::All(), uses)) {
-    throw Refused{fBsyErr, "a movie of this run needs it", path.native()};
+    throw Refused{fBsyErr, "an open movie uses it", path.native()};
   }
   return std::make_unique<OutputFile>(path, existing);
 }
@@ -72,7 +72,7 @@ void CheckMayReplace(const MovieRecord& movie, const boost::filesystem::path& ta
 struct StorageRecord {
   boost::filesystem::path path;  // of an existing file: without links
   std::unique_ptr<FileSource> existing;  // null: a new file
-  bool isToBeUpdated = false;  // then the file is locked
+  bool isForUpdate = false;  // then the file is locked
   std::unique_ptr<OutputFile> output;  // null: an existing file, or writing has failed
   std::vector<OtherFile> sources;  // what the new file refers to
 };
@@ -115,11 +115,10 @@ void CheckSame(const StorageRecord& storage, const MovieRecord& movie) {
 StorageRecord* OpenStorage(const boost::filesystem::path& path, StorageAccess access) try {
   auto storage = std::make_unique<StorageRecord>();
   storage->path = RealPath(path);
-  storage->isToBeUpdated = access == StorageAccess::kUpdate;
-  storage->existing =
-      std::make_unique<FileSource>(path, storage->isToBeUpdated ? O_RDWR : O_RDONLY);
+  storage->isForUpdate = access == StorageAccess::kUpdate;
+  storage->existing = std::make_unique<FileSource>(path, storage->isForUpdate ? O_RDWR : O_RDONLY);
   const int file = storage->existing->Descriptor();
-  if (storage->isToBeUpdated) Required([file] { return flock(file, LOCK_EX | LOCK_NB); });
+  if (storage->isForUpdate) Required([file] { return flock(file, LOCK_EX | LOCK_NB); });
   storage->existing->Renew();
   return Keep(std::move(storage));
 } catch (Failure& failure) {
@@ -170,7 +169,7 @@ void PutInStorage(ByteSpan bytes, std::int64_t at, StorageRecord* storage) {
 
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage) {
   StorageRecord& record = **Find(storage);
-  if (!record.isToBeUpdated) throw Refused{dataNotOpenForWrite};
+  if (!record.isForUpdate) throw Refused{dataNotOpenForWrite};
   CheckMayReplace(movie, record.path);
   CheckSame(record, movie);
   const FileIdentity file = record.existing->State().identity;
@@ -201,12 +200,11 @@ void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,
                         const boost::filesystem::path& path, Existing existing) {
   // With more chunks than this, compressing the header takes longer than cutting the samples into
   // fewer chunks.
-  constexpr std::uint64_t kMostCompressedChunks = 300'000;
-  const std::uint64_t mostChunks = options.layout.compress ? kMostCompressedChunks : UINT64_MAX;
-  const FilePlan plan =
-      PlanFlattened(movie, {.onlyEnabled = options.onlyEnabled,
-                            .interleave = options.interleave,
-                            .mostChunksKept = options.interleave ? mostChunks : 0});
+  constexpr std::uint64_t kMaxCompressedChunks = 300'000;
+  const std::uint64_t maxChunks = options.layout.compress ? kMaxCompressedChunks : UINT64_MAX;
+  const FilePlan plan = PlanFlattened(movie, {.onlyEnabled = options.onlyEnabled,
+                                              .interleave = options.interleave,
+                                              .maxChunksKept = options.interleave ? maxChunks : 0});
   WriteNewFile(plan, options.layout, path, existing);
 }
 

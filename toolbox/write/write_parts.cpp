@@ -57,7 +57,7 @@ void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
     at += bytes.size();
     Report(bytes.size());
   });
-  if (at != part.at + part.size) throw Refused{ioErr};
+  if (at != part.at + part.size) throw Refused{ioErr, "the data to write has changed its size"};
 }
 
 void PartsWriter::Report(std::uint64_t bytes) {

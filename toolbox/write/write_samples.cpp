@@ -18,7 +18,7 @@ namespace {
 
 std::uint32_t Count(std::uint64_t count) {
   // Counts in a file have 32 bits.
-  if (count > UINT32_MAX) throw Refused{invalidSampleTable};
+  if (count > UINT32_MAX) throw Refused{invalidSampleTable, "a table has too many rows"};
   return static_cast<std::uint32_t>(count);
 }
 
@@ -166,7 +166,9 @@ template <class Io>
 void AddTimes(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKind kind) {
   table.times = TimeToSample{0, RowsOf<TimeToSample::Row>(io, [&samples](auto&& visit) {
                                ForEachTime(samples, [&](std::uint32_t count, std::int64_t delta) {
-                                 if (delta > UINT32_MAX) throw Refused{invalidDuration};
+                                 if (delta > UINT32_MAX) {
+                                   throw Refused{invalidDuration, "a sample lasts too long"};
+                                 }
                                  visit({count, static_cast<std::uint32_t>(delta)});
                                });
                              })};

@@ -23,7 +23,7 @@ TEST_F(ByteSourceTest, WhatIsOwnedOutlastsItsFile) {
   const boost::filesystem::path path = Store("file", bytes);
   const HeldBytes held = FileSource(path).Load(5, bytes.size() - 5);
   const std::uint8_t* before = held.Span().data();
-  held.Own();
+  held.Detach();
   Store("file", {});
   EXPECT_EQ(held.Span().data(), before);
   EXPECT_TRUE(std::ranges::equal(held.Span(), ByteSpan(bytes).subspan(5)));

@@ -398,11 +398,11 @@ TEST(SampleTable, ReadsTheRollDistanceOfASample) {
 TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
   const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
   SampleTable joined;
-  EXPECT_EQ(joined.AppendInStep(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
-  EXPECT_EQ(joined.AppendInStep(plain, {0, 2}, std::vector{0U}), MediaTime{40});
+  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
+  EXPECT_EQ(joined.AppendWithoutDelay(plain, {0, 2}, std::vector{0U}), MediaTime{40});
   // Moving it in parts gives the same result as moving it at once.
-  EXPECT_EQ(joined.AppendInStep(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
-  EXPECT_EQ(joined.AppendInStep(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
+  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
+  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
   EXPECT_EQ(joined.Duration(), MediaTime{100});
   std::vector<std::int64_t> shown;
   for (std::uint64_t i = 0; i < joined.Count(); ++i) shown.push_back(ShownAt(joined, i).units);

@@ -34,8 +34,8 @@ class KeptPlaces : public InFolder {
     }
     AddPlainTrack(movie_, type, 600, rows);
   }
-  FilePlan Flattened(std::uint64_t mostChunks = 1000) {
-    return PlanFlattened(movie_, {.mostChunksKept = mostChunks});
+  FilePlan Flattened(std::uint64_t maxChunks = 1000) {
+    return PlanFlattened(movie_, {.maxChunksKept = maxChunks});
   }
   // Checks that each byte of a sample in the output is a copy of the same byte in the source.
   void ExpectEverySampleCopied(const FilePlan& plan) {

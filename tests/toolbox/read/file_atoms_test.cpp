@@ -61,7 +61,7 @@ TEST_F(FileAtoms, AreKeptUnlessTheySayNothing) {
   }
 }
 
-TEST_F(FileAtoms, EndWithWhatNoAtomIs) {
+TEST_F(FileAtoms, EndWithATrailer) {
   const Bytes trailer = Join(U32(7), Text("the camera's own"));
   const Bytes own = Atom("uuid", Text("0123456789abcdef"));
   const auto movie = Opened("in.mov", {}, Join(own, trailer));

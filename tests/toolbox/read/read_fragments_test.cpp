@@ -266,7 +266,7 @@ TEST_F(ReadFragments, BelieveNothing) {
   }
 }
 
-TEST_F(ReadFragments, LeadToWhatLiesBesideTheSamples) {
+TEST_F(ReadFragments, HaveAuxiliaryData) {
   // Two samples without auxiliary information, then five with sizes 1 to 5 in two adjacent runs.
   const Bytes beside = Join(Atom("saiz", U32(0), U8(0), U32(5), Bytes{1, 2, 3, 4, 5}),
                             Atom("saio", U32(0), U32(1), U32(300)));

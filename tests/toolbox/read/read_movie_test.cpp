@@ -111,7 +111,7 @@ TEST_F(ReadMovie, TellsWhatTheHeadersSay) {
   EXPECT_EQ(track.media->descriptions.size(), 1U);
 }
 
-TEST_F(ReadMovie, FindsTheHeaderWhereverItLies) {
+TEST_F(ReadMovie, FindsTheHeaderAtAnyPlace) {
   const Bytes data = Atom("mdat", Zeros(60)), stretched = Join(U32(0), Text("mdat"), Zeros(60));
   const Bytes toTheEnd = Join(U32(0), Bytes(kMovie.begin() + 4, kMovie.end()));
   const Bytes wide = WideAtom("moov", MovieHeaderAtom(), kTrack);

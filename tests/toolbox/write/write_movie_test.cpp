@@ -271,7 +271,7 @@ Bytes Beside(std::uint32_t at) {
 }
 Bytes Secret() { return Atom("encv", Zeros(6), U16(1)); }
 
-TEST_F(WriteMovie, CopiesWhatLiesBesideTheSamples) {
+TEST_F(WriteMovie, CopiesAuxiliaryData) {
   const auto movie = Opened("in.mov", FileWith(Beside(20), Secret()));
   // This join uses nothing of the other file.
   const auto join = Opened("join.mov", FileWith(Beside(20)));
