@@ -16,6 +16,7 @@
 //   A                 exactly one; reading throws Malformed if there is none
 //   std::optional<A>  one or none; A can be a variant of atoms
 //   std::vector<A>    any number; A can be a variant of atoms, which are then in file order
+//   AtomsToMake<A>    any number; each is made only when it is written
 //   Siblings          all other children as bytes, and the order of all children; comes last
 // clang-format on
 //
@@ -51,6 +52,14 @@ template <class A>
 A Decode(ByteSpan content);
 template <class A>
 void PutAtom(auto& io, const A& atom);
+
+// Children that are made one after the other while they are written, because all of them together
+// would take much memory. `make(i)` returns the child with index `i`.
+template <class A>
+struct AtomsToMake {
+  std::size_t count = 0;
+  std::function<A(std::size_t)> make;
+};
 
 class ChildReader;
 // An atom that lists its children.
@@ -188,6 +197,12 @@ class ChildWriter {
   template <class A>
   void Add(const std::vector<A>& children) {
     for (const A& child : children) Add(child);
+  }
+  template <class A>
+  void Add(const AtomsToMake<A>& children) {
+    for (std::size_t i = 0; i < children.count; ++i) {
+      children_.push_back({A::kType, [this, &children, i] { PutAtom(io_, children.make(i)); }});
+    }
   }
   void Add(const Siblings& siblings) { order_ = siblings; }
   static void Write(Child& child) {

@@ -161,10 +161,11 @@ struct MovieExtends {  // 'mvex', ISO/IEC 14496-12 8.8.1
   static void Children(auto& io, auto& extends) { io(extends.tracks); }
 };
 
-struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
+template <class Tracks>
+struct MovieAtomsWith {  // 'moov', ISO/IEC 14496-12 8.2.1
   static constexpr FourCC kType{"moov"};
   MovieHeader header;
-  std::vector<TrackAtoms> tracks;
+  Tracks tracks;
   std::optional<UserDataAtoms> userData;
   std::optional<MovieExtends> extends;
   Siblings others;
@@ -173,6 +174,8 @@ struct MovieAtoms {  // 'moov', ISO/IEC 14496-12 8.2.1
     io(movie.header, movie.tracks, movie.userData, movie.extends, movie.others);
   }
 };
+using MovieAtoms = MovieAtomsWith<std::vector<TrackAtoms>>;
+using MovieToWrite = MovieAtomsWith<AtomsToMake<TrackAtoms>>;
 
 // 'traf', ISO/IEC 14496-12 8.8.6. Fragments are read but never written, so other children are not
 // kept.

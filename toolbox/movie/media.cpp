@@ -65,25 +65,25 @@ std::uint32_t MediaRecord::FindOrAdd(const SampleDescription& description, std::
 }
 
 void MediaRecord::BeginEdits() {
-  if (newSamples) throw Refused{dataAlreadyOpenForWrite};
+  if (!newSamples.empty()) throw Refused{dataAlreadyOpenForWrite};
   if (dataReferences.empty()) throw Refused{noDefaultDataRef};
   if (std::holds_alternative<Unresolved>(dataReferences[0])) throw Refused{dataNotOpenForWrite};
   const auto* block = std::get_if<InMemory>(&dataReferences[0]);
   NewSamples added{block != nullptr ? *block : InMemory{std::make_shared<Bytes>()}, 0, {}};
   added.dataReference = FindOrAdd(added.block);
-  newSamples = std::move(added);
+  newSamples.push_back(std::move(added));
 }
 
 MediaTime MediaRecord::AddSample(ByteSpan bytes, SampleDescription description,
                                  MediaTime duration) {
-  if (!newSamples) throw Refused{dataNotOpenForWrite};
+  if (newSamples.empty()) throw Refused{dataNotOpenForWrite};
+  auto& [block, dataReference, rows] = newSamples.front();
   if (duration < MediaTime{} || duration > MediaTime{UINT32_MAX}) throw Refused{invalidDuration};
-  if (bytes.size() > UINT32_MAX || newSamples->rows.count == UINT32_MAX) throw Refused{paramErr};
-  description.dataReference = newSamples->dataReference;
+  if (bytes.size() > UINT32_MAX || rows.count == UINT32_MAX) throw Refused{paramErr};
+  description.dataReference = dataReference;
   const std::uint32_t number = FindOrAdd(description);
-  SampleRows& rows = newSamples->rows;
   const MediaTime time = samples.Duration() + rows.duration;
-  Bytes& data = *newSamples->block.data;
+  Bytes& data = *block.data;
   rows.AddSample(static_cast<std::uint32_t>(duration.units),
                  static_cast<std::uint32_t>(bytes.size()), data.size(), number);
   data.insert(data.end(), bytes.begin(), bytes.end());
@@ -91,9 +91,9 @@ MediaTime MediaRecord::AddSample(ByteSpan bytes, SampleDescription description,
 }
 
 void MediaRecord::EndEdits() {
-  if (!newSamples) throw Refused{dataAlreadyClosed};
-  const SampleTable added(std::make_shared<const SampleRows>(std::move(newSamples->rows)));
-  newSamples.reset();
+  if (newSamples.empty()) throw Refused{dataAlreadyClosed};
+  const SampleTable added(std::make_shared<const SampleRows>(std::move(newSamples.front().rows)));
+  newSamples.clear();
   samples.AppendSlice(added, {0, added.Count()});
 }
 

@@ -57,7 +57,8 @@ struct MediaRecord : MediaSettings {
   std::vector<DataReference> dataReferences;
   std::vector<SampleDescription> descriptions;
   SampleTable samples;
-  std::optional<NewSamples> newSamples;  // between BeginEdits and EndEdits
+  // One between BeginEdits and EndEdits, otherwise none. An optional would take half a kilobyte.
+  std::vector<NewSamples> newSamples;
   std::optional<std::uint32_t> textEncoding;  // of text samples to be added
 
   FourCC Type() const { return handler.subtype; }

@@ -73,12 +73,12 @@ class AtomMaker {
             std::uint64_t now)
       : io_(io), plan_(plan), references_(references), dataStart_(dataStart), now_(now) {}
 
-  MovieAtoms Movie() {
+  // The atoms refer to this object.
+  MovieToWrite Movie() {
     const MovieRecord& movie = *plan_.movie;
-    MovieAtoms atom;
+    MovieToWrite atom;
     atom.header = Dated(movie.header, movie.Duration().units);
-    atom.tracks.reserve(movie.tracks.size());
-    for (std::size_t i = 0; i < movie.tracks.size(); ++i) atom.tracks.push_back(Track(i));
+    atom.tracks = {movie.tracks.size(), [this](std::size_t index) { return Track(index); }};
     atom.userData = UserDataOf(movie.userData);
     atom.others = movie.siblings;
     return atom;
@@ -155,7 +155,8 @@ MovieWriter::MovieWriter(const FilePlan& plan, const boost::filesystem::path& fi
 
 template <class Io>
 void MovieWriter::Put(Io& io, std::uint64_t dataStart) {
-  PutAtom(io, AtomMaker(io, plan_, references_, dataStart, now_).Movie());
+  AtomMaker maker(io, plan_, references_, dataStart, now_);
+  PutAtom(io, maker.Movie());
 }
 
 std::uint64_t MovieWriter::SizeAt(std::uint64_t dataStart) {
