@@ -65,13 +65,11 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
 Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
                          bool quiet) {
   const FourCC type = utils::MediaType(source);
-  for (std::int32_t i = 1;; ++i) {
-    const Track candidate =
-        toolbox::GetMovieIndTrackType(output, i, type, toolbox::movieTrackMediaType);
-    if (candidate == nullptr || policy.insert(candidate, source, at, quiet) == toolbox::noErr) {
-      return candidate;
-    }
+  for (const Track candidate : utils::Tracks(output)) {
+    if (utils::MediaType(candidate) != type) continue;
+    if (policy.insert(candidate, source, at, quiet) == toolbox::noErr) return candidate;
   }
+  return nullptr;
 }
 
 // Returns the new track; null if it was removed again.

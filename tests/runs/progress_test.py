@@ -19,8 +19,8 @@ class Progress(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = runs.temporary_folder(cls)
         cls.movie = cls.folder / "raw.mov"
-        # 50 MB, so that there is progress to show.
-        source = "testsrc2=size=640x360:rate=25:duration=3"
+        # 138 MB: there is progress to show every 64 MiB.
+        source = "testsrc2=size=1280x720:rate=25:duration=3"
         runs.read_by("ffmpeg", "-v", "error", "-f", "lavfi", "-i", source,
                      "-c:v", "rawvideo", "-pix_fmt", "yuyv422", cls.movie)
         cls.outlet = cls.folder / "outlet.mov"
@@ -30,12 +30,14 @@ class Progress(unittest.TestCase):
         """Copies into a pipe with a slow reader, which acts like a slow disk. If `terminal` is
         given, interrupts the copy as soon as it prints there. Returns what the copy prints if
         `stderr` is a pipe."""
-        size = self.movie.stat().st_size
+        # A copy that is interrupted must not be complete before, even on a busy machine.
+        seconds = 12 if terminal else 1.5
+        delay = seconds * (1 << 16) / self.movie.stat().st_size  # a pipe holds 64 KiB
 
         def drain():
             with open(self.outlet, "rb", buffering=0) as pipe:
                 while pipe.read(1 << 20):
-                    time.sleep(1.5 * (1 << 16) / size)  # a pipe holds 64 KiB
+                    time.sleep(delay)
         reader = threading.Thread(target=drain)
         reader.start()
         command = [runs.BIN / "cliptune", *options, self.movie, "-self-contained",
