@@ -16,8 +16,8 @@ class Disk {
 
   // Writes `bytes` at position `at`. They need not live after the call.
   virtual void Write(std::uint64_t at, ByteSpan bytes) = 0;
-  // Copies the bytes [from, from + length) of `source` to position `at`. `source` must live until
-  // Flush. Throws eofErr if the source ends too early.
+  // Copies the bytes [from, from + length) of `source` to position `at`. Throws eofErr if the
+  // source ends too early.
   virtual void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                     std::uint64_t length) = 0;
   // Reserves room for a file of `size` bytes. Throws if the disk is too full. If the file system

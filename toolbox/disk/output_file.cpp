@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "toolbox/disk/attributes.h"
-#include "toolbox/disk/block_reader.h"
 #include "toolbox/disk/perform.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/disk/temporary_file.h"
@@ -136,7 +135,6 @@ struct OutputFile::State {
   std::size_t buffered = 0;  // bytes in `buffer` that are not written yet
   std::uint64_t written = 0;  // bytes in the file
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
-  BlockCache cache;
   bool kernelCopies = true;  // false after the kernel could not copy once
   bool isIntact = true;  // false during a step, so it stays false after a throw
 
@@ -200,33 +198,21 @@ struct OutputFile::State {
     return done;
   }
 
-  // Large pieces of a file are copied by the kernel, small ones through the cache of blocks.
-  // Everything else is read into the buffer.
+  // Large pieces of a file are copied by the kernel. Everything else is read into the buffer.
   void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     CheckEnd(at, length, kFarthest);
-    const bool isFile = source.Descriptor() >= 0;
-    const bool isSmall = length < kKernelPiece;
-    if (isFile && !isSmall && kernelCopies) {
+    if (source.Descriptor() >= 0 && length >= kKernelPiece && kernelCopies) {
       const std::uint64_t done = CopyLarge(source, at, length);
       at += done;
       length -= done;
     }
     while (length > 0) {
       const std::span<std::uint8_t> piece = Room(length);
-      if (isFile && isSmall) {
-        cache.Read(source, at, piece);
-      } else {
-        source.Read(at, piece);
-      }
+      source.Read(at, piece);
       buffered += piece.size();
       at += piece.size();
       length -= piece.size();
     }
-  }
-
-  void Flush() {
-    FlushBuffer();
-    cache.Forget();
   }
 
   void Sync() {
@@ -243,7 +229,7 @@ struct OutputFile::State {
   }
 
   void TakeName() {
-    Flush();
+    FlushBuffer();
     if (!temporary) return direct.Close();
     const std::optional<FileState> now = StateOf(target);
     // A file that appeared in the meantime is not the one that the user wanted to replace.
@@ -309,7 +295,7 @@ void OutputFile::Reserve(std::uint64_t size) {
 }
 
 void OutputFile::Flush() {
-  state_->Step([&] { state_->Flush(); });
+  state_->Step([&] { state_->FlushBuffer(); });
 }
 
 void OutputFile::Sync() {

@@ -126,14 +126,15 @@ void Planner::Prepare(std::size_t index) {
 void Planner::Cut(std::size_t index) {
   TrackPlan& track = plan_.tracks[index];
   const MediaRecord& source = *track.source->media;
+  const Prepared& prepared = prepared_[index];
   PackedChunks& chunks = track.places.emplace<PackedChunks>();
   ChunkCutter cutter(source, track.descriptions, chunks);
-  for (const UsedSamples& part : prepared_[index].used) {
+  for (const UsedSamples& part : prepared.used) {
     // Samples between two parts are left out, so no chunk has samples of both.
     cutter.Close();
     const std::size_t before = chunks.size();
     ForEachPiece(source.samples, part.samples, [&](const SamplePiece& piece) {
-      prepared_[index].ends[piece.description].Check(piece.offset, piece.size);
+      prepared.ends[piece.description].Check(piece.offset, piece.size);
       cutter.Add(piece);
     });
     for (std::size_t i = before; i < chunks.size(); ++i) {

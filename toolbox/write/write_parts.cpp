@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "toolbox/disk/piece_copier.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -38,15 +39,16 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
+  PieceCopier copier(disk);
   plan_.ForEachRange([&](const CopyRange& range) {
-    // Open may close another source, from which the disk may still read until it is flushed.
-    const ByteSource& source = sources_.Open(*range.from, [&disk] { disk.Flush(); });
+    const ByteSource& source = sources_.Open(*range.from, [&copier] { copier.ForgetSources(); });
     for (std::uint64_t done = 0, length = 0; done < range.length; done += length) {
       length = std::min(range.length - done, kLongestCopy);
-      disk.Copy(part.at + range.destination + done, source, range.at + done, length);
+      copier.Copy(part.at + range.destination + done, source, range.at + done, length);
       Report(length);
     }
   });
+  copier.Flush();
 }
 
 void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {

@@ -26,6 +26,7 @@
 #include <tuple>
 #include <vector>
 
+#include "toolbox/disk/piece_copier.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/references/sources.h"
 
@@ -320,7 +321,7 @@ class ForeignFile {
   int descriptor_;
 };
 
-TEST_F(Output, GathersPiecesOfManySourcesInOrder) {
+TEST_F(Output, HasSmallAndLargePiecesOfManySourcesInOrder) {
   const std::vector<Bytes> contents = {Noise(3'000'000, 1), Noise(700'000, 2), Noise(400'000, 3)};
   Store(folder_ / "a", contents[0]);
   const ForeignFile foreign(contents[1]);
@@ -333,35 +334,41 @@ TEST_F(Output, GathersPiecesOfManySourcesInOrder) {
     std::mt19937 random(seed);
     Bytes expected;
     OutputFile file(target_);
+    PieceCopier copier(file);
     if (seed % 2 == 0) file.Reserve(20 << 20);
-    std::size_t near = 0;  // many pieces lie close together, which is what the cache is for
+    std::size_t near = 0;  // many pieces are close together, which is what the blocks are for
     for (int piece = 0; piece < 3000; ++piece) {
       const std::size_t which = random() % 3;
       const bool isRare = random() % 50 == 0;
       const std::size_t length = kLengths[isRare ? random() % std::size(kLengths) : 2];
       if (random() % 100 == 0) near = random() % 2'900'000;
       const std::size_t at = (near + random() % 100'000) % (contents[which].size() - length + 1);
-      Append(file, *sources[which], at, length);
+      copier.Copy(expected.size(), *sources[which], at, length);
       const auto from = contents[which].begin() + static_cast<std::ptrdiff_t>(at);
       expected.insert(expected.end(), from, from + static_cast<std::ptrdiff_t>(length));
-      if (piece % 500 == 0) file.Flush();
-      ASSERT_EQ(file.Position(), expected.size());
+      if (piece % 500 == 0) copier.Flush();
     }
+    copier.Flush();
     file.Commit();
     ASSERT_TRUE(Stored(target_) == expected) << "seed " << seed;
   }
 }
 
-TEST_F(Output, SeesTheBytesOfANewSourceWhereAnOldOneStood) {
+TEST_F(Output, HasTheBytesOfASourceAtTheAddressOfAnOlderOne) {
   Store(folder_ / "a", Noise(50'000, 1));
   Store(folder_ / "b", Noise(50'000, 2));
   OutputFile file(target_);
+  PieceCopier copier(file);
   std::optional<FileSource> source;
+  std::uint64_t position = 0;
   for (const char* name : {"a", "b"}) {
     source.emplace(folder_ / name);
-    for (std::uint64_t at = 0; at < 50'000; at += 100) Append(file, *source, at, 100);
-    file.Flush();
+    for (std::uint64_t at = 0; at < 50'000; at += 100, position += 100) {
+      copier.Copy(position, *source, at, 100);
+    }
+    copier.ForgetSources();
   }
+  copier.Flush();
   file.Commit();
   Bytes expected = Noise(50'000, 1);
   std::ranges::copy(Noise(50'000, 2), std::back_inserter(expected));
