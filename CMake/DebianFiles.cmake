@@ -1,4 +1,4 @@
-# cpack runs this for each tree that it packs. It adds the files that Debian policy requires.
+# Adds the files that Debian policy requires. cpack runs this for each tree that it packs.
 if(NOT CPACK_GENERATOR STREQUAL DEB)
   return()
 endif()

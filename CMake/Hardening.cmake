@@ -1,5 +1,5 @@
-# A fault in the handling of memory ends the program, so that a hostile file cannot use it. This is
-# for release builds: _FORTIFY_SOURCE needs optimized code, and debug builds have the sanitizers.
+# With these flags a memory error ends the program, so that a hostile file cannot exploit it. They
+# are for release builds: _FORTIFY_SOURCE needs optimized code, and debug builds have the sanitizers.
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 

@@ -14,8 +14,8 @@ namespace {
 
 using namespace toolbox;
 
-// Frames as a camera writes them: one in each chunk, a key frame in 60, and every third frame shown
-// later than it is decoded.
+// Frames as a camera writes them: one in each chunk, every 60th a key frame, and every third frame
+// shown later than it is decoded.
 std::shared_ptr<const SampleRows> Frames(std::uint32_t count) {
   auto rows = std::make_shared<SampleRows>();
   rows->count = count;

@@ -105,8 +105,9 @@ void Walk(UserData data, ByteSpan bytes, std::int64_t length, int depth) {
     }
     const ByteSpan atom = bytes.subspan(at, whole), content = bytes.subspan(at + kHeaderSize);
     if (depth > 0 && whole >= kBeforeValue) StoreTag(data, type, atom.subspan(kBeforeValue));
-    // The size of the list includes its header, and PrintMalformed prints that size. So the walk
-    // also reads the header of the next atom, which is often a 'free' that ends the walk.
+    // PrintMalformed must print the size of the list with its header, so that size is passed. It is
+    // longer than the content, so the walk also reads the header of the next atom. That is often a
+    // 'free', which ends the walk.
     if (type == kItemList && depth < kDeepestList) Walk(data, content, size, depth + 1);
     at += whole;
   }
@@ -131,7 +132,7 @@ Rendering BestRendering(toolbox::CFStringRef string, std::int64_t length) {
                                                toolbox::kTextRegionDontCare,
                                                &one.encoding) != toolbox::noErr ||
         !tried.insert(one.encoding).second) {
-      continue;  // an earlier language has the same encoding
+      continue;  // no encoding, or that of an earlier language
     }
     one.characters = toolbox::CFStringGetBytes(string, {0, length}, one.encoding, 0, false, nullptr,
                                                0, &one.bytes);

@@ -19,7 +19,7 @@ class ChapterList {
 
   bool HasTrack() const { return track_ != nullptr; }
   // Call this after removing tracks of the movie. If one of them referred to the chapter track that
-  // was made, lets another track refer to it. If there is none, removes the chapter track too.
+  // was made, makes another track refer to it. If no track can, removes the chapter track too.
   void Attach(toolbox::Movie movie);
   // Call this before `movie`, which has the user data of the movie that was opened, is written. The
   // list stays if it is still right, and then the chapter track that was made of it is removed.

@@ -12,7 +12,7 @@ namespace chapter {
 // toolbox code; paramErr for a null movie.
 toolbox::OSErr SetMovieUserDataByte(toolbox::Movie movie, toolbox::FourCC type, std::uint8_t value);
 toolbox::OSErr SetMovieUserDataLong(toolbox::Movie movie, toolbox::FourCC type, std::int32_t value);
-// Removes all items of the type. Having none is no error.
+// Removes all items of the type. It is not an error if there are none.
 toolbox::OSErr RemoveMovieUserData(toolbox::Movie movie, toolbox::FourCC type);
 // The value of the first item of the type; `otherwise` if there is none or it is too short.
 bool GetMovieUserDataByte(toolbox::Movie movie, toolbox::FourCC type, bool otherwise);

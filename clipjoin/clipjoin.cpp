@@ -34,9 +34,9 @@ bool PrefersQuiet() {
 
 }  // namespace
 
-// The order of the steps is that of the messages, so it must not change: all inputs are opened,
-// edited and combined one by one; then the chapters, edits and flags of the output are set; the
-// output is written; and inputs that are to be saved in place are saved last.
+// The order of the steps decides the order of the messages, so it must not change: all inputs are
+// opened, edited and combined one by one; then the chapters, edits and flags of the output are set;
+// the output is written; and inputs that are to be saved in place are saved last.
 int Run(std::span<const char* const> arguments) {
   std::ignore = toolbox::EnterMovies();
   auto parsed = ParseCommandLine(arguments, PrefersQuiet());

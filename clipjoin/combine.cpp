@@ -61,7 +61,7 @@ const TrackPolicy* PolicyOf(const OutputOptions& output) {
 }
 
 // Inserts `source` into the first track of the same media type that accepts it, and returns that
-// track; null if none does. A refusal is no failure here, so it is not reported.
+// track; null if none does. A refusal is not a failure here, so it is not reported.
 Track InsertIntoExisting(Track source, Movie output, TimeValue at, const TrackPolicy& policy,
                          bool quiet) {
   const FourCC type = utils::MediaType(source);

@@ -66,7 +66,8 @@ void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, M
 
 void AttachChapters(Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters) {
-  // Kept with -auto-chapters-merge and with -add-chapter; -auto-chapters alone discards them.
+  // The chapters that the output has are kept with -auto-chapters-merge, and with -add-chapter
+  // unless -auto-chapters is given too.
   if (wanted.autoChaptersMerge || (wanted.addedChaptersSeen && !wanted.autoChapters)) {
     std::ranges::move(chapter::ReadChapters(output), std::back_inserter(chapters));
   }

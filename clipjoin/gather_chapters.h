@@ -15,10 +15,10 @@ namespace clipjoin {
 void AddAutomaticChapter(const OutputOptions& wanted, const FileOptions& file, toolbox::Movie movie,
                          toolbox::Movie output, std::vector<Chapter>& chapters);
 
-// Gives `output` a chapter track as `wanted` asks: a new one with `chapters` and, if they are to be
-// kept, the chapters that `output` has; or else the track named by -chapter-track. Failures are
-// reported. With `savesInPlace`, the text of the chapters goes into the movie's own file; otherwise
-// it stays in memory until the output is written.
+// Gives `output` a chapter track as `wanted` asks. It is a new track with `chapters` and, if they
+// are to be kept, the chapters that `output` has. If there are none of either, it is the track
+// named by -chapter-track. Failures are reported. With `savesInPlace`, the text of the chapters
+// goes into the movie's own file; otherwise it stays in memory until the output is written.
 void AttachChapters(toolbox::Movie output, const OutputOptions& wanted, bool savesInPlace,
                     std::vector<Chapter> chapters);
 

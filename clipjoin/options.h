@@ -45,8 +45,8 @@ enum LengthMode : std::uint8_t {
 // One chapter of a movie.
 struct Chapter {
   std::int32_t scale = 600;  // units per second; > 0
-  std::int64_t start = 0;  // in units of `scale`, as `duration`
-  std::int64_t duration = 0;  // 0 until a chapter track is built
+  std::int64_t start = 0;  // in units of `scale`
+  std::int64_t duration = 0;  // in units of `scale`; 0 until a chapter track is built
   std::string title;  // UTF-8
 };
 
@@ -56,7 +56,7 @@ struct FileOptions {
   std::string path;  // as given
   bool quiet = false;  // no warnings; a copy of OutputOptions::quiet
   std::string chapterName;  // of the automatic chapter; empty: the movie's name or the file name
-  // Names. A track or chapter is kept if it is included, or nothing is, and if it is not excluded.
+  // Names. If any are included, only those are kept. Excluded ones are never kept.
   std::set<std::string> includeTracks, excludeTracks;
   std::set<std::string> includeChapters, excludeChapters;
   // Disabling is done last, so a track in both sets is disabled.

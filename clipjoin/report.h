@@ -39,7 +39,7 @@ struct BadDuration {
   std::string text;  // as given
 };
 
-// Standard input is no list of file names. Caught by the option loop.
+// Standard input is not a list of file names. Caught by the option loop.
 struct BadNames {};
 
 // Prints and counts a failed call; does nothing if `code` is noErr. Returns `code`, for callers

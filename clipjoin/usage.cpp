@@ -16,7 +16,8 @@ struct UsagePart {
   const char* text;  // each line starts with a line end; '%' is the program as typed
 };
 
-// Completions read this text: an option has an indent of three or four, its description of more.
+// Completions read this text: an option is indented by three or four blanks, and the other lines of
+// its description by more.
 // Do not correct "conjuction", "ince" and "it's": scripts compare the text.
 constexpr UsagePart kParts[] = {
     {kEvery, R"(

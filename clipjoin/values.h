@@ -13,7 +13,8 @@ double ParseDuration(const std::string& text);
 // Prints what a duration has to look like, starting with the bad `text`.
 void PrintDurationHelp(const std::string& text);
 
-// Parses a number or a fraction n/d. Characters after it are ignored; text that is no number is 0.
+// Parses a number or a fraction n/d. Characters after it are ignored. Text that is not a number
+// is 0.
 double ParseNumber(const std::string& text);
 
 // Parses the same and rounds it to the nearest 16.16 number.

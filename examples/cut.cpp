@@ -48,7 +48,7 @@ OSErr Write(Movie movie, const char* path) {
   FlattenMovieDataToDataRef(
       movie, flattenAddMovieToDataFork | flattenForceMovieResourceBeforeMovieData, reference, type,
       FourCC{"TVOD"}, smSystemScript, createMovieFileDeleteCurFile);
-  // This call returns its code only here. Read it before the next call overwrites it.
+  // FlattenMovieDataToDataRef does not return its code. Get it before the next call overwrites it.
   const OSErr code = GetMoviesError();
   DisposeHandle(reference);
   return code;

@@ -135,7 +135,7 @@ class Model {
     return '\'' + entry.kind.Text() + "' " + (isThere ? Text(found) : "unresolved");
   }
 
-  // Prints sums only: the lines stay comparable if samples are stored in other rows.
+  // Prints only sums, so that outputs can be compared even if the rows are split differently.
   void PrintSamples(const toolbox::SampleTable& samples) {
     out_ << "  samples " << samples.Count() << " duration " << samples.Duration().units;
     if (HasSyncTable(samples)) {

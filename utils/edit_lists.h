@@ -9,9 +9,9 @@ namespace utils {
 // reported and counted.
 void RemoveEditLists(toolbox::Movie movie);
 
-// Changes the time scale of the movie to `newScale`. If rounding to the old scale can have cut off
-// the end of the media of a track, and that media has the new scale, the track then shows that end
-// too. Failures are reported and counted.
+// Changes the time scale of the movie to `newScale`. If the media of a track has that scale, and
+// rounding to the old scale can have cut off the end of the media, makes the track show that end.
+// Failures are reported and counted.
 void FixRoundoffErrors(toolbox::Movie movie, toolbox::TimeScale newScale);
 
 }  // namespace utils

@@ -81,7 +81,8 @@ constexpr auto kSoundDecoder = Joined(
 constexpr std::uint32_t kQuality = 0x300;
 constexpr auto kVideo =
     Parent("vide", Leaf("sptl", Text("mp4v"), U32(0), U16(32), U32(kQuality)),
-           Leaf("tprl", U32(kQuality), U32(30 << 16), U32(24)),  // 30 a second, a key frame in 24
+           // 30 frames a second, every 24th a key frame
+           Leaf("tprl", U32(kQuality), U32(30 << 16), U32(24)),
            Leaf("drat", U32(112'500), U32(0), U32(kQuality), U32(kQuality)),  // bytes a second
            Leaf("cflg", U16(0x44)), Leaf("clut"), Leaf("vers", U32(0x00030019), U32(0)));
 constexpr auto kSound = Parent("soun", Leaf("ssct", Text("mp4a")), Leaf("ssrt", U32(44'100U << 16)),

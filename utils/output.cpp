@@ -109,7 +109,8 @@ std::string desktopFolderPath() {
   clipjoin::Report(
       {"FSFindFolder", clipjoin::kClipjoinSource},
       toolbox::FSFindFolder(toolbox::kUserDomain, toolbox::kDesktopFolderType, true, &folder));
-  // Tried even if the folder was not found. The call does not say how much room it needs.
+  // If the folder was not found, this call fails, and its error is printed too. The call does not
+  // say how much room it needs.
   std::vector<unsigned char> path(128);
   toolbox::OSErr code = toolbox::FSRefMakePath(&folder, path.data(), 128);
   while (code != toolbox::noErr) {
