@@ -13,8 +13,8 @@
 
 namespace toolbox {
 
-// Gives large blocks in pages of 2 MiB where the system has them: a movie header of 100 MB then
-// costs 50 page faults and not 25 000, which was a sixth of the time of a long join.
+// Gives large blocks in pages of 2 MiB where the system has them. A movie header of 100 MB then
+// needs 50 page faults instead of 25,000, which took a sixth of the time of a long join.
 template <class T>
 struct LargeAllocator {
   using value_type = T;
@@ -55,7 +55,7 @@ using Bytes = Table<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
 
 // Converts a size in bytes to std::size_t. Throws std::bad_alloc if it is too large for that, as it
-// can be on a machine of 32 bits.
+// can be on a 32-bit machine.
 inline std::size_t MemorySize(std::uint64_t size) {
   if (!std::in_range<std::size_t>(size)) throw std::bad_alloc();
   return static_cast<std::size_t>(size);

@@ -1,10 +1,10 @@
 // The movie toolbox: all calls that programs make. Their names are those of the platform.
 //
 // Errors. Every call sets the movies error, which GetMoviesError returns: noErr, or the code of the
-// failure. A call that returns an OSErr returns the same code. A null movie, track, media, handle
-// or component gives the code for its type (invalidMovie, invalidTrack, invalidMedia, nilHandleErr,
-// invalidComponentID; fnOpnErr for a storage, else paramErr). A call that fails changes nothing and
-// returns 0 or null, and its results are null or unchanged, unless its text says otherwise. Any
+// failure. A call that returns an OSErr returns the same code. A null movie, track, media or handle
+// gives invalidMovie, invalidTrack, invalidMedia or nilHandleErr. A null storage gives fnOpnErr, a
+// null exporter invalidComponentID, and any other null paramErr. A call that fails changes nothing
+// and returns 0 or null, and its results are null or unchanged, unless its text says otherwise. Any
 // call may fail with memFullErr. Each call lists its other codes; "file errors" are the errors of
 // the system for a file: fnfErr, ioErr, dskFulErr, tmfoErr, bdNamErr.
 //
@@ -208,10 +208,10 @@ void QTSampleTableRelease(QTMutableSampleTableRef table);
                                                 TimeValue maxDuration,
                                                 QTMutableSampleTableRef* table);
 // Appends `count` samples of the table, from number `first` on, to the media, by reference. No
-// track shows them yet. They are decoded and shown from the old end of the media on. A delay of
-// reordered pictures that they had in their own media is removed. `decodeTime` receives the old
-// end, in media units, and may be null. paramErr (another time scale, count < 0), invalidSampleNum
-// (samples that the table does not have), featureUnsupported (the media has encrypted samples),
+// track shows them yet. They are decoded and shown from the old end of the media on. If their own
+// media delays reordered pictures, that delay is removed. `decodeTime` receives the old end, in
+// media units, and may be null. paramErr (another time scale, count < 0), invalidSampleNum (samples
+// that the table does not have), featureUnsupported (the media has encrypted samples),
 // mediaTypesDontMatch (a sample description that cannot refer to a file).
 [[nodiscard]] OSErr AddSampleTableToMedia(Media media, QTMutableSampleTableRef table,
                                           std::int64_t first, std::int64_t count,
@@ -231,10 +231,10 @@ void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from
 TimeValue TrackTimeToMediaTime(TimeValue time, Track track);
 // Copies the bytes of the sample that is shown at the media time `at` to `out`, which may grow up
 // to `maxGrow` bytes (0: any size). Always copies one sample or one packet of sound; `maxSamples`
-// is ignored. `sampleTime`, the start at which it is shown, and `durationPerSample` are in media
-// units. Every result but `out` may be null. invalidTime (nothing is shown), paramErr (maxGrow <
-// 0), maxSizeToGrowTooSmall, couldNotResolveDataRef, invalidSampleTable (a sample without a
-// location), eofErr (its file is too short), file errors.
+// is ignored. `sampleTime` receives the time at which the sample starts to be shown. It and
+// `durationPerSample` are in media units. Every result but `out` may be null. invalidTime (nothing
+// is shown), paramErr (maxGrow < 0), maxSizeToGrowTooSmall, couldNotResolveDataRef,
+// invalidSampleTable (a sample without a location), eofErr (its file is too short), file errors.
 [[nodiscard]] OSErr GetMediaSample(Media media, Handle out, std::int32_t maxGrow,
                                    std::int32_t* size, TimeValue at, TimeValue* sampleTime,
                                    TimeValue* durationPerSample, Handle description,
@@ -478,8 +478,8 @@ void CFRelease(CFStringRef string);
                                                            std::uint32_t flags, Handle* dataRef,
                                                            FourCC* dataRefType);
 
-// Returns a boolean from the user's settings of `application`. `*valid` tells whether the key
-// exists and has a boolean value.
+// Returns a boolean from the user's settings of `application`. `*valid` is true if the key exists
+// and has a boolean value.
 [[nodiscard]] bool CFPreferencesGetAppBooleanValue(CFStringRef key, CFStringRef application,
                                                    bool* valid);
 

@@ -68,7 +68,8 @@ using TimeScale = std::int32_t;  // units per second
 using Fixed = std::int32_t;  // 16.16
 using CFStringEncoding = std::uint32_t;
 
-// Flags for opening a movie. The others are ignored: this toolbox has no dialogs and plays nothing.
+// Flags for opening a movie. Only newMovieDontResolveDataRefs has an effect: this toolbox has no
+// dialogs and plays nothing.
 inline constexpr std::int16_t newMovieActive = 1;
 inline constexpr std::int16_t newMovieDontResolveDataRefs = 2;  // look for no other files
 inline constexpr std::int16_t newMovieDontAskUnresolvedDataRefs = 4;

@@ -22,7 +22,7 @@ struct AliasHeader {
   std::array<std::uint8_t, 6> diskTypeAndFolderId{};
   std::array<std::uint8_t, 64> name{};
   std::array<std::uint8_t, 8> fileIdAndDate{};
-  FourCC creator{"TVOD"}, type{"MooV"};
+  FourCC creator{"TVOD"}, type{"MooV"};  // those of movie files
   std::int16_t levelsFrom = -1, levelsTo = -1;
   std::array<std::uint8_t, 16> volumeAttributes{};  // with reserved bytes
 

@@ -39,7 +39,7 @@ struct UserDataAtoms {
   std::vector<UserDataItem> items;
 
   // QuickTime: a 'meta' item has no version and flags. It gets them here, so that the rest of the
-  // program sees only the ISO form. Other bytes after the last whole item are dropped.
+  // program sees only the ISO form. Bytes after the last whole item are dropped.
   void Read(ByteSpan content);
   void Put(auto& io) const {
     for (const UserDataItem& item : items) {

@@ -94,7 +94,7 @@ void ForEachEncodedRepeat(std::uint32_t number, std::size_t count, Visit&& visit
 }
 
 // The first sample of every 64th row of a table. To find the row of a sample, search here for the
-// nearest mark before it, then walk less than 64 rows in the table.
+// nearest mark before it, then walk fewer than 64 rows in the table.
 class RowMarks {
  public:
   static constexpr std::size_t kStep = 64;
@@ -179,9 +179,9 @@ class OffsetRuns {
     while (walk->end <= sample) walk.Next();
     return walk;
   }
-  // Calls visit(samples, offset) for the first and the last run of the samples [from, to), of which
-  // the range may contain only a part. Calls visitEncoded(rows) once for all rows between them, so
-  // that a writer can copy their bytes.
+  // Calls visit(samples, offset) for the first and the last run of the samples [from, to);
+  // `samples` counts only those in the range. Calls visitEncoded(rows) once for all rows between
+  // them, so that a writer can copy their bytes.
   template <class Visit, class VisitEncoded>
   void ForEach(std::uint32_t from, std::uint32_t to, Visit&& visit,
                VisitEncoded&& visitEncoded) const {
@@ -252,7 +252,8 @@ class ChunkRuns {
 
    private:
     friend class ChunkRuns;
-    // Not in the header: the code that throws would be too much to be copied into each loop.
+    // Defined outside the header, so that compilers do not copy the code that throws into each
+    // loop.
     [[noreturn]] static void RefuseChanged();
     Walk(const ChunkRuns& runs, std::size_t row) : runs_(runs) {
       const ByteSpan bytes = runs.bytes_.Span();

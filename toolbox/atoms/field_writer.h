@@ -120,7 +120,7 @@ class FieldWriter : public FieldOutput<FieldWriter> {
     return NextMeasure();
   }
 
-  // Passes the bytes written since the last call of `take` to it.
+  // Calls `take` with the bytes that were written since its last call.
   void Flush() {
     take_(room_.first(at_));
     taken_ += std::exchange(at_, 0);

@@ -17,9 +17,9 @@ struct AtomFrame {
   std::uint64_t size = 0;  // header included
 };
 
-// Reads the frame at the start of `bytes`, which can be only the first 16 bytes of the atom.
-// `available` is the distance from there to the end of the parent or file; a size of 0 in the atom
-// means all of it. Returns nothing if the frame is cut short or the atom reaches past that end.
+// Reads the frame at the start of `bytes`. The first 16 bytes of the atom are enough. `available`
+// is the distance from there to the end of the parent or file; a size of 0 in the atom means all of
+// it. Returns nothing if the frame is cut short or the atom reaches past that end.
 std::optional<AtomFrame> ReadFrame(ByteSpan bytes, std::uint64_t available);
 
 // One atom, as views of the bytes of its parent.

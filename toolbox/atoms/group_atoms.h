@@ -44,8 +44,9 @@ struct SampleGroupDescriptions {
                                     std::uint32_t defaultNumber = 0);
 };
 
-// Decodes an entry of a 'roll' group, ISO/IEC 14496-12 10.1. Returns how many samples before a
-// sample of the group decoding must start. Returns nothing if the entry has no such distance.
+// Decodes an entry of a 'roll' group, ISO/IEC 14496-12 10.1. Returns how many samples earlier
+// decoding must start so that a sample of the group is decoded correctly. Returns nothing if the
+// entry has no such distance.
 std::optional<std::uint32_t> RollDistanceIn(ByteSpan entry);
 
 // 'csgp', ISO/IEC 14496-12 8.9.5: patterns of group description numbers. Each pattern is repeated

@@ -31,7 +31,8 @@ Handler IsoHandler(const Handler& handler) {
   Handler iso;
   iso.subtype = handler.subtype;
   iso.name = handler.name;
-  // Some ISO files have a name in the QuickTime form, so the bytes decide, not the component type.
+  // Some ISO files have a name in the QuickTime form, so the first byte is checked too, not only
+  // the component type.
   const bool isCounted = !iso.name.empty() && iso.name[0] == iso.name.size() - 1;
   if (isCounted || (handler.componentType != FourCC() && !iso.name.empty())) {
     iso.name.erase(iso.name.begin());

@@ -92,8 +92,8 @@ class RowBatches {
   std::size_t count_ = 0;
 };
 
-// The rows of one table. They are either a view of the bytes of an atom, which must outlive it, or
-// come from a function. `Row` is a struct with a fixed `kSize` in bytes and a list of fields.
+// The rows of one table. They are either a view of the bytes of an atom, which must outlive them,
+// or come from a function. `Row` is a struct with a fixed `kSize` in bytes and a list of fields.
 template <class Row>
 class Rows {
  public:

@@ -30,7 +30,7 @@ std::optional<std::uint16_t> ReferenceNumber(ByteSpan entry);
 void SetReferenceNumber(Bytes& entry, std::uint32_t number);
 
 // True if samples can be decoded with either entry: the entries are equal except for the data
-// reference and the bit rates. One encoder writes different bit rates for each clip.
+// reference and the bit rates. The same encoder writes different bit rates for each clip.
 bool DecodeAlike(ByteSpan a, ByteSpan b, FourCC mediaType);
 
 // The entry of pictures, ISO/IEC 14496-12 12.1.3. The defaults are the values that ISO requires.
@@ -45,7 +45,7 @@ struct PictureEntry {
   std::uint16_t width = 0, height = 0;  // pixels
   std::uint32_t horizontalResolution = 72 << 16, verticalResolution = 72 << 16;  // dots an inch
   std::uint32_t dataSize = 0;
-  std::uint16_t frames = 1;  // a sample
+  std::uint16_t frames = 1;  // in each sample
   std::array<std::uint8_t, 32> name{};  // its length, then the text
   std::uint16_t depth = 24, colorTable = 0xFFFF;
   Bytes atoms;

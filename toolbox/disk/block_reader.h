@@ -43,7 +43,7 @@ class BlockReader {
   Bytes block_;
 };
 
-// Keeps the blocks, of any number of sources, that were used last. A block is loaded only after
+// Keeps the most recently used blocks of any number of sources. A block is loaded only after
 // several requests; until then each piece is read alone. Otherwise reading a few samples that are
 // spread over a file would read the whole file.
 class BlockCache {

@@ -48,8 +48,8 @@ class FileSource final : public ByteSource {
   std::uint64_t Size() const override { return state_.size; }
   std::string Path() const override { return path_; }
   void Read(std::uint64_t at, std::span<std::uint8_t> into) const override;
-  // Maps a large piece into memory instead of copying it. Until HeldBytes owns the piece, a write
-  // to the file changes it, and truncating the file can end the process.
+  // Maps a large piece into memory instead of copying it. Until HeldBytes::Detach is called, a
+  // write to the file changes the piece, and truncating the file can end the process.
   HeldBytes Load(std::uint64_t at, std::size_t size) const override;
   // Does not read the holes of a sparse file.
   bool IsZero(std::uint64_t at, std::uint64_t size) const override;

@@ -55,8 +55,8 @@ Descriptor OpenToReplace(const fs::path& path, Existing existing) {
     throw errno == EPERM ? Refused{fLckdErr, "it is immutable"} : RefusedBy(errno);
   }
   if (existing == Existing::kLocked) return file;
-  // Any other error means that the file system has no locks. Below, it means that there are no
-  // leases.
+  // An error other than EWOULDBLOCK means that the file system has no locks. Below, an error other
+  // than EAGAIN means that it has no leases.
   const auto lock = [&file] { return flock(file.Number(), LOCK_EX | LOCK_NB); };
   if (Uninterrupted(lock) != 0 && errno == EWOULDBLOCK) throw RefusedBy(errno);
 #ifdef F_SETLEASE

@@ -45,7 +45,7 @@ class OutputFile final : public Disk {
             std::uint64_t length) override;
   void Reserve(std::uint64_t size) override;
   void Flush() override;
-  // Does nothing unless the file replaces another: only then can a power cut lose an old file.
+  // Waits only if the file replaces another: only then can a power cut lose an old file.
   void Sync() override;
   // Gives back the room that was reserved and not used. `size` must be Position().
   void CutOff(std::uint64_t size) override;

@@ -48,8 +48,8 @@ struct TakeName {
 };
 using Step = std::variant<WriteBytes, CopyBytes, WritePart, Reserve, Sync, CutOff, TakeName>;
 
-// Steps that are done in order. If one of them throws, the steps of `undo` are done, and no later
-// stage is.
+// Steps that are done in order. If one of them throws, the steps of `undo` are done, and the later
+// stages are not.
 struct Stage {
   std::vector<Step> steps, undo;
   friend bool operator==(const Stage&, const Stage&) = default;

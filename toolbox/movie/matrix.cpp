@@ -12,7 +12,7 @@ namespace {
 constexpr double kFixed = 65536.0;
 constexpr double kFract = 1073741824.0;  // the last of each row: 2.30
 
-// Row by row; the value of one unit of an element.
+// How many units of each element make 1.0, row by row.
 constexpr std::array<double, 9> kUnit{kFixed, kFixed, kFract, kFixed, kFixed,
                                       kFract, kFixed, kFixed, kFract};
 

@@ -134,7 +134,8 @@ std::vector<std::uint32_t> MediaRecord::AddDescriptions(
            !std::holds_alternative<InMemory>(reference);
   };
   if (track != nullptr && std::ranges::any_of(references, isElsewhere)) {
-    // The bytes after the last atom describe the whole file, and are wrong with media of others.
+    // The bytes after the last atom describe the whole file, so they are wrong once the movie has
+    // media of other files.
     std::erase_if(track->movie->fileAtoms,
                   [](const FileAtom& atom) { return atom.type == FileAtom::kTrailer; });
   }

@@ -71,8 +71,8 @@ struct MediaRecord : MediaSettings {
 
   // The index of an equal reference, which is added if there is none.
   std::uint32_t FindOrAdd(const DataReference& reference);
-  // The index, at least `first`, of a description with equal bytes and the same reference, which is
-  // added if there is none.
+  // The index, at least `first`, of a description with the same reference that decodes alike (see
+  // DecodeAlike), which is added if there is none.
   std::uint32_t FindOrAdd(const SampleDescription& description, std::size_t first = 0);
 
   // Opens the media for new samples. Their data goes to the end of the block of memory that is the

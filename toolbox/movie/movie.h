@@ -54,10 +54,10 @@ struct MovieRecord : MovieProperties {
 
   MovieRecord();
   ~MovieRecord();
-  MovieRecord(const MovieRecord&) = delete;  // tracks point back to their movie: Clone
+  MovieRecord(const MovieRecord&) = delete;  // use Clone: tracks point back to their movie
   MovieRecord& operator=(const MovieRecord&) = delete;
 
-  // All movies of the process. What one of them needs from a file must not be changed for another.
+  // All movies of the process. Saving one of them must not change what another needs from a file.
   static const std::vector<MovieRecord*>& All();
   // Notes the state of a file that this process has changed itself.
   void Renew(const FileState& state);

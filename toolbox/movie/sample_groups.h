@@ -28,7 +28,7 @@ struct JoinedGroup {
   struct Numbers {
     const SampleGroup* group = nullptr;  // null: all samples have defaultNumber
     std::vector<std::uint32_t> joined;  // by the number in the file; empty: the same numbers
-    std::uint32_t defaultNumber = 0;  // already as joined
+    std::uint32_t defaultNumber = 0;  // in the joined numbering
 
     std::uint32_t Of(std::uint32_t number) const {
       if (joined.empty()) return number;

@@ -58,7 +58,7 @@ struct SampleRows {
   OffsetRuns offsets;  // empty: every offset is 0
   // ISO states offsets below 0 in version 1 of their table, QuickTime in version 0.
   std::uint32_t offsetsVersion = 0;
-  std::uint32_t constantSize = 0;  // in bytes; sizes is used where it is 0
+  std::uint32_t constantSize = 0;  // in bytes; 0: `sizes` has them
   EncodedNumbers sizes;  // by sample
   ChunkRuns chunkRuns;  // samples after the last chunk cannot be read
   EncodedNumbers chunkOffsets;  // by chunk, in bytes from the start of its file

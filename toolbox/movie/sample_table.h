@@ -46,7 +46,7 @@ class SampleTable {
 
   // Adds the samples `range` of `other` at the end. Samples come from one media into another only
   // by this and AppendWithoutDelay. If samples already here would still be shown when the new ones
-  // start to be, the last of them becomes longer.
+  // start, the last of them becomes longer.
   //
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
@@ -64,7 +64,7 @@ class SampleTable {
   MediaTime AppendWithoutDelay(const SampleTable& other, SampleRange range,
                                DescriptionMap descriptions);
 
-  // Makes the last sample longer where Duration() would be less than `time`.
+  // If Duration() is less than `time`, makes the last sample last until then.
   void StretchTo(MediaTime time);
   // The same samples with their times in another scale. Rounds and throws as SampleRows::Rescaled.
   SampleTable Rescaled(std::int32_t from, std::int32_t to) const;

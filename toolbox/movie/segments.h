@@ -13,11 +13,11 @@ namespace toolbox {
 //                   ^ at        ->
 //
 // Each source track goes into a track of the movie that fits: one with the same kind of media,
-// scale, language and alternate group and, if it is seen, the same size, matrix, clip and matte,
-// preferably also as enabled or disabled as the source. Each track is used once. Where none fits, a
-// track like the source's is added. Hint tracks, and tracks that show no media in the segment, are
-// left out. References among the inserted tracks are kept. Media are joined by reference: no sample
-// is copied.
+// scale, language and alternate group and, if it is seen, the same size, matrix, clip and matte. A
+// track that is enabled or disabled like the source is preferred. Each track is used once. Where
+// none fits, a track like the source's is added. Hint tracks, and tracks that show no media in the
+// segment, are left out. References among the inserted tracks are kept. Media are joined by
+// reference: no sample is copied.
 //
 // Throws Refused before anything changes: invalidTime, invalidDuration, couldNotResolveDataRef,
 // invalidSampleTable, featureUnsupported (encrypted samples).

@@ -12,7 +12,7 @@ namespace toolbox {
 
 #ifdef __SIZEOF_INT128__
 __extension__ using Wide = __int128;
-#else  // a machine of 32 bits
+#else  // a 32-bit machine
 using Wide = boost::multiprecision::int128_t;
 #endif
 

@@ -69,8 +69,8 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   }
   for (std::size_t i = 0; i < isUsed.size(); ++i) {
     Bytes& description = media.descriptions[i].bytes;
-    // Unused descriptions are not written, so an unknown format there is no reason to refuse. Text
-    // keeps its QuickTime description, because readers of chapters expect it.
+    // Unused descriptions are not written, so they may have an unknown format. Text keeps its
+    // QuickTime description, because readers of chapters expect it.
     if (isUsed[i] && media.Type() != kText) {
       description = Mpeg4Description(description, media.header.scale);
     }
@@ -129,7 +129,7 @@ void LayOutChapters(TrackRecord& track) {
   chapters.push_back({.start = clock.Shown(length, 1.0)});
   SampleRows rows;
   for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
-    // By rounding, an edit can start before the end of the previous one.
+    // Because of rounding, an edit can start before the end of the previous one.
     const std::int64_t lasts = std::max(chapters[i + 1].start - rows.duration, MediaTime{}).units;
     if (lasts > UINT32_MAX) throw Refused{invalidDuration, "a chapter lasts too long"};
     const std::uint64_t sample = chapters[i].sample;

@@ -27,8 +27,8 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
   if (edit.IsEmpty() || !track.media || track.media->samples.Count() == 0) return {};
   const SampleTable& samples = track.media->samples;
   const MediaTime span = track.TimeClock().Shown(edit.duration, edit.rate, Rounding::kUp);
+  // An edit with rate 0 shows one sample all the time, so the range has at least one unit.
   const MediaTime start = edit.mediaTime, end = start + std::max(span, MediaTime{1});
-  // An edit with rate 0 shows one sample all the time.
   auto [first, last] = SamplesShownIn(samples, start, end);
   if (first == last) return {};
   // Samples without duration are shown together with the sample that follows them. So they are used

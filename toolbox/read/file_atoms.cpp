@@ -10,7 +10,7 @@ namespace toolbox {
 namespace {
 
 constexpr FourCC kMeta{"meta"};
-// Limits the memory that a broken size can claim.
+// Limits the memory that a damaged size can claim.
 constexpr std::uint64_t kLargestMeta = 64 << 20;
 
 // Whether atoms of this type are not copied: the writer makes its own file type, movie and media

@@ -12,7 +12,7 @@ namespace toolbox {
 
 // Sets track.edits from `list`. Header and samples of the track must have been read. If there is no
 // list, or it is not valid, the track shows its whole media from movie time 0 on. If
-// `isFragmented`, the track header may not have the duration of the whole media.
+// `isFragmented`, the track header may state the duration of only a part of the media.
 //
 // `start` is the time of the first sample, in media units, on the time line that the list uses. It
 // can differ from 0 only in a movie with fragments. An edit that begins earlier has nothing to show

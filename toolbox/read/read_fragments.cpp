@@ -162,7 +162,7 @@ class TrackFiller {
     }
   }
 
-  // Call this before a table gets an entry for each sample so far. Otherwise a small broken file
+  // Call this before a table gets an entry for each sample so far. Otherwise a small damaged file
   // could claim billions of samples and use up the memory.
   void CheckCount() const {
     if (filled_ > fileSize_) throw Malformed("the file is too small for so many samples");
@@ -281,7 +281,7 @@ class FragmentReader {
     });
     if (run.at > source_.Size() || run.size > source_.Size() - run.at) isWhole_ = false;
     // Fragments do not share data, so together they cannot have more bytes than the file. If
-    // samples have no rows in 'trun', each counts as one byte at least, so that a broken count is
+    // samples have no rows in 'trun', each counts as one byte at least, so that a damaged count is
     // found.
     const std::uint64_t claimed =
         std::max<std::uint64_t>(run.size, run.run.RowSize() == 0 ? run.run.count : 0);

@@ -14,7 +14,7 @@ enum class References { kResolve, kLeave };
 
 // Opens the file at `path` (absolute) and reads its first movie. A file of raw AAC becomes a movie
 // of one track. Sample data is not read. Throws Refused: couldNotResolveDataRef (no such file, or a
-// media file in use is not found), noMovieFound (no movie header), badPublicMovieAtom (a broken
+// media file in use is not found), noMovieFound (no movie header), badPublicMovieAtom (a damaged
 // one), cantFindHandler (compressed in an unknown way), featureUnsupported (fragments that
 // ReadFragments refuses), and what FileSource throws.
 std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,

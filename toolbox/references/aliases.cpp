@@ -52,7 +52,7 @@ fs::path Below(fs::path folder, std::span<const std::string> names) {
 
 // The relative path: from the folder of the movie up to the common folder, then down to the file.
 // It is still right after the common folder has been moved. Empty if the record has none. `names`
-// is the absolute path of the file, of which the last ones are used.
+// is the absolute path of the file. Only the last names are used.
 //
 //   levelsFrom 2   /media | out / ref.mov       up one folder: the movie itself is a level
 //   levelsTo 2     /media | clips / a.mov       down two names

@@ -23,8 +23,8 @@ Bytes AliasRecord(const boost::filesystem::path& target, const boost::filesystem
 //   4. the name alone, in the folder of `referrer`
 //
 // An empty `referrer` leaves out 1 and 4. A path with a component ".." is never tried, so that a
-// broken record cannot lead anywhere. The result is absolute. Nothing if there is no such file or
-// the record is malformed.
+// damaged record cannot lead to an unrelated folder. The result is absolute. Nothing if there is no
+// such file or the record is malformed.
 std::optional<boost::filesystem::path> ResolveAlias(ByteSpan record,
                                                     const boost::filesystem::path& referrer);
 

@@ -22,7 +22,7 @@ OtherFile FileAt(const boost::filesystem::path& path);
 std::unique_ptr<ByteSource> OpenSource(const DataReference& reference,
                                        const std::optional<OtherFile>& ownFile);
 
-// Keeps the 32 sources that were used last open, because a movie can refer to more files than a
+// Keeps open the 32 sources that were used last, because a movie can refer to more files than a
 // process may open.
 class OpenSources {
  public:

@@ -116,8 +116,8 @@ bool Append(std::u16string_view codePoint, TextEncoding encoding, const Converte
                                     : AppendByLibrary(codePoint, *converter.library, bytes);
 }
 
-// UTF-16 in either byte order. Without a mark it is big-endian, as all numbers in the files. A mark
-// stays in the text.
+// UTF-16 in either byte order. Without a mark it is big-endian, like all numbers in the files. A
+// mark stays in the text.
 std::optional<std::u16string> DecodedUnits(ByteSpan bytes) {
   if (bytes.size() % 2 != 0) return std::nullopt;
   const bool isLittle = bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
@@ -135,7 +135,7 @@ std::optional<std::u16string> DecodedByTable(ByteSpan bytes, const UpperHalf& up
   std::u16string text;
   for (const std::uint8_t byte : bytes) {
     text += byte < 0x80 ? byte : upper[byte - 0x80U];
-    // 0 in the table is a byte without a character; byte 0 itself is one.
+    // The table has 0 for a byte without a character. Only byte 0 itself has the character 0.
     if (text.back() == 0 && byte != 0) return std::nullopt;
   }
   return text;

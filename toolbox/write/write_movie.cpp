@@ -193,6 +193,7 @@ Bytes MovieWriter::Compress(std::uint64_t dataStart) { return CompressMovie(Enco
 
 Bytes FileTypeOf(const FilePlan& plan) {
   if (plan.kind != FileKind::kMpeg4) {
+    // QuickTime: the minor version is the year and the month of the format, here March 2005.
     return Encode(FileType{FourCC{"qt  "}, 0x20050300, {'q', 't', ' ', ' '}});
   }
   std::string brands = "mp42isommp41";

@@ -73,7 +73,8 @@ class ChunkWalk {
     }
   }
 
-  // Calls visit(offset) for each chunk: its byte in the file that has its samples.
+  // Calls visit(offset) for each chunk: where its samples start in the file that has them, in
+  // bytes.
   template <class Visit>
   void ForEachOffset(Visit&& visit) const {
     if (const auto* packed = std::get_if<PackedChunks>(&track_.places)) {
