@@ -14,7 +14,7 @@ namespace {
 
 // Whether kExistenceHint was printed. It is printed once per run, because one mistake in quoting
 // can make many names wrong.
-bool hintWasGiven = false;
+bool hintWasPrinted = false;
 
 constexpr char kQuotingHint[] =
     "Make sure that special characters are properly quoted or\n"
@@ -39,8 +39,8 @@ void Explain(const clipjoin::FileOptions& options, toolbox::OSErr code) {
       break;
     default:
       std::cerr << "Error " << code << " reading " << path << '\n';
-      if (!hintWasGiven) std::cerr << kExistenceHint;
-      hintWasGiven = true;
+      if (!hintWasPrinted) std::cerr << kExistenceHint;
+      hintWasPrinted = true;
   }
 }
 

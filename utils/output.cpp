@@ -69,9 +69,9 @@ int WriteQuickTime(toolbox::Movie movie, const std::string& path,
 }
 
 // Printed even with -q: nothing is written.
-void Refuse(bool hasForcedTracks) {
+void Refuse(bool forcesSameTracks) {
   std::cerr << "The file cannot be output as MPEG-4 without conversion.\n";
-  if (hasForcedTracks) {
+  if (forcesSameTracks) {
     std::cerr << "You can convert the file with iTunes (if audio only), QuickTime Pro, or "
                  "convtool.\nType \"man Reelwork\" for more information.\n";
   } else {

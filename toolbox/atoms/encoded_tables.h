@@ -123,7 +123,7 @@ struct OffsetRun {
 };
 
 // Composition offsets as rows of 'ctts', ISO/IEC 14496-12 8.6.1.3. Every row has samples, and
-// neighbouring rows have different offsets.
+// neighboring rows have different offsets.
 class OffsetRuns {
  public:
   using Row = CompositionOffsets::Row;
@@ -164,7 +164,7 @@ class OffsetRuns {
 
   OffsetRuns() = default;
   // A view of `rows`, which must outlive it. Returns nothing unless the rows cover exactly
-  // `samples` samples and Add would have made the same bytes: no row is empty, no neighbours are
+  // `samples` samples and Add would have made the same bytes: no row is empty, no neighbors are
   // equal.
   static std::optional<OffsetRuns> ViewOf(ByteSpan rows, std::uint32_t samples);
 

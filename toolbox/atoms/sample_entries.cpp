@@ -84,7 +84,7 @@ std::optional<std::size_t> AtomsAt(ByteSpan bytes, FourCC mediaType) {
 
 // Appends the atoms in `bytes` to `kept` without their bit rates. Four zero bytes can come after
 // the last atom. Returns false if `bytes` are not atoms.
-bool KeepEssence(ByteSpan bytes, Bytes& kept) {
+bool KeepDecodingParts(ByteSpan bytes, Bytes& kept) {
   while (bytes.size() >= kHead) {
     const std::uint32_t size = NumberAt(bytes, 0);
     const FourCC type(NumberAt(bytes, 4));
@@ -96,7 +96,7 @@ bool KeepEssence(ByteSpan bytes, Bytes& kept) {
     if (type == kWave) {
       const Bytes whole = atom;
       atom.resize(kHead);
-      if (!KeepEssence(ByteSpan(whole).subspan(kHead), atom)) atom = whole;
+      if (!KeepDecodingParts(ByteSpan(whole).subspan(kHead), atom)) atom = whole;
     }
     kept.insert(kept.end(), atom.begin(), atom.end());
   }
@@ -106,13 +106,13 @@ bool KeepEssence(ByteSpan bytes, Bytes& kept) {
 
 // The parts of an entry that must be equal for the same decoding: all but the size, the data
 // reference and the bit rates. Returns nothing if these cannot be located.
-std::optional<Bytes> Essence(ByteSpan bytes, FourCC mediaType) {
+std::optional<Bytes> DecodingParts(ByteSpan bytes, FourCC mediaType) {
   const auto atoms = AtomsAt(bytes, mediaType);
   if (!atoms || *atoms < kReferenceAt + 2 || *atoms > bytes.size()) return std::nullopt;
   Bytes kept(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(*atoms));
   SetReferenceNumber(kept, 0);
   kept.erase(kept.begin(), kept.begin() + 4);
-  if (!KeepEssence(bytes.subspan(*atoms), kept)) return std::nullopt;
+  if (!KeepDecodingParts(bytes.subspan(*atoms), kept)) return std::nullopt;
   return kept;
 }
 
@@ -140,8 +140,8 @@ bool DecodeAlike(ByteSpan a, ByteSpan b, FourCC mediaType) {
     return true;
   }
   if (EntryFormat(a) != EntryFormat(b)) return false;
-  const auto essence = Essence(a, mediaType);
-  return essence && essence == Essence(b, mediaType);
+  const auto parts = DecodingParts(a, mediaType);
+  return parts && parts == DecodingParts(b, mediaType);
 }
 
 std::array<std::uint8_t, 32> PictureEntry::ValidName() const {

@@ -21,7 +21,7 @@ void GetTrackNextInterestingTime(Track track, std::int16_t flags, TimeValue from
     if (!std::has_single_bit(kind)) throw Refused{paramErr};
     if (kind != nextTimeMediaSample || rate <= 0) throw Refused{featureUnsupported};
     const auto found =
-        NextSampleOnShow(Valid(track), MovieTime{from}, (flags & nextTimeEdgeOK) != 0);
+        NextShownSample(Valid(track), MovieTime{from}, (flags & nextTimeEdgeOK) != 0);
     if (!found) return;
     SetResult(time, found->start.units);
     SetResult(duration, found->duration.units);

@@ -174,7 +174,7 @@ struct OutputFile::State {
   }
 
   void Write(std::uint64_t at, ByteSpan bytes) {
-    if (at != Position()) throw Refused{ioErr};
+    if (at != Position()) throw Refused{ioErr, "a write is not at the end of the file"};
     if (bytes.size() < kKernelPiece) {
       std::ranges::copy(bytes, Room(bytes.size()).begin());
       buffered += bytes.size();
@@ -222,7 +222,7 @@ struct OutputFile::State {
   }
 
   void CutOff(std::uint64_t size) {
-    if (size != Position()) throw Refused{ioErr};
+    if (size != Position()) throw Refused{ioErr, "the new file has another size"};
     FlushBuffer();
     if (reserved <= size) return;
     Required([&] { return ftruncate(File(), static_cast<off_t>(size)); });
@@ -282,7 +282,7 @@ void OutputFile::Write(std::uint64_t at, ByteSpan bytes) {
 void OutputFile::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                       std::uint64_t length) {
   state_->Step([&] {
-    if (at != Position()) throw Refused{ioErr};
+    if (at != Position()) throw Refused{ioErr, "a write is not at the end of the file"};
     state_->Copy(source, from, length);
   });
 }

@@ -5,6 +5,7 @@
 namespace toolbox {
 
 void PieceCopier::Flush() {
+  if (filled_ == 0) return;
   disk_.Write(start_, ByteSpan(block_).first(filled_));
   start_ += filled_;
   filled_ = 0;

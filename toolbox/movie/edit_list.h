@@ -26,7 +26,7 @@ struct Edit {
   friend bool operator==(const Edit&, const Edit&) = default;
 };
 
-// Edits without gaps from movie time 0 on, always in normal form: no edit has length 0, neighbours
+// Edits without gaps from movie time 0 on, always in normal form: no edit has length 0, neighbors
 // that continue one another are one edit, and the last edit is not empty.
 //
 // An edit list does not know its time scales. Each change that cuts or joins edits takes a Clock.

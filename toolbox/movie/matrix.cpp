@@ -13,14 +13,14 @@ constexpr double kFixed = 65536.0;
 constexpr double kFract = 1073741824.0;  // the last of each row: 2.30
 
 // How many units of each element make 1.0, row by row.
-constexpr std::array<double, 9> kUnit{kFixed, kFixed, kFract, kFixed, kFixed,
-                                      kFract, kFixed, kFixed, kFract};
+constexpr std::array<double, 9> kUnitsPerOne{kFixed, kFixed, kFract, kFixed, kFixed,
+                                             kFract, kFixed, kFixed, kFract};
 
 // The matrix of real numbers, rounded to what files hold.
 Matrix Rounded(const std::array<double, 9>& values) {
   Matrix matrix;
   for (std::size_t i = 0; i < matrix.size(); ++i) {
-    const double units = std::round(values[i] * kUnit[i]);
+    const double units = std::round(values[i] * kUnitsPerOne[i]);
     matrix[i] = static_cast<std::int32_t>(std::clamp(units, double{INT32_MIN}, double{INT32_MAX}));
   }
   return matrix;
@@ -41,8 +41,8 @@ Matrix Concatenated(const Matrix& first, const Matrix& second) {
   for (std::size_t row = 0; row < 3; ++row) {
     for (std::size_t column = 0; column < 3; ++column) {
       for (std::size_t i = 0; i < 3; ++i) {
-        product[3 * row + column] += first[3 * row + i] / kUnit[3 * row + i] *
-                                     (second[3 * i + column] / kUnit[3 * i + column]);
+        product[3 * row + column] += first[3 * row + i] / kUnitsPerOne[3 * row + i] *
+                                     (second[3 * i + column] / kUnitsPerOne[3 * i + column]);
       }
     }
   }

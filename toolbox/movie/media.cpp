@@ -128,7 +128,7 @@ std::vector<DataReference> MediaRecord::ReferencesForThis(
 }
 
 std::vector<std::uint32_t> MediaRecord::AddDescriptions(
-    const std::vector<SampleDescription>& strangers, const std::vector<DataReference>& references) {
+    const std::vector<SampleDescription>& others, const std::vector<DataReference>& references) {
   const auto isElsewhere = [](const DataReference& reference) {
     return !std::holds_alternative<ThisFile>(reference) &&
            !std::holds_alternative<InMemory>(reference);
@@ -141,7 +141,7 @@ std::vector<std::uint32_t> MediaRecord::AddDescriptions(
   }
   std::vector<std::uint32_t> map;
   const std::size_t count = dataReferences.size(), known = descriptions.size();
-  for (SampleDescription description : strangers) {
+  for (SampleDescription description : others) {
     description.dataReference = FindOrAdd(references[description.dataReference]);
     // No old description names a new reference.
     const bool isNew = description.dataReference >= count;

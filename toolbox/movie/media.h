@@ -111,10 +111,10 @@ struct MediaRecord : MediaSettings {
   std::vector<DataReference> ReferencesForOthers() const;
   // The reverse: makes such references valid for this media. MovieFile() becomes ThisFile.
   std::vector<DataReference> ReferencesForThis(std::vector<DataReference> references) const;
-  // Returns the index in this media for each description of `strangers`, whose data references are
+  // Returns the index in this media for each description of `others`, whose data references are
   // `references`. Adds descriptions and references that this media does not have yet. If a
   // reference is to another file, the movie loses its trailer, which describes only its own file.
-  std::vector<std::uint32_t> AddDescriptions(const std::vector<SampleDescription>& strangers,
+  std::vector<std::uint32_t> AddDescriptions(const std::vector<SampleDescription>& others,
                                              const std::vector<DataReference>& references);
 
   // A source that has been joined. Its samples start at `base`, so it need not be joined again.

@@ -5,7 +5,7 @@
 
 namespace toolbox {
 
-// Joins neighbouring runs of one value and passes them to visit(count, value). Call Flush after the
+// Joins neighboring runs of one value and passes them to visit(count, value). Call Flush after the
 // last value to pass on the last run. `visit` must outlive this object.
 template <class Value, class Visit>
 class RunJoiner {

@@ -38,7 +38,7 @@ void ForEachRunIn(const Runs& runs, RowRange part, Value Run::*value, Add&& add)
   }
 }
 
-// Calls visit(samples, duration) for runs of one duration; neighbours differ.
+// Calls visit(samples, duration) for runs of one duration; neighbors differ.
 template <class Visit>
 void ForEachTime(const SampleTable& samples, Visit&& visit) {
   RunJoiner<std::int64_t, Visit> joiner(visit);
@@ -53,7 +53,7 @@ void ForEachTime(const SampleTable& samples, Visit&& visit) {
   joiner.Flush();
 }
 
-// Calls visit(samples, offset) for runs of one offset; neighbours differ. Where rows of 'ctts' can
+// Calls visit(samples, offset) for runs of one offset; neighbors differ. Where rows of 'ctts' can
 // be taken over as they are, calls visitEncoded(rows) instead.
 template <class Visit, class VisitEncoded>
 void ForEachOffset(const SampleTable& samples, Visit&& visit, VisitEncoded&& visitEncoded) {
@@ -68,7 +68,7 @@ void ForEachOffset(const SampleTable& samples, Visit&& visit, VisitEncoded&& vis
     } else if (slice.shift != 0) {
       offsets.ForEach(slice.part.from, slice.part.to, add);
     } else {
-      // Neighbouring rows differ, so none of these is to be joined to another.
+      // Neighboring rows differ, so none of these is to be joined to another.
       offsets.ForEach(slice.part.from, slice.part.to, add, [&](ByteSpan rows) {
         joiner.Flush();
         visitEncoded(rows);
@@ -83,7 +83,7 @@ void ForEachOffset(const SampleTable& samples, Visit&& visit) {
 }
 
 // Calls visit(samples, number) for runs in one group of a grouping that GroupsOf has returned;
-// neighbours differ. Number 0 is no group.
+// neighbors differ. Number 0 is no group.
 template <class Visit>
 void ForEachGroup(const SampleTable& samples, const JoinedGroup& group, Visit&& visit) {
   RunJoiner<std::uint32_t, Visit> joiner(visit);

@@ -89,7 +89,7 @@ void ForEachFileChunks(const SampleRows& rows, RowRange part, Visit&& visit) {
   }
 }
 
-// Calls visit(SampleChunks) for the chunks of `range`. Neighbours may be alike.
+// Calls visit(SampleChunks) for the chunks of `range`. Neighbors may be alike.
 template <class Visit>
 void ForEachChunks(const SampleTable& samples, SampleRange range, Visit&& visit) {
   for (const SampleSlice& slice : samples.SlicesIn(range)) {

@@ -123,7 +123,7 @@ SampleRows SampleRows::Rescaled(std::int32_t from, std::int32_t to) const {
   };
   const auto addOffset = [&rows](std::uint32_t samples, std::int64_t offset) {
     if (offset > INT32_MAX || offset < INT32_MIN) {
-      throw Refused{invalidDuration, "a display offset is too large"};
+      throw Refused{invalidDuration, "a composition offset is too large"};
     }
     rows.AddOffsets(samples, static_cast<std::int32_t>(offset));
   };

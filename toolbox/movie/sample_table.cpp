@@ -126,7 +126,7 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     slice.rows = rows;
     slice.stretch = ScaleChange{from, to}(slice.stretch);
     const std::int64_t shift = Rescale(slice.shift, from, to);
-    if (!HasRoom(*rows, shift)) throw Refused{invalidDuration, "a display offset is too large"};
+    if (!HasRoom(*rows, shift)) throw Refused{invalidDuration, "a composition offset is too large"};
     slice.shift = static_cast<std::int32_t>(shift);
     slice.rowTime = rows->TimeOf(slice.part.from);
     slice.length = rows->TimeOf(slice.part.to) - slice.rowTime + slice.stretch;

@@ -14,8 +14,8 @@ MovieTime Reaches(const Edit& edit, MediaTime time, Clock clock) {
 
 // The sample that the edit shows at `start`, for as long as the edit shows it. It starts there, or
 // before the edit does.
-std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
-                                       const TrackRecord& track) {
+std::optional<ShownSample> ShownSampleFrom(MovieTime start, const Edit& edit,
+                                           const TrackRecord& track) {
   const SampleTable& samples = track.media->samples;
   const Clock clock = track.TimeClock();
   const MediaTime time = edit.ShownAt(start - edit.start, clock, Rounding::kDown);
@@ -24,14 +24,14 @@ std::optional<SampleOnShow> OnShowFrom(MovieTime start, const Edit& edit,
   const MediaTime end = NextShownAfter(samples, time).value_or(samples.EndTime());
   const MovieTime until = std::min(edit.End(), Reaches(edit, end, clock));
   if (until <= start) return std::nullopt;
-  return SampleOnShow{start, until - start};
+  return ShownSample{start, until - start};
 }
 
 // The first sample of the edit that starts at or after `from`.
-std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
-                                        const TrackRecord& track) {
+std::optional<ShownSample> FirstShownSample(MovieTime from, const Edit& edit,
+                                            const TrackRecord& track) {
   if (from <= edit.start) {
-    if (const auto found = OnShowFrom(edit.start, edit, track)) return found;
+    if (const auto found = ShownSampleFrom(edit.start, edit, track)) return found;
     from = edit.start + MovieTime{1};
   }
   const Clock clock = track.TimeClock();
@@ -40,20 +40,20 @@ std::optional<SampleOnShow> FirstOnShow(MovieTime from, const Edit& edit,
   if (!next) return std::nullopt;
   // Of samples that start within one movie unit, the last is on show at its end.
   const MovieTime start = std::max(from, Reaches(edit, *next, clock));
-  return start < edit.End() ? OnShowFrom(start, edit, track) : std::nullopt;
+  return start < edit.End() ? ShownSampleFrom(start, edit, track) : std::nullopt;
 }
 
 }  // namespace
 
-std::optional<SampleOnShow> NextSampleOnShow(const TrackRecord& track, MovieTime from,
-                                             bool atFromToo) {
+std::optional<ShownSample> NextShownSample(const TrackRecord& track, MovieTime from,
+                                           bool atFromToo) {
   if (!track.media || track.media->samples.Count() == 0) return std::nullopt;
   if (!atFromToo) from += MovieTime{1};
   const std::vector<Edit>& edits = track.edits.Edits();
   for (auto edit = std::ranges::upper_bound(edits, from, {}, &Edit::End); edit != edits.end();
        ++edit) {
     if (edit->IsEmpty()) continue;
-    if (const auto found = FirstOnShow(from, *edit, track)) return found;
+    if (const auto found = FirstShownSample(from, *edit, track)) return found;
   }
   return std::nullopt;
 }

@@ -8,9 +8,9 @@
 namespace toolbox {
 
 // The movie times at which one edit shows a sample.
-struct SampleOnShow {
+struct ShownSample {
   MovieTime start, duration;
-  friend bool operator==(const SampleOnShow&, const SampleOnShow&) = default;
+  friend bool operator==(const ShownSample&, const ShownSample&) = default;
 };
 
 // The next sample that starts to be shown after `from`, or at `from` if `atFromToo`. A sample
@@ -19,8 +19,8 @@ struct SampleOnShow {
 //
 //   samples  |  0  |  1  |2|3|   4   |
 //   movie    '   '   '   '   '   '   '    a sample starts at the first ' at or after its |
-std::optional<SampleOnShow> NextSampleOnShow(const TrackRecord& track, MovieTime from,
-                                             bool atFromToo);
+std::optional<ShownSample> NextShownSample(const TrackRecord& track, MovieTime from,
+                                           bool atFromToo);
 
 // The media time shown at `time`; nothing in an empty edit or outside the track.
 std::optional<MediaTime> MediaTimeAt(const TrackRecord& track, MovieTime time);

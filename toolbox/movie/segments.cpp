@@ -16,7 +16,7 @@ namespace {
 constexpr FourCC kHint{"hint"};
 constexpr FourCC kSound{"soun"};
 
-bool SameAtom(const Siblings& a, const Siblings& b, FourCC type) {
+bool HasSameAtom(const Siblings& a, const Siblings& b, FourCC type) {
   const Sibling* first = FindSibling(a, type);
   const Sibling* second = FindSibling(b, type);
   return first == nullptr || second == nullptr ? first == second : *first == *second;
@@ -44,8 +44,9 @@ std::uint16_t Language(const MediaRecord& media) {
 // Whether both tracks have the same place and outline in the movie.
 bool LooksLike(const TrackRecord& a, const TrackRecord& b) {
   return a.header.width == b.header.width && a.header.height == b.header.height &&
-         a.header.matrix == b.header.matrix && SameAtom(a.siblings, b.siblings, FourCC{"clip"}) &&
-         SameAtom(a.siblings, b.siblings, FourCC{"matt"});
+         a.header.matrix == b.header.matrix &&
+         HasSameAtom(a.siblings, b.siblings, FourCC{"clip"}) &&
+         HasSameAtom(a.siblings, b.siblings, FourCC{"matt"});
 }
 
 bool Fits(const TrackRecord& track, const TrackRecord& source) {

@@ -19,8 +19,8 @@ Mpeg4Settings ReadMpeg4Settings(ByteSpan container) try {
     if (isCoding && number != kPassThrough.value) settings.keepsCoding = false;
   }
   return settings;
-} catch (const Malformed&) {
-  throw Refused{paramErr};
+} catch (const Malformed& fault) {
+  throw Refused{paramErr, fault.reason};
 }
 
 }  // namespace toolbox

@@ -67,7 +67,7 @@ class Moved {
     const std::vector<UsedSamples> used = SamplesInUse(part);
     for (std::size_t i = 0; i < used.size(); ++i) {
       const std::uint64_t from = used[i].samples.from;
-      // Neighbours are moved together, so that rounding happens once for all of them.
+      // Neighbors are moved together, so that rounding happens once for all of them.
       while (i + 1 < used.size() && used[i + 1].samples.from == used[i].samples.to) ++i;
       SampleTable stretch;
       stretch.AppendSlice(source, {from, used[i].samples.to});

@@ -90,7 +90,7 @@ Bytes Mpeg4Description(ByteSpan description, std::int32_t scale) {
   const FourCC format = EntryFormat(description);
   if (format == kAudio) return SoundDescription(description, scale);
   if (format == kAvc || format == kVisual) return PictureDescription(description);
-  throw Refused{featureUnsupported, "MPEG-4 files cannot have its coding"};
+  throw Refused{featureUnsupported, "MPEG-4 files cannot contain this coding"};
 }
 
 }  // namespace toolbox

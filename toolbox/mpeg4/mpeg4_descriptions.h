@@ -14,7 +14,7 @@ namespace toolbox {
 // (there is none).
 template <class T>
 T ValueOrRefuse(std::optional<T> part) {
-  if (!part) throw Refused{invalidSampleDescription, "a decoder needs more than it has"};
+  if (!part) throw Refused{invalidSampleDescription, "it lacks something that a decoder needs"};
   return *std::move(part);
 }
 

@@ -91,7 +91,7 @@ void AddItems(ItemLocations& locations, const ByteSource& source, NewFile& file)
     // Length 0 means the whole file (ISO/IEC 14496-12 8.11.3), and the new file does not contain
     // the whole old file.
     if (extent.length == 0) {
-      throw Refused{featureUnsupported, "an item of 'meta' is the whole old file"};
+      throw Refused{featureUnsupported, "an item of 'meta' covers the whole old file"};
     }
     CheckEnd(item.base, extent.offset, source.Size(), source.Path());
     CheckEnd(item.base + extent.offset, extent.length, source.Size(), source.Path());

@@ -11,7 +11,7 @@ namespace {
 
 // Plans to copy all used samples of every track that has media in memory. Other tracks stay in
 // place.
-void PlanInPlace(FilePlan& plan, Planner& planner) {
+void CopyMemory(FilePlan& plan, Planner& planner) {
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     const auto& media = plan.movie->tracks[i]->media;
     const bool isInMemory =
@@ -34,7 +34,7 @@ FilePlan PlanReference(const MovieRecord& movie) {
   FilePlan plan;
   Planner planner(movie, plan);
   planner.DropSystems();
-  PlanInPlace(plan, planner);
+  CopyMemory(plan, planner);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {
     auto& media = plan.movie->tracks[i]->media;
     if (!media || !std::holds_alternative<StaysInPlace>(plan.tracks[i].places)) continue;
@@ -52,7 +52,7 @@ FilePlan PlanUpdate(const MovieRecord& movie) {
   FilePlan plan;
   plan.kind = FileKind::kUnchanged;
   Planner planner(movie, plan);
-  PlanInPlace(plan, planner);
+  CopyMemory(plan, planner);
   return plan;
 }
 

@@ -302,7 +302,7 @@ class FragmentReader {
     const auto& offsets = fragment.auxiliaryOffsets;
     // Only both tables together locate the information that decrypts samples.
     if (sizes.has_value() != offsets.has_value() || (!sizes && IsEncrypted(fragment))) {
-      throw Refused{featureUnsupported, "'saiz' and 'saio' are not both there"};
+      throw Refused{featureUnsupported, "'saiz' or 'saio' is missing"};
     }
     if (sizes) ReadAuxiliary(*sizes, *offsets, base, runs);
   }

@@ -13,13 +13,13 @@ namespace {
 
 constexpr FourCC kText{"text"};
 
-using Shown = std::vector<SampleOnShow>;
+using Shown = std::vector<ShownSample>;
 
 // The times found by asking for the first sample and then for each next one.
 Shown Walk(const TrackRecord& track) {
   Shown found;
-  auto next = NextSampleOnShow(track, track.edits.Offset(), true);
-  for (; next; next = NextSampleOnShow(track, next->start, false)) found.push_back(*next);
+  auto next = NextShownSample(track, track.edits.Offset(), true);
+  for (; next; next = NextShownSample(track, next->start, false)) found.push_back(*next);
   return found;
 }
 
@@ -51,7 +51,7 @@ TEST(SamplesByTime, ComeBackToTheirSampleInAScaleThatDoesNotFit) {
   TrackRecord& track = AddPlainTrack(movie, kText, 30000, PlainRows(100, kDelta, 10));
   const Shown found = Walk(track);
   ASSERT_EQ(found.size(), 100U);
-  EXPECT_EQ(found[1], (SampleOnShow{{21}, {20}})) << "20.02 units, and 40.04 for the next";
+  EXPECT_EQ(found[1], (ShownSample{{21}, {20}})) << "20.02 units, and 40.04 for the next";
   for (std::size_t i = 0; i < found.size(); ++i) {
     EXPECT_EQ(MediaTimeAt(track, found[i].start)->units / kDelta, static_cast<std::int64_t>(i));
   }
@@ -69,9 +69,9 @@ TEST(SamplesByTime, AreFoundInEveryEditThatShowsThem) {
   track.edits.Append({30}, {399}, 0.0, clock);
   EXPECT_EQ(Walk(track),
             (Shown{{{50}, {50}}, {{100}, {50}}, {{200}, {50}}, {{250}, {50}}, {{300}, {30}}}));
-  EXPECT_EQ(NextSampleOnShow(track, {100}, false)->start, MovieTime{200});
-  EXPECT_EQ(NextSampleOnShow(track, {-7}, true)->start, MovieTime{50});
-  EXPECT_EQ(NextSampleOnShow(track, {300}, false), std::nullopt);
+  EXPECT_EQ(NextShownSample(track, {100}, false)->start, MovieTime{200});
+  EXPECT_EQ(NextShownSample(track, {-7}, true)->start, MovieTime{50});
+  EXPECT_EQ(NextShownSample(track, {300}, false), std::nullopt);
   EXPECT_EQ(MediaTimeAt(track, {49}), std::nullopt);
   EXPECT_EQ(MediaTimeAt(track, {50}), MediaTime{150});
   EXPECT_EQ(MediaTimeAt(track, {249}), MediaTime{98});

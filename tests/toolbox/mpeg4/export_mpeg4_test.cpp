@@ -206,7 +206,7 @@ TEST_F(Export, NamesLanguagesAsIsoDoes) {
   }
 }
 
-TEST_F(Export, OfOffsetsBelowZeroNamesABrandThatKnowsThem) {
+TEST_F(Export, HasABrandThatAllowsNegativeOffsets) {
   const Bytes usual = Atom("ftyp", Text("mp42"), U32(0), Text("mp42isommp41avc1"));
   EXPECT_EQ(FileTypeOf(Planned()), usual);
   auto rows = PlainRows(2, 300, 2000);

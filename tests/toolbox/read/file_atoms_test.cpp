@@ -47,7 +47,7 @@ class FileAtoms : public InFolder {
   }
 };
 
-TEST_F(FileAtoms, AreKeptUnlessTheySayNothing) {
+TEST_F(FileAtoms, AreKeptUnlessTheyAreRoom) {
   const Bytes own = Atom("uuid", Text("0123456789abcdef"), Text("kept"));
   const Bytes places = Join(Atom("free", Zeros(99), Text("N 48.2")), Atom("skip", Text("x")));
   EXPECT_EQ(Copied(own, places), Join(places, own));
@@ -98,7 +98,7 @@ Bytes Items(std::uint32_t version, std::uint32_t at, bool isQuickTime) {
               Atom("idat", Text("inside")));
 }
 
-TEST_F(FileAtoms, FindItemsWhereTheyWent) {
+TEST_F(FileAtoms, FindItemsAtTheirNewPlaces) {
   const Bytes media = Atom("mdat", Text("....one..four...."));
   for (const std::uint32_t version : {0U, 1U, 2U}) {
     const Bytes copied = Copied({}, Join(media, Items(version, 12, version == 1)));

@@ -171,7 +171,7 @@ TEST_F(ReadFragments, ShowsNoTextBetweenFragments) {
   EXPECT_EQ(edits("text", list), (Edits{{{0}, {30}, {10}, 1.0}}));
 }
 
-TEST_F(ReadFragments, ShowsWhatTheEditListMeansFromWhereTheMediaBegins) {
+TEST_F(ReadFragments, ApplyTheEditListFromTheStartOfTheMedia) {
   const auto entry = [](std::uint32_t duration, std::uint32_t mediaTime) {
     return Join(U32(duration), U32(mediaTime), U32(0x10000));
   };
@@ -205,7 +205,7 @@ TEST_F(ReadFragments, ShowsWhatTheEditListMeansFromWhereTheMediaBegins) {
             (Edits{{kNone, {1030}, Edit::kNothing}, {{1030}, {10}, {5}}}));
 }
 
-TEST_F(ReadFragments, GoOnBehindTheSamplesOfTheHeader) {
+TEST_F(ReadFragments, ContinueTheSamplesOfTheHeader) {
   const Bytes table =
       Join(PlainTable(3, 10, 4, 8), Atom("stss", U32(0), U32(1), U32(1)), Atom("what", U32(3)));
   const auto movie =
@@ -219,7 +219,7 @@ TEST_F(ReadFragments, GoOnBehindTheSamplesOfTheHeader) {
   EXPECT_EQ(FindSibling(others, FourCC{"what"}), nullptr) << "it knew three samples";
 }
 
-TEST_F(ReadFragments, KeepWhatSamplesSayOfOneAnother) {
+TEST_F(ReadFragments, KeepTheDependenciesOfSamples) {
   const auto dependencies = [&](std::uint32_t first, std::uint32_t second) {
     const auto movie =
         Read(Plain(Header(1, 0x20000), RunOf(2, 0x400, Join(U32(first), U32(second)))));
@@ -230,7 +230,7 @@ TEST_F(ReadFragments, KeepWhatSamplesSayOfOneAnother) {
   EXPECT_EQ(dependencies(0, 0x04000000), (Bytes{0, 0x40}));
 }
 
-TEST_F(ReadFragments, LeaveOutWhatIsNotAllThere) {
+TEST_F(ReadFragments, DropIncompleteSamples) {
   const Bytes whole = Plain(Header(1, 0x20000), RunOf(1, 1, U32(100)));
   const Bytes beyond = Plain(Header(1, 0x20000), RunOf(1, 1, U32(1 << 20)));
   const Bytes early = Plain(Header(1, 0x20000), RunOf(1, 1, U32(0x80000000)));

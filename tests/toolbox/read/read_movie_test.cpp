@@ -313,7 +313,7 @@ TEST_F(ReadMovie, ReadsUserDataUpToItsEnd) {
   EXPECT_EQ(items(Join(item, Zeros(8))), one) << "a 0 ends the list, whatever follows it";
 }
 
-TEST_F(ReadMovie, GivesMetaTheVersionWordThatItMayLack) {
+TEST_F(ReadMovie, AddsTheVersionThatMetaMayLack) {
   const Bytes handler = Atom("hdlr", Zeros(8), Text("mdir"), Zeros(13));
   const auto payload = [&](const Bytes& content) {
     return Read(Atom("moov", MovieHeaderAtom(), Atom("udta", Atom("meta", content))))

@@ -86,7 +86,7 @@ Bytes TwoTracks() {
                    TrackAtom({.id = 2, .kind = "soun", .table = PlainTable(60, 30, 50, 3008)})));
 }
 
-TEST_F(WriteMovie, PutsTheBytesOfEverySampleWhereItSaysTheyAre) {
+TEST_F(WriteMovie, HasEverySampleAtItsOffset) {
   const auto movie = ReadMovieFile(Store("in.mov", TwoTracks()), References::kResolve);
   const Bytes video = SampleBytes(*movie->tracks[0]), sound = SampleBytes(*movie->tracks[1]);
   ASSERT_EQ(Join(video, sound), Numbered(6000));
@@ -323,7 +323,7 @@ TEST_F(WriteMovie, WritesUserDataWithoutTerminator) {
   EXPECT_TRUE(Contains(file, Atom("udta", items)));
 }
 
-TEST_F(WriteMovie, StatesTheGivenTimeAsThatOfTheChange) {
+TEST_F(WriteMovie, HasTheGivenModificationTime) {
   const auto movie = ReadMovieFile(Store("in.mov", TwoTracks()), References::kResolve);
   setenv("SOURCE_DATE_EPOCH", "1000", 1);
   const Bytes file = Flattened(*movie, {.movieFirst = true, .compress = false});
