@@ -262,7 +262,8 @@ class ChunkRuns {
       run_.sample = runs.marks_.SampleOf(row);
       Take();
     }
-    void Take() {
+    // Without the attribute, compilers call this for each chunk of a long movie.
+    [[gnu::always_inline]] void Take() {
       const Row row = DecodeRow<Row>(at_);
       run_.chunk = row.firstChunk - 1;
       run_.samplesPerChunk = row.samplesPerChunk;
