@@ -67,7 +67,6 @@ class MemoryDisk final : public Disk {
     Write(at, bytes);
   }
   void Reserve(std::uint64_t) override { Do({}); }
-  void Flush() override {}
   void Sync() override {
     Do({});
     synced_ = file_;

@@ -23,8 +23,6 @@ class Disk {
   // Reserves room for a file of `size` bytes. Throws if the disk is too full. If the file system
   // cannot reserve room, this does nothing.
   virtual void Reserve(std::uint64_t size) = 0;
-  // Passes everything written so far to the operating system.
-  virtual void Flush() = 0;
   // Waits until everything written so far is safe from a power cut.
   virtual void Sync() = 0;
   // Removes everything after the first `size` bytes.

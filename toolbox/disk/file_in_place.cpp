@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "toolbox/disk/system_error.h"
 
 namespace toolbox {
@@ -19,13 +17,10 @@ void FileInPlace::Write(std::uint64_t at, ByteSpan bytes) {
 
 void FileInPlace::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                        std::uint64_t length) {
-  constexpr std::uint64_t kStep = 1 << 20;  // bytes in memory at one time
-  Bytes bytes;
-  for (std::uint64_t done = 0; done < length; done += bytes.size()) {
-    bytes.resize(std::min(kStep, length - done));
-    source.Read(from + done, bytes);
-    Write(at + done, bytes);
-  }
+  ForEachBlock(source, from, length, [&](ByteSpan block) {
+    Write(at, block);
+    at += block.size();
+  });
 }
 
 void FileInPlace::Sync() {

@@ -5,8 +5,8 @@
 
 namespace toolbox {
 
-// Writes are not buffered, so Flush does nothing. TakeName and Reserve do nothing either: the file
-// already has its name, and it grows as it is written. Any position may be written, in any order.
+// TakeName and Reserve do nothing: the file already has its name, and it grows as it is written.
+// Any position may be written, in any order.
 class FileInPlace final : public Disk {
  public:
   // `file` is open for reading and writing and stays so while this object is used.
@@ -16,7 +16,6 @@ class FileInPlace final : public Disk {
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
             std::uint64_t length) override;
   void Reserve(std::uint64_t) override {}
-  void Flush() override {}
   void Sync() override;
   void CutOff(std::uint64_t size) override;
   void TakeName() override {}

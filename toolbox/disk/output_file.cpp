@@ -23,8 +23,6 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// Larger buffers are slower: at 512 KiB and more, the kernel took four times as long for each byte.
-constexpr std::size_t kBufferSize = 64 << 10;
 // From this size on, a piece is worth a system call of its own.
 constexpr std::uint64_t kKernelPiece = 64 << 10;
 // The most that one system call copies, so that signals are handled in between.
@@ -131,8 +129,6 @@ struct OutputFile::State {
   std::optional<TemporaryFile> temporary;
   Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
-  Bytes buffer = Bytes(kBufferSize);
-  std::size_t buffered = 0;  // bytes in `buffer` that are not written yet
   std::uint64_t written = 0;  // bytes in the file
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
   bool kernelCopies = true;  // false after the kernel could not copy once
@@ -151,10 +147,11 @@ struct OutputFile::State {
     throw;
   }
 
-  std::uint64_t Position() const { return written + buffered; }
+  void CheckPlace(std::uint64_t at) const {
+    if (at != written) throw Refused{ioErr, "a write is not at the end of the file"};
+  }
 
-  // Passes `bytes` to the system, without the buffer.
-  void WriteOut(ByteSpan bytes) {
+  void Write(ByteSpan bytes) {
     while (!bytes.empty()) {
       const ssize_t put = Required([&] { return write(File(), bytes.data(), bytes.size()); });
       bytes = bytes.subspan(static_cast<std::size_t>(put));
@@ -162,31 +159,8 @@ struct OutputFile::State {
     }
   }
 
-  // Empties the buffer into the file.
-  void FlushBuffer() { WriteOut({buffer.data(), std::exchange(buffered, 0)}); }
-
-  // Returns `wanted` free bytes of the buffer, or the whole buffer if that is smaller. Empties the
-  // buffer first if necessary.
-  std::span<std::uint8_t> Room(std::uint64_t wanted) {
-    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, kBufferSize));
-    if (size > kBufferSize - buffered) FlushBuffer();
-    return {buffer.data() + buffered, size};
-  }
-
-  void Write(std::uint64_t at, ByteSpan bytes) {
-    if (at != Position()) throw Refused{ioErr, "a write is not at the end of the file"};
-    if (bytes.size() < kKernelPiece) {
-      std::ranges::copy(bytes, Room(bytes.size()).begin());
-      buffered += bytes.size();
-    } else {
-      FlushBuffer();
-      WriteOut(bytes);
-    }
-  }
-
   // Lets the kernel copy until it cannot. Returns the number of bytes that were copied.
   std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-    FlushBuffer();
     std::uint64_t done = 0;
     while (done < length) {
       const auto copied = CopyInKernel(source.Descriptor(), at + done, File(), length - done);
@@ -198,38 +172,28 @@ struct OutputFile::State {
     return done;
   }
 
-  // Large pieces of a file are copied by the kernel. Everything else is read into the buffer.
+  // The kernel copies large pieces of a file, if it can. Everything else is read and written.
   void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     CheckEnd(at, length, kFarthest);
+    std::uint64_t done = 0;
     if (source.Descriptor() >= 0 && length >= kKernelPiece && kernelCopies) {
-      const std::uint64_t done = CopyLarge(source, at, length);
-      at += done;
-      length -= done;
+      done = CopyLarge(source, at, length);
     }
-    while (length > 0) {
-      const std::span<std::uint8_t> piece = Room(length);
-      source.Read(at, piece);
-      buffered += piece.size();
-      at += piece.size();
-      length -= piece.size();
-    }
+    ForEachBlock(source, at + done, length - done, [this](ByteSpan block) { Write(block); });
   }
 
   void Sync() {
-    FlushBuffer();
     // Only a file that replaces another is synced.
     if (replaced.IsOpen()) Required([this] { return fsync(File()); });
   }
 
   void CutOff(std::uint64_t size) {
-    if (size != Position()) throw Refused{ioErr, "the new file has another size"};
-    FlushBuffer();
+    if (size != written) throw Refused{ioErr, "the new file has another size"};
     if (reserved <= size) return;
     Required([&] { return ftruncate(File(), static_cast<off_t>(size)); });
   }
 
   void TakeName() {
-    FlushBuffer();
     if (!temporary) return direct.Close();
     const std::optional<FileState> now = StateOf(target);
     // A file that appeared in the meantime is not the one that the user wanted to replace.
@@ -273,16 +237,19 @@ OutputFile::OutputFile(const fs::path& target, Existing existing) try
 
 OutputFile::~OutputFile() = default;
 
-std::uint64_t OutputFile::Position() const { return state_->Position(); }
+std::uint64_t OutputFile::Position() const { return state_->written; }
 
 void OutputFile::Write(std::uint64_t at, ByteSpan bytes) {
-  state_->Step([&] { state_->Write(at, bytes); });
+  state_->Step([&] {
+    state_->CheckPlace(at);
+    state_->Write(bytes);
+  });
 }
 
 void OutputFile::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                       std::uint64_t length) {
   state_->Step([&] {
-    if (at != Position()) throw Refused{ioErr, "a write is not at the end of the file"};
+    state_->CheckPlace(at);
     state_->Copy(source, from, length);
   });
 }
@@ -292,10 +259,6 @@ void OutputFile::Reserve(std::uint64_t size) {
     if (!state_->temporary || size <= state_->reserved) return;
     if (Allocate(state_->File(), size)) state_->reserved = size;
   });
-}
-
-void OutputFile::Flush() {
-  state_->Step([&] { state_->FlushBuffer(); });
 }
 
 void OutputFile::Sync() {

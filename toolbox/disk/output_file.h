@@ -44,7 +44,6 @@ class OutputFile final : public Disk {
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
             std::uint64_t length) override;
   void Reserve(std::uint64_t size) override;
-  void Flush() override;
   // Waits only if the file replaces another: only then can a power cut lose an old file.
   void Sync() override;
   // Gives back the room that was reserved and not used. `size` must be Position().

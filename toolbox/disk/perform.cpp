@@ -40,7 +40,6 @@ void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& wri
       throw;
     }
   }
-  disk.Flush();
 }
 
 Stage NamingStage(std::uint64_t size) { return {{CutOff{size}, Sync{}, TakeName{}}, {}}; }

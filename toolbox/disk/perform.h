@@ -58,7 +58,7 @@ struct Stage {
 // Writes `part.size` bytes at `part.at` of the disk.
 using PartWriter = std::function<void(const WritePart& part, Disk& disk)>;
 
-// Does all steps in order, then flushes the disk. `writePart` may be null if no step is a
+// Does all steps in order. `writePart` may be null if no step is a
 // WritePart. Throws what the failed step throws, or what a step of its `undo` throws.
 void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& writePart);
 

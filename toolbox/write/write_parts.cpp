@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "toolbox/disk/piece_copier.h"
+#include "toolbox/disk/piece_writer.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
@@ -39,26 +39,28 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
-  PieceCopier copier(disk);
+  PieceWriter writer(disk);
   plan_.ForEachRange([&](const CopyRange& range) {
-    const ByteSource& source = sources_.Open(*range.from, [&copier] { copier.ForgetSources(); });
+    const ByteSource& source = sources_.Open(*range.from, [&writer] { writer.ForgetSources(); });
     for (std::uint64_t done = 0, length = 0; done < range.length; done += length) {
       length = std::min(range.length - done, kLongestCopy);
-      copier.Copy(part.at + range.destination + done, source, range.at + done, length);
+      writer.Copy(part.at + range.destination + done, source, range.at + done, length);
       Report(length);
     }
   });
-  copier.Flush();
+  writer.Flush();
 }
 
 void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
   const MadeData& made = plan_.made.at(part.detail);
   std::uint64_t at = part.at;
+  PieceWriter writer(disk);
   made.make(plan_, [&](ByteSpan bytes) {
-    disk.Write(at, bytes);
+    writer.Write(at, bytes);
     at += bytes.size();
     Report(bytes.size());
   });
+  writer.Flush();
   if (at != part.at + part.size) throw Refused{ioErr, "the data to write has changed its size"};
 }
 

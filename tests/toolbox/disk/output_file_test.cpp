@@ -26,7 +26,7 @@
 #include <tuple>
 #include <vector>
 
-#include "toolbox/disk/piece_copier.h"
+#include "toolbox/disk/piece_writer.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/references/sources.h"
 
@@ -132,7 +132,6 @@ TEST_F(Output, ReplacesOnlyAtCommitAndThenWhole) {
   {
     OutputFile given(target_);
     Append(given, Text("given up"));
-    given.Flush();
     EXPECT_EQ(Stored(target_), Text("old"));
   }
   EXPECT_EQ(FilesInFolder(), 1);
@@ -292,8 +291,7 @@ TEST_F(Output, WritesDevicesAndPipesDirectly) {
   EXPECT_TRUE(fs::is_other("/dev/null"));
 
   OutputFile full("/dev/full");
-  Append(full, Text("no room"));
-  EXPECT_EQ(CodeOf([&] { full.Flush(); }), dskFulErr);
+  EXPECT_EQ(CodeOf([&] { Append(full, Text("no room")); }), dskFulErr);
 
   const Bytes content = Noise(300'000, 2);
   Store(folder_ / "in", content);
@@ -334,7 +332,7 @@ TEST_F(Output, HasSmallAndLargePiecesOfManySourcesInOrder) {
     std::mt19937 random(seed);
     Bytes expected;
     OutputFile file(target_);
-    PieceCopier copier(file);
+    PieceWriter writer(file);
     if (seed % 2 == 0) file.Reserve(20 << 20);
     std::size_t near = 0;  // many pieces are close together, which is what the blocks are for
     for (int piece = 0; piece < 3000; ++piece) {
@@ -343,12 +341,12 @@ TEST_F(Output, HasSmallAndLargePiecesOfManySourcesInOrder) {
       const std::size_t length = kLengths[isRare ? random() % std::size(kLengths) : 2];
       if (random() % 100 == 0) near = random() % 2'900'000;
       const std::size_t at = (near + random() % 100'000) % (contents[which].size() - length + 1);
-      copier.Copy(expected.size(), *sources[which], at, length);
+      writer.Copy(expected.size(), *sources[which], at, length);
       const auto from = contents[which].begin() + static_cast<std::ptrdiff_t>(at);
       expected.insert(expected.end(), from, from + static_cast<std::ptrdiff_t>(length));
-      if (piece % 500 == 0) copier.Flush();
+      if (piece % 500 == 0) writer.Flush();
     }
-    copier.Flush();
+    writer.Flush();
     file.Commit();
     ASSERT_TRUE(Stored(target_) == expected) << "seed " << seed;
   }
@@ -358,17 +356,17 @@ TEST_F(Output, HasTheBytesOfASourceAtTheAddressOfAnOlderOne) {
   Store(folder_ / "a", Noise(50'000, 1));
   Store(folder_ / "b", Noise(50'000, 2));
   OutputFile file(target_);
-  PieceCopier copier(file);
+  PieceWriter writer(file);
   std::optional<FileSource> source;
   std::uint64_t position = 0;
   for (const char* name : {"a", "b"}) {
     source.emplace(folder_ / name);
     for (std::uint64_t at = 0; at < 50'000; at += 100, position += 100) {
-      copier.Copy(position, *source, at, 100);
+      writer.Copy(position, *source, at, 100);
     }
-    copier.ForgetSources();
+    writer.ForgetSources();
   }
-  copier.Flush();
+  writer.Flush();
   file.Commit();
   Bytes expected = Noise(50'000, 1);
   std::ranges::copy(Noise(50'000, 2), std::back_inserter(expected));

@@ -1,4 +1,4 @@
-// Copies small pieces of sources to a disk without a system call for each piece.
+// Writes small pieces to a disk without a system call for each piece.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@
 
 namespace toolbox {
 
-// Small pieces are read from blocks of their sources and collected, and the disk gets them in
-// blocks too. Large pieces go directly from the source to the disk.
-class PieceCopier {
+// Collects small pieces and passes them to the disk in blocks. Pieces of sources are read in blocks
+// too. Large pieces are not collected.
+class PieceWriter {
  public:
   // `disk` must outlive this object.
-  explicit PieceCopier(Disk& disk) : disk_(disk) {}
+  explicit PieceWriter(Disk& disk) : disk_(disk) {}
 
   // Copies the bytes [from, from + length) of `source` to position `at` of the disk, at the latest
   // when Flush is called. `source` must live until ForgetSources. Throws what reading and writing
@@ -27,6 +27,8 @@ class PieceCopier {
     }
     Read(source, from, length);
   }
+  // Writes `bytes` at position `at` of the disk, at the latest when Flush is called.
+  void Write(std::uint64_t at, ByteSpan bytes);
   // Writes all pieces that are still collected.
   void Flush();
   // Call this before a source is destroyed: a new one may get its address.
@@ -40,6 +42,8 @@ class PieceCopier {
   // Copies a piece that is large, or is not after the collected ones, or does not fit after them.
   void CopyAcross(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                   std::uint64_t length);
+  // Makes `at` the place of the next piece.
+  void MoveTo(std::uint64_t at);
   // Collects a piece that fits.
   void Read(const ByteSource& source, std::uint64_t from, std::uint64_t length);
 
