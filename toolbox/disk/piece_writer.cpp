@@ -37,6 +37,7 @@ void PieceWriter::CopyAcross(std::uint64_t at, const ByteSource& source, std::ui
     start_ += length;
     return;
   }
+  if (filled_ == kBlock) Flush();
   const std::uint64_t first = std::min<std::uint64_t>(length, kBlock - filled_);
   Read(source, from, first);
   if (first == length) return;
