@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/endian/conversion.hpp>
+#include <boost/multiprecision/cpp_int.hpp>
 #include <string>
 #include <tuple>
 
@@ -21,7 +22,7 @@ using toolbox::Movie;
 constexpr FourCC kChapterList{"chpl"};
 
 // Products of times do not fit into 64 bits.
-__extension__ using Wide = __int128;
+using Wide = boost::multiprecision::int128_t;
 
 // The chapters in the list, without those that start after the end of the movie. A list has a
 // version, flags, the number of chapters (8 bits in version 0; a reserved byte and 32 bits in later
