@@ -39,9 +39,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const auto* file = std::get_if<toolbox::OtherFile>(&reference);
       fuzz::Check(resolve || file == nullptr, "nothing is looked for unless asked");
       if (file == nullptr) continue;
-      const auto entry = toolbox::WriteDataReference(reference, kReferrer);
-      fuzz::Check(toolbox::ReadDataReference(entry, kReferrer, true) == reference,
-                  "a file that was found is found again");
+      for (const bool isIso : {false, true}) {
+        const auto entry = toolbox::WriteDataReference(reference, kReferrer, isIso);
+        fuzz::Check(toolbox::ReadDataReference(entry, kReferrer, true) == reference,
+                    "a file that was found is found again");
+      }
     }
   }
   return 0;

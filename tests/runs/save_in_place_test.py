@@ -303,6 +303,23 @@ class Saving(SavingTest):
         own = [frame.hash for frame in runs.frames(other)]
         self.assertEqual([frame.hash for frame in runs.frames(flat)], own * 2)
 
+    def test_an_mpeg4_file_refers_to_other_files_by_url(self):
+        path, other = self.folder / "a.mp4", self.folder / "o\u0308ther.mp4"
+        for clip in (path, other):
+            clip.write_bytes(self.clips[".mp4"].read_bytes())
+        self.assertEqual(
+            self.run_in_folder("cliptune", path, "-save-in-place", other), Result(0, "", "")
+        )
+        header = runs.movie_header(path)
+        self.assertIn(b"url \0\0\0\0o%CC%88ther.mp4\0", header)
+        self.assertNotIn(b"alis", header)
+        (self.folder / "moved").mkdir()
+        for clip in (path, other):
+            clip.rename(self.folder / "moved" / clip.name)
+        flat = self.join_whole("flat.mov", self.folder / "moved" / path.name)
+        own = [frame.hash for frame in runs.frames(self.folder / "moved" / other.name)]
+        self.assertEqual([frame.hash for frame in runs.frames(flat)], own * 2)
+
     # Failures
 
     def assert_unchanged(self, path, content):

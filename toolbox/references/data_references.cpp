@@ -44,13 +44,16 @@ DataReference ReadDataReference(const DataReferenceEntry& entry, const fs::path&
   return entry;
 }
 
-DataReferenceEntry WriteDataReference(const DataReference& reference, const fs::path& referrer) {
+DataReferenceEntry WriteDataReference(const DataReference& reference, const fs::path& referrer,
+                                      bool isIso) {
   if (const auto* other = std::get_if<OtherFile>(&reference)) {
-    return {kAlias, 0, AliasRecord(RealPath(other->path), RealPath(referrer))};
+    const fs::path to = RealPath(other->path), from = RealPath(referrer);
+    if (isIso) return {kUrl, 0, FileUrl(to, from)};
+    return {kAlias, 0, AliasRecord(to, from)};
   }
   if (const auto* unresolved = std::get_if<Unresolved>(&reference)) return *unresolved;
   if (std::holds_alternative<InMemory>(reference)) throw Refused{invalidDataRef};
-  return {kAlias, kInThisFile, {}};  // QuickTime: 'alis'; ISO: 'url ' with the same flag
+  return {isIso ? kUrl : kAlias, kInThisFile, {}};
 }
 
 }  // namespace toolbox

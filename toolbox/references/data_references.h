@@ -15,10 +15,11 @@ namespace toolbox {
 DataReference ReadDataReference(const DataReferenceEntry& entry,
                                 const boost::filesystem::path& referrer, bool resolve);
 
-// The entry for `reference` in a QuickTime movie file at `referrer`, which may not exist yet.
+// The entry for `reference` in a movie file at `referrer`, which may not exist yet. `isIso`: it is
+// an MPEG-4 file, which has URLs instead of aliases.
 // Throws Refused: invalidDataRef (InMemory: no reader of the file could find the samples, so they
 // must be copied into the file first), bdNamErr as AliasRecord.
 DataReferenceEntry WriteDataReference(const DataReference& reference,
-                                      const boost::filesystem::path& referrer);
+                                      const boost::filesystem::path& referrer, bool isIso);
 
 }  // namespace toolbox

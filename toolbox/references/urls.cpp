@@ -30,6 +30,21 @@ std::string PercentDecoded(std::string_view text) {
   return decoded;
 }
 
+// Encodes all bytes but the unreserved characters of RFC 3986 2.3 and '/'.
+std::string PercentEncoded(std::string_view path) {
+  static constexpr std::string_view kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~/";
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : path) {
+    const auto byte = static_cast<std::uint8_t>(c);
+    const bool isPlain = kPlain.find(c) != std::string_view::npos;
+    encoded +=
+        isPlain ? std::string(1, c) : std::string{'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return encoded;
+}
+
 }  // namespace
 
 std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
@@ -53,6 +68,16 @@ std::optional<fs::path> ResolveUrl(ByteSpan url, const fs::path& referrer) {
   if (path[0] == '/') return fs::path(path).lexically_normal();
   if (hasScheme || referrer.empty()) return {};
   return (RealPath(referrer).parent_path() / path).lexically_normal();
+}
+
+Bytes FileUrl(const fs::path& path, const fs::path& referrer) {
+  const fs::path relative = path.lexically_relative(referrer.parent_path());
+  const bool isBelow = !relative.empty() && *relative.begin() != "..";
+  const std::string url =
+      isBelow ? PercentEncoded(relative.native()) : "file://" + PercentEncoded(path.native());
+  Bytes bytes(url.begin(), url.end());
+  bytes.push_back(0);
+  return bytes;
 }
 
 }  // namespace toolbox

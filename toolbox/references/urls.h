@@ -1,4 +1,4 @@
-// Converts URLs of files (the data of 'url ' entries, ISO/IEC 14496-12 8.7.2) to paths.
+// Converts URLs of files (the data of 'url ' entries, ISO/IEC 14496-12 8.7.2) to paths and back.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
@@ -15,5 +15,10 @@ namespace toolbox {
 // a path, and for a relative URL if `referrer` is empty.
 std::optional<boost::filesystem::path> ResolveUrl(ByteSpan url,
                                                   const boost::filesystem::path& referrer);
+
+// The URL of the file at `path` for a movie file at `referrer`, with a zero byte at the end. Both
+// paths are real. If the file is in the folder of the movie or below, the URL is relative, so that
+// the folder can be moved. Otherwise it is a "file:" URL.
+Bytes FileUrl(const boost::filesystem::path& path, const boost::filesystem::path& referrer);
 
 }  // namespace toolbox

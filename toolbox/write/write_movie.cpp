@@ -139,11 +139,7 @@ const Bytes& ReferenceWriter::AtomFor(const DataReference& reference) {
   const auto* other = std::get_if<OtherFile>(&reference);
   Bytes& atom = other != nullptr ? aliases_[other->path.native()] : other_;
   if (other != nullptr && !atom.empty()) return atom;
-  // ISO files have no aliases. There, a 'url ' with flag 1 means the file itself (14496-12 8.7.2).
-  const DataReferenceEntry entry = isIso_ && std::holds_alternative<ThisFile>(reference)
-                                       ? DataReferenceEntry{FourCC{"url "}, 1, {}}
-                                       : WriteDataReference(reference, file_);
-  atom = entry.Encoded();
+  atom = WriteDataReference(reference, file_, isIso_).Encoded();
   return atom;
 }
 

@@ -8,6 +8,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/references/aliases.h"
+#include "toolbox/references/urls.h"
 
 namespace toolbox {
 namespace {
@@ -40,7 +41,7 @@ TEST_F(DataReferenceInFolder, IsReadAsOneOfFourCases) {
   const DataReferenceEntry resource{kResource, 0x01000002, alias.data};
   for (const auto& entry : {alias, url, resource}) {
     EXPECT_EQ(ReadDataReference(entry, ref, true), asItCame(entry));
-    EXPECT_EQ(WriteDataReference(asItCame(entry), ref), entry);
+    EXPECT_EQ(WriteDataReference(asItCame(entry), ref, false), entry);
   }
 }
 
@@ -54,15 +55,18 @@ TEST(DataReference, OfAHandleIsABlockOfMemoryWhenItBringsItsBytes) {
 }
 
 TEST_F(DataReferenceInFolder, IsWrittenForTheRealPlaceOfBothFiles) {
-  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov"), (DataReferenceEntry{kAlias, 1, {}}));
-  EXPECT_THROW(WriteDataReference(InMemory{std::make_shared<Bytes>()}, "/ref.mov"), Refused);
+  EXPECT_EQ(WriteDataReference(ThisFile{}, "/ref.mov", false), (DataReferenceEntry{kAlias, 1, {}}));
+  EXPECT_THROW(WriteDataReference(InMemory{std::make_shared<Bytes>()}, "/ref.mov", false), Refused);
 
   const fs::path target = Place("clips/a.mov");
   fs::create_directories(folder_ / "out");
   fs::create_directory_symlink(folder_ / "out", folder_ / "link");
   fs::create_symlink(target, folder_ / "out/a.mov");
-  EXPECT_EQ(WriteDataReference(OtherFile{folder_ / "link/a.mov"}, folder_ / "link/../link/new.mov"),
+  const OtherFile linked{folder_ / "link/a.mov"};
+  EXPECT_EQ(WriteDataReference(linked, folder_ / "link/../link/new.mov", false),
             (DataReferenceEntry{kAlias, 0, AliasRecord(target, folder_ / "out/new.mov")}));
+  EXPECT_EQ(WriteDataReference(linked, folder_ / "link/new.mp4", true),
+            (DataReferenceEntry{FourCC{"url "}, 0, FileUrl(target, folder_ / "out/new.mp4")}));
 }
 
 }  // namespace

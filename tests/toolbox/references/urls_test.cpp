@@ -32,5 +32,17 @@ TEST(Url, LeadsToAPathOnThisHost) {
   EXPECT_EQ(ResolveUrl(Text("a.mov"), ""), std::nullopt);
 }
 
+TEST(Url, IsRelativeInTheFolderOfTheMovie) {
+  const std::vector<std::pair<boost::filesystem::path, std::string>> paths = {
+      {"/m/a b%\u00E9.mov", "a%20b%25%C3%A9.mov"},
+      {"/m/in/a:b?#.mov", "in/a%3Ab%3F%23.mov"},
+      {"/else/a.mov", "file:///else/a.mov"},
+  };
+  for (const auto& [path, url] : paths) {
+    EXPECT_EQ(FileUrl(path, "/m/ref.mp4"), Text(url + '\0'));
+    EXPECT_EQ(ResolveUrl(FileUrl(path, "/m/ref.mp4"), "/m/ref.mp4"), path);
+  }
+}
+
 }  // namespace
 }  // namespace toolbox
