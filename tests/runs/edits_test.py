@@ -288,5 +288,30 @@ class EditsTest(runs.RunTest):
         self.assertNotEqual(matrices[0], matrices[1])
 
 
+@runs.has_tools("ffprobe", "ffmpeg")
+class OpenGroups(runs.RunTest):
+    """Pictures that are shown before their key frame also need the pictures before it."""
+
+    ENCODERS = {
+        "h264.mov": "-c:v libx264 -x264-params open-gop=1:keyint=12:min-keyint=12:bframes=3:scenecut=0",
+        "hevc.mp4": "-c:v libx265 -x265-params open-gop=1:keyint=12:min-keyint=12:bframes=3:log-level=0",
+        "mpeg2.mov": "-c:v mpeg2video -g 12 -bf 2",
+    }
+
+    def test_a_cut_has_every_picture(self):
+        for name, encoder in self.ENCODERS.items():
+            source = runs.make_clip(self.folder / name, "-f", "lavfi", "-i",
+                                    "testsrc2=s=160x120:r=25:d=2", *encoder.split())  # fmt: skip
+            pictures = runs.frames(source)
+            self.assertEqual(len(pictures), 50)
+            for first in range(8, 40, 3):
+                with self.subTest(name, first=first):
+                    done = self.run_in_folder("cliptune", name, "-startAt", f"{first / 25:.2f}",
+                                              "-trimTo", "0.2", "-self-contained", "-o", "out.mov")
+                    self.assertEqual((done.status, done.err), (0, ""))
+                    shown = [p.hash for p in runs.frames(self.folder / "out.mov") if p.time >= 0]
+                    self.assertEqual(shown, [p.hash for p in pictures[first:first + 5]])
+
+
 if __name__ == "__main__":
     runs.main()

@@ -21,6 +21,27 @@ std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
   return sample - std::min(distance, sample - slice.first);
 }
 
+// The first sample to decode so that the samples from `first` on are right from media time `start`
+// on. If pictures are shown that are decoded after their sync sample but shown before it, they can
+// also depend on the group of pictures before: an open group.
+//
+//   decoded   |I0 |P3 |B1 |B2 |I6 |B4 |B5 |
+//   shown     |I0 |B1 |B2 |P3 |B4 |B5 |I6 |
+//                               ^ start: B5 needs P3
+std::uint64_t FirstToDecode(const SampleTable& samples, std::uint64_t first, MediaTime start) {
+  constexpr std::uint64_t kMaxLeading = 64;  // real groups have no more such pictures
+  const std::uint64_t sync = samples.SyncAtOrBefore(first);
+  const SampleSlice& slice = samples.SliceOf(sync);
+  if (sync == slice.first) return sync;
+  const std::uint64_t end = std::min(slice.End(), sync + 1 + kMaxLeading);
+  for (std::uint64_t sample = sync + 1; sample < end; ++sample) {
+    const MediaTime shown = ShownAt(samples, sample);
+    if (shown >= ShownAt(samples, sync)) break;
+    if (*NextShownAfter(samples, shown) > start) return samples.SyncAtOrBefore(sync - 1);
+  }
+  return sync;
+}
+
 }  // namespace
 
 UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
@@ -44,7 +65,7 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
       track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
     last = slice.End();
   }
-  const std::uint64_t needed = RollBack(*track.media, samples.SyncAtOrBefore(first));
+  const std::uint64_t needed = RollBack(*track.media, FirstToDecode(samples, first, start));
   return {WholePackets(samples, {needed, last}), &edit};
 }
 
