@@ -289,8 +289,8 @@ class EditsTest(runs.RunTest):
 
 
 @runs.has_tools("ffprobe", "ffmpeg")
-class OpenGroups(runs.RunTest):
-    """Pictures that are shown before their key frame also need the pictures before it."""
+class ReorderedPictures(runs.RunTest):
+    """Pictures that are shown in another order than they are decoded in."""
 
     ENCODERS = {
         "h264.mov": "-c:v libx264 -x264-params open-gop=1:keyint=12:min-keyint=12:bframes=3:scenecut=0",
@@ -298,7 +298,7 @@ class OpenGroups(runs.RunTest):
         "mpeg2.mov": "-c:v mpeg2video -g 12 -bf 2",
     }
 
-    def test_a_cut_has_every_picture(self):
+    def test_a_cut_in_an_open_group_has_every_picture(self):
         for name, encoder in self.ENCODERS.items():
             source = runs.make_clip(self.folder / name, "-f", "lavfi", "-i",
                                     "testsrc2=s=160x120:r=25:d=2", *encoder.split())  # fmt: skip
@@ -311,6 +311,21 @@ class OpenGroups(runs.RunTest):
                     self.assertEqual((done.status, done.err), (0, ""))
                     shown = [p.hash for p in runs.frames(self.folder / "out.mov") if p.time >= 0]
                     self.assertEqual(shown, [p.hash for p in pictures[first:first + 5]])
+
+    def test_without_an_edit_list_every_picture_is_shown(self):
+        for name, encoder in self.ENCODERS.items():
+            source = runs.make_clip(self.folder / name, "-f", "lavfi", "-i",
+                                    "testsrc2=s=160x120:r=25:d=2", *encoder.split())  # fmt: skip
+            for option in ("-remove-edit-list", "-remove-output-edit-list"):
+                for form in ([], ["-self-contained"], ["-self-contained", "-manual-join"]):
+                    with self.subTest(name, option=option, form=form):
+                        done = self.run_in_folder("clipjoin", name, option, *form, "-q", "-o", "out.mov")
+                        self.assertEqual((done.status, done.err), (0, ""))
+                        self.assertNotIn(b"elst", runs.movie_header(self.folder / "out.mov"))
+                        # ffmpeg plays it as a player that knows no edits.
+                        flat = self.join_whole("flat.mov", self.folder / "out.mov")
+                        self.assertEqual([(p.time, p.hash) for p in runs.frames(flat)],
+                                         [(p.time, p.hash) for p in runs.frames(source)])
 
 
 if __name__ == "__main__":

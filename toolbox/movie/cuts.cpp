@@ -13,6 +13,16 @@ void CheckScaling(MovieTime from, MovieTime length, MovieTime newLength) {
   if (length.units <= 0 || newLength.units <= 0) throw Refused{invalidDuration};
 }
 
+// Prepares a track for an edit that shows all of its media once. Without a delay of reordered
+// pictures, every picture is shown until the media has been decoded. Such a track needs no edit
+// list in a file.
+void ShowAll(TrackRecord& track) {
+  track.media->samples = track.media->samples.WithoutDelay();
+  std::erase_if(track.siblings, [](const Sibling& sibling) {
+    return sibling.type == FourCC{"edts"} && sibling.bytes.empty();
+  });
+}
+
 }  // namespace
 
 void DeleteSegment(TrackRecord& track, MovieTime from, MovieTime length) {
@@ -50,6 +60,10 @@ void InsertMedia(TrackRecord& track, std::optional<MovieTime> at, MediaTime medi
   if ((at && at->units < 0) || mediaTime.units < 0 || mediaTime > end) throw Refused{invalidTime};
   if (length.units < 0 || rate <= 0) throw Refused{invalidDuration};
   if (length.units == 0) return;
+  if (track.edits.Edits().empty() && mediaTime == MediaTime{} && length == end && rate == 1.0 &&
+      !track.media->IsProtected()) {
+    ShowAll(track);
+  }
   const Clock clock = track.TimeClock();
   if (!at) return track.edits.AppendMedia(mediaTime, length, rate, clock);
   EditList edits;

@@ -26,7 +26,9 @@ void ScaleSegment(TrackRecord& track, MovieTime from, MovieTime length, MovieTim
 void ScaleSegment(MovieRecord& movie, MovieTime from, MovieTime length, MovieTime newLength);
 
 // Inserts an edit at `at`, or after the last edit if `at` is nothing. It shows `length` media units
-// from `mediaTime` on at `rate`. What follows moves right. Also throws Refused: noMediaHandler.
+// from `mediaTime` on at `rate`. What follows moves right. If it is the first edit and shows all of
+// the media, reordered pictures lose their delay, so that every picture is shown and the first one
+// at 0. Also throws Refused: noMediaHandler.
 //
 //   |   A   |   B   |            |   A   | new |   B   |
 //           ^ at            ->

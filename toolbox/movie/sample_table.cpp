@@ -64,6 +64,15 @@ MediaTime SampleTable::AppendWithoutDelay(const SampleTable& other, SampleRange 
   return before;
 }
 
+SampleTable SampleTable::WithoutDelay() const {
+  SampleTable table;
+  table.empty_ = empty_;
+  for (const SampleSlice& slice : slices_) {
+    table.AppendWithoutDelay(*this, {slice.first, slice.End()}, {});
+  }
+  return table;
+}
+
 std::vector<SampleSlice> SampleTable::Cut(SampleRange range, DescriptionMap descriptions) const {
   std::vector<SampleSlice> slices;
   for (const SampleSlice& slice : SlicesIn(range)) {

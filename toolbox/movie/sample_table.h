@@ -64,6 +64,9 @@ class SampleTable {
   MediaTime AppendWithoutDelay(const SampleTable& other, SampleRange range,
                                DescriptionMap descriptions);
 
+  // The same samples, each file's without the delay of its reordered pictures: see
+  // AppendWithoutDelay.
+  SampleTable WithoutDelay() const;
   // If Duration() is less than `time`, makes the last sample last until then.
   void StretchTo(MediaTime time);
   // The same samples with their times in another scale. Rounds and throws as SampleRows::Rescaled.
