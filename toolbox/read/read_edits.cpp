@@ -24,12 +24,36 @@ EditList WholeMedia(const TrackRecord& track, std::int64_t start, bool isFragmen
     const std::int64_t units = clock.Lasting(length, 1.0).units;
     if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
   }
-  edits.Append(duration + clock.Lasting({start}, 1.0), {0}, 1.0, clock);
+  duration += clock.Lasting({start}, 1.0);
+  // A new file states the duration of all of its media. Delayed pictures last longer than that, so
+  // they need an edit list, and readers apply one best if it begins with the first picture.
+  const SampleRows* rows = track.media->samples.WholeRows();
+  const MediaTime first =
+      isFragmented && rows != nullptr ? rows->ShownFrom({0, rows->count}) : MediaTime{};
+  const MovieTime delay = first > MediaTime{} ? clock.Lasting(first, 1.0) : MovieTime{};
+  if (start != 0 || delay == MovieTime{} || delay >= duration) {
+    edits.Append(duration, {0}, 1.0, clock);
+  } else {
+    edits.Append(delay, Edit::kNothing, 1.0, clock);
+    edits.Append(duration - delay, first, 1.0, clock);
+  }
   return edits;
 }
 
+// Whether the last entry of a list means "to the end of the media". Its duration is 0, because a
+// writer of fragments does not know it yet, or it ends with the samples of the header.
+bool IsToTheEnd(const EditEntries::Entry& last, const FragmentTimes& times, Clock clock) {
+  if (last.duration == 0) return true;
+  const auto lasts = [&](MediaTime length) {
+    const std::int64_t units = clock.Lasting(length - MediaTime{last.mediaTime}, 1.0).units;
+    const auto stated = static_cast<std::int64_t>(last.duration);
+    return length > MediaTime{} && stated >= units - 1 && stated <= units + 1;
+  };
+  return last.rate == 0x10000 && (lasts(times.headerDecoded) || lasts(times.headerShown));
+}
+
 // The edits of the list; nothing if an entry or the sum of durations is out of range.
-std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t start,
+std::optional<EditList> ListedEdits(const EditEntries& stated, const FragmentTimes& times,
                                     const TrackRecord& track) {
   EditList edits;
   const Clock clock = track.TimeClock();
@@ -44,10 +68,10 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, std::int64_t star
     }
     MovieTime duration{static_cast<std::int64_t>(entry.duration)};
     const bool isEmpty = entry.mediaTime == -1;
-    if (entry.duration == 0 && i + 1 == stated.entries.size() && track.media && !isEmpty) {
-      // Duration 0 in the last entry means "to the end of the media". Writers of fragments use it,
-      // because they do not know the duration yet.
-      const std::int64_t left = start + track.media->samples.ShownUntil().units - entry.mediaTime;
+    if (i + 1 == stated.entries.size() && track.media && !isEmpty &&
+        IsToTheEnd(entry, times, clock)) {
+      const std::int64_t left =
+          times.start + track.media->samples.ShownUntil().units - entry.mediaTime;
       duration = clock.Lasting({std::max<std::int64_t>(left, 0)}, 1.0);
     }
     total += static_cast<std::uint64_t>(duration.units);
@@ -85,10 +109,11 @@ EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackR
 
 }  // namespace
 
-MovieTime ReadEdits(const EditEntries* list, bool isFragmented, std::int64_t start,
-                    TrackRecord& track) {
-  auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, start, track);
-  track.edits = listed ? std::move(*listed) : WholeMedia(track, start, isFragmented);
+MovieTime ReadEdits(const EditEntries* list, const FragmentTimes* fragments, TrackRecord& track) {
+  const FragmentTimes times = fragments == nullptr ? FragmentTimes{} : *fragments;
+  const std::int64_t start = times.start;
+  auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, times, track);
+  track.edits = listed ? std::move(*listed) : WholeMedia(track, start, fragments != nullptr);
   if (start == 0) return {};
   const MovieTime offset = track.edits.Offset();
   track.edits = FromFirstSample(track.edits, start, track);

@@ -10,19 +10,27 @@
 
 namespace toolbox {
 
+// Times of a track in fragments, in units of its media.
+struct FragmentTimes {
+  std::int64_t start = 0;  // when the first sample is decoded, on the time line of the edit list
+  // When the last sample of the movie header has been decoded, and when it stops being shown. Both
+  // are 0 if the header has no samples or if no fragment continues them.
+  MediaTime headerDecoded, headerShown;
+};
+
 // Sets track.edits from `list`. Header and samples of the track must have been read. If there is no
-// list, or it is not valid, the track shows its whole media from movie time 0 on. If
-// `isFragmented`, the track header may state the duration of only a part of the media.
+// list, or it is not valid, the track shows its whole media from movie time 0 on. `fragments` is
+// null for a movie without fragments.
 //
-// `start` is the time of the first sample, in media units, on the time line that the list uses. It
-// can differ from 0 only in a movie with fragments. An edit that begins earlier has nothing to show
-// until then, so it starts with an empty edit. Returns by how much this delays the track, in movie
-// units:
+// An edit that begins before the first sample has nothing to show until then, so it starts with an
+// empty edit. Returns by how much this delays the track, in movie units:
 //
 //   elst    |   [ 5 .. 20 )   |              start 8
 //   edits   |  |  [ 0 .. 12 ) |              returns 3
-MovieTime ReadEdits(const EditEntries* list, bool isFragmented, std::int64_t start,
-                    TrackRecord& track);
+//
+// If the last edit ends where the samples of the header end, it also shows all fragments. A writer
+// that adds fragments does not change the header.
+MovieTime ReadEdits(const EditEntries* list, const FragmentTimes* fragments, TrackRecord& track);
 
 // The times [from, to) of a media.
 struct MediaStretch {

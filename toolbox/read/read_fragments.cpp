@@ -100,9 +100,25 @@ class TrackFiller {
       rows_.packings.clear();
       return;
     }
+    track_.times.headerDecoded = rows_.duration;
+    track_.times.headerShown = rows_.ShownUntil({0, rows_.count});
+    DropPackets();
     // Tables that the toolbox does not interpret cover only the samples before the fragments.
     std::erase_if(rows_.otherTables, [](const Sibling& table) { return !table.bytes.empty(); });
     groups_.Begin();
+  }
+
+  // Makes packets of one sample plain samples. Fragments can add samples of other sizes to these.
+  void DropPackets() {
+    const auto sizeOf = [this](const Packing& packing) {
+      return packing.bytes != 0 ? packing.bytes : rows_.constantSize;
+    };
+    const auto isPlain = [&](const Packing& packing) {
+      return packing.samples == 1 && sizeOf(packing) == sizeOf(rows_.packings[0]);
+    };
+    if (rows_.packings.empty() || !std::ranges::all_of(rows_.packings, isPlain)) return;
+    rows_.constantSize = sizeOf(rows_.packings[0]);
+    rows_.packings.clear();
   }
 
   // Sets the decode time of the next sample. The duration of the sample before it changes so that
@@ -114,7 +130,7 @@ class TrackFiller {
     const auto stated = static_cast<std::int64_t>(time);
     const MediaTime end = rows_.duration;
     if (rows_.count == 0) {
-      track_.start = start_ = stated;
+      track_.times.start = start_ = stated;
     } else if (!rows_.MoveEnd({stated - start_})) {
       start_ = stated - end.units;
     } else if (rows_.duration > end) {

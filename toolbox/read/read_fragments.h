@@ -18,9 +18,7 @@ namespace toolbox {
 struct FragmentedTrack {
   const TrackRecord* track = nullptr;  // has the id and the sample descriptions
   std::shared_ptr<SampleRows> rows;  // the samples of the movie header; null without media
-  // Set by ReadFragments: the decode time that its fragment states for the first sample, in media
-  // units. The rows always start at 0.
-  std::int64_t start = 0;
+  FragmentTimes times;  // set by ReadFragments; the rows always start at 0
   // Set by ReadFragments: the gaps in time between fragments. The sample before a gap becomes
   // longer to fill it. Text must still not be shown during the gap.
   std::vector<MediaStretch> gaps;

@@ -112,7 +112,7 @@ void FinishTracks(MovieRecord& movie, const MovieAtoms& atoms, std::vector<Fragm
     }
     const auto& edits = atoms.tracks[i].edits;
     const EditEntries* list = edits && edits->entries ? &*edits->entries : nullptr;
-    delays.push_back(ReadEdits(list, atoms.extends.has_value(), read[i].start, track));
+    delays.push_back(ReadEdits(list, atoms.extends ? &read[i].times : nullptr, track));
     if (!read[i].gaps.empty() && ShowsText(track)) HideGaps(read[i].gaps, track);
   }
   DropCommonDelay(movie, delays);
@@ -150,7 +150,7 @@ std::unique_ptr<MovieRecord> ReadMovie(const HeldBytes& content, const MovieFile
       auto rows = InAtom(TrackAtoms::kType, [&] { return ReadTrack(trackAtoms, track, file); });
       // The rows have views of tables in the header, so they keep it in memory.
       if (rows) rows->header = content;
-      read.push_back({&track, std::move(rows), 0, {}});
+      read.push_back({&track, std::move(rows), {}, {}});
       // In some files the next track ID is in use already.
       std::uint32_t& next = movie->header.nextTrackId;
       next = std::max(next, std::min(track.header.id, MovieHeader::kIdsUsedUp - 1) + 1);

@@ -189,7 +189,8 @@ TEST_F(ReadFragments, ApplyTheEditListFromTheStartOfTheMedia) {
     return std::pair(movie->tracks[0]->edits.Edits(), movie->tracks[1]->edits.Offset().units);
   };
   constexpr MovieTime kNone{};
-  EXPECT_EQ(edits(0, 0, {}), (std::pair(Edits{{kNone, {25}, {0}}}, std::int64_t{0})));
+  EXPECT_EQ(edits(0, 0, {}),
+            (std::pair(Edits{{kNone, {5}, Edit::kNothing}, {{5}, {20}, {5}}}, std::int64_t{0})));
   EXPECT_EQ(edits(0, 0, entry(0, 5)).first, (Edits{{kNone, {20}, {5}}}));
   EXPECT_EQ(edits(0, 0, entry(12, 5)).first, (Edits{{kNone, {12}, {5}}}));
   EXPECT_EQ(edits(0, 7, entry(0, 5)), (std::pair(Edits{{kNone, {20}, {5}}}, std::int64_t{7})));
@@ -208,15 +209,34 @@ TEST_F(ReadFragments, ApplyTheEditListFromTheStartOfTheMedia) {
 TEST_F(ReadFragments, ContinueTheSamplesOfTheHeader) {
   const Bytes table =
       Join(PlainTable(3, 10, 4, 8), Atom("stss", U32(0), U32(1), U32(1)), Atom("what", U32(3)));
-  const auto movie =
-      Read(Plain(Header(1, 0x20000), Time(35), RunOf(1, 0x201, Join(U32(50), U32(9)))),
-           {.table = table});
-  EXPECT_EQ(SeenIn(movie->tracks[0]->media->samples), (std::vector<Seen>{{8, 4, 0, 10, 0},
-                                                                         {12, 4, 10, 10, 10, false},
-                                                                         {16, 4, 20, 15, 20, false},
-                                                                         {2050, 9, 35, 10, 35}}));
-  const Siblings& others = movie->tracks[0]->media->samples.WholeRows()->otherTables;
-  EXPECT_EQ(FindSibling(others, FourCC{"what"}), nullptr) << "it knew three samples";
+  const Bytes fragment =
+      Plain(Header(1, 0x20000), Time(35), RunOf(1, 0x201, Join(U32(50), U32(9))));
+  for (const char* kind : {"vide", "soun"}) {
+    const auto movie = Read(fragment, {.kind = kind, .table = table});
+    EXPECT_EQ(SeenIn(movie->tracks[0]->media->samples),
+              (std::vector<Seen>{{8, 4, 0, 10, 0},
+                                 {12, 4, 10, 10, 10, false},
+                                 {16, 4, 20, 15, 20, false},
+                                 {2050, 9, 35, 10, 35}}));
+    const Siblings& others = movie->tracks[0]->media->samples.WholeRows()->otherTables;
+    EXPECT_EQ(FindSibling(others, FourCC{"what"}), nullptr) << "it knew three samples";
+  }
+
+  // An edit that ends with the samples of the header goes on.
+  for (const auto& [stated, shown] : {std::pair(25U, 40), std::pair(20U, 20)}) {
+    const Bytes list = Atom("edts", Atom("elst", U32(0), U32(1), U32(stated), U32(5), U32(65536)));
+    const auto movie = Read(fragment, {.table = table, .edits = list});
+    EXPECT_EQ(movie->tracks[0]->edits.Edits(), (Edits{{{0}, {shown}, {5}, 1.0}}));
+  }
+}
+
+TEST_F(ReadFragments, BeginWithAnEmptyEditIfPicturesAreDelayed) {
+  const auto edits = [&](std::uint32_t first, std::uint32_t second) {
+    const Bytes run = RunOf(2, 0x800, Join(U32(first), U32(second)));
+    return Read(Plain(Header(1, 0x20000), run))->tracks[0]->edits.Edits();
+  };
+  EXPECT_EQ(edits(0, 5), (Edits{{{0}, {25}, {0}, 1.0}}));
+  EXPECT_EQ(edits(5, 5), (Edits{{{0}, {5}, Edit::kNothing, 1.0}, {{5}, {20}, {5}, 1.0}}));
 }
 
 TEST_F(ReadFragments, KeepTheDependenciesOfSamples) {
