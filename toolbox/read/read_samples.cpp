@@ -169,16 +169,21 @@ std::optional<std::vector<std::uint32_t>> ReadNumbers(const auto& stated, std::u
 // The tables that have a value for each sample: 'sdtp', 'stdp' and 'padb'. Values after the last
 // sample are dropped.
 void ReadValues(SampleTableAtoms& table, SampleRows& rows) {
+  // Samples without a value get 0. A small file can claim billions of samples, so a table with
+  // values for less than half of them is dropped.
+  const auto isUsable = [&rows](std::size_t values) { return values >= rows.count / 2; };
   const auto read = [&rows](const auto& stated, auto& values) {
     values.resize(std::min<std::size_t>(stated.Count(), rows.count));
     for (std::size_t i = 0; i < values.size(); ++i) values[i] = stated[i];
   };
-  if (table.dependencies) {
+  if (table.dependencies && isUsable(table.dependencies->samples.size())) {
     rows.dependencies = std::move(table.dependencies->samples);
     rows.dependencies.resize(std::min<std::size_t>(rows.dependencies.size(), rows.count));
   }
-  if (table.priorities) read(*table.priorities, rows.priorities);
-  if (table.padding) read(*table.padding, rows.padding);
+  if (table.priorities && isUsable(table.priorities->Count())) {
+    read(*table.priorities, rows.priorities);
+  }
+  if (table.padding && isUsable(table.padding->Count())) read(*table.padding, rows.padding);
 }
 
 }  // namespace

@@ -34,6 +34,18 @@ Rows<Row> RowsOf(Io& io, Walk walk) {
   return Rows<Row>(Count(count), [walk](RowBatches<Row>& batches) { walk(batches); });
 }
 
+// Throws Refused if a table gets too many rows for samples whose files have no such table: those
+// for which lacks(rows) is true. A small file can claim billions of samples.
+template <class Lacks>
+void CheckMadeRows(const SampleTable& samples, Lacks&& lacks) {
+  constexpr std::uint64_t kMaxRows = 1 << 26;
+  std::uint64_t count = 0;
+  for (const SampleSlice& slice : samples.Slices()) {
+    if (lacks(*slice.rows)) count += slice.part.Count();
+  }
+  if (count > kMaxRows) throw Refused{invalidSampleTable, "a table has too many rows"};
+}
+
 // Walks the chunks of a track of the output, in order.
 class ChunkWalk {
  public:
@@ -199,6 +211,7 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
     return [&visit](std::uint64_t sample) { visit({Count(sample + 1)}); };
   };
   if (HasSyncTable(samples)) {
+    CheckMadeRows(samples, [](const SampleRows& rows) { return !rows.sync; });
     table.sync = SyncSamples{0, RowsOf<SampleNumber>(io, [&samples, number](auto&& visit) {
                                ForEachSync(samples, number(visit));
                              })};
@@ -217,6 +230,7 @@ void AddSync(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileKi
 SampleSizeAtom Sizes(const SampleTable& samples) {
   const std::uint32_t count = Count(samples.Count());
   if (const auto size = ConstantSize(samples)) return ConstantSampleSize{0, *size, count};
+  CheckMadeRows(samples, [](const SampleRows& rows) { return rows.constantSize != 0; });
   return SampleSizes{0, 0, Rows<SampleSize>(count, [&samples](RowBatches<SampleSize>& rows) {
                        ForEachEncodedSize(samples, [&](ByteSpan sizes) { rows.Encoded(sizes); });
                      })};
@@ -243,6 +257,7 @@ void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
 template <class Atom, class Values>
 std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*values) {
   if (!HasValues(samples, values)) return std::nullopt;
+  CheckMadeRows(samples, [values](const SampleRows& rows) { return (rows.*values).empty(); });
   Atom atom;
   ForEachValue(samples, values, [&atom](auto value) { atom.Add(value); });
   return atom;

@@ -263,6 +263,13 @@ TEST_F(ReadMovie, FitsTablesThatStateTooFewSamples) {
   EXPECT_EQ(LocatedCount(table), 3U);
   EXPECT_EQ(table.SyncAtOrBefore(1), 0U);
   EXPECT_EQ(table.SyncAtOrBefore(4), 2U);
+
+  // Missing values of samples are 0, but not for billions of samples that a small file claims.
+  for (const auto& [samples, values] : {std::pair(6U, 3U), std::pair(4'000'000'000U, 0U)}) {
+    const SampleTable few =
+        ReadTable(Join(PlainTable(samples, 0, 4, 8), Atom("sdtp", U32(0), Text("abc"))));
+    EXPECT_EQ(few.WholeRows()->dependencies.size(), values);
+  }
 }
 
 TEST_F(ReadMovie, RefusesTablesThatContradictThemselves) {

@@ -252,6 +252,18 @@ TEST_F(WriteMovie, CutsAndJoinsTheTablesOfEachSample) {
   EXPECT_EQ(stated("stps"), Join(U32(0), U32(1), U32(1)));
 }
 
+TEST_F(WriteMovie, RefusesATableForBillionsOfClaimedSamples) {
+  const Bytes header =
+      Atom("moov", MovieHeaderAtom(), TrackAtom({.table = PlainTable(4'000'000'000, 1, 1, 8)}));
+  for (const Bytes& other :
+       {Atom("stss", U32(0), U32(1), U32(1)), Atom("sdtp", U32(0), Zeros(6)), Bytes()}) {
+    const auto claims = Opened("claims.mov", header), movie = Opened("in.mov", FileWith(other));
+    InsertMovieSegment(*movie, *claims, {}, {600}, claims->Duration());
+    const auto write = [&] { Written(PlanReference(*claims), {.movieFirst = true}); };
+    EXPECT_EQ(CodeOf(write), invalidSampleTable);
+  }
+}
+
 TEST_F(WriteMovie, KeepsTheTablesOfMediaWithoutSamples) {
   const Bytes groups = Atom("sgpd", U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFF));
   const Bytes strange = Join(Atom("????", Text("of nothing")), groups);
