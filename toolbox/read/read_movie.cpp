@@ -8,6 +8,7 @@
 #include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/container_atoms.h"
+#include "toolbox/movie/sample_places.h"
 #include "toolbox/read/file_atoms.h"
 #include "toolbox/read/read_adts.h"
 #include "toolbox/read/read_edits.h"
@@ -183,6 +184,20 @@ HeldBytes LoadHeader(const ByteSource& source, const FileAtom& found) {
   return inflated ? HeldBytes(std::move(*inflated)) : held;
 }
 
+// Whether samples of the movie are in its own file after the first `size` bytes.
+bool HasSamplesAfter(const MovieRecord& movie, std::uint64_t size) {
+  bool isFound = false;
+  for (const auto& track : movie.tracks) {
+    if (!track->media) continue;
+    const MediaRecord& media = *track->media;
+    ForEachPiece(media.samples, {0, LocatedCount(media.samples)}, [&](const SamplePiece& piece) {
+      isFound |= piece.size != 0 && piece.offset + piece.size > size &&
+                 std::holds_alternative<ThisFile>(media.ReferenceOf(piece.description));
+    });
+  }
+  return isFound;
+}
+
 }  // namespace
 
 HeldBytes ReadMovieHeader(const ByteSource& source) {
@@ -205,7 +220,10 @@ std::unique_ptr<MovieRecord> ReadMovieFile(const boost::filesystem::path& path,
   movie->defaultDataReference = *movie->file;
   if (!found) return movie;
   movie->headerAt = found->at;
-  movie->fileAtoms = FindFileAtoms(source);
+  std::vector<FileAtom>& atoms = movie->fileAtoms = FindFileAtoms(source);
+  // Bytes after the last atom that are media are copied as media.
+  const bool hasTrailer = !atoms.empty() && atoms.back().type == FileAtom::kTrailer;
+  if (hasTrailer && HasSamplesAfter(*movie, atoms.back().at)) atoms.pop_back();
   return movie;
 } catch (Failure& failure) {
   failure.NameFile(path.native());

@@ -29,8 +29,8 @@ class FileAtoms : public InFolder {
     return Behind(*movie);
   }
   std::unique_ptr<MovieRecord> Opened(const std::string& name, const Bytes& front,
-                                      const Bytes& tail) {
-    const Bytes track = TrackAtom({.duration = 600, .table = PlainTable(6, 100, 10, 0)});
+                                      const Bytes& tail, std::uint32_t samplesAt = 0) {
+    const Bytes track = TrackAtom({.duration = 600, .table = PlainTable(6, 100, 10, samplesAt)});
     const Bytes file = Join(front, Atom("moov", MovieHeaderAtom(), track), tail);
     return ReadMovieFile(Store(name, file), References::kResolve);
   }
@@ -59,6 +59,14 @@ TEST_F(FileAtoms, AreKeptUnlessTheyAreRoom) {
         Join(U32(4000), Text("mdat"), Text("cut off")), Join(U32(40), Text("moof"))}) {
     EXPECT_EQ(Copied(room), Bytes()) << std::string(room.begin(), room.end());
   }
+}
+
+TEST_F(FileAtoms, EndBeforeMediaThatNoAtomContains) {
+  const Bytes media = Join(U32(7), Text(std::string(80, 'm')));
+  const auto before = static_cast<std::uint32_t>(
+      Atom("moov", MovieHeaderAtom(), TrackAtom({.table = PlainTable(6, 100, 10, 0)})).size());
+  EXPECT_EQ(Behind(*Opened("in.mov", {}, media, before - 60)), media);
+  EXPECT_EQ(Behind(*Opened("in.mov", {}, media, before - 59)), Bytes());
 }
 
 TEST_F(FileAtoms, EndWithATrailer) {
