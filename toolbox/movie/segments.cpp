@@ -30,9 +30,15 @@ bool MayBeInSeveralFiles(const MediaRecord& media) {
          std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
 }
 
+// Whether all samples of the media last no time. No edit can show them, but cameras store telemetry
+// in such samples.
+bool IsTimeless(const MediaRecord& media) {
+  return media.samples.Count() != 0 && media.samples.Duration() == MediaTime{};
+}
+
 bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
   return a.Type() == b.Type() && MayBeInSeveralFiles(a) && MayBeInSeveralFiles(b) &&
-         !a.IsProtected() && !b.IsProtected();
+         !a.IsProtected() && !b.IsProtected() && IsTimeless(a) == IsTimeless(b);
 }
 
 // The language of a media. QuickTime's code and ISO's code for "none" become the same one.
@@ -113,7 +119,8 @@ struct Insertion {
   TrackRecord* target = nullptr;
 };
 
-// The tracks of `source` that show media in [from, from + length), without targets.
+// The tracks of `source` that show media in [from, from + length), without targets. If that is the
+// whole movie, also those whose media is timeless.
 std::vector<Insertion> InsertionsOf(const MovieRecord& source, const MovieRecord& movie,
                                     MovieTime from, MovieTime length) {
   std::vector<Insertion> insertions;
@@ -121,7 +128,8 @@ std::vector<Insertion> InsertionsOf(const MovieRecord& source, const MovieRecord
     // A hint track is left out: its packets name samples of other tracks by number.
     if (!track->media || track->media->Type() == kHint) continue;
     EditList edits = SegmentFor(movie, *track, from, length);
-    if (edits.Edits().empty()) continue;
+    const bool isWhole = from == MovieTime{} && length == source.Duration();
+    if (edits.Edits().empty() && !(isWhole && IsTimeless(*track->media))) continue;
     CheckJoinable(*track);
     insertions.push_back({track.get(), std::move(edits)});
   }
@@ -201,7 +209,9 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   }
   CarryReferences(insertions);
   for (std::size_t i = movie.tracks.size(); i-- > 0;) {
-    if (movie.tracks[i]->edits.Edits().empty()) movie.RemoveTrack(*movie.tracks[i]);
+    const TrackRecord& track = *movie.tracks[i];
+    const bool isTimeless = track.media && IsTimeless(*track.media);
+    if (track.edits.Edits().empty() && !isTimeless) movie.RemoveTrack(track);
   }
 }
 
@@ -222,6 +232,10 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
     throw Refused{mediaTypesDontMatch, "their samples cannot be in one track"};
   }
 
+  if (from == MovieTime{} && !isSameTrack && IsTimeless(*source.media)) {
+    CheckJoinable(source);
+    track.media->Join(*source.media);
+  }
   length = std::min(length, source.edits.Duration() - from);
   if (length.units <= 0) return;
   const MovieTime room = ScaleChange{source.movie->header.scale, track.movie->header.scale}(length);

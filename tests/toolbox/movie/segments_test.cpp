@@ -51,6 +51,29 @@ TEST(InsertMovieSegment, GoesIntoTheTracksThatFit) {
   EXPECT_EQ(source.tracks[0]->edits.Duration().units, 1800) << "the source stays as it is";
 }
 
+TEST(InsertMovieSegment, JoinsSamplesThatLastNoTime) {
+  TestMovie movie("a"), source("b");
+  for (TestMovie* each : {&movie, &source}) {
+    each->Text();
+    AddPlainTrack(*each, kText, 600, PlainRows(5, 0, 20, 4000));
+  }
+  const auto count = [&movie](std::size_t track) {
+    return movie.tracks.at(track)->media->samples.Count();
+  };
+  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
+  EXPECT_EQ(movie.tracks.size(), 2U);
+  EXPECT_EQ(count(0), 6U);
+  EXPECT_EQ(count(1), 10U);
+  TestMovie other("c");
+  const TrackRecord& timeless = AddPlainTrack(other, kText, 600, PlainRows(7, 0, 20, 4000));
+  EXPECT_THROW(InsertTrackSegment(timeless, *movie.tracks[0], {}, {}, {}), Refused);
+  InsertTrackSegment(timeless, *movie.tracks[1], {}, {}, {});
+  EXPECT_EQ(count(1), 17U);
+  AddMovieSelection(source, movie);
+  EXPECT_EQ(movie.tracks.size(), 4U);
+  EXPECT_EQ(count(3), 5U);
+}
+
 TEST(InsertMovieSegment, SharesReferencesAndDescriptionsThatAreEqual) {
   TestMovie movie("a"), source("b");
   AddPlainTrack(movie, kSound, 44100, PlainRows(1, 44100, 9), OtherFile{"/media"});
