@@ -58,8 +58,8 @@ struct Stage {
 // Writes `part.size` bytes at `part.at` of the disk.
 using PartWriter = std::function<void(const WritePart& part, Disk& disk)>;
 
-// Does all steps in order. `writePart` may be null if no step is a
-// WritePart. Throws what the failed step throws, or what a step of its `undo` throws.
+// Does all steps in order. `writePart` may be null if no step is a WritePart. Throws what the
+// failed step throws, or what a step of its `undo` throws.
 void Perform(const std::vector<Stage>& stages, Disk& disk, const PartWriter& writePart);
 
 // The last stage of a new file of `size` bytes. The file is synced before it takes its name, so
