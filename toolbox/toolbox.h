@@ -300,8 +300,8 @@ void AddMovieSelection(Movie movie, Movie source);
 // Shows a segment of the media (media units) in the track from `trackStart` (movie units) on, at
 // `rate`; what follows moves right. A `trackStart` of -1 is the end of the track. A duration of 0
 // changes nothing. If a track that shows nothing gets all of its media, reordered pictures lose
-// their delay: every picture is shown, and the first one at media time 0. noMediaHandler (a track without media), invalidTime, invalidDuration (duration <
-// 0 or rate <= 0).
+// their delay: every picture is shown, and the first one at media time 0. noMediaHandler (a track
+// without media), invalidTime, invalidDuration (duration < 0 or rate <= 0).
 [[nodiscard]] OSErr InsertMediaIntoTrack(Track track, TimeValue trackStart, TimeValue mediaTime,
                                          TimeValue mediaDuration, Fixed rate);
 

@@ -20,6 +20,7 @@ std::uint64_t BlockReader::Load(const ByteSource& source, std::uint64_t at, std:
 }
 
 void BlockCache::Read(const ByteSource& source, std::uint64_t at, std::span<std::uint8_t> into) {
+  if (into.empty()) return;
   const std::uint64_t index = at / kBlockSize, start = index * kBlockSize;
   Block& block = Find(source, index);
   // A piece that crosses the end of its block is read directly below.
