@@ -73,16 +73,17 @@ class MemorySource final : public ByteSource {
   ByteSpan bytes_;
 };
 
+// The bytes that are copied through memory at once. Larger blocks are slower: at 512 KiB and more,
+// the kernel took four times as long for each byte.
+inline constexpr std::size_t kCopyBlock = 64 << 10;
+
 // Passes the bytes [at, at + length) of `source` to take(ByteSpan), block by block. Throws as
 // ByteSource::Read.
 template <class Take>
 void ForEachBlock(const ByteSource& source, std::uint64_t at, std::uint64_t length, Take&& take) {
-  // Larger blocks are slower: at 512 KiB and more, the kernel took four times as long for each
-  // byte.
-  constexpr std::uint64_t kBlock = 64 << 10;
   Bytes block;
   for (const std::uint64_t end = at + length; at < end; at += block.size()) {
-    block.resize(std::min(kBlock, end - at));
+    block.resize(std::min<std::uint64_t>(kCopyBlock, end - at));
     source.Read(at, block);
     take(ByteSpan(block));
   }

@@ -14,11 +14,11 @@ void PieceWriter::Flush() {
 void PieceWriter::Write(std::uint64_t at, ByteSpan bytes) {
   MoveTo(at);
   while (!bytes.empty()) {
-    const ByteSpan piece = bytes.first(std::min(bytes.size(), kBlock - filled_));
+    const ByteSpan piece = bytes.first(std::min(bytes.size(), kCopyBlock - filled_));
     std::ranges::copy(piece, block_.begin() + static_cast<std::ptrdiff_t>(filled_));
     filled_ += piece.size();
     bytes = bytes.subspan(piece.size());
-    if (filled_ == kBlock) Flush();
+    if (filled_ == kCopyBlock) Flush();
   }
 }
 
@@ -31,14 +31,14 @@ void PieceWriter::MoveTo(std::uint64_t at) {
 void PieceWriter::CopyAcross(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                              std::uint64_t length) {
   MoveTo(at);
-  if (length >= kBlock) {
+  if (length >= kCopyBlock) {
     Flush();
     disk_.Copy(at, source, from, length);
     start_ += length;
     return;
   }
-  if (filled_ == kBlock) Flush();
-  const std::uint64_t first = std::min<std::uint64_t>(length, kBlock - filled_);
+  if (filled_ == kCopyBlock) Flush();
+  const std::uint64_t first = std::min<std::uint64_t>(length, kCopyBlock - filled_);
   Read(source, from, first);
   if (first == length) return;
   Flush();

@@ -22,7 +22,7 @@ class PieceWriter {
   // throw.
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from, std::uint64_t length) {
     // A long movie has millions of pieces, and most of them fit.
-    if (at != start_ + filled_ || length > kBlock - filled_) {
+    if (at != start_ + filled_ || length > kCopyBlock - filled_) {
       return CopyAcross(at, source, from, length);
     }
     Read(source, from, length);
@@ -35,10 +35,6 @@ class PieceWriter {
   void ForgetSources() { cache_.Forget(); }
 
  private:
-  // A larger block is slower: at 512 KiB and more, the kernel took four times as long for each
-  // byte.
-  static constexpr std::size_t kBlock = 64 << 10;
-
   // Copies a piece that is large, or is not after the collected ones, or does not fit after them.
   void CopyAcross(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                   std::uint64_t length);
@@ -49,7 +45,7 @@ class PieceWriter {
 
   Disk& disk_;
   BlockCache cache_;
-  Bytes block_ = Bytes(kBlock);
+  Bytes block_ = Bytes(kCopyBlock);
   std::uint64_t start_ = 0;  // where the block goes on the disk
   std::size_t filled_ = 0;  // bytes of the block
 };

@@ -152,7 +152,7 @@ std::vector<std::uint32_t> MediaRecord::AddDescriptions(
 
 SampleTableRecord MediaRecord::Copy(std::uint64_t from, std::uint64_t to) const {
   if (IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be copied"};
-  if (!IsLocated(samples, {from, to})) throw Refused{invalidSampleTable, "a sample is in no chunk"};
+  CheckLocated(samples, {from, to});
   SampleTableRecord table{header.scale, ReferencesForOthers(), descriptions, {}};
   table.samples.AppendSlice(samples, {from, to});
   return table;

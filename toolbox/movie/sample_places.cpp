@@ -23,10 +23,12 @@ std::uint64_t PacketBoundary(const SampleTable& samples, std::uint64_t sample, b
 
 }  // namespace
 
-bool IsLocated(const SampleTable& samples, SampleRange range) {
-  return std::ranges::all_of(samples.SlicesIn(range), [range](const SampleSlice& slice) {
-    return slice.RowsIn(range).to <= slice.rows->Located();
-  });
+void CheckLocated(const SampleTable& samples, SampleRange range) {
+  for (const SampleSlice& slice : samples.SlicesIn(range)) {
+    if (slice.RowsIn(range).to > slice.rows->Located()) {
+      throw Refused{invalidSampleTable, "a sample is in no chunk"};
+    }
+  }
 }
 
 std::uint64_t LocatedCount(const SampleTable& samples) {

@@ -26,8 +26,8 @@ struct SampleChunks {
   std::uint32_t description = 0;  // index
 };
 
-// Whether every sample of `range` is in a chunk.
-bool IsLocated(const SampleTable& samples, SampleRange range);
+// Throws Refused (invalidSampleTable) if a sample of `range` is in no chunk.
+void CheckLocated(const SampleTable& samples, SampleRange range);
 // How many samples from the first on are in a chunk.
 std::uint64_t LocatedCount(const SampleTable& samples);
 // Bytes of `count` samples of one chunk, from the sample `first` on.

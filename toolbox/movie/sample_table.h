@@ -35,6 +35,9 @@ class SampleTable {
   std::uint64_t Count() const { return slices_.empty() ? 0 : slices_.back().End(); }
   // Sum of the durations: when the last sample has been decoded.
   MediaTime Duration() const { return slices_.empty() ? MediaTime{} : slices_.back().EndTime(); }
+  // Whether there are samples and none of them lasts any time. No edit can show them, but cameras
+  // store telemetry in such samples.
+  bool IsTimeless() const { return Count() != 0 && Duration() == MediaTime{}; }
   // When the last of all samples stops being shown.
   MediaTime ShownUntil() const { return shownUntil_; }
   // The later of the two.

@@ -30,15 +30,9 @@ bool MayBeInSeveralFiles(const MediaRecord& media) {
          std::ranges::all_of(media.descriptions, &SampleDescription::HoldsReference);
 }
 
-// Whether all samples of the media last no time. No edit can show them, but cameras store telemetry
-// in such samples.
-bool IsTimeless(const MediaRecord& media) {
-  return media.samples.Count() != 0 && media.samples.Duration() == MediaTime{};
-}
-
 bool MayShareMedia(const MediaRecord& a, const MediaRecord& b) {
   return a.Type() == b.Type() && MayBeInSeveralFiles(a) && MayBeInSeveralFiles(b) &&
-         !a.IsProtected() && !b.IsProtected() && IsTimeless(a) == IsTimeless(b);
+         !a.IsProtected() && !b.IsProtected() && a.samples.IsTimeless() == b.samples.IsTimeless();
 }
 
 // The language of a media. QuickTime's code and ISO's code for "none" become the same one.
@@ -72,9 +66,7 @@ void CheckJoinable(const TrackRecord& source) {
   if (inThisFile != 0 && !source.movie->file) {
     throw Refused{couldNotResolveDataRef, "the source has no file"};
   }
-  if (LocatedCount(media.samples) < media.samples.Count()) {
-    throw Refused{invalidSampleTable, "a sample is in no chunk"};
-  }
+  CheckLocated(media.samples, {0, media.samples.Count()});
 }
 
 // The edits of [from, from + length) of a source track in the time scale of `movie`.
@@ -120,7 +112,7 @@ struct Insertion {
 };
 
 // The tracks of `source` that show media in [from, from + length), without targets. If that is the
-// whole movie, also those whose media is timeless.
+// whole movie, also those whose samples are timeless.
 std::vector<Insertion> InsertionsOf(const MovieRecord& source, const MovieRecord& movie,
                                     MovieTime from, MovieTime length) {
   std::vector<Insertion> insertions;
@@ -129,7 +121,7 @@ std::vector<Insertion> InsertionsOf(const MovieRecord& source, const MovieRecord
     if (!track->media || track->media->Type() == kHint) continue;
     EditList edits = SegmentFor(movie, *track, from, length);
     const bool isWhole = from == MovieTime{} && length == source.Duration();
-    if (edits.Edits().empty() && !(isWhole && IsTimeless(*track->media))) continue;
+    if (edits.Edits().empty() && !(isWhole && track->media->samples.IsTimeless())) continue;
     CheckJoinable(*track);
     insertions.push_back({track.get(), std::move(edits)});
   }
@@ -210,7 +202,7 @@ void AddMovieSelection(const MovieRecord& source, MovieRecord& movie) {
   CarryReferences(insertions);
   for (std::size_t i = movie.tracks.size(); i-- > 0;) {
     const TrackRecord& track = *movie.tracks[i];
-    const bool isTimeless = track.media && IsTimeless(*track.media);
+    const bool isTimeless = track.media && track.media->samples.IsTimeless();
     if (track.edits.Edits().empty() && !isTimeless) movie.RemoveTrack(track);
   }
 }
@@ -232,7 +224,7 @@ void InsertTrackSegment(const TrackRecord& source, TrackRecord& track, MovieTime
     throw Refused{mediaTypesDontMatch, "their samples cannot be in one track"};
   }
 
-  if (from == MovieTime{} && !isSameTrack && IsTimeless(*source.media)) {
+  if (from == MovieTime{} && !isSameTrack && source.media->samples.IsTimeless()) {
     CheckJoinable(source);
     track.media->Join(*source.media);
   }

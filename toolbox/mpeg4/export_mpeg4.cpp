@@ -58,9 +58,7 @@ std::uint16_t PackedLanguage(std::uint16_t language) {
 void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   std::vector<bool> isUsed(media.descriptions.size());
   for (const UsedSamples& part : SamplesInUse(track)) {
-    if (!IsLocated(media.samples, part.samples)) {
-      throw Refused{invalidSampleTable, "a sample is in no chunk"};
-    }
+    CheckLocated(media.samples, part.samples);
     MarkDescriptions(media.samples, part.samples, isUsed);
     // QuickTime: samples of sound may be parts of packets. ISO: each packet is one sample.
     if (PacketLength(media.samples, part.samples.from) != 1) {

@@ -90,11 +90,7 @@ void Planner::Prepare(std::size_t index) {
   TrackRecord& output = *plan_.movie->tracks[index];
   const MediaRecord& source = *track.source->media;
   std::vector<UsedSamples>& used = prepared_[index].used = SamplesInUse(*track.source);
-  for (const UsedSamples& part : used) {
-    if (!IsLocated(source.samples, part.samples)) {
-      throw Refused{invalidSampleTable, "a sample is in no chunk"};
-    }
-  }
+  for (const UsedSamples& part : used) CheckLocated(source.samples, part.samples);
   MergeDescriptions(index);
   output.media->dataReferences = {ThisFile{}};
 

@@ -70,9 +70,7 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
 }
 
 std::vector<UsedSamples> SamplesInUse(const TrackRecord& track) {
-  if (track.media && track.media->samples.Count() != 0 &&
-      track.media->samples.Duration() == MediaTime{}) {
-    // No edit can show samples without duration, but they are kept.
+  if (track.media && track.media->samples.IsTimeless()) {
     return {{{0, track.media->samples.Count()}, nullptr}};
   }
   std::map<std::uint64_t, UsedSamples> claims;  // by their end; they do not overlap

@@ -24,19 +24,7 @@ EditList WholeMedia(const TrackRecord& track, std::int64_t start, bool isFragmen
     const std::int64_t units = clock.Lasting(length, 1.0).units;
     if (stated >= units - 1 && stated <= units + 1) duration.units = stated;
   }
-  duration += clock.Lasting({start}, 1.0);
-  // A new file states the duration of all of its media. Delayed pictures last longer than that, so
-  // they need an edit list, and readers apply one best if it begins with the first picture.
-  const SampleRows* rows = track.media->samples.WholeRows();
-  const MediaTime first =
-      isFragmented && rows != nullptr ? rows->ShownFrom({0, rows->count}) : MediaTime{};
-  const MovieTime delay = first > MediaTime{} ? clock.Lasting(first, 1.0) : MovieTime{};
-  if (start != 0 || delay == MovieTime{} || delay >= duration) {
-    edits.Append(duration, {0}, 1.0, clock);
-  } else {
-    edits.Append(delay, Edit::kNothing, 1.0, clock);
-    edits.Append(duration - delay, first, 1.0, clock);
-  }
+  edits.Append(duration + clock.Lasting({start}, 1.0), {0}, 1.0, clock);
   return edits;
 }
 
@@ -83,8 +71,10 @@ std::optional<EditList> ListedEdits(const EditEntries& stated, const FragmentTim
 }
 
 // Converts edits of a media whose first sample is decoded at `start` to edits of a media that
-// begins at 0.
-EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackRecord& track) {
+// begins at 0. Unless the edits are `listed` in the file, they begin with the first picture: a new
+// file states the duration of all of its media, and delayed pictures last longer than that.
+EditList FromFirstSample(const EditList& edits, std::int64_t start, bool listed,
+                         const TrackRecord& track) {
   const Clock clock = track.TimeClock();
   // When the first sample is shown. Composition offsets can make this later than 0.
   const SampleRows* rows = track.media->samples.WholeRows();
@@ -93,7 +83,7 @@ EditList FromFirstSample(const EditList& edits, std::int64_t start, const TrackR
   EditList moved;
   for (const Edit& edit : edits.Edits()) {
     const std::int64_t late = start - edit.mediaTime.units;
-    if (edit.IsEmpty() || late <= 0) {
+    if (edit.IsEmpty() || late < 0 || (late == 0 && listed)) {
       moved.Append(edit.duration, edit.IsEmpty() ? edit.mediaTime : MediaTime{-late}, edit.rate,
                    clock);
       continue;
@@ -113,11 +103,12 @@ MovieTime ReadEdits(const EditEntries* list, const FragmentTimes* fragments, Tra
   const FragmentTimes times = fragments == nullptr ? FragmentTimes{} : *fragments;
   const std::int64_t start = times.start;
   auto listed = list == nullptr ? std::nullopt : ListedEdits(*list, times, track);
-  track.edits = listed ? std::move(*listed) : WholeMedia(track, start, fragments != nullptr);
-  if (start == 0) return {};
+  const bool isListed = listed.has_value();
+  track.edits = isListed ? std::move(*listed) : WholeMedia(track, start, fragments != nullptr);
+  if (fragments == nullptr || (start == 0 && isListed) || track.edits.Edits().empty()) return {};
   const MovieTime offset = track.edits.Offset();
-  track.edits = FromFirstSample(track.edits, start, track);
-  return track.edits.Offset() - offset;
+  track.edits = FromFirstSample(track.edits, start, isListed, track);
+  return start == 0 ? MovieTime{} : track.edits.Offset() - offset;
 }
 
 void HideGaps(std::span<const MediaStretch> gaps, TrackRecord& track) {

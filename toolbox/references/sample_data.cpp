@@ -8,9 +8,7 @@ namespace toolbox {
 
 SampleData ReadSample(const MediaRecord& media, std::uint64_t sample, std::uint64_t maxSize) {
   const auto [from, to] = WholePackets(media.samples, {sample, sample + 1});
-  if (!IsLocated(media.samples, {from, to})) {
-    throw Refused{invalidSampleTable, "the sample is in no chunk"};
-  }
+  CheckLocated(media.samples, {from, to});
   SampleData data;
   data.first = from;
   ForEachPiece(media.samples, {from, to}, [&](const SamplePiece& piece) {

@@ -237,7 +237,7 @@ TEST_P(Joined, WalksEverySample) {
 
 TEST_P(Joined, FindsTheBytesOfEveryStretch) {
   EXPECT_EQ(LocatedCount(table_), samples_.size());
-  EXPECT_TRUE(IsLocated(table_, {0, samples_.size()}));
+  EXPECT_NO_THROW(CheckLocated(table_, {0, samples_.size()}));
   for (int round = 0; round < 30; ++round) {
     const std::uint64_t from = random_.Below(samples_.size());
     const std::uint64_t to = from + 1 + random_.Below(samples_.size() - from);
@@ -428,8 +428,8 @@ TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
   SampleTable table;
   table.AppendSlice(SampleTable(rows), {1, 10});
   EXPECT_EQ(LocatedCount(table), 5U);
-  EXPECT_TRUE(IsLocated(table, {0, 5}));
-  EXPECT_FALSE(IsLocated(table, {4, 6}));
+  EXPECT_NO_THROW(CheckLocated(table, {0, 5}));
+  EXPECT_THROW(CheckLocated(table, {4, 6}), Refused);
 }
 
 }  // namespace
