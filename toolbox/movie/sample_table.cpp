@@ -17,6 +17,17 @@ bool HasRoom(const SampleRows& rows, std::int64_t shift) {
          std::max(rows.offsets.Largest(), 0) + shift <= INT32_MAX;
 }
 
+// When the first sample of consecutive slices starts to be shown, relative to the first decode
+// time.
+MediaTime ShownFrom(std::span<const SampleSlice> slices) {
+  MediaTime decoded, shown{INT64_MAX};
+  for (const SampleSlice& slice : slices) {
+    shown = std::min(shown, decoded + slice.ShownFrom());
+    decoded += slice.length;
+  }
+  return shown;
+}
+
 }  // namespace
 
 SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
@@ -36,20 +47,76 @@ SampleTable::SampleTable(std::shared_ptr<const SampleRows> rows) {
 MediaTime SampleTable::AppendSlice(const SampleTable& other, SampleRange range,
                                    DescriptionMap descriptions) {
   const std::uint64_t before = Count();
-  for (SampleSlice& slice : other.Cut(range, descriptions)) AddAfterShown(std::move(slice));
+  AddAfterShown(other.Cut(range, descriptions));
   return TimeOf(before);
+}
+
+std::optional<MediaTime> SampleTable::AppendAt(MediaTime time, const SampleTable& other,
+                                               SampleRange range, DescriptionMap descriptions) {
+  constexpr std::uint64_t kMaxLate = 64;
+  std::uint64_t late = 0;
+  while (late < Count() && TimeOf(Count() - 1 - late).units + std::int64_t(late) >= time.units) {
+    if (++late > kMaxLate) return std::nullopt;
+  }
+  const auto lateUnits = static_cast<std::int64_t>(late);
+  const MediaTime first{late < Count() ? time.units - lateUnits
+                                       : std::max<std::int64_t>(time.units - lateUnits, 0)};
+  const MediaTime start = Count() == 0 ? MediaTime{} : first + MediaTime{lateUnits};
+  const std::uint64_t last = Count() - late;  // the samples before this one stay
+  if (last != 0 && (late == 0 ? start : first) - TimeOf(last - 1) > MediaTime{UINT32_MAX}) {
+    return std::nullopt;
+  }
+  if (late != 0 && !Crowd(late, first, start - time)) return std::nullopt;
+  if (Count() != 0) SetEnd(start);
+  for (SampleSlice& slice : other.Cut(range, descriptions)) Add(std::move(slice));
+  return start;
+}
+
+void SampleTable::RemoveFrom(MediaTime time) {
+  if (time < Duration()) CutOff(Count() - (SampleAt(time - MediaTime{1}) + 1));
+}
+
+void SampleTable::SetEnd(MediaTime time) {
+  SampleSlice& last = slices_.back();
+  last.stretch += time - Duration();
+  last.length = time - last.time;
+}
+
+void SampleTable::CutOff(std::uint64_t count) {
+  for (; count != 0 && count >= slices_.back().part.Count(); slices_.pop_back()) {
+    count -= slices_.back().part.Count();
+  }
+  if (count == 0) return;
+  SampleSlice& last = slices_.back();
+  last.part.to -= static_cast<std::uint32_t>(count);
+  last.stretch = {};
+  last.length = last.rows->TimeOf(last.part.to) - last.rowTime;
+}
+
+bool SampleTable::Crowd(std::uint64_t count, MediaTime first, MediaTime later) {
+  std::vector<SampleSlice> crowded;
+  const std::uint64_t from = Count() - count;
+  MediaTime time = first;
+  for (std::uint64_t sample = from; sample < Count(); ++sample, time += MediaTime{1}) {
+    SampleSlice slice = Cut({sample, sample + 1}, {}).front();
+    const std::int64_t shift = (TimeOf(sample) + later - time).units + slice.shift;
+    if (!HasRoom(*slice.rows, shift)) return false;
+    slice.shift = static_cast<std::int32_t>(shift);
+    slice.length = MediaTime{1};
+    slice.stretch = slice.length - MediaTime{slice.rows->DurationOf(slice.part.from)};
+    crowded.push_back(std::move(slice));
+  }
+  CutOff(count);
+  if (Count() != 0) SetEnd(first);
+  for (SampleSlice& slice : crowded) Add(std::move(slice));
+  return true;
 }
 
 MediaTime SampleTable::AppendWithoutDelay(const SampleTable& other, SampleRange range,
                                           DescriptionMap descriptions) {
   const MediaTime before = Duration();
   std::vector<SampleSlice> slices = other.Cut(range, descriptions);
-  MediaTime decoded, shownFrom{INT64_MAX};
-  for (const SampleSlice& slice : slices) {
-    shownFrom = std::min(shownFrom, decoded + slice.ShownFrom());
-    decoded += slice.length;
-  }
-  std::int64_t shift = -shownFrom.units;
+  std::int64_t shift = -ShownFrom(slices).units;
   // Rows that follow those added last keep their distance to them.
   if (!slices.empty() && !slices_.empty() && slices_.back().IsContinuedBy(slices.front())) {
     shift = std::int64_t{slices_.back().shift} - slices.front().shift;
@@ -114,16 +181,13 @@ void SampleTable::Add(SampleSlice slice) {
   slices_.push_back(std::move(slice));
 }
 
-void SampleTable::AddAfterShown(SampleSlice slice) {
-  if (!Continues(slice)) StretchTo(shownUntil_ - slice.ShownFrom());
-  Add(std::move(slice));
-}
-
-void SampleTable::StretchTo(MediaTime time) {
-  if (slices_.empty() || time <= Duration()) return;
-  SampleSlice& last = slices_.back();
-  last.stretch += time - Duration();
-  last.length = time - last.time;
+void SampleTable::AddAfterShown(std::vector<SampleSlice> slices) {
+  if (slices.empty()) return;
+  if (!slices_.empty() && !Continues(slices.front())) {
+    const MediaTime end = shownUntil_ - ShownFrom(slices);
+    if (end > Duration()) SetEnd(end);
+  }
+  for (SampleSlice& slice : slices) Add(std::move(slice));
 }
 
 SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
@@ -139,7 +203,7 @@ SampleTable SampleTable::Rescaled(std::int32_t from, std::int32_t to) const {
     slice.shift = static_cast<std::int32_t>(shift);
     slice.rowTime = rows->TimeOf(slice.part.from);
     slice.length = rows->TimeOf(slice.part.to) - slice.rowTime + slice.stretch;
-    table.AddAfterShown(std::move(slice));
+    table.AddAfterShown({std::move(slice)});
   }
   return table;
 }

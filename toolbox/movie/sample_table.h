@@ -48,8 +48,8 @@ class SampleTable {
   using DescriptionMap = std::optional<std::span<const std::uint32_t>>;
 
   // Adds the samples `range` of `other` at the end. Samples come from one media into another only
-  // by this and AppendWithoutDelay. If samples already here would still be shown when the new ones
-  // start, the last of them becomes longer.
+  // by this and the next two functions. If samples already here would still be shown when the new
+  // ones start, the last of them becomes longer.
   //
   //   |  here  |  +  other [ from .. to )  ->  |  here  |[ from .. to )|
   //
@@ -67,11 +67,27 @@ class SampleTable {
   MediaTime AppendWithoutDelay(const SampleTable& other, SampleRange range,
                                DescriptionMap descriptions);
 
+  // Adds samples like AppendSlice, but decodes the first of them at `time`: the last sample here
+  // becomes longer or shorter. Samples here that would be decoded at `time` or later are decoded
+  // right before it instead, one unit apart, and are shown when they were.
+  //
+  //   decoded  |  here  |        ^ time   ->   |  here           |[ from .. to )|
+  //   decoded  |  here | 1 | 2 | ^ time   ->   |  here   |1|2    |[ from .. to )|
+  //
+  // Returns the decode time of the first new sample. It is after `time` if there is no room for the
+  // samples here, and then all of them are shown that much later. Returns nothing, and adds
+  // nothing, if more than 64 samples would have to move or a file cannot state the new times.
+  std::optional<MediaTime> AppendAt(MediaTime time, const SampleTable& other, SampleRange range,
+                                    DescriptionMap descriptions = {});
+
+  // Removes the samples that are decoded at `time` or later; `time` > 0.
+  void RemoveFrom(MediaTime time);
+
   // The same samples, each file's without the delay of its reordered pictures: see
   // AppendWithoutDelay.
   SampleTable WithoutDelay() const;
-  // If Duration() is less than `time`, makes the last sample last until then.
-  void StretchTo(MediaTime time);
+  // Samples that are appended later are shown at `time` or later.
+  void HoldUntil(MediaTime time) { shownUntil_ = std::max(shownUntil_, time); }
   // The same samples with their times in another scale. Rounds and throws as SampleRows::Rescaled.
   SampleTable Rescaled(std::int32_t from, std::int32_t to) const;
 
@@ -104,8 +120,16 @@ class SampleTable {
   bool Continues(const SampleSlice& next) const;
   // Adds the slice at the end, whatever `first` and `time` it has.
   void Add(SampleSlice slice);
-  // Adds it so that it is shown after all samples here: if needed, the last sample becomes longer.
-  void AddAfterShown(SampleSlice slice);
+  // Adds slices that follow one another, so that they are shown after all samples here: if needed,
+  // the last sample becomes longer.
+  void AddAfterShown(std::vector<SampleSlice> slices);
+  // Makes the last sample end at `time`, which is after its decode time.
+  void SetEnd(MediaTime time);
+  // Removes the last `count` samples.
+  void CutOff(std::uint64_t count);
+  // Decodes the last `count` samples one unit apart from `first` on, and shows each of them `later`
+  // than before. Returns false, and changes nothing, if a file cannot state this.
+  bool Crowd(std::uint64_t count, MediaTime first, MediaTime later);
 
   std::vector<SampleSlice> slices_;  // none is empty
   std::shared_ptr<const SampleRows> empty_;  // of a file without samples: it may have other tables

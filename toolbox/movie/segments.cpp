@@ -88,7 +88,7 @@ void EndEditsWithMedia(TrackRecord& track) {
   track.edits.EndWithMedia(samples.EndTime(), clock);
   for (const Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
-    samples.StretchTo(edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp));
+    samples.HoldUntil(edit.mediaTime + clock.Shown(edit.duration, edit.rate, Rounding::kUp));
   }
 }
 
