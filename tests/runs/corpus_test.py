@@ -106,7 +106,7 @@ class Edited:
             s._replace(duration=min(max(s.duration or 0, usual if usual < math.inf else 0), gap))
             for s, gap in zip(samples, gaps)
         ]
-        return presented(track, lasting, scale, margin)
+        return runs.without_silence(presented(track, lasting, scale, margin))
 
     def shown_in_the_middle(self):
         return (self.shown(self.copy, n, track) for n, track in self.inner.items() if track)

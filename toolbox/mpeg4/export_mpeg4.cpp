@@ -89,67 +89,13 @@ void ConvertMedia(const TrackRecord& track, MediaRecord& media) {
   media.header.flags = 0;
 }
 
-// Makes a new table of the samples of a chapter track, because most readers of chapters ignore
-// edits. Then one edit shows all samples, and each sample lasts as long as it was shown. A gap
-// belongs to the chapter before it; the empty edit before the first chapter stays. Call this when
-// all rates are 1 or 0 and all samples in use are in chunks.
-//
-//   edits  |- -|A|B|- -|  C  |          |- -|    1 edit   |
-//   media  | A  |  B  |  C  |     ->        |A|  B  |  C  |
-//
-// Throws Refused: invalidDuration (a chapter is too long for a file), featureUnsupported (encrypted
-// samples).
-void LayOutChapters(TrackRecord& track) {
-  // Each of many edits may show many samples. A track that would have more samples than this keeps
-  // its edits.
-  constexpr std::uint64_t kMaxChapters = 1 << 20;
-  MediaRecord& media = *track.media;
-  if (media.IsProtected()) throw Refused{featureUnsupported, "encrypted samples cannot be cut"};
-  const Clock clock = track.TimeClock();
-  const MovieTime offset = track.edits.Offset(), length = track.edits.Duration() - offset;
-  struct Chapter {
-    std::uint64_t sample = 0;
-    MediaTime start;
-  };
-  std::vector<Chapter> chapters;
-  for (const Edit& edit : track.edits.Edits()) {
-    const SampleRange shown = SamplesFor(track, edit).samples;
-    if (chapters.size() + shown.Count() > kMaxChapters) return;
-    for (std::uint64_t sample = shown.from; sample < shown.to; ++sample) {
-      // If two edits show parts of one chapter, it is still one chapter.
-      if (!chapters.empty() && chapters.back().sample == sample) continue;
-      const MediaTime into = media.samples.TimeOf(sample) - edit.mediaTime;
-      chapters.push_back(
-          {sample, clock.Shown(edit.start - offset, 1.0) + std::max(into, MediaTime{})});
-    }
-  }
-  if (chapters.empty()) return;
-  chapters.push_back({.start = clock.Shown(length, 1.0)});
-  SampleRows rows;
-  for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {
-    // Because of rounding, an edit can start before the end of the previous one.
-    const std::int64_t lasts = std::max(chapters[i + 1].start - rows.duration, MediaTime{}).units;
-    if (lasts > UINT32_MAX) throw Refused{invalidDuration, "a chapter lasts too long"};
-    const std::uint64_t sample = chapters[i].sample;
-    ForEachPiece(media.samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
-      rows.AddSample(static_cast<std::uint32_t>(lasts), static_cast<std::uint32_t>(piece.size),
-                     piece.offset, piece.description);
-    });
-  }
-  media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(rows)));
-  track.edits = {};
-  if (offset > MovieTime{}) track.edits.Append(offset, Edit::kNothing, 1.0, clock);
-  track.edits.Append(length, {0}, 1.0, clock);
-}
-
-// Converts the track and its media. Throws Refused like FoldRates, ConvertMedia and LayOutChapters.
+// Converts the track and its media. Throws Refused like FoldRates and ConvertMedia.
 void ConvertTrack(TrackRecord& track) {
   // ISO/IEC 14496-12 8.3.2.
   constexpr std::uint32_t kInMovieAndPreview = 6;
   const bool isSound = track.media->Type() == kSound, isText = track.media->Type() == kText;
   FoldRates(track);
   ConvertMedia(track, *track.media);
-  if (isText) LayOutChapters(track);
   TrackHeader& header = track.header;
   header.flags = kInMovieAndPreview;
   // Players would show an enabled chapter track as subtitles.
@@ -257,7 +203,7 @@ FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
   FilePlan plan = PlanFlattened(*converted, {.maxChunksKept = UINT64_MAX});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};
-  plan.ownSource = std::move(converted);
+  if (!plan.ownSource) plan.ownSource = std::move(converted);
   if (settings.hasHints) AddHintTracks(plan, settings);
   return plan;
 }

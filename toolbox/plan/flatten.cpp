@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "toolbox/plan/in_step.h"
 #include "toolbox/plan/planner.h"
 #include "toolbox/plan/used_samples.h"
 
@@ -33,7 +34,8 @@ bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
 
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
-  Planner planner(movie, plan);
+  plan.ownSource = LaidOutInStep(movie);
+  Planner planner(plan.ownSource ? *plan.ownSource : movie, plan);
   planner.DropSystems();
   // The loop starts at the end, because Drop changes the indexes of the tracks after it.
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {

@@ -12,13 +12,19 @@ namespace {
 
 constexpr FourCC kSound{"soun"};
 
-// The first sample to decode so that `sample` is decoded correctly. A packet of compressed sound
-// needs the packet before it, or as many as its roll group says.
-std::uint64_t RollBack(const MediaRecord& media, std::uint64_t sample) {
-  if (media.Type() != kSound || media.samples.DurationOf(sample) <= MediaTime{1}) return sample;
-  const SampleSlice& slice = media.samples.SliceOf(sample);
+// The first packet to decode so that compressed sound is right from the packet `sample` on, which
+// is heard from media time `start` on: one second before, or as many packets as its roll group
+// says. The first packets of a file can have what the decoder needs for all others.
+std::uint64_t FirstToHear(const MediaRecord& media, std::uint64_t sample, MediaTime start) {
+  const SampleTable& samples = media.samples;
+  const bool isCompressed =
+      samples.DurationOf(sample) > MediaTime{1} || PacketLength(samples, sample) > 1;
+  if (media.Type() != kSound || !isCompressed) return sample;
+  const SampleSlice& slice = samples.SliceOf(sample);
+  const MediaTime second = std::max(start - MediaTime{media.header.scale}, slice.time);
   const std::uint64_t distance = RollDistance(*slice.rows, slice.RowOf(sample)).value_or(1);
-  return sample - std::min(distance, sample - slice.first);
+  return std::min({sample, std::max(samples.SampleAt(second), slice.first),
+                   sample - std::min(distance, sample - slice.first)});
 }
 
 // The first sample to decode so that the samples from `first` on are right from media time `start`
@@ -65,7 +71,8 @@ UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit) {
       track.TimeClock().Lasting(left, std::max(edit.rate, 1e-9), Rounding::kDown)) {
     last = slice.End();
   }
-  const std::uint64_t needed = RollBack(*track.media, FirstToDecode(samples, first, start));
+  const std::uint64_t needed =
+      FirstToHear(*track.media, FirstToDecode(samples, first, start), start);
   return {WholePackets(samples, {needed, last}), &edit};
 }
 

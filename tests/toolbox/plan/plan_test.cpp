@@ -76,18 +76,19 @@ TEST_F(Plan, CopiesWhatIsShownAndWhatThatNeeds) {
 }
 
 TEST_F(Plan, LetsADecoderOfSoundHearWhatComesBefore) {
-  const auto firstCopied = [&](std::vector<SampleGroup> groups) {
+  const auto firstCopied = [&](std::int64_t firstHeard, std::vector<SampleGroup> groups) {
     MovieRecord movie;
     movie.file = movie_.file;
-    auto rows = PlainRows(50, 1024, 10);
+    auto rows = PlainRows(200, 1024, 10);
     rows->groups = std::move(groups);
-    Show(AddPlainTrack(movie, kSound, 44100, rows), {{100, 1024 * 20}});
+    Show(AddPlainTrack(movie, kSound, 44100, rows), {{100, 1024 * firstHeard}});
     return SamplesOf(PlanFlattened(movie, {}).tracks[0]).at(0).first;
   };
   const FourCC roll{"roll"};
-  const SampleGroupDescriptions threeBefore{1 << 24, roll, Join(U32(2), U32(1), U16(0xFFFD))};
-  EXPECT_EQ(firstCopied({}), 19U);
-  EXPECT_EQ(firstCopied({{roll, 0, 0, threeBefore, {{0, 1}}}}), 17U);
+  const SampleGroupDescriptions sixtyBefore{1 << 24, roll, Join(U32(2), U32(1), U16(0xFFC4))};
+  EXPECT_EQ(firstCopied(120, {}), 76U);
+  EXPECT_EQ(firstCopied(20, {}), 0U);
+  EXPECT_EQ(firstCopied(120, {{roll, 0, 0, sixtyBefore, {{0, 1}}}}), 60U);
 }
 
 TEST_F(Plan, DropsWhatIsShownNowhereButKeepsTheTrack) {

@@ -1,0 +1,297 @@
+#include "toolbox/plan/in_step.h"
+
+#include <algorithm>
+#include <set>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/empty_samples.h"
+#include "toolbox/plan/lay_out_chapters.h"
+#include "toolbox/plan/shown_segments.h"
+
+namespace toolbox {
+namespace {
+
+constexpr FourCC kVideo{"vide"}, kText{"text"};
+constexpr MediaTime kUnit{1};
+
+// Whether another picture track is seen between two segments. If pictures were held there, they
+// could hide it.
+bool HasOtherPicturesIn(const TrackRecord& track, MovieTime from, MovieTime to) {
+  return std::ranges::any_of(track.movie->tracks, [&](const std::unique_ptr<TrackRecord>& other) {
+    if (other.get() == &track || !other->IsEnabled() || !other->media) return false;
+    if (other->media->Type() != kVideo) return false;
+    const std::vector<Edit>& edits = other->edits.Edits();
+    auto edit = std::ranges::upper_bound(edits, from, {}, &Edit::End);
+    if (edit != edits.end() && edit->IsEmpty()) ++edit;
+    return edit != edits.end() && edit->start < to;
+  });
+}
+
+bool ShowsOtherPicturesInGaps(const TrackRecord& track) {
+  const std::vector<Edit>& edits = track.edits.Edits();
+  return std::ranges::any_of(edits, [&](const Edit& edit) {
+    return edit.IsEmpty() && edit.start != MovieTime{} &&
+           HasOtherPicturesIn(track, edit.start, edit.End());
+  });
+}
+
+// Puts segments into a new table, one after the other.
+class InStep {
+ public:
+  InStep(TrackRecord& track, std::span<const ShownSegment> segments)
+      : track_(track),
+        media_(*track.media),
+        clock_(track.TimeClock()),
+        segments_(segments),
+        tick_(std::clamp(clock_.Shown({1}, 1.0, Rounding::kUp), kUnit, MaxTick(clock_))),
+        empty_(media_) {}
+
+  // Gives the track the new table and edits. Returns false, and changes nothing that is shown, if a
+  // file cannot state the new times.
+  bool Take(Layout layout) {
+    const ShownSegment& first = segments_.front();
+    const MediaTime before = media_.samples.TimeOf(first.samples.from);
+    if (!Append(media_.samples, first.samples, {})) return false;
+    Note(first, MediaTime{} - before);
+    start_ = first.shown - before;
+    for (const ShownSegment& segment : segments_.subspan(1)) {
+      const bool isDone = layout == Layout::kPackets  ? AppendPackets(segment)
+                          : layout == Layout::kFrames ? AppendFrames(segment)
+                                                      : AppendSeen(segment, layout);
+      if (!isDone) return false;
+    }
+    media_.samples = std::move(table_);
+    const MovieTime offset = track_.edits.Offset(), duration = track_.edits.Duration() - offset;
+    track_.edits = {};
+    if (offset > MovieTime{}) track_.edits.Append(offset, Edit::kNothing, 1.0, clock_);
+    track_.edits.Append(duration, start_, 1.0, clock_);
+    return true;
+  }
+
+ private:
+  bool AppendSeen(const ShownSegment& segment, Layout layout);
+  bool AppendFrames(const ShownSegment& segment);
+  bool AppendPackets(const ShownSegment& segment);
+
+  // Appends samples, the first decoded at `time`.
+  bool Append(const SampleTable& samples, SampleRange range, MediaTime time) {
+    const auto placed = table_.AppendAt(time, samples, range);
+    if (!placed) return false;
+    const MediaTime later = *placed - time;
+    start_ += later;
+    end_ += later;
+    ownEnd_ += later;
+    return true;
+  }
+  // Appends samples of a segment, shown `by` later than in the old table. The first one starts
+  // another `cut` later, and ends when it would otherwise.
+  bool Append(const ShownSegment& segment, SampleRange samples, MediaTime by, MediaTime cut) {
+    const MediaTime start = start_;
+    const auto placeOf = [&](std::uint64_t sample) {
+      return media_.samples.TimeOf(sample) + by + (start_ - start);
+    };
+    if (cut != MediaTime{}) {
+      const SampleRange first{samples.from, samples.from + 1};
+      if (!Append(media_.samples, first, placeOf(first.from) + cut)) return false;
+      samples.from = first.to;
+    }
+    if (!samples.IsEmpty() && !Append(media_.samples, samples, placeOf(samples.from))) return false;
+    Note(segment, by + (start_ - start));
+    return true;
+  }
+  // Appends `count` empty samples from `from` to `to`, of the kind of those before `next`.
+  bool Fill(const ShownSegment& next, const Bytes& bytes, std::int64_t count, MediaTime from,
+            MediaTime to) {
+    if (count > UINT32_MAX || to - from > MediaTime{UINT32_MAX}) return false;
+    const SampleTable made =
+        empty_.Make(next.samples.from - 1, bytes, static_cast<std::uint32_t>(count), to - from);
+    return Append(made, {0, made.Count()}, from);
+  }
+  // Notes where a segment ends that is shown `by` later than in the old table.
+  void Note(const ShownSegment& segment, MediaTime by) {
+    ownEnd_ = segment.end + by;
+    end_ = std::min(ownEnd_, segment.until + by);
+    packets_ += segment.end - media_.samples.TimeOf(segment.samples.from);
+    used_ = segment.samples.to;
+  }
+  // When the segment starts to be shown if it is in step.
+  MediaTime Target(const ShownSegment& segment) const {
+    return start_ + clock_.Shown(segment.start, 1.0) - clock_.Shown(segments_.front().start, 1.0) +
+           segment.late;
+  }
+  // Some movies have so few units in a second that a movie unit is not a small difference.
+  static MediaTime MaxTick(Clock clock) { return std::max(MediaTime{clock.media / 500}, kUnit); }
+  // Whether two times are the same but for rounding.
+  bool AreNear(MediaTime a, MediaTime b) const { return a - b <= tick_ && b - a <= tick_; }
+  // Where a sample starts: the data reference, as an index, and the byte there.
+  std::pair<std::uint32_t, std::uint64_t> PlaceOf(const SampleTable& samples,
+                                                  std::uint64_t sample) const {
+    std::pair<std::uint32_t, std::uint64_t> place;
+    ForEachPiece(samples, {sample, sample + 1}, [&](const SamplePiece& piece) {
+      place = {media_.descriptions[piece.description].dataReference, piece.offset};
+    });
+    return place;
+  }
+  // Whether the last packet in the new table has the same bytes in the same file as the first of
+  // the segment: a movie was cut there and joined again.
+  bool IsRepeated(const ShownSegment& segment) const {
+    return PlaceOf(table_, table_.Count() - 1) == PlaceOf(media_.samples, segment.samples.from);
+  }
+  // The description of the last sample before the segment: its index, and its bytes.
+  std::uint32_t DescriptionBefore(const ShownSegment& segment) const {
+    const std::uint64_t last = segment.samples.from - 1;
+    std::uint32_t description = 0;
+    ForEachChunks(media_.samples, {last, last + 1},
+                  [&](const SampleChunks& chunk) { description = chunk.description; });
+    return description;
+  }
+  ByteSpan EntryBefore(const ShownSegment& segment) const {
+    return media_.descriptions[DescriptionBefore(segment)].bytes;
+  }
+
+  TrackRecord& track_;
+  MediaRecord& media_;
+  Clock clock_;
+  std::span<const ShownSegment> segments_;
+  MediaTime tick_;  // a movie unit, at most 2 ms
+  EmptySamples empty_;
+  std::uint64_t used_ = 0;  // the samples before this one are in the new table, or are not needed
+  // All times below are times of the new table.
+  SampleTable table_;
+  MediaTime start_;  // where the first segment starts to be shown
+  MediaTime end_, ownEnd_;  // where the last one stops: in the movie; by the duration of its sample
+  MediaTime packets_;  // sum of the durations of all packets, each in full
+};
+
+// The duration of a sample in its file.
+MediaTime OwnDuration(const SampleTable& samples, std::uint64_t sample) {
+  const SampleSlice& slice = samples.SliceOf(sample);
+  return {slice.rows->DurationOf(slice.RowOf(sample))};
+}
+
+// How many packets before `first` have only the delay of the encoder: they start the file, and are
+// so few that they are not sound that was cut off.
+std::uint64_t DelayPackets(const SampleTable& samples, std::uint64_t first) {
+  constexpr std::uint32_t kMaxDelay = 3;
+  const SampleSlice& slice = samples.SliceOf(first);
+  const std::uint32_t row = slice.RowOf(first);
+  return slice.part.from == 0 && row <= kMaxDelay ? row : 0;
+}
+
+// Pictures or text.
+bool InStep::AppendSeen(const ShownSegment& segment, Layout layout) {
+  MediaTime at = Target(segment);
+  if (segment.cut == MediaTime{} && AreNear(ownEnd_, at)) {
+    at = ownEnd_;
+  } else if (layout == Layout::kText) {
+    // Rounding must not place it at or before the text before it.
+    at = std::max(at, table_.TimeOf(table_.Count() - 1) + kUnit);
+    const auto empty = EmptyText(EntryBefore(segment));
+    if (at > end_ && !(empty && Fill(segment, *empty, 1, end_, at))) return false;
+  }
+  return Append(segment, segment.samples, at - segment.shown, segment.cut);
+}
+
+bool InStep::AppendFrames(const ShownSegment& segment) {
+  MediaTime at = Target(segment);
+  if (AreNear(ownEnd_, at)) {
+    at = ownEnd_;
+  } else if (at > ownEnd_) {
+    const std::size_t size =
+        SizeOf(media_.samples, segment.samples.from - 1, 1, DescriptionBefore(segment));
+    const Bytes frame(size, SilentByte(EntryBefore(segment)).value_or(0));
+    if (!Fill(segment, frame, (at - ownEnd_).units, ownEnd_, at)) return false;
+  }
+  table_.RemoveFrom(at);
+  return Append(segment, segment.samples, at - segment.shown, {});
+}
+
+// A packet cannot be cut, and each lasts until the next. If the first one is heard only in part, it
+// starts where it is heard, so its sound is late by that part; all others are in step. If the part
+// is small, or if the packet before has the same sound, the first one is in step too and the packet
+// before ends earlier.
+bool InStep::AppendPackets(const ShownSegment& segment) {
+  const SampleTable& samples = media_.samples;
+  SampleRange packets = segment.samples;
+  const std::int64_t packet = OwnDuration(samples, packets.from).units;
+  MediaTime cut = segment.cut, at = Target(segment);
+  if (cut == MediaTime{} && AreNear(ownEnd_, at)) at = ownEnd_;
+  const MediaTime by = at - segment.shown;
+  if (cut.units <= packet / 8 || IsRepeated(segment)) cut = {};
+  const auto placeOf = [&](std::uint64_t sample) { return samples.TimeOf(sample) + by + cut; };
+  at = placeOf(packets.from);
+  if (at <= MediaTime{} || packet == 0) return false;
+  const std::int64_t gap = (at - ownEnd_).units;
+  const auto silence = SilentPacket(EntryBefore(segment));
+  if (silence && gap > 0 && gap >= packet / 4) {
+    if (cut == MediaTime{}) {
+      packets.from -= std::min({DelayPackets(samples, packets.from), packets.from - used_,
+                                static_cast<std::uint64_t>(gap / packet)});
+    }
+    const MediaTime delay = at - placeOf(packets.from);
+    at = placeOf(packets.from);
+    // As many as make the packets, each in full, last as long as the sound: some players play them
+    // without gaps.
+    const std::int64_t count = std::clamp<std::int64_t>(
+        ((at - packets_).units + packet / 2) / packet, 0, 2 * (gap - delay.units) / packet);
+    if (count > 0 && !Fill(segment, *silence, count, ownEnd_, at)) return false;
+    packets_ += MediaTime{count * packet} + delay;
+  }
+  table_.RemoveFrom(at);
+  return Append(segment, packets, by, cut);
+}
+
+// Whether an edit list of chapters is so plain that readers need not know it.
+bool IsPlain(const TrackRecord& track) {
+  const std::vector<Edit>& edits = track.edits.Edits();
+  const std::size_t offset = track.edits.Offset() == MovieTime{} ? 0 : 1;
+  if (edits.size() != offset + 1) return edits.empty();
+  const Edit& edit = edits.back();
+  const MediaTime shown = track.TimeClock().Shown(edit.duration, 1.0, Rounding::kUp);
+  return edit.rate == 1.0 && edit.mediaTime == MediaTime{} &&
+         shown >= track.media->samples.Duration();
+}
+
+// The tracks that other tracks refer to in that way.
+std::set<const TrackRecord*> TargetsOf(const MovieRecord& movie, FourCC type) {
+  std::set<const TrackRecord*> targets;
+  for (const auto& track : movie.tracks) {
+    for (const TrackReferences& list : track->references) {
+      if (list.type == type) targets.insert(list.targets.begin(), list.targets.end());
+    }
+  }
+  return targets;
+}
+
+}  // namespace
+
+std::unique_ptr<MovieRecord> LaidOutInStep(const MovieRecord& movie) {
+  const auto chapters = TargetsOf(movie, FourCC{"chap"});
+  // Packets of hint tracks name samples by number, and the numbers would change.
+  const auto hinted = TargetsOf(movie, FourCC{"hint"});
+  std::unique_ptr<MovieRecord> result;
+  const auto trackIn = [&](std::size_t i) -> TrackRecord& {
+    if (!result) result = movie.Clone();
+    return *result->tracks[i];
+  };
+  for (std::size_t i = 0; i < movie.tracks.size(); ++i) {
+    const TrackRecord& track = *movie.tracks[i];
+    if (!track.media || track.media->IsProtected() || hinted.contains(&track)) continue;
+    if (track.media->Type() == kText && chapters.contains(&track)) {
+      if (!IsPlain(track)) LayOutChapters(trackIn(i));
+      continue;
+    }
+    if (track.edits.Edits().size() < 2) continue;
+    const Layout layout = LayoutFor(*track.media);
+    if (layout == Layout::kAsItIs) continue;
+    if (layout == Layout::kPictures && ShowsOtherPicturesInGaps(track)) continue;
+    const auto segments = SegmentsOf(track, layout);
+    if (segments && segments->size() > 1) InStep(trackIn(i), *segments).Take(layout);
+  }
+  return result;
+}
+
+}  // namespace toolbox
