@@ -115,13 +115,16 @@ Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths
   });
 }
 
-void ClearRates(std::span<std::uint8_t> content) {
+void ClearNumberAndRates(std::span<std::uint8_t> content) {
   // After object type and kind of stream: a buffer size of 24 bits and two bit rates of 32.
-  constexpr std::ptrdiff_t kRatesAt = 2, kRates = 11;
+  constexpr std::ptrdiff_t kNumber = 2, kRatesAt = 2, kRates = 11;
   const auto decoder = FindDecoder(content);
   if (!decoder) return;
-  std::fill_n(content.begin() + (decoder->data() - content.data()) + kRatesAt, kRates,
-              std::uint8_t{0});
+  const auto clear = [content](const std::uint8_t* from, std::ptrdiff_t count) {
+    std::fill_n(content.begin() + (from - content.data()), count, std::uint8_t{0});
+  };
+  clear(FindDescriptor(content.subspan(4), kStreamTag)->data(), kNumber);
+  clear(decoder->data() + kRatesAt, kRates);
 }
 
 Bytes EncodeObjectDescriptor(const ProfileLevels& levels) {

@@ -48,9 +48,9 @@ std::optional<ElementaryStream> ReadElementaryStream(ByteSpan content);
 // it.
 Bytes EncodeElementaryStream(const ElementaryStream& stream, LengthBytes lengths);
 
-// Sets the buffer size and both bit rates to 0 in `content`, the content of an 'esds'. Does nothing
-// if it has no complete decoder configuration.
-void ClearRates(std::span<std::uint8_t> content);
+// Sets the number of the stream, the buffer size and both bit rates to 0 in `content`, the content
+// of an 'esds'. Does nothing if it has no complete decoder configuration.
+void ClearNumberAndRates(std::span<std::uint8_t> content);
 
 // The profiles and levels of a whole file, ISO/IEC 14496-1 7.2.6.4. kNone: the file has no
 // such streams. kUnspecified: it has some, with an unspecified profile. kAvc: pictures are AVC.

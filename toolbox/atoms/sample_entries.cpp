@@ -92,7 +92,7 @@ bool KeepDecodingParts(ByteSpan bytes, Bytes& kept) {
     Bytes atom(bytes.begin(), bytes.begin() + size);
     bytes = bytes.subspan(size);
     if (type == FourCC{"btrt"}) continue;
-    if (type == kStream) ClearRates(std::span(atom).subspan(kHead));
+    if (type == kStream) ClearNumberAndRates(std::span(atom).subspan(kHead));
     if (type == kWave) {
       const Bytes whole = atom;
       atom.resize(kHead);

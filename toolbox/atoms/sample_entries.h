@@ -30,7 +30,8 @@ std::optional<std::uint16_t> ReferenceNumber(ByteSpan entry);
 void SetReferenceNumber(Bytes& entry, std::uint32_t number);
 
 // True if samples can be decoded with either entry: the entries are equal except for the data
-// reference and the bit rates. The same encoder writes different bit rates for each clip.
+// reference, the bit rates and the number of the stream. The same encoder writes different ones
+// for each clip.
 bool DecodeAlike(ByteSpan a, ByteSpan b, FourCC mediaType);
 
 // The entry of pictures, ISO/IEC 14496-12 12.1.3. The defaults are the values that ISO requires.

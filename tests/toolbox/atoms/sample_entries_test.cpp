@@ -18,7 +18,8 @@ Bytes Picture(std::uint16_t reference, const Atoms&... atoms) {
 Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
   const Bytes decoder = Join(U8(0x40), U8(0x15), Zeros(3), U32(2 * rate), U32(rate), U8(5), U8(2),
                              U8(profile), U8(0x10));
-  const Bytes esds = Atom("esds", U32(0), U8(3), U8(0x80), U8(0x80), U8(0x19), U16(1), U8(0), U8(4),
+  const Bytes esds = Atom("esds", U32(0), U8(3), U8(0x80), U8(0x80), U8(0x19),
+                          U16(static_cast<std::uint16_t>(rate)), U8(0), U8(4),
                           U8(static_cast<std::uint8_t>(decoder.size())), decoder);
   const Bytes head = Join(Zeros(6), U16(1), U16(isQuickTime ? 1 : 0), Zeros(18));
   return isQuickTime ? Atom("mp4a", head, Zeros(16), Atom("wave", Atom("frma", Text("mp4a")), esds))
