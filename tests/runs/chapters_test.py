@@ -43,6 +43,13 @@ def menu(path):
     return found
 
 
+def in_matroska(path):
+    """The same, as mkvmerge reads them. It ignores edits."""
+    copy = path.with_suffix(".mkv")
+    runs.read_by("mkvmerge", "-q", "-o", copy, path)
+    return chapters(copy)
+
+
 def xml_chapters(path):
     """(start time as text, title) of each chapter."""
     root = xml.etree.ElementTree.parse(path).getroot()
@@ -178,6 +185,32 @@ class Chapters(runs.RunTest):
                 self.assertEqual(found, {**own, **again} if "-unique-tracks" in how else own)
                 if "-unique-tracks" not in how:  # other readers find only one chapter track
                     self.assert_chapters(joined, twice)
+
+    @runs.has_tools("mkvmerge")
+    def test_of_an_edited_book_are_the_same_for_readers_that_ignore_edits(self):
+        book, plain = self.books["book.mp4"], self.named
+        # The chapter track of this one has another language, so the join has two such tracks.
+        other = self.assert_run(
+            "cliptune", book, "-add-chapter", "half", "0:01.5", "-self-contained", path="other.mov"
+        )
+        own = [(1000 * i, title) for i, title in enumerate(TITLES)]
+        more = [*own[:2], (1500, "half"), *own[2:]]
+        cases = {
+            "joined": ("clipjoin", [book, plain, other, book],
+                       [*own, *((6000 + at, t) for at, t in more), *((10000 + at, t) for at, t in own)]),
+            "cut inside a chapter": ("cliptune", [book, "-startAt", "1.5"],
+                                     [(0, TITLES[1]), (500, "第三章"), (1500, "Fin")]),
+            "at half the speed": ("cliptune", [book, "-scaleMovieTo", "8"],
+                                  [(2 * at, title) for at, title in own]),
+        }  # fmt: skip
+        for name, (program, arguments, expected) in cases.items():
+            for form in ("-self-contained", "-mp4"):
+                with self.subTest(name, form=form):
+                    if form == "-mp4" and name == "joined":
+                        arguments = ["-force-same-tracks", *arguments]
+                    made = self.assert_run(program, *arguments, form, path=f"made{form}.mp4")
+                    self.assert_chapters(made, expected)
+                    self.assertEqual(in_matroska(made), expected)
 
     def test_are_added_to_existing_ones(self):
         added = ["-add-chapter", "half", "0:01.5", "-add-chapter", "zero", "0"]

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/chapter_tracks.h"
 #include "toolbox/plan/empty_samples.h"
-#include "toolbox/plan/lay_out_chapters.h"
 #include "toolbox/plan/shown_segments.h"
 
 namespace toolbox {
@@ -247,18 +247,24 @@ bool InStep::AppendPackets(const ShownSegment& segment) {
 // Whether an edit list of chapters is so plain that readers need not know it.
 bool IsPlain(const TrackRecord& track) {
   const std::vector<Edit>& edits = track.edits.Edits();
-  const std::size_t offset = track.edits.Offset() == MovieTime{} ? 0 : 1;
-  if (edits.size() != offset + 1) return edits.empty();
-  const Edit& edit = edits.back();
+  if (edits.size() != 1) return edits.empty();
+  const Edit& edit = edits.front();
   const MediaTime shown = track.TimeClock().Shown(edit.duration, 1.0, Rounding::kUp);
   return edit.rate == 1.0 && edit.mediaTime == MediaTime{} &&
          shown >= track.media->samples.Duration();
 }
 
+bool HasSeveralChapterTracks(const MovieRecord& movie) {
+  return std::ranges::any_of(movie.tracks, [](const std::unique_ptr<TrackRecord>& track) {
+    return track->CountReferences(FourCC{"chap"}) > 1;
+  });
+}
+
 // The tracks that other tracks refer to in that way.
-std::set<const TrackRecord*> TargetsOf(const MovieRecord& movie, FourCC type) {
+using Tracks = std::vector<std::unique_ptr<TrackRecord>>;
+std::set<const TrackRecord*> TargetsOf(const Tracks& tracks, FourCC type) {
   std::set<const TrackRecord*> targets;
-  for (const auto& track : movie.tracks) {
+  for (const auto& track : tracks) {
     for (const TrackReferences& list : track->references) {
       if (list.type == type) targets.insert(list.targets.begin(), list.targets.end());
     }
@@ -269,19 +275,24 @@ std::set<const TrackRecord*> TargetsOf(const MovieRecord& movie, FourCC type) {
 }  // namespace
 
 std::unique_ptr<MovieRecord> LaidOutInStep(const MovieRecord& movie) {
-  const auto chapters = TargetsOf(movie, FourCC{"chap"});
-  // Packets of hint tracks name samples by number, and the numbers would change.
-  const auto hinted = TargetsOf(movie, FourCC{"hint"});
   std::unique_ptr<MovieRecord> result;
-  const auto trackIn = [&](std::size_t i) -> TrackRecord& {
+  if (HasSeveralChapterTracks(movie)) {
+    result = movie.Clone();
+    if (!JoinChapterTracks(*result)) result = nullptr;
+  }
+  const auto& tracks = result ? result->tracks : movie.tracks;
+  const auto chapters = TargetsOf(tracks, FourCC{"chap"});
+  // Packets of hint tracks name samples by number, and the numbers would change.
+  const auto hinted = TargetsOf(tracks, FourCC{"hint"});
+  const auto change = [&](std::size_t i) -> TrackRecord& {
     if (!result) result = movie.Clone();
     return *result->tracks[i];
   };
-  for (std::size_t i = 0; i < movie.tracks.size(); ++i) {
-    const TrackRecord& track = *movie.tracks[i];
+  for (std::size_t i = 0; i < tracks.size(); ++i) {
+    const TrackRecord& track = *tracks[i];
     if (!track.media || track.media->IsProtected() || hinted.contains(&track)) continue;
     if (track.media->Type() == kText && chapters.contains(&track)) {
-      if (!IsPlain(track)) LayOutChapters(trackIn(i));
+      if (!IsPlain(track)) LayOutChapters(change(i));
       continue;
     }
     if (track.edits.Edits().size() < 2) continue;
@@ -289,7 +300,7 @@ std::unique_ptr<MovieRecord> LaidOutInStep(const MovieRecord& movie) {
     if (layout == Layout::kAsItIs) continue;
     if (layout == Layout::kPictures && ShowsOtherPicturesInGaps(track)) continue;
     const auto segments = SegmentsOf(track, layout);
-    if (segments && segments->size() > 1) InStep(trackIn(i), *segments).Take(layout);
+    if (segments && segments->size() > 1) InStep(change(i), *segments).Take(layout);
   }
   return result;
 }
