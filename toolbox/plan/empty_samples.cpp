@@ -5,31 +5,11 @@
 #include <memory>
 #include <utility>
 
-#include "toolbox/atoms/decoder_config.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/sound_packets.h"
 
 namespace toolbox {
-namespace {
-
-// The configuration of AAC-LC. Nothing for other sound, and for low rates: they can have SBR that
-// only the coded sound tells of.
-std::optional<AudioConfig> LowComplexityConfig(ByteSpan description) {
-  constexpr std::uint32_t kMaxHidden = 24'000;
-  const auto stream = StreamIn(description);
-  if (!stream || stream->objectType != ElementaryStream::kAudio) return std::nullopt;
-  const auto config = ReadAudioConfig(stream->Specific());
-  const bool isPlain = config && config->objectType == AudioConfig::kLowComplexity;
-  return isPlain && config->rate > kMaxHidden ? config : std::nullopt;
-}
-
-}  // namespace
-
-bool HasIndependentPackets(ByteSpan description) {
-  const FourCC format = EntryFormat(description);
-  if (format == FourCC{"mp4a"}) return LowComplexityConfig(description).has_value();
-  return format == FourCC{"alac"} || format == FourCC{"ac-3"};
-}
 
 std::optional<Bytes> SilentPacket(ByteSpan description) {
   if (EntryFormat(description) != FourCC{"mp4a"}) return std::nullopt;

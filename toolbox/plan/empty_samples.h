@@ -11,10 +11,6 @@
 
 namespace toolbox {
 
-// Whether packets of sound with that description need at most the packet before them to be decoded
-// right: AAC-LC, ALAC and AC-3. With SBR or a bit reservoir, a packet needs more.
-bool HasIndependentPackets(ByteSpan description);
-
 // Each function returns an empty sample for a track with that description, or nothing if none is
 // known.
 

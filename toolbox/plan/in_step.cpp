@@ -10,6 +10,7 @@
 #include "toolbox/plan/chapter_tracks.h"
 #include "toolbox/plan/empty_samples.h"
 #include "toolbox/plan/shown_segments.h"
+#include "toolbox/plan/sound_packets.h"
 
 namespace toolbox {
 namespace {
@@ -170,15 +171,6 @@ class InStep {
 MediaTime OwnDuration(const SampleTable& samples, std::uint64_t sample) {
   const SampleSlice& slice = samples.SliceOf(sample);
   return {slice.rows->DurationOf(slice.RowOf(sample))};
-}
-
-// How many packets before `first` have only the delay of the encoder: they start the file, and are
-// so few that they are not sound that was cut off.
-std::uint64_t DelayPackets(const SampleTable& samples, std::uint64_t first) {
-  constexpr std::uint32_t kMaxDelay = 3;
-  const SampleSlice& slice = samples.SliceOf(first);
-  const std::uint32_t row = slice.RowOf(first);
-  return slice.part.from == 0 && row <= kMaxDelay ? row : 0;
 }
 
 // Pictures or text.

@@ -4,6 +4,7 @@
 
 #include "toolbox/movie/presentation.h"
 #include "toolbox/plan/empty_samples.h"
+#include "toolbox/plan/sound_packets.h"
 #include "toolbox/plan/used_samples.h"
 
 namespace toolbox {

@@ -6,6 +6,7 @@
 #include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_groups.h"
 #include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/sound_packets.h"
 
 namespace toolbox {
 namespace {
@@ -14,17 +15,25 @@ constexpr FourCC kSound{"soun"};
 
 // The first packet to decode so that compressed sound is right from the packet `sample` on, which
 // is heard from media time `start` on: one second before, or as many packets as its roll group
-// says. The first packets of a file can have what the decoder needs for all others.
+// says. The first packets of a file can have what the decoder needs for all others. Of sound that
+// needs no more, one packet before is kept: some players cut off as much at the end as is hidden at
+// the start.
 std::uint64_t FirstToHear(const MediaRecord& media, std::uint64_t sample, MediaTime start) {
   const SampleTable& samples = media.samples;
   const bool isCompressed =
       samples.DurationOf(sample) > MediaTime{1} || PacketLength(samples, sample) > 1;
   if (media.Type() != kSound || !isCompressed) return sample;
   const SampleSlice& slice = samples.SliceOf(sample);
+  const std::uint64_t distance =
+      std::max(std::uint64_t{RollDistance(*slice.rows, slice.RowOf(sample)).value_or(1)},
+               DelayPackets(samples, sample));
+  const std::uint64_t first = sample - std::min(distance, sample - slice.first);
+  const bool isIndependent = std::ranges::all_of(
+      media.descriptions,
+      [](const SampleDescription& each) { return HasIndependentPackets(each.bytes); });
+  if (isIndependent) return first;
   const MediaTime second = std::max(start - MediaTime{media.header.scale}, slice.time);
-  const std::uint64_t distance = RollDistance(*slice.rows, slice.RowOf(sample)).value_or(1);
-  return std::min({sample, std::max(samples.SampleAt(second), slice.first),
-                   sample - std::min(distance, sample - slice.first)});
+  return std::min(first, std::max(samples.SampleAt(second), slice.first));
 }
 
 // The first sample to decode so that the samples from `first` on are right from media time `start`

@@ -16,7 +16,7 @@ struct UsedSamples {
 };
 
 // The samples that an edit needs: those that it shows, and all samples from the sync sample before
-// them. Compressed sound also needs the packets of the second before. Empty if the edit shows
+// them. Compressed sound also needs packets before that. Empty if the edit shows
 // nothing.
 UsedSamples SamplesFor(const TrackRecord& track, const Edit& edit);
 
