@@ -97,6 +97,21 @@ class InStep(runs.RunTest):
                 self.one_edit_each(joined)
                 self.assert_in_step(joined, 100, [AT + i for i in range(4)])
 
+    def test_subtitles(self):
+        lines = self.folder / "lines.srt"
+        lines.write_text("1\n00:00:00,200 --> 00:00:00,700\nHello\n")
+        plain = clip(self.folder / "plain.mp4")
+        part = runs.make_clip(
+            self.folder / "part.mp4", "-i", plain, "-i", lines, "-c:v", "copy", "-c:a", "copy",
+            "-c:s", "mov_text", "-map", "0", "-map", "1",
+        )  # fmt: skip
+        joined = self.join_whole("joined.mov", part, plain, part)
+        self.one_edit_each(joined)
+        for options in ((), ONE_EDIT):
+            text, _ = runs.read_by("ffmpeg", *options, "-i", joined, "-map", "0:s:0", "-f", "srt", "-")
+            shown = re.findall(r"\d+:\d+:(\S+) --> \d+:\d+:(\S+)\s+Hello", text.decode())
+            self.assertEqual(shown, [("00,200", "00,700"), ("02,200", "02,700")])
+
     def test_cuts_at_key_frames_joined_again(self):
         parts = [clip(self.folder / f"{i}.mp4") for i in range(4)]
         long = self.join_whole("long.mov", *parts)
