@@ -3,7 +3,7 @@
 
 #include "tests/fuzz/seeds.h"
 #include "toolbox/atoms/field_printer.h"
-#include "tools/known_atoms.h"
+#include "clipinfo/known_atoms.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ void Split(ByteSpan content) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  tools::ForEachKnownAtom([]<class A>() {
+  clipinfo::ForEachKnownAtom([]<class A>() {
     fuzz::WriteSeed(A::kType.Text(), ByteSpan(toolbox::Encode(A{})).subspan(8));
   });
   return 0;
@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const ByteSpan content(data, size);
-  tools::ForEachKnownAtom([&]<class A>() { ReadAndWrite<A>(content); });
+  clipinfo::ForEachKnownAtom([&]<class A>() { ReadAndWrite<A>(content); });
   Split(content);
   return 0;
 }

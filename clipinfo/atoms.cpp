@@ -1,16 +1,20 @@
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <iostream>
 #include <span>
 #include <string>
 #include <utility>
 
+#include "clipinfo/known_atoms.h"
+#include "clipinfo/modes.h"
 #include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/field_printer.h"
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/disk/byte_source.h"
 #include "toolbox/refused.h"
-#include "tools/dump.h"
-#include "tools/known_atoms.h"
 
-namespace tools {
+namespace clipinfo {
 namespace {
 
 using toolbox::Bytes;
@@ -177,8 +181,16 @@ class Dump {
 
 }  // namespace
 
-void DumpAtoms(const ByteSource& source, bool showsDates, std::ostream& out) {
-  Dump(showsDates, out).Walk(source, 0, source.Size(), 0);
+int PrintAtoms(const std::string& file) {
+  try {
+    const toolbox::FileSource source(boost::filesystem::absolute(file));
+    Dump(true, std::cout).Walk(source, 0, source.Size(), 0);
+    return 0;
+  } catch (...) {
+    std::cout.flush();
+    std::cerr << "clipinfo: " << LineFor(CaughtFailure(file)) << '\n';
+    return 1;
+  }
 }
 
-}  // namespace tools
+}  // namespace clipinfo

@@ -8,7 +8,7 @@
 
 #include "toolbox/atoms/container_atoms.h"
 
-namespace tools {
+namespace clipinfo {
 
 // Visits an atom type and, recursively, the types of its children. It is passed to A::Children in
 // place of a ChildReader.
@@ -52,4 +52,4 @@ void ForEachKnownAtom(const Visit& visit) {
   types.Add(toolbox::MovieFragment());
 }
 
-}  // namespace tools
+}  // namespace clipinfo

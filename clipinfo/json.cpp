@@ -1,0 +1,9 @@
+#include <iostream>
+
+#include "clipinfo/modes.h"
+
+namespace clipinfo {
+
+int PrintJson(const Options& options) { return options.movies.empty() ? 0 : 1; }
+
+}  // namespace clipinfo
