@@ -6,7 +6,7 @@ import pathlib
 import re
 import sys
 
-SMALL = r"toolbox/(bytes|codes|file_state|held_bytes|refused)\.h"
+SMALL = r"toolbox/(bytes|codes|file_state|held_bytes|refused|trace)\.h"
 # What all command folders may include: the calls of the toolbox, and two headers that they share.
 SHARED = r"toolbox/toolbox\.h|clipjoin/(options|report)\.h"
 

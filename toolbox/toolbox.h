@@ -48,7 +48,8 @@ TimeScale GetMovieTimeScale(Movie movie);
 // Changes the time scale and converts all times of the movie. They are rounded to the nearest unit.
 // paramErr (scale <= 0).
 void SetMovieTimeScale(Movie movie, TimeScale scale);
-// The end of the last track, in movie units.
+// The end of the last track, in movie units. Hint tracks of other tracks do not count, because they
+// are not played.
 TimeValue GetMovieDuration(Movie movie);
 // The matrix that is applied to all tracks after their own.
 void GetMovieMatrix(Movie movie, MatrixRecord* matrix);

@@ -144,6 +144,30 @@ class Fragments(runs.RunTest):
         lead = [shown[1][0].time - shown[0][0].time for shown in (before, after)]
         self.assertAlmostEqual(lead[1] - lead[0], fractions.Fraction(1, 10), delta=0.002)
 
+    def test_every_frame_of_uncompressed_sound_becomes_a_sample(self):
+        """The samples in the fragments have 1024 frames each, which is 32 ms."""
+        source, frames = ("-f", "lavfi", "-i", "sine=r=32000"), 100 * 1024
+        plain, clip = (
+            runs.make_clip(
+                self.folder / f"{flags}.mov", *source, "-af", f"atrim=end_sample={frames}",
+                "-c:a", "pcm_s16le", "-movflags", flags, "-frag_duration", duration,
+            )
+            for flags, duration in (("faststart", "0"), ("empty_moov", "300000"))
+        )  # fmt: skip
+        self.assertGreater(top_level(clip).count("moof"), 5)
+        expected = runs.sound(plain)
+        self.assertEqual(len(expected), frames)
+        whole = self.join_whole("whole.mov", clip)
+        again = self.join_whole("again.mov", whole)
+        both = self.join_whole("both.mov", clip, plain)
+        for path, times in ((clip, 1), (whole, 1), (again, 1), (both, 2)):
+            with self.subTest(path.name):
+                self.assert_same(runs.sound(path), expected * times)
+                self.assertEqual(runs.complaints(path), [])
+        for path, times in ((whole, 1), (again, 1), (both, 2)):
+            track = runs.child(runs.movie_header(path), "trak", "mdia", "minf", "stbl")
+            self.assertEqual(runs.child(track, "stsz"), struct.pack(">3I", 0, 2, times * frames))
+
     @runs.needs_corpus
     def test_real_movies_play_as_before(self):
         subtitles = MEDIA / "subtitles-metadata" / "sample.text.mp4"

@@ -4,6 +4,7 @@
 import base64
 import collections
 import fractions
+import itertools
 import re
 import shutil
 import struct
@@ -11,6 +12,7 @@ import unittest
 
 import runs
 from chapters_test import chapters, menu
+from hint_packets import packets, sound_of_packets, units, units_of_packets
 from runs import MEDIA, atoms, child
 
 # Every supported kind of video and sound: sound descriptions of QuickTime version 1 and of ISO;
@@ -44,8 +46,7 @@ ANNOTATIONS = (
     "iTunes can be used to manually add annotations to m4a files.\n"
 )
 
-Sample = collections.namedtuple("Sample", "data time offset")
-Packet = collections.namedtuple("Packet", "marker kind sequence shift payload size")
+Sample = collections.namedtuple("Sample", "data time duration offset")
 
 
 def foreign(parent, data):
@@ -82,88 +83,26 @@ def samples(file, trak):
             for _ in range(held):
                 i = len(found)
                 shift = shifts[i] if shifts else 0
-                found.append(Sample(file[at : at + sizes[i]], time, shift))
+                found.append(Sample(file[at : at + sizes[i]], time, times[i], shift))
                 at, time = at + sizes[i], time + times[i]
     assert len(found) == count
     return found
 
 
-def packets(hint, media):
-    """The RTP packets of a hint sample, assembled from the samples of the media."""
-    (count, reserved), at = struct.unpack_from(">HH", hint), 4
-    assert reserved == 0
-    for _ in range(count):
-        delay, head, kind, sequence, flags, entries = struct.unpack_from(">IBBHHH", hint, at)
-        assert (delay, head) == (0, 0x80)
-        at += 12
-        shift = 0
-        if flags & 4:
-            length, size, name, shift = struct.unpack_from(">II4si", hint, at)
-            assert (length, size, name) == (16, 12, b"rtpo")
-            at += length
-        payload = b""
-        for _ in range(entries):
-            if hint[at] == 1:
-                assert hint[at + 1] <= 14
-                payload += hint[at + 2 : at + 2 + hint[at + 1]]
-            else:
-                how, track, length, number, offset, block, per = struct.unpack_from(
-                    ">BbHIIHH", hint, at
-                )
-                assert (how, track, block, per) == (2, 0, 1, 1)
-                piece = media[number - 1].data[offset : offset + length]
-                assert len(piece) == length
-                payload += piece
-            at += 16
-        yield Packet(kind >> 7, kind & 127, sequence, shift, payload, 12 + len(payload))
-    assert at == len(hint)
-
-
-def units(sample, size):
-    """The NAL units of a sample."""
-    at = 0
-    while at < len(sample):
-        length = int.from_bytes(sample[at : at + size], "big")
-        yield sample[at + size : at + size + length]
-        at += size + length
-
-
-def units_of_packets(sent):
-    """The NAL units in the packets, complete or in fragments; RFC 6184 5.8."""
-    unit = None
-    for packet in sent:
-        indicator, header = packet.payload[:2]
-        if indicator & 31 != 28:
-            yield packet.payload
-            continue
-        if header & 0x80:
-            assert unit is None
-            unit = bytes([indicator & 0xE0 | header & 31])
-        unit += packet.payload[2:]
-        if header & 0x40:
-            yield unit
-            unit = None
-    assert unit is None
-
-
-def sound_of_packets(sent):
-    """The access units of sound in the packets; a unit can take several packets. RFC 3640 3.3.6."""
-    begun = b""
-    for packet in sent:
-        (bits,) = struct.unpack_from(">H", packet.payload)
-        headers = struct.unpack_from(f">{bits // 16}H", packet.payload, 2)
-        at = 2 + bits // 8
-        for header in headers:
-            assert header & 7 == 0
-            piece = packet.payload[at : at + (header >> 3)]
-            at += len(piece)
-            begun += piece
-            assert packet.marker == (len(begun) == header >> 3)
-            if packet.marker:
-                yield begun
-                begun = b""
-        assert at == len(packet.payload)
-    assert not begun
+def needed(trak, media, edit):
+    """The indexes of the samples that the edit needs: those that it shows, all from the sync sample
+    before them, and the sound of the second before."""
+    scale = runs.time_scale(child(trak, "mdia", "mdhd"))
+    end = edit.media + max(edit.duration * scale * edit.rate, 1)
+    starts = sorted({m.time + m.offset for m in media})
+    until = dict(zip(starts, starts[1:] + [max(starts[-1], media[-1].time) + media[-1].duration]))
+    shown = [i for i, m in enumerate(media)
+             if m.time + m.offset < end and until[m.time + m.offset] > edit.media]  # fmt: skip
+    first = shown[0]
+    if Exported.handler(trak)[8:12] == b"soun":
+        first = next(i for i, m in enumerate(media) if m.time + m.duration > edit.media - scale)
+    syncs = [number - 1 for (number,) in table(child(trak, "mdia", "minf", "stbl"), "stss", "I")]
+    return range(max((i for i in syncs if i <= first), default=first), shown[-1] + 1)
 
 
 def decoder_info(esds):
@@ -192,6 +131,17 @@ class Exported:
 
     def of_kind(self, *kinds):
         return [t for t in self.tracks.values() if self.handler(t)[8:12].decode() in kinds]
+
+    def edits(self, trak):
+        """The edits that show media; one for all of it if there is no list."""
+        listed = runs.edits_of(trak, runs.time_scale(child(self.movie, "mvhd")))
+        if listed is None:
+            listed = [runs.Edit(0, runs.media_duration(child(trak, "mdia", "mdhd")), 0, 1)]
+        return [edit for edit in listed if edit.media >= 0]
+
+    def duration(self, trak):
+        scale = runs.time_scale(child(self.movie, "mvhd"))
+        return fractions.Fraction(struct.unpack_from(">I", child(trak, "tkhd"), 20)[0], scale)
 
     @staticmethod
     def handler(trak):
@@ -238,16 +188,16 @@ class Mpeg4Test(runs.RunTest):
     def assert_hinted(self, exported):
         hinted = list(exported.hinted())
         self.assertEqual(len(hinted), len(exported.of_kind("vide", "soun")))
-        text = child(exported.movie, "udta", "hnti", "rtp ")
-        self.assertRegex(text.decode(), r"\Asdp b=AS:\d+\r\na=range:npt=0-\d+\.\d{3}\r\n\Z")
+        text = child(exported.movie, "udta", "hnti", "rtp ").decode()
+        length = re.fullmatch(r"sdp b=AS:\d+\r\na=range:npt=0-(\d+\.\d{3})\r\n", text)[1]
+        lasts = lambda kinds: max(map(exported.duration, exported.of_kind(*kinds)))  # noqa: E731
+        self.assertAlmostEqual(float(length), lasts(["vide", "soun", "hint"]), delta=0.002)
+        self.assertEqual(runs.media_duration(child(exported.movie, "mvhd")),
+                         lasts(["vide", "soun", "text"]), "hints make the movie longer")  # fmt: skip
         for hint, trak in hinted:
             media = samples(exported.file, trak)
             hints = samples(exported.file, hint)
             scale, clock = (runs.time_scale(child(t, "mdia", "mdhd")) for t in (trak, hint))
-            for edit in runs.edits_of(hint, runs.time_scale(child(exported.movie, "mvhd"))) or ():
-                end = runs.media_duration(child(hint, "mdia", "mdhd"))
-                self.assertLessEqual(fractions.Fraction(edit.media, clock) + edit.duration,
-                                     end + fractions.Fraction(1, 600), "an edit after the last hint")  # fmt: skip
             sent = [list(packets(h.data, media)) for h in hints]
             flat = [packet for group in sent for packet in group]
             self.assertLessEqual(max(packet.size for packet in flat), LIMIT)
@@ -263,16 +213,22 @@ class Mpeg4Test(runs.RunTest):
             self.assertEqual(largest, max(packet.size for packet in flat))
             self.assertEqual(average, sum(packet.size for packet in flat) // len(flat))
             kind, content = description(trak)
+            counts = [1] * len(hints)  # of the media samples that a hint sample sends
             if kind == "mp4a":
-                self.assert_sound(words, content, sent, media, scale)
-                continue
-            # There is one hint sample per frame. It has the decode time of the frame, and the shift
-            # of its packets gives the display time.
+                counts = [struct.unpack_from(">H", g[0].payload)[0] // 16 for g in sent]
+            firsts = [0, *itertools.accumulate(counts)]
+            self.assertEqual(firsts.pop(), len(media))
+            # A hint sample has the decode time of what it sends. The shift of its packets gives the
+            # display time.
             to_clock = lambda time: (time * clock * 2 + scale) // (2 * scale)  # noqa: E731
-            self.assertEqual(
-                [(h.time, {p.shift for p in group}) for h, group in zip(hints, sent)],
-                [(to_clock(m.time), {to_clock(m.time + m.offset) - to_clock(m.time)})
-                 for m in media])  # fmt: skip
+            at = lambda m: (to_clock(m.time), {to_clock(m.time + m.offset) - to_clock(m.time)})  # noqa: E731
+            self.assert_same([(h.time, {p.shift for p in group}) for h, group in zip(hints, sent)],
+                             [at(media[first]) for first in firsts], "times")  # fmt: skip
+            order = [range(first, first + count) for first, count in zip(firsts, counts)]
+            self.assert_nothing_hidden(exported, hint, hints, order, trak, media)
+            if kind == "mp4a":
+                self.assert_sound(words, content, sent, order, media, scale)
+                continue
             self.assertTrue(all([p.marker for p in g] == [0] * (len(g) - 1) + [1] for g in sent))
             if kind == "avc1":
                 self.assert_avc(words, child(content[78:], "avcC"), sent, media)
@@ -281,6 +237,25 @@ class Mpeg4Test(runs.RunTest):
                 self.assertEqual(bytes.fromhex(words["config"]), config)
                 self.assert_same([b"".join(p.payload for p in g) for g in sent],
                                  [m.data for m in media], "pictures")  # fmt: skip
+
+    def assert_nothing_hidden(self, exported, hint, hints, order, trak, media):
+        """The edits of the hint track send what each edit of the media needs, in that order."""
+        clock = runs.time_scale(child(hint, "mdia", "mdhd"))
+        sent = []
+        for edit in exported.edits(hint):
+            end = edit.media + edit.duration * clock
+            self.assertLessEqual(end, hints[-1].time + hints[-1].duration + clock / 600)
+            self.assertIn(edit.media, {h.time for h in hints})
+            for h, numbers in zip(hints, order):
+                if edit.media <= h.time and h.time + h.duration <= end + 1:
+                    sent += numbers
+        at = 0
+        for edit in exported.edits(trak):
+            wanted = needed(trak, media, edit)
+            at = next((i for i, number in enumerate(sent) if i >= at and number == wanted[0]), None)
+            self.assertIsNotNone(at, "a hidden hint")
+            self.assert_same(sent[at : at + len(wanted)], wanted, "hints")
+        self.assertEqual(set(sent), set(range(len(media))))
 
     def assert_avc(self, words, config, sent, media):
         size = (config[4] & 3) + 1
@@ -297,18 +272,15 @@ class Mpeg4Test(runs.RunTest):
                 at += 2 + length
         self.assertEqual(sets, known)
 
-    def assert_sound(self, words, content, sent, media, scale):
+    def assert_sound(self, words, content, sent, order, media, scale):
         self.assertEqual(words["mode"], "AAC-hbr")
         self.assertEqual(bytes.fromhex(words["config"]), decoder_info(child(content[28:], "esds")))
         flat = [packet for group in sent for packet in group]
         self.assert_same(list(sound_of_packets(flat)), [m.data for m in media], "units of sound")
-        first = 0
-        for group in sent:
-            count = struct.unpack_from(">H", group[0].payload)[0] // 16
-            units_sent = media[first : first + count + 1]
-            self.assertTrue(count == 1 or len(units_sent) == count or
-                            units_sent[-1].time - units_sent[0].time <= scale / 10)  # fmt: skip
-            first += count
+        for numbers in order:
+            last = media[numbers[-1]]
+            length = last.time + last.duration - media[numbers[0]].time
+            self.assertTrue(len(numbers) == 1 or length <= scale / 10)
 
 
 @runs.needs_corpus
@@ -334,14 +306,6 @@ class RealMovies(Mpeg4Test):
                     self.assertIn(b'"warnings": []', runs.read_by("mkvmerge", "-J", path)[0])
 
 
-    def test_joined_movies_are_one_stream(self):
-        one, two = (MEDIA / "join-stack" / f"seq_h264_{i}.mp4" for i in (1, 2))
-        path = self.export(one, two, "-force-same-tracks")
-        exported = self.assert_strict(path)
-        hashes = [[frame.hash for frame in runs.frames(f)] for f in (path, one, two)]
-        self.assert_same(hashes[0], hashes[1] + hashes[2], "frames")
-        self.assert_hinted(exported)
-
     def test_a_speed_moves_from_the_edits_to_the_samples(self):
         movie = MEDIA / "video-codecs/count_video.mp4"
         seconds = runs.movie_duration(movie)
@@ -362,6 +326,30 @@ class RealMovies(Mpeg4Test):
             done = self.run_in_folder("clipjoin", movie, "-mp4", *options, "-o", "out.m4a")
             self.assertEqual(done, runs.Result(0, "", ANNOTATIONS if said else ""))
         self.assertEqual(child(Exported(self.folder / "out.m4a").movie, "udta", "meta"), b"")
+
+
+@runs.has_tools("ffmpeg", "ffprobe")
+class Hints(Mpeg4Test):
+    def test_send_all_that_edits_need(self):
+        clip = runs.make_clip(
+            self.folder / "clip.mp4", "-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=4",
+            "-f", "lavfi", "-i", "sine=d=4", "-c:v", "libx264", "-x264-params",
+            "bframes=2:b-adapt=0:keyint=50:scenecut=0", "-c:a", "aac", "-shortest")  # fmt: skip
+        self.assertTrue(runs.description(clip)["streams"][0]["has_b_frames"])
+        cut, three = (clip, "-startAt", "1.2"), (clip, clip, clip, "-force-same-tracks")
+        exported_cut = self.export(*cut, output="cut.mp4")
+        for inputs, seconds in (
+            ([clip], 4), (cut, 2.8), (three, 12), ((*cut, *cut, "-force-same-tracks"), 5.6),
+            ([exported_cut, exported_cut, "-force-same-tracks"], 5.6),
+        ):  # fmt: skip
+            with self.subTest(inputs):
+                path = self.export(*inputs)
+                exported = self.assert_strict(path)
+                self.assert_hinted(exported)
+                movie = runs.media_duration(child(exported.movie, "mvhd"))
+                self.assertAlmostEqual(float(movie), seconds, delta=0.01)
+        hashes = [[frame.hash for frame in runs.frames(f)] for f in (self.export(*three), clip)]
+        self.assert_same(hashes[0], 3 * hashes[1], "frames")
 
 
 @runs.has_tools("ffmpeg", "ffprobe", "mediainfo")

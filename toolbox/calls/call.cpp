@@ -1,15 +1,13 @@
 #include "toolbox/calls/call.h"
 
 #include <boost/filesystem/exception.hpp>
-#include <cctype>
-#include <cstdlib>
-#include <iostream>
 #include <new>
 #include <string>
 #include <utility>
 
 #include "toolbox/disk/system_error.h"
 #include "toolbox/refused.h"
+#include "toolbox/trace.h"
 
 namespace toolbox {
 namespace {
@@ -21,16 +19,11 @@ CallHook callHook;
 // With REELWORK_TRACE=1 in the environment, prints the failure of a call in one line:
 //   NewMovieFromDataRef: -2002: F.mov: /moov/trak/mdia/mdhd: the atom ends inside duration
 void Trace(const std::string& call, const Failure& failure) {
-  const char* const wanted = std::getenv("REELWORK_TRACE");
-  if (wanted == nullptr || std::string_view(wanted) != "1") return;
   std::string line = call + ": " + std::to_string(failure.code);
   for (const std::string* part : {&failure.file, &failure.path, &failure.reason}) {
     if (!part->empty()) line += ": " + *part;
   }
-  for (char& letter : line) {
-    if (std::iscntrl(static_cast<unsigned char>(letter)) != 0) letter = '?';
-  }
-  std::cerr << line + '\n';
+  TraceLine(std::move(line));
 }
 
 // The exception being handled as a failure. Rethrows an exception that the toolbox does not know.

@@ -26,6 +26,12 @@ std::vector<MovieRecord*>& AllMovies() {
   return movies;
 }
 
+// Whether the track has packets for another track of the movie.
+bool HasHints(const TrackRecord& track) {
+  constexpr FourCC kHint{"hint"};
+  return track.media && track.media->Type() == kHint && track.Reference(kHint, 1) != nullptr;
+}
+
 // The smallest id that none of the tracks has.
 std::uint32_t SmallestFreeId(const std::vector<std::unique_ptr<TrackRecord>>& tracks) {
   std::vector<bool> isTaken(tracks.size() + 2);
@@ -68,7 +74,9 @@ void MovieRecord::Renew(const FileState& state) {
 
 MovieTime MovieRecord::Duration() const {
   MovieTime longest;
-  for (const auto& track : tracks) longest = std::max(longest, track->edits.Duration());
+  for (const auto& track : tracks) {
+    if (!HasHints(*track)) longest = std::max(longest, track->edits.Duration());
+  }
   return longest;
 }
 

@@ -64,7 +64,9 @@ struct MovieRecord : MovieProperties {
   // Whether the movie was opened from this file or has media in it.
   bool Uses(const FileIdentity& wanted) const;
 
-  // The end of the longest track.
+  // The end of the longest track. Hint tracks of other tracks do not count: they are not played,
+  // and after a cut they are longer, because they also have packets that are only needed for
+  // decoding.
   MovieTime Duration() const;
   // Whether its media are from an MPEG-4 file and not from a QuickTime file.
   bool IsIso() const;

@@ -38,7 +38,7 @@ class SampleTable {
   // Whether there are samples and none of them lasts any time. No edit can show them, but cameras
   // store telemetry in such samples.
   bool IsTimeless() const { return Count() != 0 && Duration() == MediaTime{}; }
-  // When the last of all samples stops being shown.
+  // When all samples have stopped being shown, or later.
   MediaTime ShownUntil() const { return shownUntil_; }
   // The later of the two.
   MediaTime EndTime() const { return std::max(Duration(), shownUntil_); }
@@ -68,8 +68,9 @@ class SampleTable {
                                DescriptionMap descriptions);
 
   // Adds samples like AppendSlice, but decodes the first of them at `time`: the last sample here
-  // becomes longer or shorter. Samples here that would be decoded at `time` or later are decoded
-  // right before it instead, one unit apart, and are shown when they were.
+  // becomes longer or shorter. If samples here would be decoded at `time` or later, the last
+  // samples are decoded right before it instead, one unit apart, and are still shown when they
+  // were. The first samples of an empty table are always decoded at 0.
   //
   //   decoded  |  here  |        ^ time   ->   |  here           |[ from .. to )|
   //   decoded  |  here | 1 | 2 | ^ time   ->   |  here   |1|2    |[ from .. to )|
@@ -86,7 +87,7 @@ class SampleTable {
   // The same samples, each file's without the delay of its reordered pictures: see
   // AppendWithoutDelay.
   SampleTable WithoutDelay() const;
-  // Samples that are appended later are shown at `time` or later.
+  // Samples that AppendSlice adds later are shown at `time` or later.
   void HoldUntil(MediaTime time) { shownUntil_ = std::max(shownUntil_, time); }
   // The same samples with their times in another scale. Rounds and throws as SampleRows::Rescaled.
   SampleTable Rescaled(std::int32_t from, std::int32_t to) const;

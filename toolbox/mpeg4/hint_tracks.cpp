@@ -94,18 +94,28 @@ void TakeSync(const SampleTable& media, SampleRows& rows) {
   });
 }
 
-// The edits of a hint track whose media lasts `length`. Hint samples have the decode times of the
-// media samples. So each edit starts with the first sample that the edit of the media needs, even
-// if that sample is shown later or is only needed for decoding. `clock` is that of the hint track.
-EditList HintEdits(const TrackRecord& hinted, Clock clock, MediaTime length) {
+// The edits of the hint track with the samples `hints`. Hint samples have the decode times of the
+// media samples. So for each edit of the media, there is an edit with all samples that it needs,
+// also those that are only needed for decoding. It can last longer than the edit of the media, and
+// then the next one starts later. `clock` is that of the hint track.
+//
+//   media  |    A    |- -|  B  |
+//   hints  |needed for A|- -|needed for B|
+EditList HintEdits(const TrackRecord& hinted, const SampleTable& hints, Clock clock) {
   EditList edits;
   for (const Edit& edit : hinted.edits.Edits()) {
     const SampleRange needs = SamplesFor(hinted, edit).samples;
-    const MediaTime first = hinted.media->samples.TimeOf(needs.from);
-    const MediaTime start{Rescale(first.units, hinted.media->header.scale, clock.media)};
-    edits.Append(edit.duration, needs.IsEmpty() ? Edit::kNothing : start, edit.rate, clock);
+    if (needs.IsEmpty()) continue;
+    const auto timeOf = [&](std::uint64_t sample) {
+      const std::int64_t time = hinted.media->samples.TimeOf(sample).units;
+      return MediaTime{Rescale(time, hinted.media->header.scale, clock.media)};
+    };
+    // The hint sample can start with earlier samples of sound.
+    const MediaTime start = hints.TimeOf(hints.SampleAt(timeOf(needs.from)));
+    const MediaTime length = timeOf(needs.to) - start;
+    edits.Append(edit.start - edits.Duration(), Edit::kNothing, 1.0, clock);
+    edits.Append(clock.Lasting(length, 1.0, Rounding::kUp), start, 1.0, clock);
   }
-  edits.EndWithMedia(length, clock);
   return edits;
 }
 
@@ -150,7 +160,7 @@ std::uint64_t AddHintTrack(FilePlan& plan, std::size_t index, const Mpeg4Setting
       {Encode(RtpHintEntry{.packetSize = packetSize, .clock = {payload.clock}}), 0}};
   plan.tracks.push_back({&track, ChunksOf(facts.rows, plan.dataSize), {0}});
   media.samples = SampleTable(std::make_shared<const SampleRows>(std::move(facts.rows)));
-  track.edits = HintEdits(hinted, track.TimeClock(), media.samples.Duration());
+  track.edits = HintEdits(hinted, media.samples, track.TimeClock());
 
   // The function has its own copy of the payload, because it runs when the file is written.
   plan.made.push_back(

@@ -1,5 +1,6 @@
 #include "toolbox/mpeg4/session_description.h"
 
+#include <algorithm>
 #include <boost/algorithm/hex.hpp>
 #include <boost/archive/iterators/base64_from_binary.hpp>
 #include <boost/archive/iterators/transform_width.hpp>
@@ -114,8 +115,9 @@ std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, s
 }
 
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate) {
-  const std::int64_t length =
-      Rescale(movie.Duration().units, movie.header.scale, 1000, Rounding::kUp);
+  MovieTime end;
+  for (const auto& track : movie.tracks) end = std::max(end, track->edits.Duration());
+  const std::int64_t length = Rescale(end.units, movie.header.scale, 1000, Rounding::kUp);
   // The added 1000 keeps the zeros at the front.
   const std::string thousandths = std::to_string(1000 + length % 1000).substr(1);
   return Bandwidth(bitRate) + "a=range:npt=0-" + std::to_string(length / 1000) + "." + thousandths +

@@ -28,8 +28,8 @@ DescribedPayload DescribePayload(const MediaRecord& media);
 std::string DescribeTrack(const DescribedPayload& described, FourCC mediaType, std::uint32_t id,
                           std::uint64_t bitRate);
 
-// The lines for the whole movie: bandwidth and length. `bitRate` is the sum for all tracks, in bits
-// a second.
+// The lines for the whole movie: bandwidth and length, which is that of its longest hint or other
+// track. `bitRate` is the sum for all tracks, in bits a second.
 std::string DescribeMovie(const MovieRecord& movie, std::uint64_t bitRate);
 
 }  // namespace toolbox

@@ -28,8 +28,8 @@ bool Overlap(const TrackRecord& a, const TrackRecord& b) {
   });
 }
 
-// Shows everything that `other` shows in `track` too, at the same times; they do not overlap.
-// Returns false, and shows nothing new, if their samples cannot be in one track.
+// Makes `track` also show what `other` shows, at the same times; they do not overlap. Returns
+// false, and leaves the edits, if their samples cannot be in one track.
 bool Take(const TrackRecord& other, TrackRecord& track) {
   const EditList before = track.edits;
   try {
@@ -62,7 +62,8 @@ bool JoinChapterTracks(MovieRecord& movie) {
     if (first == nullptr || joined.contains(first)) continue;
     for (std::size_t number = 2; number <= track->CountReferences(kChapters); ++number) {
       TrackRecord* other = track->Reference(kChapters, number);
-      if (other == nullptr || !other->media || other->media->Type() != kText) continue;
+      if (other == nullptr || other == first) continue;
+      if (!other->media || other->media->Type() != kText) continue;
       if (other->IsEnabled() || joined.contains(other) || Overlap(*first, *other)) continue;
       if (!Take(*other, *first)) continue;
       joined.insert(other);
@@ -101,8 +102,8 @@ void LayOutChapters(TrackRecord& track) {
     }
   }
   if (chapters.empty()) return;
-  // ffmpeg ends the last chapter at the end of the media and does not count the empty edit. What
-  // the sample lasts longer is not shown.
+  // ffmpeg ends the last chapter with the media, and ignores the empty edit. So the last sample is
+  // longer by that, which is not shown.
   chapters.push_back({.start = clock.Shown(length + offset, 1.0)});
   SampleRows rows;
   for (std::size_t i = 0; i + 1 < chapters.size(); ++i) {

@@ -23,7 +23,7 @@ bool JoinChapterTracks(MovieRecord& movie);
 // many edits show many samples each, keeps its edits. The samples must not be encrypted.
 //
 //   edits  |- -|A|B|- -|  C  |          |- -|    1 edit   |
-//   media  | A  |  B  |  C  |     ->        |A|  B  |  C  |- -|
+//   media  | A  |  B  |  C  |     ->        |A|  B  |  C      |
 //
 // Throws Refused: invalidDuration (a chapter is too long for a file), invalidSampleTable (a sample
 // is in no chunk).

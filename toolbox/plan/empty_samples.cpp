@@ -35,7 +35,8 @@ std::optional<std::uint8_t> SilentByte(ByteSpan description) {
   constexpr std::uint32_t kSigned = 4;  // of the format flags
   const auto entry = ReadSoundEntry(description);
   if (!entry) return std::nullopt;
-  if (entry->format == FourCC{"raw "} && entry->bits == 8) return kUnsignedZero;
+  const bool isRaw = entry->format == FourCC{"raw "} || entry->format == FourCC{"NONE"};
+  if (isRaw && entry->bits == 8) return kUnsignedZero;
   const auto wide = entry->Wide();
   if (wide && wide->bits == 8 && (wide->formatFlags & kSigned) == 0) return kUnsignedZero;
   const auto known = std::ranges::find(kKnown, entry->format, &Known::format);
@@ -78,7 +79,7 @@ SampleTable EmptySamples::Make(std::uint64_t like, const Bytes& bytes, std::uint
   rows->AddTimes(count - longer, each);
   const Packing packing = slice.rows->PackingOf(chunk.description);
   if (slice.rows->constantSize != 0 && packing.bytes == bytes.size()) {
-    // The size is stated as that of the other samples, so that the file needs only one.
+    // States the size as the other samples do, so that one size is enough for the whole file.
     rows->constantSize = slice.rows->constantSize;
     rows->packings = {packing};
   } else {

@@ -33,6 +33,7 @@ class EmptySamples {
   SampleTable Make(std::uint64_t like, const Bytes& bytes, std::uint32_t count, MediaTime length);
 
  private:
+  // Copies of one empty sample.
   struct Block {
     std::uint32_t description = 0, samples = 0;
   };

@@ -36,6 +36,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
   plan.ownSource = LaidOutInStep(movie);
   Planner planner(plan.ownSource ? *plan.ownSource : movie, plan);
+  planner.AddGps();
   planner.DropSystems();
   // The loop starts at the end, because Drop changes the indexes of the tracks after it.
   for (std::size_t i = plan.tracks.size(); i-- > 0;) {

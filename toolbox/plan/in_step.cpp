@@ -18,8 +18,8 @@ namespace {
 constexpr FourCC kVideo{"vide"}, kText{"text"};
 constexpr MediaTime kUnit{1};
 
-// Whether another picture track is seen between two segments. If pictures were held there, they
-// could hide it.
+// Whether another video track shows something in that time. A picture that is held there could hide
+// it.
 bool HasOtherPicturesIn(const TrackRecord& track, MovieTime from, MovieTime to) {
   return std::ranges::any_of(track.movie->tracks, [&](const std::unique_ptr<TrackRecord>& other) {
     if (other.get() == &track || !other->IsEnabled() || !other->media) return false;
@@ -31,7 +31,7 @@ bool HasOtherPicturesIn(const TrackRecord& track, MovieTime from, MovieTime to) 
   });
 }
 
-bool ShowsOtherPicturesInGaps(const TrackRecord& track) {
+bool HasOtherPicturesInGaps(const TrackRecord& track) {
   const std::vector<Edit>& edits = track.edits.Edits();
   return std::ranges::any_of(edits, [&](const Edit& edit) {
     return edit.IsEmpty() && edit.start != MovieTime{} &&
@@ -50,9 +50,9 @@ class InStep {
         tick_(std::clamp(clock_.Shown({1}, 1.0, Rounding::kUp), kUnit, MaxTick(clock_))),
         empty_(media_) {}
 
-  // Gives the track the new table and edits. Returns false, and changes nothing that is shown, if a
-  // file cannot state the new times.
-  bool Take(Layout layout) {
+  // Gives the track the new table and edits. Returns false if it cannot be done: then the track
+  // shows what it did, but the media can have descriptions that are not used.
+  bool Put(Layout layout) {
     const ShownSegment& first = segments_.front();
     const MediaTime before = media_.samples.TimeOf(first.samples.from);
     if (!Append(media_.samples, first.samples, {})) return false;
@@ -65,9 +65,9 @@ class InStep {
       if (!isDone) return false;
     }
     media_.samples = std::move(table_);
-    const MovieTime offset = track_.edits.Offset(), duration = track_.edits.Duration() - offset;
+    const MovieTime duration = track_.edits.Duration() - first.start;
     track_.edits = {};
-    if (offset > MovieTime{}) track_.edits.Append(offset, Edit::kNothing, 1.0, clock_);
+    track_.edits.Append(first.start, Edit::kNothing, 1.0, clock_);
     track_.edits.Append(duration, start_, 1.0, clock_);
     return true;
   }
@@ -88,7 +88,7 @@ class InStep {
     return true;
   }
   // Appends samples of a segment, shown `by` later than in the old table. The first one starts
-  // another `cut` later, and ends when it would otherwise.
+  // another `cut` later; the others do not.
   bool Append(const ShownSegment& segment, SampleRange samples, MediaTime by, MediaTime cut) {
     const MediaTime start = start_;
     const auto placeOf = [&](std::uint64_t sample) {
@@ -111,7 +111,7 @@ class InStep {
         empty_.Make(next.samples.from - 1, bytes, static_cast<std::uint32_t>(count), to - from);
     return Append(made, {0, made.Count()}, from);
   }
-  // Notes where a segment ends that is shown `by` later than in the old table.
+  // Notes where a segment ends, which is shown `by` later than in the old table.
   void Note(const ShownSegment& segment, MediaTime by) {
     ownEnd_ = segment.end + by;
     end_ = std::min(ownEnd_, segment.until + by);
@@ -163,7 +163,7 @@ class InStep {
   // All times below are times of the new table.
   SampleTable table_;
   MediaTime start_;  // where the first segment starts to be shown
-  MediaTime end_, ownEnd_;  // where the last one stops: in the movie; by the duration of its sample
+  MediaTime end_, ownEnd_;  // end of the last segment: as shown; by the duration of its last sample
   MediaTime packets_;  // sum of the durations of all packets, each in full
 };
 
@@ -173,7 +173,7 @@ MediaTime OwnDuration(const SampleTable& samples, std::uint64_t sample) {
   return {slice.rows->DurationOf(slice.RowOf(sample))};
 }
 
-// Pictures or text.
+// Pictures are held through a gap; text is followed by an empty one.
 bool InStep::AppendSeen(const ShownSegment& segment, Layout layout) {
   MediaTime at = Target(segment);
   if (segment.cut == MediaTime{} && AreNear(ownEnd_, at)) {
@@ -187,6 +187,7 @@ bool InStep::AppendSeen(const ShownSegment& segment, Layout layout) {
   return Append(segment, segment.samples, at - segment.shown, segment.cut);
 }
 
+// A gap is filled with silent frames.
 bool InStep::AppendFrames(const ShownSegment& segment) {
   MediaTime at = Target(segment);
   if (AreNear(ownEnd_, at)) {
@@ -206,33 +207,36 @@ bool InStep::AppendFrames(const ShownSegment& segment) {
 // is small, or if the packet before has the same sound, the first one is in step too and the packet
 // before ends earlier.
 bool InStep::AppendPackets(const ShownSegment& segment) {
-  const SampleTable& samples = media_.samples;
   SampleRange packets = segment.samples;
-  const std::int64_t packet = OwnDuration(samples, packets.from).units;
-  MediaTime cut = segment.cut, at = Target(segment);
-  if (cut == MediaTime{} && AreNear(ownEnd_, at)) at = ownEnd_;
-  const MediaTime by = at - segment.shown;
-  if (cut.units <= packet / 8 || IsRepeated(segment)) cut = {};
-  const auto placeOf = [&](std::uint64_t sample) { return samples.TimeOf(sample) + by + cut; };
-  at = placeOf(packets.from);
-  if (at <= MediaTime{} || packet == 0) return false;
-  const std::int64_t gap = (at - ownEnd_).units;
+  const std::int64_t packet = OwnDuration(media_.samples, packets.from).units;
+  MediaTime cut = segment.cut, heard = Target(segment);
+  const bool isGap = !AreNear(end_, heard);
+  if (cut == MediaTime{} && AreNear(ownEnd_, heard)) heard = ownEnd_;
+  const MediaTime by = heard - segment.shown;
+  if (cut.units <= packet / 8 || (!isGap && IsRepeated(segment))) cut = {};
+  const auto startOf = [&](std::uint64_t sample) {
+    return media_.samples.TimeOf(sample) + by + cut;
+  };
+  if (startOf(packets.from) <= MediaTime{} || packet == 0) return false;
   const auto silence = SilentPacket(EntryBefore(segment));
+  const std::int64_t gap = (startOf(packets.from) - ownEnd_).units;
   if (silence && gap > 0 && gap >= packet / 4) {
-    if (cut == MediaTime{}) {
-      packets.from -= std::min({DelayPackets(samples, packets.from), packets.from - used_,
-                                static_cast<std::uint64_t>(gap / packet)});
-    }
-    const MediaTime delay = at - placeOf(packets.from);
-    at = placeOf(packets.from);
-    // As many as make the packets, each in full, last as long as the sound: some players play them
-    // without gaps.
-    const std::int64_t count = std::clamp<std::int64_t>(
-        ((at - packets_).units + packet / 2) / packet, 0, 2 * (gap - delay.units) / packet);
-    if (count > 0 && !Fill(segment, *silence, count, ownEnd_, at)) return false;
-    packets_ += MediaTime{count * packet} + delay;
+    // If the file starts with packets that the decoder needs, they are heard instead of silence.
+    const std::uint64_t delay = cut == MediaTime{} ? DelayPackets(media_.samples, packets.from) : 0;
+    const std::uint64_t first = std::max(packets.from - delay, used_);
+    const MediaTime end = startOf(packets.from);
+    while (packets.from > first && startOf(packets.from - 1) >= ownEnd_) --packets.from;
+    const MediaTime start = startOf(packets.from);
+    packets_ += end - start;
+    // Some players play all packets in full, without gaps. With so many, they take as long as the
+    // sound.
+    const std::int64_t wanted = ((end - packets_).units + packet / 2) / packet;
+    const std::int64_t count =
+        std::clamp<std::int64_t>(wanted, 0, 2 * (start - ownEnd_).units / packet);
+    if (count > 0 && !Fill(segment, *silence, count, ownEnd_, start)) return false;
+    packets_ += MediaTime{count * packet};
   }
-  table_.RemoveFrom(at);
+  table_.RemoveFrom(startOf(packets.from));
   return Append(segment, packets, by, cut);
 }
 
@@ -252,8 +256,9 @@ bool HasSeveralChapterTracks(const MovieRecord& movie) {
   });
 }
 
-// The tracks that other tracks refer to in that way.
 using Tracks = std::vector<std::unique_ptr<TrackRecord>>;
+
+// The targets of all references of that type.
 std::set<const TrackRecord*> TargetsOf(const Tracks& tracks, FourCC type) {
   std::set<const TrackRecord*> targets;
   for (const auto& track : tracks) {
@@ -276,23 +281,35 @@ std::unique_ptr<MovieRecord> LaidOutInStep(const MovieRecord& movie) {
   const auto chapters = TargetsOf(tracks, FourCC{"chap"});
   // Packets of hint tracks name samples by number, and the numbers would change.
   const auto hinted = TargetsOf(tracks, FourCC{"hint"});
-  const auto change = [&](std::size_t i) -> TrackRecord& {
-    if (!result) result = movie.Clone();
-    return *result->tracks[i];
+  // What each track gets is found before any track changes.
+  struct Change {
+    std::size_t track = 0;
+    Layout layout = Layout::kAsItIs;  // of `segments`; without any, the track has chapters
+    std::vector<ShownSegment> segments;
   };
+  std::vector<Change> changes;
   for (std::size_t i = 0; i < tracks.size(); ++i) {
     const TrackRecord& track = *tracks[i];
     if (!track.media || track.media->IsProtected() || hinted.contains(&track)) continue;
     if (track.media->Type() == kText && chapters.contains(&track)) {
-      if (!IsPlain(track)) LayOutChapters(change(i));
+      if (!IsPlain(track)) changes.push_back({.track = i});
       continue;
     }
     if (track.edits.Edits().size() < 2) continue;
     const Layout layout = LayoutFor(*track.media);
     if (layout == Layout::kAsItIs) continue;
-    if (layout == Layout::kPictures && ShowsOtherPicturesInGaps(track)) continue;
-    const auto segments = SegmentsOf(track, layout);
-    if (segments && segments->size() > 1) InStep(change(i), *segments).Take(layout);
+    if (layout == Layout::kPictures && HasOtherPicturesInGaps(track)) continue;
+    auto segments = SegmentsOf(track, layout);
+    if (segments && segments->size() > 1) changes.push_back({i, layout, std::move(*segments)});
+  }
+  if (!changes.empty() && !result) result = movie.Clone();
+  for (const Change& change : changes) {
+    TrackRecord& track = *result->tracks[change.track];
+    if (change.segments.empty()) {
+      LayOutChapters(track);
+    } else {
+      InStep(track, change.segments).Put(change.layout);
+    }
   }
   return result;
 }

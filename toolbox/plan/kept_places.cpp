@@ -145,7 +145,7 @@ bool KeptPlaces::Take() {
   const auto isFull = [](const Block& block) { return block.filled == block.range.length; };
   if (!std::ranges::all_of(blocks, isFull)) return false;
   std::ranges::stable_sort(blocks, {}, &Block::shown);
-  std::uint64_t size = 0;
+  std::uint64_t size = plan_.dataSize;
   for (Block& block : blocks) {
     block.range.destination = size;
     for (Extent* extent : block.extents) {

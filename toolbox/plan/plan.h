@@ -116,17 +116,18 @@ struct MadeData {
   std::function<void(const FilePlan& plan, const std::function<void(ByteSpan)>& append)> make;
 };
 
-// The plan of a whole file. The source movie must outlive it. The media data has four parts, and
+// The plan of a whole file. The source movie must outlive it. The media data has five parts, and
 // all destinations count from its start:
 //
-//   | blocks | packed chunks | auxiliary | made |
-//   0                                           dataSize
+//   | gps | blocks | packed chunks | auxiliary | made |
+//   0                                                 dataSize
 struct FilePlan {
   std::unique_ptr<MovieRecord> movie;  // the movie header of the output
   std::unique_ptr<const MovieRecord> ownSource;  // owns the source movie if nobody else does
   std::optional<OtherFile> ownFile;  // the file that ThisFile means in a range
   std::vector<TrackPlan> tracks;  // one for each track of `movie`
   // The media data, in this order:
+  std::vector<CopyRange> gps;  // what 'gps ' locates; first, because its offsets have 32 bits
   std::vector<CopyRange> blocks;  // the files, or parts of them, that have kept stretches
   std::vector<ChunkReference> order;  // packed chunks
   std::vector<CopyRange> auxiliary;  // auxiliary information of samples
@@ -146,6 +147,7 @@ struct FilePlan {
 
 template <class Visit>
 void FilePlan::ForEachRange(Visit&& visit) const {
+  for (const CopyRange& block : gps) visit(block);
   for (const CopyRange& block : blocks) visit(block);
   CopyRange open;
   for (const ChunkReference& reference : order) {

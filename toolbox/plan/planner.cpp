@@ -7,9 +7,11 @@
 #include <tuple>
 #include <variant>
 
+#include "toolbox/atoms/gps_locations.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/plan/chunk_cutter.h"
+#include "toolbox/plan/gps_data.h"
 #include "toolbox/plan/kept_places.h"
 
 namespace toolbox {
@@ -46,6 +48,20 @@ Planner::Planner(const MovieRecord& movie, FilePlan& plan)
   plan.movie = movie.Clone();
   plan.ownFile = movie.file;
   for (const auto& track : movie.tracks) plan.tracks.push_back({.source = track.get()});
+}
+
+void Planner::AddGps() {
+  MovieRecord& movie = *plan_.movie;
+  if (!movie.file || FindSibling(movie.siblings, GpsLocations::kType) == nullptr) return;
+  for (CopyRange range : FindGpsData(movie, ends_.Of(ThisFile{}).size)) {
+    range.destination = plan_.dataSize;
+    plan_.dataSize += range.length;
+    plan_.gps.push_back(range);
+    // An atom next to the movie that is a block would be in the output twice.
+    std::erase_if(movie.fileAtoms, [&range](const FileAtom& atom) {
+      return atom.at >= range.at && atom.at + atom.size <= range.at + range.length;
+    });
+  }
 }
 
 void Planner::Drop(std::size_t index) {

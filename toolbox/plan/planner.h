@@ -30,13 +30,16 @@ class SourceEnds {
 };
 
 // Fills a plan, track by track. `index` is always the index of a track in the plan. The order of
-// calls is: Drop, Prepare, then either KeepPlaces or Cut and Arrange, then AddAuxiliary.
+// calls is: AddGps, Drop, Prepare, then either KeepPlaces or Cut and Arrange, then AddAuxiliary.
 class Planner {
  public:
   // Starts with a plan in which every track of `movie` stays in place. Both arguments must outlive
   // the planner.
   Planner(const MovieRecord& movie, FilePlan& plan);
 
+  // Plans to copy what 'gps ' of the movie locates. If that cannot be found, the atom is copied as
+  // it is. Throws what SourceEnds throws.
+  void AddGps();
   // Leaves a track out. The indexes of later tracks decrease by one.
   void Drop(std::size_t index);
   // Leaves out the descriptors and scenes of MPEG-4 systems (ISO/IEC 14496-1). Their descriptions

@@ -33,6 +33,8 @@ void CopyMemory(FilePlan& plan, Planner& planner) {
 FilePlan PlanReference(const MovieRecord& movie) {
   FilePlan plan;
   Planner planner(movie, plan);
+  // An offset cannot locate data in another file, so the data comes along.
+  planner.AddGps();
   planner.DropSystems();
   CopyMemory(plan, planner);
   for (std::size_t i = 0; i < plan.tracks.size(); ++i) {

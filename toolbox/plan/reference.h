@@ -5,7 +5,8 @@
 
 namespace toolbox {
 
-// Plans a reference movie: samples stay in their files, and tracks with media in memory are copied.
+// Plans a reference movie: samples stay in their files. Tracks with media in memory are copied, and
+// so is the GPS data of a dashcam.
 // The movie must outlive the plan. Throws Refused: couldNotResolveDataRef (the movie's own file is
 // unknown), and what Planner::Prepare and Cut throw.
 FilePlan PlanReference(const MovieRecord& movie);

@@ -19,11 +19,9 @@ MediaTime OwnEnd(const SampleTable& samples, std::uint64_t sample) {
   return slice.ShownAt(row) + MediaTime{slice.rows->DurationOf(row)};
 }
 
-// Sets the start of the segment, which so far has all samples that its edit needs. Returns false if
-// samples before it must be decoded but are not shown.
-//
-// Because of the bounds of the offsets, only a few samples need a look. This is also true of
-// EndWithShown.
+// Sets the start of a segment that has all samples its edit needs. Returns false if a sample that
+// is not shown is one of these. Because offsets have bounds, the loop ends after a few samples; so
+// do those of EndWithShown and FindEnd.
 bool StartWithShown(const SampleTable& samples, ShownSegment& segment) {
   const std::uint64_t first = segment.samples.from;
   const MediaTime starts = ShownAt(samples, first), smallest{samples.Offsets().smallest};
@@ -43,8 +41,8 @@ bool StartWithShown(const SampleTable& samples, ShownSegment& segment) {
   return true;
 }
 
-// Removes samples at the end that are not shown. Returns false if others that are not shown must be
-// decoded.
+// Removes samples at the end that are not shown. Returns false if others that are not shown are
+// needed.
 bool EndWithShown(const SampleTable& samples, ShownSegment& segment) {
   const MediaTime largest{samples.Offsets().largest};
   std::uint64_t& to = segment.samples.to;
@@ -79,7 +77,7 @@ Layout LayoutFor(const MediaRecord& media) {
   if (media.Type() == kVideo) return Layout::kPictures;
   if (areAll([](ByteSpan entry) { return EmptyText(entry).has_value(); })) return Layout::kText;
   if (media.Type() != kSound || !media.samples.Offsets().AreZero()) return Layout::kAsItIs;
-  if (areAll(HasIndependentPackets)) return Layout::kPackets;
+  if (areAll(NeedsOnePacketBefore)) return Layout::kPackets;
   const bool areFrames = std::ranges::all_of(media.samples.Slices(), [](const SampleSlice& slice) {
     const Table<TimeRun>& times = slice.rows->times;
     return times.size() == 1 && times.front().delta == 1;

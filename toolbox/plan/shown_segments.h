@@ -12,7 +12,7 @@ namespace toolbox {
 
 // How the samples of a track are laid out.
 enum class Layout {
-  kAsItIs,
+  kAsItIs,  // the track keeps its edits
   kPictures,
   kText,
   kPackets,  // compressed sound
@@ -22,12 +22,13 @@ enum class Layout {
 // The layout for the samples of a media, whatever edits show them.
 Layout LayoutFor(const MediaRecord& media);
 
-// Media that one edit shows. All media times are those of the media.
+// Media that one edit shows. The edit is the start of the first segment of a track, and `late` and
+// `cut` are 0 there.
 struct ShownSegment {
   SampleRange samples;  // to decode
   MovieTime start;  // of the edit
-  MediaTime shown;  // where the samples start to be shown
-  MediaTime until;  // where the edit ends
+  MediaTime shown;  // when the samples start to be shown
+  MediaTime until;  // when the edit ends
   MediaTime late;  // how much later the samples start to be shown than the edit
   MediaTime cut;  // how much of the first sample is before the edit
   MediaTime end;  // when the last of the samples stops being shown, by its own duration

@@ -13,7 +13,7 @@ std::optional<AudioConfig> LowComplexityConfig(ByteSpan description) {
   return isPlain && config->rate > kMaxHidden ? config : std::nullopt;
 }
 
-bool HasIndependentPackets(ByteSpan description) {
+bool NeedsOnePacketBefore(ByteSpan description) {
   const FourCC format = EntryFormat(description);
   if (format == FourCC{"mp4a"}) return LowComplexityConfig(description).has_value();
   return format == FourCC{"alac"} || format == FourCC{"ac-3"};

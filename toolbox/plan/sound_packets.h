@@ -16,10 +16,10 @@ std::optional<AudioConfig> LowComplexityConfig(ByteSpan description);
 
 // Whether packets of sound with that description need at most the packet before them: AAC-LC, ALAC
 // and AC-3. With SBR or a bit reservoir, a packet needs more.
-bool HasIndependentPackets(ByteSpan description);
+bool NeedsOnePacketBefore(ByteSpan description);
 
-// How many packets before `first` have only the delay of the encoder: they start the file, and are
-// so few that they are not sound that was cut off.
+// How many packets before `first` have only the delay of the encoder, and what a decoder needs
+// first: they start the file, and are too few to be sound that a user has cut off.
 std::uint64_t DelayPackets(const SampleTable& samples, std::uint64_t first);
 
 }  // namespace toolbox

@@ -6,10 +6,13 @@
 #include <variant>
 
 #include "toolbox/atoms/atom_heads.h"
+#include "toolbox/atoms/gps_locations.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
+#include "toolbox/plan/gps_data.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
+#include "toolbox/trace.h"
 
 namespace toolbox {
 namespace {
@@ -58,9 +61,11 @@ std::optional<Stage> FreeLeftovers(const FileOutline& file) {
   return stage;
 }
 
-// Whether the movie has samples, or data that they need, from byte `at` of its file on.
-bool UsesBytesFrom(const FilePlan& plan, std::uint64_t at) {
-  bool isUsed = false;
+// Whether the movie has samples, data that they need, or GPS data from byte `at` of its file on.
+bool UsesBytesFrom(const FilePlan& plan, const FileOutline& file, std::uint64_t at) {
+  bool isUsed =
+      std::ranges::any_of(FindGpsData(*plan.movie, file.size),
+                          [at](const CopyRange& block) { return block.at + block.length > at; });
   for (const TrackPlan& track : plan.tracks) {
     if (!track.source->media) continue;
     const MediaRecord& media = *track.source->media;
@@ -80,7 +85,7 @@ bool UsesBytesFrom(const FilePlan& plan, std::uint64_t at) {
 
 // Whether the file ends inside an atom that a save has begun to append: nothing uses that atom.
 bool EndsInUnfinishedSave(const FilePlan& plan, const FileOutline& file) {
-  return file.endsInsideSave && !file.locatesItems && !UsesBytesFrom(plan, file.end);
+  return file.endsInsideSave && !file.locatesItems && !UsesBytesFrom(plan, file, file.end);
 }
 
 // Whether a power cut in the middle of a write may leave one part of the bytes old and the other
@@ -209,6 +214,39 @@ std::vector<Stretch> KeptFrom(const FileOutline& file, std::uint64_t start) {
   return kept;
 }
 
+// The GPS data of the old file, which moves with the parts of the file that have it.
+class GpsToMove {
+ public:
+  GpsToMove(FilePlan& plan, const FileOutline& file)
+      : plan_(plan),
+        blocks_(FindGpsData(*plan.movie, file.size)),
+        siblings_(plan.movie->siblings),
+        file_(file.source->Path()) {}
+
+  // Gives the blocks in plan.movie the offsets for the present plan.shifts. If these do not fit
+  // into the atom, it is left out, and also by every later call. So the size of the movie does not
+  // change to and fro.
+  void Move() {
+    if (blocks_.empty()) return;
+    std::vector<std::uint64_t> offsets;
+    for (const CopyRange& block : blocks_) {
+      offsets.push_back(block.at + static_cast<std::uint64_t>(ShiftAt(plan_.shifts, block.at)));
+    }
+    plan_.movie->siblings = siblings_;
+    if (SetGpsOffsets(plan_.movie->siblings, offsets)) return;
+    TraceLine("left out: " + file_ + ": /moov/gps : its data would move beyond 4 GiB");
+    blocks_.clear();
+    std::erase_if(plan_.movie->siblings,
+                  [](const Sibling& sibling) { return sibling.type == GpsLocations::kType; });
+  }
+
+ private:
+  FilePlan& plan_;
+  std::vector<CopyRange> blocks_;
+  const Siblings siblings_;  // of the old movie
+  const std::string file_;
+};
+
 // The stages of a new file. It sets plan.shifts, because the kept parts move:
 //
 //   | ftyp, if it was first | new moov | new mdat, if any | kept stretches of the old file |
@@ -219,6 +257,7 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   const std::vector<Stretch> kept = KeptFrom(file, start);
   // The size of the movie changes the shifts, and the shifts can change the size of the movie. So
   // repeat until the size stays the same.
+  GpsToMove gps(plan, file);
   std::vector<Step> media;
   std::uint64_t size = 0, dataStart = 0;
   for (std::uint64_t next = 1; next != size;) {
@@ -231,6 +270,7 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
       plan.shifts.push_back({stretch.from, static_cast<std::int64_t>(at - stretch.from)});
       at += stretch.to - stretch.from;
     }
+    gps.Move();
     next = header.SizeAt(dataStart);
   }
 

@@ -28,9 +28,10 @@ struct UpdateSteps {
 // cases: the file ends with bytes that are no atom; its last atom extends "to the end" and has no
 // room for a size; or the movie has fragments, which become ordinary sample tables.
 //
-// `plan` comes from PlanUpdate; this function sets its shifts. Throws Refused: featureUnsupported
-// (the old movie contains auxiliary information that encrypted samples need, or a new file would
-// move items of a 'meta').
+// `plan` comes from PlanUpdate; this function sets its shifts and, in a new file, the offsets in
+// 'gps ' of its movie. If the data of 'gps ' would move beyond 4 GiB, the atom is left out. Throws
+// Refused: featureUnsupported (the old movie contains auxiliary information that encrypted samples
+// need, or a new file would move items of a 'meta').
 UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header);
 
 }  // namespace toolbox

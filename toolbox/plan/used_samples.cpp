@@ -14,10 +14,10 @@ namespace {
 constexpr FourCC kSound{"soun"};
 
 // The first packet to decode so that compressed sound is right from the packet `sample` on, which
-// is heard from media time `start` on: one second before, or as many packets as its roll group
-// says. The first packets of a file can have what the decoder needs for all others. Of sound that
-// needs no more, one packet before is kept: some players cut off as much at the end as is hidden at
-// the start.
+// is heard from media time `start` on. It is before by one packet, or by the distance of the roll
+// group, or by the packets with which the file starts. If the sound needs more, it is also a second
+// before. Otherwise no more is kept, because some players cut off as much at the end of a track as
+// is hidden at its start.
 std::uint64_t FirstToHear(const MediaRecord& media, std::uint64_t sample, MediaTime start) {
   const SampleTable& samples = media.samples;
   const bool isCompressed =
@@ -30,7 +30,7 @@ std::uint64_t FirstToHear(const MediaRecord& media, std::uint64_t sample, MediaT
   const std::uint64_t first = sample - std::min(distance, sample - slice.first);
   const bool isIndependent = std::ranges::all_of(
       media.descriptions,
-      [](const SampleDescription& each) { return HasIndependentPackets(each.bytes); });
+      [](const SampleDescription& each) { return NeedsOnePacketBefore(each.bytes); });
   if (isIndependent) return first;
   const MediaTime second = std::max(start - MediaTime{media.header.scale}, slice.time);
   return std::min(first, std::max(samples.SampleAt(second), slice.first));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "toolbox/read/fragment_auxiliary.h"
+#include "toolbox/read/fragment_frames.h"
 #include "toolbox/read/read_groups.h"
 #include "toolbox/read/top_level.h"
 #include "toolbox/refused.h"
@@ -64,13 +65,14 @@ class TrackFiller {
       AddFlags(samples, sample.flags);
       filled_ += samples;
     });
+    frames_.Add(run.run, run.defaults, run.size, run.description);
   }
 
   // Completes the tables that need all samples. Call it once, after the last run.
   void Finish() {
     groups_.Finish();
     auxiliary_.Finish();
-    if (!isInformative_) return;
+    if (frames_.Finish() || !isInformative_) return;
     rows_.dependencies.resize(rows_.count);
     auto end = rows_.dependencies.end();
     for (const auto& run : boost::adaptors::reverse(dependencies_)) {
@@ -98,11 +100,13 @@ class TrackFiller {
       rows_.sync.reset();
       rows_.constantSize = 0;
       rows_.packings.clear();
+      frames_.Begin();
       return;
     }
     track_.times.headerDecoded = rows_.duration;
     track_.times.headerShown = rows_.ShownUntil({0, rows_.count});
     DropPackets();
+    frames_.Begin();
     // Tables that the toolbox does not interpret cover only the samples before the fragments.
     std::erase_if(rows_.otherTables, [](const Sibling& table) { return !table.bytes.empty(); });
     groups_.Begin();
@@ -194,6 +198,7 @@ class TrackFiller {
   bool isInformative_ = false;  // whether 'sdtp' is needed
   FragmentGrouper groups_{rows_};
   FragmentAuxiliary auxiliary_{rows_};
+  FragmentFrames frames_{*track_.track->media, rows_};
 };
 
 // Reads the fragments of one file in order. Each is decoded completely before its samples are

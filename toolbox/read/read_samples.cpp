@@ -62,6 +62,14 @@ Packing ReadPacking(const SampleDescription& description) {
   return {1, PlainFrameSize(*entry)};
 }
 
+// Whether samples have the size and the duration of several frames of uncompressed sound, as ISO
+// allows. Each then has the size in its table. QuickTime: each sample is a frame that lasts one
+// unit, whatever its size in the table.
+bool HasSeveralFrames(const SampleRows& rows, const Packing& frame) {
+  return frame.samples == 1 && frame.bytes != 0 && !rows.times.empty() && rows.times[0].delta > 1 &&
+         std::uint64_t{rows.times[0].delta} * frame.bytes == rows.constantSize;
+}
+
 // 'stsz' and 'stz2', ISO/IEC 14496-12 8.7.3: one size for all samples, a size for each, or a size
 // of 4, 8 or 16 bits for each.
 void Read(const ConstantSampleSize& stated, SampleRows& rows) {
@@ -202,11 +210,22 @@ std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& med
   // If a table has the size of each sample, the samples are not in packets.
   if (media.Type() == kSound && rows->constantSize != 0) {
     for (const SampleDescription& description : media.descriptions) {
-      rows->packings.push_back(ReadPacking(description));
+      const Packing packing = ReadPacking(description);
+      rows->packings.push_back(HasSeveralFrames(*rows, packing) ? Packing{} : packing);
     }
   }
   rows->otherTables = std::move(table.others);
   return rows;
+}
+
+std::uint32_t FrameSize(const SampleDescription& description) {
+  const Packing packing = ReadPacking(description);
+  if (packing.bytes != 0) return packing.samples == 1 ? packing.bytes : 0;
+  // ISO/IEC 23003-5. ReadPacking does not know these formats, because a sample in a table may have
+  // several frames.
+  const auto entry = ReadSoundEntry(description.bytes);
+  const bool isIso = entry && (entry->format == FourCC{"ipcm"} || entry->format == FourCC{"fpcm"});
+  return isIso ? entry->channels * (entry->bits / 8U) : 0;
 }
 
 }  // namespace toolbox

@@ -1,6 +1,7 @@
 // Reads a sample table ('stbl', ISO/IEC 14496-12 8.5.1) into SampleRows.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "toolbox/atoms/container_atoms.h"
@@ -15,5 +16,9 @@ namespace toolbox {
 // copied: the rows are views of the bytes that `table` was read from, which the caller must keep.
 // Throws Malformed.
 std::shared_ptr<SampleRows> ReadSamples(SampleTableAtoms table, MediaRecord& media);
+
+// The size in bytes of one frame (a sample of each channel) of the uncompressed sound that
+// `description` describes. 0 if it describes anything else.
+std::uint32_t FrameSize(const SampleDescription& description);
 
 }  // namespace toolbox

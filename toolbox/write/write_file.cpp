@@ -13,8 +13,9 @@ namespace toolbox {
 
 void WriteFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& file,
                Disk& output) {
-  // Other programs do not find the auxiliary information of samples if the header is compressed.
-  if (!plan.auxiliary.empty()) layout.compress = false;
+  // Other programs do not find the auxiliary information of samples or the GPS data of a dashcam
+  // if the header is compressed.
+  if (!plan.auxiliary.empty() || !plan.gps.empty()) layout.compress = false;
   std::optional<FileSource> ownSource;
   std::vector<AtomToCopy> atoms;
   if (!plan.movie->fileAtoms.empty()) {

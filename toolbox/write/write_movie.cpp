@@ -7,6 +7,7 @@
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/container_atoms.h"
 #include "toolbox/movie/sample_columns.h"
+#include "toolbox/plan/gps_data.h"
 #include "toolbox/references/data_references.h"
 #include "toolbox/refused.h"
 #include "toolbox/write/write_samples.h"
@@ -81,10 +82,19 @@ class AtomMaker {
     atom.tracks = {movie.tracks.size(), [this](std::size_t index) { return Track(index); }};
     atom.userData = UserDataOf(movie.userData);
     atom.others = movie.siblings;
+    if (!plan_.gps.empty()) PlaceGps(atom.others);
     return atom;
   }
 
  private:
+  // States where the GPS data is in the output.
+  void PlaceGps(Siblings& siblings) const {
+    std::vector<std::uint64_t> offsets;
+    for (const CopyRange& range : plan_.gps) offsets.push_back(dataStart_ + range.destination);
+    if (SetGpsOffsets(siblings, offsets)) return;
+    throw Refused{featureUnsupported, "the GPS data would not be in the first 4 GiB"};
+  }
+
   // Returns the header with its computed fields: the duration and the time of the change.
   template <class Header>
   Header Dated(Header header, std::int64_t duration) const {

@@ -8,6 +8,7 @@
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/auxiliary_atoms.h"
 #include "toolbox/atoms/fragment_atoms.h"
+#include "toolbox/atoms/gps_locations.h"
 #include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
@@ -214,6 +215,8 @@ const std::vector<AtomCase> kCases{
                          {.rest = 2}),
     Case<AuxiliaryOffsets>("saio", Join(U32(0x01000000), U32(1), U64(0x100000000)),
                            " version=16777216 count=1 table=8 bytes", {.rest = 8}),
+    Case<GpsLocations>("gps", Join(U64(0x0000010100000001), U32(0x9000), U32(0x4000)),
+                       " head=1103806595073 table=8 bytes", {.rest = 8}),
     Case<TrackDefaults>("trex", Join(U32(0), U32(3), U32(1), U32(1024), U32(4), U32(0x10000)),
                         " version=0 track=3 description=1 duration=1024 size=4 sampleFlags=65536"),
     Case<TrackFragmentHeader>("tfhd", Join(U32(0x20000), U32(3)), " version=131072 track=3"),

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <set>
 
 #include "tests/toolbox/movies.h"
 #include "tests/toolbox/random.h"
@@ -32,8 +31,8 @@ SampleDescription DescriptionOf(Kind kind) {
   return {Encode(entry), 0};
 }
 
-// A clip: each sample has its own place, by which it is recognized. Pictures come in groups of
-// I P B B, or in their own order.
+// A clip: each sample has its own place, by which it is recognized. Pictures are reordered in
+// groups of 8, or not at all.
 std::shared_ptr<SampleRows> Clip(Random& random, Kind kind, std::uint64_t place) {
   auto rows = std::make_shared<SampleRows>();
   const bool isReordered = random.Flip();
@@ -66,15 +65,12 @@ std::shared_ptr<SampleRows> Clip(Random& random, Kind kind, std::uint64_t place)
   return rows;
 }
 
-// What is shown at a media time: the place of the sample, or of none.
+// What is shown at a movie time: the place of the sample, if any.
 class Shown {
  public:
   explicit Shown(const TrackRecord& track) : track_(track), samples_(track.media->samples) {
     for (std::uint64_t i = 0; i < samples_.Count(); ++i) {
-      const SampleSlice& slice = samples_.SliceOf(i);
-      const MediaTime shown = ShownAt(samples_, i);
-      const MediaTime end = shown + MediaTime{slice.rows->DurationOf(slice.RowOf(i))};
-      times_.push_back({shown.units, end.units, i});
+      times_.push_back({ShownAt(samples_, i).units, i});
     }
     std::ranges::stable_sort(times_, {}, &Start::shown);
   }
@@ -103,7 +99,7 @@ class Shown {
 
  private:
   struct Start {
-    std::int64_t shown = 0, end = 0;
+    std::int64_t shown = 0;
     std::uint64_t sample = 0;
   };
   const TrackRecord& track_;
@@ -148,13 +144,11 @@ class InStep : public testing::TestWithParam<std::tuple<Kind, unsigned>> {
       track.edits.Append({1 + random_.Below(300)}, Edit::kNothing, 1.0, clock);
     }
     track.edits.Append(length, from, 1.0, clock);
-    ends_.push_back(track.edits.Duration());
   }
 
   Kind kind_ = std::get<0>(GetParam());
   Random random_{std::get<1>(GetParam())};
   MovieRecord movie_;
-  std::vector<MovieTime> ends_;
 };
 
 TEST_P(InStep, OneEditShowsWhatSeveralDid) {
@@ -169,7 +163,7 @@ TEST_P(InStep, OneEditShowsWhatSeveralDid) {
   const std::size_t offset = made.edits.Offset() == MovieTime{} ? 0 : 1;
   ASSERT_EQ(made.edits.Edits().size(), offset + 1);
   EXPECT_EQ(made.edits.Duration(), track().edits.Duration());
-  // A part of a packet is an eighth of it or starts later; nothing else moves by more than a tick.
+  // A packet can start an eighth of itself early; nothing else moves by more than three ticks.
   const std::int64_t margin = kind_ == Kind::kPackets ? 1024 / 8 / kTick + 3 : 3;
   std::optional<Shown::Found> last;
   for (MovieTime time; time < track().edits.Duration(); time += MovieTime{1}) {
@@ -178,6 +172,7 @@ TEST_P(InStep, OneEditShowsWhatSeveralDid) {
     if (expected != before.At({std::max<std::int64_t>(time.units - margin, 0)})) continue;
     if (expected != before.At(time + MovieTime{margin})) continue;
     const auto found = after.At(time);
+    ASSERT_TRUE(found || !last) << time.units;
     if (expected) {
       ASSERT_EQ(found->place, expected->place) << time.units;
       ASSERT_FALSE(found->isMade);
@@ -217,7 +212,7 @@ class InStepOf : public testing::Test {
     }
     return track;
   }
-  // (decode time, time shown) of all samples of the first track of the result.
+  // (decoded, shown), in whole ms, of all samples of the first track of the result. Sets start_.
   std::vector<std::pair<std::int64_t, std::int64_t>> Laid() {
     const auto result = LaidOutInStep(movie_);
     if (!result) return {};
@@ -243,7 +238,7 @@ using Times = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
 TEST_F(InStepOf, PicturesWithoutDelayAreDecodedEarlierToMakeRoom) {
   Show(Kind::kPictures, {Pictures(4, 0), Pictures(2, 80)});
-  // The last two are decoded a unit before the next clip.
+  // The last two are decoded two units and one unit before the next clip.
   EXPECT_EQ(Laid(), (Times{{0, 0}, {40, 40}, {79, 80}, {79, 120}, {80, 160}, {120, 200}}));
   EXPECT_EQ(start_, 0);
 }
@@ -280,20 +275,66 @@ TEST_F(InStepOf, SomeEditsStay) {
   EXPECT_EQ(Laid(), Times{}) << "another order";
 }
 
+TEST_F(InStepOf, TracksWithGapsAtTheSameTimeBothGetOneEdit) {
+  for (int i = 0; i < 2; ++i) {
+    TrackRecord& track = Show(Kind::kPictures, {Pictures(2, 0), Pictures(2, 0)});
+    track.edits.Insert({}, {80}, {100}, track.TimeClock());
+  }
+  const auto result = LaidOutInStep(movie_);
+  ASSERT_TRUE(result);
+  for (const auto& track : result->tracks) EXPECT_EQ(track->edits.Edits().size(), 1U);
+}
+
 TEST_F(InStepOf, APacketThatWasCutIsHeardOnce) {
   auto rows = PlainRows(20, 1024, 4);
   TrackRecord& track = Show(Kind::kPackets, {rows, rows});
   const Clock clock = track.TimeClock();
-  const std::int64_t second = 20 * 1024;
+  const std::int64_t clip2 = 20 * 1024;
   track.edits = {};
   track.edits.Append({100}, {0}, 1.0, clock);  // 4800: ends in packet 4
-  track.edits.Append({100}, {second + 4800}, 1.0, clock);
-  const auto result = LaidOutInStep(movie_);
-  ASSERT_TRUE(result);
-  const SampleTable& samples = result->tracks[0]->media->samples;
-  EXPECT_EQ(samples.Count(), 10U);
-  for (std::uint64_t i = 0; i < samples.Count(); ++i) {
-    EXPECT_EQ(samples.TimeOf(i).units, static_cast<std::int64_t>(1024 * i));
+  track.edits.Append({100}, {clip2 + 4800}, 1.0, clock);
+  const auto starts = [this] {
+    const auto result = LaidOutInStep(movie_);
+    std::vector<std::int64_t> times;
+    const SampleTable& samples = result->tracks[0]->media->samples;
+    for (std::uint64_t i = 0; i < samples.Count(); ++i) times.push_back(samples.TimeOf(i).units);
+    return times;
+  };
+  std::vector<std::int64_t> expected;
+  for (std::int64_t i = 0; i < 10; ++i) expected.push_back(1024 * i);
+  EXPECT_EQ(starts(), expected);
+  // After a gap, its part before the cut is not heard.
+  track.edits.Insert({}, {100}, {10}, clock);
+  EXPECT_EQ(starts()[5], 4800 + 480);
+}
+
+TEST_F(InStepOf, PacketsForTheDecoderGoIntoAGapOnlyIfTheyFit) {
+  auto delayed = std::make_shared<SampleRows>();
+  delayed->count = 6;
+  delayed->AddTimes(1, 5000);
+  delayed->AddTimes(5, 1024);
+  delayed->sizes.Add(6, 4);
+  delayed->AddChunks(0, 1, 6, 0);
+  delayed->chunkOffsets.Add(9000);
+  for (const std::int64_t gap : {30, 200}) {
+    movie_.tracks.clear();
+    TrackRecord& track = Show(Kind::kPackets, {PlainRows(20, 1024, 4), delayed});
+    const Clock clock = track.TimeClock();
+    track.edits = {};
+    track.edits.Append({400}, {0}, 1.0, clock);
+    track.edits.Append({gap}, Edit::kNothing, 1.0, clock);
+    track.edits.Append({100}, {20 * 1024 + 5000}, 1.0, clock);
+    const auto result = LaidOutInStep(movie_);
+    ASSERT_TRUE(result);
+    const SampleTable& samples = result->tracks[0]->media->samples;
+    bool hasDelay = false;
+    ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
+      const bool isMade = std::holds_alternative<InMemory>(
+          result->tracks[0]->media->ReferenceOf(piece.description));
+      hasDelay |= !isMade && piece.offset == 9000;
+      if (piece.offset == 9004) EXPECT_EQ(samples.TimeOf(piece.sample).units, (400 + gap) * kTick);
+    });
+    EXPECT_EQ(hasDelay, gap == 200);
   }
 }
 

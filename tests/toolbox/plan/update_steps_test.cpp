@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/toolbox/bytes.h"
+#include "toolbox/movie/movie.h"
 #include "toolbox/read/file_outline.h"
 
 namespace toolbox {
@@ -22,6 +23,7 @@ class Header final : public PlannedHeader {
 
 UpdateSteps StepsFor(const MemorySource& source, std::uint64_t dataSize = 0) {
   FilePlan plan;
+  plan.movie = std::make_unique<MovieRecord>();
   plan.dataSize = dataSize;
   Header header(100);
   return StepsForUpdate(plan, ReadOutline(source), header);
@@ -79,6 +81,38 @@ TEST(UpdateSteps, MakeANewFileWhereNothingCanBeAppended) {
                             CopyBytes{116, &source, 132, 24}},
                            {}},
                           NamingStage(140)}));
+}
+
+class GpsDataInANewFile : public InFolder {};
+
+TEST_F(GpsDataInANewFile, HasNewOffsetsOrIsLeftOutBeyond4GiB) {
+  const auto path = Store("in.mov", Join(kMovie, WideAtom("mdat")));
+  constexpr std::uint64_t kEnd = (4ULL << 30) + 1000;
+  boost::filesystem::resize_file(path, kEnd);
+  const FileSource source(path);
+  // The last 1000 bytes are no atom, so a new file is necessary. Its movie is 884 bytes larger.
+  FileOutline outline = ReadOutline(MemorySource(Join(kMovie, WideAtom("mdat"))));
+  outline.source = &source;
+  outline.size = kEnd;
+  outline.end = outline.atoms.back().at + (outline.atoms.back().size = kEnd - 1000 - 116);
+  const auto moved = [&](std::uint32_t offset) {
+    const Bytes unused = Zeros(8), head = U64(0x0000010100000002);
+    FilePlan plan;
+    plan.movie = std::make_unique<MovieRecord>();
+    const auto atom = [&](std::uint32_t at) {
+      return Atom("gps ", head, unused, U32(at), U32(16));
+    };
+    plan.movie->siblings = {{FourCC{"gps "}, atom(offset)}, {FourCC{"????"}, Atom("????")}};
+    Header header(1000);
+    StepsForUpdate(plan, outline, header);
+    const Sibling* found = FindSibling(plan.movie->siblings, FourCC{"gps "});
+    EXPECT_NE(FindSibling(plan.movie->siblings, FourCC{"????"}), nullptr);
+    if (found == nullptr) return std::string("left out");
+    return std::string(found->bytes == atom(offset + 884) ? "moved" : "wrong");
+  };
+  EXPECT_EQ(moved(200), "moved");
+  EXPECT_EQ(moved(UINT32_MAX - 884), "moved");
+  EXPECT_EQ(moved(UINT32_MAX - 883), "left out");
 }
 
 }  // namespace

@@ -286,6 +286,65 @@ TEST_F(ReadFragments, BelieveNothing) {
   }
 }
 
+// Sound of two channels of 16 bits; `runs` are pairs of a size and a duration. Says how many
+// samples of which size there are, and when each chunk starts.
+class ReadFragmentsOfPlainSound : public ReadFragments {
+ protected:
+  using Runs = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
+  struct Found {
+    std::uint32_t samples = 0, size = 0;
+    std::vector<std::int64_t> chunks;
+    friend bool operator==(const Found&, const Found&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const Found& found) {
+      out << found.samples << " x " << found.size << " at";
+      for (const std::int64_t time : found.chunks) out << ' ' << time;
+      return out;
+    }
+  };
+  Found ReadSound(const std::vector<Runs>& fragments, const Bytes& more = {},
+                  const char* format = "sowt", std::uint32_t inHeader = 0) {
+    const Bytes description =
+        Atom(format, Zeros(6), U16(1), Zeros(8), U16(2), U16(16), Zeros(4), U32(48000U << 16));
+    Bytes table = Atom("stsd", U32(0), U32(1), description);
+    if (inHeader != 0) {
+      const Bytes plain = PlainTable(inHeader, 1, 1, 8);
+      table = Join(table, Bytes(plain.begin() + 32, plain.end()));
+    }
+    Bytes file;
+    for (const Runs& runs : fragments) {
+      Bytes rows;
+      for (const auto& [size, duration] : runs) rows = Join(rows, U32(duration), U32(size));
+      const Bytes run = RunOf(static_cast<std::uint32_t>(runs.size()), 0x300, rows);
+      file = Join(file, Plain(Header(1, 0x20000), more, run));
+    }
+    const auto movie = Read(file, {.kind = "soun", .table = table});
+    const SampleTable& samples = movie->tracks[0]->media->samples;
+    const SampleRows& all = *samples.WholeRows();
+    Found found{all.count, all.constantSize, {}};
+    std::uint64_t next = 0;
+    ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
+      if (piece.offset != next) found.chunks.push_back(samples.TimeOf(piece.sample).units);
+      next = piece.offset + piece.size;
+    });
+    return found;
+  }
+};
+
+TEST_F(ReadFragmentsOfPlainSound, MakesFramesOfWholePackets) {
+  const std::vector<Runs> fragments{{{40, 10}, {40, 10}}, {{12, 3}}};
+  const Found frames{23, 4, {0, 20}};
+  EXPECT_EQ(ReadSound(fragments), frames);
+  EXPECT_EQ(ReadSound(fragments, {}, "ipcm"), frames);
+  EXPECT_EQ(ReadSound(fragments, {}, "sowt", 5), (Found{28, 4, {0, 5, 25}}));
+  // The samples stay as they are stated.
+  EXPECT_EQ(ReadSound(fragments, {}, "mp4a"), (Found{3, 0, {0, 20}}));
+  EXPECT_EQ(ReadSound({{{40, 10}, {40, 10}}, {{40, 11}}}), (Found{3, 40, {0, 20}})) << "a gap";
+  EXPECT_EQ(ReadSound({{{40, 10}, {42, 10}}}), (Found{2, 0, {0}})) << "half a frame";
+  const Bytes group = Join(Atom("sgpd", U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFF)),
+                           Atom("sbgp", U32(0), Text("roll"), U32(1), U32(2), U32(0x10001)));
+  EXPECT_EQ(ReadSound({{{40, 10}, {40, 10}}}, group), (Found{2, 40, {0}}));
+}
+
 TEST_F(ReadFragments, HaveAuxiliaryData) {
   // Two samples without auxiliary information, then five with sizes 1 to 5 in two adjacent runs.
   const Bytes beside = Join(Atom("saiz", U32(0), U8(0), U32(5), Bytes{1, 2, 3, 4, 5}),

@@ -305,6 +305,20 @@ TEST_F(ReadMovie, KnowsThePacketsOfCompressedSound) {
   EXPECT_EQ(SizeOf(table, 0, 640, 0), 680U);
 }
 
+TEST_F(ReadMovie, KnowsWhetherASampleOfPlainSoundIsOneFrame) {
+  const Bytes description =
+      Atom("sowt", Zeros(6), U16(1), Zeros(8), U16(2), U16(16), Zeros(4), U32(44100U << 16));
+  const auto bytes = [&](std::uint32_t delta, std::uint32_t size) {
+    const Bytes plain = PlainTable(6, delta, size, 8);
+    const Bytes rest(plain.begin() + 32, plain.end());  // after 'stsd' and its entry
+    const Bytes table = Join(Atom("stsd", U32(0), U32(1), description), rest);
+    return SizeOf(ReadTrack({.kind = "soun", .table = table})->tracks[0]->media->samples, 0, 6, 0);
+  };
+  EXPECT_EQ(bytes(1, 1), 24U) << "the size in the table does not count";
+  EXPECT_EQ(bytes(1, 400), 24U);
+  EXPECT_EQ(bytes(100, 400), 2400U) << "samples of 100 frames";
+}
+
 // --- User data
 
 TEST_F(ReadMovie, ReadsUserDataUpToItsEnd) {
