@@ -78,7 +78,13 @@ std::vector<FileRun> MediaFiles::RunsOf(const toolbox::MediaRecord& media) {
 std::size_t MediaFiles::IndexOf(const toolbox::DataReference& reference) {
   MediaFile file = FileOf(reference);
   const auto [found, isNew] = known_.try_emplace({file.path, file.name}, files_.size());
-  if (isNew) files_.push_back(std::move(file));
+  if (isNew) {
+    if (!names_.insert(file.name).second) {
+      const boost::filesystem::path path(file.path);
+      file.name = (path.parent_path().filename() / path.filename()).native();
+    }
+    files_.push_back(std::move(file));
+  }
   return found->second;
 }
 

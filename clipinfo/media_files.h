@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,8 +15,8 @@ namespace clipinfo {
 
 // A file, or another place of media. Text may hold any bytes.
 struct MediaFile {
-  std::string name;  // short: the last part of the path
-  std::string path;  // absolute; of a missing file, where it was looked for
+  std::string name;  // the last part of the path, or more if that is not unique
+  std::string path;  // of a missing file, where it was looked for
   bool isMissing = false;
 };
 
@@ -42,6 +43,7 @@ class MediaFiles {
 
   const OpenedMovie& opened_;
   std::vector<MediaFile> files_;
+  std::set<std::string> names_;
   std::map<std::pair<std::string, std::string>, std::size_t> known_;  // by path and name
 };
 

@@ -17,7 +17,7 @@ namespace {
 using chapter::Chapter;
 
 // More than these are only counted.
-constexpr std::size_t kMostRows = 40, kMostFiles = 32;
+constexpr std::size_t kMostRows = 40, kMostFiles = 24, kMostPoles = 24;
 constexpr double kRowGap = 18;
 
 std::string Counted(std::size_t count, const std::string& what) {
@@ -28,6 +28,43 @@ std::string Counted(std::size_t count, const std::string& what) {
 std::string Upright(double x, double top, double height) {
   return "M" + Pixels(std::floor(x) + 0.5) + " " + Pixels(top) + "v" + Pixels(height);
 }
+
+// The start of a path, `right` of the left top of a box.
+std::string From(const Box& box, double right) {
+  return "M" + Pixels(box.x + right) + " " + Pixels(box.y);
+}
+
+// Entries in lines: a sample and what it means.
+class Legend {
+ public:
+  Legend(Svg& svg, double top) : svg_(svg), y_(top) {}
+
+  // Adds an entry, at least `column` wide without its sample. Returns where the sample belongs.
+  Box Add(const std::string& text, double column = 0, const Hover& hover = {}) {
+    constexpr double kGap = 20;
+    const double width = kSample + std::max(column, WidthOf(text, 12)) + kGap;
+    if (x_ + width - kGap > Plot::kRight) EndLine();
+    svg_.Text("legend", x_ + kSample, y_ + 10, text, hover);
+    const Box box{x_, y_, kSample - 6, 12};
+    x_ += width;
+    return box;
+  }
+  void AddLine(const std::string& text) {
+    svg_.Text("legend", x_, y_ + 10, text);
+    y_ += kLine;
+  }
+  void EndLine() {
+    if (x_ > Plot::kLeft) y_ += kLine;
+    x_ = Plot::kLeft;
+  }
+  double Bottom() const { return y_; }
+
+ private:
+  static constexpr double kSample = 30, kLine = 22;
+
+  Svg& svg_;
+  double x_ = Plot::kLeft, y_;
+};
 
 // A movie and everything that has to be known before it can be drawn.
 class TimeLine {
@@ -57,9 +94,9 @@ class TimeLine {
     const double bottom = DrawRows(top);
     std::swap(rows, svg_);
     DrawAxis(top - 14, bottom);
-    DrawChapters(top - 32, bottom);
-    const double end = DrawLegend(rows, bottom + 20);
-    return Document(rows, end);
+    DrawChapters(top - 14, bottom);
+    const double end = DrawLegend(rows, bottom + 24);
+    return Document(rows, end + 6);
   }
 
  private:
@@ -70,7 +107,7 @@ class TimeLine {
   void DrawHead();
   double DrawRows(double top);
   void DrawAxis(double bottom, double end);
-  void DrawChapters(double bottom, double end);
+  void DrawChapters(double axis, double end);
   double DrawLegend(Svg& svg, double top);
   std::string Document(const Svg& rows, double height) const;
 
@@ -131,7 +168,10 @@ void TimeLine::DrawAxis(double bottom, double end) {
   std::string lines, grid;
   for (std::int64_t time = 0; static_cast<double>(time) <= length; time += step) {
     const double x = plot_.At(static_cast<double>(time) / 1000);
-    svg_.Text("time middle", x, bottom - 6, TimeText(time, 1000));
+    const std::string text = TimeText(time, 1000);
+    const bool isAtEdge = x + WidthOf(text, 13) / 2 > Plot::kPage - 4;
+    svg_.Text(isAtEdge ? "time right" : "time middle", isAtEdge ? Plot::kPage - 4 : x, bottom - 6,
+              text);
     lines += Upright(x, bottom, 5);
     grid += Upright(x, bottom + 5, end - bottom);
   }
@@ -140,11 +180,13 @@ void TimeLine::DrawAxis(double bottom, double end) {
                         Pixels(Plot::kRight) + lines);
 }
 
-// Draws a flag for each chapter, above `bottom`, and its pole down to `end`.
-void TimeLine::DrawChapters(double bottom, double end) {
-  constexpr double kTop = 20, kFlag = 9, kClosest = 3;
+// Draws a flag for each chapter, above the times at the axis at `axis`, and its pole from there
+// down to `end`.
+void TimeLine::DrawChapters(double axis, double end) {
+  constexpr double kTop = 38, kFlag = 9, kClosest = 3;
   double room = Plot::kRight + Plot::kMargin;
   std::string poles;
+  std::size_t flags = 0;
   for (std::size_t last = chapters_.size(), first = 0; last > 0; last = first) {
     // Flags that would be in the same place are one.
     first = last - 1;
@@ -156,73 +198,62 @@ void TimeLine::DrawChapters(double bottom, double end) {
         "Chapter " + std::to_string(first + 1) + ": " + TimeText(chapter.start, chapter.scale),
         chapter.title};
     if (last - first > 1) hover.push_back("and " + Counted(last - first - 1, "more chapter"));
-    const double top = bottom - kTop;
+    const double top = axis - kTop;
     svg_.Path("flag",
               "M" + Pixels(left) + " " + Pixels(top) + "h2l" + Pixels(kFlag - 2) + " 4.5l-" +
                   Pixels(kFlag - 2) + " 4.5v10h-2z",
               hover);
     const std::string title = Fitted(chapter.title, room - left - kFlag - 10, 12);
     if (!title.empty()) svg_.Text("chapter", left + kFlag + 3, top + 9, title, hover);
-    poles += Upright(left, bottom, end - bottom);
+    poles += Upright(left, axis, end - axis);
+    ++flags;
     room = left;
   }
-  if (!poles.empty()) svg_.Path("pole", poles);
+  if (flags != 0 && flags <= kMostPoles) svg_.Path("pole", poles);
 }
 
-// What colors and signs mean, in lines from `top` on. Returns its bottom.
+// Draws what colors and signs mean, from `top` on. Returns its bottom.
 double TimeLine::DrawLegend(Svg& svg, double top) {
-  constexpr double kSample = 24, kLine = 22;
-  double x = Plot::kLeft;
-  double y = top;
-  const auto entry = [&](const std::string& text, const Hover& hover, auto&& draw) {
-    const double width = kSample + 6 + WidthOf(text, 12) + 18;
-    if (x > Plot::kLeft && x + width > Plot::kRight) {
-      x = Plot::kLeft;
-      y += kLine;
-    }
-    draw(Box{x, y, kSample, 12});
-    svg.Text("legend", x + kSample + 6, y + 10, text, hover);
-    x += width;
-  };
-  const auto line = [&] {
-    if (x > Plot::kLeft) y += kLine;
-    x = Plot::kLeft;
-  };
-  const auto filled = [&](const std::string& classes, const std::string& over = {}) {
-    return [&svg, classes, over](const Box& box) {
-      svg.Rect(classes, box);
-      if (!over.empty()) svg.Rect(over, box);
-    };
-  };
+  Legend legend(svg, top);
   const std::vector<MediaFile>& files = files_.All();
-  for (std::size_t i = 0; i < std::min(files.size(), kMostFiles); ++i) {
-    const std::string name = Fitted(files[i].name, 300, 12);
-    entry(name + (files[i].isMissing ? " (missing)" : ""), {files[i].path},
-          filled(files[i].isMissing ? "missing" : ColorClass(i)));
+  const std::size_t count = std::min(files.size(), kMostFiles);
+  std::vector<std::string> names;
+  double widest = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    names.push_back(Fitted(files[i].name, 300, 12) + (files[i].isMissing ? " (missing)" : ""));
+    widest = std::max(widest, WidthOf(names.back(), 12));
   }
-  if (files.size() > kMostFiles) {
-    svg.Text("legend", x, y + 10, "and " + Counted(files.size() - kMostFiles, "more file"));
-    x += 100;
+  // More than fit into a line are in columns.
+  const double column = count > 6 ? widest : 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Box box = legend.Add(names[i], column, {files[i].path});
+    svg.Rect(files[i].isMissing ? "missing" : ColorClass(i), box);
   }
-  line();
-  const auto stroke = [&svg](const char* classes, const std::string& path) {
-    return [&svg, classes, path](const Box& box) {
-      svg.Path(classes, "M" + Pixels(box.x + 8) + " " + Pixels(box.y) + path);
-    };
-  };
-  if (drawn_.hasEmpty) entry("empty edit", {}, filled("empty"));
+  legend.EndLine();
+  if (count < files.size()) {
+    legend.AddLine("and " + Counted(files.size() - count, "more file"));
+  }
+  if (drawn_.hasEmpty) svg.Rect("empty", legend.Add("empty edit"));
   if (drawn_.hasSpeed) {
-    entry("another speed", {}, [&svg](const Box& box) {
-      svg.Rect("f0", box);
-      svg.Path("arrow", Arrows(box, 2));
-    });
+    const Box box = legend.Add("another speed");
+    svg.Rect("f0", box);
+    svg.Path("arrow", Arrows(box, 2));
   }
-  if (drawn_.hasMerged) entry("short edits", {}, filled("mixed", "many"));
-  if (drawn_.hasHidden) entry("media that no edit shows", {}, filled("f0", "hidden"));
-  if (drawn_.hasSync) entry("sync sample", {}, stroke("sample", "v12m6 -12v12"));
-  if (!chapters_.empty()) entry("chapter", {}, stroke("flag", "h2l7 4l-7 4v5h-2z"));
-  line();
-  return y;
+  if (drawn_.hasMerged) {
+    const Box box = legend.Add("short edits");
+    svg.Rect("mixed", box);
+    svg.Rect("many", box);
+  }
+  if (drawn_.hasHidden) {
+    const Box box = legend.Add("media that no edit shows");
+    svg.Rect("f0", box);
+    svg.Rect("hidden", box);
+  }
+  if (drawn_.hasSync)
+    svg.Path("sample", From(legend.Add("sync samples"), 7) + "v12m5 -12v12m5 -12v12");
+  if (!chapters_.empty()) svg.Path("flag", From(legend.Add("chapter"), 12) + "h2l7 4l-7 4v4h-2z");
+  legend.EndLine();
+  return legend.Bottom();
 }
 
 std::string TimeLine::Document(const Svg& rows, double height) const {

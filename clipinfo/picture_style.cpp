@@ -10,8 +10,10 @@ text { font: 12px system-ui, -apple-system, "Segoe UI", "Noto Sans", sans-serif;
 .title { font-size: 18px; font-weight: 600 }
 .name { font-size: 14px; font-weight: 600 }
 .title, .name { fill: #1f2328 }
-.off { opacity: .5 }
 .label { fill: #fff; text-anchor: middle; pointer-events: none }
+.off .edit, .off .media, .off .arrow { opacity: .4 }
+.off .name { fill: #57606a }
+.off .label { fill: #1f2328 }
 .right { text-anchor: end }
 .middle { text-anchor: middle }
 .page { fill: #fff }
@@ -22,7 +24,7 @@ text { font: 12px system-ui, -apple-system, "Segoe UI", "Noto Sans", sans-serif;
 .tick { stroke: #fff; fill: none; opacity: .85; pointer-events: none }
 .sample { stroke: #57606a; fill: none }
 .empty { fill: transparent; stroke: #8c959f; stroke-dasharray: 4 3 }
-.missing { fill: #fff0f0; stroke: #cf222e; stroke-dasharray: 6 3 }
+.missing { fill: #ffe0e0; stroke: #cf222e; stroke-dasharray: 6 3 }
 .mixed { fill: #6b6f78 }
 .dark { fill: #57606a }
 .bad { fill: #cf222e }
@@ -35,7 +37,8 @@ text { font: 12px system-ui, -apple-system, "Segoe UI", "Noto Sans", sans-serif;
 @media (prefers-color-scheme: dark) {
 text { fill: #9198a1 }
 .title, .name { fill: #e6edf3 }
-.label { fill: #fff }
+.off .name { fill: #9198a1 }
+.off .label { fill: #e6edf3 }
 .page { fill: #0d1117 }
 .grid { stroke: #21262d }
 .axis { stroke: #656c76 }
@@ -43,7 +46,7 @@ text { fill: #9198a1 }
 .pole { stroke: #a371f7 }
 .sample { stroke: #9198a1 }
 .empty { stroke: #656c76 }
-.missing { fill: #2d1519; stroke: #f85149 }
+.missing { fill: #3d1a20; stroke: #f85149 }
 .dark { fill: #9198a1 }
 .bad { fill: #f85149 }
 .beam { opacity: .3 }
@@ -54,7 +57,7 @@ text { fill: #9198a1 }
 <rect class="page" width="6" height="6" opacity=".5"/><rect class="page" width="3" height="6" opacity=".75"/>
 </pattern>
 <pattern id="many" width="3" height="3" patternUnits="userSpaceOnUse">
-<rect class="page" width="1" height="3" opacity=".5"/>
+<rect class="page" width="1" height="3" opacity=".3"/>
 </pattern>
 </defs>
 )svg";

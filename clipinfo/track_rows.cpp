@@ -122,16 +122,17 @@ void TrackRows::DrawName(const TrackRow& row, double top) {
     details += ", disabled";
     hover.push_back("disabled");
   }
-  svg_.Text("name", Plot::kMargin, top + 14, Fitted(row.name, kRoom, 14), hover);
+  svg_.Text("name", Plot::kMargin, top + 14, Fitted(row.name, kRoom, 15.5), hover);
   svg_.Text("details", Plot::kMargin, top + 29, Fitted(details, kRoom, 12), hover);
 }
 
 void TrackRows::DrawBlock(const TrackRow& row, const Block& block, double top) {
   const std::int32_t scale = row.track.TimeClock().movie;
   const double left = plot_.At(block.from, scale), right = plot_.At(block.until, scale);
-  // A gap that shows where a block ends.
+  // A gap shows where a block ends. A very short block is still visible.
   const double gap = std::min(1.0, (right - left) / 4);
-  const Box box{left, top, std::max(right - left - gap, 0.5), kBlockHeight};
+  const double width = std::max(right - left - gap, block.IsEmpty() ? 0.5 : 1.5);
+  const Box box{std::min(left, Plot::kRight - width), top, width, kBlockHeight};
   const bool hasSpeed = !block.isMerged && block.edit->rate != 1;
   svg_.Rect("edit " + (block.IsEmpty() ? "empty" : ClassOf(block.file)), box, HoverOf(row, block));
   if (block.isMerged) svg_.Rect("many", box);
@@ -144,7 +145,7 @@ void TrackRows::DrawBlock(const TrackRow& row, const Block& block, double top) {
   if (label.empty()) return;
   const bool isOnPage = block.IsEmpty() || !(block.file || block.isMerged);
   const char* color = IsMissing(block.file) ? "label bad" : isOnPage ? "label dark" : "label";
-  svg_.Text(color, left + box.width / 2, top + 20, label);
+  svg_.Text(color, box.x + box.width / 2, top + 20, label);
 }
 
 void TrackRows::DrawSync(const TrackRow& row, const Block& block, double top) {
@@ -170,7 +171,7 @@ void TrackRows::DrawBeams(const TrackRow& row, const std::vector<Block>& blocks,
     const MediaPart part = MediaOf(row.track, block);
     const auto point = [](double x, double y) { return Pixels(x) + " " + Pixels(y); };
     const double bottom = top + kBeamHeight;
-    svg_.Path("beam " + ColorClass(*block.file),
+    svg_.Path(IsMissing(block.file) ? "beam bad" : "beam " + ColorClass(*block.file),
               "M" + point(plot_.At(block.from, clock.movie), top) + "L" +
                   point(plot_.At(block.until, clock.movie), top) + "L" +
                   point(media.At(part.until, clock.media), bottom) + "L" +
