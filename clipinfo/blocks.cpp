@@ -26,14 +26,18 @@ Block PartAt(const TrackRecord& track, const std::vector<FileRun>& runs, const E
              MovieTime from) {
   Block part{.from = from, .until = edit.End(), .edit = &edit};
   if (edit.IsEmpty() || runs.empty()) return part;
-  const MediaTime time = edit.ShownAt(from - edit.start, track.TimeClock());
-  auto next = std::ranges::upper_bound(runs, time, {}, &FileRun::from);
-  // The movie time of a boundary is rounded, and can be just before that of the media.
-  while (edit.rate > 0 && next != runs.end() && PlaceOf(track, edit, next->from) <= from) ++next;
-  part.file = (next == runs.begin() ? next : std::prev(next))->file;
-  if (edit.rate > 0 && next != runs.end()) {
-    part.until = std::min(part.until, PlaceOf(track, edit, next->from));
+  if (edit.rate <= 0) {
+    part.file = std::prev(std::ranges::upper_bound(runs, std::max(edit.mediaTime, runs[0].from), {},
+                                                   &FileRun::from))
+                    ->file;
+    return part;
   }
+  // Times of the movie are compared, because the media time of a boundary is rounded.
+  const auto next = std::partition_point(
+      std::next(runs.begin()), runs.end(),
+      [&](const FileRun& run) { return PlaceOf(track, edit, run.from) <= from; });
+  part.file = std::prev(next)->file;
+  if (next != runs.end()) part.until = std::min(part.until, PlaceOf(track, edit, next->from));
   return part;
 }
 

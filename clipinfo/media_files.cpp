@@ -99,7 +99,9 @@ MediaFile MediaFiles::FileOf(const toolbox::DataReference& reference) const {
   } else {
     file.path = opened_.path.native();
   }
-  file.name = boost::filesystem::path(file.path).filename().native();
+  const boost::filesystem::path path(file.path);
+  file.name = path.filename().native();
+  if (path.parent_path() == opened_.path.parent_path()) file.path = file.name;
   if (file.name.empty()) file.name = file.path.empty() ? "unknown file" : file.path;
   return file;
 }

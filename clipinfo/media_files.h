@@ -16,7 +16,8 @@ namespace clipinfo {
 // A file, or another place of media. Text may hold any bytes.
 struct MediaFile {
   std::string name;  // the last part of the path, or more if that is not unique
-  std::string path;  // of a missing file, where it was looked for
+  // From the folder of the movie if it is there, else absolute. Of a missing file: where it was.
+  std::string path;
   bool isMissing = false;
 };
 

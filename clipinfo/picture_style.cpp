@@ -14,6 +14,7 @@ text { font: 12px system-ui, -apple-system, "Segoe UI", "Noto Sans", sans-serif;
 .off .edit, .off .media, .off .arrow { opacity: .4 }
 .off .name { fill: #57606a }
 .off .label { fill: #1f2328 }
+.off .tick { stroke: #57606a }
 .right { text-anchor: end }
 .middle { text-anchor: middle }
 .page { fill: #fff }
@@ -39,6 +40,7 @@ text { fill: #9198a1 }
 .title, .name { fill: #e6edf3 }
 .off .name { fill: #9198a1 }
 .off .label { fill: #e6edf3 }
+.off .tick { stroke: #e6edf3 }
 .page { fill: #0d1117 }
 .grid { stroke: #21262d }
 .axis { stroke: #656c76 }

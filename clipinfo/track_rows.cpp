@@ -149,7 +149,7 @@ void TrackRows::DrawBlock(const TrackRow& row, const Block& block, double top) {
 }
 
 void TrackRows::DrawSync(const TrackRow& row, const Block& block, double top) {
-  constexpr double kRoom = 4;  // pixels for a tick
+  constexpr double kRoom = 6;  // pixels for a tick
   if (!row.track.media) return;
   const std::int32_t scale = row.track.TimeClock().movie;
   const double left = plot_.At(block.from, scale), right = plot_.At(block.until, scale);
