@@ -22,9 +22,9 @@ MovieTime PlaceOf(const TrackRecord& track, const Edit& edit, MediaTime time) {
 }
 
 // The part of an edit from `from` on, up to the next file.
-Block PartAt(const TrackRecord& track, const std::vector<FileRun>& runs, const Edit& edit,
-             MovieTime from) {
-  Block part{.from = from, .until = edit.End(), .edit = &edit};
+EditBlock PartAt(const TrackRecord& track, const std::vector<FileRun>& runs, const Edit& edit,
+                 MovieTime from) {
+  EditBlock part{.from = from, .until = edit.End(), .edit = &edit};
   if (edit.IsEmpty() || runs.empty()) return part;
   if (edit.rate <= 0) {
     part.file = std::prev(std::ranges::upper_bound(runs, std::max(edit.mediaTime, runs[0].from), {},
@@ -61,14 +61,14 @@ std::optional<std::vector<std::uint32_t>> SyncRows(const toolbox::SampleRows& ro
 
 }  // namespace
 
-std::vector<Block> BlocksOf(const TrackRecord& track, const std::vector<FileRun>& runs,
-                            MovieTime shortest) {
-  std::vector<Block> blocks;
+std::vector<EditBlock> BlocksOf(const TrackRecord& track, const std::vector<FileRun>& runs,
+                                MovieTime shortest) {
+  std::vector<EditBlock> blocks;
   std::size_t number = 0;
   for (const Edit& edit : track.edits.Edits()) {
     ++number;
     for (MovieTime at = edit.start; at < edit.End();) {
-      Block part = PartAt(track, runs, edit, at);
+      EditBlock part = PartAt(track, runs, edit, at);
       part.number = number;
       if (part.until - part.from < shortest && part.until < edit.End()) {
         // More files follow than can be drawn.
@@ -77,8 +77,8 @@ std::vector<Block> BlocksOf(const TrackRecord& track, const std::vector<FileRun>
         part.file.reset();
       }
       at = part.until;
-      Block* last = blocks.empty() ? nullptr : &blocks.back();
-      const auto isShort = [&](const Block& block) {
+      EditBlock* last = blocks.empty() ? nullptr : &blocks.back();
+      const auto isShort = [&](const EditBlock& block) {
         return block.isMerged || block.until - block.from < shortest;
       };
       if (last == nullptr || !isShort(*last) || !isShort(part)) {
@@ -94,7 +94,7 @@ std::vector<Block> BlocksOf(const TrackRecord& track, const std::vector<FileRun>
   return blocks;
 }
 
-MediaPart MediaOf(const TrackRecord& track, const Block& block) {
+MediaPart MediaOf(const TrackRecord& track, const EditBlock& block) {
   const toolbox::Clock clock = track.TimeClock();
   return {block.edit->ShownAt(block.from - block.edit->start, clock),
           block.edit->ShownAt(block.until - block.edit->start, clock)};
@@ -126,7 +126,8 @@ std::vector<MediaPart> ShownMedia(const TrackRecord& track, MediaTime closest) {
   return joined;
 }
 
-std::vector<MovieTime> SyncTimes(const TrackRecord& track, const Block& block, std::uint64_t most) {
+std::vector<MovieTime> SyncTimes(const TrackRecord& track, const EditBlock& block,
+                                 std::uint64_t most) {
   std::vector<MovieTime> times;
   if (block.isMerged || block.IsEmpty() || block.edit->rate <= 0 || most == 0) return times;
   const SampleTable& samples = track.media->samples;

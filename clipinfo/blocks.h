@@ -5,13 +5,13 @@
 #include <optional>
 #include <vector>
 
-#include "clipinfo/media_files.h"
+#include "clipinfo/source_files.h"
 #include "toolbox/movie/track.h"
 
 namespace clipinfo {
 
 // A part of an edit whose media is in one file, or several short neighbors.
-struct Block {
+struct EditBlock {
   toolbox::MovieTime from, until;
   const toolbox::Edit* edit = nullptr;  // the first
   std::size_t number = 1;  // of that edit, from 1
@@ -25,8 +25,8 @@ struct Block {
 // The blocks of a track, one after the other. `runs` are those of its media. Neighbors that are
 // shorter than `shortest` (> 0) are merged, so there are at most about twice as many blocks as
 // would fit. They refer to the edits of the track.
-std::vector<Block> BlocksOf(const toolbox::TrackRecord& track, const std::vector<FileRun>& runs,
-                            toolbox::MovieTime shortest);
+std::vector<EditBlock> BlocksOf(const toolbox::TrackRecord& track, const std::vector<FileRun>& runs,
+                                toolbox::MovieTime shortest);
 
 // A part of a media.
 struct MediaPart {
@@ -34,7 +34,7 @@ struct MediaPart {
 };
 
 // The media time that a block shows; not of a merged or an empty one.
-MediaPart MediaOf(const toolbox::TrackRecord& track, const Block& block);
+MediaPart MediaOf(const toolbox::TrackRecord& track, const EditBlock& block);
 
 // When the first sample starts to be shown, and when all have ended.
 MediaPart WholeMedia(const toolbox::SampleTable& samples);
@@ -45,7 +45,7 @@ std::vector<MediaPart> ShownMedia(const toolbox::TrackRecord& track, toolbox::Me
 
 // When the sync samples that a block shows start to be shown, in order. Empty if there are more
 // than `most`.
-std::vector<toolbox::MovieTime> SyncTimes(const toolbox::TrackRecord& track, const Block& block,
+std::vector<toolbox::MovieTime> SyncTimes(const toolbox::TrackRecord& track, const EditBlock& block,
                                           std::uint64_t most);
 
 }  // namespace clipinfo

@@ -8,6 +8,7 @@
 #include "clipinfo/time_text.h"
 #include "clipinfo/track_rows.h"
 #include "input/track_names.h"
+#include "toolbox/movie/presentation.h"
 #include "utils/text_file.h"
 #include "utils/visible.h"
 
@@ -27,6 +28,23 @@ std::string Counted(std::size_t count, const std::string& what) {
 // "M x top v height": a vertical line in the middle of a pixel.
 std::string Upright(double x, double top, double height) {
   return "M" + Pixels(std::floor(x) + 0.5) + " " + Pixels(top) + "v" + Pixels(height);
+}
+
+// Whether a text track shows more samples than a real movie has chapters. To read them would take
+// very long.
+bool HasTooManyChapters(const toolbox::MovieRecord& movie) {
+  constexpr std::uint64_t kMost = 100'000;
+  std::uint64_t shown = 0;
+  for (const auto& track : movie.tracks) {
+    if (!track->media || track->media->Type() != toolbox::FourCC{"text"}) continue;
+    for (const toolbox::Edit& edit : track->edits.Edits()) {
+      if (edit.IsEmpty()) continue;
+      const toolbox::MediaTime until = edit.ShownAt(edit.duration, track->TimeClock());
+      shown += toolbox::SamplesShownIn(track->media->samples, edit.mediaTime, until).Count();
+      if (shown > kMost) return true;
+    }
+  }
+  return false;
 }
 
 // The start of a path, `right` of the left top of a box.
@@ -78,6 +96,7 @@ class TimeLine {
     }
     const std::int32_t scale = movie_.header.scale;
     plot_.seconds = static_cast<double>(movie_.Duration().units) / scale;
+    if (HasTooManyChapters(movie_)) return;
     // A list of chapters adds a track for them, which is not drawn.
     const chapter::ChapterList list(&movie_);
     chapters_ = chapter::ReadChapters(&movie_);
@@ -113,18 +132,18 @@ class TimeLine {
 
   toolbox::MovieRecord& movie_;
   boost::filesystem::path name_;
-  MediaFiles files_;
+  SourceFiles files_;
   std::vector<std::vector<FileRun>> runs_;  // by track
   std::vector<std::string> names_;  // by track
   std::vector<Chapter> chapters_;  // by time
   Plot plot_;
   Svg svg_;
-  Drawn drawn_;
+  DrawnKinds drawn_;
 };
 
 void TimeLine::DrawHead() {
-  const std::vector<MediaFile>& files = files_.All();
-  const auto missing = std::ranges::count_if(files, &MediaFile::isMissing);
+  const std::vector<SourceFile>& files = files_.All();
+  const auto missing = std::ranges::count_if(files, &SourceFile::isMissing);
   std::string details = TimeText(movie_.Duration().units, movie_.header.scale);
   details += ", " + Counted(runs_.size(), "track");
   if (!chapters_.empty()) details += ", " + Counted(chapters_.size(), "chapter");
@@ -160,7 +179,8 @@ void TimeLine::DrawAxis(double bottom, double end) {
       3600000, 2 * 3600000, 4 * 3600000, 6 * 3600000, 12 * 3600000, 24 * 3600000};
   constexpr double kRoom = 80;  // pixels for a time
   const double most = Plot::kWidth / kRoom, length = plot_.seconds * 1000;
-  if (!(length > 0)) return;
+  constexpr double kLongest = 1e15;  // 30,000 years: then no time is legible
+  if (length <= 0 || length > kLongest) return;
   const auto* found = std::ranges::find_if(
       kSteps, [&](std::int64_t step) { return length / static_cast<double>(step) <= most; });
   std::int64_t step = found == std::end(kSteps) ? kSteps[std::size(kSteps) - 1] : *found;
@@ -215,7 +235,7 @@ void TimeLine::DrawChapters(double axis, double end) {
 // Draws what colors and signs mean, from `top` on. Returns its bottom.
 double TimeLine::DrawLegend(Svg& svg, double top) {
   Legend legend(svg, top);
-  const std::vector<MediaFile>& files = files_.All();
+  const std::vector<SourceFile>& files = files_.All();
   const std::size_t count = std::min(files.size(), kMostFiles);
   std::vector<std::string> names;
   double widest = 0;

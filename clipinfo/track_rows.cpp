@@ -85,7 +85,7 @@ double TrackRows::Draw(const TrackRow& row, double top) {
   const std::int32_t scale = track.TimeClock().movie;
   svg_.BeginGroup(track.IsEnabled() ? "track" : "track off");
   DrawName(row, top);
-  const std::vector<Block> blocks =
+  const std::vector<EditBlock> blocks =
       BlocksOf(track, row.runs, plot_.Within<toolbox::MovieLine>(kShortest, scale));
   double bottom = top + kBlockHeight;
   if (track.media && track.media->samples.Count() != 0) {
@@ -103,7 +103,7 @@ double TrackRows::Draw(const TrackRow& row, double top) {
       bottom += kBeamHeight + kMediaHeight;
     }
   }
-  for (const Block& block : blocks) DrawBlock(row, block, top);
+  for (const EditBlock& block : blocks) DrawBlock(row, block, top);
   svg_.EndGroup();
   return bottom;
 }
@@ -126,7 +126,7 @@ void TrackRows::DrawName(const TrackRow& row, double top) {
   svg_.Text("details", Plot::kMargin, top + 29, Fitted(details, kRoom, 12), hover);
 }
 
-void TrackRows::DrawBlock(const TrackRow& row, const Block& block, double top) {
+void TrackRows::DrawBlock(const TrackRow& row, const EditBlock& block, double top) {
   const std::int32_t scale = row.track.TimeClock().movie;
   const double left = plot_.At(block.from, scale), right = plot_.At(block.until, scale);
   // A gap shows where a block ends. A very short block is still visible.
@@ -148,7 +148,7 @@ void TrackRows::DrawBlock(const TrackRow& row, const Block& block, double top) {
   svg_.Text(color, box.x + box.width / 2, top + 20, label);
 }
 
-void TrackRows::DrawSync(const TrackRow& row, const Block& block, double top) {
+void TrackRows::DrawSync(const TrackRow& row, const EditBlock& block, double top) {
   constexpr double kRoom = 6;  // pixels for a tick
   if (!row.track.media) return;
   const std::int32_t scale = row.track.TimeClock().movie;
@@ -163,10 +163,10 @@ void TrackRows::DrawSync(const TrackRow& row, const Block& block, double top) {
   svg_.Path(IsMissing(block.file) ? "sync axis" : "sync tick", path);
 }
 
-void TrackRows::DrawBeams(const TrackRow& row, const std::vector<Block>& blocks, const Plot& media,
-                          double top) {
+void TrackRows::DrawBeams(const TrackRow& row, const std::vector<EditBlock>& blocks,
+                          const Plot& media, double top) {
   const toolbox::Clock clock = row.track.TimeClock();
-  for (const Block& block : blocks) {
+  for (const EditBlock& block : blocks) {
     if (block.isMerged || block.IsEmpty() || !block.file) continue;
     const MediaPart part = MediaOf(row.track, block);
     const auto point = [](double x, double y) { return Pixels(x) + " " + Pixels(y); };
@@ -220,7 +220,7 @@ std::string TrackRows::ClassOf(const std::optional<std::size_t>& file) const {
   return IsMissing(file) ? "missing" : ColorClass(*file);
 }
 
-std::string TrackRows::LabelOf(const TrackRow& row, const Block& block) const {
+std::string TrackRows::LabelOf(const TrackRow& row, const EditBlock& block) const {
   if (block.isMerged) return Counted(block.edits, "edit");
   if (block.IsEmpty()) return "empty";
   std::string label;
@@ -234,7 +234,7 @@ std::string TrackRows::LabelOf(const TrackRow& row, const Block& block) const {
   return (block.edit->rate == 0 ? "held " : RateText(block.edit->rate) + " ") + label;
 }
 
-Hover TrackRows::HoverOf(const TrackRow& row, const Block& block) const {
+Hover TrackRows::HoverOf(const TrackRow& row, const EditBlock& block) const {
   const toolbox::Clock clock = row.track.TimeClock();
   std::string number = "Edit " + std::to_string(block.number);
   if (block.edits > 1) {

@@ -1,4 +1,4 @@
-#include "clipinfo/media_files.h"
+#include "clipinfo/source_files.h"
 
 #include <algorithm>
 #include <variant>
@@ -45,7 +45,7 @@ void AddRun(std::vector<FileRun>& runs, toolbox::MediaTime time, std::optional<s
 
 }  // namespace
 
-std::vector<FileRun> MediaFiles::RunsOf(const toolbox::MediaRecord& media) {
+std::vector<FileRun> SourceFiles::RunsOf(const toolbox::MediaRecord& media) {
   std::vector<std::optional<std::size_t>> files;  // by description of the media
   for (const toolbox::SampleDescription& description : media.descriptions) {
     files.emplace_back();
@@ -75,8 +75,8 @@ std::vector<FileRun> MediaFiles::RunsOf(const toolbox::MediaRecord& media) {
   return runs;
 }
 
-std::size_t MediaFiles::IndexOf(const toolbox::DataReference& reference) {
-  MediaFile file = FileOf(reference);
+std::size_t SourceFiles::IndexOf(const toolbox::DataReference& reference) {
+  SourceFile file = FileOf(reference);
   const auto [found, isNew] = known_.try_emplace({file.path, file.name}, files_.size());
   if (isNew) {
     if (!names_.insert(file.name).second) {
@@ -88,9 +88,9 @@ std::size_t MediaFiles::IndexOf(const toolbox::DataReference& reference) {
   return found->second;
 }
 
-MediaFile MediaFiles::FileOf(const toolbox::DataReference& reference) const {
+SourceFile SourceFiles::FileOf(const toolbox::DataReference& reference) const {
   if (std::holds_alternative<toolbox::InMemory>(reference)) return {"data in the movie header", ""};
-  MediaFile file;
+  SourceFile file;
   if (const auto* entry = std::get_if<toolbox::Unresolved>(&reference)) {
     file.path = PathIn(*entry, opened_.path);
     file.isMissing = true;

@@ -14,7 +14,7 @@
 namespace clipinfo {
 
 // A file, or another place of media. Text may hold any bytes.
-struct MediaFile {
+struct SourceFile {
   std::string name;  // the last part of the path, or more if that is not unique
   // From the folder of the movie if it is there, else absolute. Of a missing file: where it was.
   std::string path;
@@ -29,21 +29,21 @@ struct FileRun {
 };
 
 // The files of a movie, each once. The movie must be resolved.
-class MediaFiles {
+class SourceFiles {
  public:
-  explicit MediaFiles(const OpenedMovie& opened) : opened_(opened) {}
+  explicit SourceFiles(const OpenedMovie& opened) : opened_(opened) {}
 
-  const std::vector<MediaFile>& All() const { return files_; }
+  const std::vector<SourceFile>& All() const { return files_; }
   // The runs of the media, the first at time 0; neighbors differ. Adds their files to All().
   std::vector<FileRun> RunsOf(const toolbox::MediaRecord& media);
 
  private:
   // The index of the file of a reference.
   std::size_t IndexOf(const toolbox::DataReference& reference);
-  MediaFile FileOf(const toolbox::DataReference& reference) const;
+  SourceFile FileOf(const toolbox::DataReference& reference) const;
 
   const OpenedMovie& opened_;
-  std::vector<MediaFile> files_;
+  std::vector<SourceFile> files_;
   std::set<std::string> names_;
   std::map<std::pair<std::string, std::string>, std::size_t> known_;  // by path and name
 };
