@@ -5,18 +5,18 @@ include(CMakePackageConfigHelpers)
 
 # The commands. Symbolic links are installed as relative links.
 set(bin ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
-install(TARGETS clipjoin COMPONENT commands)
+install(TARGETS clipjoin clipinfo COMPONENT commands)
 install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
 
 set(completions ${PROJECT_SOURCE_DIR}/completions)
-foreach(name clipjoin clipstak cliptune)
+foreach(name clipjoin clipstak cliptune clipinfo)
   install(FILES ${completions}/bash/${name}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT commands)
   install(FILES ${completions}/fish/${name}.fish
     DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT commands)
 endforeach()
-install(FILES ${completions}/zsh/_clipjoin
+install(FILES ${completions}/zsh/_clipjoin ${completions}/zsh/_clipinfo
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT commands)
 
 # The manual pages. The pages of the three commands share the text of the options.
@@ -32,7 +32,7 @@ foreach(name clipjoin clipstak cliptune)
 endforeach()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
 add_custom_target(manual ALL DEPENDS ${pages})
-install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT commands)
+install(FILES ${pages} ${man}/clipinfo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT commands)
 install(FILES ${man}/Reelwork.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT commands)
 
 # The toolbox: its public header, the headers that it includes, the library, and the files with which

@@ -22,7 +22,7 @@ set(CPACK_DEBIAN_COMMANDS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_COMMANDS_DESCRIPTION "clipjoin joins movies one after the other, clipstak plays movies at the same
 time, and cliptune edits one movie: cuts, speed, geometry, tracks, chapters.
 They never decode video or sound. They edit only the tables that say when each
-sample plays.")
+sample plays. clipinfo shows, checks, compares and draws movies.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libreelwork-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS

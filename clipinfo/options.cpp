@@ -98,7 +98,8 @@ const char kUsage[] =
     "       clipinfo -check [-json] MOVIE...\n"
     "       clipinfo -same OUTPUT -from INPUT...\n"
     "       clipinfo -svg FILE MOVIE\n"
-    "       clipinfo -atoms MOVIE\n";
+    "       clipinfo -atoms MOVIE\n"
+    "With -same, each movie can be followed by -startAt TIME, -trimTo TIME and -placeAt TIME.\n";
 
 std::optional<Options> ParseOptions(std::span<const char* const> arguments) {
   return Parser(arguments).Parse();

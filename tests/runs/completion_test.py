@@ -81,6 +81,15 @@ class Shell:
             self.assertEqual(set(self.offers(f"{command} -")), options(command), command)
         self.assertEqual(self.offers("clipjoin -clipstak one.mov -pl"), ["-placeAt"])
 
+    def test_offers_what_clipinfo_takes(self):
+        found = set(re.findall(r"(?<=[ \[])-[a-zA-Z]+", usage("clipinfo")))
+        self.assertLess({"-svg", "-json", "-startAt"}, found)
+        self.assertEqual(set(self.offers("clipinfo -")), found)
+        self.assertEqual(self.offers("clipinfo one.mov -same out.mov -tr"), ["-trimTo"])
+        for line in ("clipinfo o", "clipinfo -svg o", "clipinfo -same one.mov -from o"):
+            self.assertEqual(self.offers(line), ["one.mov", "out.mov"], line)
+        self.assertEqual(self.offers("clipinfo -same one.mov -startAt "), [])
+
     def test_offers_files_and_modes_where_they_belong(self):
         files = ["one.mov", "out.mov"]
         for line in ("clipjoin o", "clipjoin -list o", "cliptune one.mov -o o",

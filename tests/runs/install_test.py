@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The installed files: the commands are links to one program, and the program in examples/ can be
+"""The installed files: three of the commands are links to one program, and the program in examples/ can be
 built with the installed toolbox."""
 
 import os
@@ -12,6 +12,7 @@ from runs import BIN, ROOT, has_tools, make_clip
 BUILD = BIN.parent
 
 INSTALLED = """
+bin/clipinfo
 bin/clipjoin
 bin/clipstak -> clipjoin
 bin/cliptune -> clipjoin
@@ -26,17 +27,21 @@ lib/cmake/Reelwork/ReelworkConfigVersion.cmake
 lib/cmake/Reelwork/ReelworkTargets.cmake
 lib/libreelwork.a
 lib/pkgconfig/reelwork.pc
+share/bash-completion/completions/clipinfo
 share/bash-completion/completions/clipjoin
 share/bash-completion/completions/clipstak -> clipjoin
 share/bash-completion/completions/cliptune -> clipjoin
 share/doc/reelwork/LICENSE
+share/fish/vendor_completions.d/clipinfo.fish
 share/fish/vendor_completions.d/clipjoin.fish
 share/fish/vendor_completions.d/clipstak.fish -> clipjoin.fish
 share/fish/vendor_completions.d/cliptune.fish -> clipjoin.fish
+share/man/man1/clipinfo.1
 share/man/man1/clipjoin.1
 share/man/man1/clipstak.1
 share/man/man1/cliptune.1
 share/man/man7/Reelwork.7
+share/zsh/site-functions/_clipinfo
 share/zsh/site-functions/_clipjoin
 """.split("\n")[1:-1]
 

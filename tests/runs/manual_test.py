@@ -15,9 +15,11 @@ COMMANDS = ("clipjoin", "clipstak", "cliptune")
 INSTALLED = BIN.parent / "share" / "man"
 if INSTALLED.is_dir():
     PAGES = {name: INSTALLED / "man1" / f"{name}.1.gz" for name in COMMANDS}
+    PAGES["clipinfo"] = INSTALLED / "man1" / "clipinfo.1.gz"
     PAGES["Reelwork"] = INSTALLED / "man7" / "Reelwork.7.gz"
 else:
     PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
+    PAGES["clipinfo"] = ROOT / "man" / "clipinfo.1"
     PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
 
 # Options that the usage text of a command does not list, or lists in only one form.
@@ -70,6 +72,11 @@ class Pages(unittest.TestCase):
             entries |= UNLISTED & {"-" + option for option in re.findall(r"^\.Fl ([\w-]+)", text, re.M)}
             entries.discard("-sameAsTrack")  # a value of -timescale
             self.assertEqual(entries, listed, name)
+
+    def test_clipinfo_has_an_entry_for_each_option(self):
+        listed = set(re.findall(r"(?<=[ \[])-[a-zA-Z]+", runs.run("clipinfo").err))
+        entries = re.findall(r"^\.It (Fl .*)$", section(PAGES["clipinfo"], "OPTIONS"), re.M)
+        self.assertEqual({f"-{option}" for line in entries for option in re.findall(r"Fl (\w+)", line)}, listed)
 
     @has_tools("mandoc")
     def test_are_well_formed(self):
