@@ -1,0 +1,114 @@
+// Whether the file of a movie is whole: the reader leaves out fragments that are not complete.
+#include <algorithm>
+#include <map>
+
+#include "clipinfo/findings.h"
+#include "toolbox/atoms/adts.h"
+#include "toolbox/atoms/atom_heads.h"
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/disk/byte_source.h"
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/read/top_level.h"
+
+namespace clipinfo {
+namespace {
+
+using toolbox::FourCC;
+
+constexpr FourCC kMediaData{"mdat"};
+
+// Samples by the id of their track.
+using Counts = std::map<std::uint32_t, std::uint64_t>;
+
+void AddSamples(const toolbox::MovieFragment& fragment, Counts& counts) {
+  for (const toolbox::TrackFragment& track : fragment.tracks) {
+    for (const toolbox::TrackRun& run : track.runs) counts[track.header.track] += run.count;
+  }
+}
+
+// How many samples of fragments the movie does not have.
+std::uint64_t CountLost(const MovieToCheck& movie, Counts counts) {
+  std::uint64_t lost = 0;
+  for (const TrackToCheck& track : movie.tracks) {
+    const auto stated = counts.find(track.track.header.id);
+    if (!track.track.media || stated == counts.end()) continue;
+    const std::uint64_t read = track.track.media->samples.Count();
+    if (stated->second > read) lost += stated->second - read;
+    counts.erase(stated);  // another track with the same id gets no fragments
+  }
+  return lost;
+}
+
+// The samples that the header has for each track.
+Counts HeaderCounts(const MovieToCheck& movie) {
+  Counts counts;
+  for (const TrackToCheck& track : movie.tracks) {
+    const auto& media = track.stated->media;
+    if (media) counts[track.track.header.id] += CountOfSizes(media->information.table);
+  }
+  return counts;
+}
+
+// The end of the movie as text.
+std::string EndOf(const MovieToCheck& movie) {
+  return SecondsText(movie.movie.Duration().units, movie.movie.header.scale);
+}
+
+void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  const auto report = [&movie](Severity severity, const std::string& where, std::string text) {
+    movie.findings.push_back({severity, where, 0, {}, std::move(text)});
+  };
+  Counts counts = HeaderCounts(movie);
+  toolbox::TopLevelWalk walk(source);
+  bool isWhole = true;
+  while (const auto atom = walk.Next()) {
+    if (!movie.stated->extends || atom->type != toolbox::MovieFragment::kType) continue;
+    try {
+      AddSamples(toolbox::Decode<toolbox::MovieFragment>(walk.Content(*atom)), counts);
+    } catch (const toolbox::Malformed& fault) {
+      // The reader has stopped before this fragment, or the movie could not have been opened.
+      isWhole = false;
+      report(Severity::kFault, fault.path, fault.reason);
+    }
+  }
+  const FourCC cut = toolbox::FourCCAt(walk.Following(), 4);
+  const auto frame = toolbox::ReadFrame(walk.Following(), UINT64_MAX);
+  const std::uint64_t lost = movie.stated->extends ? CountLost(movie, std::move(counts)) : 0;
+  const bool isFragmentCut =
+      cut == toolbox::MovieFragment::kType || (movie.stated->extends && cut == FourCC{"styp"});
+  if (lost != 0 || isFragmentCut) {
+    const std::string count = lost == 0 ? "" : ", which lose " + Counted(lost, "sample");
+    report(Severity::kFault, isFragmentCut ? "/moof" : "/moof/traf/trun",
+           "the file was cut off inside the fragments after " + EndOf(movie) + count);
+  } else if (isWhole && frame && (cut == kMediaData || cut == toolbox::MovieAtoms::kType)) {
+    const std::uint64_t missing = frame->size - (source.Size() - walk.End());
+    report(Severity::kWarning, "/" + cut.Text(),
+           "the file ends " + Counted(missing, "byte") + " before the atom; no sample needs them");
+  }
+}
+
+// Raw AAC: whether the file ends inside a frame.
+void CheckFrames(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  const toolbox::SampleTable& samples = movie.movie.tracks.front()->media->samples;
+  std::uint64_t end = 0;
+  ForEachPiece(samples, {samples.Count() - 1, samples.Count()},
+               [&end](const toolbox::SamplePiece& last) { end = last.offset + last.size; });
+  toolbox::Bytes head(std::min<std::uint64_t>(toolbox::AdtsHeader::kSize, source.Size() - end));
+  source.Read(end, head);
+  const auto frame = toolbox::ReadAdtsHeader(head);
+  if (!frame || frame->frameSize <= source.Size() - end) return;
+  movie.findings.push_back({Severity::kFault,
+                            {},
+                            0,
+                            {},
+                            "the file was cut off inside the frame of sound at " + EndOf(movie)});
+}
+
+}  // namespace
+
+void CheckEnd(const MovieToCheck& movie) {
+  const toolbox::FileSource source(movie.movie.file->path);
+  movie.stated != nullptr ? CheckAtoms(movie, source) : CheckFrames(movie, source);
+}
+
+}  // namespace clipinfo
