@@ -54,7 +54,12 @@ Findings FindingsFor(const std::string& file) {
     CheckMovie(file, findings);
   } catch (...) {
     const toolbox::Failure failure = CaughtFailure(file);
-    findings.push_back({Severity::kFault, failure.path, 0, {}, ReasonFor(failure)});
+    const bool isNoMovie = failure.code == toolbox::noMovieFound;
+    findings.push_back({Severity::kFault,
+                        failure.path,
+                        0,
+                        {},
+                        isNoMovie ? ReasonForNoMovie(file) : ReasonFor(failure)});
   }
   std::ranges::stable_sort(findings, std::greater<>(), &Finding::severity);
   return findings;

@@ -1,6 +1,7 @@
 // Whether references from track to track lead to tracks, and whether chapters are in order.
 #include <algorithm>
 #include <set>
+#include <unordered_map>
 
 #include "clipinfo/findings.h"
 #include "toolbox/atoms/chapter_starts.h"
@@ -14,12 +15,6 @@ using toolbox::TrackRecord;
 
 constexpr FourCC kChapters{"chap"}, kChapterList{"chpl"}, kText{"text"};
 constexpr std::int64_t kListScale = 10'000'000;  // units a second
-
-// The track with that record.
-const TrackToCheck& Find(const MovieToCheck& movie, const TrackRecord* record) {
-  return *std::ranges::find_if(
-      movie.tracks, [record](const TrackToCheck& track) { return &track.track == record; });
-}
 
 // Checks the chapters of `of` in the track `chapters`.
 void CheckChapterTrack(const TrackToCheck& chapters, const TrackToCheck& of) {
@@ -42,7 +37,8 @@ void CheckChapterTrack(const TrackToCheck& chapters, const TrackToCheck& of) {
 }
 
 void CheckReferences(const MovieToCheck& movie) {
-  std::set<const TrackRecord*> checked;
+  std::unordered_map<const TrackRecord*, const TrackToCheck*> unchecked;
+  for (const TrackToCheck& track : movie.tracks) unchecked.emplace(&track.track, &track);
   for (const TrackToCheck& track : movie.tracks) {
     if (track.stated == nullptr || !track.stated->references) continue;
     for (std::size_t i = 0; i < track.track.references.size(); ++i) {
@@ -56,8 +52,10 @@ void CheckReferences(const MovieToCheck& movie) {
                          (list.type == kChapters ? ", which is missing: the chapters are lost"
                                                  : ", which is missing"));
         }
-        if (target == nullptr || list.type != kChapters || !checked.insert(target).second) continue;
-        CheckChapterTrack(Find(movie, target), track);
+        const auto found = list.type == kChapters ? unchecked.find(target) : unchecked.end();
+        if (found == unchecked.end()) continue;
+        CheckChapterTrack(*found->second, track);
+        unchecked.erase(found);
       }
     }
   }

@@ -1,5 +1,6 @@
 // Whether the file of a movie is whole: the reader leaves out fragments that are not complete.
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 #include <map>
 
 #include "clipinfo/findings.h"
@@ -77,9 +78,10 @@ void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
   const bool isFragmentCut =
       cut == toolbox::MovieFragment::kType || (movie.stated->extends && cut == FourCC{"styp"});
   if (lost != 0 || isFragmentCut) {
-    const std::string count = lost == 0 ? "" : ", which lose " + Counted(lost, "sample");
+    const std::string samples = lost == 0 ? "what follows" : Counted(lost, "sample");
     report(Severity::kFault, isFragmentCut ? "/moof" : "/moof/traf/trun",
-           "the file was cut off inside the fragments after " + EndOf(movie) + count);
+           "the file was cut off inside a fragment: from " + EndOf(movie) + " on, " + samples +
+               " cannot be shown");
   } else if (isWhole && frame && (cut == kMediaData || cut == toolbox::MovieAtoms::kType)) {
     const std::uint64_t missing = frame->size - (source.Size() - walk.End());
     report(Severity::kWarning, "/" + cut.Text(),
@@ -105,6 +107,30 @@ void CheckFrames(const MovieToCheck& movie, const toolbox::ByteSource& source) {
 }
 
 }  // namespace
+
+std::string ReasonForNoMovie(const std::string& name) {
+  const toolbox::FileSource source(boost::filesystem::absolute(name));
+  toolbox::TopLevelWalk walk(source);
+  bool hasFragments = false, hasMedia = false;
+  while (const auto atom = walk.Next()) {
+    hasFragments |= atom->type == toolbox::MovieFragment::kType;
+    hasMedia |= atom->type == kMediaData;
+  }
+  const toolbox::ByteSpan rest = walk.Following();
+  std::string reason = "it contains no movie";
+  if (source.Size() == 0) return reason + ": it is empty";
+  if (hasFragments) return reason + ", only fragments: their header is in another file";
+  if (walk.End() == 0) return reason + ": it does not start with an atom";
+  if (rest.empty()) reason += ": the header ('moov') is missing";
+  if (rest.size() >= 8) {
+    reason += ": it ends inside '" + toolbox::FourCCAt(rest, 4).Text() + "' at byte " +
+              std::to_string(walk.End());
+  } else if (!rest.empty()) {
+    reason += ": it ends inside the start of an atom";
+  }
+  if (hasMedia) reason += ". It has media data, so the recording was not finished";
+  return reason;
+}
 
 void CheckEnd(const MovieToCheck& movie) {
   const toolbox::FileSource source(movie.movie.file->path);

@@ -99,8 +99,8 @@ class PlaceCheck {
       track.Warn(OffsetsOf(track),
                  Counted(part.outside.count, "sample") + " from " +
                      WhenShown(track.track, media.samples.TimeOf(part.outside.first)) +
-                     " on are not in the media data" + where +
-                     ": what is shown there may be no picture or sound");
+                     " on are outside the media data" + where +
+                     ": other bytes may be shown in their place");
     }
   }
 
@@ -178,12 +178,12 @@ class PlaceCheck {
       end = std::max(end, samples.end);
       isCut &= samples.AreLast(track->track.media->samples);
     }
-    std::string text = "there is no data for " + lost + ": " + (isOther ? file.name : "the file");
-    if (!file.problem.empty()) {
-      text += " " + file.problem;
+    std::string text = "no data for " + lost + ": " + (isOther ? file.name : "the file") + " ";
+    if (file.problem.empty()) {
+      text += isCut ? "was cut off" : "was cut off, or the offsets of samples are wrong";
+      text += " (it has " + std::to_string(file.size) + " of " + std::to_string(end) + " bytes)";
     } else {
-      text += " has " + std::to_string(file.size) + " of " + std::to_string(end) +
-              " bytes, so it " + (isCut ? "was cut off" : "was cut off, or the offsets are wrong");
+      text += file.problem;
     }
     movie_.findings.push_back({Severity::kFault, where, 0, {}, std::move(text)});
   }

@@ -67,6 +67,9 @@ void CheckTimes(const MovieToCheck& movie);
 // References to tracks lead to tracks, and chapters are in order.
 void CheckChapters(const MovieToCheck& movie);
 
+// Why there is no movie in the file, in words. Throws what reading a file throws.
+std::string ReasonForNoMovie(const std::string& name);
+
 // How many samples the table of sizes has.
 std::uint64_t CountOfSizes(const toolbox::SampleTableAtoms& table);
 
