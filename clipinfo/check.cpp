@@ -28,7 +28,7 @@ void CheckMovie(const std::string& name, Findings& findings) {
   const auto atoms =
       isStated ? toolbox::Decode<toolbox::MovieAtoms>(header.Span()) : toolbox::MovieAtoms();
   const std::vector<std::string> names = input::TrackNames(&movie);
-  MovieToCheck subject{movie, isStated ? &atoms : nullptr, {}, findings};
+  MovieToCheck subject{movie, isStated ? &atoms : nullptr, header.Span(), {}, findings};
   if (isStated && atoms.tracks.size() != movie.tracks.size()) {
     throw toolbox::Refused{toolbox::fBsyErr, "it has changed while it was read"};
   }
@@ -36,7 +36,8 @@ void CheckMovie(const std::string& name, Findings& findings) {
     subject.tracks.push_back(
         {*movie.tracks[i], isStated ? &atoms.tracks[i] : nullptr, i + 1, names[i], findings});
   }
-  for (const auto check : {CheckEnd, CheckPlaces, CheckTables, CheckTimes, CheckChapters}) {
+  for (const auto check :
+       {CheckEnd, CheckPlaces, CheckTables, CheckTimes, CheckChapters, CheckTags}) {
     check(subject);
   }
   const bool hasSamples = std::ranges::any_of(movie.tracks, [](const auto& track) {

@@ -120,7 +120,7 @@ class TableCheck {
                                ", but the track has " + std::to_string(count_);
       count_ == 0 ? Fault("stsz", text) : Warn("stsc", text);
     }
-    if (after != 0) {
+    if (after != 0 && located >= count_) {
       Warn("stsc", "it goes on to chunk " + std::to_string(next) + ", but there are " +
                        std::to_string(chunks));
     }

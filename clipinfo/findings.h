@@ -50,6 +50,7 @@ struct TrackToCheck {
 struct MovieToCheck {
   const toolbox::MovieRecord& movie;
   const toolbox::MovieAtoms* stated = nullptr;  // null if the file has no movie header
+  toolbox::ByteSpan header;  // the bytes of that header, inflated
   std::vector<TrackToCheck> tracks;
   Findings& findings;
 };
@@ -66,6 +67,8 @@ void CheckEnd(const MovieToCheck& movie);
 void CheckTimes(const MovieToCheck& movie);
 // References to tracks lead to tracks, and chapters are in order.
 void CheckChapters(const MovieToCheck& movie);
+// Tags and other user data are whole atoms.
+void CheckTags(const MovieToCheck& movie);
 
 // Why there is no movie in the file, in words. Throws what reading a file throws.
 std::string ReasonForNoMovie(const std::string& name);
