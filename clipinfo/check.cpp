@@ -37,14 +37,14 @@ void CheckMovie(const std::string& name, Findings& findings) {
         {*movie.tracks[i], isStated ? &atoms.tracks[i] : nullptr, i + 1, names[i], findings});
   }
   for (const auto check :
-       {CheckEnd, CheckPlaces, CheckTables, CheckTimes, CheckChapters, CheckTags}) {
+       {CheckPlaces, CheckEnd, CheckTables, CheckTimes, CheckChapters, CheckTags}) {
     check(subject);
   }
   const bool hasSamples = std::ranges::any_of(movie.tracks, [](const auto& track) {
     return track->media && track->media->samples.Count() != 0;
   });
   if (!hasSamples && findings.empty()) {
-    findings.push_back({Severity::kWarning, "/moov", 0, {}, "the movie has no samples"});
+    subject.Warn("/moov", "the movie has no samples");
   }
 }
 

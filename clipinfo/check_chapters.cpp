@@ -66,9 +66,7 @@ void CheckList(const MovieToCheck& movie) {
   const auto& items = movie.movie.userData.items;
   const auto list = std::ranges::find(items, kChapterList, &toolbox::UserDataItem::type);
   if (list == items.end()) return;
-  const auto warn = [&movie](std::string text) {
-    movie.findings.push_back({Severity::kWarning, "/moov/udta/chpl", 0, {}, std::move(text)});
-  };
+  const auto warn = [&movie](std::string text) { movie.Warn("/moov/udta/chpl", std::move(text)); };
   const toolbox::ChapterStarts chapters = toolbox::ReadChapterStarts(list->payload);
   if (chapters.starts.size() < chapters.stated) {
     warn("it has " + std::to_string(chapters.starts.size()) + " of " +

@@ -55,38 +55,44 @@ std::string EndOf(const MovieToCheck& movie) {
   return SecondsText(movie.movie.Duration().units, movie.movie.header.scale);
 }
 
-void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
-  const auto report = [&movie](Severity severity, const std::string& where, std::string text) {
-    movie.findings.push_back({severity, where, 0, {}, std::move(text)});
-  };
+// How many samples of fragments are lost. Reports fragments that are malformed.
+std::uint64_t CheckFragments(const MovieToCheck& movie, const toolbox::ByteSource& source) {
   Counts counts = HeaderCounts(movie);
   toolbox::TopLevelWalk walk(source);
-  bool isWhole = true;
   while (const auto atom = walk.Next()) {
-    if (!movie.stated->extends || atom->type != toolbox::MovieFragment::kType) continue;
+    if (atom->type != toolbox::MovieFragment::kType) continue;
     try {
       AddSamples(toolbox::Decode<toolbox::MovieFragment>(walk.Content(*atom)), counts);
     } catch (const toolbox::Malformed& fault) {
-      // The reader has stopped before this fragment, or the movie could not have been opened.
-      isWhole = false;
-      report(Severity::kFault, fault.path, fault.reason);
+      // The reader has stopped before this fragment; otherwise it would have thrown this.
+      movie.Fault(fault.path, fault.reason);
     }
   }
+  return CountLost(movie, std::move(counts));
+}
+
+void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  const bool isFragmented = movie.stated->extends.has_value();
+  const std::uint64_t lost = isFragmented ? CheckFragments(movie, source) : 0;
+  toolbox::TopLevelWalk walk(source);
+  while (walk.Next()) continue;
   const FourCC cut = toolbox::FourCCAt(walk.Following(), 4);
-  const auto frame = toolbox::ReadFrame(walk.Following(), UINT64_MAX);
-  const std::uint64_t lost = movie.stated->extends ? CountLost(movie, std::move(counts)) : 0;
-  const bool isFragmentCut =
-      cut == toolbox::MovieFragment::kType || (movie.stated->extends && cut == FourCC{"styp"});
-  if (lost != 0 || isFragmentCut) {
-    const std::string samples = lost == 0 ? "what follows" : Counted(lost, "sample");
-    report(Severity::kFault, isFragmentCut ? "/moof" : "/moof/traf/trun",
-           "the file was cut off inside a fragment: from " + EndOf(movie) + " on, " + samples +
-               " cannot be shown");
-  } else if (isWhole && frame && (cut == kMediaData || cut == toolbox::MovieAtoms::kType)) {
-    const std::uint64_t missing = frame->size - (source.Size() - walk.End());
-    report(Severity::kWarning, "/" + cut.Text(),
-           "the file ends " + Counted(missing, "byte") + " before the atom; no sample needs them");
+  const bool isCut = isFragmented && cut == toolbox::MovieFragment::kType;
+  if (lost != 0 || isCut) {
+    movie.Fault(
+        isCut ? "/moof" : "/moof/traf/trun",
+        "the file was cut off inside a fragment: from " + EndOf(movie) + " on, " +
+            (lost == 0 ? "nothing can" : "at least " + Counted(lost, "sample") + " cannot") +
+            " be shown");
   }
+  // If data are missing, that has been reported, and this would repeat it.
+  const bool isMissed = std::ranges::any_of(
+      movie.findings, [](const Finding& found) { return found.severity == Severity::kFault; });
+  const auto frame = toolbox::ReadFrame(walk.Following(), UINT64_MAX);
+  if (isMissed || !frame || (cut != kMediaData && cut != toolbox::MovieAtoms::kType)) return;
+  movie.Warn("/" + cut.Text(), "the file ends " +
+                                   Counted(frame->size - (source.Size() - walk.End()), "byte") +
+                                   " before the atom; no sample needs them");
 }
 
 // Raw AAC: whether the file ends inside a frame.
@@ -99,11 +105,7 @@ void CheckFrames(const MovieToCheck& movie, const toolbox::ByteSource& source) {
   source.Read(end, head);
   const auto frame = toolbox::ReadAdtsHeader(head);
   if (!frame || frame->frameSize <= source.Size() - end) return;
-  movie.findings.push_back({Severity::kFault,
-                            {},
-                            0,
-                            {},
-                            "the file was cut off inside the frame of sound at " + EndOf(movie)});
+  movie.Fault("", "the file was cut off inside the frame of sound at " + EndOf(movie));
 }
 
 }  // namespace

@@ -162,12 +162,9 @@ class PlaceCheck {
         use.track->PathOf(isOther ? PathOfReference(use.reference) : OffsetsOf(*use.track));
     if (use.missing.empty()) {
       if (!file.isNewer) return;
-      movie_.findings.push_back({Severity::kWarning,
-                                 where,
-                                 0,
-                                 {},
-                                 file.name + " was changed after this movie was saved. If it was "
-                                             "replaced, the movie shows something else"});
+      movie_.Warn(where, file.name +
+                             " was changed after this movie was saved. If it was "
+                             "replaced, the movie shows something else");
       return;
     }
     std::string lost;
@@ -185,7 +182,7 @@ class PlaceCheck {
     } else {
       text += file.problem;
     }
-    movie_.findings.push_back({Severity::kFault, where, 0, {}, std::move(text)});
+    movie_.Fault(where, std::move(text));
   }
 
   const MovieToCheck& movie_;

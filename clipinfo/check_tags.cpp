@@ -27,7 +27,7 @@ constexpr int kDeepest = 8;
 
 class TagCheck {
  public:
-  explicit TagCheck(Findings& findings) : findings_(findings) {}
+  explicit TagCheck(const MovieToCheck& movie) : movie_(movie) {}
 
   // Checks the user data among the atoms in `content`, which are children of the atom at `path`.
   void FindIn(ByteSpan content, const std::string& path) {
@@ -61,21 +61,15 @@ class TagCheck {
   }
   void ReportTail(ByteSpan tail, const std::string& path) {
     if (std::ranges::none_of(tail, std::identity())) return;
-    findings_.push_back({Severity::kWarning,
-                         path,
-                         0,
-                         {},
-                         "its last " + Counted(tail.size(), "byte") +
-                             " are no whole atom, so tags can be missing"});
+    movie_.Warn(path, "its last " + Counted(tail.size(), "byte") +
+                          " are no whole atom, so tags can be missing");
   }
 
-  Findings& findings_;
+  const MovieToCheck& movie_;
 };
 
 }  // namespace
 
-void CheckTags(const MovieToCheck& movie) {
-  TagCheck(movie.findings).FindIn(movie.header, "/moov");
-}
+void CheckTags(const MovieToCheck& movie) { TagCheck(movie).FindIn(movie.header, "/moov"); }
 
 }  // namespace clipinfo

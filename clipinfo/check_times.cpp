@@ -123,7 +123,7 @@ void CheckTimes(const MovieToCheck& movie) {
   std::string difference = Difference({movie.stated->header.duration, scale},
                                       {longest, longest, scale}, "the longest track lasts");
   if (difference.empty()) return;
-  movie.findings.push_back({Severity::kWarning, "/moov/mvhd", 0, {}, std::move(difference)});
+  movie.Warn("/moov/mvhd", std::move(difference));
 }
 
 }  // namespace clipinfo

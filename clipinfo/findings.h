@@ -53,6 +53,14 @@ struct MovieToCheck {
   toolbox::ByteSpan header;  // the bytes of that header, inflated
   std::vector<TrackToCheck> tracks;
   Findings& findings;
+
+  // Reports a finding about the file. `where` is the path of an atom, or empty.
+  void Fault(const std::string& where, std::string text) const {
+    findings.push_back({Severity::kFault, where, 0, {}, std::move(text)});
+  }
+  void Warn(const std::string& where, std::string text) const {
+    findings.push_back({Severity::kWarning, where, 0, {}, std::move(text)});
+  }
 };
 
 // The checks. They read no sample data. All of them can throw what reading a movie throws.
