@@ -29,6 +29,9 @@ void Resolve(OpenedMovie& opened);
 // that the toolbox does not know.
 toolbox::Failure CaughtFailure(const std::string& file);
 
+// Why something failed, as words for people.
+std::string ReasonFor(const toolbox::Failure& failure);
+
 // A failure as a line for people, with the control characters of names visible: the file, the path
 // of the atom if it is known, and the reason.
 std::string LineFor(const toolbox::Failure& failure);

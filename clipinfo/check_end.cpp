@@ -1,0 +1,142 @@
+// Whether the file of a movie is whole: the reader leaves out fragments that are not complete.
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <map>
+
+#include "clipinfo/findings.h"
+#include "toolbox/atoms/adts.h"
+#include "toolbox/atoms/atom_heads.h"
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/disk/byte_source.h"
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/read/top_level.h"
+
+namespace clipinfo {
+namespace {
+
+using toolbox::FourCC;
+
+constexpr FourCC kMediaData{"mdat"};
+
+// Samples by the id of their track.
+using Counts = std::map<std::uint32_t, std::uint64_t>;
+
+void AddSamples(const toolbox::MovieFragment& fragment, Counts& counts) {
+  for (const toolbox::TrackFragment& track : fragment.tracks) {
+    for (const toolbox::TrackRun& run : track.runs) counts[track.header.track] += run.count;
+  }
+}
+
+// How many samples of fragments the movie does not have.
+std::uint64_t CountLost(const MovieToCheck& movie, Counts counts) {
+  std::uint64_t lost = 0;
+  for (const TrackToCheck& track : movie.tracks) {
+    const auto stated = counts.find(track.track.header.id);
+    if (!track.track.media || stated == counts.end()) continue;
+    const std::uint64_t read = track.track.media->samples.Count();
+    if (stated->second > read) lost += stated->second - read;
+    counts.erase(stated);  // another track with the same id gets no fragments
+  }
+  return lost;
+}
+
+// The samples that the header has for each track.
+Counts HeaderCounts(const MovieToCheck& movie) {
+  Counts counts;
+  for (const TrackToCheck& track : movie.tracks) {
+    const auto& media = track.stated->media;
+    if (media) counts[track.track.header.id] += CountOfSizes(media->information.table);
+  }
+  return counts;
+}
+
+// The end of the movie as text.
+std::string EndOf(const MovieToCheck& movie) {
+  return SecondsText(movie.movie.Duration().units, movie.movie.header.scale);
+}
+
+// How many samples of fragments are lost. Reports fragments that are malformed.
+std::uint64_t CheckFragments(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  Counts counts = HeaderCounts(movie);
+  toolbox::TopLevelWalk walk(source);
+  while (const auto atom = walk.Next()) {
+    if (atom->type != toolbox::MovieFragment::kType) continue;
+    try {
+      AddSamples(toolbox::Decode<toolbox::MovieFragment>(walk.Content(*atom)), counts);
+    } catch (const toolbox::Malformed& fault) {
+      // The reader has stopped before this fragment; otherwise it would have thrown this.
+      movie.Fault(fault.path, fault.reason);
+    }
+  }
+  return CountLost(movie, std::move(counts));
+}
+
+void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  const bool isFragmented = movie.stated->extends.has_value();
+  const std::uint64_t lost = isFragmented ? CheckFragments(movie, source) : 0;
+  toolbox::TopLevelWalk walk(source);
+  while (walk.Next()) continue;
+  const FourCC cut = toolbox::FourCCAt(walk.Following(), 4);
+  const bool isCut = isFragmented && cut == toolbox::MovieFragment::kType;
+  if (lost != 0 || isCut) {
+    movie.Fault(
+        isCut ? "/moof" : "/moof/traf/trun",
+        "the file was cut off inside a fragment: from " + EndOf(movie) + " on, " +
+            (lost == 0 ? "nothing can" : "at least " + Counted(lost, "sample") + " cannot") +
+            " be shown");
+  }
+  // If data are missing, that has been reported, and this would repeat it.
+  const bool isMissed = std::ranges::any_of(
+      movie.findings, [](const Finding& found) { return found.severity == Severity::kFault; });
+  const auto frame = toolbox::ReadFrame(walk.Following(), UINT64_MAX);
+  if (isMissed || !frame || (cut != kMediaData && cut != toolbox::MovieAtoms::kType)) return;
+  movie.Warn("/" + cut.Text(), "the file ends " +
+                                   Counted(frame->size - (source.Size() - walk.End()), "byte") +
+                                   " before the atom; no sample needs them");
+}
+
+// Raw AAC: whether the file ends inside a frame.
+void CheckFrames(const MovieToCheck& movie, const toolbox::ByteSource& source) {
+  const toolbox::SampleTable& samples = movie.movie.tracks.front()->media->samples;
+  std::uint64_t end = 0;
+  ForEachPiece(samples, {samples.Count() - 1, samples.Count()},
+               [&end](const toolbox::SamplePiece& last) { end = last.offset + last.size; });
+  toolbox::Bytes head(std::min<std::uint64_t>(toolbox::AdtsHeader::kSize, source.Size() - end));
+  source.Read(end, head);
+  const auto frame = toolbox::ReadAdtsHeader(head);
+  if (!frame || frame->frameSize <= source.Size() - end) return;
+  movie.Fault("", "the file was cut off inside the frame of sound at " + EndOf(movie));
+}
+
+}  // namespace
+
+std::string ReasonForNoMovie(const std::string& name) {
+  const toolbox::FileSource source(boost::filesystem::absolute(name));
+  toolbox::TopLevelWalk walk(source);
+  bool hasFragments = false, hasMedia = false;
+  while (const auto atom = walk.Next()) {
+    hasFragments |= atom->type == toolbox::MovieFragment::kType;
+    hasMedia |= atom->type == kMediaData;
+  }
+  const toolbox::ByteSpan rest = walk.Following();
+  std::string reason = "it contains no movie";
+  if (source.Size() == 0) return reason + ": it is empty";
+  if (hasFragments) return reason + ", only fragments: their header is in another file";
+  if (walk.End() == 0) return reason + ": it does not start with an atom";
+  if (rest.empty()) reason += ": the header ('moov') is missing";
+  if (rest.size() >= 8) {
+    reason += ": it ends inside '" + toolbox::FourCCAt(rest, 4).Text() + "' at byte " +
+              std::to_string(walk.End());
+  } else if (!rest.empty()) {
+    reason += ": it ends inside the start of an atom";
+  }
+  if (hasMedia) reason += ". It has media data, so the recording was not finished";
+  return reason;
+}
+
+void CheckEnd(const MovieToCheck& movie) {
+  const toolbox::FileSource source(movie.movie.file->path);
+  movie.stated != nullptr ? CheckAtoms(movie, source) : CheckFrames(movie, source);
+}
+
+}  // namespace clipinfo

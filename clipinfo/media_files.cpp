@@ -1,0 +1,95 @@
+#include "clipinfo/media_files.h"
+
+#include <algorithm>
+#include <variant>
+
+#include "clipinfo/open.h"
+#include "toolbox/atoms/alias_record.h"
+#include "toolbox/atoms/atom_heads.h"
+#include "toolbox/atoms/container_atoms.h"
+#include "toolbox/atoms/malformed.h"
+#include "toolbox/disk/byte_source.h"
+#include "toolbox/read/top_level.h"
+#include "toolbox/references/aliases.h"
+#include "toolbox/references/urls.h"
+#include "toolbox/text/unicode.h"
+
+namespace clipinfo {
+namespace {
+
+using toolbox::FourCC;
+
+constexpr FourCC kMediaData{"mdat"};
+
+// The name of the file in an alias record without a path that this system understands.
+std::string NameInAlias(toolbox::ByteSpan record) try {
+  const toolbox::Alias alias = toolbox::ReadAlias(record);
+  if (!alias.colonPath.empty()) return alias.colonPath;
+  return alias.name ? toolbox::Utf8(toolbox::Repaired(*alias.name)) : alias.shortName;
+} catch (const toolbox::Malformed&) {
+  return {};
+}
+
+// The path where the file of an entry was looked for, or the text in the entry.
+std::string NameOf(const toolbox::Unresolved& entry, const toolbox::MovieRecord& movie) {
+  std::string name;
+  if (entry.kind == FourCC{"url "}) {
+    const auto path =
+        toolbox::ResolveUrl(entry.data, movie.file ? movie.file->path : boost::filesystem::path());
+    const std::string url(entry.data.begin(), std::ranges::find(entry.data, 0));
+    name = path ? path->native() : url;
+  } else if (entry.kind == FourCC{"alis"}) {
+    const auto path = toolbox::AbsoluteAliasPath(entry.data);
+    name = path ? path->native() : NameInAlias(entry.data);
+  }
+  return name.empty() ? "a reference of kind '" + entry.kind.Text() + "' without a path" : name;
+}
+
+}  // namespace
+
+void MediaFile::Open() try {
+  if (path.empty()) return;
+  const toolbox::FileSource source(path);
+  size = source.Size();
+  toolbox::TopLevelWalk walk(source);
+  const auto add = [this](std::uint64_t from, std::uint64_t to) {
+    if (from < to) mediaData_.push_back({from, to});
+  };
+  while (const auto atom = walk.Next()) {
+    if (atom->type == kMediaData) add(atom->ContentAt(), atom->at + atom->size);
+    isMovie_ |= atom->type == kMediaData || atom->type == toolbox::MovieAtoms::kType;
+  }
+  // The last one can be cut off.
+  if (toolbox::FourCCAt(walk.Following(), 4) == kMediaData) add(walk.End() + 8, size);
+} catch (const toolbox::Failure& failure) {
+  size = 0;
+  problem = "cannot be read: " + ReasonFor(failure);
+}
+
+bool MediaFile::IsMediaData(std::uint64_t at, std::uint64_t length) const {
+  if (!isMovie_) return true;
+  const auto next = std::ranges::upper_bound(mediaData_, at, {}, &Range::from);
+  return next != mediaData_.begin() && at + length <= std::prev(next)->to;
+}
+
+MediaFile FileOf(const toolbox::DataReference& reference, const toolbox::MovieRecord& movie) {
+  MediaFile file;
+  const auto* other = std::get_if<toolbox::OtherFile>(&reference);
+  if (const auto* memory = std::get_if<toolbox::InMemory>(&reference)) {
+    file.name = "the data in the header";
+    file.size = memory->data->size();
+  } else if (const auto* entry = std::get_if<toolbox::Unresolved>(&reference)) {
+    file.name = NameOf(*entry, movie);
+    file.problem = "is not there";
+  } else if (other != nullptr && *other != movie.file) {
+    file.name = other->path.native();
+    file.path = other->path;
+    file.isNewer = movie.file && other->state && movie.file->state &&
+                   other->state->modified > movie.file->state->modified;
+  } else if (movie.file) {
+    file.path = movie.file->path;
+  }
+  return file;
+}
+
+}  // namespace clipinfo
