@@ -46,12 +46,15 @@ Failure CaughtFailure(const std::string& file) {
   return failure;
 }
 
+std::string ReasonOf(const Failure& failure) {
+  if (failure.code == toolbox::noMovieFound) return "it contains no movie";
+  if (!failure.reason.empty()) return failure.reason;
+  return "it cannot be read: error " + std::to_string(failure.code);
+}
+
 std::string LineFor(const Failure& failure) {
-  std::string reason = failure.reason;
-  if (failure.code == toolbox::noMovieFound) reason = "it contains no movie";
-  if (reason.empty()) reason = "it cannot be read: error " + std::to_string(failure.code);
   const std::string where = failure.path.empty() ? "" : failure.path + ": ";
-  return utils::Visible(failure.file) + ": " + utils::Visible(where + reason);
+  return utils::Visible(failure.file) + ": " + utils::Visible(where + ReasonOf(failure));
 }
 
 }  // namespace clipinfo
