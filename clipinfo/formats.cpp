@@ -263,11 +263,17 @@ std::string CodecName(ByteSpan entry, FourCC mediaType) {
   if (format == FourCC{"raw "}) return "uncompressed RGB";
   if (const char* name = StreamCodec(entry)) return name;
   if (const char* name = Find(kCodecs, format, &Name::type)) return name;
+  // Cameras have a format for each size and rate of pictures.
+  static constexpr std::string_view kMpeg2[] = {"hdv", "xdv", "xd5", "mx3", "mx4", "mx5"};
+  const std::string text = format.Text();
+  if (std::ranges::any_of(kMpeg2, [&](auto start) { return text.starts_with(start); })) {
+    return "MPEG-2";
+  }
   // QuickTime: a compressor of Windows has 'ms' and a number of 16 bits.
   if (format == FourCC{"ms\0\x55"}) return "MP3";
   if (format == FourCC{"ms\0\x02"}) return "ADPCM";
   if (format == FourCC{"ms\0\x11"}) return "IMA ADPCM";
-  return format == FourCC() ? "unknown" : format.Text();
+  return format == FourCC() ? "unknown" : text;
 }
 
 std::string LanguageCode(std::uint16_t language) {

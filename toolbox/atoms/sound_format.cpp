@@ -30,10 +30,11 @@ SoundFormat FromFields(const SoundEntry& entry) {
   return format;
 }
 
-// Uncompressed formats whose samples have a fixed form, whatever the fields say.
+// What the name of the format fixes, whatever the fields say.
 void ApplyName(FourCC name, SoundFormat& format) {
   if (name == FourCC{"sowt"}) format.isLittleEndian = true;
   if (name == FourCC{"raw "} || name == FourCC{"NONE"}) format.isSigned = format.bits > 8;
+  if (name == FourCC{"samr"} || name == FourCC{"sawb"}) format.channels = 1;  // AMR is always mono
   if (name == FourCC{"in24"}) format.bits = 24;
   if (name == FourCC{"in32"} || name == FourCC{"fl32"}) format.bits = 32;
   if (name == FourCC{"fl64"}) format.bits = 64;
@@ -135,8 +136,9 @@ SoundFormat ReadSoundFormat(ByteSpan entry) {
                           ? ReadAudioConfig(stream->Specific())
                           : std::nullopt;
   if (config && config->channels != 0) format.channels = config->channels;
-  // With spectral band replication the configuration has half of the rate that plays.
-  if (config && format.rate == 0) format.rate = config->rate;
+  // With spectral band replication the configuration has half of the rate that plays, and the entry
+  // may have either. No other rate in the entry is right.
+  if (config && config->rate != 0 && format.rate != 2.0 * config->rate) format.rate = config->rate;
   return format;
 }
 
