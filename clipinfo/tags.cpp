@@ -51,6 +51,16 @@ std::string NumberText(const Tag& tag) {
   return text;
 }
 
+// The bytes as text, if they look like one: valid UTF-8 without control characters, except those
+// of lines.
+std::optional<std::string> WholeText(ByteSpan bytes) {
+  const auto isControl = [](std::uint8_t byte) {
+    return (byte < 0x20 && byte != '\n' && byte != '\r' && byte != '\t') || byte == 0x7F;
+  };
+  if (bytes.empty() || std::ranges::any_of(bytes, isControl)) return std::nullopt;
+  return toolbox::DecodeText(bytes, toolbox::kUtf8, false);
+}
+
 // The text of a value; nothing for a binary one.
 std::optional<std::string> TextOf(const Tag& tag) {
   if (tag.kind == Tag::kUtf8Text) return TextFrom(tag.value);
@@ -67,8 +77,7 @@ std::optional<std::string> TextOf(const Tag& tag) {
     return genre.empty() ? std::to_string(tag.Genre()) : genre;
   }
   // Some writers do not state that the value of a text is one.
-  if (tag.kind == Tag::kImplicit && IsCopyrightText(tag.type)) return TextFrom(tag.value);
-  return std::nullopt;
+  return tag.kind == Tag::kImplicit ? WholeText(tag.value) : std::nullopt;
 }
 
 TagFacts FactsOf(const Tag& tag) {
@@ -90,16 +99,6 @@ TagFacts FactsOf(const Tag& tag) {
 
 void AddTags(ByteSpan meta, std::vector<TagFacts>& tags) {
   for (const Tag& tag : toolbox::ReadTags(meta)) tags.push_back(FactsOf(tag));
-}
-
-// The text of an item that is one as a whole: valid UTF-8 without control characters, except those
-// of lines.
-std::optional<std::string> WholeText(ByteSpan payload) {
-  const auto isControl = [](std::uint8_t byte) {
-    return (byte < 0x20 && byte != '\n' && byte != '\r' && byte != '\t') || byte == 0x7F;
-  };
-  if (payload.empty() || std::ranges::any_of(payload, isControl)) return std::nullopt;
-  return toolbox::DecodeText(payload, toolbox::kUtf8, false);
 }
 
 }  // namespace
