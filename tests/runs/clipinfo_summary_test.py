@@ -274,7 +274,9 @@ class Summary(runs.RunTest):
         options = [option for item in said.items() for option in ("-metadata", "=".join(item))]
         for name, *more in ("a.mp4",), ("b.mov",), ("c.mov", "-movflags", "use_metadata_tags"), ("d.3gp",):
             runs.make_clip(self.folder / name, *PICTURE, "-c:v", "mpeg4", *options, *more)
-            texts = {tag["text"] for tag in self.json(name)[0]["tags"]}
+            tags = self.json(name)[0]["tags"]
+            self.assertEqual([tag["text"] for tag in tags if tag["name"] == "title"], ["Größe"])
+            texts = {tag["text"] for tag in tags}
             # Neither 3GPP files nor user data have a tag for track numbers.
             missing = {"3/12"} if name in ("b.mov", "d.3gp") else set()
             self.assertEqual(set(said.values()) - texts, missing, name)
