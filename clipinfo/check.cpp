@@ -60,7 +60,7 @@ Findings FindingsFor(const std::string& file) {
                         failure.path,
                         0,
                         {},
-                        isNoMovie ? ReasonForNoMovie(file) : ReasonFor(failure)});
+                        isNoMovie ? ReasonForNoMovie(file) : ReasonOf(failure)});
   }
   std::ranges::stable_sort(findings, std::greater<>(), &Finding::severity);
   return findings;

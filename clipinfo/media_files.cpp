@@ -63,7 +63,7 @@ void MediaFile::Open() try {
   if (toolbox::FourCCAt(walk.Following(), 4) == kMediaData) add(walk.End() + 8, size);
 } catch (const toolbox::Failure& failure) {
   size = 0;
-  problem = "cannot be read: " + ReasonFor(failure);
+  problem = "cannot be read: " + ReasonOf(failure);
 }
 
 bool MediaFile::IsMediaData(std::uint64_t at, std::uint64_t length) const {

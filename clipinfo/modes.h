@@ -8,8 +8,9 @@
 
 namespace clipinfo {
 
-// Prints what a person wants to know about a movie: a screen.
-void PrintSummary(const OpenedMovie& opened);
+// Prints what a person wants to know about a movie: a screen. Throws what reading throws, and then
+// has printed nothing.
+void PrintSummary(OpenedMovie opened);
 
 // Prints the same and more as JSON: an array with an object for each movie. A movie that cannot be
 // read has the member "error". Returns the exit status.

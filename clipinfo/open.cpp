@@ -46,7 +46,7 @@ Failure CaughtFailure(const std::string& file) {
   return failure;
 }
 
-std::string ReasonFor(const Failure& failure) {
+std::string ReasonOf(const Failure& failure) {
   if (failure.code == toolbox::noMovieFound) return "it contains no movie";
   if (!failure.reason.empty()) return failure.reason;
   return "it cannot be read: error " + std::to_string(failure.code);
@@ -54,7 +54,7 @@ std::string ReasonFor(const Failure& failure) {
 
 std::string LineFor(const Failure& failure) {
   const std::string where = failure.path.empty() ? "" : failure.path + ": ";
-  return utils::Visible(failure.file) + ": " + utils::Visible(where + ReasonFor(failure));
+  return utils::Visible(failure.file) + ": " + utils::Visible(where + ReasonOf(failure));
 }
 
 }  // namespace clipinfo

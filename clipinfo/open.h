@@ -29,9 +29,8 @@ void Resolve(OpenedMovie& opened);
 // that the toolbox does not know.
 toolbox::Failure CaughtFailure(const std::string& file);
 
-// Why something failed, as words for people.
-std::string ReasonFor(const toolbox::Failure& failure);
-
+// The reason of a failure in words; there is always one.
+std::string ReasonOf(const toolbox::Failure& failure);
 // A failure as a line for people, with the control characters of names visible: the file, the path
 // of the atom if it is known, and the reason.
 std::string LineFor(const toolbox::Failure& failure);

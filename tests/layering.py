@@ -38,7 +38,7 @@ ALLOWED = {
     "clipjoin/report.cpp": r"clipjoin/report\.h",
     "examples": r"toolbox/toolbox\.h",
     # It only reads, so it uses the library's own types where the calls do not suffice.
-    "clipinfo": r"(toolbox/[\w/]+|clipinfo/\w+|utils/\w+|input/track_names|chapter/chapter(_list)?|clipjoin/(cursor|values|process))\.h",
+    "clipinfo": r"(toolbox/[\w/]+|clipinfo/\w+|utils/\w+|input/track_names|chapter/(chapter(_list)?|genres)|clipjoin/(cursor|values|process))\.h",
 }
 
 # What decodes and encodes numbers in bytes, and the folders of the toolbox that may use it.

@@ -165,6 +165,34 @@ std::optional<SoundEntry> ReadSoundEntry(ByteSpan entry) {
 }
 Bytes Encode(const SoundEntry& entry) { return EncodeEntry(entry); }
 
+std::vector<AtomView> AtomsIn(ByteSpan entry, FourCC mediaType) {
+  const auto at = AtomsAt(entry, mediaType);
+  if (!at || *at > entry.size()) return {};
+  std::vector<AtomView> atoms = AtomsFrom(entry, *at);
+  // In ISO files an entry of version 1 can exist without the QuickTime fields.
+  if (atoms.empty() && mediaType == FourCC{"soun"} && *at > SoundEntry::kSizes[0]) {
+    atoms = AtomsFrom(entry, SoundEntry::kSizes[0]);
+  }
+  if (const AtomView* wave = Find(atoms, kWave)) {
+    const std::vector<AtomView> inside = AtomsFrom(wave->content, 0);
+    atoms.insert(atoms.end(), inside.begin(), inside.end());
+  }
+  return atoms;
+}
+
+FourCC OriginalFormat(ByteSpan entry, FourCC mediaType) {
+  const std::vector<AtomView> atoms = AtomsIn(entry, mediaType);
+  const AtomView* protection = Find(atoms, FourCC{"sinf"});
+  if (protection != nullptr) {
+    const std::vector<AtomView> inside = AtomsFrom(protection->content, 0);
+    const AtomView* original = Find(inside, FourCC{"frma"});
+    if (original != nullptr && original->content.size() >= 4) {
+      return FourCC(NumberAt(original->content, 0));
+    }
+  }
+  return EntryFormat(entry);
+}
+
 std::optional<ElementaryStream> StreamIn(ByteSpan entry) {
   if (EntryFormat(entry) == FourCC{"mp4a"}) {
     const auto sound = ReadSoundEntry(entry);

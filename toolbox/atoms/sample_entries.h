@@ -145,6 +145,13 @@ struct SoundEntry {
 std::optional<SoundEntry> ReadSoundEntry(ByteSpan entry);
 Bytes Encode(const SoundEntry& entry);
 
+// The atoms after the fields of a sample entry, as views of its bytes. Empty for media types whose
+// entries have no known atoms. QuickTime: the atoms inside a 'wave' follow it.
+std::vector<AtomView> AtomsIn(ByteSpan entry, FourCC mediaType);
+// The format of an entry before its samples were encrypted ('frma' in 'sinf', ISO/IEC 14496-12
+// 8.12.2); otherwise the format of the entry.
+FourCC OriginalFormat(ByteSpan entry, FourCC mediaType);
+
 // The elementary stream in the 'esds' of a picture entry or an 'mp4a'. Returns nothing if there is
 // none or it cannot be read. QuickTime: the 'esds' of sound can be inside 'wave'.
 std::optional<ElementaryStream> StreamIn(ByteSpan entry);
