@@ -214,8 +214,9 @@ class FrameComparison final : public Comparison {
       left += side.Front().frames;
       side.Drop(side.Front().frames);
     }
-    return "sound from " + TimeText(at) + " on: " +
-           LengthText(InNanoseconds(static_cast<std::int64_t>(left), side.Scale())) + what;
+    return "sound from " + TimeText(at) +
+           " on: " + LengthText(InNanoseconds(static_cast<std::int64_t>(left), side.Scale())) +
+           what;
   }
 
   // Takes frames from both sides, up to the end of a stretch.
@@ -225,11 +226,12 @@ class FrameComparison final : public Comparison {
     bool isAtEnd = false;
     while (!isAtEnd && bytes < kUnit && !expected_.IsAtEnd() && !found_.IsAtEnd()) {
       const Shown &expected = expected_.Front(), &found = found_.Front();
-      const std::uint64_t room = std::max<std::uint64_t>(1, (kUnit - bytes) / expected_.FrameSize());
+      const std::uint64_t room =
+          std::max<std::uint64_t>(1, (kUnit - bytes) / expected_.FrameSize());
       const auto now = static_cast<std::uint32_t>(
           std::min<std::uint64_t>({room, expected.frames, found.frames}));
-      isAtEnd = (expected.isLast && now == expected.frames) ||
-                (found.isLast && now == found.frames);
+      isAtEnd =
+          (expected.isLast && now == expected.frames) || (found.isLast && now == found.frames);
       unit.expected.push_back(expected_.Bytes(now));
       unit.found.push_back(found_.Bytes(now));
       unit.frames += now;

@@ -27,8 +27,8 @@ struct Row : Shown {
 // The rows of one side that are known.
 class Side {
  public:
-  Side(std::vector<Stretch> stretches, bool withDelay, Files& files)
-      : rows_(std::move(stretches), {.withDelay = withDelay}, files) {
+  Side(std::vector<Stretch> stretches, bool withExtras, Files& files)
+      : rows_(std::move(stretches), {.withExtras = withExtras}, files) {
     Pull();
   }
 
@@ -42,7 +42,8 @@ class Side {
         hasher.Add(known_[hashed_].bytes, known_[hashed_].hash);
       }
     }
-    for (; hashed_ < known_.size(); ++hashed_) hasher.Add(known_[hashed_].bytes, known_[hashed_].hash);
+    for (; hashed_ < known_.size(); ++hashed_)
+      hasher.Add(known_[hashed_].bytes, known_[hashed_].hash);
   }
   bool IsAtEnd() const { return known_.empty(); }
   // Whether enough rows are known to compare the first one.
@@ -52,9 +53,28 @@ class Side {
   // The number of the first row, from 1 on.
   std::uint64_t Number() const { return number_; }
   void Pop() {
-    if (!Front().isDelay) ++number_;
+    if (!Front().isExtra) ++number_;
     known_.pop_front();
     --hashed_;
+  }
+  // Joins the second row to the first if it shows the same on: a movie was cut inside a sample, or
+  // a sample is shown again. A packet of sound sounds different from its middle on, so the second
+  // part must not be its start. Returns false if it does not.
+  bool Absorb(Nanoseconds tolerance) {
+    if (known_.size() < 2) return false;
+    Row& row = known_[0];
+    const Row& next = known_[1];
+    const bool isSound = row.track->media->Type() == kSound;
+    const bool isParted = row.isLast && next.isFirst && (!isSound || next.isCut);
+    if (!isParted && (isSound || row.bytes != next.bytes)) return false;
+    if (row.bytes.size != next.bytes.size || row.hash != next.hash) return false;
+    if (next.isExtra || std::abs(next.from - row.until) > tolerance) return false;
+    row.until = next.until;
+    row.isLast = next.isLast;
+    known_.erase(known_.begin() + 1);
+    --hashed_;
+    ++number_;
+    return true;
   }
   // How many rows are left; ends this side.
   std::uint64_t CountRest() {
@@ -110,8 +130,7 @@ class SampleComparison final : public Comparison {
     sides_.hasher.Run();
     while (!findings.difference && expected_.IsReady() && found_.IsReady()) {
       if (expected_.IsAtEnd() && found_.IsAtEnd()) return;
-      if (!expected_.IsAtEnd() && !found_.IsAtEnd() &&
-          HaveSameBytes(expected_.Front(), found_.Front())) {
+      if (!expected_.IsAtEnd() && !found_.IsAtEnd() && AreSame()) {
         TakeBoth();
       } else if (!TakeByRule()) {
         Differ(Mismatch());
@@ -120,11 +139,24 @@ class SampleComparison final : public Comparison {
   }
 
  private:
+  // Whether the first rows are the same sample. Silence in a gap can have the bytes of the first
+  // packet after it.
+  bool AreSame() const {
+    const Row &expected = expected_.Front(), &found = found_.Front();
+    if (!HaveSameBytes(expected, found)) return false;
+    const Row* heard = NextHeard(0);
+    const bool isInGap = heard != nullptr && found.from < heard->from - sides_.tolerance;
+    return expected.isExtra ? isInGap : !isInGap || !IsFiller(found);
+  }
   // Compares two samples of the same bytes.
   void TakeBoth() {
+    const std::string number = NumberText();
+    const auto ends = [&](const Side& side) { return side.Front().until + sides_.tolerance; };
+    while (found_.Front().until > ends(expected_) && expected_.Absorb(sides_.tolerance)) continue;
+    while (expected_.Front().until > ends(found_) && found_.Absorb(sides_.tolerance)) continue;
     const Row &expected = expected_.Front(), &found = found_.Front();
     if (const auto fault = Fault(expected, found)) {
-      return Differ(NumberText() + " at " + TimeText(expected.from) + Of(expected) + ": " + *fault);
+      return Differ(number + " at " + TimeText(expected.from) + Of(expected) + ": " + *fault);
     }
     ++findings.samples;
     findings.bytes += expected.bytes.size;
@@ -141,7 +173,7 @@ class SampleComparison final : public Comparison {
       return expected.isSync ? "it is no sync sample any more" : "it is marked as a sync sample";
     }
     if (expected.dependencies != found.dependencies) return "its dependencies differ";
-    if (expected.isTimeless || expected.isDelay) return std::nullopt;
+    if (expected.isTimeless || expected.isExtra) return std::nullopt;
     const Nanoseconds late = found.from - expected.from;
     if (!MayStart(expected, found, late)) {
       return "shown " + LengthText(std::abs(late)) + (late > 0 ? " later" : " earlier");
@@ -195,7 +227,8 @@ class SampleComparison final : public Comparison {
       return true;
     }
     if (!expected_.IsAtEnd() && MayBeMissing(expected_.Front())) {
-      if (!expected_.Front().isDelay) ++findings.byRule["samples that are hardly shown are left out"];
+      if (!expected_.Front().isExtra)
+        ++findings.byRule["samples that are hardly shown are left out"];
       expected_.Pop();
       return true;
     }
@@ -207,11 +240,12 @@ class SampleComparison final : public Comparison {
     return false;
   }
   bool IsSliver(const Row& row) const {
-    return (row.isFirst || row.isLast) && !row.isTimeless &&
-           row.until - row.from <= sides_.tolerance;
+    const Nanoseconds length = row.until - row.from;
+    return !row.isTimeless &&
+           (length == 0 || ((row.isFirst || row.isLast) && length <= sides_.tolerance));
   }
   bool MayBeMissing(const Row& row) const {
-    if (row.isDelay || IsSliver(row)) return true;
+    if (row.isExtra || IsSliver(row)) return true;
     // A chapter that two edits show is one chapter.
     if (sides_.isText && row.isFirst && last_ && HaveSameBytes(*last_, row)) return true;
     return IsSound(row) && row.isLast && NextHeard(1) != nullptr &&
@@ -222,7 +256,8 @@ class SampleComparison final : public Comparison {
     const Row* next = NextHeard(0);
     if (next == nullptr || !next->isFirst || !last_) return false;
     const Nanoseconds slack = sides_.tolerance + (IsSound(row) ? OwnLength(*last_) / 8 : 0);
-    if (row.from < last_->until - slack || row.from >= next->from + sides_.tolerance) return false;
+    const Nanoseconds end = next->from - (IsSound(row) ? sides_.tolerance : 0);
+    if (row.from < last_->until - slack || row.from >= end) return false;
     const toolbox::ByteSpan description = row.Description().bytes;
     for (const auto& empty :
          {toolbox::SilentPacket(description), toolbox::EmptyText(description)}) {
@@ -235,11 +270,11 @@ class SampleComparison final : public Comparison {
     sides_.hasher.Source(row.bytes.file).Read(row.bytes.at, bytes);
     return bytes == empty;
   }
-  // The first expected row from `index` on that is no delay.
+  // The first expected row from `index` on that is shown.
   const Row* NextHeard(std::size_t index) const {
     const std::deque<Row>& rows = expected_.Known();
     for (; index < rows.size(); ++index) {
-      if (!rows[index].isDelay) return &rows[index];
+      if (!rows[index].isExtra) return &rows[index];
     }
     return nullptr;
   }
@@ -261,8 +296,10 @@ class SampleComparison final : public Comparison {
     const std::size_t missing = Find(expected_.Known(), found);
     const std::size_t added = Find(found_.Known(), expected);
     if (missing != 0 && added != 0) return NumberText() + at + ": not in its place";
-    if (missing != 0) return NumberText() + at + ": " + CountText(missing, sides_.noun) + " missing";
-    if (added != 0) return NumberText() + at + ": before it, " + CountText(added, sides_.noun) + " too many";
+    if (missing != 0)
+      return NumberText() + at + ": " + CountText(missing, sides_.noun) + " missing";
+    if (added != 0)
+      return NumberText() + at + ": before it, " + CountText(added, sides_.noun) + " too many";
     const auto isBefore = [&](const Row& row) { return row.from < found.from - sides_.tolerance; };
     const auto before = std::ranges::count_if(expected_.Known(), isBefore);
     if (before != 0 && !expected.isTimeless) {

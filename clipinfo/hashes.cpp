@@ -177,9 +177,7 @@ Hash Hasher::HashOf(const Job& job, Bytes& block) const {
 struct HashOfHashes::State : XXH3_state_t {};
 void HashOfHashes::Delete::operator()(State* state) const { delete state; }
 HashOfHashes::HashOfHashes() : state_(new State) { XXH3_128bits_reset(state_.get()); }
-void HashOfHashes::Add(const Hash& hash) {
-  XXH3_128bits_update(state_.get(), &hash, sizeof(hash));
-}
+void HashOfHashes::Add(const Hash& hash) { XXH3_128bits_update(state_.get(), &hash, sizeof(hash)); }
 Hash HashOfHashes::Value() const { return FromState(*state_); }
 
 std::string Text(const Hash& hash) {

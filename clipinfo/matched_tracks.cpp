@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <tuple>
+#include <utility>
 
 #include "input/track_names.h"
 
@@ -26,7 +27,7 @@ struct Sample {
 };
 
 std::vector<Stretch> AllOf(const TrackRecord& track) {
-  return StretchesOf(track, {}, track.edits.Duration(), true, 0);
+  return StretchesOf(track, {}, track.edits.Duration(), 0);
 }
 
 // The first samples that the stretches show at `start` or later.
@@ -38,10 +39,13 @@ std::vector<Sample> Probe(std::vector<Stretch> stretches, Nanoseconds start, Fil
   std::vector<Sample> samples;
   if (stretches.empty()) return samples;
   Stretch& first = stretches.front();
+  // A sample that started before is not compared.
+  bool isCut = false;
   if (first.Start() < start && first.edit.rate == 1.0) {
+    isCut = true;
     const toolbox::Clock clock = first.track->TimeClock();
-    const MovieTime into{toolbox::Rescale(start - first.Start(), kSecond, clock.movie,
-                                          toolbox::Rounding::kDown)};
+    const MovieTime into{
+        toolbox::Rescale(start - first.Start(), kSecond, clock.movie, toolbox::Rounding::kDown)};
     first.edit.mediaTime += clock.Shown(into, 1.0);
     first.edit.start += into;
     first.edit.duration = first.edit.duration - into;
@@ -54,6 +58,7 @@ std::vector<Sample> Probe(std::vector<Stretch> stretches, Nanoseconds start, Fil
   while (samples.size() < kProbe && bytes < kMuch) {
     const auto row = rows.Next();
     if (!row) break;
+    if (std::exchange(isCut, false) && row->isCut) continue;
     // The chunks of uncompressed sound differ.
     Piece piece = row->bytes;
     if (areFrames) piece.size = std::min<std::uint64_t>(piece.size, 4096);
@@ -65,14 +70,16 @@ std::vector<Sample> Probe(std::vector<Stretch> stretches, Nanoseconds start, Fil
   return samples;
 }
 
-// How well two probes fit.
+// How well two probes fit. Samples of silence all have the same bytes.
 int Score(const std::vector<Sample>& a, const std::vector<Sample>& b, Nanoseconds tolerance) {
   int score = 0;
   for (const Sample& sample : a) {
-    const auto found = std::ranges::find_if(
-        b, [&](const Sample& other) { return other.hash == sample.hash; });
-    if (found == b.end()) continue;
-    score += std::abs(found->from - sample.from) <= tolerance ? 2 : 1;
+    int best = 0;
+    for (const Sample& other : b) {
+      if (other.hash != sample.hash) continue;
+      best = std::max(best, std::abs(other.from - sample.from) <= tolerance ? 2 : 1);
+    }
+    score += best;
   }
   return score;
 }
@@ -105,13 +112,14 @@ class Matcher {
 
   void Add(const Part& part, std::size_t number) {
     const std::vector<std::string> names = input::TrackNames(part.input->movie.get());
+    hasChapterList_ |= part.input->movie->userData.Count(FourCC{"chpl"}) != 0;
     std::vector<Wanted> wanted;
     for (std::size_t i = 0; i < names.size(); ++i) {
       const TrackRecord& track = *part.input->movie->tracks[i];
       const std::string name = names[i] + " of input " + std::to_string(number + 1);
-      auto stretches = StretchesOf(track, part.from, part.length, part.isWhole, part.base);
+      auto stretches = StretchesOf(track, part.from, part.length, part.base);
       for (Stretch& each : stretches) each.input = number;
-      if (const char* reason = ReasonToLeaveOut(track, stretches)) {
+      if (const char* reason = ReasonToLeaveOut(track, number, stretches)) {
         matches_.leftOut.push_back(name + ": " + reason);
       } else {
         wanted.push_back({&track, name, std::move(stretches)});
@@ -121,10 +129,9 @@ class Matcher {
   }
   Matches Take() {
     std::erase_if(matches_.tracks, [this](const MatchedTrack& match) {
-      const bool isNew = match.track->media && match.track->media->Type() == kHint &&
-                         match.expected.empty() && output_.IsIso();
-      if (isNew) matches_.leftOut.push_back(match.name + ": -mp4 makes hint tracks");
-      return isNew;
+      const char* reason = match.expected.empty() ? ReasonToAdd(*match.track) : nullptr;
+      if (reason != nullptr) matches_.leftOut.push_back(match.name + ": " + reason);
+      return reason != nullptr;
     });
     return std::move(matches_);
   }
@@ -138,17 +145,35 @@ class Matcher {
     MatchedTrack* match = nullptr;
   };
 
-  // Why the output has no such track by rule; null if it should have one.
-  const char* ReasonToLeaveOut(const TrackRecord& track, const std::vector<Stretch>& stretches) const {
+  // Why the output need not have such a track; null if it should have one.
+  const char* ReasonToLeaveOut(const TrackRecord& track, std::size_t input,
+                               const std::vector<Stretch>& stretches) const {
+    static constexpr FourCC kSystems[] = {"odsm", "sdsm", "ocsm", "ipsm", "mjsm", "m7sm"};
     if (!track.media) return "it has no media";
+    if (stretches.empty()) return "it shows nothing";
+    const FourCC type = track.media->Type();
     const bool hasKind = std::ranges::any_of(
         output_.tracks, [&](const auto& other) { return MayMatch(*other, track); });
-    if (track.media->Type() == kHint && !hasKind) return "hint tracks are left out";
-    if (stretches.empty()) return "it shows nothing";
-    if (hasKind || !output_.IsIso()) return nullptr;
+    if (type == kHint && output_.IsIso()) return "-mp4 makes hint tracks anew";
+    if (type == kHint && (!hasKind || input != 0)) return "a join leaves out hint tracks";
+    if (hasKind) return nullptr;
+    if (std::ranges::find(kSystems, type) != std::end(kSystems)) {
+      return "new files have no scenes and object descriptors";
+    }
+    return output_.IsIso() && !IsInMpeg4(track) ? "-mp4 leaves out such tracks" : nullptr;
+  }
+  // Whether -mp4 exports the track.
+  static bool IsInMpeg4(const TrackRecord& track) {
     const FourCC type = track.media->Type();
-    const bool isKept = type == kVideo || type == kSound || type == kText;
-    return isKept ? nullptr : "-mp4 leaves out such tracks";
+    return type == kText ? IsChapters(track)
+                         : (type == kVideo || type == kSound) && track.IsEnabled();
+  }
+  // Why the output has a track that no input has; null if it should not.
+  const char* ReasonToAdd(const TrackRecord& track) const {
+    if (!track.media) return "it has no media";
+    if (track.media->Type() == kHint && output_.IsIso()) return "-mp4 makes hint tracks";
+    const bool isListed = hasChapterList_ && track.media->Type() == kText && IsChapters(track);
+    return isListed ? "chapters that an input lists in another way" : nullptr;
   }
   // Gives each track of an input the track of the output that fits best.
   void Assign(std::vector<Wanted>& wanted) {
@@ -178,22 +203,23 @@ class Matcher {
     }
     for (const Wanted& each : wanted) {
       if (each.match != nullptr) continue;
-      const bool isMpeg4 = output_.IsIso() && !each.track->IsEnabled();
-      (isMpeg4 ? matches_.leftOut : matches_.missing)
-          .push_back(each.name + (isMpeg4 ? ": -mp4 leaves out disabled tracks" : ""));
+      const bool isRule = output_.IsIso() && !IsInMpeg4(*each.track);
+      (isRule ? matches_.leftOut : matches_.missing)
+          .push_back(each.name + (isRule ? ": -mp4 leaves out such tracks" : ""));
     }
   }
   int ScoreOf(const Wanted& wanted, const MatchedTrack& match) const {
     const auto probe = Probe(wanted.stretches, wanted.stretches.front().Start(), files_);
     if (probe.empty()) return 0;
     // The first packet of sound can be cut or lack the delay before it.
-    return Score(probe, Probe(match.found, probe.front().from, files_), tolerance_);
+    return Score(probe, Probe(match.found, probe.front().from - tolerance_, files_), tolerance_);
   }
 
   const MovieRecord& output_;
   Nanoseconds tolerance_;
   Files& files_;
   Matches matches_;
+  bool hasChapterList_ = false;  // MPEG-4 files can list chapters without a track
 };
 
 }  // namespace

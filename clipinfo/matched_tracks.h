@@ -16,7 +16,6 @@ struct Part {
   const OpenedMovie* input = nullptr;
   toolbox::MovieTime from, length;  // in the units of the input
   Nanoseconds base = 0;  // where it starts in the output
-  bool isWhole = false;
 };
 
 // A track of the output, and what the inputs show in its place.

@@ -52,6 +52,7 @@ class StretchTimes {
   MediaTime From() const { return edit_.mediaTime; }
   MediaTime Until() const { return until_; }
   Nanoseconds Start() const { return start_; }
+  Nanoseconds End() const { return end_; }
   // When a media time is shown, limited to the stretch.
   Nanoseconds At(MediaTime time) const {
     const std::int64_t into = (time - edit_.mediaTime).units;
@@ -97,9 +98,18 @@ class SampleReader {
   template <class Take>
   void Read(SampleRange range, Take&& take) {
     entries_.clear();
-    ForEachPiece(media_.samples, range, [&](const SamplePiece& piece) { Add(piece); });
+    ReadPieces(range, [&](const SamplePiece& piece) { Add(piece); });
     AddFlags(range);
     for (Entry& entry : entries_) take(entry);
+  }
+  // Calls take(SamplePiece) as ForEachPiece does.
+  template <class Take>
+  void ReadPieces(SampleRange range, Take&& take) try {
+    CheckLocated(media_.samples, range);
+    ForEachPiece(media_.samples, range, take);
+  } catch (toolbox::Refused& fault) {
+    if (track_.movie->file) fault.NameFile(track_.movie->file->path.native());
+    throw;
   }
   // A row for `piece`, whose samples are one.
   Shown RowOf(const SamplePiece& piece) const {
@@ -132,8 +142,9 @@ class SampleReader {
     for (const SampleSlice& slice : media_.samples.SlicesIn(range)) {
       const toolbox::SampleRows& rows = *slice.rows;
       const toolbox::RowRange part = slice.RowsIn(range);
-      const auto first = std::ranges::lower_bound(
-          entries_, slice.SampleOf(part.from), {}, [](const Entry& each) { return each.row.sample; });
+      const auto first =
+          std::ranges::lower_bound(entries_, slice.SampleOf(part.from), {},
+                                   [](const Entry& each) { return each.row.sample; });
       auto entry = first;
       const auto addOffset = [&](std::uint32_t count, std::int32_t offset) {
         for (; count != 0 && entry != entries_.end(); --count, ++entry) {
@@ -187,28 +198,30 @@ class SampleReader {
 // Samples in the order in which they are shown.
 class SampleWalk final : public Presented::Walk {
  public:
-  SampleWalk(const Stretch& stretch, bool withDelay, Files& files)
+  SampleWalk(const Stretch& stretch, bool withExtras, Files& files)
       : times_(stretch), reader_(stretch, files), isPlain_(stretch.edit.rate == 1.0) {
     const SampleTable& samples = reader_.Samples();
     const SampleRange shown = SamplesShownIn(samples, times_.From(), times_.Until());
     if (shown.IsEmpty()) return;
     range_ = WholePackets(samples, shown);
-    if (withDelay && samples.Offsets().AreZero()) AddDelay();
+    withTail_ = withExtras && times_.Until() >= samples.Duration();
+    if (withTail_) range_.to = samples.Count();
+    if (withExtras && samples.Offsets().AreZero()) AddDelay();
   }
 
   std::optional<Shown> Next() override {
-    if (!delay_.empty()) {
-      const Shown row = delay_.front();
-      delay_.pop_front();
-      return row;
-    }
+    if (!delay_.empty()) return TakeFirst(delay_);
     while (const auto entry = Pop()) {
-      if (entry->shown >= times_.Until()) return Finish();
+      if (entry->shown >= times_.Until()) {
+        if (withTail_) AddTail(*entry);
+        return Finish();
+      }
       const auto ready = std::exchange(pending_, entry);
       // A sample is not shown if the stretch starts with a later one.
       if (ready && entry->shown > times_.From()) return Emit(*ready, entry->shown);
     }
-    return Finish();
+    if (pending_) return Finish();
+    return tail_.empty() ? std::nullopt : std::optional(TakeFirst(tail_));
   }
 
  private:
@@ -224,9 +237,24 @@ class SampleWalk final : public Presented::Walk {
     const std::uint64_t count = toolbox::DelayPackets(reader_.Samples(), range_.from);
     reader_.Read({range_.from - count, range_.from}, [&](Entry& entry) {
       entry.row.from = entry.row.until = times_.Start();
-      entry.row.isDelay = true;
+      entry.row.isExtra = true;
       delay_.push_back(entry.row);
     });
+  }
+  // Rows for the last samples of the media, which are shown after its end: `first` and those after
+  // it. The edit of a movie without an edit list hides them if pictures are reordered.
+  void AddTail(const Entry& first) {
+    constexpr std::size_t kMost = 16;
+    for (std::optional<Entry> entry = first; entry && tail_.size() < kMost; entry = Pop()) {
+      entry->row.from = entry->row.until = times_.End();
+      entry->row.isExtra = true;
+      tail_.push_back(entry->row);
+    }
+  }
+  static Shown TakeFirst(std::deque<Shown>& rows) {
+    const Shown row = rows.front();
+    rows.pop_front();
+    return row;
   }
   // The entry that is shown next.
   std::optional<Entry> Pop() {
@@ -276,7 +304,8 @@ class SampleWalk final : public Presented::Walk {
   StretchTimes times_;
   SampleReader reader_;
   SampleRange range_;  // not read yet
-  std::deque<Shown> delay_;
+  bool withTail_ = false;
+  std::deque<Shown> delay_, tail_;
   std::priority_queue<Entry, std::vector<Entry>, IsLater> waiting_;
   std::optional<Entry> pending_;  // shown until the next one starts
   bool isPlain_, isFirst_ = true;
@@ -291,7 +320,8 @@ class TimelessWalk final : public Presented::Walk {
   std::optional<Shown> Next() override {
     if (ready_.empty() && !range_.IsEmpty()) {
       const SampleRange block{range_.from, std::min(range_.to, range_.from + kBlock)};
-      reader_.Read(block, [this](const SampleReader::Entry& entry) { ready_.push_back(entry.row); });
+      reader_.Read(block,
+                   [this](const SampleReader::Entry& entry) { ready_.push_back(entry.row); });
       range_.from = block.to;
     }
     if (ready_.empty()) return std::nullopt;
@@ -322,7 +352,7 @@ class FrameWalk final : public Presented::Walk {
     constexpr std::uint64_t kFrames = 64 << 10;
     if (ready_.empty() && !range_.IsEmpty()) {
       const SampleRange block{range_.from, std::min(range_.to, range_.from + kFrames)};
-      ForEachPiece(reader_.Samples(), block, [this](const SamplePiece& piece) { Add(piece); });
+      reader_.ReadPieces(block, [this](const SamplePiece& piece) { Add(piece); });
       range_.from = block.to;
       if (range_.IsEmpty()) ready_.back().isLast = true;
     }
@@ -353,15 +383,6 @@ class FrameWalk final : public Presented::Walk {
   bool isPlain_, isFirst_ = true;
 };
 
-// Whether `next` shows the same bytes from where `row` stops on. So a movie that was cut and joined
-// again shows what it showed before. The second part of a packet of sound must not be its start.
-bool Continues(const Shown& row, const Shown& next) {
-  constexpr Nanoseconds kNear = 2'000'000;
-  if (!row.isLast || !next.isFirst || row.bytes != next.bytes || row.frames != 1) return false;
-  if (next.isDelay || std::abs(next.from - row.until) > kNear) return false;
-  return row.track->media->Type() != kSound || next.isCut;
-}
-
 }  // namespace
 
 Nanoseconds InNanoseconds(std::int64_t units, std::int32_t scale) {
@@ -376,11 +397,11 @@ Nanoseconds Stretch::End() const {
 }
 
 std::vector<Stretch> StretchesOf(const TrackRecord& track, MovieTime from, MovieTime length,
-                                 bool isWhole, Nanoseconds base) {
+                                 Nanoseconds base) {
   std::vector<Stretch> stretches;
   if (!track.media) return stretches;
   if (track.media->samples.IsTimeless()) {
-    if (isWhole) stretches.push_back({.track = &track, .edit = {}, .base = base});
+    stretches.push_back({.track = &track, .edit = {}, .base = base});
     return stretches;
   }
   const toolbox::EditList edits = track.edits.Segment(from, length, track.TimeClock());
@@ -410,11 +431,10 @@ bool AreFrames(const MediaRecord& media) {
 Presented::Presented(std::vector<Stretch> stretches, Settings settings, Files& files)
     : stretches_(std::move(stretches)), settings_(settings), files_(files) {
   std::ranges::stable_sort(stretches_, {}, &Stretch::Start);
-  ahead_ = Read();
 }
 Presented::~Presented() = default;
 
-std::optional<Shown> Presented::Read() {
+std::optional<Shown> Presented::Next() {
   for (;;) {
     if (walk_) {
       if (const auto row = walk_->Next()) return row;
@@ -426,19 +446,9 @@ std::optional<Shown> Presented::Read() {
     } else if (settings_.asFrames) {
       walk_ = std::make_unique<FrameWalk>(stretch, files_);
     } else {
-      walk_ = std::make_unique<SampleWalk>(stretch, settings_.withDelay, files_);
+      walk_ = std::make_unique<SampleWalk>(stretch, settings_.withExtras, files_);
     }
   }
-}
-
-std::optional<Shown> Presented::Next() {
-  auto row = std::exchange(ahead_, std::nullopt);
-  if (!row) return row;
-  for (ahead_ = Read(); ahead_ && Continues(*row, *ahead_); ahead_ = Read()) {
-    row->until = ahead_->until;
-    row->isLast = ahead_->isLast;
-  }
-  return row;
 }
 
 }  // namespace clipinfo

@@ -30,11 +30,12 @@ struct Stretch {
 };
 
 // What a track shows in [from, from + length), in the units of its movie, moved to start at `base`.
-// Timeless samples are included if `isWhole`.
+// All timeless samples are included, because a cut keeps them.
 std::vector<Stretch> StretchesOf(const toolbox::TrackRecord& track, toolbox::MovieTime from,
-                                 toolbox::MovieTime length, bool isWhole, Nanoseconds base);
+                                 toolbox::MovieTime length, Nanoseconds base);
 
-// A sample that is shown, or a packet of sound. A row can also be many frames of uncompressed sound.
+// A sample that is shown, or a packet of sound. A row can also be many frames of uncompressed
+// sound.
 struct Shown {
   Nanoseconds from = 0, until = 0;
   Piece bytes;
@@ -47,9 +48,10 @@ struct Shown {
   std::uint8_t dependencies = 0;  // ISO/IEC 14496-12 8.6.4
   bool isFirst = false, isLast = false;  // of its stretch
   bool isCut = false;  // the stretch starts inside it
-  // Sound before a stretch that only lets the decoder start. It is not heard, and `from` and
-  // `until` are the start of the stretch.
-  bool isDelay = false;
+  // Not shown, but an output can show it in a gap before or after the stretch: sound that only lets
+  // the decoder start, and pictures after the end of a movie without an edit list. `from` and
+  // `until` are the start or the end of the stretch.
+  bool isExtra = false;
   bool isTimeless = false;
   bool isPlain = true;  // shown at the rate 1
 
@@ -67,7 +69,7 @@ class Presented {
  public:
   struct Settings {
     bool asFrames = false;  // for AreFrames: rows of many frames
-    bool withDelay = false;  // rows that are isDelay too
+    bool withExtras = false;  // rows that are isExtra too
   };
 
   // `files` must outlive this object. The stretches are sorted by their starts.
@@ -85,15 +87,11 @@ class Presented {
   };
 
  private:
-  // The next row of the stretches, one after the other.
-  std::optional<Shown> Read();
-
   std::vector<Stretch> stretches_;
   std::size_t next_ = 0;  // the index of the next stretch
   Settings settings_;
   Files& files_;
   std::unique_ptr<Walk> walk_;
-  std::optional<Shown> ahead_;  // the row after the one that is returned next
 };
 
 }  // namespace clipinfo

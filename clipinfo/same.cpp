@@ -47,11 +47,9 @@ std::vector<Part> PartsOf(const Options& options, const std::vector<OpenedMovie>
     if (subject.trimTo) {
       part.length = std::min(part.length, units(*subject.trimTo, movie.header.scale));
     }
-    part.isWhole = part.length == duration;
     const MovieTime start = subject.placeAt ? units(*subject.placeAt, scale) : end;
     part.base = InNanoseconds(start.units, scale);
-    end = std::max(
-        end, start + toolbox::ScaleChange{movie.header.scale, scale}(part.length));
+    end = std::max(end, start + toolbox::ScaleChange{movie.header.scale, scale}(part.length));
     parts.push_back(part);
   }
   return parts;
@@ -76,7 +74,9 @@ class Proof {
         continue;
       }
       const std::string noun = NounFor(match.track->media->Type());
-      Sides sides{match.expected, match.found, tolerance, noun == "text", noun, files, hasher_};
+      // Some media have so few units in a second that clips cannot start where they should.
+      const Nanoseconds unit = InNanoseconds(1, match.track->media->header.scale) + 1;
+      Sides sides{match.expected, match.found, std::max(tolerance, unit), noun == "text", noun, files, hasher_};
       const auto areFrames = [](const Stretch& each) { return AreFrames(*each.track->media); };
       const bool isFrames = std::ranges::all_of(match.expected, areFrames) &&
                             std::ranges::all_of(match.found, areFrames);
