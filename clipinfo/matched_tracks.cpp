@@ -84,6 +84,18 @@ int Score(const std::vector<Sample>& a, const std::vector<Sample>& b, Nanosecond
   return score;
 }
 
+// Whether both show something at one time. All samples of a timeless media are at one time.
+bool Overlap(const std::vector<Stretch>& a, const std::vector<Stretch>& b, Nanoseconds tolerance) {
+  if (a.empty() || b.empty()) return false;
+  const auto end = [](const std::vector<Stretch>& list) {
+    return std::ranges::max(list, {}, &Stretch::End).End();
+  };
+  const auto start = [](const std::vector<Stretch>& list) {
+    return std::ranges::min(list, {}, &Stretch::Start).Start();
+  };
+  return start(a) < end(b) - tolerance && start(b) < end(a) - tolerance;
+}
+
 bool MayMatch(const TrackRecord& a, const TrackRecord& b) {
   return a.media && b.media && a.media->Type() == b.media->Type() &&
          a.media->samples.IsTimeless() == b.media->samples.IsTimeless();
@@ -195,10 +207,13 @@ class Matcher {
     std::vector<bool> isUsed(matches_.tracks.size());
     for (const auto& [score, i, j] : scores) {
       Wanted& each = wanted[i];
-      if (each.match != nullptr || (isUsed[j] && !(score < 0 && IsChapters(*each.track)))) continue;
+      const bool isChapters = score < 0 && IsChapters(*each.track);
+      const bool isTaken =
+          isUsed[j] || Overlap(matches_.tracks[j].expected, each.stretches, tolerance_);
+      if (each.match != nullptr || (isTaken && !isChapters)) continue;
       each.match = &matches_.tracks[j];
       isUsed[j] = true;
-      auto& expected = each.match->expected;
+      std::vector<Stretch>& expected = each.match->expected;
       expected.insert(expected.end(), each.stretches.begin(), each.stretches.end());
     }
     for (const Wanted& each : wanted) {

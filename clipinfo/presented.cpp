@@ -287,7 +287,9 @@ class SampleWalk final : public Presented::Walk {
     const MediaTime own{std::int64_t{packet} *
                         slice.rows->DurationOf(slice.RowOf(last.row.sample))};
     const auto next = packet > 1 ? std::nullopt : NextShownAfter(samples, last.shown);
-    Shown row = Emit(last, next.value_or(last.shown + own));
+    // The last sample of a media is shown until the media ends.
+    const MediaTime end = packet > 1 ? MediaTime{} : samples.EndTime();
+    Shown row = Emit(last, next.value_or(std::max(last.shown + own, end)));
     row.isLast = true;
     return row;
   }
