@@ -25,7 +25,7 @@ using toolbox::DataReference;
 using toolbox::OtherFile;
 
 // Bytes that are read at once. They stay in the cache of a core until they are hashed.
-constexpr std::uint64_t kBlock = 256 << 10;
+constexpr std::uint64_t kBlock = 128 << 10;
 // Files that are open at the same time, and half of them at most for one group of tasks.
 constexpr std::size_t kMaxOpen = 64;
 

@@ -189,7 +189,8 @@ class Matcher {
   }
   // Gives each track of an input the track of the output that fits best.
   void Assign(std::vector<Wanted>& wanted) {
-    std::vector<std::tuple<int, std::size_t, std::size_t>> scores;  // negative: the best is first
+    // Negative, so that the best is first; then those with room for more samples.
+    std::vector<std::tuple<int, bool, std::size_t, std::size_t>> scores;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
       std::vector<std::size_t> candidates;
       for (std::size_t j = 0; j < matches_.tracks.size(); ++j) {
@@ -200,12 +201,13 @@ class Matcher {
             candidates.size() == 1 && std::ranges::count_if(wanted, [&](const Wanted& other) {
                                         return MayMatch(*wanted[i].track, *other.track);
                                       }) == 1;
-        scores.emplace_back(isSure ? 0 : -ScoreOf(wanted[i], matches_.tracks[j]), i, j);
+        scores.emplace_back(isSure ? 0 : -ScoreOf(wanted[i], matches_.tracks[j]),
+                            !HasRoom(matches_.tracks[j], *wanted[i].track), i, j);
       }
     }
     std::ranges::sort(scores);
     std::vector<bool> isUsed(matches_.tracks.size());
-    for (const auto& [score, i, j] : scores) {
+    for (const auto& [score, isFull, i, j] : scores) {
       Wanted& each = wanted[i];
       const bool isChapters = score < 0 && IsChapters(*each.track);
       const bool isTaken =
@@ -222,6 +224,14 @@ class Matcher {
       (isRule ? matches_.leftOut : matches_.missing)
           .push_back(each.name + (isRule ? ": -mp4 leaves out such tracks" : ""));
     }
+  }
+  // Whether the output has enough timeless samples for one more track. They have no times by which
+  // tracks could be told apart.
+  static bool HasRoom(const MatchedTrack& match, const TrackRecord& track) {
+    if (!track.media->samples.IsTimeless()) return true;
+    std::uint64_t count = track.media->samples.Count();
+    for (const Stretch& each : match.expected) count += each.track->media->samples.Count();
+    return count <= match.track->media->samples.Count();
   }
   int ScoreOf(const Wanted& wanted, const MatchedTrack& match) const {
     const auto probe = Probe(wanted.stretches, wanted.stretches.front().Start(), files_);
