@@ -79,7 +79,9 @@ class Parser {
   }
   bool FitsMode() const {
     const bool isOne = options_.movies.size() == 1;
-    if (options_.mode == Mode::kSame) return isOne && !options_.from.empty();
+    if (options_.mode == Mode::kSame) {
+      return isOne && !options_.from.empty() && !options_.isJson;
+    }
     if (options_.mode == Mode::kPicture || options_.mode == Mode::kAtoms) {
       return isOne && !options_.isJson;
     }

@@ -1,0 +1,456 @@
+#include "clipinfo/presented.h"
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <queue>
+#include <utility>
+
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_places.h"
+#include "toolbox/plan/empty_samples.h"
+#include "toolbox/plan/sound_packets.h"
+#include "toolbox/refused.h"
+
+namespace clipinfo {
+namespace {
+
+using toolbox::Clock;
+using toolbox::Edit;
+using toolbox::FourCC;
+using toolbox::MediaRecord;
+using toolbox::MediaTime;
+using toolbox::MovieTime;
+using toolbox::SamplePiece;
+using toolbox::SampleRange;
+using toolbox::SampleSlice;
+using toolbox::SampleTable;
+using toolbox::TrackRecord;
+
+constexpr FourCC kSound{"soun"};
+
+// Samples that are read at once.
+constexpr std::uint64_t kBlock = 8192;
+// Samples that can be waiting for one that is decoded later and shown earlier. Real movies have a
+// few.
+constexpr std::size_t kMaxWaiting = 1 << 20;
+
+// The times of one stretch on both time lines.
+class StretchTimes {
+ public:
+  explicit StretchTimes(const Stretch& stretch)
+      : edit_(stretch.edit),
+        scale_(stretch.track->TimeClock().media),
+        start_(stretch.Start()),
+        end_(stretch.End()),
+        until_(edit_.mediaTime + stretch.track->TimeClock().Shown(edit_.duration, edit_.rate)) {
+    // A rate of 0 shows one sample all the time.
+    until_ = std::max(until_, edit_.mediaTime + MediaTime{1});
+  }
+
+  MediaTime From() const { return edit_.mediaTime; }
+  MediaTime Until() const { return until_; }
+  Nanoseconds Start() const { return start_; }
+  Nanoseconds End() const { return end_; }
+  // When a media time is shown, limited to the stretch.
+  Nanoseconds At(MediaTime time) const {
+    const std::int64_t into = (time - edit_.mediaTime).units;
+    if (into <= 0) return start_;
+    if (time >= until_ || edit_.rate <= 0) return end_;
+    if (edit_.rate == 1.0) return std::min(end_, start_ + InNanoseconds(into, scale_));
+    const long double shown = static_cast<long double>(into) * kSecond / scale_ / edit_.rate;
+    if (!(shown < static_cast<long double>(end_ - start_))) return end_;
+    return start_ + std::llround(shown);
+  }
+
+ private:
+  Edit edit_;
+  std::int32_t scale_;
+  Nanoseconds start_, end_;
+  MediaTime until_;
+};
+
+// Reads blocks of samples with everything that a row has, except the times of the movie.
+class SampleReader {
+ public:
+  struct Entry {
+    MediaTime shown;
+    Shown row;
+  };
+
+  SampleReader(const Stretch& stretch, Files& files)
+      : track_(*stretch.track),
+        media_(*track_.media),
+        files_(files),
+        input_(stretch.input),
+        times_(media_.samples),
+        hasPackets_(std::ranges::any_of(media_.samples.Slices(), [](const SampleSlice& slice) {
+          return !slice.rows->packings.empty();
+        })) {
+    for (const toolbox::SampleDescription& each : media_.descriptions) {
+      fileNumbers_.push_back(
+          files_.NumberOf(media_.dataReferences[each.dataReference], *track_.movie));
+    }
+  }
+
+  // Calls take(Entry) for each sample of `range`, or for each packet. The range has whole packets.
+  template <class Take>
+  void Read(SampleRange range, Take&& take) {
+    entries_.clear();
+    ReadPieces(range, [&](const SamplePiece& piece) { Add(piece); });
+    AddFlags(range);
+    for (Entry& entry : entries_) take(entry);
+  }
+  // Calls take(SamplePiece) as ForEachPiece does.
+  template <class Take>
+  void ReadPieces(SampleRange range, Take&& take) try {
+    CheckLocated(media_.samples, range);
+    ForEachPiece(media_.samples, range, take);
+  } catch (toolbox::Refused& fault) {
+    if (track_.movie->file) fault.NameFile(track_.movie->file->path.native());
+    throw;
+  }
+  // A row for `piece`, whose samples are one.
+  Shown RowOf(const SamplePiece& piece) const {
+    return {.bytes = {fileNumbers_[piece.description], piece.offset, piece.size},
+            .track = &track_,
+            .sample = piece.sample,
+            .description = piece.description,
+            .input = input_};
+  }
+  const SampleTable& Samples() const { return media_.samples; }
+
+ private:
+  void Add(SamplePiece piece) {
+    const SampleSlice& slice = media_.samples.SliceOf(piece.sample);
+    const std::uint32_t each =
+        hasPackets_ ? PacketLength(media_.samples, piece.sample) : std::uint32_t{1};
+    const std::uint64_t end = piece.sample + piece.count;
+    while (piece.sample < end) {
+      piece.count = static_cast<std::uint32_t>(std::min<std::uint64_t>(each, end - piece.sample));
+      piece.size = hasPackets_
+                       ? SizeOf(media_.samples, piece.sample, piece.count, piece.description)
+                       : slice.rows->SizeOf(slice.RowOf(piece.sample), 1, 0);
+      entries_.push_back({times_.TimeOf(piece.sample), RowOf(piece)});
+      piece.sample += piece.count;
+      piece.offset += piece.size;
+    }
+  }
+  // Adds to the entries what the other columns have.
+  void AddFlags(SampleRange range) {
+    for (const SampleSlice& slice : media_.samples.SlicesIn(range)) {
+      const toolbox::SampleRows& rows = *slice.rows;
+      const toolbox::RowRange part = slice.RowsIn(range);
+      const auto first =
+          std::ranges::lower_bound(entries_, slice.SampleOf(part.from), {},
+                                   [](const Entry& each) { return each.row.sample; });
+      auto entry = first;
+      const auto addOffset = [&](std::uint32_t count, std::int32_t offset) {
+        for (; count != 0 && entry != entries_.end(); --count, ++entry) {
+          entry->shown += MediaTime{std::int64_t{offset} + slice.shift};
+        }
+      };
+      // Packets of several samples have no offsets.
+      if (!rows.offsets.IsEmpty()) {
+        rows.offsets.ForEach(part.from, part.to, addOffset);
+      } else if (slice.shift != 0) {
+        addOffset(part.Count(), 0);
+      }
+      SampleSlice cut = slice;
+      cut.first = slice.SampleOf(part.from);
+      cut.part = part;
+      const auto at = [&](std::uint64_t sample) {
+        return std::ranges::lower_bound(first, entries_.end(), sample, {},
+                                        [](const Entry& each) { return each.row.sample; });
+      };
+      if (rows.sync) {
+        for (auto each = first; each != entries_.end() && each->row.sample < cut.End(); ++each) {
+          each->row.isSync = false;
+        }
+        ForEachListed(cut, *rows.sync, [&](std::uint64_t sample) {
+          const auto found = at(sample);
+          if (found != entries_.end()) found->row.isSync = true;
+        });
+      }
+      ForEachListed(cut, rows.partialSync, [&](std::uint64_t sample) {
+        const auto found = at(sample);
+        if (found != entries_.end()) found->row.isPartialSync = true;
+      });
+      if (rows.dependencies.empty()) continue;
+      for (auto each = first; each != entries_.end() && each->row.sample < cut.End(); ++each) {
+        const std::uint32_t row = slice.RowOf(each->row.sample);
+        if (row < rows.dependencies.size()) each->row.dependencies = rows.dependencies[row];
+      }
+    }
+  }
+
+  const TrackRecord& track_;
+  const MediaRecord& media_;
+  Files& files_;
+  std::size_t input_;
+  toolbox::TimeCursor times_;
+  bool hasPackets_;
+  std::vector<std::uint32_t> fileNumbers_;  // by description
+  std::vector<Entry> entries_;
+};
+
+// Samples in the order in which they are shown.
+class SampleWalk final : public Presented::Walk {
+ public:
+  SampleWalk(const Stretch& stretch, bool withExtras, Files& files)
+      : times_(stretch), reader_(stretch, files), isPlain_(stretch.edit.rate == 1.0) {
+    const SampleTable& samples = reader_.Samples();
+    const SampleRange shown = SamplesShownIn(samples, times_.From(), times_.Until());
+    if (shown.IsEmpty()) return;
+    range_ = WholePackets(samples, shown);
+    withTail_ = withExtras && times_.Until() >= samples.Duration();
+    if (withTail_) range_.to = samples.Count();
+    if (withExtras && samples.Offsets().AreZero()) AddDelay();
+  }
+
+  std::optional<Shown> Next() override {
+    if (!delay_.empty()) return TakeFirst(delay_);
+    while (const auto entry = Pop()) {
+      if (entry->shown >= times_.Until()) {
+        if (withTail_) AddTail(*entry);
+        return Finish();
+      }
+      const auto ready = std::exchange(pending_, entry);
+      // A sample is not shown if the stretch starts with a later one.
+      if (ready && entry->shown > times_.From()) return Emit(*ready, entry->shown);
+    }
+    if (pending_) return Finish();
+    return tail_.empty() ? std::nullopt : std::optional(TakeFirst(tail_));
+  }
+
+ private:
+  using Entry = SampleReader::Entry;
+  struct IsLater {
+    bool operator()(const Entry& a, const Entry& b) const {
+      return std::pair(a.shown, a.row.sample) > std::pair(b.shown, b.row.sample);
+    }
+  };
+
+  // Rows for the packets before the first one that only let the decoder start.
+  void AddDelay() {
+    const std::uint64_t count = toolbox::DelayPackets(reader_.Samples(), range_.from);
+    reader_.Read({range_.from - count, range_.from}, [&](Entry& entry) {
+      entry.row.from = entry.row.until = times_.Start();
+      entry.row.isExtra = true;
+      delay_.push_back(entry.row);
+    });
+  }
+  // Rows for the last samples of the media, which are shown after its end: `first` and those after
+  // it. The edit of a movie without an edit list hides them if pictures are reordered.
+  void AddTail(const Entry& first) {
+    constexpr std::size_t kMost = 16;
+    for (std::optional<Entry> entry = first; entry && tail_.size() < kMost; entry = Pop()) {
+      entry->row.from = entry->row.until = times_.End();
+      entry->row.isExtra = true;
+      tail_.push_back(entry->row);
+    }
+  }
+  static Shown TakeFirst(std::deque<Shown>& rows) {
+    const Shown row = rows.front();
+    rows.pop_front();
+    return row;
+  }
+  // The entry that is shown next.
+  std::optional<Entry> Pop() {
+    const SampleTable& samples = reader_.Samples();
+    const MediaTime smallest{samples.Offsets().smallest};
+    while (!range_.IsEmpty() &&
+           (waiting_.empty() || waiting_.top().shown >= samples.TimeOf(range_.from) + smallest)) {
+      SampleRange block = range_;
+      block.to = std::min(block.to, block.from + kBlock);
+      if (block.to < range_.to) block = WholePackets(samples, block);
+      if (waiting_.size() > kMaxWaiting) {
+        throw toolbox::Refused{toolbox::memFullErr, "its samples are in too great disorder"};
+      }
+      reader_.Read(block, [this](const Entry& entry) { waiting_.push(entry); });
+      range_.from = block.to;
+    }
+    if (waiting_.empty()) return std::nullopt;
+    const Entry entry = waiting_.top();
+    waiting_.pop();
+    return entry;
+  }
+  std::optional<Shown> Finish() {
+    range_ = {};
+    waiting_ = {};
+    if (!pending_) return std::nullopt;
+    const Entry last = *std::exchange(pending_, std::nullopt);
+    const SampleTable& samples = reader_.Samples();
+    const SampleSlice& slice = samples.SliceOf(last.row.sample);
+    const std::uint32_t packet = PacketLength(samples, last.row.sample);
+    const MediaTime own{std::int64_t{packet} *
+                        slice.rows->DurationOf(slice.RowOf(last.row.sample))};
+    const auto next = packet > 1 ? std::nullopt : NextShownAfter(samples, last.shown);
+    // The last sample of a media is shown until the media ends.
+    const MediaTime end = packet > 1 ? MediaTime{} : samples.EndTime();
+    Shown row = Emit(last, next.value_or(std::max(last.shown + own, end)));
+    row.isLast = true;
+    return row;
+  }
+  Shown Emit(const Entry& entry, MediaTime until) {
+    Shown row = entry.row;
+    row.from = times_.At(entry.shown);
+    row.until = times_.At(until);
+    row.isFirst = std::exchange(isFirst_, false);
+    row.isCut = entry.shown < times_.From();
+    row.isPlain = isPlain_;
+    return row;
+  }
+
+  StretchTimes times_;
+  SampleReader reader_;
+  SampleRange range_;  // not read yet
+  bool withTail_ = false;
+  std::deque<Shown> delay_, tail_;
+  std::priority_queue<Entry, std::vector<Entry>, IsLater> waiting_;
+  std::optional<Entry> pending_;  // shown until the next one starts
+  bool isPlain_, isFirst_ = true;
+};
+
+// Samples that are shown for no time, in the order of the media.
+class TimelessWalk final : public Presented::Walk {
+ public:
+  TimelessWalk(const Stretch& stretch, Files& files)
+      : reader_(stretch, files), base_(stretch.base), range_{0, reader_.Samples().Count()} {}
+
+  std::optional<Shown> Next() override {
+    if (ready_.empty() && !range_.IsEmpty()) {
+      const SampleRange block{range_.from, std::min(range_.to, range_.from + kBlock)};
+      reader_.Read(block,
+                   [this](const SampleReader::Entry& entry) { ready_.push_back(entry.row); });
+      range_.from = block.to;
+    }
+    if (ready_.empty()) return std::nullopt;
+    Shown row = ready_.front();
+    ready_.pop_front();
+    row.from = row.until = base_;
+    row.isTimeless = true;
+    return row;
+  }
+
+ private:
+  SampleReader reader_;
+  Nanoseconds base_;
+  SampleRange range_;
+  std::deque<Shown> ready_;
+};
+
+// Frames of uncompressed sound: as many in a row as follow one another in the file.
+class FrameWalk final : public Presented::Walk {
+ public:
+  FrameWalk(const Stretch& stretch, Files& files)
+      : times_(stretch),
+        reader_(stretch, files),
+        range_(SamplesShownIn(reader_.Samples(), times_.From(), times_.Until())),
+        isPlain_(stretch.edit.rate == 1.0) {}
+
+  std::optional<Shown> Next() override {
+    constexpr std::uint64_t kFrames = 64 << 10;
+    if (ready_.empty() && !range_.IsEmpty()) {
+      const SampleRange block{range_.from, std::min(range_.to, range_.from + kFrames)};
+      reader_.ReadPieces(block, [this](const SamplePiece& piece) { Add(piece); });
+      range_.from = block.to;
+      if (range_.IsEmpty()) ready_.back().isLast = true;
+    }
+    if (ready_.empty()) return std::nullopt;
+    Shown row = ready_.front();
+    ready_.pop_front();
+    row.isFirst = std::exchange(isFirst_, false);
+    return row;
+  }
+
+ private:
+  void Add(const SamplePiece& piece) {
+    Shown row = reader_.RowOf(piece);
+    const auto time = [](std::uint64_t sample) {
+      return MediaTime{static_cast<std::int64_t>(sample)};
+    };
+    row.frames = piece.count;
+    row.from = times_.At(time(piece.sample));
+    row.until = times_.At(time(piece.sample + piece.count));
+    row.isPlain = isPlain_;
+    ready_.push_back(row);
+  }
+
+  StretchTimes times_;
+  SampleReader reader_;
+  SampleRange range_;
+  std::deque<Shown> ready_;
+  bool isPlain_, isFirst_ = true;
+};
+
+}  // namespace
+
+Nanoseconds InNanoseconds(std::int64_t units, std::int32_t scale) {
+  return toolbox::Rescale(units, scale, kSecond);
+}
+
+Nanoseconds Stretch::Start() const {
+  return base + InNanoseconds(edit.start.units, track->TimeClock().movie);
+}
+Nanoseconds Stretch::End() const {
+  return base + InNanoseconds(edit.End().units, track->TimeClock().movie);
+}
+
+std::vector<Stretch> StretchesOf(const TrackRecord& track, MovieTime from, MovieTime length,
+                                 Nanoseconds base) {
+  std::vector<Stretch> stretches;
+  if (!track.media) return stretches;
+  if (track.media->samples.IsTimeless()) {
+    stretches.push_back({.track = &track, .edit = {}, .base = base});
+    return stretches;
+  }
+  const toolbox::EditList edits = track.edits.Segment(from, length, track.TimeClock());
+  for (const Edit& edit : edits.Edits()) {
+    if (!edit.IsEmpty()) stretches.push_back({.track = &track, .edit = edit, .base = base});
+  }
+  return stretches;
+}
+
+bool AreFrames(const MediaRecord& media) {
+  const auto slices = media.samples.Slices();
+  return media.Type() == kSound && !slices.empty() && media.samples.Offsets().AreZero() &&
+         std::ranges::all_of(slices,
+                             [](const SampleSlice& slice) {
+                               const toolbox::SampleRows& rows = *slice.rows;
+                               return rows.times.size() == 1 && rows.times.front().delta == 1 &&
+                                      rows.constantSize != 0 && slice.stretch == MediaTime{} &&
+                                      std::ranges::all_of(rows.packings, [](auto packing) {
+                                        return packing.samples == 1;
+                                      });
+                             }) &&
+         std::ranges::all_of(media.descriptions, [](const toolbox::SampleDescription& each) {
+           return toolbox::SilentByte(each.bytes).has_value();
+         });
+}
+
+Presented::Presented(std::vector<Stretch> stretches, Settings settings, Files& files)
+    : stretches_(std::move(stretches)), settings_(settings), files_(files) {
+  std::ranges::stable_sort(stretches_, {}, &Stretch::Start);
+}
+Presented::~Presented() = default;
+
+std::optional<Shown> Presented::Next() {
+  for (;;) {
+    if (walk_) {
+      if (const auto row = walk_->Next()) return row;
+    }
+    if (next_ == stretches_.size()) return std::nullopt;
+    const Stretch& stretch = stretches_[next_++];
+    if (stretch.track->media->samples.IsTimeless()) {
+      walk_ = std::make_unique<TimelessWalk>(stretch, files_);
+    } else if (settings_.asFrames) {
+      walk_ = std::make_unique<FrameWalk>(stretch, files_);
+    } else {
+      walk_ = std::make_unique<SampleWalk>(stretch, settings_.withExtras, files_);
+    }
+  }
+}
+
+}  // namespace clipinfo
