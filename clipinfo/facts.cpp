@@ -261,26 +261,6 @@ double Seconds(std::int64_t units, std::int32_t scale) {
   return static_cast<double>(units) / scale;
 }
 
-std::string TimeText(std::int64_t units, std::int32_t scale) {
-  // 10 digits are enough for every scale of 32 bits.
-  constexpr int kMostDigits = 10;
-  int digits = 0;
-  std::int64_t perSecond = 1, time = 0;
-  for (;; ++digits, perSecond *= 10) {
-    time = toolbox::Rescale(units, scale, perSecond);
-    if (digits == kMostDigits || toolbox::Rescale(time, perSecond, scale) == units) break;
-  }
-  const std::int64_t seconds = time / perSecond, hours = seconds / 3600;
-  std::string text = hours == 0 ? "" : std::to_string(hours) + ':';
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, hours == 0 ? "%d:%02d" : "%02d:%02d",
-                static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
-  text += buffer;
-  if (digits == 0) return text;
-  std::snprintf(buffer, sizeof buffer, ".%0*lld", digits, static_cast<long long>(time % perSecond));
-  return text + buffer;
-}
-
 std::string DateText(std::uint64_t date) {
   using namespace std::chrono;
   constexpr std::uint64_t kYear10000 = 255'485'145'600;  // in seconds since 1904

@@ -94,9 +94,6 @@ toolbox::SoundFormat SoundOf(toolbox::ByteSpan entry, std::int32_t scale);
 
 // Seconds. `scale` is above 0.
 double Seconds(std::int64_t units, std::int32_t scale);
-// The time as the commands take it, such as "1:02:03.4": the fewest digits that give the same
-// units again.
-std::string TimeText(std::int64_t units, std::int32_t scale);
 // A date of a header as in ISO 8601, such as "2001-09-09T01:46:40Z". Empty if it is 0 or has no
 // year of four digits.
 std::string DateText(std::uint64_t date);

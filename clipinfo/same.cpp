@@ -76,7 +76,8 @@ class Proof {
       const std::string noun = NounFor(match.track->media->Type());
       // Some media have so few units in a second that clips cannot start where they should.
       const Nanoseconds unit = InNanoseconds(1, match.track->media->header.scale) + 1;
-      Sides sides{match.expected, match.found, std::max(tolerance, unit), noun == "text", noun, files, hasher_};
+      Sides sides{match.expected, match.found, std::max(tolerance, unit), noun == "text", noun,
+                  files,          hasher_};
       const auto areFrames = [](const Stretch& each) { return AreFrames(*each.track->media); };
       const bool isFrames = std::ranges::all_of(match.expected, areFrames) &&
                             std::ranges::all_of(match.found, areFrames);

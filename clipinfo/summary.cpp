@@ -7,6 +7,7 @@
 
 #include "clipinfo/facts.h"
 #include "clipinfo/modes.h"
+#include "clipinfo/time_text.h"
 #include "utils/visible.h"
 
 namespace clipinfo {
