@@ -116,9 +116,12 @@ class Check(runs.RunTest):
         runs.make_clip(self.folder / "fragments.mp4", "-i", self.clip, "-map", "0:v", "-map", "0:a",
                        "-c", "copy", "-movflags", "+frag_keyframe+empty_moov")  # fmt: skip
         runs.make_clip(self.folder / "sound.aac", "-i", self.clip, "-c:a", "copy", "-vn")
+        # Pictures in another order, 0.4 s late: two lengths of the media are right.
+        runs.make_clip(self.folder / "slow.mp4", "-f", "lavfi", "-i", "testsrc2=s=96x64:r=5:d=4",
+                       "-c:v", "libx264", "-bf", "2")  # fmt: skip
         self.join("reference.mov", self.clip, "fragments.mp4")
         self.join_whole("joined.mov", self.clip, "fragments.mp4")
-        files = ["fragments.mp4", "sound.aac", "reference.mov", "joined.mov"]
+        files = ["fragments.mp4", "slow.mp4", "sound.aac", "reference.mov", "joined.mov"]
         self.assertEqual(self.check_text(*files, status=0), [f"{file}: ok" for file in files])
 
     def lost_by(self, size):
@@ -139,7 +142,10 @@ class Check(runs.RunTest):
 
     def test_a_recording_that_was_cut_off(self):
         data = self.clip.read_bytes()
-        for cut in 1, 2000, 5000, 9000:
+        packets = runs.ffprobe(self.clip, "-show_packets", "-show_entries", "packet=pos,size")
+        ends = sorted(int(p["pos"]) + int(p["size"]) for p in packets["packets"] if "pos" in p)
+        between = [len(data) - end for end in ends[-12:-4]]
+        for cut in [1, 2000, 5000, 9000, *between]:
             (self.folder / "cut.mp4").write_bytes(data[:-cut])
             with self.subTest(cut=cut):
                 (findings,) = self.check("cut.mp4", status=1)
