@@ -18,7 +18,7 @@ using toolbox::FourCC;
 
 constexpr FourCC kMediaData{"mdat"};
 
-// Samples by the id of their track.
+// Samples of fragments by the id of their track.
 using Counts = std::map<std::uint32_t, std::uint64_t>;
 
 void AddSamples(const toolbox::MovieFragment& fragment, Counts& counts) {
@@ -27,37 +27,9 @@ void AddSamples(const toolbox::MovieFragment& fragment, Counts& counts) {
   }
 }
 
-// How many samples of fragments the movie does not have.
-std::uint64_t CountLost(const MovieToCheck& movie, Counts counts) {
-  std::uint64_t lost = 0;
-  for (const TrackToCheck& track : movie.tracks) {
-    const auto stated = counts.find(track.track.header.id);
-    if (!track.track.media || stated == counts.end()) continue;
-    const std::uint64_t read = track.track.media->samples.Count();
-    if (stated->second > read) lost += stated->second - read;
-    counts.erase(stated);  // another track with the same id gets no fragments
-  }
-  return lost;
-}
-
-// The samples that the header has for each track.
-Counts HeaderCounts(const MovieToCheck& movie) {
+// The samples in all fragments of the file. Reports fragments that are malformed.
+Counts CountSamples(const MovieToCheck& movie, const toolbox::ByteSource& source) {
   Counts counts;
-  for (const TrackToCheck& track : movie.tracks) {
-    const auto& media = track.stated->media;
-    if (media) counts[track.track.header.id] += CountOfSizes(media->information.table);
-  }
-  return counts;
-}
-
-// The end of the movie as text.
-std::string EndOf(const MovieToCheck& movie) {
-  return SecondsText(movie.movie.Duration().units, movie.movie.header.scale);
-}
-
-// How many samples of fragments are lost. Reports fragments that are malformed.
-std::uint64_t CheckFragments(const MovieToCheck& movie, const toolbox::ByteSource& source) {
-  Counts counts = HeaderCounts(movie);
   toolbox::TopLevelWalk walk(source);
   while (const auto atom = walk.Next()) {
     if (atom->type != toolbox::MovieFragment::kType) continue;
@@ -68,30 +40,47 @@ std::uint64_t CheckFragments(const MovieToCheck& movie, const toolbox::ByteSourc
       movie.Fault(fault.path, fault.reason);
     }
   }
-  return CountLost(movie, std::move(counts));
+  return counts;
+}
+
+// Reports samples of fragments that the movie does not have. `endsInside`: the file ends inside the
+// head of a fragment, so it is unknown how many that has.
+void CheckFragments(const MovieToCheck& movie, Counts counts, bool endsInside) {
+  std::uint64_t lost = 0;
+  toolbox::MovieTime end = movie.movie.Duration();
+  for (const TrackToCheck& track : movie.tracks) {
+    const auto found = counts.find(track.track.header.id);
+    if (!track.track.media || found == counts.end()) continue;
+    const std::uint64_t stated =
+        found->second + CountOfSizes(track.stated->media->information.table);
+    const std::uint64_t read = track.track.media->samples.Count();
+    if (stated > read) lost += stated - read;
+    end = std::min(end, track.track.edits.Duration());
+    counts.erase(found);  // another track with the same id gets no fragments
+  }
+  if (lost == 0 && !endsInside) return;
+  const std::string samples =
+      lost == 0 ? "nothing can" : "at least " + Counted(lost, "sample") + " cannot";
+  movie.Fault(endsInside ? "/moof" : "/moof/traf/trun",
+              "the file was cut off inside a fragment: from " +
+                  SecondsText(end.units, movie.movie.header.scale) + " on, " + samples +
+                  " be shown");
 }
 
 void CheckAtoms(const MovieToCheck& movie, const toolbox::ByteSource& source) {
-  const bool isFragmented = movie.stated->extends.has_value();
-  const std::uint64_t lost = isFragmented ? CheckFragments(movie, source) : 0;
   toolbox::TopLevelWalk walk(source);
   while (walk.Next()) continue;
   const FourCC cut = toolbox::FourCCAt(walk.Following(), 4);
-  const bool isCut = isFragmented && cut == toolbox::MovieFragment::kType;
-  if (lost != 0 || isCut) {
-    movie.Fault(
-        isCut ? "/moof" : "/moof/traf/trun",
-        "the file was cut off inside a fragment: from " + EndOf(movie) + " on, " +
-            (lost == 0 ? "nothing can" : "at least " + Counted(lost, "sample") + " cannot") +
-            " be shown");
+  if (movie.stated->extends) {
+    CheckFragments(movie, CountSamples(movie, source), cut == toolbox::MovieFragment::kType);
   }
   // If data are missing, that has been reported, and this would repeat it.
   const bool isMissed = std::ranges::any_of(
       movie.findings, [](const Finding& found) { return found.severity == Severity::kFault; });
   const auto frame = toolbox::ReadFrame(walk.Following(), UINT64_MAX);
   if (isMissed || !frame || (cut != kMediaData && cut != toolbox::MovieAtoms::kType)) return;
-  movie.Warn("/" + cut.Text(), "the file ends " +
-                                   Counted(frame->size - (source.Size() - walk.End()), "byte") +
+  const std::uint64_t missing = frame->size - (source.Size() - walk.End());
+  movie.Warn("/" + cut.Text(), "the file ends " + Counted(missing, "byte") +
                                    " before the atom; no sample needs them");
 }
 
@@ -105,7 +94,8 @@ void CheckFrames(const MovieToCheck& movie, const toolbox::ByteSource& source) {
   source.Read(end, head);
   const auto frame = toolbox::ReadAdtsHeader(head);
   if (!frame || frame->frameSize <= source.Size() - end) return;
-  movie.Fault("", "the file was cut off inside the frame of sound at " + EndOf(movie));
+  movie.Fault("", "the file was cut off inside the frame of sound at " +
+                      SecondsText(movie.movie.Duration().units, movie.movie.header.scale));
 }
 
 }  // namespace
@@ -122,11 +112,12 @@ std::string ReasonForNoMovie(const std::string& name) {
   std::string reason = "it contains no movie";
   if (source.Size() == 0) return reason + ": it is empty";
   if (hasFragments) return reason + ", only fragments: their header is in another file";
-  if (walk.End() == 0) return reason + ": it does not start with an atom";
+  // A type that cannot be printed is no type.
+  const std::string cut = rest.size() < 8 ? "" : toolbox::FourCCAt(rest, 4).Text();
+  if (walk.End() == 0 && cut.size() != 4) return reason + ": it does not start with an atom";
   if (rest.empty()) reason += ": the header ('moov') is missing";
-  if (rest.size() >= 8) {
-    reason += ": it ends inside '" + toolbox::FourCCAt(rest, 4).Text() + "' at byte " +
-              std::to_string(walk.End());
+  if (!cut.empty()) {
+    reason += ": it ends inside '" + cut + "' at byte " + std::to_string(walk.End());
   } else if (!rest.empty()) {
     reason += ": it ends inside the start of an atom";
   }

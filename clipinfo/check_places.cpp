@@ -95,12 +95,12 @@ class PlaceCheck {
         part.use->missing.emplace_back(&track, part.missing);
       }
       if (part.outside.count == 0) continue;
-      const std::string where = part.use->file.name.empty() ? "" : " of " + part.use->file.name;
+      const std::string where = part.use->file.name.empty() ? "" : " in " + part.use->file.name;
       track.Warn(OffsetsOf(track),
-                 Counted(part.outside.count, "sample") + " from " +
+                 "no media data" + where + " at the place of " +
+                     Counted(part.outside.count, "sample") + ", the first at " +
                      WhenShown(track.track, media.samples.TimeOf(part.outside.first)) +
-                     " on are outside the media data" + where +
-                     ": other bytes may be shown in their place");
+                     ": other bytes may be shown");
     }
   }
 

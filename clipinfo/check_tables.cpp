@@ -14,7 +14,7 @@ namespace {
 using toolbox::FourCC;
 using toolbox::SampleTableAtoms;
 
-const std::string kTable = "mdia/minf/stbl/";
+constexpr char kTable[] = "mdia/minf/stbl/";
 
 // The sample tables of one track.
 class TableCheck {
@@ -136,8 +136,7 @@ class TableCheck {
       last = row.number;
     });
     if (outside != 0) {
-      Warn(type, Counted(outside, "entry") + " for samples that do not exist; there are " +
-                     std::to_string(count_));
+      Warn(type, "it names " + Counted(outside, "sample") + " that the track does not have");
     } else if (unordered != 0) {
       Fault(type, "the sync samples are not in order, so that seeking can fail");
     }
