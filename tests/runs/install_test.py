@@ -41,6 +41,7 @@ share/man/man1/clipjoin.1
 share/man/man1/clipstak.1
 share/man/man1/cliptune.1
 share/man/man7/Reelwork.7
+share/reelwork/schema.json
 share/zsh/site-functions/_clipinfo
 share/zsh/site-functions/_clipjoin
 """.split("\n")[1:-1]
