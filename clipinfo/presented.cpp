@@ -223,6 +223,17 @@ class FrameWalk final : public Presented::Walk {
   bool isFirst_ = true;
 };
 
+// Whether all samples have one size, even if the file lists a size for each.
+bool HaveOneSize(const toolbox::SampleRows& rows) {
+  if (rows.constantSize != 0) return true;
+  const auto sizes = rows.sizes.Values();
+  const std::uint64_t first = rows.count == 0 ? 0 : sizes[0];
+  for (std::uint32_t i = 1; i < rows.count; ++i) {
+    if (sizes[i] != first) return false;
+  }
+  return first != 0;
+}
+
 }  // namespace
 
 Nanoseconds InNanoseconds(std::int64_t units, std::int32_t scale) {
@@ -253,19 +264,19 @@ std::vector<Stretch> StretchesOf(const TrackRecord& track, MovieTime from, Movie
 
 bool AreFrames(const MediaRecord& media) {
   const auto slices = media.samples.Slices();
+  const auto isSingle = [](toolbox::Packing packing) { return packing.samples == 1; };
+  const auto isUncompressed = [](const toolbox::SampleDescription& each) {
+    return toolbox::SilentByte(each.bytes).has_value();
+  };
+  const auto hasFrames = [&](const SampleSlice& slice) {
+    const toolbox::SampleRows& rows = *slice.rows;
+    return rows.times.size() == 1 && rows.times.front().delta == 1 &&
+           slice.stretch == MediaTime{} && std::ranges::all_of(rows.packings, isSingle) &&
+           HaveOneSize(rows);
+  };
   return media.Type() == kSound && !slices.empty() && media.samples.Offsets().AreZero() &&
-         std::ranges::all_of(slices,
-                             [](const SampleSlice& slice) {
-                               const toolbox::SampleRows& rows = *slice.rows;
-                               return rows.times.size() == 1 && rows.times.front().delta == 1 &&
-                                      rows.constantSize != 0 && slice.stretch == MediaTime{} &&
-                                      std::ranges::all_of(rows.packings, [](auto packing) {
-                                        return packing.samples == 1;
-                                      });
-                             }) &&
-         std::ranges::all_of(media.descriptions, [](const toolbox::SampleDescription& each) {
-           return toolbox::SilentByte(each.bytes).has_value();
-         });
+         std::ranges::all_of(media.descriptions, isUncompressed) &&
+         std::ranges::all_of(slices, hasFrames);
 }
 
 Presented::Presented(std::vector<Stretch> stretches, Settings settings, Files& files)
