@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clipinfo/hashes.h"
@@ -27,6 +28,8 @@ struct Findings {
 struct Sides {
   std::vector<Stretch> expected, found;
   Nanoseconds tolerance = 0;  // times that differ by no more are equal but for rounding
+  // The times of inputs that list chapters without a track. The output has a track for them.
+  std::vector<std::pair<Nanoseconds, Nanoseconds>> listed;
   bool isText = false;
   std::string noun;  // for one sample, such as "picture"
   Files& files;

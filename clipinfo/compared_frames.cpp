@@ -61,10 +61,10 @@ class Frames {
     }
     return left;
   }
-  // How many frames at the front are silent, up to the end of the stretch.
-  std::uint64_t CountSilent(Hasher& hasher) {
+  // How many frames at the front are silent, up to the end of the stretch. It stops after `limit`.
+  std::uint64_t CountSilent(Hasher& hasher, std::uint64_t limit) {
     std::uint64_t silent = 0;
-    for (std::size_t i = 0; Reach(i); ++i) {
+    for (std::size_t i = 0; silent <= limit && Reach(i); ++i) {
       const std::uint64_t here = SilentIn(known_[i], hasher);
       silent += here;
       if (here < known_[i].frames || known_[i].isLast) break;
@@ -184,22 +184,24 @@ class FrameComparison final : public Comparison {
     ++findings.byRule["clips of sound end a moment earlier or later by rounding"];
     side.Drop(left);
   }
-  // Skips silence before a stretch: that of a gap, in the output, and what rounding leaves out.
+  // Skips silence before a stretch: that of a gap, in the output, and what rounding leaves out. The
+  // first sound after it shows where the stretch starts.
   void AlignStart() {
     const Nanoseconds late = found_.Front().from - expected_.Front().from;
     if (found_.IsAtStart() && std::abs(late) <= sides_.tolerance) return;
-    const std::uint64_t silent = expected_.CountSilent(sides_.hasher);
-    const std::uint64_t filled = found_.CountSilent(sides_.hasher);
-    const bool isAllSilent = silent == expected_.LeftInStretch(silent);
-    if (isAllSilent && late < 0) {
-      const std::int64_t gap = toolbox::Rescale(-late, kSecond, found_.Scale());
-      found_.Drop(std::min(filled, static_cast<std::uint64_t>(gap)));
-    } else if (filled > silent && !isAllSilent) {
+    if (late < -sides_.tolerance) ++findings.byRule["gaps in sound are filled with silence"];
+    const auto gap = static_cast<std::uint64_t>(
+        toolbox::Rescale(std::max<Nanoseconds>(-late, 0), kSecond, found_.Scale()));
+    const std::uint64_t silent = expected_.CountSilent(sides_.hasher, UINT64_MAX);
+    const std::uint64_t most = silent + gap + slack_;
+    const std::uint64_t filled = std::min(most, found_.CountSilent(sides_.hasher, most));
+    if (silent == expected_.LeftInStretch(silent)) {
+      found_.Drop(std::min(filled, gap));
+    } else if (filled > silent) {
       found_.Drop(filled - silent);
-    } else if (filled < silent && !isAllSilent && silent - filled <= slack_) {
+    } else if (silent - filled <= slack_) {
       expected_.Drop(silent - filled);
     }
-    if (late < -sides_.tolerance) ++findings.byRule["gaps in sound are filled with silence"];
   }
   std::optional<std::string> AlignEnd(Frames& side, const char* what) {
     std::uint64_t left = 0;

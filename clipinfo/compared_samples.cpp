@@ -145,8 +145,9 @@ class SampleComparison final : public Comparison {
     const Row &expected = expected_.Front(), &found = found_.Front();
     if (!HaveSameBytes(expected, found)) return false;
     const Row* heard = NextHeard(0);
-    const bool isInGap = heard != nullptr && found.from < heard->from - sides_.tolerance;
-    return expected.isExtra ? isInGap : !isInGap || !IsFiller(found);
+    const bool isInGap = heard != nullptr && found.from < heard->from - Near(found);
+    if (expected.isExtra) return isInGap;
+    return !isInGap || RuleToShow(found) == nullptr;
   }
   // Compares two samples of the same bytes.
   void TakeBoth() {
@@ -221,8 +222,9 @@ class SampleComparison final : public Comparison {
 
   // Takes the first row of a side if it may be missing on the other side by rule.
   bool TakeByRule() {
-    if (!found_.IsAtEnd() && IsFiller(found_.Front())) {
-      ++findings.byRule["silent or empty samples fill gaps"];
+    const char* rule = found_.IsAtEnd() ? nullptr : RuleToShow(found_.Front());
+    if (rule != nullptr) {
+      ++findings.byRule[rule];
       found_.Pop();
       return true;
     }
@@ -239,10 +241,14 @@ class SampleComparison final : public Comparison {
     }
     return false;
   }
+  // A row that starts earlier than another by more does so not only by rounding. Gaps shorter than
+  // a quarter of a packet are not filled.
+  Nanoseconds Near(const Row& row) const { return std::min(sides_.tolerance, OwnLength(row) / 4); }
+  // Whether so little of a sample is shown that rounding can add or remove it.
   bool IsSliver(const Row& row) const {
     const Nanoseconds length = row.until - row.from;
-    return !row.isTimeless &&
-           (length == 0 || ((row.isFirst || row.isLast) && length <= sides_.tolerance));
+    if (row.isTimeless || length > sides_.tolerance) return false;
+    return length == 0 || ((row.isFirst || row.isLast) && length < OwnLength(row) * 9 / 10);
   }
   bool MayBeMissing(const Row& row) const {
     if (row.isExtra || IsSliver(row)) return true;
@@ -251,24 +257,35 @@ class SampleComparison final : public Comparison {
     return IsSound(row) && row.isLast && NextHeard(1) != nullptr &&
            row.until - row.from <= OwnLength(row) / 8 + sides_.tolerance;
   }
-  // Whether a row of the output fills a gap between two stretches of the inputs.
-  bool IsFiller(const Row& row) const {
-    const Row* next = NextHeard(0);
-    if (next == nullptr || !next->isFirst || !last_) return false;
-    const Nanoseconds slack = sides_.tolerance + (IsSound(row) ? OwnLength(*last_) / 8 : 0);
-    const Nanoseconds end = next->from - (IsSound(row) ? sides_.tolerance : 0);
-    if (row.from < last_->until - slack || row.from >= end) return false;
-    const toolbox::ByteSpan description = row.Description().bytes;
-    for (const auto& empty :
-         {toolbox::SilentPacket(description), toolbox::EmptyText(description)}) {
-      if (empty && row.bytes.size == empty->size() && IsFilledWith(row, *empty)) return true;
+  // Why the output shows a row that is in no input; null if it should not.
+  const char* RuleToShow(const Row& row) const {
+    for (const auto& [from, until] : sides_.listed) {
+      if (row.from >= from - sides_.tolerance && row.from < until) {
+        return "chapters that an input lists in another way";
+      }
     }
-    return false;
+    const Row* next = NextHeard(0);
+    if (next == nullptr || !next->isFirst || !last_) return nullptr;
+    const Nanoseconds slack = sides_.tolerance + (IsSound(row) ? OwnLength(*last_) / 8 : 0);
+    const Nanoseconds end = next->from - (IsSound(row) ? Near(row) : 0);
+    if (row.from < last_->until - slack || row.from >= end) return nullptr;
+    if (IsEmpty(row)) return "silent or empty samples fill gaps";
+    const bool isHeld = row.isFirst && row.isCut && HaveSameBytes(row, *last_) &&
+                        row.until <= next->from + sides_.tolerance;
+    return isHeld ? "samples are held before a clip that starts late" : nullptr;
   }
-  bool IsFilledWith(const Row& row, const toolbox::Bytes& empty) const {
-    toolbox::Bytes bytes(empty.size());
+  // Whether a row is silence, or a text that shows nothing.
+  bool IsEmpty(const Row& row) const {
+    constexpr std::uint64_t kMost = 1 << 20;
+    if (row.bytes.size == 0 || row.bytes.size > kMost) return false;
+    const toolbox::ByteSpan description = row.Description().bytes;
+    const auto silent = toolbox::SilentPacket(description), text = toolbox::EmptyText(description);
+    const auto silence = toolbox::SilentByte(description);
+    if (!silent && !text && !silence) return false;
+    toolbox::Bytes bytes(row.bytes.size);
     sides_.hasher.Source(row.bytes.file).Read(row.bytes.at, bytes);
-    return bytes == empty;
+    return bytes == silent || bytes == text ||
+           (silence && std::ranges::count(bytes, *silence) == std::ssize(bytes));
   }
   // The first expected row from `index` on that is shown.
   const Row* NextHeard(std::size_t index) const {

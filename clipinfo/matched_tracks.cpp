@@ -61,7 +61,7 @@ std::vector<Sample> Probe(std::vector<Stretch> stretches, Nanoseconds start, Fil
     if (std::exchange(isCut, false) && row->isCut) continue;
     // The chunks of uncompressed sound differ.
     Piece piece = row->bytes;
-    if (areFrames) piece.size = std::min<std::uint64_t>(piece.size, 4096);
+    if (areFrames) piece.size = std::min<std::uint64_t>(piece.size, 256);
     bytes += piece.size;
     samples.push_back({row->from, piece.size, {}});
     hasher.Add(piece, samples.back().hash);
@@ -124,7 +124,7 @@ class Matcher {
 
   void Add(const Part& part, std::size_t number) {
     const std::vector<std::string> names = input::TrackNames(part.input->movie.get());
-    hasChapterList_ |= part.input->movie->userData.Count(FourCC{"chpl"}) != 0;
+    if (part.input->movie->userData.Count(FourCC{"chpl"}) != 0) lists_.push_back({&part, number});
     std::vector<Wanted> wanted;
     for (std::size_t i = 0; i < names.size(); ++i) {
       const TrackRecord& track = *part.input->movie->tracks[i];
@@ -145,6 +145,7 @@ class Matcher {
       if (reason != nullptr) matches_.leftOut.push_back(match.name + ": " + reason);
       return reason != nullptr;
     });
+    for (MatchedTrack& match : matches_.tracks) AddLists(match);
     return std::move(matches_);
   }
 
@@ -184,8 +185,20 @@ class Matcher {
   const char* ReasonToAdd(const TrackRecord& track) const {
     if (!track.media) return "it has no media";
     if (track.media->Type() == kHint && output_.IsIso()) return "-mp4 makes hint tracks";
-    const bool isListed = hasChapterList_ && track.media->Type() == kText && IsChapters(track);
+    const bool isListed = !lists_.empty() && track.media->Type() == kText && IsChapters(track);
     return isListed ? "chapters that an input lists in another way" : nullptr;
+  }
+  // Notes which inputs have chapters for the track but no track of their own.
+  void AddLists(MatchedTrack& match) const {
+    if (!match.track->media || match.track->media->Type() != kText || !IsChapters(*match.track)) {
+      return;
+    }
+    for (const auto& [part, input] : lists_) {
+      if (std::ranges::find(match.expected, input, &Stretch::input) != match.expected.end())
+        continue;
+      const std::int32_t scale = part->input->movie->header.scale;
+      match.listed.emplace_back(part->base, part->base + InNanoseconds(part->length.units, scale));
+    }
   }
   // Gives each track of an input the track of the output that fits best.
   void Assign(std::vector<Wanted>& wanted) {
@@ -234,6 +247,12 @@ class Matcher {
     return count <= match.track->media->samples.Count();
   }
   int ScoreOf(const Wanted& wanted, const MatchedTrack& match) const {
+    const bool isAlike = std::ranges::any_of(match.track->media->descriptions, [&](auto& each) {
+      return std::ranges::find(wanted.track->media->descriptions, each.Format(),
+                               &toolbox::SampleDescription::Format) !=
+             wanted.track->media->descriptions.end();
+    });
+    if (!isAlike) return -1;
     const auto probe = Probe(wanted.stretches, wanted.stretches.front().Start(), files_);
     if (probe.empty()) return 0;
     // The first packet of sound can be cut or lack the delay before it.
@@ -244,7 +263,9 @@ class Matcher {
   Nanoseconds tolerance_;
   Files& files_;
   Matches matches_;
-  bool hasChapterList_ = false;  // MPEG-4 files can list chapters without a track
+  // The parts of inputs that list chapters, and the indexes of these inputs. MPEG-4 files can do so
+  // without a track.
+  std::vector<std::pair<const Part*, std::size_t>> lists_;
 };
 
 }  // namespace

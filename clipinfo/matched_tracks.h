@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "clipinfo/hashes.h"
@@ -23,6 +24,8 @@ struct MatchedTrack {
   const toolbox::TrackRecord* track = nullptr;
   std::string name;  // as -track takes it
   std::vector<Stretch> expected, found;
+  // For chapters: the times of inputs that list their chapters without a track.
+  std::vector<std::pair<Nanoseconds, Nanoseconds>> listed;
 };
 
 struct Matches {

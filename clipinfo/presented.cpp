@@ -1,13 +1,12 @@
 #include "clipinfo/presented.h"
 
 #include <algorithm>
-#include <cmath>
 #include <deque>
 #include <queue>
 #include <utility>
 
+#include "clipinfo/sample_reader.h"
 #include "toolbox/movie/presentation.h"
-#include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/empty_samples.h"
 #include "toolbox/plan/sound_packets.h"
@@ -36,170 +35,11 @@ constexpr std::uint64_t kBlock = 8192;
 // few.
 constexpr std::size_t kMaxWaiting = 1 << 20;
 
-// The times of one stretch on both time lines.
-class StretchTimes {
- public:
-  explicit StretchTimes(const Stretch& stretch)
-      : edit_(stretch.edit),
-        scale_(stretch.track->TimeClock().media),
-        start_(stretch.Start()),
-        end_(stretch.End()),
-        until_(edit_.mediaTime + stretch.track->TimeClock().Shown(edit_.duration, edit_.rate)) {
-    // A rate of 0 shows one sample all the time.
-    until_ = std::max(until_, edit_.mediaTime + MediaTime{1});
-  }
-
-  MediaTime From() const { return edit_.mediaTime; }
-  MediaTime Until() const { return until_; }
-  Nanoseconds Start() const { return start_; }
-  Nanoseconds End() const { return end_; }
-  // When a media time is shown, limited to the stretch.
-  Nanoseconds At(MediaTime time) const {
-    const std::int64_t into = (time - edit_.mediaTime).units;
-    if (into <= 0) return start_;
-    if (time >= until_ || edit_.rate <= 0) return end_;
-    if (edit_.rate == 1.0) return std::min(end_, start_ + InNanoseconds(into, scale_));
-    const long double shown = static_cast<long double>(into) * kSecond / scale_ / edit_.rate;
-    if (!(shown < static_cast<long double>(end_ - start_))) return end_;
-    return start_ + std::llround(shown);
-  }
-
- private:
-  Edit edit_;
-  std::int32_t scale_;
-  Nanoseconds start_, end_;
-  MediaTime until_;
-};
-
-// Reads blocks of samples with everything that a row has, except the times of the movie.
-class SampleReader {
- public:
-  struct Entry {
-    MediaTime shown;
-    Shown row;
-  };
-
-  SampleReader(const Stretch& stretch, Files& files)
-      : track_(*stretch.track),
-        media_(*track_.media),
-        files_(files),
-        input_(stretch.input),
-        times_(media_.samples),
-        hasPackets_(std::ranges::any_of(media_.samples.Slices(), [](const SampleSlice& slice) {
-          return !slice.rows->packings.empty();
-        })) {
-    for (const toolbox::SampleDescription& each : media_.descriptions) {
-      fileNumbers_.push_back(
-          files_.NumberOf(media_.dataReferences[each.dataReference], *track_.movie));
-    }
-  }
-
-  // Calls take(Entry) for each sample of `range`, or for each packet. The range has whole packets.
-  template <class Take>
-  void Read(SampleRange range, Take&& take) {
-    entries_.clear();
-    ReadPieces(range, [&](const SamplePiece& piece) { Add(piece); });
-    AddFlags(range);
-    for (Entry& entry : entries_) take(entry);
-  }
-  // Calls take(SamplePiece) as ForEachPiece does.
-  template <class Take>
-  void ReadPieces(SampleRange range, Take&& take) try {
-    CheckLocated(media_.samples, range);
-    ForEachPiece(media_.samples, range, take);
-  } catch (toolbox::Refused& fault) {
-    if (track_.movie->file) fault.NameFile(track_.movie->file->path.native());
-    throw;
-  }
-  // A row for `piece`, whose samples are one.
-  Shown RowOf(const SamplePiece& piece) const {
-    return {.bytes = {fileNumbers_[piece.description], piece.offset, piece.size},
-            .track = &track_,
-            .sample = piece.sample,
-            .description = piece.description,
-            .input = input_};
-  }
-  const SampleTable& Samples() const { return media_.samples; }
-
- private:
-  void Add(SamplePiece piece) {
-    const SampleSlice& slice = media_.samples.SliceOf(piece.sample);
-    const std::uint32_t each =
-        hasPackets_ ? PacketLength(media_.samples, piece.sample) : std::uint32_t{1};
-    const std::uint64_t end = piece.sample + piece.count;
-    while (piece.sample < end) {
-      piece.count = static_cast<std::uint32_t>(std::min<std::uint64_t>(each, end - piece.sample));
-      piece.size = hasPackets_
-                       ? SizeOf(media_.samples, piece.sample, piece.count, piece.description)
-                       : slice.rows->SizeOf(slice.RowOf(piece.sample), 1, 0);
-      entries_.push_back({times_.TimeOf(piece.sample), RowOf(piece)});
-      piece.sample += piece.count;
-      piece.offset += piece.size;
-    }
-  }
-  // Adds to the entries what the other columns have.
-  void AddFlags(SampleRange range) {
-    for (const SampleSlice& slice : media_.samples.SlicesIn(range)) {
-      const toolbox::SampleRows& rows = *slice.rows;
-      const toolbox::RowRange part = slice.RowsIn(range);
-      const auto first =
-          std::ranges::lower_bound(entries_, slice.SampleOf(part.from), {},
-                                   [](const Entry& each) { return each.row.sample; });
-      auto entry = first;
-      const auto addOffset = [&](std::uint32_t count, std::int32_t offset) {
-        for (; count != 0 && entry != entries_.end(); --count, ++entry) {
-          entry->shown += MediaTime{std::int64_t{offset} + slice.shift};
-        }
-      };
-      // Packets of several samples have no offsets.
-      if (!rows.offsets.IsEmpty()) {
-        rows.offsets.ForEach(part.from, part.to, addOffset);
-      } else if (slice.shift != 0) {
-        addOffset(part.Count(), 0);
-      }
-      SampleSlice cut = slice;
-      cut.first = slice.SampleOf(part.from);
-      cut.part = part;
-      const auto at = [&](std::uint64_t sample) {
-        return std::ranges::lower_bound(first, entries_.end(), sample, {},
-                                        [](const Entry& each) { return each.row.sample; });
-      };
-      if (rows.sync) {
-        for (auto each = first; each != entries_.end() && each->row.sample < cut.End(); ++each) {
-          each->row.isSync = false;
-        }
-        ForEachListed(cut, *rows.sync, [&](std::uint64_t sample) {
-          const auto found = at(sample);
-          if (found != entries_.end()) found->row.isSync = true;
-        });
-      }
-      ForEachListed(cut, rows.partialSync, [&](std::uint64_t sample) {
-        const auto found = at(sample);
-        if (found != entries_.end()) found->row.isPartialSync = true;
-      });
-      if (rows.dependencies.empty()) continue;
-      for (auto each = first; each != entries_.end() && each->row.sample < cut.End(); ++each) {
-        const std::uint32_t row = slice.RowOf(each->row.sample);
-        if (row < rows.dependencies.size()) each->row.dependencies = rows.dependencies[row];
-      }
-    }
-  }
-
-  const TrackRecord& track_;
-  const MediaRecord& media_;
-  Files& files_;
-  std::size_t input_;
-  toolbox::TimeCursor times_;
-  bool hasPackets_;
-  std::vector<std::uint32_t> fileNumbers_;  // by description
-  std::vector<Entry> entries_;
-};
-
 // Samples in the order in which they are shown.
 class SampleWalk final : public Presented::Walk {
  public:
   SampleWalk(const Stretch& stretch, bool withExtras, Files& files)
-      : times_(stretch), reader_(stretch, files), isPlain_(stretch.edit.rate == 1.0) {
+      : times_(stretch), reader_(stretch, files) {
     const SampleTable& samples = reader_.Samples();
     const SampleRange shown = SamplesShownIn(samples, times_.From(), times_.Until());
     if (shown.IsEmpty()) return;
@@ -235,11 +75,11 @@ class SampleWalk final : public Presented::Walk {
   // Rows for the packets before the first one that only let the decoder start.
   void AddDelay() {
     const std::uint64_t count = toolbox::DelayPackets(reader_.Samples(), range_.from);
-    reader_.Read({range_.from - count, range_.from}, [&](Entry& entry) {
+    for (Entry& entry : reader_.Read({range_.from - count, range_.from})) {
       entry.row.from = entry.row.until = times_.Start();
       entry.row.isExtra = true;
       delay_.push_back(entry.row);
-    });
+    }
   }
   // Rows for the last samples of the media, which are shown after its end: `first` and those after
   // it. The edit of a movie without an edit list hides them if pictures are reordered.
@@ -268,7 +108,7 @@ class SampleWalk final : public Presented::Walk {
       if (waiting_.size() > kMaxWaiting) {
         throw toolbox::Refused{toolbox::memFullErr, "its samples are in too great disorder"};
       }
-      reader_.Read(block, [this](const Entry& entry) { waiting_.push(entry); });
+      for (const Entry& entry : reader_.Read(block)) waiting_.push(entry);
       range_.from = block.to;
     }
     if (waiting_.empty()) return std::nullopt;
@@ -299,7 +139,7 @@ class SampleWalk final : public Presented::Walk {
     row.until = times_.At(until);
     row.isFirst = std::exchange(isFirst_, false);
     row.isCut = entry.shown < times_.From();
-    row.isPlain = isPlain_;
+    row.isPlain = times_.IsPlain();
     return row;
   }
 
@@ -310,7 +150,7 @@ class SampleWalk final : public Presented::Walk {
   std::deque<Shown> delay_, tail_;
   std::priority_queue<Entry, std::vector<Entry>, IsLater> waiting_;
   std::optional<Entry> pending_;  // shown until the next one starts
-  bool isPlain_, isFirst_ = true;
+  bool isFirst_ = true;
 };
 
 // Samples that are shown for no time, in the order of the media.
@@ -322,8 +162,7 @@ class TimelessWalk final : public Presented::Walk {
   std::optional<Shown> Next() override {
     if (ready_.empty() && !range_.IsEmpty()) {
       const SampleRange block{range_.from, std::min(range_.to, range_.from + kBlock)};
-      reader_.Read(block,
-                   [this](const SampleReader::Entry& entry) { ready_.push_back(entry.row); });
+      for (const auto& entry : reader_.Read(block)) ready_.push_back(entry.row);
       range_.from = block.to;
     }
     if (ready_.empty()) return std::nullopt;
@@ -347,8 +186,7 @@ class FrameWalk final : public Presented::Walk {
   FrameWalk(const Stretch& stretch, Files& files)
       : times_(stretch),
         reader_(stretch, files),
-        range_(SamplesShownIn(reader_.Samples(), times_.From(), times_.Until())),
-        isPlain_(stretch.edit.rate == 1.0) {}
+        range_(SamplesShownIn(reader_.Samples(), times_.From(), times_.Until())) {}
 
   std::optional<Shown> Next() override {
     constexpr std::uint64_t kFrames = 64 << 10;
@@ -374,7 +212,7 @@ class FrameWalk final : public Presented::Walk {
     row.frames = piece.count;
     row.from = times_.At(time(piece.sample));
     row.until = times_.At(time(piece.sample + piece.count));
-    row.isPlain = isPlain_;
+    row.isPlain = times_.IsPlain();
     ready_.push_back(row);
   }
 
@@ -382,8 +220,19 @@ class FrameWalk final : public Presented::Walk {
   SampleReader reader_;
   SampleRange range_;
   std::deque<Shown> ready_;
-  bool isPlain_, isFirst_ = true;
+  bool isFirst_ = true;
 };
+
+// Whether all samples have one size, even if the file lists a size for each.
+bool HaveOneSize(const toolbox::SampleRows& rows) {
+  if (rows.constantSize != 0) return true;
+  const auto sizes = rows.sizes.Values();
+  const std::uint64_t first = rows.count == 0 ? 0 : sizes[0];
+  for (std::uint32_t i = 1; i < rows.count; ++i) {
+    if (sizes[i] != first) return false;
+  }
+  return first != 0;
+}
 
 }  // namespace
 
@@ -415,19 +264,19 @@ std::vector<Stretch> StretchesOf(const TrackRecord& track, MovieTime from, Movie
 
 bool AreFrames(const MediaRecord& media) {
   const auto slices = media.samples.Slices();
+  const auto isSingle = [](toolbox::Packing packing) { return packing.samples == 1; };
+  const auto isUncompressed = [](const toolbox::SampleDescription& each) {
+    return toolbox::SilentByte(each.bytes).has_value();
+  };
+  const auto hasFrames = [&](const SampleSlice& slice) {
+    const toolbox::SampleRows& rows = *slice.rows;
+    return rows.times.size() == 1 && rows.times.front().delta == 1 &&
+           slice.stretch == MediaTime{} && std::ranges::all_of(rows.packings, isSingle) &&
+           HaveOneSize(rows);
+  };
   return media.Type() == kSound && !slices.empty() && media.samples.Offsets().AreZero() &&
-         std::ranges::all_of(slices,
-                             [](const SampleSlice& slice) {
-                               const toolbox::SampleRows& rows = *slice.rows;
-                               return rows.times.size() == 1 && rows.times.front().delta == 1 &&
-                                      rows.constantSize != 0 && slice.stretch == MediaTime{} &&
-                                      std::ranges::all_of(rows.packings, [](auto packing) {
-                                        return packing.samples == 1;
-                                      });
-                             }) &&
-         std::ranges::all_of(media.descriptions, [](const toolbox::SampleDescription& each) {
-           return toolbox::SilentByte(each.bytes).has_value();
-         });
+         std::ranges::all_of(media.descriptions, isUncompressed) &&
+         std::ranges::all_of(slices, hasFrames);
 }
 
 Presented::Presented(std::vector<Stretch> stretches, Settings settings, Files& files)

@@ -4,6 +4,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,11 +77,13 @@ class Proof {
       const std::string noun = NounFor(match.track->media->Type());
       // Some media have so few units in a second that clips cannot start where they should.
       const Nanoseconds unit = InNanoseconds(1, match.track->media->header.scale) + 1;
-      Sides sides{match.expected, match.found, std::max(tolerance, unit), noun == "text", noun,
+      Sides sides{match.expected, match.found,    std::max(tolerance, unit),
+                  match.listed,   noun == "text", noun,
                   files,          hasher_};
-      const auto areFrames = [](const Stretch& each) { return AreFrames(*each.track->media); };
-      const bool isFrames = std::ranges::all_of(match.expected, areFrames) &&
-                            std::ranges::all_of(match.found, areFrames);
+      std::set<const TrackRecord*> all{match.track};
+      for (const Stretch& each : match.expected) all.insert(each.track);
+      const bool isFrames = std::ranges::all_of(
+          all, [](const TrackRecord* track) { return AreFrames(*track->media); });
       comparisons_.push_back(isFrames ? CompareFrames(std::move(sides))
                                       : CompareSamples(std::move(sides)));
     }

@@ -1,9 +1,9 @@
 // Bytes taken for each atom in turn: what can be read can be written, and reads the same again.
 #include <sstream>
 
+#include "clipinfo/known_atoms.h"
 #include "tests/fuzz/seeds.h"
 #include "toolbox/atoms/field_printer.h"
-#include "clipinfo/known_atoms.h"
 
 namespace {
 

@@ -219,11 +219,12 @@ class Faults(Same):
         self.assert_differs("Sound Track: packet .*too many", changed, short, self.one)
         plain = clip(self.folder / "plain.mov", 1, 0.5, "testsrc2", "-c:a", "pcm_s16le")
         joined = self.join_whole("gap.mov", plain, plain)
-        content = bytearray(joined.read_bytes())
-        at = content.index(bytes(40000)) + 20000
-        content[at] = 1
-        changed.write_bytes(content)
-        self.assert_differs("Sound Track: sound at 1.000 s of input 2", changed, plain, plain)
+        content = joined.read_bytes()
+        gap = content.index(bytes(40000))
+        self.assert_same(joined, plain, plain, rules="filled with silence")
+        for at, place in (gap + 20000, 1.0), (gap - 20000, 0.0):
+            changed.write_bytes(content[:at] + bytes([content[at] ^ 1]) + content[at + 1 :])
+            self.assert_differs(f"Sound Track: sound at {place:.3f} s of input", changed, plain, plain)
 
 
 @runs.needs_corpus
