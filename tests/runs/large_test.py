@@ -159,9 +159,11 @@ class LargeMovies(runs.RunTest):
             longest = max(2 * counts[number] * delta / scales[number] for number in scales)
             self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
         found = runs.samples_by_track(self.folder / "whole.mov")[1]
-        # The second clip starts at a whole unit of the movie, which is longer than one media unit.
+        # The second clip starts where the longest track ends, at a whole unit of the movie, which is
+        # longer than one media unit.
         shift = found[counts[1]].dts - counts[1] * delta
-        self.assertTrue(0 <= shift <= scales[1] // 600, shift)
+        gap = max(counts[n] * delta * scales[1] // scales[n] for n in scales) - counts[1] * delta
+        self.assertAlmostEqual(shift, gap, delta=scales[1] // 600)
         times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
         self.assert_same([p.dts for p in found], times)
 
