@@ -26,7 +26,7 @@ struct TrackRow {
 // Draws rows with times as in `plot`. Everything passed here must outlive it.
 //
 //   name      |  block  |  block  |     what the edits show
-//   details    \         \  \      \
+//   details    \         \  \      \ |
 //             |//|   media   |  media |     if no edit shows all of the media
 class TrackRows {
  public:
