@@ -18,7 +18,7 @@ using toolbox::FourCC;
 
 struct Name {
   FourCC type;
-  const char* name;
+  const char* name = "";
 };
 
 constexpr Name kCodecs[] = {

@@ -124,7 +124,7 @@ class Matcher {
 
   void Add(const Part& part, std::size_t number) {
     const std::vector<std::string> names = input::TrackNames(part.input->movie.get());
-    if (part.input->movie->userData.Count(FourCC{"chpl"}) != 0) lists_.push_back({&part, number});
+    if (part.input->movie->userData.Count(FourCC{"chpl"}) != 0) lists_.emplace_back(&part, number);
     std::vector<Wanted> wanted;
     for (std::size_t i = 0; i < names.size(); ++i) {
       const TrackRecord& track = *part.input->movie->tracks[i];

@@ -19,9 +19,9 @@ struct MediaFile {
 
   // Reads the size of the file and where its media data are.
   void Open();
-  // Whether [at, at + size), which must be inside the file, is inside one 'mdat'. True for every
+  // Whether [at, at + length), which must be inside the file, is inside one 'mdat'. True for every
   // place in a file that is not a movie.
-  bool IsMediaData(std::uint64_t at, std::uint64_t size) const;
+  bool IsMediaData(std::uint64_t at, std::uint64_t length) const;
 
  private:
   struct Range {

@@ -173,10 +173,9 @@ double TimeLine::DrawRows(double top) {
 void TimeLine::DrawAxis(double bottom, double end) {
   // In milliseconds. Later steps are those before, times ten.
   static constexpr std::int64_t kSteps[] = {
-      1,       2,           5,           10,          20,           50,          100,
-      200,     500,         1000,        2000,        5000,         10000,       15000,
-      30000,   60000,       120000,      300000,      600000,       900000,      1800000,
-      3600000, 2 * 3600000, 4 * 3600000, 6 * 3600000, 12 * 3600000, 24 * 3600000};
+      1,      2,      5,       10,      20,      50,       100,      200,      500,
+      1000,   2000,   5000,    10000,   15000,   30000,    60000,    120000,   300000,
+      600000, 900000, 1800000, 3600000, 7200000, 14400000, 21600000, 43200000, 86400000};
   constexpr double kRoom = 80;  // pixels for a time
   const double most = Plot::kWidth / kRoom, length = plot_.seconds * 1000;
   constexpr double kLongest = 1e15;  // 30,000 years: then no time is legible

@@ -15,7 +15,6 @@
 namespace clipinfo {
 namespace {
 
-using toolbox::Clock;
 using toolbox::Edit;
 using toolbox::FourCC;
 using toolbox::MediaRecord;

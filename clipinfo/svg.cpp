@@ -27,8 +27,8 @@ double WidthOf(char32_t character) {
   constexpr std::string_view kNarrow = "ijlft.,:;'|!()[] ", kWide = "mwMW@";
   if (character < 0x80) {
     const char ascii = static_cast<char>(character);
-    if (kNarrow.find(ascii) != kNarrow.npos) return 0.36;
-    if (kWide.find(ascii) != kWide.npos) return 0.92;
+    if (kNarrow.find(ascii) != std::string_view::npos) return 0.36;
+    if (kWide.find(ascii) != std::string_view::npos) return 0.92;
     if (ascii >= 'A' && ascii <= 'Z') return 0.7;
   }
   return 0.58;

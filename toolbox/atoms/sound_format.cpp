@@ -112,7 +112,7 @@ void ApplyByteOrder(ByteSpan content, SoundFormat& format) {
 
 struct Configuration {
   FourCC type;
-  void (*apply)(ByteSpan content, SoundFormat& format);
+  void (*apply)(ByteSpan content, SoundFormat& format) = nullptr;
 };
 constexpr Configuration kConfigurations[] = {
     {{"dac3"}, ApplyAc3},       {{"dec3"}, ApplyEnhancedAc3}, {{"alac"}, ApplyAlac},
