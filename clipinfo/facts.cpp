@@ -19,8 +19,6 @@
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/read/top_level.h"
-#include "toolbox/references/aliases.h"
-#include "toolbox/references/urls.h"
 
 namespace clipinfo {
 namespace {
@@ -60,20 +58,6 @@ FileFacts ReadFileFacts(const boost::filesystem::path& path) {
   }
   facts.kind = facts.header ? KindOfFile(facts.type) : "AAC (ADTS)";
   return facts;
-}
-
-// Where the file of an entry that was not resolved should be: its path, else its address or name.
-std::string StatedPlace(const toolbox::DataReferenceEntry& entry,
-                        const boost::filesystem::path& movie) {
-  if (entry.kind == FourCC{"alis"}) {
-    const auto path = toolbox::AbsoluteAliasPath(entry.data);
-    return path ? path->native() : "";
-  }
-  if (entry.kind != FourCC{"url "}) return "";
-  const auto path = toolbox::ResolveUrl(entry.data, movie);
-  if (path) return path->native();
-  const auto end = std::ranges::find(entry.data, 0);
-  return {entry.data.begin(), end};
 }
 
 ReferenceFacts FactsOf(const toolbox::DataReference& reference,

@@ -1,12 +1,15 @@
 #include <algorithm>
+#include <boost/algorithm/hex.hpp>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <utility>
 
-#include "clipinfo/binary_text.h"
 #include "clipinfo/facts.h"
 #include "clipinfo/formats.h"
 #include "clipinfo/modes.h"
+#include "toolbox/atoms/base64.h"
 #include "toolbox/atoms/sample_entries.h"
 
 namespace clipinfo {
@@ -126,7 +129,7 @@ Json TagJson(const TagFacts& tag) {
   if (tag.text) {
     json["text"] = *tag.text;
   } else {
-    json["base64"] = Base64(tag.bytes);
+    json["base64"] = toolbox::Base64(tag.bytes);
   }
   return json;
 }
@@ -135,7 +138,7 @@ Json UserDataJson(const toolbox::UserDataItem& item) {
   Json json{{"type", TypeText(item.type)}};
   const std::vector<TagFacts> texts = TextsOf(item);
   if (texts.empty()) {
-    json["base64"] = Base64(item.payload);
+    json["base64"] = toolbox::Base64(item.payload);
     return json;
   }
   for (const TagFacts& text : texts) {
@@ -171,7 +174,11 @@ Json DescriptionJson(const toolbox::SampleDescription& description, const TrackR
   } else if (type == FourCC{"soun"}) {
     json["sound"] = SoundJson(SoundOf(bytes, track.media->header.scale));
   }
-  json["configuration"] = Hexadecimal(bytes.subspan(std::min(kHead, bytes.size())));
+  const toolbox::ByteSpan configuration = bytes.subspan(std::min(kHead, bytes.size()));
+  std::string hexadecimal;
+  boost::algorithm::hex_lower(configuration.begin(), configuration.end(),
+                              std::back_inserter(hexadecimal));
+  json["configuration"] = std::move(hexadecimal);
   return json;
 }
 

@@ -238,8 +238,8 @@ class Matcher {
           .push_back(each.name + (isRule ? ": -mp4 leaves out such tracks" : ""));
     }
   }
-  // Whether the output has enough timeless samples for one more track. They have no times by which
-  // tracks could be told apart.
+  // Whether the track of the output has room for the samples of one more track. This matters only
+  // for timeless samples, because they have no times that show which track they are from.
   static bool HasRoom(const MatchedTrack& match, const TrackRecord& track) {
     if (!track.media->samples.IsTimeless()) return true;
     std::uint64_t count = track.media->samples.Count();

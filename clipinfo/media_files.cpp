@@ -4,15 +4,10 @@
 #include <variant>
 
 #include "clipinfo/open.h"
-#include "toolbox/atoms/alias_record.h"
 #include "toolbox/atoms/atom_heads.h"
 #include "toolbox/atoms/container_atoms.h"
-#include "toolbox/atoms/malformed.h"
 #include "toolbox/disk/byte_source.h"
 #include "toolbox/read/top_level.h"
-#include "toolbox/references/aliases.h"
-#include "toolbox/references/urls.h"
-#include "toolbox/text/unicode.h"
 
 namespace clipinfo {
 namespace {
@@ -20,30 +15,6 @@ namespace {
 using toolbox::FourCC;
 
 constexpr FourCC kMediaData{"mdat"};
-
-// The name of the file in an alias record without a path that this system understands.
-std::string NameInAlias(toolbox::ByteSpan record) try {
-  const toolbox::Alias alias = toolbox::ReadAlias(record);
-  if (!alias.colonPath.empty()) return alias.colonPath;
-  return alias.name ? toolbox::Utf8(toolbox::Repaired(*alias.name)) : alias.shortName;
-} catch (const toolbox::Malformed&) {
-  return {};
-}
-
-// The path where the file of an entry was looked for, or the text in the entry.
-std::string NameOf(const toolbox::Unresolved& entry, const toolbox::MovieRecord& movie) {
-  std::string name;
-  if (entry.kind == FourCC{"url "}) {
-    const auto path =
-        toolbox::ResolveUrl(entry.data, movie.file ? movie.file->path : boost::filesystem::path());
-    const std::string url(entry.data.begin(), std::ranges::find(entry.data, 0));
-    name = path ? path->native() : url;
-  } else if (entry.kind == FourCC{"alis"}) {
-    const auto path = toolbox::AbsoluteAliasPath(entry.data);
-    name = path ? path->native() : NameInAlias(entry.data);
-  }
-  return name.empty() ? "a reference of kind '" + entry.kind.Text() + "' without a path" : name;
-}
 
 }  // namespace
 
@@ -79,7 +50,10 @@ MediaFile FileOf(const toolbox::DataReference& reference, const toolbox::MovieRe
     file.name = "the data in the header";
     file.size = memory->data->size();
   } else if (const auto* entry = std::get_if<toolbox::Unresolved>(&reference)) {
-    file.name = NameOf(*entry, movie);
+    file.name = StatedPlace(*entry, movie.file ? movie.file->path : boost::filesystem::path());
+    if (file.name.empty()) {
+      file.name = "a reference of kind '" + entry->kind.Text() + "' without a path";
+    }
     file.problem = "is not there";
   } else if (other != nullptr && *other != movie.file) {
     file.name = other->path.native();

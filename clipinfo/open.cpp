@@ -1,18 +1,38 @@
 #include "clipinfo/open.h"
 
+#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <new>
 #include <variant>
 
+#include "toolbox/atoms/alias_record.h"
+#include "toolbox/atoms/malformed.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/read/read_movie.h"
+#include "toolbox/references/aliases.h"
 #include "toolbox/references/data_references.h"
+#include "toolbox/references/urls.h"
+#include "toolbox/text/unicode.h"
 #include "utils/visible.h"
 
 namespace clipinfo {
 
 using toolbox::Failure;
+using toolbox::FourCC;
+
+namespace {
+
+// The name of the file in an alias record without a path that this system understands.
+std::string NameInAlias(toolbox::ByteSpan record) try {
+  const toolbox::Alias alias = toolbox::ReadAlias(record);
+  if (!alias.colonPath.empty()) return alias.colonPath;
+  return alias.name ? toolbox::Utf8(toolbox::Repaired(*alias.name)) : alias.shortName;
+} catch (const toolbox::Malformed&) {
+  return {};
+}
+
+}  // namespace
 
 OpenedMovie OpenMovie(const std::string& name) {
   OpenedMovie opened{name, boost::filesystem::absolute(name), nullptr};
@@ -29,6 +49,17 @@ void Resolve(OpenedMovie& opened) {
       reference = toolbox::ReadDataReference(*entry, opened.path, true);
     }
   }
+}
+
+std::string StatedPlace(const toolbox::DataReferenceEntry& entry,
+                        const boost::filesystem::path& movie) {
+  if (entry.kind == FourCC{"alis"}) {
+    const auto path = toolbox::AbsoluteAliasPath(entry.data);
+    return path ? path->native() : NameInAlias(entry.data);
+  }
+  if (entry.kind != FourCC{"url "}) return {};
+  if (const auto path = toolbox::ResolveUrl(entry.data, movie)) return path->native();
+  return {entry.data.begin(), std::ranges::find(entry.data, 0)};
 }
 
 Failure CaughtFailure(const std::string& file) {

@@ -25,6 +25,11 @@ OpenedMovie OpenMovie(const std::string& name);
 // Unresolved.
 void Resolve(OpenedMovie& opened);
 
+// Where the file of an entry that was not resolved should be: its path, else its address or name.
+// Empty if the entry says nothing. `movie` is the path of the movie.
+std::string StatedPlace(const toolbox::DataReferenceEntry& entry,
+                        const boost::filesystem::path& movie);
+
 // The exception that is being handled as a failure; it names `file` if it names none. Rethrows one
 // that the toolbox does not know.
 toolbox::Failure CaughtFailure(const std::string& file);

@@ -89,8 +89,8 @@ class Proof {
     }
   }
 
-  // Compares all samples. The track that is behind in time is the next one, so that a file is read
-  // from its start to its end.
+  // Compares all samples. It always goes on with the track that is earliest in time, so that each
+  // file is read from its start to its end.
   void Run() {
     for (;;) {
       Comparison* next = nullptr;

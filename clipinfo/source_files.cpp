@@ -3,33 +3,10 @@
 #include <algorithm>
 #include <variant>
 
-#include "toolbox/atoms/alias_record.h"
-#include "toolbox/atoms/malformed.h"
 #include "toolbox/movie/presentation.h"
-#include "toolbox/references/aliases.h"
-#include "toolbox/references/urls.h"
 
 namespace clipinfo {
 namespace {
-
-using toolbox::FourCC;
-
-// The path of a file that was not found; for another kind of reference, what it says.
-std::string PathIn(const toolbox::Unresolved& entry, const boost::filesystem::path& referrer) {
-  if (entry.kind == FourCC{"alis"}) {
-    if (const auto path = toolbox::AbsoluteAliasPath(entry.data)) return path->native();
-    try {
-      return toolbox::ReadAlias(entry.data).shortName;
-    } catch (const toolbox::Malformed&) {
-      return {};
-    }
-  }
-  if (entry.kind == FourCC{"url "}) {
-    if (const auto path = toolbox::ResolveUrl(entry.data, referrer)) return path->native();
-    return {entry.data.begin(), std::ranges::find(entry.data, 0)};
-  }
-  return {};
-}
 
 // Adds a run that starts at `time`. Runs stay in order of time, even if samples are not.
 void AddRun(std::vector<FileRun>& runs, toolbox::MediaTime time, std::optional<std::size_t> file) {
@@ -92,7 +69,7 @@ SourceFile SourceFiles::FileOf(const toolbox::DataReference& reference) const {
   if (std::holds_alternative<toolbox::InMemory>(reference)) return {"data in the movie header", ""};
   SourceFile file;
   if (const auto* entry = std::get_if<toolbox::Unresolved>(&reference)) {
-    file.path = PathIn(*entry, opened_.path);
+    file.path = StatedPlace(*entry, opened_.path);
     file.isMissing = true;
   } else if (const auto* other = std::get_if<toolbox::OtherFile>(&reference)) {
     file.path = other->path.native();

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <boost/algorithm/hex.hpp>
-#include <boost/archive/iterators/base64_from_binary.hpp>
-#include <boost/archive/iterators/transform_width.hpp>
 #include <iterator>
 #include <optional>
 #include <utility>
 
+#include "toolbox/atoms/base64.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/mpeg4/mpeg4_descriptions.h"
 #include "toolbox/refused.h"
@@ -18,20 +17,6 @@ namespace {
 std::string Hex(ByteSpan bytes) {
   std::string text;
   boost::algorithm::hex(bytes.begin(), bytes.end(), std::back_inserter(text));
-  return text;
-}
-
-// Base64 with padding, RFC 4648 4.
-std::string Base64(Bytes bytes) {
-  namespace iterators = boost::archive::iterators;
-  using Digits =
-      iterators::base64_from_binary<iterators::transform_width<Bytes::const_iterator, 6, 8>>;
-  // The iterators read whole groups of three bytes, so zeros are added. Digits that have only bits
-  // of these zeros become '='.
-  const std::size_t padding = (3 - bytes.size() % 3) % 3;
-  bytes.resize(bytes.size() + padding);
-  std::string text(Digits(bytes.cbegin()), Digits(bytes.cend()));
-  text.replace(text.size() - padding, padding, padding, '=');
   return text;
 }
 

@@ -29,9 +29,10 @@ bool Overlap(const TrackRecord& a, const TrackRecord& b) {
 }
 
 // Makes `track` also show what `other` shows, at the same times; they do not overlap. Returns
-// false, and leaves the edits, if their samples cannot be in one track.
+// false, and changes nothing, if their samples cannot be in one track.
 bool Take(const TrackRecord& other, TrackRecord& track) {
-  const EditList before = track.edits;
+  const EditList edits = track.edits;
+  const MediaRecord media = *track.media;
   try {
     for (const Edit& edit : other.edits.Edits()) {
       if (edit.IsEmpty()) continue;
@@ -42,7 +43,8 @@ bool Take(const TrackRecord& other, TrackRecord& track) {
     }
     return true;
   } catch (const Refused&) {
-    track.edits = before;
+    track.edits = edits;
+    track.media = media;
     return false;
   }
 }
