@@ -1,16 +1,13 @@
 #include "clipinfo/hashes.h"
 
 #include <algorithm>
-#include <atomic>
-#include <exception>
 #include <iomanip>
-#include <mutex>
 #include <set>
 #include <span>
 #include <sstream>
-#include <thread>
 #include <variant>
 
+#include "toolbox/disk/side_by_side.h"
 #include "toolbox/references/sources.h"
 
 #define XXH_INLINE_ALL
@@ -112,27 +109,10 @@ void Hasher::RunTasks(std::size_t from, std::size_t to) {
     tasks.push_back({i, 1, isSmall});
   }
 
-  std::atomic<std::size_t> next = 0;
-  std::exception_ptr failed;
-  std::mutex failing;
-  const auto work = [&] {
-    try {
-      Bytes block;
-      for (std::size_t i = next++; i < tasks.size(); i = next++) Do(tasks[i], block);
-    } catch (...) {
-      next = tasks.size();
-      const std::lock_guard lock(failing);
-      if (!failed) failed = std::current_exception();
-    }
-  };
-  {
-    const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
-    std::vector<std::jthread> helpers;
-    // A thread takes as long to start as a few reads.
-    for (std::size_t i = 1; i < std::min(cores, tasks.size() / 4); ++i) helpers.emplace_back(work);
-    work();
-  }
-  if (failed) std::rethrow_exception(failed);
+  // A thread takes as long to start as a few reads.
+  constexpr std::uint64_t kFewestTasks = 4;
+  toolbox::SideBySide(tasks.size(), toolbox::ThreadsFor(tasks.size(), kFewestTasks),
+                      [&](std::uint64_t index, Bytes& block) { Do(tasks[index], block); });
 }
 
 void Hasher::Do(const Task& task, Bytes& block) const {

@@ -21,6 +21,15 @@ void Descriptor::Close() {
   if (close(std::exchange(number_, -1)) != 0 && errno != EINTR) throw RefusedBy(errno);
 }
 
+void WriteFully(int descriptor, std::uint64_t at, ByteSpan bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = Required(
+        [&] { return pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(at)); });
+    bytes = bytes.subspan(static_cast<std::size_t>(put));
+    at += static_cast<std::uint64_t>(put);
+  }
+}
+
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) return status;

@@ -1,12 +1,14 @@
-// A file descriptor that is closed by its destructor, and the status of a path.
+// A file descriptor that is closed by its destructor, writing to it, and the status of a path.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
+#include "toolbox/bytes.h"
 #include "toolbox/file_state.h"
 
 namespace toolbox {
@@ -35,6 +37,9 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+// Writes all of `bytes` at position `at` of an open file. Throws Refused.
+void WriteFully(int descriptor, std::uint64_t at, ByteSpan bytes);
 
 // The status of the file at `path`, after following links. Nothing if there is no such file. Throws
 // Refused on other errors, for example if a folder cannot be searched.

@@ -2,18 +2,12 @@
 
 #include <unistd.h>
 
+#include "toolbox/disk/descriptor.h"
 #include "toolbox/disk/system_error.h"
 
 namespace toolbox {
 
-void FileInPlace::Write(std::uint64_t at, ByteSpan bytes) {
-  while (!bytes.empty()) {
-    const ssize_t put =
-        Required([&] { return pwrite(file_, bytes.data(), bytes.size(), static_cast<off_t>(at)); });
-    bytes = bytes.subspan(static_cast<std::size_t>(put));
-    at += static_cast<std::uint64_t>(put);
-  }
-}
+void FileInPlace::Write(std::uint64_t at, ByteSpan bytes) { WriteFully(file_, at, bytes); }
 
 void FileInPlace::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                        std::uint64_t length) {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "toolbox/disk/attributes.h"
+#include "toolbox/disk/file_copier.h"
 #include "toolbox/disk/perform.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/disk/temporary_file.h"
@@ -23,10 +24,6 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// From this size on, a piece is worth a system call of its own.
-constexpr std::uint64_t kKernelPiece = 64 << 10;
-// The most that one system call copies, so that signals are handled in between.
-constexpr std::uint64_t kKernelStep = 1 << 30;
 constexpr std::uint64_t kFarthest = std::numeric_limits<off_t>::max();
 
 // Follows the symbolic links at `target`, even if the last one leads to no file yet. Without this,
@@ -101,25 +98,6 @@ bool Allocate([[maybe_unused]] int file, [[maybe_unused]] std::uint64_t size) {
   return false;
 }
 
-// Appends up to `length` bytes of `source` to `file` and returns their number. Returns nothing if
-// the kernel cannot copy between these files.
-std::optional<std::uint64_t> CopyInKernel([[maybe_unused]] int source,
-                                          [[maybe_unused]] std::uint64_t at,
-                                          [[maybe_unused]] int file,
-                                          [[maybe_unused]] std::uint64_t length) {
-#ifdef __linux__
-  auto from = static_cast<off_t>(at);
-  const ssize_t copied = Uninterrupted([&] {
-    return copy_file_range(source, &from, file, nullptr, std::min(length, kKernelStep), 0);
-  });
-  if (copied == 0) return std::nullopt;  // the source has ended; the caller reads on and reports it
-  if (copied > 0) return static_cast<std::uint64_t>(copied);
-  const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
-  if (std::ranges::find(cannot, errno) == std::end(cannot)) throw RefusedBy(errno);
-#endif
-  return std::nullopt;
-}
-
 }  // namespace
 
 struct OutputFile::State {
@@ -127,11 +105,11 @@ struct OutputFile::State {
   Existing existing = Existing::kReplace;
   Descriptor replaced;  // the existing file, locked; closed if there is none
   std::optional<TemporaryFile> temporary;
+  std::optional<FileCopier> copier;  // for `temporary`
   Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
   std::uint64_t written = 0;  // bytes in the file
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
-  bool kernelCopies = true;  // false after the kernel could not copy once
   bool isIntact = true;  // false during a step, so it stays false after a throw
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
@@ -152,34 +130,26 @@ struct OutputFile::State {
   }
 
   void Write(ByteSpan bytes) {
-    while (!bytes.empty()) {
+    if (temporary) {
+      WriteFully(File(), written, bytes);
+      written += bytes.size();
+      return;
+    }
+    while (!bytes.empty()) {  // a pipe has no positions
       const ssize_t put = Required([&] { return write(File(), bytes.data(), bytes.size()); });
       bytes = bytes.subspan(static_cast<std::size_t>(put));
       written += static_cast<std::uint64_t>(put);
     }
   }
 
-  // Lets the kernel copy until it cannot. Returns the number of bytes that were copied.
-  std::uint64_t CopyLarge(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-    std::uint64_t done = 0;
-    while (done < length) {
-      const auto copied = CopyInKernel(source.Descriptor(), at + done, File(), length - done);
-      kernelCopies = copied.has_value();
-      if (!kernelCopies) break;
-      done += *copied;
-    }
-    written += done;
-    return done;
-  }
-
-  // The kernel copies large pieces of a file, if it can. Everything else is read and written.
   void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
     CheckEnd(at, length, kFarthest);
-    std::uint64_t done = 0;
-    if (source.Descriptor() >= 0 && length >= kKernelPiece && kernelCopies) {
-      done = CopyLarge(source, at, length);
+    if (copier && source.Descriptor() >= 0 && length >= FileCopier::kSmallest) {
+      copier->Copy(written, source, at, length);
+      written += length;
+    } else {
+      ForEachBlock(source, at, length, [this](ByteSpan block) { Write(block); });
     }
-    ForEachBlock(source, at + done, length - done, [this](ByteSpan block) { Write(block); });
   }
 
   void Sync() {
@@ -216,8 +186,7 @@ OutputFile::OutputFile(const fs::path& target, Existing existing) try
   if (old && S_ISDIR(old->st_mode)) throw RefusedBy(EISDIR);
   if (old && existing == Existing::kRefuse) throw RefusedBy(EEXIST);
   if (old && !S_ISREG(old->st_mode)) {
-    // A device or a FIFO: it can be neither replaced nor copied to by the kernel.
-    state_->kernelCopies = false;
+    // A device or a FIFO: it cannot be replaced.
     state_->direct = Descriptor(target, O_WRONLY | O_NOCTTY);
     if (!state_->direct.IsOpen()) throw RefusedBy(errno);
     return;
@@ -229,6 +198,7 @@ OutputFile::OutputFile(const fs::path& target, Existing existing) try
   }
   if (old) state_->replaced = OpenToReplace(path, existing);
   state_->temporary.emplace(path);
+  state_->copier.emplace(state_->temporary->File().Number());
   if (old) CopyAttributes(state_->replaced, state_->temporary->File());
 } catch (Failure& failure) {
   failure.NameFile(target.native());

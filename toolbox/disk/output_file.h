@@ -40,7 +40,7 @@ class OutputFile final : public Disk {
   std::uint64_t Position() const;
 
   void Write(std::uint64_t at, ByteSpan bytes) override;
-  // The kernel copies large pieces itself, if it can.
+  // Large pieces of files are copied by a FileCopier.
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
             std::uint64_t length) override;
   void Reserve(std::uint64_t size) override;

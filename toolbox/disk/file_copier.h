@@ -1,0 +1,39 @@
+// Copies large pieces from one file to another in the fastest way that the system offers.
+#pragma once
+
+#include <cstdint>
+
+#include "toolbox/disk/byte_source.h"
+
+namespace toolbox {
+
+// Copies into one file. Sizes and positions are in bytes.
+class FileCopier {
+ public:
+  // Smaller pieces are not worth a system call of their own.
+  static constexpr std::uint64_t kSmallest = 64 << 10;
+
+  // `file` is a regular file that is open for writing. It stays open while this object is used.
+  explicit FileCopier(int file) : file_(file) {}
+
+  // Returns the block size of the file system if the file can share blocks with `source`, so that
+  // a copy takes no room and almost no time. Otherwise returns 0. This is found out by a trial,
+  // so the file must be empty. Then Copy shares all whole blocks of a piece whose two positions
+  // differ by a multiple of that size.
+  std::uint64_t FindSharing(const ByteSource& source);
+
+  // Copies the bytes [from, from + length) of `source`, which has a descriptor, to position `at`.
+  // Throws Refused: eofErr (the source ends too early), and what reading and writing throw.
+  void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from, std::uint64_t length);
+
+ private:
+  // The same without sharing.
+  void CopyBytes(std::uint64_t at, const ByteSource& source, std::uint64_t from,
+                 std::uint64_t length);
+
+  int file_;
+  std::uint64_t shared_ = 0;  // the block size, if blocks can be shared
+  bool kernelCopies_ = true;  // false after the kernel could not copy once
+};
+
+}  // namespace toolbox
