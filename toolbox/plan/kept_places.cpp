@@ -9,6 +9,34 @@
 #include "toolbox/refused.h"
 
 namespace toolbox {
+namespace {
+
+// Visits the pieces of samples one after the other, when it is asked for the next one.
+class PieceWalk {
+ public:
+  PieceWalk(const SampleTable& samples, SampleRange range) : samples_(samples), left_(range) {
+    Next();
+  }
+  // The current piece; null after the last one.
+  const SamplePiece* Piece() const { return at_ < pieces_.size() ? &pieces_[at_] : nullptr; }
+  void Next() {
+    constexpr std::uint64_t kSamplesAtOnce = 4096;
+    if (++at_ < pieces_.size() || left_.IsEmpty()) return;
+    const SampleRange next{left_.from, std::min(left_.to, left_.from + kSamplesAtOnce)};
+    left_.from = next.to;
+    pieces_.clear();
+    at_ = 0;
+    ForEachPiece(samples_, next, [this](const SamplePiece& piece) { pieces_.push_back(piece); });
+  }
+
+ private:
+  const SampleTable& samples_;
+  SampleRange left_;  // samples that are not in `pieces_` yet
+  std::vector<SamplePiece> pieces_;
+  std::size_t at_ = 0;
+};
+
+}  // namespace
 
 std::string KeptPlaces::FileOf(const DataReference& reference) const {
   if (const auto* other = std::get_if<OtherFile>(&reference)) return other->path.native();
@@ -87,6 +115,64 @@ std::vector<KeptPlaces::Block> KeptPlaces::MakeBlocks() {
   return blocks;
 }
 
+bool KeptPlaces::SplitBlock(const Block& block, std::vector<Extent>& parts) const {
+  // More blocks than this take longer to copy than new chunks.
+  constexpr std::uint64_t kAlways = 8, kBytesForEach = 1 << 20;
+  std::uint64_t gapsLeft = kAlways + block.range.length / kBytesForEach;
+  constexpr std::size_t kNone = SIZE_MAX;
+  struct Walk {
+    const Extent* whole;
+    PieceWalk pieces;
+    std::size_t open = kNone;  // the part that the next piece continues, as an index of `parts`
+    std::uint64_t Offset() const { return pieces.Piece() ? pieces.Piece()->offset : UINT64_MAX; }
+  };
+  std::vector<Walk> walks;
+  for (const Extent* extent : block.extents) {
+    const std::uint64_t first = extent->stretch.sample;
+    walks.push_back({extent, PieceWalk(plan_.tracks[extent->track].source->media->samples,
+                                       {first, first + extent->stretch.count})});
+  }
+  // The pieces of all walks in the order of the file.
+  std::uint64_t end = block.range.at;
+  while (true) {
+    Walk& walk = *std::ranges::min_element(walks, {}, &Walk::Offset);
+    const SamplePiece* piece = walk.pieces.Piece();
+    if (piece == nullptr) return true;
+    if (piece->offset < end) return false;
+    if (piece->offset > end) {
+      if (gapsLeft-- == 0) return false;
+      for (Walk& other : walks) other.open = kNone;
+    }
+    if (walk.open == kNone) {
+      walk.open = parts.size();
+      Extent& part = parts.emplace_back(*walk.whole);
+      part.begin = piece->offset;
+      part.filled = 0;
+      part.stretch = {.sample = piece->sample, .source = piece->offset};
+    }
+    Extent& part = parts[walk.open];
+    part.filled += piece->size;
+    part.stretch.count += piece->count;
+    part.end = end = piece->offset + piece->size;
+    walk.pieces.Next();
+  }
+}
+
+bool KeptPlaces::SplitAtGaps(const std::vector<Block>& blocks) {
+  std::vector<Extent> parts;
+  for (const Block& block : blocks) {
+    if (block.filled == block.range.length) {
+      for (const Extent* extent : block.extents) parts.push_back(*extent);
+    } else if (!SplitBlock(block, parts)) {
+      return false;
+    }
+  }
+  std::ranges::sort(parts, {},
+                    [](const Extent& part) { return std::pair(part.track, part.stretch.sample); });
+  extents_ = std::move(parts);
+  return true;
+}
+
 std::optional<std::uint64_t> KeptPlaces::PlaceAt(const TrackPlan& track, MovieTime time) const {
   const std::vector<Edit>& edits = track.source->edits.Edits();
   const SampleTable& samples = track.source->media->samples;
@@ -141,9 +227,12 @@ bool KeptPlaces::IsInterleaved() const {
 
 bool KeptPlaces::Take() {
   std::vector<Block> blocks = MakeBlocks();
-  // A gap would copy unused bytes. Overlapping extents fill a block more than once.
+  // Unused bytes are not copied: they may be what the user has cut off.
   const auto isFull = [](const Block& block) { return block.filled == block.range.length; };
-  if (!std::ranges::all_of(blocks, isFull)) return false;
+  if (!std::ranges::all_of(blocks, isFull)) {
+    if (!SplitAtGaps(blocks)) return false;
+    blocks = MakeBlocks();
+  }
   std::ranges::stable_sort(blocks, {}, &Block::shown);
   std::uint64_t size = plan_.dataSize;
   for (Block& block : blocks) {

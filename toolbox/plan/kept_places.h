@@ -11,13 +11,13 @@
 
 namespace toolbox {
 
-// Collects the places of the samples of all tracks of a plan. If the samples fill blocks of their
-// files without a gap, and pictures and sound of the same time are close together, the output gets
-// these blocks as its media data:
+// Collects the places of the samples of all tracks of a plan. If the samples fill large blocks of
+// their files, and pictures and sound of the same time are close together, the output gets these
+// blocks as its media data:
 //
-//   source file   | header | v a v a v a v a | header | ...
-//                          [---- block ------]           one extent per track, here v and a
-//   media data    | v a v a v a v a | next block | ...
+//   source file   | header | v a v a v a v a | unused | v a v a | header | ...
+//                          [---- block ------]        [ block ]    one extent per track in each
+//   media data    | v a v a v a v a | v a v a | next block | ...
 class KeptPlaces {
  public:
   explicit KeptPlaces(FilePlan& plan) : plan_(plan) {}
@@ -29,13 +29,14 @@ class KeptPlaces {
   bool Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends);
   // The number of chunks that the samples so far have in their files.
   std::uint64_t Chunks() const { return chunks_; }
-  // Puts blocks and stretches into the plan. Returns false, and plans nothing, if there are gaps
-  // between the samples or if they are not interleaved.
+  // Puts blocks and stretches into the plan. Returns false, and plans nothing, if many bytes
+  // between the samples are unused, if bytes are used twice, or if the samples are not interleaved.
   bool Take();
 
  private:
   // Added samples of one track that are in one file, from byte `begin` to byte `end`. `filled` is
-  // the sum of their sizes, which is less than end - begin if there are gaps.
+  // the sum of their sizes. It is less than end - begin if samples of other tracks, or unused
+  // bytes, are between them.
   struct Extent {
     std::string file;  // its path
     const DataReference* from = nullptr;
@@ -56,6 +57,11 @@ class KeptPlaces {
   // The path of a file that can be copied from; empty for anything else.
   std::string FileOf(const DataReference& reference) const;
   std::vector<Block> MakeBlocks();
+  // Splits extents wherever a block has unused bytes, so that the blocks made of them have none.
+  // Returns false if that would make too many blocks, or if bytes are used twice.
+  bool SplitAtGaps(const std::vector<Block>& blocks);
+  // Adds the parts of the extents of one block to `parts`.
+  bool SplitBlock(const Block& block, std::vector<Extent>& parts) const;
   // Whether the stretches in the plan are interleaved well enough to play.
   bool IsInterleaved() const;
   // The place in the media data, in bytes, of the sample that a track shows at `time`. Nothing if

@@ -17,7 +17,8 @@ constexpr std::uint64_t kStart = 100;  // of the media data in the source
 // `together` samples alternate between the two.
 class KeptPlaces : public InFolder {
  protected:
-  void Interleave(std::uint32_t together) {
+  void Interleave(std::uint32_t together, std::uint64_t gap = 0) {
+    gap_ = gap;
     movie_.file = OtherFile{Store("media", {})};
     boost::filesystem::resize_file(folder_ / "media", 1 << 20);
     AddTrack(kVideo, 30, together, kStart, 40ULL * together);
@@ -30,7 +31,7 @@ class KeptPlaces : public InFolder {
     rows->chunkOffsets = {};
     rows->AddChunks(0, 10 / together, together, 0);
     for (std::uint32_t chunk = 0; chunk < 10 / together; ++chunk) {
-      rows->chunkOffsets.Add(at + chunk * step);
+      rows->chunkOffsets.Add(at + chunk * step + (chunk < 5 ? 0 : gap_));
     }
     AddPlainTrack(movie_, type, 600, rows);
   }
@@ -57,6 +58,7 @@ class KeptPlaces : public InFolder {
   }
 
   MovieRecord movie_;
+  std::uint64_t gap_ = 0;  // unused bytes in the middle of the media data
 };
 
 TEST_F(KeptPlaces, AFileThatIsInterleavedIsCopiedAsItLies) {
@@ -65,6 +67,16 @@ TEST_F(KeptPlaces, AFileThatIsInterleavedIsCopiedAsItLies) {
   ASSERT_EQ(plan.blocks.size(), 1U);
   EXPECT_EQ(plan.blocks[0].at, kStart);
   EXPECT_EQ(plan.blocks[0].length, 400U);
+  ExpectEverySampleCopied(plan);
+}
+
+TEST_F(KeptPlaces, UnusedBytesSplitTheFileIntoBlocks) {
+  Interleave(1, 7);
+  const FilePlan plan = Flattened();
+  ASSERT_EQ(plan.blocks.size(), 2U);
+  EXPECT_EQ(plan.blocks[1].at, kStart + 207);
+  EXPECT_EQ(plan.blocks[1].destination, 200U);
+  EXPECT_EQ(plan.dataSize, 400U);
   ExpectEverySampleCopied(plan);
 }
 
