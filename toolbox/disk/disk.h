@@ -14,6 +14,11 @@ class Disk {
  public:
   virtual ~Disk() = default;
 
+  // The number of threads that are to copy `bytes` bytes of media to this disk. `source` is one of
+  // the sources. If it is more than 1, Write and Copy may be called by that many threads at the
+  // same time, and in any order.
+  virtual std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes);
+
   // Writes `bytes` at position `at`. They need not live after the call.
   virtual void Write(std::uint64_t at, ByteSpan bytes) = 0;
   // Copies the bytes [from, from + length) of `source` to position `at`. Throws eofErr if the
@@ -30,5 +35,7 @@ class Disk {
   // Gives a new file its name. No other operation may follow.
   virtual void TakeName() = 0;
 };
+
+inline std::uint64_t Disk::ThreadsToCopy(const ByteSource&, std::uint64_t) { return 1; }
 
 }  // namespace toolbox

@@ -25,8 +25,8 @@
 namespace toolbox {
 namespace {
 
-// What one thread reads and writes at once. With 64 KiB or with 1 MiB, two threads take longer.
-constexpr std::uint64_t kThreadBlock = 256 << 10;
+// What is read and written at once. With 64 KiB or with 1 MiB, two threads take longer.
+constexpr std::uint64_t kBlock = 256 << 10;
 
 #ifdef __linux__
 
@@ -98,17 +98,6 @@ bool IsOnSpinningDisk(int) { return false; }
 
 #endif
 
-// The number of threads that are to copy the bytes [from, from + length) of `source` to `file`.
-std::uint64_t ThreadsForCopy(int file, int source, std::uint64_t from, std::uint64_t length) {
-  // More threads than this only wait for the lock of the new file. To start a thread takes as long
-  // as to copy one block.
-  constexpr std::uint64_t kMost = 4, kFewestBlocks = 2;
-  const std::uint64_t threads = std::min(kMost, ThreadsFor(length / kThreadBlock, kFewestBlocks));
-  if (threads == 1 || IsRemote(file)) return 1;
-  // On a spinning disk, threads would make the head move to and fro.
-  return AreInMemory(source, from, length) || !IsOnSpinningDisk(source) ? threads : 1;
-}
-
 }  // namespace
 
 std::uint64_t FileCopier::FindSharing(const ByteSource& source) {
@@ -118,6 +107,19 @@ std::uint64_t FileCopier::FindSharing(const ByteSource& source) {
   if (source.Size() < block || !Share(file_, 0, source.Descriptor(), 0, block)) return 0;
   Required([this] { return ftruncate(file_, 0); });
   return shared_ = block;
+}
+
+std::uint64_t FileCopier::ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
+  // More threads than this only wait for the lock of the new file.
+  constexpr std::uint64_t kMost = 4, kFewestBytes = 1 << 20;
+  const int file = source.Descriptor();
+  const std::uint64_t threads = std::min(kMost, ThreadsFor(bytes, kFewestBytes));
+  if (threads == 1 || shared_ != 0 || file < 0 || IsRemote(file_)) return 1;
+  // On a spinning disk, threads would make the head move to and fro.
+  if (!AreInMemory(file, 0, source.Size()) && IsOnSpinningDisk(file)) return 1;
+  // The kernel holds the lock while it copies. Reading needs no lock.
+  kernelCopies_ = false;
+  return threads;
 }
 
 void FileCopier::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
@@ -135,21 +137,21 @@ void FileCopier::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t 
 
 void FileCopier::CopyBytes(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                            std::uint64_t length) {
-  const std::uint64_t threads = ThreadsForCopy(file_, source.Descriptor(), from, length);
-  std::uint64_t done = 0;
-  while (threads == 1 && kernelCopies_ && length - done >= kSmallest) {
-    const std::uint64_t copied =
-        CopyInKernel(file_, at + done, source.Descriptor(), from + done, length - done);
-    kernelCopies_ = copied != 0;
-    done += copied;
+  while (kernelCopies_ && length >= kSmallest) {
+    const std::uint64_t copied = CopyInKernel(file_, at, source.Descriptor(), from, length);
+    if (copied == 0) kernelCopies_ = false;
+    at += copied;
+    from += copied;
+    length -= copied;
   }
-  const std::uint64_t step = threads == 1 ? kSmallest : kThreadBlock;
-  SideBySide((length - done + step - 1) / step, threads, [&](std::uint64_t index, Bytes& block) {
-    const std::uint64_t start = done + index * step;
-    block.resize(std::min(step, length - start));
-    source.Read(from + start, block);
-    WriteFully(file_, at + start, block);
-  });
+  Bytes block;
+  for (; length != 0; length -= block.size()) {
+    block.resize(std::min(length, kBlock));
+    source.Read(from, block);
+    WriteFully(file_, at, block);
+    at += block.size();
+    from += block.size();
+  }
 }
 
 }  // namespace toolbox

@@ -1,6 +1,7 @@
 // Copies large pieces from one file to another in the fastest way that the system offers.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "toolbox/disk/byte_source.h"
@@ -22,8 +23,13 @@ class FileCopier {
   // differ by a multiple of that size.
   std::uint64_t FindSharing(const ByteSource& source);
 
+  // The number of threads that are to copy `bytes` bytes of several sources side by side. `source`
+  // is one of them.
+  std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes);
+
   // Copies the bytes [from, from + length) of `source`, which has a descriptor, to position `at`.
-  // Throws Refused: eofErr (the source ends too early), and what reading and writing throw.
+  // As many threads as ThreadsToCopy has returned may call it at the same time. Throws Refused:
+  // eofErr (the source ends too early), and what reading and writing throw.
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from, std::uint64_t length);
 
  private:
@@ -33,7 +39,8 @@ class FileCopier {
 
   int file_;
   std::uint64_t shared_ = 0;  // the block size, if blocks can be shared
-  bool kernelCopies_ = true;  // false after the kernel could not copy once
+  // False after the kernel could not copy once, and while several threads copy.
+  std::atomic<bool> kernelCopies_ = true;
 };
 
 }  // namespace toolbox

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <csignal>
@@ -108,30 +109,36 @@ struct OutputFile::State {
   std::optional<FileCopier> copier;  // for `temporary`
   Descriptor direct;  // open instead of `temporary` if the target is no regular file
 
-  std::uint64_t written = 0;  // bytes in the file
+  std::atomic<std::uint64_t> written = 0;  // bytes
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
-  bool isIntact = true;  // false during a step, so it stays false after a throw
+  bool takesAnyOrder = false;  // so that several threads may write
+  std::atomic<bool> hasFailed = false;
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
 
   // Runs `body`, unless an earlier step threw. A file with a missing part must not get its name,
   // even if the caller goes on after an error.
   void Step(auto body) try {
-    if (!std::exchange(isIntact, false)) throw Refused{ioErr, "an earlier write has failed"};
+    if (hasFailed) throw Refused{ioErr, "an earlier write has failed"};
     body();
-    isIntact = true;
   } catch (Failure& failure) {
+    hasFailed = true;
     failure.NameFile(target.native());
+    throw;
+  } catch (...) {
+    hasFailed = true;
     throw;
   }
 
   void CheckPlace(std::uint64_t at) const {
-    if (at != written) throw Refused{ioErr, "a write is not at the end of the file"};
+    if (!takesAnyOrder && at != written) {
+      throw Refused{ioErr, "a write is not at the end of the file"};
+    }
   }
 
-  void Write(ByteSpan bytes) {
+  void Write(std::uint64_t at, ByteSpan bytes) {
     if (temporary) {
-      WriteFully(File(), written, bytes);
+      WriteFully(File(), at, bytes);
       written += bytes.size();
       return;
     }
@@ -142,14 +149,25 @@ struct OutputFile::State {
     }
   }
 
-  void Copy(const ByteSource& source, std::uint64_t at, std::uint64_t length) {
-    CheckEnd(at, length, kFarthest);
+  void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from, std::uint64_t length) {
+    CheckEnd(from, length, kFarthest);
     if (copier && source.Descriptor() >= 0 && length >= FileCopier::kSmallest) {
-      copier->Copy(written, source, at, length);
+      copier->Copy(at, source, from, length);
       written += length;
-    } else {
-      ForEachBlock(source, at, length, [this](ByteSpan block) { Write(block); });
+      return;
     }
+    ForEachBlock(source, from, length, [&](ByteSpan block) {
+      Write(at, block);
+      at += block.size();
+    });
+  }
+
+  std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
+    // Without room reserved, some file systems would first write zeros up to a later place.
+    if (!temporary || reserved == 0) return 1;
+    const std::uint64_t threads = copier->ThreadsToCopy(source, bytes);
+    takesAnyOrder = threads > 1;
+    return threads;
   }
 
   void Sync() {
@@ -209,10 +227,14 @@ OutputFile::~OutputFile() = default;
 
 std::uint64_t OutputFile::Position() const { return state_->written; }
 
+std::uint64_t OutputFile::ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
+  return state_->ThreadsToCopy(source, bytes);
+}
+
 void OutputFile::Write(std::uint64_t at, ByteSpan bytes) {
   state_->Step([&] {
     state_->CheckPlace(at);
-    state_->Write(bytes);
+    state_->Write(at, bytes);
   });
 }
 
@@ -220,7 +242,7 @@ void OutputFile::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t 
                       std::uint64_t length) {
   state_->Step([&] {
     state_->CheckPlace(at);
-    state_->Copy(source, from, length);
+    state_->Copy(at, source, from, length);
   });
 }
 

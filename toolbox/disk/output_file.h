@@ -14,8 +14,8 @@ namespace toolbox {
 enum class Existing { kReplace, kRefuse, kLocked };
 
 // The file is written from start to end: every Write and Copy must be at Position(), or it throws
-// ioErr. The target does not change before TakeName. After a call has thrown, every later call
-// throws ioErr.
+// ioErr. Only several threads that copy may write in any order. The target does not change before
+// TakeName. After a call has thrown, every later call throws ioErr.
 //
 //   no name, or .name.XXXXXX   while it is written, in the folder of the target: a TemporaryFile
 //   name                       after TakeName: a reader sees the whole old or the whole new file
@@ -36,9 +36,10 @@ class OutputFile final : public Disk {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // The number of bytes so far, which is where the next byte goes.
+  // The number of bytes so far, which is where the next byte goes unless several threads copy.
   std::uint64_t Position() const;
 
+  std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) override;
   void Write(std::uint64_t at, ByteSpan bytes) override;
   // Large pieces of files are copied by a FileCopier.
   void Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,

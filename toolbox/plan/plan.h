@@ -1,6 +1,7 @@
 // The plan of an output file: its contents and their places, before anything is written.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -83,6 +84,19 @@ struct CopyRange {
   std::uint64_t destination = 0;  // bytes from the start of the media data
 };
 
+// A part of the media data of the output: the bytes [from, to) from its start.
+struct DataWindow {
+  std::uint64_t from = 0, to = UINT64_MAX;
+
+  // The part of `range` that goes into the window. Its length is 0 if there is none.
+  CopyRange PartOf(CopyRange range) const {
+    const std::uint64_t end = std::min(to, range.destination + range.length);
+    const std::uint64_t skipped = std::max(from, range.destination) - range.destination;
+    const std::uint64_t start = range.destination + skipped;
+    return {range.from, range.at + skipped, start < end ? end - start : 0, start};
+  }
+};
+
 // Everything from byte `from` of the movie's own file on, up to the next shift, moves by `by`
 // bytes.
 struct OffsetShift {
@@ -139,21 +153,45 @@ struct FilePlan {
   std::vector<OffsetShift> shifts;
   FileKind kind = FileKind::kQuickTime;
 
-  // Calls visit(CopyRange) for all media data that is copied, in order of destination. Packed
-  // samples that are adjacent in source and output come as one range.
+  // Calls visit(CopyRange) for all media data that is copied and whose destination is in `window`,
+  // in order of destination. Packed samples that are adjacent in source and output come as one
+  // range.
   template <class Visit>
-  void ForEachRange(Visit&& visit) const;
+  void ForEachRange(DataWindow window, Visit&& visit) const;
+
+ private:
+  const PackedChunk& ChunkOf(const ChunkReference& reference) const {
+    return std::get<PackedChunks>(tracks[reference.track].places)[reference.chunk];
+  }
 };
 
 template <class Visit>
-void FilePlan::ForEachRange(Visit&& visit) const {
-  for (const CopyRange& block : gps) visit(block);
-  for (const CopyRange& block : blocks) visit(block);
+void FilePlan::ForEachRange(DataWindow window, Visit&& visit) const {
+  const auto visitAll = [&](const std::vector<CopyRange>& ranges) {
+    const auto endsBefore = [&](const CopyRange& range) {
+      return range.destination + range.length <= window.from;
+    };
+    for (auto range = std::ranges::partition_point(ranges, endsBefore);
+         range != ranges.end() && range->destination < window.to; ++range) {
+      visit(window.PartOf(*range));
+    }
+  };
+  visitAll(gps);
+  visitAll(blocks);
   CopyRange open;
-  for (const ChunkReference& reference : order) {
-    const TrackPlan& track = tracks[reference.track];
-    const PackedChunk& chunk = std::get<PackedChunks>(track.places)[reference.chunk];
-    const MediaRecord& media = *track.source->media;
+  const auto close = [&] {
+    const CopyRange part = window.PartOf(open);
+    if (part.length != 0) visit(part);
+  };
+  const auto endsBefore = [&](const ChunkReference& reference) {
+    const PackedChunk& chunk = ChunkOf(reference);
+    return chunk.destination + chunk.size <= window.from;
+  };
+  for (auto reference = std::ranges::partition_point(order, endsBefore); reference != order.end();
+       ++reference) {
+    const PackedChunk& chunk = ChunkOf(*reference);
+    if (chunk.destination >= window.to) break;
+    const MediaRecord& media = *tracks[reference->track].source->media;
     std::uint64_t destination = chunk.destination;
     ForEachPiece(media.samples, {chunk.sample, chunk.sample + chunk.count},
                  [&](const SamplePiece& piece) {
@@ -162,14 +200,14 @@ void FilePlan::ForEachRange(Visit&& visit) const {
                        open.destination + open.length == destination) {
                      open.length += piece.size;
                    } else {
-                     if (open.length != 0) visit(std::as_const(open));
+                     close();
                      open = {&from, piece.offset, piece.size, destination};
                    }
                    destination += piece.size;
                  });
   }
-  if (open.length != 0) visit(std::as_const(open));
-  for (const CopyRange& range : auxiliary) visit(range);
+  close();
+  visitAll(auxiliary);
 }
 
 }  // namespace toolbox

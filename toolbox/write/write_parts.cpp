@@ -3,13 +3,16 @@
 #include <algorithm>
 
 #include "toolbox/disk/piece_writer.h"
+#include "toolbox/disk/side_by_side.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/refused.h"
 
 namespace toolbox {
 namespace {
 
-// The most bytes to copy at once, so that progress is reported during a long range too.
-constexpr std::uint64_t kLongestCopy = 64 << 20;
+// The bytes of media data that a thread copies before it takes the next window, and before progress
+// is reported.
+constexpr std::uint64_t kWindow = 16 << 20;
 
 }  // namespace
 
@@ -39,14 +42,28 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
+  const std::uint64_t windows = (part.size + kWindow - 1) / kWindow;
+  SideBySide(windows, ThreadsToCopy(part, disk), [&](std::uint64_t index, Bytes&) {
+    CopyWindow({index * kWindow, (index + 1) * kWindow}, part.at, disk);
+  });
+}
+
+std::uint64_t PartsWriter::ThreadsToCopy(const WritePart& part, Disk& disk) const {
+  std::uint64_t threads = 1;
+  const auto ask = [&](const CopyRange& range) {
+    threads = disk.ThreadsToCopy(*OpenSource(*range.from, plan_.ownFile), part.size);
+  };
+  plan_.ForEachRange({0, 1}, ask);
+  return threads;
+}
+
+void PartsWriter::CopyWindow(DataWindow window, std::uint64_t at, Disk& disk) {
+  OpenSources sources(plan_.ownFile);
   PieceWriter writer(disk);
-  plan_.ForEachRange([&](const CopyRange& range) {
-    const ByteSource& source = sources_.Open(*range.from, [&writer] { writer.ForgetSources(); });
-    for (std::uint64_t done = 0, length = 0; done < range.length; done += length) {
-      length = std::min(range.length - done, kLongestCopy);
-      writer.Copy(part.at + range.destination + done, source, range.at + done, length);
-      Report(length);
-    }
+  plan_.ForEachRange(window, [&](const CopyRange& range) {
+    const ByteSource& source = sources.Open(*range.from, [&writer] { writer.ForgetSources(); });
+    writer.Copy(at + range.destination, source, range.at, range.length);
+    Report(range.length);
   });
   writer.Flush();
 }
@@ -68,10 +85,11 @@ void PartsWriter::Report(std::uint64_t bytes) {
   // The bytes between two reports: few enough for a user who waits, and too many for the reports to
   // cost time.
   constexpr std::uint64_t kStep = 8 << 20;
-  done_ += bytes;
-  if (!plan_.movie->progress || done_ - reported_ < kStep) return;
-  reported_ = done_;
-  plan_.movie->progress(done_, plan_.dataSize);
+  const std::uint64_t done = done_ += bytes;
+  const bool isCaller = std::this_thread::get_id() == caller_;
+  if (!isCaller || !plan_.movie->progress || done - reported_ < kStep) return;
+  reported_ = done;
+  plan_.movie->progress(done, plan_.dataSize);
 }
 
 void LoadTables(const FilePlan& plan) {

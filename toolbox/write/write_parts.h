@@ -1,12 +1,13 @@
 // Makes the parts of a file that are not bytes in its steps: movie header and media data.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 #include "toolbox/disk/perform.h"
 #include "toolbox/plan/plan.h"
-#include "toolbox/references/sources.h"
 #include "toolbox/write/write_movie.h"
 
 namespace toolbox {
@@ -15,8 +16,7 @@ namespace toolbox {
 // are opened when they are needed.
 class PartsWriter {
  public:
-  PartsWriter(const FilePlan& plan, MovieWriter& header)
-      : plan_(plan), header_(header), sources_(plan.ownFile) {}
+  PartsWriter(const FilePlan& plan, MovieWriter& header) : plan_(plan), header_(header) {}
 
   // Performs all stages and reports progress to the movie's callback. Throws Refused: ioErr (made
   // media data has another size than planned, because its source has changed), and what reading and
@@ -26,15 +26,21 @@ class PartsWriter {
  private:
   void Write(const WritePart& part, Disk& disk);
   void WriteHeader(const WritePart& part, Disk& disk);
+  // Copies the media data, window by window.
   void CopyMedia(const WritePart& part, Disk& disk);
+  std::uint64_t ThreadsToCopy(const WritePart& part, Disk& disk) const;
+  // `at` is the position of the media data.
+  void CopyWindow(DataWindow window, std::uint64_t at, Disk& disk);
   void MakeMedia(const WritePart& part, Disk& disk);
   // Adds `bytes` to the media data done, and reports progress if it is time.
   void Report(std::uint64_t bytes);
 
   const FilePlan& plan_;
   MovieWriter& header_;
-  OpenSources sources_;
-  std::uint64_t done_ = 0, reported_ = 0;  // bytes of media data
+  const std::thread::id caller_ = std::this_thread::get_id();
+  // Bytes of media data. Only the calling thread reports.
+  std::atomic<std::uint64_t> done_ = 0;
+  std::uint64_t reported_ = 0;
 };
 
 // Loads the sample tables of the source into memory, so that later changes of their files do not

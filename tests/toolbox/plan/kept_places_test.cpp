@@ -41,7 +41,7 @@ class KeptPlaces : public InFolder {
   // Checks that each byte of a sample in the output is a copy of the same byte in the source.
   void ExpectEverySampleCopied(const FilePlan& plan) {
     std::vector<std::uint64_t> sourceOf(plan.dataSize);
-    plan.ForEachRange([&](const CopyRange& range) {
+    plan.ForEachRange({}, [&](const CopyRange& range) {
       for (std::uint64_t i = 0; i < range.length; ++i)
         sourceOf[range.destination + i] = range.at + i;
     });

@@ -29,7 +29,7 @@ std::vector<Range> SamplesOf(const TrackPlan& track) {
 std::vector<Range> CopiesOf(const FilePlan& plan) {
   std::vector<Range> copies;
   std::uint64_t destination = 0;
-  plan.ForEachRange([&](const CopyRange& range) {
+  plan.ForEachRange({}, [&](const CopyRange& range) {
     EXPECT_EQ(range.destination, destination);
     destination += range.length;
     copies.emplace_back(range.at, range.length);
