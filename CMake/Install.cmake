@@ -56,7 +56,7 @@ configure_package_config_file(CMake/ReelworkConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/ReelworkConfig.cmake
-  ${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake CMake/FindDeflate.cmake
+  ${PROJECT_BINARY_DIR}/ReelworkConfigVersion.cmake CMake/FindDeflate.cmake CMake/FindIsal.cmake
   DESTINATION ${package} COMPONENT development)
 
 # Relative to the place of the pkg-config file, so that the installed tree can be moved.

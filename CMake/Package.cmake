@@ -26,7 +26,7 @@ sample plays. clipinfo shows, checks, compares and draws movies.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libreelwork-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "libboost-filesystem-dev, libdeflate-dev, libicu-dev")
+  "libboost-filesystem-dev, libdeflate-dev, libicu-dev, libisal-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "A static library with the calls that the commands of the package reelwork
 use: open a movie, cut and join tracks, and write it. CMake and pkg-config
 find it.")

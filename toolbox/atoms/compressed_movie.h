@@ -2,15 +2,35 @@
 // contains the compressed bytes of the real 'moov'.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "toolbox/bytes.h"
 
 namespace toolbox {
 
-// `movie` is a whole 'moov', size and type included. Returns a whole 'moov' with `movie` compressed
-// inside. Throws std::bad_alloc.
-Bytes CompressMovie(ByteSpan movie);
+// Compresses a whole 'moov', size and type included, that is made piece by piece.
+class MovieDeflater {
+ public:
+  MovieDeflater();
+  ~MovieDeflater();
+  MovieDeflater(const MovieDeflater&) = delete;
+  MovieDeflater& operator=(const MovieDeflater&) = delete;
+
+  // Adds the next piece, of less than 4 GiB.
+  void Append(ByteSpan bytes);
+  // Returns a whole 'moov' with the compressed one inside, after all of that was added. Returns
+  // nothing if it is so much shorter that Inflate would refuse it.
+  std::optional<Bytes> Finish();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+// Returns a whole 'moov' with the whole 'moov' `movie` inside. It has the form of a compressed one,
+// but the bytes are stored as they are.
+Bytes StoreMovie(ByteSpan movie);
 
 // Decompresses a movie header. `content` is that of a 'cmov'; the result is the content of the real
 // 'moov'. Throws Malformed, and Refused (cantFindHandler) if the compression method is unknown.

@@ -195,7 +195,12 @@ Bytes MovieWriter::Encode(std::uint64_t dataStart) {
   return movie;
 }
 
-Bytes MovieWriter::Compress(std::uint64_t dataStart) { return CompressMovie(Encode(dataStart)); }
+Bytes MovieWriter::Compress(std::uint64_t dataStart) {
+  MovieDeflater deflater;
+  Write(dataStart, [&deflater](ByteSpan block) { deflater.Append(block); });
+  std::optional<Bytes> movie = deflater.Finish();
+  return movie ? std::move(*movie) : StoreMovie(Encode(dataStart));
+}
 
 Bytes FileTypeOf(const FilePlan& plan) {
   if (plan.kind != FileKind::kMpeg4) {

@@ -31,6 +31,12 @@ std::vector<Range> Places(const MediaRecord& media) {
   return places;
 }
 
+Bytes Compressed(const Bytes& movie) {
+  MovieDeflater deflater;
+  deflater.Append(movie);
+  return deflater.Finish().value();
+}
+
 class ReadMovie : public InFolder {
  protected:
   std::unique_ptr<MovieRecord> Read(const Bytes& file, References references = References::kLeave) {
@@ -118,8 +124,8 @@ TEST_F(ReadMovie, FindsTheHeaderAtAnyPlace) {
   for (const Bytes& file :
        {kMovie, Join(Atom("ftyp", Text("qt  "), U32(0)), kMovie, data), Join(data, data, kMovie),
         Join(kMovie, stretched), Join(data, toTheEnd), Join(data, wide),
-        Join(WideAtom("mdat", Zeros(60)), kMovie, Text("junk")), CompressMovie(kMovie),
-        Join(kMovie, Atom("moov", Text("another")))}) {
+        Join(WideAtom("mdat", Zeros(60)), kMovie, Text("junk")), Compressed(kMovie),
+        StoreMovie(kMovie), Join(kMovie, Atom("moov", Text("another")))}) {
     const auto movie = Read(file);
     ASSERT_EQ(movie->tracks.size(), 1U);
     EXPECT_EQ(Places(*movie->tracks[0]->media).at(2), (Range{60, 10}));
@@ -132,7 +138,7 @@ TEST_F(ReadMovie, RefusesFilesWithTheCodeOfTheirFault) {
   const auto compressed = [](const char* method, const Bytes& stream) {
     return Atom("moov", Atom("cmov", Atom("dcom", Text(method)), Atom("cmvd", U32(100), stream)));
   };
-  Bytes damaged = CompressMovie(kMovie);
+  Bytes damaged = Compressed(kMovie);
   damaged[damaged.size() / 2] ^= 0x55;
   EXPECT_EQ(CodeOfReading({}), noMovieFound);
   EXPECT_EQ(CodeOfReading(Text("just some text that is no movie")), noMovieFound);
