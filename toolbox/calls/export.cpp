@@ -43,9 +43,9 @@ OSErr ConvertMovieToDataRef(Movie movie, Track only, Handle dataRef, FourCC data
     const boost::filesystem::path path = PathOf(dataRef, dataRefType);
     if (fileType != kMpeg4) throw Refused{featureUnsupported};
     // Without an exporter the settings are the defaults.
-    const FilePlan plan =
-        PlanMpeg4(record, only, component != nullptr ? *component : Mpeg4Settings());
-    WriteNewFile(plan, {.movieFirst = true, .compress = false}, path, Existing::kReplace);
+    const Mpeg4Settings settings = component != nullptr ? *component : Mpeg4Settings();
+    WriteNewFile(record, {.movieFirst = true, .compress = false}, path, Existing::kReplace,
+                 [&](std::uint64_t unit) { return PlanMpeg4(record, only, settings, unit); });
   });
 }
 

@@ -102,11 +102,11 @@ bool IsOnSpinningDisk(int) { return false; }
 
 std::uint64_t FileCopier::FindSharing(const ByteSource& source) {
   struct statvfs status = {};
-  if (source.Descriptor() < 0 || fstatvfs(file_, &status) != 0) return 0;
+  if (source.Descriptor() < 0 || fstatvfs(file_, &status) != 0) return 1;
   const std::uint64_t block = status.f_bsize;
-  if (source.Size() < block || !Share(file_, 0, source.Descriptor(), 0, block)) return 0;
+  if (source.Size() < block || !Share(file_, 0, source.Descriptor(), 0, block)) return 1;
   Required([this] { return ftruncate(file_, 0); });
-  return shared_ = block;
+  return unit_ = block;
 }
 
 std::uint64_t FileCopier::ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
@@ -114,7 +114,7 @@ std::uint64_t FileCopier::ThreadsToCopy(const ByteSource& source, std::uint64_t 
   constexpr std::uint64_t kMost = 4, kFewestBytes = 1 << 20;
   const int file = source.Descriptor();
   const std::uint64_t threads = std::min(kMost, ThreadsFor(bytes, kFewestBytes));
-  if (threads == 1 || shared_ != 0 || file < 0 || IsRemote(file_)) return 1;
+  if (threads == 1 || unit_ != 1 || file < 0 || IsRemote(file_)) return 1;
   // On a spinning disk, threads would make the head move to and fro.
   if (!AreInMemory(file, 0, source.Size()) && IsOnSpinningDisk(file)) return 1;
   // The kernel holds the lock while it copies. Reading needs no lock.
@@ -124,9 +124,9 @@ std::uint64_t FileCopier::ThreadsToCopy(const ByteSource& source, std::uint64_t 
 
 void FileCopier::Copy(std::uint64_t at, const ByteSource& source, std::uint64_t from,
                       std::uint64_t length) {
-  if (shared_ != 0 && at % shared_ == from % shared_) {
-    const std::uint64_t before = std::min((shared_ - from % shared_) % shared_, length);
-    const std::uint64_t middle = (length - before) / shared_ * shared_, after = before + middle;
+  if (unit_ != 1 && at % unit_ == from % unit_) {
+    const std::uint64_t before = std::min((unit_ - from % unit_) % unit_, length);
+    const std::uint64_t middle = (length - before) / unit_ * unit_, after = before + middle;
     if (middle != 0 && Share(file_, at + before, source.Descriptor(), from + before, middle)) {
       CopyBytes(at, source, from, before);
       return CopyBytes(at + after, source, from + after, length - after);

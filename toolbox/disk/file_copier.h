@@ -18,8 +18,8 @@ class FileCopier {
   explicit FileCopier(int file) : file_(file) {}
 
   // Returns the block size of the file system if the file can share blocks with `source`, so that
-  // a copy takes no room and almost no time. Otherwise returns 0. This is found out by a trial,
-  // so the file must be empty. Then Copy shares all whole blocks of a piece whose two positions
+  // a copy takes no room and almost no time. Otherwise returns 1. This is found out by a trial, so
+  // the file must be empty. Then Copy shares all whole blocks of a piece whose two positions
   // differ by a multiple of that size.
   std::uint64_t FindSharing(const ByteSource& source);
 
@@ -38,7 +38,7 @@ class FileCopier {
                  std::uint64_t length);
 
   int file_;
-  std::uint64_t shared_ = 0;  // the block size, if blocks can be shared
+  std::uint64_t unit_ = 1;  // the block size, if blocks can be shared
   // False after the kernel could not copy once, and while several threads copy.
   std::atomic<bool> kernelCopies_ = true;
 };

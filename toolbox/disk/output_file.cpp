@@ -227,6 +227,14 @@ OutputFile::~OutputFile() = default;
 
 std::uint64_t OutputFile::Position() const { return state_->written; }
 
+std::uint64_t OutputFile::FindSharing(const ByteSource& source) {
+  std::uint64_t unit = 1;
+  state_->Step([&] {
+    if (state_->copier) unit = state_->copier->FindSharing(source);
+  });
+  return unit;
+}
+
 std::uint64_t OutputFile::ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
   return state_->ThreadsToCopy(source, bytes);
 }

@@ -195,12 +195,12 @@ Sibling ObjectDescriptor(const MovieRecord& movie) {
 
 }  // namespace
 
-FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only,
-                   const Mpeg4Settings& settings) {
+FilePlan PlanMpeg4(const MovieRecord& movie, const TrackRecord* only, const Mpeg4Settings& settings,
+                   std::uint64_t unit) {
   if (!settings.keepsCoding) throw Refused{featureUnsupported};
   auto converted = ForMpeg4(movie, only);
   // Files that are interleaved already are copied as a whole, however many chunks they have.
-  FilePlan plan = PlanFlattened(*converted, {.maxChunksKept = UINT64_MAX});
+  FilePlan plan = PlanFlattened(*converted, {.maxChunksKept = UINT64_MAX, .unit = unit});
   plan.kind = FileKind::kMpeg4;
   plan.movie->siblings = {{MovieHeader::kType, {}}, ObjectDescriptor(*plan.movie)};
   if (!plan.ownSource) plan.ownSource = std::move(converted);

@@ -34,6 +34,7 @@ bool IsBrokenHint(const TrackRecord& track, bool onlyEnabled) {
 
 FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   FilePlan plan;
+  plan.unit = options.unit;
   plan.ownSource = LaidOutInStep(movie);
   Planner planner(plan.ownSource ? *plan.ownSource : movie, plan);
   planner.AddGps();

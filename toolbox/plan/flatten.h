@@ -14,6 +14,9 @@ struct FlattenOptions {
   // without a gap, and have at most this many chunks. That is fast, because the kernel copies large
   // blocks, but the header then has all the chunks of the source. 0: never.
   std::uint64_t maxChunksKept = 0;
+  // FilePlan::unit. If it is not 1, a large movie keeps the order of its files even if that takes
+  // more chunks.
+  std::uint64_t unit = 1;
 };
 
 // Plans to copy every sample that is shown and every sample needed to decode those. The movie must

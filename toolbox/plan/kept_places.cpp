@@ -93,6 +93,12 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
   return isInOrder;
 }
 
+std::uint64_t KeptPlaces::Bytes() const {
+  std::uint64_t bytes = 0;
+  for (const Extent& extent : extents_) bytes += extent.filled;
+  return bytes;
+}
+
 std::vector<KeptPlaces::Block> KeptPlaces::MakeBlocks() {
   // Extents of one file that touch or overlap become one block.
   std::vector<Extent*> sorted;
@@ -236,6 +242,10 @@ bool KeptPlaces::Take() {
   std::ranges::stable_sort(blocks, {}, &Block::shown);
   std::uint64_t size = plan_.dataSize;
   for (Block& block : blocks) {
+    // Unused bytes before a large block put it where its source can be shared. `unit` is a power
+    // of two, so a difference below zero does no harm.
+    constexpr std::uint64_t kWorthwhile = 64 << 10;
+    if (block.range.length >= kWorthwhile) size += (block.range.at - size) % plan_.unit;
     block.range.destination = size;
     for (Extent* extent : block.extents) {
       extent->stretch.destination = size + (extent->begin - block.range.at);

@@ -9,9 +9,22 @@
 namespace toolbox {
 namespace {
 
-// The head of the 'mdat'.
-Bytes HeadOf(const FilePlan& plan) {
-  return MediaDataHead(plan.dataSize, plan.kind == FileKind::kMpeg4);
+// The head of an 'mdat' at byte `at`, and the unused bytes between it and the media data.
+Bytes HeadOf(const FilePlan& plan, std::uint64_t at) {
+  Bytes head;
+  for (std::uint64_t unused = 0;;) {
+    // Unused bytes can make the head longer, but only once.
+    head = MediaDataHead(unused + plan.dataSize, plan.kind == FileKind::kMpeg4);
+    head.resize(head.size() + unused);
+    const std::uint64_t misfit = (at + head.size()) % plan.unit;
+    if (misfit == 0) return head;
+    unused += plan.unit - misfit;
+  }
+}
+
+// Where the media data starts if its 'mdat' starts at byte `at`.
+std::uint64_t DataStart(const FilePlan& plan, std::uint64_t at) {
+  return at + HeadOf(plan, at).size();
 }
 
 // Collects steps; each starts where the one before ends.
@@ -45,11 +58,11 @@ class NewFile {
 // The size of a movie header at byte `start` if the media data is directly after it. The size of
 // the header changes the chunk offsets, and offsets that need 64 bits make the header larger. So
 // this repeats until the size no longer changes, which takes a round or two.
-std::uint64_t SizeBeforeData(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
-  std::uint64_t size = header.SizeAt(start + dataHead);
+std::uint64_t SizeBeforeData(const FilePlan& plan, PlannedHeader& header, std::uint64_t start) {
+  std::uint64_t size = header.SizeAt(DataStart(plan, start));
   for (std::uint64_t before = 0; before != size;) {
     before = size;
-    size = header.SizeAt(start + size + dataHead);
+    size = header.SizeAt(DataStart(plan, start + size));
   }
   return size;
 }
@@ -57,13 +70,13 @@ std::uint64_t SizeBeforeData(PlannedHeader& header, std::uint64_t start, std::ui
 // The compressed movie header for the same place. Its size is known only after it was compressed,
 // and it changes with the chunk offsets. So each round reserves the size of the last result and a
 // little more. The unused rest becomes a 'free' atom, which needs at least 8 bytes.
-Bytes CompressBeforeData(PlannedHeader& header, std::uint64_t start, std::uint64_t dataHead) {
-  Bytes movie = header.Compress(start + SizeBeforeData(header, start, dataHead) + dataHead);
+Bytes CompressBeforeData(const FilePlan& plan, PlannedHeader& header, std::uint64_t start) {
+  Bytes movie = header.Compress(DataStart(plan, start + SizeBeforeData(plan, header, start)));
   std::uint64_t room = 0;
   do {
     room = movie.size() + 64 + movie.size() / 256;
     movie = {};  // the next round needs its memory
-    movie = header.Compress(start + room + dataHead);
+    movie = header.Compress(DataStart(plan, start + room));
   } while (movie.size() != room && movie.size() + 8 > room);
   if (movie.size() != room) {
     const Bytes padding = FreeAtom(room - movie.size());
@@ -136,16 +149,16 @@ void AddHeader(bool compress, PlannedHeader& header, std::uint64_t dataStart, Ne
 void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, NewFile& file) {
   // Without media data, its start does not matter.
   if (plan.dataSize == 0) return AddHeader(layout.compress, header, 0, file);
-  const std::uint64_t start = file.Position(), dataHead = HeadOf(plan).size();
+  const std::uint64_t start = file.Position();
   if (!layout.movieFirst) {
     file.AddMedia(plan);
-    return AddHeader(layout.compress, header, start + dataHead, file);
+    return AddHeader(layout.compress, header, DataStart(plan, start), file);
   }
   if (layout.compress) {
-    file.Write(CompressBeforeData(header, start, dataHead));
+    file.Write(CompressBeforeData(plan, header, start));
   } else {
-    const std::uint64_t size = SizeBeforeData(header, start, dataHead);
-    file.WriteHeader(size, start + size + dataHead);
+    const std::uint64_t size = SizeBeforeData(plan, header, start);
+    file.WriteHeader(size, DataStart(plan, start + size));
   }
   file.AddMedia(plan);
 }
@@ -154,7 +167,7 @@ void AddMovie(const FilePlan& plan, FileLayout layout, PlannedHeader& header, Ne
 
 std::uint64_t AddMediaData(const FilePlan& plan, std::uint64_t at, std::vector<Step>& steps) {
   if (plan.dataSize == 0) return at;
-  Bytes head = HeadOf(plan);
+  Bytes head = HeadOf(plan, at);
   std::uint64_t copied = plan.dataSize;
   for (const MadeData& made : plan.made) copied -= made.size;
   const std::uint64_t start = at + head.size();
@@ -174,7 +187,8 @@ std::vector<Stage> StepsForNewFile(const FilePlan& plan, FileLayout layout, cons
   NewFile file;
   file.Write(type);
   AddMovie(plan, layout, header, file);
-  if (plan.dataSize != 0) file.ReserveFirst();
+  // Shared blocks need no room.
+  if (plan.dataSize != 0 && plan.unit == 1) file.ReserveFirst();
   AddAtoms(std::move(atoms), ownSource, file);
   return file.Take();
 }

@@ -131,7 +131,7 @@ struct MadeData {
 };
 
 // The plan of a whole file. The source movie must outlive it. The media data has five parts, and
-// all destinations count from its start:
+// all destinations count from its start. Its start in the file is a multiple of `unit`:
 //
 //   | gps | blocks | packed chunks | auxiliary | made |
 //   0                                                 dataSize
@@ -146,7 +146,10 @@ struct FilePlan {
   std::vector<ChunkReference> order;  // packed chunks
   std::vector<CopyRange> auxiliary;  // auxiliary information of samples
   std::vector<MadeData> made;
-  std::uint64_t dataSize = 0;  // bytes of all of them
+  std::uint64_t dataSize = 0;  // bytes of all of them, and of unused bytes between them
+  // The file system can share blocks of this size (bytes) with the sources. Large parts of files
+  // have the same position modulo `unit` in source and output. 1: it cannot.
+  std::uint64_t unit = 1;
   std::map<std::string, std::uint64_t> files;  // paths of the files with its sources, and sizes
 
   // The moves of parts of the movie's own file, for samples that stay in it. Sorted by `from`.

@@ -159,12 +159,17 @@ void Planner::Cut(std::size_t index) {
 
 bool Planner::KeepPlaces(std::uint64_t maxChunks) {
   if (maxChunks == 0) return false;
+  // To share this many bytes saves more time than a header with fewer chunks.
+  constexpr std::uint64_t kMuch = 64 << 20;
   KeptPlaces kept(plan_);
+  const auto hasTooManyChunks = [&] { return kept.Chunks() > maxChunks; };
   for (const auto& [index, prepared] : prepared_) {
     for (const UsedSamples& part : prepared.used) {
-      if (!kept.Add(index, part, prepared.ends) || kept.Chunks() > maxChunks) return false;
+      if (!kept.Add(index, part, prepared.ends)) return false;
+      if (plan_.unit == 1 && hasTooManyChunks()) return false;
     }
   }
+  if (hasTooManyChunks() && kept.Bytes() < kMuch) return false;
   return kept.Take();
 }
 

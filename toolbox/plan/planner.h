@@ -50,8 +50,8 @@ class Planner {
   // featureUnsupported (only a part of encrypted samples is used), and what SourceEnds throws.
   void Prepare(std::size_t index);
   // Plans to copy the samples of all prepared tracks in the order of their files. Returns false,
-  // and plans nothing, if that is impossible or takes more than `maxChunks` chunks. Throws
-  // Refused: eofErr.
+  // and plans nothing, if that is impossible, or if it takes more than `maxChunks` chunks and the
+  // file system cannot share many bytes. Throws Refused: eofErr.
   bool KeepPlaces(std::uint64_t maxChunks);
   // Cuts the samples of a prepared track into new chunks. Throws Refused: eofErr.
   void Cut(std::size_t index);

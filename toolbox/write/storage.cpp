@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -56,6 +57,29 @@ std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Exis
     throw Refused{fBsyErr, "an open movie uses it", path.native()};
   }
   return std::make_unique<OutputFile>(path, existing);
+}
+
+// Returns the size of the blocks that `output` can share with a source of the movie; 1 if it can
+// share none. One file of each file system is tried.
+std::uint64_t FindSharing(const MovieRecord& movie, OutputFile& output) {
+  std::set<std::uint64_t> devices;
+  std::uint64_t unit = 1;
+  const auto tryFile = [&](const OtherFile& file) {
+    if (unit != 1 || !file.state || !devices.insert(file.state->identity.device).second) return;
+    try {
+      unit = output.FindSharing(FileSource(file.path));
+    } catch (const Failure&) {
+      // The plan or the copy reports a source that cannot be opened.
+    }
+  };
+  if (movie.file) tryFile(*movie.file);
+  for (const auto& track : movie.tracks) {
+    if (!track->media) continue;
+    for (const DataReference& reference : track->media->dataReferences) {
+      if (const auto* file = std::get_if<OtherFile>(&reference)) tryFile(*file);
+    }
+  }
+  return unit;
 }
 
 // Throws Refused (noMovieFound) if a movie without duration would replace a file. Such a movie may
@@ -184,9 +208,10 @@ void UpdateStorage(const MovieRecord& movie, StorageRecord* storage) {
   for (MovieRecord* other : MovieRecord::All()) other->Renew(record.existing->State());
 }
 
-void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
-                  Existing existing) {
+void WriteNewFile(const MovieRecord& movie, FileLayout layout, const boost::filesystem::path& path,
+                  Existing existing, const std::function<FilePlan(std::uint64_t unit)>& makePlan) {
   const std::unique_ptr<OutputFile> output = OpenOutput(path, existing);
+  const FilePlan plan = makePlan(FindSharing(movie, *output));
   CheckMayReplace(*plan.movie, path);
   if (const auto& tell = plan.movie->copiesFrom) {
     for (const auto& [file, size] : plan.files) tell(file);
@@ -202,10 +227,12 @@ void WriteSelfContained(const MovieRecord& movie, SelfContainedOptions options,
   // fewer chunks.
   constexpr std::uint64_t kMaxCompressedChunks = 300'000;
   const std::uint64_t maxChunks = options.layout.compress ? kMaxCompressedChunks : UINT64_MAX;
-  const FilePlan plan = PlanFlattened(movie, {.onlyEnabled = options.onlyEnabled,
-                                              .interleave = options.interleave,
-                                              .maxChunksKept = options.interleave ? maxChunks : 0});
-  WriteNewFile(plan, options.layout, path, existing);
+  WriteNewFile(movie, options.layout, path, existing, [&](std::uint64_t unit) {
+    return PlanFlattened(movie, {.onlyEnabled = options.onlyEnabled,
+                                 .interleave = options.interleave,
+                                 .maxChunksKept = options.interleave ? maxChunks : 0,
+                                 .unit = unit});
+  });
 }
 
 }  // namespace toolbox

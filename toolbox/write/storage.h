@@ -2,6 +2,8 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <cstdint>
+#include <functional>
 
 #include "toolbox/disk/output_file.h"
 #include "toolbox/movie/movie.h"
@@ -44,10 +46,11 @@ void PutInStorage(ByteSpan bytes, std::int64_t at, StorageRecord* storage);
 // and what UpdateFile throws.
 void UpdateStorage(const MovieRecord& movie, StorageRecord* storage);
 
-// Writes a complete new file and gives it its name. Throws Refused: noMovieFound and fBsyErr as the
-// functions above, and what OutputFile and WriteFile throw; the target is then unchanged.
-void WriteNewFile(const FilePlan& plan, FileLayout layout, const boost::filesystem::path& path,
-                  Existing existing);
+// Writes a complete new file with media of `movie` and gives it its name. makePlan(unit) returns
+// the plan; see FilePlan::unit. Throws Refused: noMovieFound and fBsyErr as the functions above,
+// and what makePlan, OutputFile and WriteFile throw; the target is then unchanged.
+void WriteNewFile(const MovieRecord& movie, FileLayout layout, const boost::filesystem::path& path,
+                  Existing existing, const std::function<FilePlan(std::uint64_t unit)>& makePlan);
 
 // Options of WriteSelfContained.
 struct SelfContainedOptions {

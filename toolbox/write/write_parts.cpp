@@ -44,7 +44,7 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
   const std::uint64_t windows = (part.size + kWindow - 1) / kWindow;
   SideBySide(windows, ThreadsToCopy(part, disk), [&](std::uint64_t index, Bytes&) {
-    CopyWindow({index * kWindow, (index + 1) * kWindow}, part.at, disk);
+    CopyWindow({index * kWindow, std::min(part.size, (index + 1) * kWindow)}, part.at, disk);
   });
 }
 
@@ -60,11 +60,22 @@ std::uint64_t PartsWriter::ThreadsToCopy(const WritePart& part, Disk& disk) cons
 void PartsWriter::CopyWindow(DataWindow window, std::uint64_t at, Disk& disk) {
   OpenSources sources(plan_.ownFile);
   PieceWriter writer(disk);
+  const Bytes zeros(plan_.unit);
+  // The unused bytes before a range that is shared.
+  const auto fill = [&](std::uint64_t to) {
+    for (std::uint64_t size = 0; window.from < to; window.from += size) {
+      size = std::min<std::uint64_t>(zeros.size(), to - window.from);
+      writer.Write(at + window.from, ByteSpan(zeros).first(size));
+    }
+  };
   plan_.ForEachRange(window, [&](const CopyRange& range) {
+    fill(range.destination);
+    window.from += range.length;
     const ByteSource& source = sources.Open(*range.from, [&writer] { writer.ForgetSources(); });
     writer.Copy(at + range.destination, source, range.at, range.length);
     Report(range.length);
   });
+  fill(window.to);
   writer.Flush();
 }
 
