@@ -16,6 +16,8 @@ using toolbox::TrackRecord;
 
 constexpr FourCC kChapters{"chap"}, kChapterList{"chpl"};
 constexpr std::uint64_t kMostChapters = 100'000;
+// Samples that can be looked at in the time that it takes to read a chapter.
+constexpr std::uint64_t kCandidates = 10;
 
 // How many samples the edits of a chapter track show; each is a chapter.
 std::uint64_t CountChapters(const TrackRecord& track) {
@@ -25,7 +27,10 @@ std::uint64_t CountChapters(const TrackRecord& track) {
   for (const toolbox::Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
     const toolbox::MediaTime end = edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp);
-    count += toolbox::SamplesShownIn(track.media->samples, edit.mediaTime, end).Count();
+    const toolbox::SampleTable& samples = track.media->samples;
+    const std::uint64_t shown = SamplesShownIn(samples, edit.mediaTime, end).Count();
+    // If it takes long to find one of them, that counts as more chapters.
+    count += shown + (shown + 1) * (CountCandidates(samples, edit.mediaTime) / kCandidates);
     if (count > kMostChapters) break;
   }
   return count;

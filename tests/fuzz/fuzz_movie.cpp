@@ -225,7 +225,7 @@ void Inspect(const char* name, unsigned mode) {
   const Captured output(std::cout), errors(std::cerr);
   const std::string file = Files().Path(name).native();
   const auto isJson = [&] { return nlohmann::json::accept(output.Text()); };
-  switch (mode % 6) {
+  switch (mode % 7) {
     case 0:
       try {
         clipinfo::PrintSummary(clipinfo::OpenMovie(file));
@@ -245,6 +245,9 @@ void Inspect(const char* name, unsigned mode) {
       clipinfo::WritePicture({.movies = {{file}}, .picture = Files().Path("picture.svg").native()});
       break;
     case 4:
+      clipinfo::PrintAtoms(file);
+      break;
+    case 5:
       clipinfo::Compare({.movies = {{file}}, .from = {{file}}});
       break;
     default:
