@@ -19,7 +19,8 @@ constexpr std::uint64_t kMostChapters = 100'000;
 // Samples that can be looked at in the time that it takes to read a chapter.
 constexpr std::uint64_t kCandidates = 10;
 
-// How many samples the edits of a chapter track show; each is a chapter.
+// How many samples the edits of a chapter track show; each is a chapter. More if it takes long to
+// find them.
 std::uint64_t CountChapters(const TrackRecord& track) {
   if (!track.media || track.media->samples.Count() == 0) return 0;
   const toolbox::Clock clock = track.TimeClock();
@@ -29,7 +30,6 @@ std::uint64_t CountChapters(const TrackRecord& track) {
     const toolbox::MediaTime end = edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp);
     const toolbox::SampleTable& samples = track.media->samples;
     const std::uint64_t shown = SamplesShownIn(samples, edit.mediaTime, end).Count();
-    // If it takes long to find one of them, that counts as more chapters.
     count += shown + (shown + 1) * (CountCandidates(samples, edit.mediaTime) / kCandidates);
     if (count > kMostChapters) break;
   }

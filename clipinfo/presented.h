@@ -77,8 +77,8 @@ class Presented {
   ~Presented();
 
   // The next row, in order; nothing after the last one. Throws Refused: invalidSampleTable (a
-  // sample is in no chunk), memFullErr (samples are reordered so much that they
-  // cannot be sorted, or that far more are read than shown).
+  // sample is in no chunk), memFullErr (samples are reordered so much that they cannot be sorted,
+  // or that far more are read than shown).
   std::optional<Shown> Next();
 
   // Reads the rows of one stretch.
