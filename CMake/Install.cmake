@@ -7,8 +7,8 @@ include(CMakePackageConfigHelpers)
 set(bin ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 install(TARGETS clipjoin clipinfo COMPONENT commands)
 install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
-install(FILES clipinfo/schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/reelwork
-  COMPONENT commands)
+install(FILES clipinfo/schema.json clipinfo/check-schema.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/reelwork COMPONENT commands)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
 
 set(completions ${PROJECT_SOURCE_DIR}/completions)

@@ -26,14 +26,17 @@ std::string ChapterTitle(toolbox::ByteSpan sample);
 // chapter has.
 void FilterChapters(toolbox::Movie movie, const clipjoin::FileOptions& options);
 
+// The chapters sorted by time, each of which lasts until the next, and the last one until the end
+// of the movie. If chapters start after the end of the movie, prints the first of them and leaves
+// them all out.
+std::vector<Chapter> Arranged(std::vector<Chapter> chapters, toolbox::Movie movie);
+
 // Where the titles of new chapters go: to the movie's default data reference, or to a block of
 // memory until the movie is written.
 enum class Samples { kDefaultPlace, kInMemory };
 
-// Adds a new, disabled text track with one sample for each chapter. The chapters are sorted by
-// time, and each lasts until the next. If chapters start after the end of the movie, prints the
-// first of them and leaves them all out. Returns null if no chapter is left or a call failed, which
-// has been reported.
+// Adds a new, disabled text track with one sample for each chapter, after arranging them. Returns
+// null if no chapter is left or a call failed, which has been reported.
 toolbox::Track BuildChapterTrack(std::vector<Chapter> chapters, toolbox::Movie movie,
                                  Samples samples = Samples::kDefaultPlace);
 // Makes `chapterTrack` the only chapter track, and `target` the only track that refers to it. A

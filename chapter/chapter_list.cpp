@@ -72,6 +72,16 @@ bool IsSame(const Chapter& a, const Chapter& b) {
 
 }  // namespace
 
+std::vector<Chapter> ReadChaptersOrList(Movie movie) {
+  std::vector<Chapter> chapters = ReadChapters(movie);
+  const utils::OwnedHandle list;
+  if (chapters.empty() && toolbox::GetUserData(toolbox::GetMovieUserData(movie), list, kChapterList,
+                                               1) == toolbox::noErr) {
+    chapters = Arranged(ChaptersIn(list->bytes, movie), movie);
+  }
+  return chapters;
+}
+
 ChapterList::ChapterList(Movie movie) {
   const utils::OwnedHandle list;
   if (toolbox::GetUserData(toolbox::GetMovieUserData(movie), list, kChapterList, 1) !=

@@ -8,6 +8,10 @@
 
 namespace chapter {
 
+// The chapters in the chapter tracks of the movie (see ReadChapters) or, if it has none, those in
+// its list, arranged and in units of the list's own scale. The movie stays as it is.
+std::vector<Chapter> ReadChaptersOrList(toolbox::Movie movie);
+
 // If a movie has only such a list, this makes a chapter track of it, so that other code needs to
 // handle only chapter tracks. The movie owns the track.
 class ChapterList {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <iostream>
 #include <tuple>
+#include <utility>
 
 #include "chapter/chapter.h"
 #include "clipjoin/report.h"
@@ -146,14 +147,18 @@ void Discard(const std::vector<Track>& replaced, Movie movie) {
 
 }  // namespace
 
-Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie, Samples samples) {
+std::vector<Chapter> Arranged(std::vector<Chapter> chapters, Movie movie) {
   const std::int64_t end = toolbox::GetMovieDuration(movie);
   const std::int32_t movieScale = toolbox::GetMovieTimeScale(movie);
   std::ranges::stable_sort(chapters, StartsBefore);
   DropLate(chapters, end, movieScale);
-  if (chapters.empty()) return nullptr;
-  SetDurations(chapters, end, movieScale);
+  if (!chapters.empty()) SetDurations(chapters, end, movieScale);
+  return chapters;
+}
 
+Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie, Samples samples) {
+  chapters = Arranged(std::move(chapters), movie);
+  if (chapters.empty()) return nullptr;
   const Track track = toolbox::NewMovieTrack(movie, 0, 0, 0);
   if (track == nullptr) return nullptr;
   toolbox::SetTrackEnabled(track, false);
@@ -161,10 +166,10 @@ Track BuildChapterTrack(std::vector<Chapter> chapters, Movie movie, Samples samp
   const Media media = NewTextMedia(movie, track, scale, samples);
   if (!AddSamples(media, chapters, scale)) return nullptr;
   const Chapter& first = chapters.front();
-  const OSErr code =
-      Report(kInsertMedia,
-             toolbox::InsertMediaIntoTrack(track, Scaled(first.start, movieScale, first.scale), 0,
-                                           toolbox::GetMediaDuration(media), toolbox::fixedOne));
+  const std::int64_t start = Scaled(first.start, toolbox::GetMovieTimeScale(movie), first.scale);
+  const OSErr code = Report(
+      kInsertMedia, toolbox::InsertMediaIntoTrack(track, start, 0, toolbox::GetMediaDuration(media),
+                                                  toolbox::fixedOne));
   return code == toolbox::noErr ? track : nullptr;
 }
 

@@ -15,7 +15,6 @@
 #include "toolbox/disk/byte_source.h"
 #include "toolbox/movie/matrix.h"
 #include "toolbox/movie/media_types.h"
-#include "toolbox/movie/presentation.h"
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/read/top_level.h"
@@ -29,10 +28,7 @@ using toolbox::MediaRecord;
 using toolbox::MovieRecord;
 using toolbox::TrackRecord;
 
-constexpr FourCC kVideo{"vide"}, kSound{"soun"}, kChapters{"chap"};
-
-// A movie with more is damaged or made to keep its reader busy: each chapter is read from its file.
-constexpr std::uint64_t kMostChapters = 100'000;
+constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 
 // What the top-level atoms of the file at `path` say.
 FileFacts ReadFileFacts(const boost::filesystem::path& path) {
@@ -173,38 +169,6 @@ TrackFacts FactsOf(const TrackRecord& track, const std::string& name) {
   return facts;
 }
 
-// How many samples the edits of a chapter track show; each is a chapter.
-std::uint64_t CountChapters(const TrackRecord& track) {
-  if (!track.media || track.media->samples.Count() == 0) return 0;
-  const toolbox::Clock clock = track.TimeClock();
-  std::uint64_t count = 0;
-  for (const toolbox::Edit& edit : track.edits.Edits()) {
-    if (edit.IsEmpty()) continue;
-    const toolbox::MediaTime end = edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp);
-    count += toolbox::SamplesShownIn(track.media->samples, edit.mediaTime, end).Count();
-    if (count > kMostChapters) break;
-  }
-  return count;
-}
-
-bool HasTooManyChapters(const MovieRecord& movie) {
-  std::vector<const TrackRecord*> targets;
-  for (const auto& track : movie.tracks) {
-    for (const toolbox::TrackReferences& references : track->references) {
-      if (references.type != kChapters) continue;
-      targets.insert(targets.end(), references.targets.begin(), references.targets.end());
-    }
-  }
-  std::ranges::sort(targets);
-  targets.erase(std::unique(targets.begin(), targets.end()), targets.end());
-  std::uint64_t count = 0;
-  for (const TrackRecord* target : targets) {
-    if (target != nullptr) count += CountChapters(*target);
-    if (count > kMostChapters) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 std::vector<std::string> BrandsOf(const toolbox::FileType& type) {
@@ -235,8 +199,7 @@ Facts GatherFacts(OpenedMovie& opened) {
       track.references.push_back(FactsOf(reference, opened.path));
     }
   }
-  facts.hasTooManyChapters = HasTooManyChapters(movie);
-  if (!facts.hasTooManyChapters) facts.chapters = chapter::ReadChapters(&movie);
+  facts.chapters = ReadChapters(movie);
   facts.tags = TagsIn(movie.userData, movie.siblings);
   return facts;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "chapter/chapter.h"
+#include "clipinfo/chapters.h"
 #include "clipinfo/open.h"
 #include "clipinfo/tags.h"
 #include "toolbox/atoms/header_atoms.h"
@@ -76,8 +76,7 @@ struct TrackFacts {
 struct Facts {
   FileFacts file;
   std::vector<TrackFacts> tracks;
-  std::vector<chapter::Chapter> chapters;
-  bool hasTooManyChapters = false;  // more than a real movie has; then they are not read
+  std::optional<std::vector<chapter::Chapter>> chapters;  // nothing if there are too many
   std::vector<TagFacts> tags;  // of the movie
 };
 

@@ -284,7 +284,7 @@ void PrintMovie(Printer& out, const OpenedMovie& opened, const Facts& facts) {
   out.Open('[');
   for (const TrackFacts& track : facts.tracks) PrintTrack(out, track, numbers);
   out.Close(']');
-  if (!facts.hasTooManyChapters) out.Array("chapters", facts.chapters, ChapterJson);
+  if (facts.chapters) out.Array("chapters", *facts.chapters, ChapterJson);
   out.Array("tags", facts.tags, TagJson);
   PrintUserData(out, "userData", opened.movie->userData);
   out.Close('}');

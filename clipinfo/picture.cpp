@@ -2,13 +2,12 @@
 #include <cmath>
 #include <iostream>
 
-#include "chapter/chapter_list.h"
+#include "clipinfo/chapters.h"
 #include "clipinfo/modes.h"
 #include "clipinfo/picture_style.h"
 #include "clipinfo/time_text.h"
 #include "clipinfo/track_rows.h"
 #include "input/track_names.h"
-#include "toolbox/movie/presentation.h"
 #include "utils/text_file.h"
 #include "utils/visible.h"
 
@@ -28,23 +27,6 @@ std::string Counted(std::size_t count, const std::string& what) {
 // "M x top v height": a vertical line in the middle of a pixel.
 std::string Upright(double x, double top, double height) {
   return "M" + Pixels(std::floor(x) + 0.5) + " " + Pixels(top) + "v" + Pixels(height);
-}
-
-// Whether a text track shows more samples than a real movie has chapters. To read them would take
-// very long.
-bool HasTooManyChapters(const toolbox::MovieRecord& movie) {
-  constexpr std::uint64_t kMost = 100'000;
-  std::uint64_t shown = 0;
-  for (const auto& track : movie.tracks) {
-    if (!track->media || track->media->Type() != toolbox::FourCC{"text"}) continue;
-    for (const toolbox::Edit& edit : track->edits.Edits()) {
-      if (edit.IsEmpty()) continue;
-      const toolbox::MediaTime until = edit.ShownAt(edit.duration, track->TimeClock());
-      shown += toolbox::SamplesShownIn(track->media->samples, edit.mediaTime, until).Count();
-      if (shown > kMost) return true;
-    }
-  }
-  return false;
 }
 
 // The start of a path, `right` of the left top of a box.
@@ -96,10 +78,7 @@ class TimeLine {
     }
     const std::int32_t scale = movie_.header.scale;
     plot_.seconds = static_cast<double>(movie_.Duration().units) / scale;
-    if (HasTooManyChapters(movie_)) return;
-    // A list of chapters adds a track for them, which is not drawn.
-    const chapter::ChapterList list(&movie_);
-    chapters_ = chapter::ReadChapters(&movie_);
+    chapters_ = ReadChapters(movie_).value_or(std::vector<Chapter>());
     std::ranges::stable_sort(chapters_, {}, StartOf);
   }
 

@@ -34,12 +34,19 @@ constexpr std::uint64_t kBlock = 8192;
 // few.
 constexpr std::size_t kMaxWaiting = 1 << 20;
 
+// Samples that can be read without being shown, in all stretches, and so many more for each sample
+// that is shown. In real movies an edit reads a few samples around those that it shows. In a movie
+// made to keep its reader busy, each of very many edits reads a whole track.
+constexpr std::uint64_t kMostHidden = 1 << 22, kMostHiddenPerShown = 1000;
+
 // Samples in the order in which they are shown.
 class SampleWalk final : public Presented::Walk {
  public:
-  SampleWalk(const Stretch& stretch, bool withExtras, Files& files)
-      : times_(stretch), reader_(stretch, files) {
+  // `left` is the number of samples that can still be read; it must outlive this object.
+  SampleWalk(const Stretch& stretch, bool withExtras, Files& files, std::uint64_t& left)
+      : times_(stretch), reader_(stretch, files), left_(left) {
     const SampleTable& samples = reader_.Samples();
+    Spend(CountCandidates(samples, times_.From()));
     const SampleRange shown = SamplesShownIn(samples, times_.From(), times_.Until());
     if (shown.IsEmpty()) return;
     range_ = WholePackets(samples, shown);
@@ -71,6 +78,13 @@ class SampleWalk final : public Presented::Walk {
     }
   };
 
+  // Counts samples that are read. Throws Refused if they are too many.
+  void Spend(std::uint64_t samples) {
+    if (samples > left_) {
+      throw toolbox::Refused{toolbox::memFullErr, "its samples are in too great disorder"};
+    }
+    left_ -= samples;
+  }
   // Rows for the packets before the first one that only let the decoder start.
   void AddDelay() {
     const std::uint64_t count = toolbox::DelayPackets(reader_.Samples(), range_.from);
@@ -104,9 +118,7 @@ class SampleWalk final : public Presented::Walk {
       SampleRange block = range_;
       block.to = std::min(block.to, block.from + kBlock);
       if (block.to < range_.to) block = WholePackets(samples, block);
-      if (waiting_.size() > kMaxWaiting) {
-        throw toolbox::Refused{toolbox::memFullErr, "its samples are in too great disorder"};
-      }
+      Spend(waiting_.size() > kMaxWaiting ? UINT64_MAX : block.Count());
       for (const Entry& entry : reader_.Read(block)) waiting_.push(entry);
       range_.from = block.to;
     }
@@ -139,11 +151,13 @@ class SampleWalk final : public Presented::Walk {
     row.isFirst = std::exchange(isFirst_, false);
     row.isCut = entry.shown < times_.From();
     row.isPlain = times_.IsPlain();
+    left_ += kMostHiddenPerShown;
     return row;
   }
 
   StretchTimes times_;
   SampleReader reader_;
+  std::uint64_t& left_;
   SampleRange range_;  // not read yet
   bool withTail_ = false;
   std::deque<Shown> delay_, tail_;
@@ -279,7 +293,7 @@ bool AreFrames(const MediaRecord& media) {
 }
 
 Presented::Presented(std::vector<Stretch> stretches, Settings settings, Files& files)
-    : stretches_(std::move(stretches)), settings_(settings), files_(files) {
+    : stretches_(std::move(stretches)), settings_(settings), files_(files), left_(kMostHidden) {
   std::ranges::stable_sort(stretches_, {}, &Stretch::Start);
 }
 Presented::~Presented() = default;
@@ -296,7 +310,7 @@ std::optional<Shown> Presented::Next() {
     } else if (settings_.asFrames) {
       walk_ = std::make_unique<FrameWalk>(stretch, files_);
     } else {
-      walk_ = std::make_unique<SampleWalk>(stretch, settings_.withExtras, files_);
+      walk_ = std::make_unique<SampleWalk>(stretch, settings_.withExtras, files_, left_);
     }
   }
 }

@@ -77,7 +77,8 @@ class Presented {
   ~Presented();
 
   // The next row, in order; nothing after the last one. Throws Refused: invalidSampleTable (a
-  // sample is in no chunk), memFullErr (samples are reordered so much that they cannot be sorted).
+  // sample is in no chunk), memFullErr (samples are reordered so much that they cannot be sorted,
+  // or that far more are read than shown).
   std::optional<Shown> Next();
 
   // Reads the rows of one stretch.
@@ -91,6 +92,7 @@ class Presented {
   std::size_t next_ = 0;  // the index of the next stretch
   Settings settings_;
   Files& files_;
+  std::uint64_t left_;  // samples that can still be read
   std::unique_ptr<Walk> walk_;
 };
 

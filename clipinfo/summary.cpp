@@ -233,17 +233,17 @@ void PrintTracks(const Facts& facts, const toolbox::MovieRecord& movie) {
 }
 
 void PrintChapters(const Facts& facts) {
-  if (facts.hasTooManyChapters) std::cout << "\n  chapters: too many to be read\n";
-  if (facts.chapters.empty()) return;
+  if (!facts.chapters) std::cout << "\n  chapters: too many to be read\n";
+  if (!facts.chapters || facts.chapters->empty()) return;
   std::cout << "\n  chapters\n";
   std::vector<std::string> times;
   std::size_t width = 0;
-  for (const chapter::Chapter& chapter : facts.chapters) {
+  for (const chapter::Chapter& chapter : *facts.chapters) {
     times.push_back(TimeText(chapter.start, chapter.scale));
     width = std::max(width, times.back().size());
   }
   for (std::size_t i = 0; i < times.size(); ++i) {
-    std::cout << "    " << Padded(times[i], width) << "  " << Visible(facts.chapters[i].title)
+    std::cout << "    " << Padded(times[i], width) << "  " << Visible((*facts.chapters)[i].title)
               << '\n';
   }
 }

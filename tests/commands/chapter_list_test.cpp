@@ -48,6 +48,23 @@ TEST(ChapterList, IsATrackUntilTheMovieIsWritten) {
   }
 }
 
+TEST(ChapterList, IsReadWithoutATrack) {
+  Book book(Join(U32(0), Bytes{3}, kChapters));
+  const std::vector<Chapter> chapters = ReadChaptersOrList(&book);
+  ASSERT_EQ(chapters.size(), 2U) << "the one after the end is not there";
+  const std::int32_t scale = chapters[0].scale;
+  EXPECT_EQ(chapters[0].title, "one");
+  EXPECT_EQ(chapters[0].duration, scale / 2);
+  EXPECT_EQ(chapters[1].title, "two");
+  EXPECT_EQ(chapters[1].start, scale / 2);
+  EXPECT_EQ(chapters[1].duration, 10 * scale - scale / 2);
+  EXPECT_EQ(book.tracks.size(), 1U);
+  ASSERT_EQ(AddChapterTrack({{.scale = 1, .start = 3, .title = "of the track"}}, &book, nullptr),
+            toolbox::noErr);
+  ASSERT_EQ(ReadChaptersOrList(&book).size(), 1U) << "a track goes before a list";
+  EXPECT_EQ(ReadChaptersOrList(&book)[0].title, "of the track");
+}
+
 TEST(ChapterList, GivesWayToTheTrackWhenTimesChange) {
   Book book(Join(U32(0), Bytes{3}, kChapters));
   const ChapterList list(&book);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Joins each input that once made a fuzz target fail with itself, by reference and self-contained.
-No sanitizer may report an error, and no signal may end the program. REELWORK_BIN names the folder
-of the programs."""
+"""Joins each input that once made a fuzz target fail with itself, by reference and self-contained,
+and asks clipinfo about it. No sanitizer may report an error, and no signal may end the program.
+REELWORK_BIN names the folder of the programs."""
 
 import os
 import pathlib
@@ -35,10 +35,18 @@ finds = sorted(FINDS.iterdir())
 with tempfile.TemporaryDirectory() as folder:
     output = os.path.join(folder, "output.mov")
     for find in finds:
-        for options in ([], ["-self-contained"]):
-            command = [BIN / "clipjoin", "-q", find, find, *options, "-o", output]
-            if what := fault(command):
-                print(f"{find.name} {' '.join(options)}: {what}")
+        for command in (
+            ["clipjoin", "-q", find, find, "-o", output],
+            ["clipjoin", "-q", find, find, "-self-contained", "-o", output],
+            ["clipinfo", find],
+            ["clipinfo", "-json", find],
+            ["clipinfo", "-check", find],
+            ["clipinfo", "-svg", os.path.join(folder, "output.svg"), find],
+            ["clipinfo", "-same", find, "-from", find],
+            ["clipinfo", "-atoms", find],
+        ):
+            if what := fault([BIN / command[0], *command[1:]]):
+                print(f"{' '.join(map(str, command))}: {what}")
                 failed += 1
 print(f"{len(finds)} finds, {failed} runs failed")
 sys.exit(failed > 0 or not finds)

@@ -1,13 +1,18 @@
-// Bytes taken for a movie file: opened, joined, written and opened again as the commands do it.
+// Bytes taken for a movie file: opened, joined, written and opened again as the commands do it, or
+// shown, checked, compared and drawn as clipinfo does it.
 #include <sys/resource.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <numeric>
+#include <sstream>
 #include <tuple>
 
+#include "clipinfo/modes.h"
 #include "tests/fuzz/seeds.h"
 #include "toolbox/atoms/header_atoms.h"
 #include "toolbox/atoms/sample_atoms.h"
@@ -199,6 +204,58 @@ void WriteAndReopen(toolbox::Movie movie, unsigned form) {
   boost::filesystem::remove(Files().Path(kName));
 }
 
+// While it exists, what is printed to the stream goes to a text.
+class Captured {
+ public:
+  explicit Captured(std::ostream& stream)
+      : stream_(stream), original_(stream.rdbuf(text_.rdbuf())) {}
+  ~Captured() { stream_.rdbuf(original_); }
+  Captured(const Captured&) = delete;
+  Captured& operator=(const Captured&) = delete;
+  std::string Text() const { return text_.str(); }
+
+ private:
+  std::ostringstream text_;
+  std::ostream& stream_;
+  std::streambuf* original_;
+};
+
+// Does one of the things that clipinfo does with a movie, which need not be one that can be opened.
+void Inspect(const char* name, unsigned mode) {
+  const Captured output(std::cout), errors(std::cerr);
+  const std::string file = Files().Path(name).native();
+  const auto isJson = [&] { return nlohmann::json::accept(output.Text()); };
+  switch (mode % 7) {
+    case 0:
+      try {
+        clipinfo::PrintSummary(clipinfo::OpenMovie(file));
+      } catch (...) {
+        std::ignore = clipinfo::LineFor(clipinfo::CaughtFailure(file));
+      }
+      break;
+    case 1:
+      clipinfo::PrintJson({.isJson = true, .movies = {{file}}});
+      fuzz::Check(isJson(), "the description is JSON");
+      break;
+    case 2:
+      clipinfo::Check({.isJson = true, .movies = {{file}}});
+      fuzz::Check(isJson(), "the findings are JSON");
+      break;
+    case 3:
+      clipinfo::WritePicture({.movies = {{file}}, .picture = Files().Path("picture.svg").native()});
+      break;
+    case 4:
+      clipinfo::PrintAtoms(file);
+      break;
+    case 5:
+      clipinfo::Compare({.movies = {{file}}, .from = {{file}}});
+      break;
+    default:
+      clipinfo::Compare(
+          {.movies = {{file}}, .from = {{Files().Path("good.mov").native()}, {file}}});
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -215,13 +272,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::ignore = toolbox::EnterMovies();
   constexpr char kInput[] = "input.mov", kGood[] = "good.mov";
   fuzz::WriteFile(Files().Path(kInput), {data, size});
+  // The bytes of the input choose what is done with it, so that it is the same in every run.
+  const unsigned choice = std::accumulate(data, data + size, 0U);
+  if (choice % 5 >= 3) {
+    Inspect(kInput, choice / 5);
+    return 0;
+  }
   const OwnedMovie movie = Open(kInput);
   if (!movie) {
     Open(kInput, toolbox::newMovieDontResolveDataRefs);
     return 0;
   }
-  // The bytes of the input choose what is done with it, so that it is the same in every run.
-  const unsigned choice = std::accumulate(data, data + size, 0U);
   const unsigned form = choice / 2 % 4;
   if (choice % 2 == 0) {  // the input first: its time scale and tracks are those of the output
     Join(movie.get(), Open(kInput).get());

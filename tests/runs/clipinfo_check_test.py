@@ -8,6 +8,11 @@ import unittest
 
 import runs
 
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None
+
 CHAPTERS = """;FFMETADATA1
 title=Book
 [CHAPTER]
@@ -82,6 +87,16 @@ def changed(data, kind, number, place, value):
     return bytes(data)
 
 
+def read_json(text):
+    """The answer of -check -json, checked against its schema."""
+    answer = json.loads(text)
+    if jsonschema:
+        schema = json.loads((runs.ROOT / "clipinfo" / "check-schema.json").read_text())
+        jsonschema.Draft202012Validator.check_schema(schema)
+        jsonschema.Draft202012Validator(schema).validate(answer)
+    return answer
+
+
 @runs.has_tools("ffmpeg", "ffprobe")
 class Check(runs.RunTest):
     @classmethod
@@ -100,7 +115,7 @@ class Check(runs.RunTest):
         """The findings as (severity, atom, text) for each file."""
         done = self.run_in_folder("clipinfo", "-check", "-json", *files)
         self.assertEqual((done.status, done.err), (status, ""), done.out)
-        answer = json.loads(done.out)
+        answer = read_json(done.out)
         self.assertEqual([entry["file"] for entry in answer], [str(file) for file in files])
         return [
             [(found["severity"], found.get("atom", ""), found["text"]) for found in entry["findings"]]
@@ -217,7 +232,7 @@ class Check(runs.RunTest):
         self.assertTrue(lines[1].startswith("none.mov: fault: "), lines)
         self.assertEqual(lines[2], f"{self.clip}: ok")
         done = self.run_in_folder("clipinfo", "-check", "-json", *names)
-        self.assertEqual([e["status"] for e in json.loads(done.out)], ["fault", "fault", "ok"])
+        self.assertEqual([e["status"] for e in read_json(done.out)], ["fault", "fault", "ok"])
         done.out.encode()  # valid UTF-8 has no surrogates here
 
 
@@ -227,7 +242,7 @@ class Collection(runs.RunTest):
         files = sorted(path for path in folder.rglob("*") if path.is_file())
         done = self.run_in_folder("clipinfo", "-check", "-json", *files)
         self.assertIn(done.status, (0, 1), done.err)
-        answer = json.loads(done.out)
+        answer = read_json(done.out)
         self.assertEqual(len(answer), len(files))
         return {path.relative_to(folder): entry for path, entry in zip(files, answer)}
 

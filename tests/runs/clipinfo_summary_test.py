@@ -45,9 +45,9 @@ def u32(*numbers):
     return struct.pack(f">{len(numbers)}I", *numbers)
 
 
-def track(number, samples, edits, references=b""):
+def track(number, samples, edits, references=b"", offsets=()):
     """A text track with `samples` samples of 2 bytes and 1 unit each in one chunk, and `edits`, each
-    (duration, media time)."""
+    (duration, media time). `offsets` are those of the times at which samples are shown."""
     one = 0x10000
     entry = atom(b"text", bytes(6), b"\0\1", bytes(43))
     table = atom(
@@ -57,6 +57,7 @@ def track(number, samples, edits, references=b""):
         atom(b"stsz", u32(0, 2, samples)),
         atom(b"stsc", u32(0, 1, 1, samples, 1)),
         atom(b"stco", u32(0, 1, 8)),
+        atom(b"ctts", u32(1 << 24, len(offsets)), *[u32(1, each) for each in offsets]) if offsets else b"",
     )
     return atom(
         b"trak",
@@ -195,6 +196,33 @@ class Summary(runs.RunTest):
             ],
         )
 
+    def test_chapters_that_are_only_in_a_list(self):
+        notes = self.folder / "chapters.txt"
+        chapters = [("Anfang", 0, 1250), ("Mitte 四", 1250, 2000), ("Ende", 2000, 3000)]
+        marks = (
+            f"[CHAPTER]\nTIMEBASE=1/1000\nSTART={start}\nEND={end}\ntitle={title}\n"
+            for title, start, end in chapters
+        )
+        notes.write_text(";FFMETADATA1\n" + "".join(marks))
+        # The file has a list and a chapter track, which no other track refers to after the change.
+        path = self.clip("list.mp4", "-f", "ffmetadata", "-i", notes, "-map_metadata", "2")
+        self.assertEqual(path.read_bytes().count(b"chpl"), 1)
+        path.write_bytes(path.read_bytes().replace(b"chap", b"none"))
+        lines = self.lines(path)
+        at = lines.index("chapters") + 1
+        self.assertEqual(lines[at : at + 3], ["0:00 Anfang", "0:01.25 Mitte 四", "0:02 Ende"])
+        told = self.json(path)[0]
+        self.assertEqual(
+            [(each["title"], each["start"], each["start"] + each["duration"]) for each in told["chapters"]],
+            [(title, start / 1000, told["duration"] if end == 3000 else end / 1000) for title, start, end in chapters],
+        )  # fmt: skip
+        self.assertEqual(len(told["tracks"]), 3)  # none is added
+        self.info("-svg", "out.svg", path)
+        picture = (self.folder / "out.svg").read_text()
+        self.assertIn("3 tracks, 3 chapters", picture)
+        for number, start in (1, "0:00"), (2, "0:01.25"), (3, "0:02"):
+            self.assertIn(f"Chapter {number}: {start}\n", picture)
+
     def test_bytes_of_the_file_in_json(self):
         path = self.clip("clip.mov", "-metadata", "artist=Anna")
         [found] = self.json("clip.mov")
@@ -247,7 +275,8 @@ class Summary(runs.RunTest):
         def limit():
             if not SANITIZERS:
                 resource.setrlimit(resource.RLIMIT_AS, (160 << 20, 160 << 20))
-            resource.setrlimit(resource.RLIMIT_CPU, (20, 20))
+            seconds = 80 if SANITIZERS else 20
+            resource.setrlimit(resource.RLIMIT_CPU, (seconds, seconds))
 
         many = 0xFFFFFF00
         chapters = atom(b"tref", atom(b"chap", u32(2)))
@@ -259,6 +288,17 @@ class Summary(runs.RunTest):
             [told] = self.json(path, preexec_fn=limit)
             self.assertEqual(told["tracks"][1]["samples"], many)
             self.assertNotIn("chapters", told)
+        # Each of 200,000 edits can show any of 200,000 samples.
+        places, itself = range(200_000), atom(b"tref", atom(b"chap", u32(1)))
+        offsets = [(1 << 31) + i for i in places]
+        path.write_bytes(movie(track(1, len(places), [(5, i) for i in places], itself, offsets)))
+        self.assertIn("too many", self.info(path, preexec_fn=limit).out)
+        compared = self.info("-same", path, "-from", path, status=1, preexec_fn=limit)
+        self.assertIn("too great disorder", compared.err)
+        # A list with 200,000 chapters.
+        listed = atom(b"udta", atom(b"chpl", u32(1 << 24), b"\0", u32(200_000), bytes(9 * 200_000)))
+        path.write_bytes(movie(track(1, 9, [(9, 0)]), listed))
+        self.assertIn("too many", self.info(path, preexec_fn=limit).out)
         edits = [(1, i % 2 * 100) for i in range(300_000)]
         (self.folder / "edits.mov").write_bytes(movie(track(1, 900, edits)))
         with open(self.folder / "out.json", "wb") as out:

@@ -37,6 +37,16 @@ void ForEachShownRun(const SampleTable& samples, SampleRange range, Visit&& visi
   }
 }
 
+// The samples that can be the one that is shown at `time`, which is the one that started last:
+// `certain` has started by then. The samples before the range start earlier than it, and those
+// after the range start after `time`.
+SampleRange CandidatesAt(const SampleTable& samples, MediaTime time) {
+  const MediaTime smallest{samples.Offsets().smallest}, largest{samples.Offsets().largest};
+  const std::uint64_t certain = samples.SampleAt(time - largest);
+  return {samples.SampleAt(samples.TimeOf(certain) + smallest - largest),
+          samples.SampleAt(time - smallest) + 1};
+}
+
 }  // namespace
 
 MediaTime ShownAt(const SampleTable& samples, std::uint64_t sample) {
@@ -50,12 +60,8 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
   const MediaTime last = to - MediaTime{1};
   if (samples.Offsets().AreZero()) return {samples.SampleAt(from), samples.SampleAt(last) + 1};
 
-  // Because offsets have bounds, only a few samples around each end need a look. The sample that is
-  // shown at `from` is the one that started last. `certain` has started by then, and all samples
-  // before `start` start earlier than it. All from `undecided` on start after `from`.
-  const std::uint64_t certain = samples.SampleAt(from - largest);
-  const std::uint64_t start = samples.SampleAt(samples.TimeOf(certain) + smallest - largest);
-  const std::uint64_t undecided = samples.SampleAt(from - smallest) + 1;
+  // Because offsets have bounds, only a few samples around each end need a look.
+  const auto [start, undecided] = CandidatesAt(samples, from);
   // All samples before `late` start before `to`. Those from `end` on do not.
   const std::uint64_t late = std::max(undecided, samples.SampleAt(last - largest));
   const std::uint64_t end = std::max(late, samples.SampleAt(last - smallest) + 1);
@@ -80,6 +86,11 @@ SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime
   ForEachShownRun(samples, {late, end}, look);
   if (!onShow.IsEmpty()) include(onShow);
   return found;
+}
+
+std::uint64_t CountCandidates(const SampleTable& samples, MediaTime time) {
+  if (samples.Count() == 0 || samples.Offsets().AreZero()) return 0;
+  return CandidatesAt(samples, time).Count();
 }
 
 std::optional<MediaTime> NextShownAfter(const SampleTable& samples, MediaTime time) {

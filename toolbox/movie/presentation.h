@@ -20,6 +20,10 @@ MediaTime ShownAt(const SampleTable& samples, std::uint64_t sample);
 //                      ^-----^             samples 2 and 3: {2, 4}
 SampleRange SamplesShownIn(const SampleTable& samples, MediaTime from, MediaTime to);
 
+// How many samples SamplesShownIn looks at to find the one that is shown at `time`: at most a few,
+// unless the offsets of the table differ by very much.
+std::uint64_t CountCandidates(const SampleTable& samples, MediaTime time);
+
 // When the next sample after `time` starts to be shown; nothing after the last.
 std::optional<MediaTime> NextShownAfter(const SampleTable& samples, MediaTime time);
 
