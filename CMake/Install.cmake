@@ -10,6 +10,8 @@ install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
 install(FILES clipinfo/schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/reelwork
   COMPONENT commands)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
+install(DIRECTORY examples/batch DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork/examples
+  COMPONENT commands USE_SOURCE_PERMISSIONS)
 
 set(completions ${PROJECT_SOURCE_DIR}/completions)
 foreach(name clipjoin clipstak cliptune clipinfo)
