@@ -23,6 +23,8 @@ NAMES = [f"{number:02} bay" for number in range(1, 13) if number != 11] + [ODD]
 DAMAGED, EMPTY = "04 bay", "10 bay"
 BAD = {DAMAGED, EMPTY}
 GOOD = set(NAMES) - BAD
+NOT_DONE = f"2 recordings have no movie:\n  '{DAMAGED}'\n  '{EMPTY}'\n"
+SAVE = "cliptune -q 'recordings/01 bay/GX01.MP4' -save-in-place -set-looping"
 
 # Stands before clipjoin on the PATH. It waits if the folder "held" has a file with the first two
 # characters of the recording, and writes its process number into that file.
@@ -114,7 +116,8 @@ class BatchTest(runs.RunTest):
         holding = HOLDING.replace("HELD", str(self.held))
         (programs / "clipjoin").write_text(holding.replace("CLIPJOIN", str(BIN / "clipjoin")))
         (programs / "clipjoin").chmod(0o755)
-        self.environment = {"PATH": f"{programs}:{BATCH}:{BIN}:{os.environ['PATH']}"}
+        path = f"{programs}:{BATCH}:{BIN}:{os.environ['PATH']}"
+        self.environment = {"PATH": path, "HOME": str(self.folder)}
 
     def store(self, name, clips):
         folder = self.recordings / name
@@ -191,9 +194,7 @@ class Parallel(BatchTest):
         shutil.rmtree(self.held)
         done = self.join_all()
         self.assertEqual(done.status, 1)
-        self.assertTrue(
-            done.err.endswith(f"2 recordings have no movie:\n  '{DAMAGED}'\n  '{EMPTY}'\n"), done.err
-        )
+        self.assertTrue(done.err.endswith(NOT_DONE), done.err)
         self.assertRegex(done.err, rf"{DAMAGED}/GX02\.MP4: fault: .*the file was cut off")
         self.assertIn(f"'{EMPTY}': no clips", done.err)
         self.assert_done(GOOD)
@@ -367,9 +368,7 @@ class ObjectStorage(BatchTest):
     def test_movies_are_read_through_a_mount_and_uploaded(self):
         done = self.type(commands("Object storage"))
         self.assertEqual(done.status, 0, done)  # that of fusermount3
-        self.assertTrue(
-            done.err.endswith(f"2 recordings have no movie:\n  '{DAMAGED}'\n  '{EMPTY}'\n"), done.err
-        )
+        self.assertTrue(done.err.endswith(NOT_DONE), done.err)
         good = {name.replace("\n", " ") for name in GOOD}
         self.assertEqual({path.stem for path in self.joined.glob("*.mov")}, good)
         self.assertEqual({path.stat().st_size for path in self.joined.glob("*.mov")}, {0})
@@ -393,7 +392,7 @@ class ObjectStorage(BatchTest):
         for option, error in (("--read-only", "-46"), ("--vfs-cache-mode=off", "-5000")):
             with self.subTest(option):
                 self.mount(option)
-                done = self.type("cliptune -q 'recordings/01 bay/GX01.MP4' -save-in-place -set-looping")
+                done = self.type(SAVE)
                 self.unmount()
                 self.assertEqual(clip.read_bytes(), old)
                 self.assertIn(error, done.err)
@@ -402,7 +401,7 @@ class ObjectStorage(BatchTest):
         clip = self.bucket / "recordings" / "01 bay" / "GX01.MP4"
         old = clip.read_bytes()
         self.mount("--vfs-cache-mode=writes", "--vfs-write-back=3s")
-        done = self.type("cliptune -q 'recordings/01 bay/GX01.MP4' -save-in-place -set-looping")
+        done = self.type(SAVE)
         self.assertEqual(done, runs.Result(0, "", ""))
         # The save has succeeded, but the object is still the old one.
         self.assertEqual(clip.read_bytes(), old)
