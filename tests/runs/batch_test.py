@@ -26,8 +26,9 @@ GOOD = set(NAMES) - BAD
 NOT_DONE = f"2 recordings have no movie:\n  '{DAMAGED}'\n  '{EMPTY}'\n"
 SAVE = "cliptune -q 'recordings/01 bay/GX01.MP4' -save-in-place -set-looping"
 
-# Stands before clipjoin on the PATH. It waits if the folder "held" has a file with the first two
-# characters of the recording, and writes its process number into that file.
+# The tests call this clipjoin. It waits if the folder "held" has a file with the first two
+# characters of the recording, and writes its process number into that file. Otherwise it is the
+# program of the build.
 HOLDING = """#!/bin/bash
 recording=${2%/*} # $1 is -q, and $2 is a clip
 recording=${recording##*/}
