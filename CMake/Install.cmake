@@ -10,6 +10,11 @@ install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
 install(FILES clipinfo/schema.json clipinfo/check-schema.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/reelwork COMPONENT commands)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
+set(batch ${CMAKE_INSTALL_DATADIR}/doc/reelwork/examples/batch)
+install(FILES examples/batch/README.md DESTINATION ${batch} COMPONENT commands)
+foreach(name join-all join-array.sbatch join-one list-jobs)
+  install(PROGRAMS examples/batch/${name} DESTINATION ${batch} COMPONENT commands)
+endforeach()
 
 set(completions ${PROJECT_SOURCE_DIR}/completions)
 foreach(name clipjoin clipstak cliptune clipinfo)

@@ -32,6 +32,11 @@ share/bash-completion/completions/clipjoin
 share/bash-completion/completions/clipstak -> clipjoin
 share/bash-completion/completions/cliptune -> clipjoin
 share/doc/reelwork/LICENSE
+share/doc/reelwork/examples/batch/README.md
+share/doc/reelwork/examples/batch/join-all
+share/doc/reelwork/examples/batch/join-array.sbatch
+share/doc/reelwork/examples/batch/join-one
+share/doc/reelwork/examples/batch/list-jobs
 share/fish/vendor_completions.d/clipinfo.fish
 share/fish/vendor_completions.d/clipjoin.fish
 share/fish/vendor_completions.d/clipstak.fish -> clipjoin.fish
