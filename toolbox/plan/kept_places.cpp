@@ -242,10 +242,7 @@ bool KeptPlaces::Take() {
   std::ranges::stable_sort(blocks, {}, &Block::shown);
   std::uint64_t size = plan_.dataSize;
   for (Block& block : blocks) {
-    // Unused bytes before a large block put it where its source can be shared. `unit` is a power
-    // of two, so a difference below zero does no harm.
-    constexpr std::uint64_t kWorthwhile = 64 << 10;
-    if (block.range.length >= kWorthwhile) size += (block.range.at - size) % plan_.unit;
+    size += plan_.UnusedBefore(size, block.range.at, block.range.at + block.range.length);
     block.range.destination = size;
     for (Extent* extent : block.extents) {
       extent->stretch.destination = size + (extent->begin - block.range.at);

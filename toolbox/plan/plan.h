@@ -156,6 +156,14 @@ struct FilePlan {
   std::vector<OffsetShift> shifts;
   FileKind kind = FileKind::kQuickTime;
 
+  // The number of unused bytes before a copy of the bytes [from, to) of a source that would go to
+  // position `at`, so that its blocks can be shared. 0 if that is not worthwhile.
+  std::uint64_t UnusedBefore(std::uint64_t at, std::uint64_t from, std::uint64_t to) const {
+    constexpr std::uint64_t kWorthwhile = 64 << 10;
+    // `unit` is a power of two, so the difference may be below zero.
+    return to - from < kWorthwhile ? 0 : (from - at) % unit;
+  }
+
   // Calls visit(CopyRange) for all media data that is copied and whose destination is in `window`,
   // in order of destination. Packed samples that are adjacent in source and output come as one
   // range.

@@ -1,6 +1,7 @@
 #include "toolbox/plan/update_steps.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <utility>
 #include <variant>
@@ -17,6 +18,7 @@
 namespace toolbox {
 namespace {
 
+constexpr std::uint64_t kAtomHead = 8;  // bytes
 constexpr FourCC kMovie{"moov"}, kFree{"free"}, kSkip{"skip"};
 
 // Changes the type of the atom at byte `atom`. The type is the second field of the head.
@@ -250,6 +252,8 @@ class GpsToMove {
 // The stages of a new file. It sets plan.shifts, because the kept parts move:
 //
 //   | ftyp, if it was first | new moov | new mdat, if any | kept stretches of the old file |
+//
+// If blocks can be shared, a 'free' before a stretch puts it where they can.
 std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
   if (file.locatesItems) throw Refused{featureUnsupported, "items of 'meta' would move"};
   const FileOutline::Part& first = file.atoms.front();
@@ -258,15 +262,21 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   // The size of the movie changes the shifts, and the shifts can change the size of the movie. So
   // repeat until the size stays the same.
   GpsToMove gps(plan, file);
-  std::vector<Step> media;
-  std::uint64_t size = 0, dataStart = 0;
+  std::vector<Step> rest;  // all steps after the movie
+  std::uint64_t size = 0, dataStart = 0, at = 0;
   for (std::uint64_t next = 1; next != size;) {
     size = next;
-    media.clear();
+    rest.clear();
     plan.shifts.clear();
-    std::uint64_t at = AddMediaData(plan, start + size, media);
+    at = AddMediaData(plan, start + size, rest);
     dataStart = at - plan.dataSize;
     for (const Stretch& stretch : kept) {
+      if (const std::uint64_t unused = plan.UnusedBefore(at, stretch.from, stretch.to)) {
+        const std::uint64_t room = unused < kAtomHead ? unused + plan.unit : unused;
+        rest.emplace_back(WriteBytes{at, FreeAtom(room)});
+        at += room;
+      }
+      rest.emplace_back(CopyBytes{at, file.source, stretch.from, stretch.to - stretch.from});
       plan.shifts.push_back({stretch.from, static_cast<std::int64_t>(at - stretch.from)});
       at += stretch.to - stretch.from;
     }
@@ -277,22 +287,19 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   std::vector<Step> steps;
   if (start != 0) steps.emplace_back(CopyBytes{0, file.source, 0, start});
   steps.emplace_back(WritePart{start, size, kMovieHeader, dataStart});
-  steps.insert(steps.end(), media.begin(), media.end());
-  std::uint64_t at = dataStart + plan.dataSize;
-  for (const Stretch& stretch : kept) {
-    steps.emplace_back(CopyBytes{at, file.source, stretch.from, stretch.to - stretch.from});
-    at += stretch.to - stretch.from;
-  }
+  std::ranges::move(rest, std::back_inserter(steps));
   return {{std::move(steps), {}}, NamingStage(at)};
 }
 
 }  // namespace
 
-UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header) {
+UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header,
+                           const std::function<std::uint64_t()>& startNewFile) {
   CheckOldMovieIsRemovable(plan, file);
   UpdateSteps steps;
   if (auto stage = FreeLeftovers(file)) steps.inPlace.push_back(std::move(*stage));
   if (!PlanInPlace(plan, file, header, steps.inPlace)) {
+    plan.unit = startNewFile();
     steps.newFile = PlanNewFile(plan, file, header);
   }
   return steps;

@@ -32,6 +32,9 @@ struct UpdateSteps {
 // 'gps ' of its movie. If the data of 'gps ' would move beyond 4 GiB, the atom is left out. Throws
 // Refused: featureUnsupported (the old movie contains auxiliary information that encrypted samples
 // need, or a new file would move items of a 'meta').
-UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header);
+//
+// startNewFile() is called if a new file is necessary. It returns the FilePlan::unit of that file.
+UpdateSteps StepsForUpdate(FilePlan& plan, const FileOutline& file, PlannedHeader& header,
+                           const std::function<std::uint64_t()>& startNewFile);
 
 }  // namespace toolbox

@@ -1,5 +1,7 @@
 #include "toolbox/write/update_file.h"
 
+#include <optional>
+
 #include "toolbox/disk/file_in_place.h"
 #include "toolbox/disk/output_file.h"
 #include "toolbox/plan/reference.h"
@@ -22,16 +24,15 @@ void UpdateFile(const MovieRecord& movie, const boost::filesystem::path& path,
   LoadTables(plan);  // they may be in the file that changes now
   if (plan.ownFile) plan.ownFile->state.reset();  // this save changes it
   MovieWriter header(plan, path);
-  const UpdateSteps steps = StepsForUpdate(plan, outline, header);
-  if (!steps.newFile.empty() && !mediaMayMove) {
-    throw Refused{fBsyErr, "its media would move, and another movie needs them"};
-  }
+  std::optional<OutputFile> output;
+  const UpdateSteps steps = StepsForUpdate(plan, outline, header, [&] {
+    if (!mediaMayMove) throw Refused{fBsyErr, "its media would move, and another movie needs them"};
+    return output.emplace(path, Existing::kLocked).FindSharing(file);
+  });
   PartsWriter parts(plan, header);
   FileInPlace inPlace(file.Descriptor());
   parts.Perform(steps.inPlace, inPlace);
-  if (steps.newFile.empty()) return;
-  OutputFile output(path, Existing::kLocked);
-  parts.Perform(steps.newFile, output);
+  if (output) parts.Perform(steps.newFile, *output);
 } catch (Failure& failure) {
   failure.NameFile(path.native());
   throw;

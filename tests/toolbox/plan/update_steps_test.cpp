@@ -21,12 +21,13 @@ class Header final : public PlannedHeader {
   std::uint64_t size_;
 };
 
-UpdateSteps StepsFor(const MemorySource& source, std::uint64_t dataSize = 0) {
+UpdateSteps StepsFor(const MemorySource& source, std::uint64_t dataSize = 0,
+                     std::uint64_t unit = 1) {
   FilePlan plan;
   plan.movie = std::make_unique<MovieRecord>();
   plan.dataSize = dataSize;
   Header header(100);
-  return StepsForUpdate(plan, ReadOutline(source), header);
+  return StepsForUpdate(plan, ReadOutline(source), header, [unit] { return unit; });
 }
 
 const Bytes kMovie = Atom("moov", MovieHeaderAtom());  // 116 bytes
@@ -83,6 +84,17 @@ TEST(UpdateSteps, MakeANewFileWhereNothingCanBeAppended) {
                           NamingStage(140)}));
 }
 
+TEST(UpdateSteps, PutSharedBlocksAtTheSamePlaceInABlock) {
+  const Bytes type = Atom("ftyp", Text("qt  "), Zeros(4)), media = Atom("mdat", Zeros(1 << 16));
+  const Bytes file = Join(type, kMovie, media, Text("junk"));
+  const MemorySource source(file);
+  // The media data is at byte 132, and the new movie ends at byte 116.
+  const auto steps = StepsFor(source, 0, 4096).newFile.at(0).steps;
+  EXPECT_EQ(steps.at(2), Step(WriteBytes{116, Atom("free", Zeros(8))}));
+  EXPECT_EQ(std::get<CopyBytes>(steps.at(3)).at, 132U);
+  EXPECT_EQ(StepsFor(source, 0, 16).newFile.at(0).steps.size(), 3U);
+}
+
 class GpsDataInANewFile : public InFolder {};
 
 TEST_F(GpsDataInANewFile, HasNewOffsetsOrIsLeftOutBeyond4GiB) {
@@ -104,7 +116,7 @@ TEST_F(GpsDataInANewFile, HasNewOffsetsOrIsLeftOutBeyond4GiB) {
     };
     plan.movie->siblings = {{FourCC{"gps "}, atom(offset)}, {FourCC{"????"}, Atom("????")}};
     Header header(1000);
-    StepsForUpdate(plan, outline, header);
+    StepsForUpdate(plan, outline, header, [] { return 1; });
     const Sibling* found = FindSibling(plan.movie->siblings, FourCC{"gps "});
     EXPECT_NE(FindSibling(plan.movie->siblings, FourCC{"????"}), nullptr);
     if (found == nullptr) return std::string("left out");

@@ -100,7 +100,8 @@ class CutShort : public InFolder {
               FilePlan plan = PlanUpdate(*movie);
               MovieWriter header(plan, path);
               const MemorySource source(file);
-              const auto steps = StepsForUpdate(plan, ReadOutline(source), header);
+              const auto steps =
+                  StepsForUpdate(plan, ReadOutline(source), header, [] { return 1; });
               PartsWriter parts(plan, header);
               parts.Perform(steps.newFile.empty() ? steps.inPlace : steps.newFile, disk);
             }};

@@ -109,6 +109,34 @@ TEST_F(WriteMovie, HasEverySampleAtItsOffset) {
   }
 }
 
+// A file system that shares blocks is rare where tests run, but the layout for it is valid
+// anywhere.
+TEST_F(WriteMovie, PutsMediaWhereBlocksCanBeShared) {
+  constexpr std::uint64_t kUnit = 4096;
+  MovieRecord movie;
+  std::vector<std::unique_ptr<MovieRecord>> inputs;
+  for (const std::uint32_t before : {80U, 90U}) {
+    const Bytes table = PlainTable(100, 60, 1000, before + 8);
+    inputs.push_back(
+        Opened(std::to_string(before),
+               Join(Atom("free", Zeros(before - 8)), Atom("mdat", Numbered(100'000)),
+                    Atom("moov", MovieHeaderAtom(600, 10), TrackAtom({.table = table})))));
+    InsertMovieSegment(*inputs.back(), movie, {}, inputs.back()->Duration(), movie.Duration());
+  }
+  for (const bool movieFirst : {true, false}) {
+    const FilePlan plan = PlanFlattened(movie, {.maxChunksKept = 100, .unit = kUnit});
+    ASSERT_EQ(plan.blocks.size(), 2U);
+    Written(plan, {.movieFirst = movieFirst, .compress = movieFirst});
+    const auto output = ReadOutput();
+    EXPECT_EQ(SampleBytes(*output->tracks[0]), Join(Numbered(100'000), Numbered(100'000)));
+    std::vector<std::uint64_t> places;
+    const SampleTable& samples = output->tracks[0]->media->samples;
+    ForEachPiece(samples, {0, samples.Count()},
+                 [&](const SamplePiece& piece) { places.push_back(piece.offset % kUnit); });
+    EXPECT_EQ(places, (std::vector<std::uint64_t>{88, 98}));
+  }
+}
+
 TEST_F(WriteMovie, BeginsAsAQuickTimeMovie) {
   EXPECT_EQ(FileTypeOf({}), Atom("ftyp", Text("qt  "), U32(0x20050300), Text("qt  ")));
 }
