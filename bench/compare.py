@@ -18,6 +18,7 @@ import pathlib
 import resource
 import shutil
 import statistics
+import struct
 import subprocess
 import sys
 import tempfile
@@ -96,6 +97,7 @@ def joins(inputs, work):
         ("ffmpeg, header first", out, [*concat, "-movflags", "+faststart", out]),
         ("ffmpeg", out, [*concat, out]),
         ("MP4Box", out, ["MP4Box", "-quiet", inputs[0], *appended, "-out", out]),
+        ("mp4_merge", out, ["mp4_merge", *inputs, "--out", out]),
         ("mkvmerge", mkv, ["mkvmerge", "-q", "-o", mkv, inputs[0],
                            *(f"+{path}" for path in inputs[1:])]),
     ]
@@ -104,13 +106,56 @@ def joins(inputs, work):
 def rewrites(movie, work):
     out = work / "out.mov"
     return [
-        ("cp", out, ["cp", movie, out]),
+        ("cp", out, ["cp", "--reflink=never", movie, out]),
         ("ours", out, [BIN / "cliptune", "-q", movie, "-self-contained", "-o", out]),
         ("ffmpeg, header first", out, ["ffmpeg", "-nostdin", "-v", "error", "-i", movie, "-map",
                                        "0", "-c", "copy", "-movflags", "+faststart", out]),
         ("MP4Box", out, ["MP4Box", "-quiet", "-inter", "500", movie, "-out", out]),
         ("qt-faststart", out, ["qt-faststart", movie, out]),
     ]
+
+
+def in_place(rounds, movie, work):
+    """Saves a movie of about 306 MB in place, and the same movie with 100 GB of media data that take
+    no room on the disk."""
+    small, large, copy, page = (work / name for name in ("306.mov", "100g.mov", "copy", "page"))
+    subprocess.run([BIN / "cliptune", "-q", movie, "-trimTo", "95", "-self-contained", "-o", small],
+                   check=True)  # fmt: skip
+    media = 100 << 30
+    shutil.copyfile(small, large)
+    with open(large, "ab") as file:
+        file.write(struct.pack(">I4sQ", 1, b"mdat", 16 + media))
+        file.truncate(file.tell() + media)
+
+    def save(path):
+        return [BIN / "cliptune", "-q", path, "-startAt", "1", "-save-in-place"]
+
+    def synced_twice():
+        with open(page, "wb") as file:
+            for _ in range(2):
+                file.write(bytes(4096))
+                os.fsync(file.fileno())
+
+    cases = {
+        "cp": lambda: subprocess.run(["cp", small, copy], check=True),
+        "ours, 306 MB": lambda: subprocess.run(save(small), check=True),
+        "ours, 100 GB": lambda: subprocess.run(save(large), check=True),
+        "two pages and two syncs": synced_twice,
+    }
+    times = {name: [] for name in cases}
+    for _ in range(rounds):
+        for name, work_of in cases.items():
+            copy.unlink(missing_ok=True)
+            os.sync()
+            start = time.perf_counter()
+            work_of()
+            times[name].append(time.perf_counter() - start)
+    print("\n### in-place: a save in place\n")
+    row("tool", "seconds", "/ copy")
+    row("---", *["---:"] * 2)
+    for name, seconds in times.items():
+        ratios = [one / copied for one, copied in zip(seconds, times["cp"])]
+        row(name, f"{statistics.median(seconds):.4f}", f"{statistics.median(ratios):.2f}")
 
 
 def growth(rounds, cases, work):
@@ -136,7 +181,7 @@ def main():
     parser.add_argument("-n", "--rounds", type=int, default=5)
     parser.add_argument("-o", "--outputs", type=pathlib.Path, help="default: MEDIA")
     parser.add_argument("media", type=lambda name: pathlib.Path(name).resolve())
-    names = ["large", "long", "many", "rewrite", "growth"]
+    names = ["large", "long", "many", "rewrite", "in-place", "growth"]
     parser.add_argument("workloads", nargs="*", default=names, metavar="WORKLOAD",
                         help="of " + ", ".join(names))
     options = parser.parse_args()
@@ -147,7 +192,7 @@ def main():
     large, long = ([media / f"{name}-{which}.mov" for which in "ab"] for name in ("large", "long"))
     clips = sorted((media / "clips").glob("*.mov"))
     inputs = {"large": large, "long": long, "many": clips, "rewrite": large[:1],
-              "growth": long + clips}
+              "in-place": large[:1], "growth": long + clips}
     with tempfile.TemporaryDirectory(prefix="bench.", dir=options.outputs or media) as folder:
         work = pathlib.Path(folder)
         for name in options.workloads:
@@ -157,6 +202,8 @@ def main():
                         pass
             if name == "rewrite":
                 measure("rewrite: one movie, header first", rounds, rewrites(large[0], work))
+            elif name == "in-place":
+                in_place(rounds, large[0], work)
             elif name == "growth":
                 # The same clips again and again: each file is opened by name every time.
                 many = (clips * 2000)[:2000]
@@ -164,6 +211,8 @@ def main():
                     ("2 long movies, by reference", long, []),
                     ("2 long movies, self-contained", long, ["-self-contained"]),
                     ("2000 clips, by reference", many, []),
+                    ("10,000 clips, by reference", (clips * 10000)[:10000], []),
+                    ("2000 clips, self-contained", many, ["-self-contained"]),
                     (f"{len(clips)} clips, self-contained", clips, ["-self-contained"]),
                 ], work)
             else:
