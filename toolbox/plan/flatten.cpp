@@ -56,7 +56,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   for (const std::size_t i : withMedia) planner.Prepare(i);
   // Copy the files as they are, if possible. Otherwise cut and interleave the samples.
   if (!planner.KeepPlaces(options.maxChunksKept)) {
-    for (const std::size_t i : withMedia) planner.Cut(i);
+    planner.Cut(withMedia);
     planner.Arrange(options.interleave);
   }
   for (const std::size_t i : withMedia) planner.AddAuxiliary(i);

@@ -53,15 +53,14 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
   bool isInOrder = true;
   // These are not members of the extent, because the loop over millions of pieces is faster if they
   // are in registers.
-  std::uint64_t filled = 0, end = 0, pieces = 0;
+  std::uint64_t filled = 0, end = 0;
   std::uint32_t samples = 0;
   const auto close = [&] {
-    if (pieces == 0) return;
+    if (samples == 0) return;
     Extent& open = extents_.back();
     open.end = end;
     open.filled = std::exchange(filled, 0);
     open.stretch.count = std::exchange(samples, 0);
-    chunks_ += std::exchange(pieces, 0);
   };
   const SourceEnd* fileEnd = nullptr;
   std::uint32_t description = UINT32_MAX;
@@ -70,7 +69,7 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
       description = piece.description;
       fileEnd = &ends[description];
       const DataReference& from = media.ReferenceOf(description);
-      if (pieces == 0 || extents_.back().from != &from) {
+      if (samples == 0 || extents_.back().from != &from) {
         close();
         Extent& open = extents_.emplace_back();
         open.file = FileOf(from);
@@ -87,7 +86,6 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
     end = piece.offset + piece.size;
     filled += piece.size;
     samples += piece.count;
-    ++pieces;
   });
   close();
   return isInOrder;

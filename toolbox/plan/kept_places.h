@@ -27,8 +27,7 @@ class KeptPlaces {
   // in their files or not in a file. Throws Refused (eofErr) if a sample is beyond the end of its
   // file.
   bool Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends);
-  // The number of chunks that the samples so far have in their files, and their size in bytes.
-  std::uint64_t Chunks() const { return chunks_; }
+  // The size of the samples so far, in bytes.
   std::uint64_t Bytes() const;
   // Puts blocks and stretches into the plan. Returns false, and plans nothing, if many bytes
   // between the samples are unused, if bytes are used twice, or if the samples are not interleaved.
@@ -71,7 +70,6 @@ class KeptPlaces {
 
   FilePlan& plan_;
   std::vector<Extent> extents_;
-  std::uint64_t chunks_ = 0;
 };
 
 }  // namespace toolbox

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "toolbox/atoms/gps_locations.h"
+#include "toolbox/disk/side_by_side.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/plan/auxiliary_data.h"
 #include "toolbox/plan/chunk_cutter.h"
@@ -135,10 +136,28 @@ void Planner::Prepare(std::size_t index) {
   output.edits.TrimEnd();
 }
 
-void Planner::Cut(std::size_t index) {
+void Planner::Cut(const std::vector<std::size_t>& indexes) {
+  // Cutting fewer samples than this takes less time than starting a thread.
+  constexpr std::uint64_t kManySamples = 100'000;
+  std::uint64_t samples = 0;
+  for (const std::size_t index : indexes) {
+    samples += plan_.tracks[index].source->media->samples.Count();
+  }
+  const std::uint64_t threads =
+      std::min<std::uint64_t>(indexes.size(), ThreadsFor(samples, kManySamples));
+  std::vector<std::vector<Timed>> timed(indexes.size());
+  SideBySide(indexes.size(), threads,
+             [&](std::uint64_t i, Bytes&) { timed[i] = CutTrack(indexes[i]); });
+  for (const std::vector<Timed>& track : timed) {
+    timed_.insert(timed_.end(), track.begin(), track.end());
+  }
+}
+
+std::vector<Planner::Timed> Planner::CutTrack(std::size_t index) {
+  std::vector<Timed> timed;
   TrackPlan& track = plan_.tracks[index];
   const MediaRecord& source = *track.source->media;
-  const Prepared& prepared = prepared_[index];
+  const Prepared& prepared = prepared_.at(index);
   PackedChunks& chunks = track.places.emplace<PackedChunks>();
   ChunkCutter cutter(source, track.descriptions, chunks);
   for (const UsedSamples& part : prepared.used) {
@@ -150,26 +169,34 @@ void Planner::Cut(std::size_t index) {
       cutter.Add(piece);
     });
     for (std::size_t i = before; i < chunks.size(); ++i) {
-      timed_.push_back({FirstShown(*track.source, part, chunks[i].sample),
-                        Rank(source.Type()),
-                        {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
+      timed.push_back({FirstShown(*track.source, part, chunks[i].sample),
+                       Rank(source.Type()),
+                       {static_cast<std::uint32_t>(index), static_cast<std::uint32_t>(i)}});
     }
   }
+  return timed;
 }
 
 bool Planner::KeepPlaces(std::uint64_t maxChunks) {
   if (maxChunks == 0) return false;
   // To share this many bytes saves more time than a header with fewer chunks.
   constexpr std::uint64_t kMuch = 64 << 20;
+  std::uint64_t chunks = 0;
+  for (const auto& [index, prepared] : prepared_) {
+    for (const UsedSamples& part : prepared.used) {
+      ForEachChunks(plan_.tracks[index].source->media->samples, part.samples,
+                    [&chunks](const SampleChunks& run) { chunks += run.count; });
+    }
+  }
+  const bool hasTooMany = chunks > maxChunks;
+  if (hasTooMany && plan_.unit == 1) return false;
   KeptPlaces kept(plan_);
-  const auto hasTooManyChunks = [&] { return kept.Chunks() > maxChunks; };
   for (const auto& [index, prepared] : prepared_) {
     for (const UsedSamples& part : prepared.used) {
       if (!kept.Add(index, part, prepared.ends)) return false;
-      if (plan_.unit == 1 && hasTooManyChunks()) return false;
     }
   }
-  if (hasTooManyChunks() && kept.Bytes() < kMuch) return false;
+  if (hasTooMany && kept.Bytes() < kMuch) return false;
   return kept.Take();
 }
 

@@ -53,8 +53,8 @@ class Planner {
   // and plans nothing, if that is impossible, or if it takes more than `maxChunks` chunks and the
   // file system cannot share many bytes. Throws Refused: eofErr.
   bool KeepPlaces(std::uint64_t maxChunks);
-  // Cuts the samples of a prepared track into new chunks. Throws Refused: eofErr.
-  void Cut(std::size_t index);
+  // Cuts the samples of prepared tracks into new chunks. Throws Refused: eofErr.
+  void Cut(const std::vector<std::size_t>& indexes);
   // Gives every cut chunk its place: by the time it is shown, or else track by track.
   void Arrange(bool interleave);
   // Plans to copy the auxiliary information of the samples of a prepared track, after all other
@@ -79,6 +79,9 @@ class Planner {
     int rank = 0;
     ChunkReference chunk;
   };
+
+  // Returns the new chunks of one track. Several threads may cut different tracks.
+  std::vector<Timed> CutTrack(std::size_t index);
 
   FilePlan& plan_;
   SourceEnds ends_;

@@ -20,7 +20,7 @@ void CopyMemory(FilePlan& plan, Planner& planner) {
         });
     if (!isInMemory) continue;
     planner.Prepare(i);
-    planner.Cut(i);
+    planner.Cut({i});
     SamplePlaces& places = plan.tracks[i].places;
     // The track uses none of its samples.
     if (std::get<PackedChunks>(places).empty()) places = StaysInPlace{};
