@@ -25,9 +25,6 @@
 namespace toolbox {
 namespace {
 
-// What is read and written at once. With 64 KiB or with 1 MiB, two threads take longer.
-constexpr std::uint64_t kBlock = 256 << 10;
-
 #ifdef __linux__
 
 // Lets `file` share the blocks of `source`. Returns false if that is not possible. All three
@@ -144,14 +141,10 @@ void FileCopier::CopyBytes(std::uint64_t at, const ByteSource& source, std::uint
     from += copied;
     length -= copied;
   }
-  Bytes block;
-  for (; length != 0; length -= block.size()) {
-    block.resize(std::min(length, kBlock));
-    source.Read(from, block);
+  ForEachBlock(source, from, length, [&](ByteSpan block) {
     WriteFully(file_, at, block);
     at += block.size();
-    from += block.size();
-  }
+  });
 }
 
 }  // namespace toolbox
