@@ -32,8 +32,8 @@ std::shared_ptr<const SampleRows> Frames(std::uint32_t count) {
 }
 
 void WriteReference(const MovieRecord& movie, const boost::filesystem::path& path) {
-  WriteNewFile(PlanReference(movie), {.movieFirst = false, .compress = false}, path,
-               Existing::kReplace);
+  WriteNewFile(movie, {.movieFirst = false, .compress = false}, path, Existing::kReplace,
+               [&movie](std::uint64_t) { return PlanReference(movie); });
 }
 
 void WriteMovieOf(std::uint32_t samples, const boost::filesystem::path& path) {
