@@ -16,18 +16,21 @@ using toolbox::TrackRecord;
 
 constexpr FourCC kChapters{"chap"}, kChapterList{"chpl"};
 constexpr std::uint64_t kMostChapters = 100'000;
-// Samples that can be looked at in the time that it takes to read a chapter.
+// To look at this many samples takes as long as to read a chapter.
 constexpr std::uint64_t kCandidates = 10;
 
-// How many samples the edits of a chapter track show; each is a chapter. More if it takes long to
-// find them.
+// How many samples the edits of a chapter track show; each is a chapter. Samples that are slow to
+// find count as more.
 std::uint64_t CountChapters(const TrackRecord& track) {
   if (!track.media || track.media->samples.Count() == 0) return 0;
   const toolbox::Clock clock = track.TimeClock();
   std::uint64_t count = 0;
   for (const toolbox::Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
-    const toolbox::MediaTime end = edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp);
+    // An edit that stands still shows one sample.
+    const toolbox::MediaTime end =
+        std::max(edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp),
+                 edit.mediaTime + toolbox::MediaTime{1});
     const toolbox::SampleTable& samples = track.media->samples;
     const std::uint64_t shown = SamplesShownIn(samples, edit.mediaTime, end).Count();
     count += shown + (shown + 1) * (CountCandidates(samples, edit.mediaTime) / kCandidates);

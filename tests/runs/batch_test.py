@@ -256,7 +256,7 @@ class Parallel(BatchTest):
             self.assert_done(["01 bay"])
             (self.joined / "01 bay.mov").unlink()
             # If each file needs a name, the unfinished one is hidden, and is not with the movies.
-            hidden = {name for name in left_over if name.startswith(".01 bay.mov.")}
+            hidden = {name for name in left_over if name.startswith(".01 bay.")}
             self.assertEqual((left_over, bool(left_over)), (hidden, bool(named)))
 
 

@@ -18,7 +18,7 @@ CODECS = "-t 6 -c:v mjpeg -q:v 2 -c:a aac".split()
 class SharedBlocks(runs.RunTest):
     def check_on(self, kind):
         self.mount(kind)
-        for name, sound in (("one.mov", "anoisesrc=seed=1"), ("two.mov", "anoisesrc=seed=2")):
+        for name, sound in (("one.mov", "anoisesrc=seed=1:d=5.5"), ("two.mov", "anoisesrc=seed=2")):
             make_clip(self.folder / name, *CLIP, sound, *CODECS)
         whole, header_last = ("-self-contained",), ("-self-contained", "-no-fast-start")
         part = ("-startAt", "1.23", "-trimTo", "3")

@@ -58,9 +58,9 @@ Bytes Inflated(const CompressedData& data) {
   Bytes inflated(data.size);
   const std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> inflater(
       libdeflate_alloc_decompressor(), libdeflate_free_decompressor);
+  if (!inflater) throw std::bad_alloc();
   std::size_t used = 0;
-  if (!inflater ||
-      libdeflate_zlib_decompress(inflater.get(), data.stream.data(), data.stream.size(),
+  if (libdeflate_zlib_decompress(inflater.get(), data.stream.data(), data.stream.size(),
                                  inflated.data(), inflated.size(), &used) != LIBDEFLATE_SUCCESS) {
     throw Malformed("the compressed movie header is damaged");
   }
@@ -77,7 +77,7 @@ Bytes WithStream(ByteSpan stream, std::uint64_t size) {
 
 }  // namespace
 
-// The library is three times as fast as libdeflate at sample tables, and its streams are shorter.
+// ISA-L is three times as fast as libdeflate at sample tables, and its streams are shorter.
 struct MovieDeflater::State {
   isal_zstream stream = {};
   Bytes levelBuffer = Bytes(ISAL_DEF_LVL1_DEFAULT);

@@ -19,8 +19,8 @@ class MovieDeflater {
 
   // Adds the next piece, of less than 4 GiB.
   void Append(ByteSpan bytes);
-  // Returns a whole 'moov' with the compressed one inside, after all of that was added. Returns
-  // nothing if it is so much shorter that Inflate would refuse it.
+  // Call this after the last Append. Returns a whole 'moov' with the compressed one inside, or
+  // nothing if it has become so short that Inflate would refuse it.
   std::optional<Bytes> Finish();
 
  private:

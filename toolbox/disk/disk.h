@@ -15,8 +15,8 @@ class Disk {
   virtual ~Disk() = default;
 
   // The number of threads that are to copy `bytes` bytes of media to this disk. `source` is one of
-  // the sources. If it is more than 1, Write and Copy may be called by that many threads at the
-  // same time, and in any order.
+  // the sources. If the result is more than 1, Write and Copy may be called by that many threads at
+  // the same time, and in any order.
   virtual std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes);
 
   // Writes `bytes` at position `at`. They need not live after the call.

@@ -13,6 +13,7 @@
 #endif
 
 #include <algorithm>
+#include <bit>
 #include <boost/filesystem/fstream.hpp>
 #include <cerrno>
 #include <string>
@@ -44,8 +45,8 @@ std::uint64_t CopyInKernel(int file, std::uint64_t at, int source, std::uint64_t
   const ssize_t copied = Uninterrupted(
       [&] { return copy_file_range(source, &in, file, &out, std::min(length, kMost), 0); });
   if (copied >= 0) return static_cast<std::uint64_t>(copied);
-  const int cannot[] = {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP, EBADF};
-  if (std::ranges::find(cannot, errno) == std::end(cannot)) throw RefusedBy(errno);
+  const int lacks[] = {ENOSPC, EDQUOT, EFBIG, EIO};
+  if (std::ranges::find(lacks, errno) != std::end(lacks)) throw RefusedBy(errno);
   return 0;
 }
 
@@ -100,19 +101,22 @@ bool IsOnSpinningDisk(int) { return false; }
 std::uint64_t FileCopier::FindSharing(const ByteSource& source) {
   struct statvfs status = {};
   if (source.Descriptor() < 0 || fstatvfs(file_, &status) != 0) return 1;
+  // The trial shares one block. No file system has larger ones than this.
+  constexpr std::uint64_t kLargest = 1 << 20;
   const std::uint64_t block = status.f_bsize;
-  if (source.Size() < block || !Share(file_, 0, source.Descriptor(), 0, block)) return 1;
+  if (!std::has_single_bit(block) || block > std::min(kLargest, source.Size())) return 1;
+  if (!Share(file_, 0, source.Descriptor(), 0, block)) return 1;
   Required([this] { return ftruncate(file_, 0); });
   return unit_ = block;
 }
 
 std::uint64_t FileCopier::ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) {
   // More threads than this only wait for the lock of the new file.
-  constexpr std::uint64_t kMost = 4, kFewestBytes = 1 << 20;
+  constexpr std::uint64_t kMost = 4, kFewestBytes = 8 << 20;
   const int file = source.Descriptor();
   const std::uint64_t threads = std::min(kMost, ThreadsFor(bytes, kFewestBytes));
-  if (threads == 1 || unit_ != 1 || file < 0 || IsRemote(file_)) return 1;
-  // On a spinning disk, threads would make the head move to and fro.
+  if (threads == 1 || file < 0 || IsRemote(file_)) return 1;
+  // On a spinning disk, threads would make the head move back and forth.
   if (!AreInMemory(file, 0, source.Size()) && IsOnSpinningDisk(file)) return 1;
   // The kernel holds the lock while it copies. Reading needs no lock.
   kernelCopies_ = false;

@@ -39,7 +39,7 @@ class FileCopier {
 
   int file_;
   std::uint64_t unit_ = 1;  // the block size, if blocks can be shared
-  // False after the kernel could not copy once, and while several threads copy.
+  // False after the kernel could not copy once, and once several threads copy.
   std::atomic<bool> kernelCopies_ = true;
 };
 

@@ -111,7 +111,7 @@ struct OutputFile::State {
 
   std::atomic<std::uint64_t> written = 0;  // bytes
   std::uint64_t reserved = 0;  // size of the file that Reserve asked for
-  bool takesAnyOrder = false;  // so that several threads may write
+  std::uint64_t anyOrderUntil = 0;  // several threads may write in any order up to this position
   std::atomic<bool> hasFailed = false;
 
   int File() const { return (temporary ? temporary->File() : direct).Number(); }
@@ -131,7 +131,7 @@ struct OutputFile::State {
   }
 
   void CheckPlace(std::uint64_t at) const {
-    if (!takesAnyOrder && at != written) {
+    if (at >= anyOrderUntil && at != written) {
       throw Refused{ioErr, "a write is not at the end of the file"};
     }
   }
@@ -166,7 +166,7 @@ struct OutputFile::State {
     // Without room reserved, some file systems would first write zeros up to a later place.
     if (!temporary || reserved == 0) return 1;
     const std::uint64_t threads = copier->ThreadsToCopy(source, bytes);
-    takesAnyOrder = threads > 1;
+    if (threads > 1) anyOrderUntil = written + bytes;
     return threads;
   }
 
@@ -230,7 +230,7 @@ std::uint64_t OutputFile::Position() const { return state_->written; }
 std::uint64_t OutputFile::FindSharing(const ByteSource& source) {
   std::uint64_t unit = 1;
   state_->Step([&] {
-    if (state_->copier) unit = state_->copier->FindSharing(source);
+    if (state_->copier && state_->written == 0) unit = state_->copier->FindSharing(source);
   });
   return unit;
 }

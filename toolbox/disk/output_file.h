@@ -14,7 +14,7 @@ namespace toolbox {
 enum class Existing { kReplace, kRefuse, kLocked };
 
 // The file is written from start to end: every Write and Copy must be at Position(), or it throws
-// ioErr. Only several threads that copy may write in any order. The target does not change before
+// ioErr. While several threads copy, they may write in any order. The target does not change before
 // TakeName. After a call has thrown, every later call throws ioErr.
 //
 //   no name, or .name.XXXXXX   while it is written, in the folder of the target: a TemporaryFile

@@ -1,5 +1,7 @@
 #include "toolbox/disk/side_by_side.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <atomic>
 #include <csignal>
@@ -12,12 +14,14 @@
 namespace toolbox {
 namespace {
 
-// Blocks all signals for the calling thread. Threads that it starts inherit that.
+// Blocks signals for the calling thread, except those for what the thread itself does. Threads that
+// it starts inherit that.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
     sigset_t all;
     sigfillset(&all);
+    for (const int own : {SIGBUS, SIGSEGV, SIGFPE, SIGILL}) sigdelset(&all, own);
     pthread_sigmask(SIG_SETMASK, &all, &before_);
   }
   ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
@@ -31,19 +35,25 @@ class SignalsBlocked {
 }  // namespace
 
 std::uint64_t ThreadsFor(std::uint64_t tasks, std::uint64_t fewest) {
-  const std::uint64_t cores = std::thread::hardware_concurrency();
+  std::uint64_t cores = std::thread::hardware_concurrency();
+#ifdef __linux__
+  cpu_set_t allowed;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) == 0) {
+    cores = static_cast<std::uint64_t>(CPU_COUNT(&allowed));
+  }
+#endif
   return std::max<std::uint64_t>(1, std::min(cores, tasks / fewest));
 }
 
 void SideBySide(std::uint64_t tasks, std::uint64_t threads,
-                const std::function<void(std::uint64_t index, Bytes& block)>& task) {
+                const std::function<void(std::uint64_t index, Bytes& buffer)>& task) {
   std::atomic<std::uint64_t> next = 0;
   std::exception_ptr failure;
   std::mutex failing;
   const auto work = [&] {
     try {
-      Bytes block;
-      for (std::uint64_t i = next++; i < tasks; i = next++) task(i, block);
+      Bytes buffer;
+      for (std::uint64_t i = next++; i < tasks; i = next++) task(i, buffer);
     } catch (...) {
       next = tasks;
       const std::lock_guard lock(failing);

@@ -56,6 +56,7 @@ FilePlan PlanFlattened(const MovieRecord& movie, FlattenOptions options) {
   for (const std::size_t i : withMedia) planner.Prepare(i);
   // Copy the files as they are, if possible. Otherwise cut and interleave the samples.
   if (!planner.KeepPlaces(options.maxChunksKept)) {
+    plan.unit = 1;  // chunks are too small to be shared
     planner.Cut(withMedia);
     planner.Arrange(options.interleave);
   }

@@ -1,7 +1,11 @@
 #include "toolbox/plan/kept_places.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 #include <iterator>
+#include <queue>
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -22,7 +26,8 @@ class PieceWalk {
   void Next() {
     constexpr std::uint64_t kSamplesAtOnce = 4096;
     if (++at_ < pieces_.size() || left_.IsEmpty()) return;
-    const SampleRange next{left_.from, std::min(left_.to, left_.from + kSamplesAtOnce)};
+    SampleRange next{left_.from, std::min(left_.to, left_.from + kSamplesAtOnce)};
+    next.to = std::min(left_.to, WholePackets(samples_, next).to);
     left_.from = next.to;
     pieces_.clear();
     at_ = 0;
@@ -63,16 +68,20 @@ bool KeptPlaces::Add(std::size_t track, const UsedSamples& part, std::span<const
     open.stretch.count = std::exchange(samples, 0);
   };
   const SourceEnd* fileEnd = nullptr;
+  bool isInMemory = false;
   std::uint32_t description = UINT32_MAX;
   ForEachPiece(media.samples, part.samples, [&](const SamplePiece& piece) {
-    if (piece.description != description) {
+    if (piece.description != description || (isInMemory && piece.offset != end)) {
       description = piece.description;
       fileEnd = &ends[description];
       const DataReference& from = media.ReferenceOf(description);
-      if (samples == 0 || extents_.back().from != &from) {
+      isInMemory = std::holds_alternative<InMemory>(from);
+      if (samples == 0 || extents_.back().from != &from || isInMemory) {
         close();
         Extent& open = extents_.emplace_back();
-        open.file = FileOf(from);
+        // The same bytes of memory can be used many times, for example for silence. So each use
+        // counts as a file of its own. No path contains a null character.
+        open.file = isInMemory ? '\0' + std::to_string(extents_.size()) : FileOf(from);
         open.from = &from;
         open.track = track;
         open.shown = FirstShown(source, part, piece.sample);
@@ -119,6 +128,17 @@ std::vector<KeptPlaces::Block> KeptPlaces::MakeBlocks() {
   return blocks;
 }
 
+bool KeptPlaces::IsFull(const Block& block) const {
+  if (block.filled != block.range.length) return false;
+  // Two tracks of one kind can use the same samples. Then as many other bytes can be unused.
+  std::set<std::pair<FourCC, std::size_t>> tracks;  // with the kind of their media
+  for (const Extent* extent : block.extents) {
+    tracks.emplace(plan_.tracks[extent->track].source->media->Type(), extent->track);
+  }
+  const auto sameKind = [](const auto& a, const auto& b) { return a.first == b.first; };
+  return std::ranges::adjacent_find(tracks, sameKind) == tracks.end();
+}
+
 bool KeptPlaces::SplitBlock(const Block& block, std::vector<Extent>& parts) const {
   // More blocks than this take longer to copy than new chunks.
   constexpr std::uint64_t kAlways = 8, kBytesForEach = 1 << 20;
@@ -128,20 +148,23 @@ bool KeptPlaces::SplitBlock(const Block& block, std::vector<Extent>& parts) cons
     const Extent* whole;
     PieceWalk pieces;
     std::size_t open = kNone;  // the part that the next piece continues, as an index of `parts`
-    std::uint64_t Offset() const { return pieces.Piece() ? pieces.Piece()->offset : UINT64_MAX; }
   };
   std::vector<Walk> walks;
+  using Next = std::pair<std::uint64_t, std::size_t>;  // offset of its next piece, index of a walk
+  std::priority_queue<Next, std::vector<Next>, std::greater<>> order;
   for (const Extent* extent : block.extents) {
     const std::uint64_t first = extent->stretch.sample;
     walks.push_back({extent, PieceWalk(plan_.tracks[extent->track].source->media->samples,
                                        {first, first + extent->stretch.count})});
+    order.emplace(extent->begin, walks.size() - 1);
   }
   // The pieces of all walks in the order of the file.
   std::uint64_t end = block.range.at;
-  while (true) {
-    Walk& walk = *std::ranges::min_element(walks, {}, &Walk::Offset);
+  while (!order.empty()) {
+    const std::size_t index = order.top().second;
+    order.pop();
+    Walk& walk = walks[index];
     const SamplePiece* piece = walk.pieces.Piece();
-    if (piece == nullptr) return true;
     if (piece->offset < end) return false;
     if (piece->offset > end) {
       if (gapsLeft-- == 0) return false;
@@ -159,13 +182,15 @@ bool KeptPlaces::SplitBlock(const Block& block, std::vector<Extent>& parts) cons
     part.stretch.count += piece->count;
     part.end = end = piece->offset + piece->size;
     walk.pieces.Next();
+    if (walk.pieces.Piece() != nullptr) order.emplace(walk.pieces.Piece()->offset, index);
   }
+  return true;
 }
 
 bool KeptPlaces::SplitAtGaps(const std::vector<Block>& blocks) {
   std::vector<Extent> parts;
   for (const Block& block : blocks) {
-    if (block.filled == block.range.length) {
+    if (IsFull(block)) {
       for (const Extent* extent : block.extents) parts.push_back(*extent);
     } else if (!SplitBlock(block, parts)) {
       return false;
@@ -232,8 +257,7 @@ bool KeptPlaces::IsInterleaved() const {
 bool KeptPlaces::Take() {
   std::vector<Block> blocks = MakeBlocks();
   // Unused bytes are not copied: they may be what the user has cut off.
-  const auto isFull = [](const Block& block) { return block.filled == block.range.length; };
-  if (!std::ranges::all_of(blocks, isFull)) {
+  if (!std::ranges::all_of(blocks, [this](const Block& block) { return IsFull(block); })) {
     if (!SplitAtGaps(blocks)) return false;
     blocks = MakeBlocks();
   }

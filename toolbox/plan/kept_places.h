@@ -16,21 +16,24 @@ namespace toolbox {
 // blocks as its media data:
 //
 //   source file   | header | v a v a v a v a | unused | v a v a | header | ...
-//                          [---- block ------]        [ block ]    one extent per track in each
+//                          [---- block ------]        [ block ]
 //   media data    | v a v a v a v a | v a v a | next block | ...
+//
+// Each block has one extent for each track, here for v and for a.
 class KeptPlaces {
  public:
   explicit KeptPlaces(FilePlan& plan) : plan_(plan) {}
 
   // Adds samples of the track with index `track`. `ends` has the end of the source for each
   // description. Returns false if the places cannot be kept, because the samples are not in order
-  // in their files or not in a file. Throws Refused (eofErr) if a sample is beyond the end of its
+  // in their files or cannot be found. Throws Refused (eofErr) if a sample is beyond the end of its
   // file.
   bool Add(std::size_t track, const UsedSamples& part, std::span<const SourceEnd> ends);
   // The size of the samples so far, in bytes.
   std::uint64_t Bytes() const;
-  // Puts blocks and stretches into the plan. Returns false, and plans nothing, if many bytes
-  // between the samples are unused, if bytes are used twice, or if the samples are not interleaved.
+  // Puts blocks and stretches into the plan. Returns false, and plans nothing, if unused bytes
+  // split the samples into too many blocks, if bytes are used twice, or if the samples are not
+  // interleaved.
   bool Take();
 
  private:
@@ -57,6 +60,8 @@ class KeptPlaces {
   // The path of a file that can be copied from; empty for anything else.
   std::string FileOf(const DataReference& reference) const;
   std::vector<Block> MakeBlocks();
+  // Whether a block has no unused bytes for sure.
+  bool IsFull(const Block& block) const;
   // Splits extents wherever a block has unused bytes, so that the blocks made of them have none.
   // Returns false if that would make too many blocks, or if bytes are used twice.
   bool SplitAtGaps(const std::vector<Block>& blocks);

@@ -13,7 +13,7 @@ namespace {
 Bytes HeadOf(const FilePlan& plan, std::uint64_t at) {
   Bytes head;
   for (std::uint64_t unused = 0;;) {
-    // Unused bytes can make the head longer, but only once.
+    // The unused bytes can raise the size above 4 GiB; then the head grows once.
     head = MediaDataHead(unused + plan.dataSize, plan.kind == FileKind::kMpeg4);
     head.resize(head.size() + unused);
     const std::uint64_t misfit = (at + head.size()) % plan.unit;
@@ -59,8 +59,11 @@ class NewFile {
 // the header changes the chunk offsets, and offsets that need 64 bits make the header larger. So
 // this repeats until the size no longer changes, which takes a round or two.
 std::uint64_t SizeBeforeData(const FilePlan& plan, PlannedHeader& header, std::uint64_t start) {
+  constexpr int kMaxRounds = 8;
   std::uint64_t size = header.SizeAt(DataStart(plan, start));
-  for (std::uint64_t before = 0; before != size;) {
+  int rounds = 0;
+  for (std::uint64_t before = 0; before != size; ++rounds) {
+    if (rounds == kMaxRounds) throw Refused{ioErr, "the size of its header cannot be settled"};
     before = size;
     size = header.SizeAt(DataStart(plan, start + size));
   }

@@ -97,8 +97,7 @@ struct DataWindow {
   }
 };
 
-// Everything from byte `from` of the movie's own file on, up to the next shift, moves by `by`
-// bytes.
+// The bytes of the movie's own file from byte `from` up to the next shift move by `by` bytes.
 struct OffsetShift {
   std::uint64_t from = 0;
   std::int64_t by = 0;
@@ -147,8 +146,8 @@ struct FilePlan {
   std::vector<CopyRange> auxiliary;  // auxiliary information of samples
   std::vector<MadeData> made;
   std::uint64_t dataSize = 0;  // bytes of all of them, and of unused bytes between them
-  // The file system can share blocks of this size (bytes) with the sources. Large parts of files
-  // have the same position modulo `unit` in source and output. 1: it cannot.
+  // The size in bytes of the blocks that the file system can share with the sources. The positions
+  // of a large part in source and output differ by a multiple of this. 1: it can share none.
   std::uint64_t unit = 1;
   std::map<std::string, std::uint64_t> files;  // paths of the files with its sources, and sizes
 
@@ -159,9 +158,10 @@ struct FilePlan {
   // The number of unused bytes before a copy of the bytes [from, to) of a source that would go to
   // position `at`, so that its blocks can be shared. 0 if that is not worthwhile.
   std::uint64_t UnusedBefore(std::uint64_t at, std::uint64_t from, std::uint64_t to) const {
-    constexpr std::uint64_t kWorthwhile = 64 << 10;
-    // `unit` is a power of two, so the difference may be below zero.
-    return to - from < kWorthwhile ? 0 : (from - at) % unit;
+    constexpr std::uint64_t kMinBytes = 1 << 20, kMinBlocks = 16;
+    if (to - from < std::max(kMinBytes, kMinBlocks * unit)) return 0;
+    // The difference may wrap below zero, because `unit` is a power of two.
+    return (from - at) % unit;
   }
 
   // Calls visit(CopyRange) for all media data that is copied and whose destination is in `window`,

@@ -152,6 +152,7 @@ Stage PutIntoRoom(const FileOutline::Part& room, const Bytes& movie) {
   stage.steps.emplace_back(Sync{});
   stage.steps.emplace_back(WriteBytes{room.at, Bytes(movie.begin(), movie.begin() + kHead)});
   stage.steps.emplace_back(Sync{});
+  stage.undo = {WriteType(room.at, kFree)};
   return stage;
 }
 
@@ -264,7 +265,11 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   GpsToMove gps(plan, file);
   std::vector<Step> rest;  // all steps after the movie
   std::uint64_t size = 0, dataStart = 0, at = 0;
-  for (std::uint64_t next = 1; next != size;) {
+  constexpr int kMaxRounds = 8;
+  int rounds = 0;
+  for (std::uint64_t next = 1; next != size; ++rounds) {
+    // Near 4 GiB, sizes and unused bytes can change each other for ever.
+    if (rounds == kMaxRounds) plan.unit = 1;
     size = next;
     rest.clear();
     plan.shifts.clear();

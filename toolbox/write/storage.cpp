@@ -60,14 +60,17 @@ std::unique_ptr<OutputFile> OpenOutput(const boost::filesystem::path& path, Exis
 }
 
 // Returns the size of the blocks that `output` can share with a source of the movie; 1 if it can
-// share none. One file of each file system is tried.
+// share none. One large file of each file system is tried.
 std::uint64_t FindSharing(const MovieRecord& movie, OutputFile& output) {
+  constexpr std::uint64_t kLarge = 1 << 20;
   std::set<std::uint64_t> devices;
   std::uint64_t unit = 1;
   const auto tryFile = [&](const OtherFile& file) {
-    if (unit != 1 || !file.state || !devices.insert(file.state->identity.device).second) return;
+    if (unit != 1 || !file.state || file.state->size < kLarge) return;
+    if (devices.contains(file.state->identity.device)) return;
     try {
       unit = output.FindSharing(FileSource(file.path));
+      devices.insert(file.state->identity.device);
     } catch (const Failure&) {
       // The plan or the copy reports a source that cannot be opened.
     }

@@ -39,6 +39,7 @@ void PartsWriter::WriteHeader(const WritePart& part, Disk& disk) {
     disk.Write(at, block);
     at += block.size();
   });
+  if (at != part.at + part.size) throw Refused{ioErr, "the header has changed its size"};
 }
 
 void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
@@ -49,12 +50,11 @@ void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
 }
 
 std::uint64_t PartsWriter::ThreadsToCopy(const WritePart& part, Disk& disk) const {
-  std::uint64_t threads = 1;
-  const auto ask = [&](const CopyRange& range) {
-    threads = disk.ThreadsToCopy(*OpenSource(*range.from, plan_.ownFile), part.size);
-  };
-  plan_.ForEachRange({0, 1}, ask);
-  return threads;
+  // Sharing blocks takes no time, and a single window has work for one thread.
+  if (plan_.unit != 1 || part.size <= kWindow || plan_.files.empty()) return 1;
+  const auto largest =
+      std::ranges::max_element(plan_.files, {}, [](const auto& file) { return file.second; });
+  return disk.ThreadsToCopy(FileSource(largest->first), part.size);
 }
 
 void PartsWriter::CopyWindow(DataWindow window, std::uint64_t at, Disk& disk) {

@@ -58,7 +58,7 @@ TEST(UpdateSteps, FreeLeftoversFirstAndPutTheMovieThere) {
                 {{Freed(room), Sync{}}, {}},
                 {{WriteBytes{room + 8, Zeros(92)}, WriteBytes{room + 100, Atom("free", Zeros(8))},
                   Sync{}, WriteBytes{room, Join(U32(100), Text("moov"))}, Sync{}},
-                 {}},
+                 {Freed(room)}},
                 {{Freed(0)}, {kOldAgain, Freed(room)}},
                 kSynced}));
 }
@@ -85,7 +85,7 @@ TEST(UpdateSteps, MakeANewFileWhereNothingCanBeAppended) {
 }
 
 TEST(UpdateSteps, PutSharedBlocksAtTheSamePlaceInABlock) {
-  const Bytes type = Atom("ftyp", Text("qt  "), Zeros(4)), media = Atom("mdat", Zeros(1 << 16));
+  const Bytes type = Atom("ftyp", Text("qt  "), Zeros(4)), media = Atom("mdat", Zeros(1 << 20));
   const Bytes file = Join(type, kMovie, media, Text("junk"));
   const MemorySource source(file);
   // The media data is at byte 132, and the new movie ends at byte 116.

@@ -51,10 +51,13 @@ class WriteMovie : public InFolder {
     return Written(PlanFlattened(movie, {}), layout);
   }
   Bytes Written(const FilePlan& plan, FileLayout layout) const {
+    Write(plan, layout);
+    return Stored(folder_ / "out.mov");
+  }
+  void Write(const FilePlan& plan, FileLayout layout) const {
     OutputFile output(folder_ / "out.mov");
     WriteFile(plan, layout, folder_ / "out.mov", output);
     output.Commit();
-    return Stored(folder_ / "out.mov");
   }
   std::unique_ptr<MovieRecord> Opened(const std::string& name, const Bytes& file) const {
     return ReadMovieFile(Store(name, file), References::kResolve);
@@ -116,25 +119,58 @@ TEST_F(WriteMovie, PutsMediaWhereBlocksCanBeShared) {
   MovieRecord movie;
   std::vector<std::unique_ptr<MovieRecord>> inputs;
   for (const std::uint32_t before : {80U, 90U}) {
-    const Bytes table = PlainTable(100, 60, 1000, before + 8);
+    const Bytes table = PlainTable(100, 60, 11'000, before + 8);
     inputs.push_back(
         Opened(std::to_string(before),
-               Join(Atom("free", Zeros(before - 8)), Atom("mdat", Numbered(100'000)),
+               Join(Atom("free", Zeros(before - 8)), Atom("mdat", Numbered(1'100'000)),
                     Atom("moov", MovieHeaderAtom(600, 10), TrackAtom({.table = table})))));
     InsertMovieSegment(*inputs.back(), movie, {}, inputs.back()->Duration(), movie.Duration());
   }
   for (const bool movieFirst : {true, false}) {
     const FilePlan plan = PlanFlattened(movie, {.maxChunksKept = 100, .unit = kUnit});
     ASSERT_EQ(plan.blocks.size(), 2U);
-    Written(plan, {.movieFirst = movieFirst, .compress = movieFirst});
+    Write(plan, {.movieFirst = movieFirst, .compress = movieFirst});
     const auto output = ReadOutput();
-    EXPECT_EQ(SampleBytes(*output->tracks[0]), Join(Numbered(100'000), Numbered(100'000)));
+    EXPECT_EQ(SampleBytes(*output->tracks[0]), Join(Numbered(1'100'000), Numbered(1'100'000)));
     std::vector<std::uint64_t> places;
     const SampleTable& samples = output->tracks[0]->media->samples;
     ForEachPiece(samples, {0, samples.Count()},
                  [&](const SamplePiece& piece) { places.push_back(piece.offset % kUnit); });
     EXPECT_EQ(places, (std::vector<std::uint64_t>{88, 98}));
   }
+}
+
+// Enough media data for several threads, in large blocks and in chunks that are gathered.
+TEST_F(WriteMovie, CopiesLongMediaSideBySide) {
+  constexpr std::uint32_t kSamples = 10'000, kSize = 1000;
+  constexpr std::uint64_t kStart = 8, kEach = std::uint64_t{kSamples} * kSize;
+  Bytes data(2 * kEach);
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<std::uint8_t>(i * i >> 11);
+  const Bytes movieAtom =
+      Atom("moov", MovieHeaderAtom(600, 100),
+           TrackAtom({.id = 1, .table = PlainTable(kSamples, 6, kSize, kStart)}),
+           TrackAtom(
+               {.id = 2, .kind = "soun", .table = PlainTable(kSamples, 6, kSize, kStart + kEach)}));
+  const auto movie = Opened("in.mov", Join(Atom("mdat", data), movieAtom));
+  const auto middle = data.begin() + static_cast<std::ptrdiff_t>(kEach);
+  const Bytes pictures(data.begin(), middle), sound(middle, data.end());
+  for (const bool interleave : {true, false}) {
+    const FilePlan plan =
+        PlanFlattened(*movie, {.interleave = interleave, .maxChunksKept = interleave ? 0U : 100U});
+    std::uint64_t reported = 0;
+    plan.movie->progress = [&](std::uint64_t done, std::uint64_t) { reported = done; };
+    Write(plan, {.movieFirst = true, .compress = true});
+    EXPECT_GT(reported, kEach);
+    const auto output = ReadOutput();
+    EXPECT_TRUE(SampleBytes(*output->tracks[0]) == pictures);
+    EXPECT_TRUE(SampleBytes(*output->tracks[1]) == sound);
+  }
+  // A source that was changed is found by whichever thread opens it, and nothing replaces the file.
+  const FilePlan plan = PlanFlattened(*movie, {});
+  boost::filesystem::resize_file(folder_ / "in.mov", data.size() / 2);
+  const auto before = StateOf(folder_ / "out.mov");
+  EXPECT_THROW(Write(plan, {.movieFirst = true, .compress = true}), Refused);
+  EXPECT_EQ(StateOf(folder_ / "out.mov"), before);
 }
 
 TEST_F(WriteMovie, BeginsAsAQuickTimeMovie) {
