@@ -228,7 +228,7 @@ class GpsToMove {
 
   // Gives the blocks in plan.movie the offsets for the present plan.shifts. If these do not fit
   // into the atom, it is left out, and also by every later call. So the size of the movie does not
-  // change to and fro.
+  // change back and forth.
   void Move() {
     if (blocks_.empty()) return;
     std::vector<std::uint64_t> offsets;
