@@ -14,7 +14,7 @@ using toolbox::FourCC;
 using toolbox::MovieRecord;
 using toolbox::TrackRecord;
 
-constexpr FourCC kChapters{"chap"}, kChapterList{"chpl"};
+constexpr FourCC kChapters{"chap"}, kChapterList{"chpl"}, kText{"text"};
 constexpr std::uint64_t kMostChapters = 100'000;
 // To look at this many samples takes as long as to read a chapter.
 constexpr std::uint64_t kCandidates = 10;
@@ -22,7 +22,7 @@ constexpr std::uint64_t kCandidates = 10;
 // How many samples the edits of a chapter track show; each is a chapter. Samples that are slow to
 // find count as more.
 std::uint64_t CountChapters(const TrackRecord& track) {
-  if (!track.media || track.media->samples.Count() == 0) return 0;
+  if (!track.media || track.media->Type() != kText || track.media->samples.Count() == 0) return 0;
   const toolbox::Clock clock = track.TimeClock();
   std::uint64_t count = 0;
   for (const toolbox::Edit& edit : track.edits.Edits()) {
@@ -50,12 +50,13 @@ bool HasTooManyChapters(const MovieRecord& movie) {
   std::ranges::sort(targets);
   targets.erase(std::unique(targets.begin(), targets.end()), targets.end());
   std::uint64_t count = 0;
-  if (movie.userData.Count(kChapterList) != 0) {
-    count = toolbox::ReadChapterStarts(movie.userData.Item(kChapterList, 1)).starts.size();
-  }
   for (const TrackRecord* target : targets) {
     if (count > kMostChapters) break;
     if (target != nullptr) count += CountChapters(*target);
+  }
+  // The list is used only if the tracks have no chapters.
+  if (count == 0 && movie.userData.Count(kChapterList) != 0) {
+    count = toolbox::ReadChapterStarts(movie.userData.Item(kChapterList, 1)).starts.size();
   }
   return count > kMostChapters;
 }
