@@ -288,13 +288,14 @@ class Summary(runs.RunTest):
             [told] = self.json(path, preexec_fn=limit)
             self.assertEqual(told["tracks"][1]["samples"], many)
             self.assertNotIn("chapters", told)
-        # Each of 200,000 edits can show any of 200,000 samples.
-        places, itself = range(200_000), atom(b"tref", atom(b"chap", u32(1)))
+        # Each of 100,000 edits can show any of 100,000 samples.
+        places, itself = range(100_000), atom(b"tref", atom(b"chap", u32(1)))
         offsets = [(1 << 31) + i for i in places]
         path.write_bytes(movie(track(1, len(places), [(5, i) for i in places], itself, offsets)))
         self.assertIn("too many", self.info(path, preexec_fn=limit).out)
-        compared = self.info("-same", path, "-from", path, status=1, preexec_fn=limit)
-        self.assertIn("too great disorder", compared.err)
+        if not SANITIZERS:  # with them, this takes a minute
+            compared = self.info("-same", path, "-from", path, status=1, preexec_fn=limit)
+            self.assertIn("too great disorder", compared.err)
         # A list with 200,000 chapters.
         listed = atom(b"udta", atom(b"chpl", u32(1 << 24), b"\0", u32(200_000), bytes(9 * 200_000)))
         path.write_bytes(movie(track(1, 9, [(9, 0)]), listed))

@@ -22,6 +22,7 @@ include/reelwork/toolbox/codes.h
 include/reelwork/toolbox/toolbox.h
 include/reelwork/toolbox/types.h
 lib/cmake/Reelwork/FindDeflate.cmake
+lib/cmake/Reelwork/FindIsal.cmake
 lib/cmake/Reelwork/ReelworkConfig.cmake
 lib/cmake/Reelwork/ReelworkConfigVersion.cmake
 lib/cmake/Reelwork/ReelworkTargets.cmake
@@ -46,6 +47,7 @@ share/man/man1/clipjoin.1
 share/man/man1/clipstak.1
 share/man/man1/cliptune.1
 share/man/man7/Reelwork.7
+share/reelwork/check-schema.json
 share/reelwork/schema.json
 share/zsh/site-functions/_clipinfo
 share/zsh/site-functions/_clipjoin
