@@ -177,10 +177,7 @@ std::vector<Planner::Timed> Planner::CutTrack(std::size_t index) {
   return timed;
 }
 
-bool Planner::KeepPlaces(std::uint64_t maxChunks) {
-  if (maxChunks == 0) return false;
-  // To share this many bytes saves more time than a header with fewer chunks.
-  constexpr std::uint64_t kMuch = 64 << 20;
+std::uint64_t Planner::Chunks() const {
   std::uint64_t chunks = 0;
   for (const auto& [index, prepared] : prepared_) {
     for (const UsedSamples& part : prepared.used) {
@@ -188,7 +185,14 @@ bool Planner::KeepPlaces(std::uint64_t maxChunks) {
                     [&chunks](const SampleChunks& run) { chunks += run.count; });
     }
   }
-  const bool hasTooMany = chunks > maxChunks;
+  return chunks;
+}
+
+bool Planner::KeepPlaces(std::uint64_t maxChunks) {
+  if (maxChunks == 0) return false;
+  // To share this many bytes saves more time than a header with fewer chunks.
+  constexpr std::uint64_t kMuch = 64 << 20;
+  const bool hasTooMany = maxChunks != UINT64_MAX && Chunks() > maxChunks;
   if (hasTooMany && plan_.unit == 1) return false;
   KeptPlaces kept(plan_);
   for (const auto& [index, prepared] : prepared_) {

@@ -80,6 +80,8 @@ class Planner {
     ChunkReference chunk;
   };
 
+  // The number of chunks that the samples of all prepared tracks have in their files.
+  std::uint64_t Chunks() const;
   // Returns the new chunks of one track. Several threads may cut different tracks.
   std::vector<Timed> CutTrack(std::size_t index);
 
