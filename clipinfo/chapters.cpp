@@ -27,7 +27,7 @@ std::uint64_t CountChapters(const TrackRecord& track) {
   std::uint64_t count = 0;
   for (const toolbox::Edit& edit : track.edits.Edits()) {
     if (edit.IsEmpty()) continue;
-    // An edit that stands still shows one sample.
+    // An edit with rate 0 shows the same sample all the time.
     const toolbox::MediaTime end =
         std::max(edit.ShownAt(edit.duration, clock, toolbox::Rounding::kUp),
                  edit.mediaTime + toolbox::MediaTime{1});

@@ -17,10 +17,9 @@ class FileCopier {
   // `file` is a regular file that is open for writing. It stays open while this object is used.
   explicit FileCopier(int file) : file_(file) {}
 
-  // Returns the block size of the file system if the file can share blocks with `source`, so that
-  // a copy takes no room and almost no time. Otherwise returns 1. This is found out by a trial, so
-  // the file must be empty. Then Copy shares all whole blocks of a piece whose two positions
-  // differ by a multiple of that size.
+  // Tries to share one block with `source`, so the file must be empty. Returns the size of a block,
+  // or 1 if none can be shared. From then on, Copy shares all whole blocks of a piece if its two
+  // positions differ by a multiple of that size. That takes no room and almost no time.
   std::uint64_t FindSharing(const ByteSource& source);
 
   // The number of threads that are to copy `bytes` bytes of several sources side by side. `source`

@@ -39,10 +39,7 @@ class OutputFile final : public Disk {
   // The number of bytes so far, which is where the next byte goes unless several threads copy.
   std::uint64_t Position() const;
 
-  // Returns the block size of the file system if the new file can share blocks with `source`.
-  // Otherwise returns 1. Only for a file that is empty. Then Copy shares all whole blocks whose
-  // positions in both files differ by a multiple of that size, which takes no room and almost no
-  // time.
+  // FileCopier::FindSharing for the new file. Returns 1 if something has been written already.
   std::uint64_t FindSharing(const ByteSource& source);
 
   std::uint64_t ThreadsToCopy(const ByteSource& source, std::uint64_t bytes) override;

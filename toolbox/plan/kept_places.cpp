@@ -140,9 +140,9 @@ bool KeptPlaces::IsFull(const Block& block) const {
 }
 
 bool KeptPlaces::SplitBlock(const Block& block, std::vector<Extent>& parts) const {
-  // More blocks than this take longer to copy than new chunks.
-  constexpr std::uint64_t kAlways = 8, kBytesForEach = 1 << 20;
-  std::uint64_t gapsLeft = kAlways + block.range.length / kBytesForEach;
+  // With more gaps than this, the parts are so small that new chunks are copied faster.
+  constexpr std::uint64_t kFreeGaps = 8, kBytesForEachGap = 1 << 20;
+  std::uint64_t gapsLeft = kFreeGaps + block.range.length / kBytesForEachGap;
   constexpr std::size_t kNone = SIZE_MAX;
   struct Walk {
     const Extent* whole;

@@ -60,7 +60,7 @@ class KeptPlaces {
   // The path of a file that can be copied from; empty for anything else.
   std::string FileOf(const DataReference& reference) const;
   std::vector<Block> MakeBlocks();
-  // Whether a block has no unused bytes for sure.
+  // Whether a block surely has no unused bytes.
   bool IsFull(const Block& block) const;
   // Splits extents wherever a block has unused bytes, so that the blocks made of them have none.
   // Returns false if that would make too many blocks, or if bytes are used twice.

@@ -190,8 +190,8 @@ std::uint64_t Planner::Chunks() const {
 
 bool Planner::KeepPlaces(std::uint64_t maxChunks) {
   if (maxChunks == 0) return false;
-  // To share this many bytes saves more time than a header with fewer chunks.
-  constexpr std::uint64_t kMuch = 64 << 20;
+  // Sharing so many bytes saves more time than a header with fewer chunks.
+  constexpr std::uint64_t kMinSharedBytes = 64 << 20;
   const bool hasTooMany = maxChunks != UINT64_MAX && Chunks() > maxChunks;
   if (hasTooMany && plan_.unit == 1) return false;
   KeptPlaces kept(plan_);
@@ -200,7 +200,7 @@ bool Planner::KeepPlaces(std::uint64_t maxChunks) {
       if (!kept.Add(index, part, prepared.ends)) return false;
     }
   }
-  if (hasTooMany && kept.Bytes() < kMuch) return false;
+  if (hasTooMany && kept.Bytes() < kMinSharedBytes) return false;
   return kept.Take();
 }
 

@@ -268,7 +268,7 @@ std::vector<Stage> PlanNewFile(FilePlan& plan, const FileOutline& file, PlannedH
   constexpr int kMaxRounds = 8;
   int rounds = 0;
   for (std::uint64_t next = 1; next != size; ++rounds) {
-    // Near 4 GiB, sizes and unused bytes can change each other for ever.
+    // Near 4 GiB, the size and the unused bytes can go on changing each other.
     if (rounds == kMaxRounds) plan.unit = 1;
     size = next;
     rest.clear();
