@@ -55,7 +55,7 @@ class BlockCache {
 
  private:
   static constexpr std::size_t kBlocks = 16;
-  static constexpr std::uint64_t kBlockSize = 256 << 10;
+  static constexpr std::uint64_t kBlockSize = 128 << 10;
   // Requests before a block is loaded. Loading it costs as much as reading some dozens of pieces. A
   // run of small samples has hundreds of pieces in a block, so loading pays.
   static constexpr int kOften = 8;

@@ -39,6 +39,15 @@ std::uint64_t LocatedCount(const SampleTable& samples) {
   return samples.Count();
 }
 
+std::uint64_t ChunkCount(const SampleTable& samples, SampleRange range) {
+  std::uint64_t chunks = 0;
+  for (const SampleSlice& slice : samples.SlicesIn(range)) {
+    const RowRange part = slice.RowsIn(range);
+    chunks += ChunkAt(*slice.rows, part.to - 1).chunk - ChunkAt(*slice.rows, part.from).chunk + 1;
+  }
+  return chunks;
+}
+
 std::uint64_t SizeOf(const SampleTable& samples, std::uint64_t first, std::uint32_t count,
                      std::uint32_t description) {
   const SampleSlice& slice = samples.SliceOf(first);

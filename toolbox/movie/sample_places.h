@@ -30,6 +30,8 @@ struct SampleChunks {
 void CheckLocated(const SampleTable& samples, SampleRange range);
 // How many samples from the first on are in a chunk.
 std::uint64_t LocatedCount(const SampleTable& samples);
+// How many chunks the samples of `range` are in. All of these are located.
+std::uint64_t ChunkCount(const SampleTable& samples, SampleRange range);
 // Bytes of `count` samples of one chunk, from the sample `first` on.
 std::uint64_t SizeOf(const SampleTable& samples, std::uint64_t first, std::uint32_t count,
                      std::uint32_t description);

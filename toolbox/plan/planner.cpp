@@ -145,12 +145,9 @@ void Planner::Cut(const std::vector<std::size_t>& indexes) {
   }
   const std::uint64_t threads =
       std::min<std::uint64_t>(indexes.size(), ThreadsFor(samples, kManySamples));
-  std::vector<std::vector<Timed>> timed(indexes.size());
+  timed_.resize(indexes.size());
   SideBySide(indexes.size(), threads,
-             [&](std::uint64_t i, Bytes&) { timed[i] = CutTrack(indexes[i]); });
-  for (const std::vector<Timed>& track : timed) {
-    timed_.insert(timed_.end(), track.begin(), track.end());
-  }
+             [&](std::uint64_t i, Bytes&) { timed_[i] = CutTrack(indexes[i]); });
 }
 
 std::vector<Planner::Timed> Planner::CutTrack(std::size_t index) {
@@ -181,8 +178,7 @@ std::uint64_t Planner::Chunks() const {
   std::uint64_t chunks = 0;
   for (const auto& [index, prepared] : prepared_) {
     for (const UsedSamples& part : prepared.used) {
-      ForEachChunks(plan_.tracks[index].source->media->samples, part.samples,
-                    [&chunks](const SampleChunks& run) { chunks += run.count; });
+      chunks += ChunkCount(plan_.tracks[index].source->media->samples, part.samples);
     }
   }
   return chunks;
@@ -209,8 +205,15 @@ void Planner::Arrange(bool interleave) {
     return std::tuple(interleave ? timed.shown : MovieTime{}, interleave ? timed.rank : 0,
                       timed.chunk.track, timed.chunk.chunk);
   };
-  std::ranges::sort(timed_, {}, order);
-  for (const Timed& timed : timed_) {
+  std::vector<Timed> all;
+  for (std::vector<Timed>& track : timed_) {
+    // Most tracks are in order already, and then merging them takes less time than sorting.
+    if (!std::ranges::is_sorted(track, {}, order)) std::ranges::sort(track, {}, order);
+    const auto end = static_cast<std::ptrdiff_t>(all.size());
+    all.insert(all.end(), track.begin(), track.end());
+    std::ranges::inplace_merge(all, all.begin() + end, {}, order);
+  }
+  for (const Timed& timed : all) {
     plan_.order.push_back(timed.chunk);
     PackedChunk& chunk =
         std::get<PackedChunks>(plan_.tracks[timed.chunk.track].places)[timed.chunk.chunk];

@@ -88,7 +88,7 @@ class Planner {
   FilePlan& plan_;
   SourceEnds ends_;
   std::map<std::size_t, Prepared> prepared_;  // by track
-  std::vector<Timed> timed_;
+  std::vector<std::vector<Timed>> timed_;  // of each track that is cut
 };
 
 }  // namespace toolbox

@@ -1,6 +1,7 @@
 #include "toolbox/write/write_parts.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "toolbox/disk/piece_writer.h"
 #include "toolbox/disk/side_by_side.h"
@@ -13,6 +14,10 @@ namespace {
 // The bytes of media data that a thread copies before it takes the next window, and before progress
 // is reported.
 constexpr std::uint64_t kWindow = 16 << 20;
+
+// The bytes between two reports: few enough for a user who waits, and too many for the reports to
+// cost time.
+constexpr std::uint64_t kReportStep = 8 << 20;
 
 }  // namespace
 
@@ -68,15 +73,18 @@ void PartsWriter::CopyWindow(DataWindow window, std::uint64_t at, Disk& disk) {
       writer.Write(at + window.from, ByteSpan(zeros).first(size));
     }
   };
+  std::uint64_t copied = 0;  // since the last report
   plan_.ForEachRange(window, [&](const CopyRange& range) {
     fill(range.destination);
     window.from += range.length;
     const ByteSource& source = sources.Open(*range.from, [&writer] { writer.ForgetSources(); });
     writer.Copy(at + range.destination, source, range.at, range.length);
-    Report(range.length);
+    copied += range.length;
+    if (copied >= kReportStep) Report(std::exchange(copied, 0));
   });
   fill(window.to);
   writer.Flush();
+  Report(copied);
 }
 
 void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
@@ -93,12 +101,9 @@ void PartsWriter::MakeMedia(const WritePart& part, Disk& disk) {
 }
 
 void PartsWriter::Report(std::uint64_t bytes) {
-  // The bytes between two reports: few enough for a user who waits, and too many for the reports to
-  // cost time.
-  constexpr std::uint64_t kStep = 8 << 20;
   const std::uint64_t done = done_ += bytes;
   const bool isCaller = std::this_thread::get_id() == caller_;
-  if (!isCaller || !plan_.movie->progress || done - reported_ < kStep) return;
+  if (!isCaller || !plan_.movie->progress || done - reported_ < kReportStep) return;
   reported_ = done;
   plan_.movie->progress(done, plan_.dataSize);
 }
