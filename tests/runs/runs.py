@@ -1,7 +1,7 @@
 """Shared by the tests in this folder: runs the commands, and asks other programs about files.
 
-REELWORK_BIN names the folder of the programs under test. Real movies come from the collection in a
-folder "shared" next to the project; tests that need it are skipped if it is missing.
+REELWORK_BIN names the folder of the programs under test. REELWORK_CORPUS names a folder with real
+movies, which has the folders "media" and "malformed"; it may be missing.
 """
 
 import array
@@ -24,7 +24,7 @@ import zlib
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resolve()
 RELEASE_BIN = ROOT / "build" / "bin"
-CORPUS = ROOT.parent / "shared"
+CORPUS = pathlib.Path(os.environ.get("REELWORK_CORPUS", ROOT.parent / "shared"))
 MEDIA = CORPUS / "media"
 
 SKIPPED = 77  # ctest takes this status for "skipped"
