@@ -9,11 +9,17 @@ install(TARGETS clipjoin clipinfo COMPONENT commands)
 install(PROGRAMS ${bin}/clipstak ${bin}/cliptune TYPE BIN COMPONENT commands)
 install(FILES clipinfo/schema.json clipinfo/check-schema.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/reelwork COMPONENT commands)
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/reelwork COMPONENT commands)
-set(batch ${CMAKE_INSTALL_DATADIR}/doc/reelwork/examples/batch)
-install(FILES examples/batch/README.md DESTINATION ${batch} COMPONENT commands)
+
+# The examples are named, because a file without an extension is installed as a program.
+set(documents ${CMAKE_INSTALL_DATADIR}/doc/reelwork)
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${documents} COMPONENT commands)
+install(DIRECTORY pictures DESTINATION ${documents} COMPONENT commands)
+install(FILES examples/CMakeLists.txt examples/cut.cpp
+  DESTINATION ${documents}/examples COMPONENT commands)
+install(FILES examples/batch/README.md DESTINATION ${documents}/examples/batch COMPONENT commands)
 foreach(name join-all join-array.sbatch join-one list-jobs)
-  install(PROGRAMS examples/batch/${name} DESTINATION ${batch} COMPONENT commands)
+  install(PROGRAMS examples/batch/${name}
+    DESTINATION ${documents}/examples/batch COMPONENT commands)
 endforeach()
 
 set(completions ${PROJECT_SOURCE_DIR}/completions)
@@ -26,21 +32,26 @@ endforeach()
 install(FILES ${completions}/zsh/_clipjoin ${completions}/zsh/_clipinfo
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT commands)
 
-# The manual pages. The pages of the three commands share the text of the options.
+# The manual pages. Those of the three commands share the text of the options.
 set(man ${PROJECT_SOURCE_DIR}/man)
 set(pages)
-foreach(name clipjoin clipstak cliptune)
-  set(page ${PROJECT_BINARY_DIR}/man/${name}.1)
-  add_custom_command(OUTPUT ${page}
-    COMMAND awk -v name=${name} -v options=options.mdoc -f pages.awk ${name}.1 > ${page}
-    DEPENDS ${man}/${name}.1 ${man}/options.mdoc ${man}/pages.awk
+foreach(page clipjoin.1 clipstak.1 cliptune.1 clipinfo.1 Reelwork.7)
+  cmake_path(GET page STEM name)
+  set(made ${PROJECT_BINARY_DIR}/man/${page})
+  add_custom_command(OUTPUT ${made}
+    COMMAND awk -v name=${name} -v version=${PROJECT_VERSION} -v options=options.mdoc -f pages.awk
+      ${page} > ${made}
+    DEPENDS ${man}/${page} ${man}/options.mdoc ${man}/pages.awk
     WORKING_DIRECTORY ${man} VERBATIM)
-  list(APPEND pages ${page})
+  list(APPEND pages ${made})
 endforeach()
 file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
 add_custom_target(manual ALL DEPENDS ${pages})
-install(FILES ${pages} ${man}/clipinfo.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT commands)
-install(FILES ${man}/Reelwork.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT commands)
+foreach(made ${pages})
+  cmake_path(GET made EXTENSION section)
+  string(REPLACE . man section ${section})
+  install(FILES ${made} DESTINATION ${CMAKE_INSTALL_MANDIR}/${section} COMPONENT commands)
+endforeach()
 
 # The toolbox: its public header, the headers that it includes, the library, and the files with which
 # other programs find them.

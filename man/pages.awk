@@ -1,6 +1,6 @@
 # Makes the manual page of a command from the text of that page and from the shared options:
-#   awk -v name=clipjoin -v options=options.mdoc -f pages.awk clipjoin.1
-# The line "@options" is replaced by the options. Lines from "@only NAME..." to "@end" are kept only for
+#   awk -v name=clipjoin -v version=1.0 -v options=options.mdoc -f pages.awk clipjoin.1
+# The line ".Os" gets the version. The line "@options" is replaced by the options. Lines from "@only NAME..." to "@end" are kept only for
 # the commands that are named.
 
 function put(line) {
@@ -21,5 +21,7 @@ function put(line) {
   }
   next
 }
+
+/^\.Os$/ { $0 = ".Os Reelwork " version }
 
 { put($0) }
