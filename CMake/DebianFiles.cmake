@@ -14,6 +14,9 @@ foreach(tree ${trees})
 
   file(MAKE_DIRECTORY ${documents})
   file(REMOVE_RECURSE ${tree}/share/doc/reelwork/LICENSE)
+  if(EXISTS ${documents}/CHANGELOG.md)
+    file(RENAME ${documents}/CHANGELOG.md ${documents}/changelog)
+  endif()
   configure_file(${CMAKE_CURRENT_LIST_DIR}/../LICENSE ${documents}/copyright COPYONLY)
   string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
   file(WRITE ${documents}/changelog.Debian
@@ -23,7 +26,7 @@ foreach(tree ${trees})
   file(CHMOD ${documents}/changelog.Debian ${documents}/copyright
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
-  file(GLOB to_compress ${documents}/changelog.Debian ${tree}/share/man/man*/*)
+  file(GLOB to_compress ${documents}/changelog* ${tree}/share/man/man*/*)
   execute_process(COMMAND gzip -9n ${to_compress} COMMAND_ERROR_IS_FATAL ANY)
   if(EXISTS ${tree}/share/zsh/site-functions)
     file(RENAME ${tree}/share/zsh/site-functions ${tree}/share/zsh/vendor-completions)

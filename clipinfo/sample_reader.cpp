@@ -105,7 +105,8 @@ void SampleReader::AddOffsets(const SampleSlice& part) {
 void SampleReader::AddSync(const SampleSlice& part) {
   const SampleRows& rows = *part.rows;
   const std::span<Entry> entries = EntriesOf(part.first, part.End());
-  const auto mark = [&](const std::vector<std::uint32_t>& listed, bool Shown::*flag) {
+  const auto mark = [&](const std::vector<std::uint32_t>& listed,
+                        toolbox::Member<Shown, bool> flag) {
     ForEachListed(part, listed, [&](std::uint64_t sample) {
       for (Entry& entry : EntriesOf(sample, sample + 1)) entry.row.*flag = true;
     });

@@ -16,8 +16,8 @@ constexpr std::size_t kLongest = 1024;
 std::u16string Printable(std::string_view text) {
   std::u16string printable =
       toolbox::Repaired(toolbox::Utf16(utils::Visible(text.substr(0, kLongest))));
-  std::ranges::replace_if(
-      printable, [](char16_t unit) { return unit >= 0xFFFE; }, u'\xFFFD');
+  const auto isNoCharacter = [](char16_t unit) { return unit >= 0xFFFE; };
+  std::ranges::replace_if(printable, isNoCharacter, u'\xFFFD');
   return printable;
 }
 

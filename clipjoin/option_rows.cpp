@@ -9,13 +9,16 @@
 namespace clipjoin {
 namespace {
 
+template <class Record, class Value>
+using Member = Value Record::*;
+
 // A member of the current file options or of the output options.
 template <class Value>
-Value& In(Parser& parser, Value FileOptions::*member) {
+Value& In(Parser& parser, Member<FileOptions, Value> member) {
   return parser.Current().*member;
 }
 template <class Value>
-Value& In(Parser& parser, Value OutputOptions::*member) {
+Value& In(Parser& parser, Member<OutputOptions, Value> member) {
   return parser.line.output.*member;
 }
 

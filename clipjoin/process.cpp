@@ -13,7 +13,7 @@ namespace {
 
 // Sets the handler of a signal, unless the caller of the program ignores that signal.
 void Handle(int signal, void (*handler)(int), int flags) {
-  struct sigaction action {};
+  struct sigaction action = {};
   if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
   action.sa_handler = handler;
   action.sa_flags = flags;
@@ -44,8 +44,8 @@ void HandleSignals() {
     Handle(signal, CleanUp, static_cast<int>(SA_RESETHAND));
   }
   // An empty handler and not SIG_IGN, which a program started by this one would inherit.
-  Handle(
-      SIGXFSZ, [](int) {}, SA_RESTART);
+  const auto doNothing = [](int) {};
+  Handle(SIGXFSZ, doNothing, SA_RESTART);
 }
 
 }  // namespace clipjoin

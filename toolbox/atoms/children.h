@@ -65,11 +65,13 @@ class ChildReader;
 // An atom that lists its children.
 template <class A>
 concept Container = requires(ChildReader& io, A& atom) {
+  // its list
   A::Children(io, atom);
 };
 // An atom that has Read and Put instead of a list.
 template <class A>
 concept ReadsItself = requires(A& atom, ByteSpan content) {
+  // its own reader
   atom.Read(content);
 };
 // An atom whose type has several layouts, such as 'stsz'. A::IsIn(content) is true if `content` has

@@ -31,7 +31,7 @@ void WriteFully(int descriptor, std::uint64_t at, ByteSpan bytes) {
 }
 
 std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
-  struct stat status {};
+  struct stat status = {};
   if (stat(path.c_str(), &status) == 0) return status;
   // ENOTDIR: a folder on the path is a file.
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
@@ -39,7 +39,7 @@ std::optional<struct stat> StatusOf(const boost::filesystem::path& path) {
 }
 
 struct stat StatusOf(int descriptor) {
-  struct stat status {};
+  struct stat status = {};
   Required([&] { return fstat(descriptor, &status); });
   return status;
 }

@@ -24,10 +24,14 @@ bool HasOffsetsBelowZero(const SampleTable& samples);
 // False: every sample is a sync sample.
 bool HasSyncTable(const SampleTable& samples);
 
+// A member of a record.
+template <class Record, class Value>
+using Member = Value Record::*;
+
 // Calls add(samples, value) for each of `runs` with samples in `part`: `samples` is their number,
 // `value` a member of the run. A run ends where the next one starts.
 template <class Runs, class Run, class Value, class Add>
-void ForEachRunIn(const Runs& runs, RowRange part, Value Run::*value, Add&& add) {
+void ForEachRunIn(const Runs& runs, RowRange part, Member<Run, Value> value, Add&& add) {
   auto run = std::ranges::upper_bound(runs, part.from, {}, &Run::sample);
   if (run != runs.begin()) --run;
   for (; run != runs.end() && run->sample < part.to; ++run) {
@@ -145,7 +149,7 @@ void ForEachPartialSync(const SampleTable& samples, Visit&& visit) {
 
 // Whether any file has values in that column, such as &SampleRows::padding.
 template <class Values>
-bool HasValues(const SampleTable& samples, Values SampleRows::*column) {
+bool HasValues(const SampleTable& samples, Member<SampleRows, Values> column) {
   return std::ranges::any_of(samples.Slices(), [column](const SampleSlice& slice) {
     return !((*slice.rows).*column).empty();
   });
@@ -153,7 +157,7 @@ bool HasValues(const SampleTable& samples, Values SampleRows::*column) {
 
 // Calls visit(value) for each sample; 0 where the column of its file is too short.
 template <class Values, class Visit>
-void ForEachValue(const SampleTable& samples, Values SampleRows::*column, Visit&& visit) {
+void ForEachValue(const SampleTable& samples, Member<SampleRows, Values> column, Visit&& visit) {
   for (const SampleSlice& slice : samples.Slices()) {
     const Values& values = (*slice.rows).*column;
     for (std::uint32_t row = slice.part.from; row < slice.part.to; ++row) {

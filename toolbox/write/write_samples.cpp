@@ -194,12 +194,8 @@ void AddTimes(SampleTableAtoms& table, Io& io, const SampleTable& samples, FileK
     return rows;
   });
   const auto walk = [&samples](RowBatches<OffsetRow>& rows) {
-    ForEachOffset(
-        samples,
-        [&](std::uint32_t count, std::int32_t offset) {
-          rows({count, offset});
-        },
-        [&](ByteSpan encoded) { rows.Encoded(encoded); });
+    const auto add = [&](std::uint32_t count, std::int32_t offset) { rows({count, offset}); };
+    ForEachOffset(samples, add, [&](ByteSpan encoded) { rows.Encoded(encoded); });
   };
   table.offsets = CompositionOffsets{OffsetsVersion(samples, kind) << 24,
                                      Rows<OffsetRow>(Count(offsets), walk)};
@@ -243,19 +239,20 @@ void AddGroups(SampleTableAtoms& table, Io& io, const SampleTable& samples) {
   for (const JoinedGroup& group : *groups) {
     if (group.descriptions) table.groups.emplace_back(*group.descriptions);
     if (!group.isMapped) continue;
-    table.groups.emplace_back(SampleToGroup{
-        group.versionAndFlags, group.grouping, group.parameter,
-        RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
-          ForEachGroup(samples, group, [&](std::uint32_t count, std::uint32_t number) {
-            visit({count, number});
-          });
-        })});
+    table.groups.emplace_back(
+        SampleToGroup{group.versionAndFlags, group.grouping, group.parameter,
+                      RowsOf<SampleToGroup::Row>(io, [&samples, &group, groups](auto&& visit) {
+                        const auto add = [&](std::uint32_t count, std::uint32_t number) {
+                          visit({count, number});
+                        };
+                        ForEachGroup(samples, group, add);
+                      })});
   }
 }
 
 // A table with a value for each sample. Nothing if the samples have no such values.
 template <class Atom, class Values>
-std::optional<Atom> ValuesOf(const SampleTable& samples, Values SampleRows::*values) {
+std::optional<Atom> ValuesOf(const SampleTable& samples, Member<SampleRows, Values> values) {
   if (!HasValues(samples, values)) return std::nullopt;
   CheckMadeRows(samples, [values](const SampleRows& rows) { return (rows.*values).empty(); });
   Atom atom;
