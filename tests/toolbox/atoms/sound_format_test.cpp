@@ -9,23 +9,9 @@
 namespace toolbox {
 namespace {
 
-// The usual fields of an entry: stereo, 16 bits, 44100 Hz.
-const Bytes kUsual = {0, 2, 0, 16, 0, 0, 0, 0, 0xAC, 0x44, 0, 0};
-
-Bytes Entry(const char* format, const Bytes& fields, const Bytes& rest = {},
-            std::uint8_t version = 0) {
-  return Atom(format, Bytes{0, 0, 0, 0, 0, 0, 0, 1, 0, version, 0, 0, 0, 0, 0, 0}, fields, rest);
-}
-
-// An AAC entry with the usual fields.
-Bytes Aac(std::uint8_t first, std::uint8_t second, const Bytes& fields = kUsual) {
-  return Entry("mp4a", fields,
-               Atom("esds", Bytes{0, 0, 0, 0, 3, 0x19, 0, 1, 0, 4, 0x11,  0x40,   0x15, 0, 0, 0,
-                                  0, 0, 0, 0, 0, 0,    0, 0, 5, 2, first, second, 6,    1, 2}));
-}
-
 // Such as "2x16 48000 signed little".
-std::string Described(const SoundFormat& format) {
+std::string Described(ByteSpan entry) {
+  const SoundFormat format = ReadSoundFormat(entry);
   std::ostringstream text;
   text << format.channels << 'x' << format.bits << ' ' << format.rate;
   text << (format.isFloat ? " float" : format.isSigned ? " signed" : " unsigned");
@@ -33,62 +19,49 @@ std::string Described(const SoundFormat& format) {
   return text.str();
 }
 
-struct Case {
-  Bytes entry;
-  const char* expected;
-};
+// The start of an entry, up to its version; its usual fields: stereo, 16 bits, 44100 Hz; the start
+// of an AAC configuration.
+#define V0 " *7 1/1 0/2 *6 "
+#define USUAL "2/2 16/2 0 44100/2 0/2 "
+#define AAC " esds{ 0 x0319 1/2 x0004 17/1 x4015 *11 x0502"
 
 // Entries of every kind, each with the format that it states.
-const Case kCases[] = {
-    {Entry("twos", kUsual), "2x16 44100 signed"},
-    {Entry("sowt", {0, 1, 0, 16, 0, 0, 0, 0, 0x1F, 0x40, 0x80, 0}), "1x16 8000.5 signed little"},
-    {Entry("raw ", {0, 1, 0, 8, 0, 0, 0, 0, 0x2B, 0x11, 0, 0}), "1x8 11025 unsigned"},
-    {Entry("in24", kUsual), "2x24 44100 signed"},
-    {Entry("fl64", kUsual), "2x64 44100 float"},
+const std::pair<const char*, const char*> kCases[] = {
+    {"twos{" V0 USUAL "}", "2x16 44100 signed"},
+    {"sowt{" V0 "1/2 16/2 0 8000/2 0x8000/2 }", "1x16 8000.5 signed little"},
+    {"raw{" V0 "1/2 8/2 0 11025/2 0/2 }", "1x8 11025 unsigned"},
+    {"in24{" V0 USUAL "}", "2x24 44100 signed"},
+    {"fl64{" V0 USUAL "}", "2x64 44100 float"},
     // Version 1 has 16 bytes of sizes before the atoms.
-    {Entry("fl32", kUsual,
-           Join(Zeros(16), Atom("wave", Atom("frma", Text("fl32")), Atom("enda", U16(1)))), 1),
+    {"fl32{ *7 1/1 1/2 *6 " USUAL "*16 wave{ frma{ 'fl32' } enda{ 1/2 } } }",
      "2x32 44100 float little"},
     // Version 2: its size, 96000 Hz as a double, 6 channels, a constant, 24 bits, flags, sizes.
-    {Entry("lpcm", {0, 3, 0, 16, 0xFF, 0xFE, 0, 0, 0, 1, 0, 0},
-           {0, 0, 0, 72, 0x40, 0xF7, 0x70, 0, 0, 0,  0, 0, 0, 0,  0, 6, 0x7F, 0,
-            0, 0, 0, 0,  0,    24,   0,    0, 0, 12, 0, 0, 0, 18, 0, 0, 0,    1},
-           2),
+    {"lpcm{ *7 1/1 2/2 *6 3/2 16/2 -2/2 0/2 0x10000 72 x40F7700000000000 6 0x7F000000 24 12 18 1 }",
      "6x24 96000 signed little"},
-    {Entry("ipcm", kUsual, Atom("pcmC", Bytes{0, 0, 0, 0, 1, 24})), "2x24 44100 signed little"},
-    {Entry("samr", kUsual), "1x16 44100 signed"},
-    {Entry("ac-3", kUsual, Atom("dac3", Bytes{0x10, 0x3D, 0xE0})), "6x16 44100 signed"},
-    {Entry("ec-3", kUsual, Atom("dec3", Bytes{6, 0, 0x20, 2, 0})), "1x16 44100 signed"},
-    {Entry("alac", kUsual, Atom("alac", Bytes{0, 0,   0, 0, 0, 0, 16, 0, 0, 24, 40, 10, 14,   6,
-                                              0, 255, 0, 0, 0, 0, 0,  0, 0, 0,  0,  1,  0x77, 0})),
-     "6x24 96000 signed"},
-    {Entry("fLaC", kUsual,
-           Atom("dfLa", Bytes{0, 0, 0, 0, 0x80, 0,    0,    34,   16,   0, 16, 0, 0,
-                              0, 0, 0, 0, 0,    0x17, 0x70, 0x03, 0x70, 0, 0,  0, 0})),
+    {"ipcm{" V0 USUAL "pcmC{ 0 x0118 } }", "2x24 44100 signed little"},
+    {"samr{" V0 USUAL "}", "1x16 44100 signed"},
+    {"ac-3{" V0 USUAL "dac3{ x103DE0 } }", "6x16 44100 signed"},
+    {"ac-3{" V0 USUAL "dac3{ x10 } }", "2x16 44100 signed"},
+    {"ec-3{" V0 USUAL "dec3{ x0600200200 } }", "1x16 44100 signed"},
+    {"alac{" V0 USUAL "alac{ 0 4096 x0018280A0E06 x00FF 0 0 96000 } }", "6x24 96000 signed"},
+    {"fLaC{" V0 USUAL "dfLa{ 0 x80000022 4096/2 4096/2 *6 x1770037000000000 } }",
      "2x24 96000 signed"},
-    {Entry("Opus", kUsual, Atom("dOps", Bytes{0, 1, 1, 56, 0, 0, 0x3E, 0x80, 0, 0, 0})),
-     "1x16 48000 signed"},
-    {Aac(0x12, 0x08), "1x16 44100 signed"},
-    {Aac(0x11, 0xB8), "8x16 48000 signed"},
+    {"Opus{" V0 USUAL "dOps{ x0001 312/2 16000 *3 } }", "1x16 48000 signed"},
+    {"mp4a{" V0 USUAL AAC " x1208 x060102 } }", "1x16 44100 signed"},
+    {"mp4a{" V0 USUAL AAC " x11B8 x060102 } }", "8x16 48000 signed"},
     // The rate in the entry is right if it is twice that of the configuration, 24000 Hz.
-    {Aac(0x13, 0x10, {0, 2, 0, 16, 0, 0, 0, 0, 0xBB, 0x80, 0, 0}), "2x16 48000 signed"},
+    {"mp4a{" V0 "2/2 16/2 0 48000/2 0/2" AAC " x1310 x060102 } }", "2x16 48000 signed"},
 };
 
-TEST(SoundFormat, IsThatOfTheDecoderIfTheEntryHasOne) {
-  for (const Case& one : kCases) {
-    EXPECT_EQ(Described(ReadSoundFormat(one.entry)), one.expected) << &one - kCases;
-  }
-}
-
-TEST(SoundFormat, IsThatOfTheFieldsIfTheConfigurationIsCut) {
-  for (const Case& one : kCases) {
-    for (std::size_t size = 0; size < one.entry.size(); ++size) {
-      const SoundFormat cut = ReadSoundFormat(ByteSpan(one.entry).first(size));
-      EXPECT_EQ(cut.channels == 0, size < 36) << &one - kCases << " " << size;
+TEST(SoundFormat, IsThatOfTheDecoderIfTheEntryHasAWholeConfiguration) {
+  for (const auto& [text, expected] : kCases) {
+    const Bytes entry = Made(text);
+    EXPECT_EQ(Described(entry), expected) << text;
+    for (std::size_t size = 0; size < entry.size(); ++size) {
+      const SoundFormat cut = ReadSoundFormat(ByteSpan(entry).first(size));
+      EXPECT_EQ(cut.channels == 0, size < 36) << text << " " << size;
     }
   }
-  EXPECT_EQ(Described(ReadSoundFormat(Entry("ac-3", kUsual, Atom("dac3", Bytes{0x10})))),
-            "2x16 44100 signed");
 }
 
 }  // namespace

@@ -7,77 +7,72 @@
 namespace toolbox {
 namespace {
 
-const Bytes kHandler = Atom("hdlr", Zeros(8), Text("mdir"), Zeros(13));
-
-Bytes Data(std::uint8_t kind, const Bytes& value) {
-  return Atom("data", Bytes{0, 0, 0, kind, 0, 0, 0, 0}, value);
-}
+using namespace std::string_literals;
 
 std::string TextOf(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
 
 // "type domain name kind value" of each tag.
-std::vector<std::string> Described(const Bytes& meta) {
-  std::vector<std::string> lines;
-  for (const Tag& tag : ReadTags(meta)) {
-    lines.push_back(tag.type.Text() + ' ' + TextOf(tag.domain) + ' ' + TextOf(tag.name) + ' ' +
-                    std::to_string(tag.kind) + ' ' + TextOf(tag.value));
+std::string Described(const std::string& meta) {
+  std::string lines;
+  const Bytes bytes = Made(meta);
+  for (const Tag& tag : ReadTags(bytes)) {
+    lines += tag.type.Text() + ' ' + TextOf(tag.domain) + ' ' + TextOf(tag.name) + ' ' +
+             std::to_string(tag.kind) + ' ' + TextOf(tag.value) + '\n';
   }
   return lines;
 }
 
 TEST(Tags, HaveATypeOrANameOfTheirOwn) {
-  const Bytes items =
-      Atom("ilst", Atom("desc", Data(1, Text("Hi"))),
-           Atom("covr", Data(13, Text("jpeg")), Atom("name", Text("x")), Data(14, Text("png"))),
-           Atom("----", Atom("mean", Zeros(4), Text("org.x")), Atom("name", Zeros(4), Text("ID")),
-                Data(0, Text("7"))),
-           Atom("none"), Atom("shrt", Atom("data", Zeros(7))));
-  const std::vector<std::string> expected = {"desc   1 Hi", "covr   13 jpeg", "covr   14 png",
-                                             "---- org.x ID 0 7"};
-  EXPECT_EQ(Described(Join(U32(0), kHandler, items)), expected);
-  EXPECT_EQ(Described(Join(kHandler, items)), expected) << "QuickTime has no version";
-  EXPECT_EQ(Described(Join(U32(0), kHandler)), std::vector<std::string>());
+  const std::string handler = "hdlr{ *8 'mdir' *13 } ";
+  const std::string items =
+      handler +
+      "ilst{ desc{ data{ 1 0 'Hi' } }"
+      " covr{ data{ 13 0 'jpeg' } name{ 'x' } data{ 14 0 'png' } }"
+      " ----{ mean{ 0 'org.x' } name{ 0 'ID' } data{ 0 0 '7' } } none{ } shrt{ data{ *7 } } }";
+  const std::string expected = "desc   1 Hi\ncovr   13 jpeg\ncovr   14 png\n---- org.x ID 0 7\n";
+  EXPECT_EQ(Described("0 " + items), expected);
+  EXPECT_EQ(Described(items), expected) << "QuickTime has no version";
+  EXPECT_EQ(Described("0 " + handler), "");
 }
 
 TEST(Tags, HaveTheKeyWithTheNumberOfTheirType) {
-  const Bytes keys =
-      Atom("keys", U32(0), U32(2), Atom("mdta", Text("com.make")), Atom("mdta", Text("com.model")));
-  const auto meta = [&](std::uint32_t number) {
-    const Bytes item = Join(U32(8 + 20), U32(number), Data(1, Text("text")));
-    return Join(kHandler, keys, Atom("ilst", item));
-  };
-  EXPECT_EQ(TextOf(ReadTags(meta(1)).at(0).name), "com.make");
-  EXPECT_EQ(TextOf(ReadTags(meta(2)).at(0).name), "com.model");
-  EXPECT_EQ(TextOf(ReadTags(meta(3)).at(0).name), "");
-  EXPECT_EQ(TextOf(ReadTags(meta(0)).at(0).name), "");
+  for (const auto& [number, name] :
+       {std::pair("0", ""), {"1", "com.make"}, {"2", "com.model"}, {"3", ""}}) {
+    const Bytes meta = Made(
+        "hdlr{ *8 'mdir' *13 } keys{ 0 2 mdta{ 'com.make' } mdta{ 'com.model' } }"
+        " ilst{ 28 $ data{ 1 0 'text' } }",
+        {Made(number)});
+    EXPECT_EQ(TextOf(ReadTags(meta).at(0).name), name);
+  }
 }
 
 TEST(Tags, HaveNumbersOfTheirKind) {
   struct Case {
     std::uint32_t kind;
-    Bytes value;
+    const char* value;
     std::optional<std::int64_t> integer;
     std::optional<double> real;
   };
   const Case cases[] = {
-      {Tag::kSignedNumber, {0xFB}, -5, {}},
-      {Tag::kSignedNumber, {0, 0xFB}, 251, {}},
-      {Tag::kSignedNumber, {0xFF, 0, 0}, -65536, {}},
-      {Tag::kUnsignedNumber, {0xFB}, 251, {}},
-      {Tag::kUnsignedNumber, {1, 2, 3, 4, 5, 6, 7, 8}, 0x0102030405060708, {}},
-      {Tag::kUnsignedNumber, Zeros(9), {}, {}},
-      {Tag::kSignedNumber, {}, {}, {}},
-      {Tag::kFloat, {0xBF, 0xC0, 0, 0}, {}, -1.5},
-      {Tag::kDouble, {0x40, 4, 0, 0, 0, 0, 0, 0}, {}, 2.5},
-      {Tag::kFloat, {0x40, 4, 0, 0, 0, 0, 0, 0}, {}, {}},
-      {Tag::kUtf8Text, {'1'}, {}, {}},
+      {Tag::kSignedNumber, "-5/1", -5, {}},
+      {Tag::kSignedNumber, "251/2", 251, {}},
+      {Tag::kSignedNumber, "-65536/3", -65536, {}},
+      {Tag::kUnsignedNumber, "251/1", 251, {}},
+      {Tag::kUnsignedNumber, "0x0102030405060708/8", 0x0102030405060708, {}},
+      {Tag::kUnsignedNumber, "*9", {}, {}},
+      {Tag::kSignedNumber, "", {}, {}},
+      {Tag::kFloat, "0xBFC00000", {}, -1.5},
+      {Tag::kDouble, "0x4004000000000000/8", {}, 2.5},
+      {Tag::kFloat, "0x4004000000000000/8", {}, {}},
+      {Tag::kUtf8Text, "'1'", {}, {}},
   };
   for (const Case& one : cases) {
-    const Tag tag{.kind = one.kind, .value = one.value};
-    EXPECT_EQ(tag.Integer(), one.integer) << &one - cases;
-    EXPECT_EQ(tag.Real(), one.real) << &one - cases;
+    const Bytes value = Made(one.value);
+    const Tag tag{.kind = one.kind, .value = value};
+    EXPECT_EQ(tag.Integer(), one.integer) << one.value;
+    EXPECT_EQ(tag.Real(), one.real) << one.value;
   }
-  const Bytes track = {0, 0, 0, 3, 1, 12, 0, 0}, genre = {1, 9};
+  const Bytes track = Made("3 268/2 0/2"), genre = Made("265/2");
   using Pair = std::pair<std::uint16_t, std::uint16_t>;
   EXPECT_EQ(Tag{.value = track}.NumberAndTotal(), Pair(3, 268));
   EXPECT_EQ(Tag{.value = ByteSpan(track).first(5)}.NumberAndTotal(), Pair(3, 0));
@@ -85,14 +80,16 @@ TEST(Tags, HaveNumbersOfTheirKind) {
 }
 
 TEST(AssetText, EndsAtAZeroUnlessItIsUtf16) {
-  const Bytes head = {0, 0, 0, 0, 0x15, 0xC7}, utf16 = {0xFE, 0xFF, 0, 'H', 0, 'i'};
-  const Bytes plain = Join(head, Bytes{'H', 'i', 0, 'x'}), wide = Join(head, utf16);
-  EXPECT_EQ(TextOf(ReadAssetText(FourCC{"titl"}, plain)->text), "Hi");
-  EXPECT_EQ(ReadAssetText(FourCC{"titl"}, plain)->language, 0x15C7);
-  EXPECT_EQ(TextOf(ReadAssetText(FourCC{"auth"}, wide)->text), TextOf(utf16));
-  EXPECT_EQ(TextOf(ReadAssetText(FourCC{"perf"}, head)->text), "");
-  EXPECT_FALSE(ReadAssetText(FourCC{"perf"}, ByteSpan(head).first(5)));
-  EXPECT_FALSE(ReadAssetText(FourCC{"loci"}, plain));
+  const auto text = [](FourCC type, const char* payload) {
+    const Bytes bytes = Made(payload);
+    const auto found = ReadAssetText(type, bytes);
+    return found ? std::to_string(found->language) + TextOf(found->text) : "none";
+  };
+  EXPECT_EQ(text(FourCC{"titl"}, "0 5575/2 'Hi' 0/1 'x'"), "5575Hi");
+  EXPECT_EQ(text(FourCC{"auth"}, "0 1/2 xFEFF00480069"), "1\xFE\xFF\0H\0i"s);
+  EXPECT_EQ(text(FourCC{"perf"}, "0 1/2"), "1");
+  EXPECT_EQ(text(FourCC{"perf"}, "*5"), "none");
+  EXPECT_EQ(text(FourCC{"loci"}, "0 1/2 'Hi'"), "none");
 }
 
 }  // namespace

@@ -2,19 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "tests/toolbox/bytes.h"
+#include "tests/toolbox/movies.h"
 #include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
 namespace {
 
-SampleTable Grouped(std::vector<SampleGroup> groups, std::uint32_t count = 4) {
-  auto rows = std::make_shared<SampleRows>();
-  rows->count = count;
-  rows->AddTimes(count, 1);
+SampleTable Grouped(std::vector<SampleGroup> groups) {
+  auto rows = PlainRows(4, 1, 1);
   rows->groups = std::move(groups);
   return SampleTable(rows);
 }
@@ -73,22 +70,33 @@ TEST(SampleGroups, MapTheDefaultNumberOnceNotAllSamplesHaveIt) {
   SampleTable table = Grouped({unmapped});
   EXPECT_FALSE(GroupsOf(table).at(0).isMapped);
   table.AppendSlice(Grouped({}), {0, 4});
-  const auto groups = GroupsOf(table);
-  EXPECT_TRUE(groups.at(0).isMapped);
-  EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
+  EXPECT_TRUE(GroupsOf(table).at(0).isMapped);
+  EXPECT_EQ(NumbersIn(table, GroupsOf(table)[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
 }
 
 TEST(SampleGroups, AreLeftOutIfTheirEntriesCannotBeSeparated) {
-  const auto opaque = [](const Bytes& entries) {
-    SampleGroupDescriptions descriptions = Descriptions(0, entries);
-    descriptions.grouping = FourCC{"oinf"};
-    return SampleGroup{descriptions.grouping, 0, 0, descriptions, {{0, 1}}};
+  const auto opaque = [](const char* rest) {
+    const FourCC type{"oinf"};
+    return Grouped({{type, 0, 0, SampleGroupDescriptions{0, type, Made(rest)}, {{0, 1}}}});
   };
-  SampleTable table = Grouped({opaque({1, 2, 3})});
-  table.AppendSlice(Grouped({opaque({1, 2, 3})}), {1, 4});
+  SampleTable table = opaque("2 x010203");
+  table.AppendSlice(opaque("2 x010203"), {1, 4});
   EXPECT_EQ(GroupsOf(table).size(), 1U);
-  table.AppendSlice(Grouped({opaque({1, 2, 4})}), {0, 4});
+  table.AppendSlice(opaque("2 x010204"), {0, 4});
   EXPECT_TRUE(GroupsOf(table).empty());
+}
+
+TEST(SampleGroups, StateHowFarBackDecodingStarts) {
+  const FourCC roll{"roll"};
+  const SampleTable table = Grouped({{roll,
+                                      0,
+                                      0,
+                                      SampleGroupDescriptions{1 << 24, roll, Made("2 2 -1/2 -3/2")},
+                                      {{0, 0}, {1, 1}, {3, 2}}}});
+  const std::optional<std::uint32_t> expected[] = {{}, 1, 1, 3};
+  for (std::uint32_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(RollDistance(*table.WholeRows(), i), expected[i]) << i;
+  }
 }
 
 }  // namespace

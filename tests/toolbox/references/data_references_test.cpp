@@ -16,7 +16,7 @@ namespace {
 namespace fs = boost::filesystem;
 using namespace std::string_literals;
 
-constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"}, kResource{"rsrc"};
+constexpr FourCC kAlias{"alis"}, kUrl{"url "}, kHandle{"hndl"};
 
 class DataReferenceInFolder : public InFolder {
  protected:
@@ -31,27 +31,31 @@ TEST_F(DataReferenceInFolder, IsReadAsOneOfFourCases) {
   const fs::path target = Place("clips/a.mov"), ref = Place("out/ref.mov");
   const DataReferenceEntry alias{kAlias, 0, AliasRecord(target, ref)};
   const DataReferenceEntry url{kUrl, 0, Text("../clips/a.mov\0"s)};
-  const auto asItCame = [](const DataReferenceEntry& entry) { return DataReference(entry); };
+  const DataReferenceEntry resource{FourCC{"rsrc"}, 0x01000002, alias.data};
   EXPECT_EQ(ReadDataReference({kUrl, 1, {}}, ref, false), DataReference(ThisFile{}));
   for (const auto& entry : {alias, url}) {
     EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(OtherFile{target}));
-    EXPECT_EQ(ReadDataReference(entry, ref, false), asItCame(entry));
+    EXPECT_EQ(ReadDataReference(entry, ref, false), DataReference(entry));
   }
   fs::remove(target);
-  const DataReferenceEntry resource{kResource, 0x01000002, alias.data};
   for (const auto& entry : {alias, url, resource}) {
-    EXPECT_EQ(ReadDataReference(entry, ref, true), asItCame(entry));
-    EXPECT_EQ(WriteDataReference(asItCame(entry), ref, false), entry);
+    EXPECT_EQ(ReadDataReference(entry, ref, true), DataReference(entry));
+    EXPECT_EQ(WriteDataReference(DataReference(entry), ref, false), entry);
   }
 }
 
-TEST(DataReference, OfAHandleIsABlockOfMemoryWhenItBringsItsBytes) {
-  const Bytes whole = Join(Zeros(5), Atom("data", Text("xy")));
-  const DataReference block = ReadDataReference({kHandle, 0, whole}, "/ref.mov", false);
-  ASSERT_TRUE(std::holds_alternative<InMemory>(block));
-  EXPECT_EQ(*std::get<InMemory>(block).data, Text("xy"));
-  EXPECT_EQ(ReadDataReference({kHandle, 0, Zeros(5)}, "/ref.mov", false),
-            DataReference(Unresolved{kHandle, 0, Zeros(5)}));
+// A handle reference may bring its bytes.
+TEST(DataReference, OfAHandleIsABlockOfMemoryOrStaysAsItCame) {
+  for (const auto& [record, data] :
+       {std::pair("*5 data{ 'xy' }", "xy"), {"'abcd' 3/1 'a.m' ftyp{ 'MooV' } data{ }", ""}}) {
+    const DataReference block = ReadDataReference({kHandle, 0, Made(record)}, "/ref.mov", false);
+    ASSERT_TRUE(std::holds_alternative<InMemory>(block));
+    EXPECT_EQ(*std::get<InMemory>(block).data, Text(data));
+  }
+  for (const char* bad : {"*5", "*5 11 'dataxy'", "*5 7 'data'", "0 255/1", ""}) {
+    const DataReferenceEntry entry{kHandle, 0, Made(bad)};
+    EXPECT_EQ(ReadDataReference(entry, "/ref.mov", false), DataReference(entry)) << bad;
+  }
 }
 
 TEST_F(DataReferenceInFolder, IsWrittenForTheRealPlaceOfBothFiles) {
@@ -66,7 +70,7 @@ TEST_F(DataReferenceInFolder, IsWrittenForTheRealPlaceOfBothFiles) {
   EXPECT_EQ(WriteDataReference(linked, folder_ / "link/../link/new.mov", false),
             (DataReferenceEntry{kAlias, 0, AliasRecord(target, folder_ / "out/new.mov")}));
   EXPECT_EQ(WriteDataReference(linked, folder_ / "link/new.mp4", true),
-            (DataReferenceEntry{FourCC{"url "}, 0, FileUrl(target, folder_ / "out/new.mp4")}));
+            (DataReferenceEntry{kUrl, 0, FileUrl(target, folder_ / "out/new.mp4")}));
 }
 
 }  // namespace
