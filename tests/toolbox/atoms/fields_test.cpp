@@ -155,14 +155,6 @@ TEST(Fields, RefuseAnUnknownVersionAndImpossibleEntries) {
   }
 }
 
-TEST(Fields, StateWhatDoesNotFitIn32BitsInVersion1) {
-  MediaHeader header;
-  header.duration = UINT32_MAX;
-  EXPECT_EQ(Encode(header).size(), 32U);
-  header.duration += 1;
-  EXPECT_EQ(Encode(header), Made("mdhd{ 0x01000000 0/8 0/8 600 0x100000000/8 0/2 0/2 }"));
-}
-
 // A table that states `stated` rows and writes `made`.
 CompositionOffsets Offsets(std::uint32_t stated, std::uint32_t made) {
   using Row = CompositionOffsets::Row;

@@ -27,9 +27,27 @@ struct Sample {
 };
 
 struct Source {
+  Bytes file;  // rows of 'ctts' and 'stsc' that the table may be a view of
   SampleTable table;
   std::vector<Sample> samples;
 };
+
+// Makes the offsets and chunks of `rows` views of rows in a file, as they are after reading.
+void ViewFile(Source& source, SampleRows& rows) {
+  Bytes offsets, chunks;
+  rows.offsets.ForEach(0, rows.offsets.Samples(), [&](std::uint32_t count, std::int32_t offset) {
+    offsets = Join(offsets, U32(count), U32(static_cast<std::uint32_t>(offset)));
+  });
+  for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsAtEnd(); run.Next()) {
+    chunks =
+        Join(chunks, U32(run->chunk + 1), U32(run->samplesPerChunk), U32(run->description + 1));
+  }
+  const auto chunkCount = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
+  source.file = Join(offsets, chunks);
+  const ByteSpan file = source.file;
+  if (!offsets.empty()) rows.offsets = *OffsetRuns::ViewOf(file.first(offsets.size()), rows.count);
+  rows.chunkRuns = *ChunkRuns::ViewOf(file.subspan(offsets.size()), chunkCount, rows.count, 3);
+}
 
 Source SomeSource(Random& random, std::uint32_t count) {
   const bool hasOffsets = random.Flip(), hasSync = random.Flip(), hasPartial = random.Flip(),
@@ -63,6 +81,7 @@ Source SomeSource(Random& random, std::uint32_t count) {
       source.samples.push_back(sample);
     }
   }
+  if (random.Flip()) ViewFile(source, *rows);
   source.table = SampleTable(std::move(rows));
   return source;
 }
@@ -100,6 +119,7 @@ void Joined::Append() {
   if (index == lastIndex && lastEnd < count && random_.Flip()) from = lastEnd;
   const std::uint64_t to = from + random_.Below(count - from + 1);
   std::vector<std::uint32_t> map{random_.Below(2), 2 + random_.Below(2), 4};
+  map.resize(1 + std::ranges::max(source.samples, {}, &Sample::description).description);
   const bool continues = index == lastIndex && from == lastEnd && map == lastMap;
 
   const std::int64_t base = table_.AppendSlice(source.table, {from, to}, map).units;
@@ -237,37 +257,12 @@ TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, Joined, testing::Range(1U, 41U));
 
-// Samples of one byte and ten units that are shown that much later than they are decoded.
-SampleTable Clip(const std::vector<std::int32_t>& offsets) {
-  auto rows = PlainRows(static_cast<std::uint32_t>(offsets.size()), 10, 1);
-  for (const std::int32_t offset : offsets) rows->AddOffsets(1, offset);
-  return SampleTable(rows);
-}
-
 TEST(SampleTable, MayBeAppendedToItself) {
-  SampleTable table = Clip({0, 30, 0});
+  auto rows = PlainRows(3, 10, 1);
+  for (const std::int32_t offset : {0, 30, 0}) rows->AddOffsets(1, offset);
+  SampleTable table(rows);
   EXPECT_EQ(table.AppendSlice(table, {1, 3}), MediaTime{40});
   EXPECT_EQ(Told(table), "0+1:10 1+1:10^30 2+1:20 1+1:10^30 2+1:10");
-}
-
-TEST(SampleTable, AppendedInStepShowsEachClipFromWhereTheLastWasDecoded) {
-  const SampleTable reordered = Clip({20, 40, 10, 10}), plain = Clip({0, 0});
-  SampleTable joined;
-  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {0, 4}, std::vector{0U}), MediaTime{0});
-  EXPECT_EQ(joined.AppendWithoutDelay(plain, {0, 2}, std::vector{0U}), MediaTime{40});
-  // Moving it in parts gives the same result as moving it at once.
-  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {0, 2}, std::vector{0U}), MediaTime{60});
-  EXPECT_EQ(joined.AppendWithoutDelay(reordered, {2, 4}, std::vector{0U}), MediaTime{80});
-  EXPECT_EQ(Told(joined),
-            "0+1:10 1+1:10^20 2+1:10^-10 3+1:10^-10 0+1:10 1+1:10"
-            " 0+1:10 1+1:10^20 2+1:10^-10 3+1:10^-10");
-  EXPECT_EQ(joined.ShownUntil(), MediaTime{100});
-  std::vector<std::int32_t> offsets;
-  ForEachOffset(joined, [&](std::uint32_t, std::int32_t offset) { offsets.push_back(offset); });
-  EXPECT_EQ(offsets, (std::vector<std::int32_t>{0, 20, -10, 0, 20, -10}));
-  EXPECT_EQ(OffsetsVersion(joined), 1U);
-  EXPECT_EQ(SamplesShownIn(joined, {20}, {30}), (SampleRange{3, 4}));
-  EXPECT_EQ(ShownAt(joined.Rescaled(600, 1200), 1), MediaTime{60});
 }
 
 // Sound in packets, with `perChunk` samples in each chunk. The chunks are `apart` bytes apart.

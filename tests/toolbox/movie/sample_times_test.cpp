@@ -46,18 +46,6 @@ Shown Watched(const TrackRecord& track) {
   return found;
 }
 
-TEST(SamplesByTime, ComeBackToTheirSampleInAScaleThatDoesNotFit) {
-  MovieRecord movie;
-  constexpr std::int64_t kDelta = 1001;
-  TrackRecord& track = AddPlainTrack(movie, kText, 30000, PlainRows(100, kDelta, 10));
-  const Shown found = Walk(track);
-  ASSERT_EQ(found.size(), 100U);
-  EXPECT_EQ(found[1], (ShownSample{{21}, {20}})) << "20.02 units, and 40.04 for the next";
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    EXPECT_EQ(MediaTimeAt(track, found[i].start)->units / kDelta, static_cast<std::int64_t>(i));
-  }
-}
-
 TEST(SamplesByTime, AreFoundInEveryEditThatShowsThem) {
   MovieRecord movie;
   TrackRecord& track = AddPlainTrack(movie, kText, 600, PlainRows(4, 100, 10));

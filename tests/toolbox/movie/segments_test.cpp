@@ -159,19 +159,6 @@ TEST(InsertMovieSegment, OfAnEmptySourceChangesNothing) {
   EXPECT_EQ(Count(movie, 0), 6U);
 }
 
-TEST(InsertMovieSegment, RoundsBoundariesIntoTheScaleOfTheMovie) {
-  MovieRecord movie;
-  movie.header.scale = 48;
-  TestMovie source("b");
-  TrackRecord& track = source.Video();
-  track.edits = {};
-  for (const auto& [duration, media] : {std::pair{100, 900}, {101, 0}, {101, 300}}) {
-    track.edits.Append({duration}, {media}, 1.0, track.TimeClock());
-  }
-  InsertMovieSegment(source, movie, {}, kAll, {24});
-  EXPECT_EQ(Told(movie), "gap+24 900+8 0+8 300+8");
-}
-
 TEST(InsertMovieSegment, KeepsAllTracksInStep) {
   TestMovie movie("a"), source("b");
   movie.Video(), movie.Sound(), movie.Text();

@@ -29,14 +29,11 @@ std::string Samples(const Bytes& file) {
 }
 
 TEST(ReadAdts, MakesATrackOfFrames) {
-  const Bytes file = Join(Frame(20), Frame(3000), Frame(0, k44100, kStereo, 3));
-  EXPECT_EQ(Samples(file), "7+20:1024 34+3000:1024 3041+0:3072");
-  const auto movie = Read(file);
-  const TrackRecord& track = *movie->tracks.at(0);
-  EXPECT_TRUE(track.IsEnabled());
-  EXPECT_EQ(std::pair(movie->header.scale, track.media->header.scale), std::pair(600, 44100));
-  EXPECT_EQ(Told(track.edits), "0+70");
-  EXPECT_EQ(track.media->descriptions.at(0).bytes,
+  const auto movie = Read(Join(Frame(20), Frame(3000), Frame(0, k44100, kStereo, 3)));
+  const MediaRecord& media = *movie->tracks.at(0)->media;
+  EXPECT_EQ(Told(media.samples), "7+20:1024 34+3000:1024 3041+0:3072");
+  EXPECT_EQ(Told(*movie), "0+70") << "of 600 units a second";
+  EXPECT_EQ(media.descriptions.at(0).bytes,
             Made("mp4a{ *6 1/2 *8 2/2 16/2 0 44100/2 0/2 esds{ 0 3/1 25/1 *3 4/1 17/1 x401500"
                  " 3000/2 0 $ 5/1 2/1 x1210 6/1 1/1 2/1 } }",
                  {U32(3020 * 8 * 44100 / 5120)}));
