@@ -65,7 +65,7 @@ inline std::vector<std::string> Words(const std::string& text) {
 //   size=12          the same, with a name    x01A2          bytes in hexadecimal digits
 //   stts{ 0 12 }     an atom                  $              the next of `parts`
 //
-// The type of an atom has blanks added to it. Braces that stand alone are only for the reader.
+// The type of an atom has blanks added to it.
 inline Bytes Made(const std::string& text, const std::vector<Bytes>& parts = {}) {
   Bytes bytes;
   std::vector<std::size_t> open;  // where the atoms that are open start
@@ -75,17 +75,14 @@ inline Bytes Made(const std::string& text, const std::vector<Bytes>& parts = {})
     const auto name = word.find('=');
     if (name != word.npos && std::isalpha(word[0])) word.erase(0, name + 1);
     if (word.back() == '{') {
-      open.push_back(word == "{" ? SIZE_MAX : bytes.size());
-      if (word == "{") continue;
+      open.push_back(bytes.size());
       word.back() = ' ';
       word.resize(4, ' ');
       add(Join(Zeros(4), Text(word)));
     } else if (word == "}") {
-      const std::size_t start = open.back();
+      const Bytes size = U32(static_cast<std::uint32_t>(bytes.size() - open.back()));
+      std::ranges::copy(size, bytes.begin() + static_cast<std::ptrdiff_t>(open.back()));
       open.pop_back();
-      if (start == SIZE_MAX) continue;
-      const Bytes size = U32(static_cast<std::uint32_t>(bytes.size() - start));
-      std::copy(size.begin(), size.end(), bytes.begin() + static_cast<std::ptrdiff_t>(start));
     } else if (word == "$") {
       add(*part++);
     } else if (word[0] == '\'' || word[0] == '"') {
@@ -98,8 +95,8 @@ inline Bytes Made(const std::string& text, const std::vector<Bytes>& parts = {})
       }
     } else {
       const auto slash = word.find('/');
-      add(BigEndian(std::stoull(word, nullptr, 0),
-                    slash == word.npos ? 4 : std::stoi(word.substr(slash + 1))));
+      const int width = slash == word.npos ? 4 : std::stoi(word.substr(slash + 1));
+      add(BigEndian(std::stoull(word, nullptr, 0), width));
     }
   }
   return bytes;

@@ -263,6 +263,9 @@ TEST(SampleTable, MayBeAppendedToItself) {
   SampleTable table(rows);
   EXPECT_EQ(table.AppendSlice(table, {1, 3}), MediaTime{40});
   EXPECT_EQ(Told(table), "0+1:10 1+1:10^30 2+1:20 1+1:10^30 2+1:10");
+  EXPECT_EQ(table.AppendSlice(table, {0, 2}), MediaTime{80}) << "without the longer sample";
+  EXPECT_EQ(Told(table), "0+1:10 1+1:10^30 2+1:20 1+1:10^30 2+1:30 0+1:10 1+1:10^30");
+  EXPECT_EQ(table.Duration(), MediaTime{100});
 }
 
 // Sound in packets, with `perChunk` samples in each chunk. The chunks are `apart` bytes apart.
