@@ -170,6 +170,15 @@ TEST(InsertMovieSegment, KeepsAllTracksInStep) {
             " | 0+1200 gap+600 1200+600");
 }
 
+TEST(InsertMovieSegment, ShowsNoNewSamplesInAnEditThatReachesPastItsMedia) {
+  TestMovie movie("a"), source("b");
+  TrackRecord& video = movie.Video();
+  video.edits.Append({600}, {1500}, 1.0, video.TimeClock());
+  source.Video();
+  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
+  EXPECT_EQ(Told(movie), "0+1800 1500+300 gap+300 1800+1800");
+}
+
 TEST(InsertMovieSegment, StoresAMediaOnceHoweverOftenItIsJoined) {
   TestMovie movie("a"), source("b");
   source.Video();

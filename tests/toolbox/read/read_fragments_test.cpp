@@ -187,8 +187,8 @@ TEST_F(ReadFragments, BelieveNothing) {
   }
   EXPECT_THROW(Samples(Made("moof{ " + claims + "} mdat{ *3000 }")), Malformed)
       << "the same bytes, again and again";
-  EXPECT_THROW(Read(Plain(kHeader + "trun{ 0 1 }"), {.table = Made("stsz{ 0 4 5 }")}), Malformed)
-      << "samples of the header in no chunk";
+  const Bytes unlocated = Made("stsd{ 0 1 test{ *6 1/2 } } stsz{ 0 4 5 }");
+  EXPECT_THROW(Read(Plain(kHeader + "trun{ 0 1 }"), {.table = unlocated}), Malformed);
   for (const char* encryption :
        {"senc{ 0 0 }", "saiz{ *9 }", "uuid{ xA2394F525A9B4F14A2446C427C648DF4 *8 }",
         "saiz{ 0 0/1 9 *8 } saio{ 0 1 9 }", "saiz{ 0 1/1 9 } saio{ 0 2 *8 }"}) {

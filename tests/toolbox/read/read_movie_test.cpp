@@ -126,6 +126,7 @@ TEST_F(ReadMovie, TakesEditsAsTheyAreUnlessTheyAreImpossible) {
         {"0 1  0 300 0x10000", "300+1500"},  // without a duration: the rest
         {"0 1  100 -2 0x10000", "0+1800"},
         {"0 1  100 0 0xFFFF0000", "0+1800"},
+        {"0x01000000 2  0x1FFFFFFFFFFFFFFF/8 0/8 0x10000  1/8 9/8 0x10000", "0+1800"},
         {"0x01000000 1  -1/8 0/8 0x10000", "0+1800"}}) {
     const Bytes list = Made("edts{ elst{ $ } }", {Made(entries)});
     EXPECT_EQ(Told(*ReadTrack({.table = PlainTable(6, 300, 10, 0), .edits = list})), expected);
