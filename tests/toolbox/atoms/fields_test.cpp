@@ -164,7 +164,7 @@ CompositionOffsets Offsets(std::uint32_t stated, std::uint32_t made) {
 }
 
 TEST(Fields, WriteEveryRowInOnePieceOrInBlocks) {
-  for (const std::uint32_t count : {0U, 1U, 255U, 256U, 257U, 1000U}) {
+  for (const std::uint32_t count : {0U, 1U, 256U, 257U, 600U}) {
     Bytes content = Join(U32(0), U32(count));
     for (std::uint32_t i = 0; i < count; ++i) content = Join(content, U32(i), U32(0 - i));
     const CompositionOffsets table = Offsets(count, count);

@@ -14,7 +14,7 @@ class Cuts : public testing::Test {
   // 100 samples of 20 units: 2000 movie units; sound of 44100 units a second, 1800 movie units.
   MovieRecord movie_;
   TrackRecord& video_ = AddPlainTrack(movie_, FourCC{"vide"}, 600, PlainRows(100, 20, 10));
-  TrackRecord& sound_ = AddPlainTrack(movie_, FourCC{"soun"}, 44100, PlainRows(132300, 1, 4));
+  TrackRecord& sound_ = AddPlainTrack(movie_, FourCC{"soun"}, 44100, PlainRows(1323, 100, 4));
 };
 
 TEST_F(Cuts, RefusesWhatIsNoStretchAndChangesNothing) {
