@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <cctype>
 #include <concepts>
 #include <cstdint>
 #include <fstream>
@@ -14,6 +16,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "toolbox/bytes.h"
 #include "toolbox/refused.h"
@@ -39,6 +42,66 @@ Bytes Join(const Parts&... parts) {
   return all;
 }
 
+// The words of `text`, which are separated by blanks or line ends. Quoted parts may have blanks.
+inline std::vector<std::string> Words(const std::string& text) {
+  std::vector<std::string> words(1);
+  bool isQuoted = false;
+  for (const char letter : text) {
+    if (letter == '\'' || letter == '"') isQuoted = !isQuoted;
+    if (isQuoted || (letter != ' ' && letter != '\n')) {
+      words.back() += letter;
+    } else if (!words.back().empty()) {
+      words.emplace_back();
+    }
+  }
+  if (words.back().empty()) words.pop_back();
+  return words;
+}
+
+// The bytes that a text describes in words:
+//
+//   12  -1  0xFF     numbers of 32 bits       'text' "text"  its letters
+//   12/2             a number of two bytes    *7             seven zeros
+//   size=12          the same, with a name    x01A2          bytes in hexadecimal digits
+//   stts{ 0 12 }     an atom                  $              the next of `parts`
+//
+// The type of an atom has blanks added to it.
+inline Bytes Made(const std::string& text, const std::vector<Bytes>& parts = {}) {
+  Bytes bytes;
+  std::vector<std::size_t> open;  // where the atoms that are open start
+  auto part = parts.begin();
+  const auto add = [&](const Bytes& more) { bytes.insert(bytes.end(), more.begin(), more.end()); };
+  for (std::string word : Words(text)) {
+    const auto name = word.find('=');
+    if (name != word.npos && std::isalpha(word[0])) word.erase(0, name + 1);
+    if (word.back() == '{') {
+      open.push_back(bytes.size());
+      word.back() = ' ';
+      word.resize(4, ' ');
+      add(Join(Zeros(4), Text(word)));
+    } else if (word == "}") {
+      const Bytes size = U32(static_cast<std::uint32_t>(bytes.size() - open.back()));
+      std::ranges::copy(size, bytes.begin() + static_cast<std::ptrdiff_t>(open.back()));
+      open.pop_back();
+    } else if (word == "$") {
+      add(*part++);
+    } else if (word[0] == '\'' || word[0] == '"') {
+      add(Text(word.substr(1, word.size() - 2)));
+    } else if (word[0] == '*') {
+      add(Zeros(std::stoul(word.substr(1))));
+    } else if (word[0] == 'x') {
+      for (std::size_t i = 1; i < word.size(); i += 2) {
+        add(BigEndian(std::stoul(word.substr(i, 2), nullptr, 16), 1));
+      }
+    } else {
+      const auto slash = word.find('/');
+      const int width = slash == word.npos ? 4 : std::stoi(word.substr(slash + 1));
+      add(BigEndian(std::stoull(word, nullptr, 0), width));
+    }
+  }
+  return bytes;
+}
+
 // An atom with a size of 32 bits, or of 64.
 template <std::same_as<Bytes>... Parts>
 Bytes Atom(const std::string& type, const Parts&... parts) {
@@ -51,18 +114,14 @@ Bytes WideAtom(const std::string& type, const Parts&... parts) {
   return Join(U32(1), Text(type), U64(16 + content.size()), content);
 }
 
-inline Bytes IdentityFields() {
-  return Join(U32(0x10000), Zeros(12), U32(0x10000), Zeros(12), U32(0x40000000));
-}
+inline Bytes IdentityFields() { return Made("0x10000 *12 0x10000 *12 0x40000000"); }
 
 // The atoms of a sample table with `count` samples of `size` bytes in one chunk at `offset`.
 inline Bytes PlainTable(std::uint32_t count, std::uint32_t delta, std::uint32_t size,
                         std::uint32_t offset) {
-  return Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))),
-              Atom("stts", U32(0), U32(1), U32(count), U32(delta)),
-              Atom("stsc", U32(0), U32(1), U32(1), U32(count), U32(1)),
-              Atom("stsz", U32(0), U32(size), U32(count)),
-              Atom("stco", U32(0), U32(1), U32(offset)));
+  return Made(
+      "stsd{ 0 1 test{ *6 1/2 } } stts{ 0 1 $ $ } stsc{ 0 1 1 $ 1 } stsz{ 0 $ $ } stco{ 0 1 $ }",
+      {U32(count), U32(delta), U32(count), U32(size), U32(count), U32(offset)});
 }
 
 // The properties of a track that a test can choose.
@@ -80,29 +139,23 @@ struct TrackInFile {
 };
 
 inline Bytes TrackAtom(const TrackInFile& track) {
-  const Bytes header =
-      !track.header.empty()
-          ? track.header
-          : Atom("tkhd", U32(0xF), U32(1), U32(2), U32(track.id), Zeros(4), U32(track.duration),
-                 Zeros(16), IdentityFields(), U32(320 << 16), U32(240 << 16));
-  const Bytes mediaHeader =
-      !track.mediaHeader.empty()
-          ? track.mediaHeader
-          : Atom("mdhd", U32(0), U32(1), U32(2), U32(track.scale), U32(0), U16(0x55C4), U16(0));
-  return Atom(
-      "trak", header, track.edits,
-      Atom(
-          "mdia", mediaHeader,
-          Atom("hdlr", U32(0), Text("mhlr" + track.kind + "test"), Zeros(8), U8(1), Text("x")),
-          Atom("minf", Atom("vmhd", U32(1), Zeros(8)), Atom("dinf", Atom("dref", track.references)),
-               Atom("stbl", track.table), track.inInformation),
-          track.inMedia),
-      track.others);
+  const auto orUsual = [](const Bytes& given, const Bytes& usual) {
+    return given.empty() ? usual : given;
+  };
+  const Bytes header = Made("tkhd{ 15 1 2 $ 0 $ *16 $ 0x1400000 0xF00000 }",
+                            {U32(track.id), U32(track.duration), IdentityFields()});
+  const Bytes mediaHeader = Made("mdhd{ 0 1 2 $ 0 0x55C4/2 0/2 }", {U32(track.scale)});
+  return Made(
+      "trak{ $ $ mdia{ $ hdlr{ 0 'mhlr' $ 'test' *8 1/1 'x' }"
+      " minf{ vmhd{ 1 *8 } dinf{ dref{ $ } } stbl{ $ } $ } $ } $ }",
+      {orUsual(track.header, header), track.edits, orUsual(track.mediaHeader, mediaHeader),
+       Text(track.kind), track.references, track.table, track.inInformation, track.inMedia,
+       track.others});
 }
 
 inline Bytes MovieHeaderAtom(std::uint32_t scale = 600, std::uint32_t nextTrackId = 2) {
-  return Atom("mvhd", U32(0), U32(1), U32(2), U32(scale), U32(0), U32(0x10000), U16(0x100),
-              Zeros(10), IdentityFields(), Zeros(24), U32(nextTrackId));
+  return Made("mvhd{ 0 1 2 $ 0 0x10000 0x100/2 *10 $ *24 $ }",
+              {U32(scale), IdentityFields(), U32(nextTrackId)});
 }
 
 // The code that `body` is refused with; noErr if it is not refused.

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "tests/toolbox/bytes.h"
 #include "toolbox/movie/movie.h"
 
 namespace toolbox {
@@ -23,14 +24,8 @@ inline std::shared_ptr<SampleRows> PlainRows(std::uint32_t count, std::uint32_t 
 
 // A description of that format, with `more` after its data-reference number.
 inline SampleDescription Described(FourCC format, const Bytes& more = {}) {
-  Bytes bytes;
-  for (const std::uint32_t word :
-       {16 + static_cast<std::uint32_t>(more.size()), format.value, 0U, 1U}) {
-    for (int shift = 24; shift >= 0; shift -= 8)
-      bytes.push_back(static_cast<std::uint8_t>(word >> shift));
-  }
-  bytes.insert(bytes.end(), more.begin(), more.end());
-  return {bytes, 0};
+  const Bytes rest = Join(U32(format.value), U32(0), U32(1), more);
+  return {Join(U32(static_cast<std::uint32_t>(4 + rest.size())), rest), 0};
 }
 
 // Adds a track that shows all of its media.

@@ -19,89 +19,79 @@ struct Box {
   static void Children(auto& io, auto& box) { io(box.handler, box.type, box.tables, box.others); }
 };
 
-const Bytes kHandler = Atom("hdlr", U32(0), Text("mhlrvideappl"), Zeros(8), Text("x"));
-const Bytes kType = Atom("ftyp", Text("qt  "), U32(1));
-const Bytes kSync = Atom("stss", U32(0), U32(1), U32(7));
+const Bytes kHandler = Made("hdlr{ 0 'mhlrvideappl' *8 'x' }"), kSync = Made("stss{ 0 1 7 }");
 
 TEST(Containers, KeepStrangersAndTheOrderOfAllByteForByte) {
-  const Bytes content =
-      Join(Atom("what", Text("first")), kSync, kType, WideAtom("wide", Text("2")),
-           Atom("stco", U32(0), U32(0)), kHandler, Atom("what", Text("second")), kSync, kType);
+  const Bytes content = Made(
+      "what{ 'first' } $ ftyp{ 'qt  ' 1 } 1 'wide' 17/8 '2' stco{ 0 0 } $ what{ } $"
+      " ftyp{ 'only one is known' }",
+      {kSync, kHandler, kSync});
   const Box box = Decode<Box>(content);
   EXPECT_EQ(box.tables.size(), 3U);
-  EXPECT_EQ(FindSibling(box.others, FileType::kType)->bytes, kType) << "only one is known";
   EXPECT_EQ(Encode(box), Atom("box ", content));
 }
 
 TEST(Containers, PutNewChildrenInTheOrderOfTheListAndLeaveNoGaps) {
-  Box box = Decode<Box>(Join(kSync, kHandler, Atom("kept")));
+  Box box = Decode<Box>(Made("$ $ kept{ }", {kSync, kHandler}));
   box.tables.clear();
   box.type = FileType{FourCC{"new "}, 1, {}};
-  EXPECT_EQ(Encode(box), Atom("box ", kHandler, Atom("kept"), Atom("ftyp", Text("new "), U32(1))));
+  EXPECT_EQ(Encode(box), Made("box{ $ kept{ } ftyp{ 'new ' 1 } }", {kHandler}));
   box.others.clear();
-  EXPECT_EQ(Encode(box), Atom("box ", kHandler, Atom("ftyp", Text("new "), U32(1))));
-}
-
-TEST(Containers, RefuseToLackWhatMustBeThereAndNameThePlace) {
-  const auto fault = [](const Bytes& content) {
-    try {
-      Decode<MovieAtoms>(content);
-    } catch (const Malformed& malformed) {
-      return malformed.path + ": " + malformed.reason;
-    }
-    return std::string();
-  };
-  EXPECT_EQ(fault({}), "/moov: the atom 'mvhd' is missing");
-  EXPECT_EQ(fault(Join(Atom("mvhd", Zeros(100)), Atom("trak", kHandler))),
-            "/moov/trak: the atom 'tkhd' is missing");
-  EXPECT_EQ(fault(Join(Atom("mvhd", Zeros(100)), Atom("trak", Atom("tkhd", Zeros(9))))),
-            "/moov/trak/tkhd: the atom ends inside modified");
+  EXPECT_EQ(Encode(box), Made("box{ $ ftyp{ 'new ' 1 } }", {kHandler}));
 }
 
 TEST(Containers, StateTheSizeOfAChildOnceItIsNotTheLast) {
-  const Box box = Decode<Box>(Join(kHandler, U32(0), Text("last"), Text("abc")));
-  EXPECT_EQ(box.others.back().bytes, Atom("last", Text("abc")));
+  EXPECT_EQ(Decode<Box>(Made("$ 0 'last' 'abc'", {kHandler})).others.back().bytes,
+            Made("last{ 'abc' }"));
+}
+
+TEST(Containers, NameThePlaceOfWhatIsMissing) {
+  for (const auto& [content, expected] :
+       {std::pair("", "/moov: the atom 'mvhd' is missing"),
+        {"mvhd{ *100 } trak{ edts{ } }", "/moov/trak: the atom 'tkhd' is missing"},
+        {"mvhd{ *100 } trak{ tkhd{ *9 } }", "/moov/trak/tkhd: the atom ends inside modified"}}) {
+    try {
+      Decode<MovieAtoms>(Made(content));
+      ADD_FAILURE() << expected;
+    } catch (const Malformed& malformed) {
+      EXPECT_EQ(malformed.path + ": " + malformed.reason, expected);
+    }
+  }
 }
 
 TEST(SampleTableAtoms, TakesOneKindOfSizesAndOfChunkOffsets) {
-  const Bytes wide = Atom("co64", U32(0), U32(1), U64(9));
-  const Bytes narrow = Atom("stco", U32(0), U32(1), U32(9));
-  const auto table = Decode<SampleTableAtoms>(
-      Join(wide, narrow, Atom("stsz", U32(0), U32(5), U32(3)), Atom("stz2")));
+  const auto table =
+      Decode<SampleTableAtoms>(Made("co64{ 0 1 9/8 } stco{ 0 1 9 } stsz{ 0 5 3 } stz2{ }"));
   EXPECT_EQ(std::get<ChunkOffsets>(table.chunkOffsets.value()).rows.Count(), 1U);
-  EXPECT_EQ(FindSibling(table.others, FourCC{"co64"})->bytes, wide);
+  EXPECT_EQ(FindSibling(table.others, FourCC{"co64"})->bytes, Made("co64{ 0 1 9/8 }"));
   EXPECT_EQ(std::get<ConstantSampleSize>(table.sizes.value()).count, 3U);
-  const Bytes sizes = Atom("stsz", U32(0), U32(0), U32(1), U32(3));
-  EXPECT_EQ(std::get<SampleSizes>(*Decode<SampleTableAtoms>(sizes).sizes).rows.Count(), 1U);
 }
 
-TEST(UserDataAtoms, EndsEarlyAndGivesMetaItsVersion) {
-  const Bytes name = Atom("name", Text("Ann")), handler = Atom("hdlr", Zeros(25));
-  const auto data = Decode<UserDataAtoms>(Join(Atom("meta", handler), name, U32(0), Text("junk")));
-  EXPECT_EQ(Encode(data), Atom("udta", Atom("meta", U32(0), handler), name));
+TEST(UserDataAtoms, EndEarlyAndGiveMetaItsVersion) {
+  for (const char* end : {"", "0", "7 'tiny'", "70 'long'", "*8", "0 'junk'"}) {
+    EXPECT_EQ(
+        Encode(Decode<UserDataAtoms>(Made("meta{ hdlr{ *25 } } name{ 'Ann' } $", {Made(end)}))),
+        Made("udta{ meta{ 0 hdlr{ *25 } } name{ 'Ann' } }"))
+        << end;
+  }
 }
 
 TEST(TrackReferenceAtoms, JoinsListsOfOneType) {
-  const auto references = Decode<TrackReferenceAtoms>(
-      Join(Atom("hint", U32(1)), Atom("chap", U32(2), U32(3)), Atom("hint", U32(4), Text("odd"))));
-  EXPECT_EQ(Encode(references),
-            Atom("tref", Atom("hint", U32(1), U32(4)), Atom("chap", U32(2), U32(3))));
+  EXPECT_EQ(Encode(Decode<TrackReferenceAtoms>(Made("hint{ 1 } chap{ 2 3 } hint{ 4 'odd' }"))),
+            Made("tref{ hint{ 1 4 } chap{ 2 3 } }"));
 }
 
 TEST(Handler, HasItsNameAsTheKindOfFileWantsIt) {
-  const auto named = [](FourCC componentType, const Bytes& name) {
-    Handler handler;
-    handler.componentType = componentType;
-    handler.name = name;
-    return handler;
+  const auto named = [](FourCC componentType, const std::string& name) {
+    return Handler{.componentType = componentType, .name = Text(name)};
   };
   const FourCC quickTime{"mhlr"};
-  EXPECT_EQ(QuickTimeHandler(named({}, Text("Ann\0x"s))).name, Text("\3Ann"));
-  EXPECT_EQ(QuickTimeHandler(named({}, {})).componentType, quickTime);
-  EXPECT_EQ(QuickTimeHandler(named(quickTime, Text("Ann"))).name, Text("Ann"));
-  EXPECT_EQ(IsoHandler(named(quickTime, Text("\3Ann"))).name, Text("Ann\0"s));
-  EXPECT_EQ(IsoHandler(named({}, Text("Ann\0"s))).name, Text("Ann\0"s));
-  EXPECT_EQ(IsoHandler(named(quickTime, Text("\3\xC4nn"))).name, Text("\0"s));
+  EXPECT_EQ(QuickTimeHandler(named({}, "Ann\0x"s)).name, Text("\3Ann"));
+  EXPECT_EQ(QuickTimeHandler(named({}, "")).componentType, quickTime);
+  EXPECT_EQ(QuickTimeHandler(named(quickTime, "Ann")).name, Text("Ann"));
+  EXPECT_EQ(IsoHandler(named(quickTime, "\3Ann")).name, Text("Ann\0"s));
+  EXPECT_EQ(IsoHandler(named({}, "Ann\0"s)).name, Text("Ann\0"s));
+  EXPECT_EQ(IsoHandler(named(quickTime, "\3\xC4nn")).name, Text("\0"s));
   EXPECT_EQ(NewHandler({}, FourCC{"vide"}, "Ann").name, Text("Ann\0"s));
   EXPECT_EQ(NewHandler(quickTime, FourCC{"vide"}, "Ann").name, Text("\3Ann"));
 }

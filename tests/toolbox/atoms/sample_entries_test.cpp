@@ -9,42 +9,37 @@ namespace {
 
 constexpr FourCC kPicture{"vide"}, kSound{"soun"};
 
-template <std::same_as<Bytes>... Atoms>
-Bytes Picture(std::uint16_t reference, const Atoms&... atoms) {
-  return Atom("avc1", Zeros(6), U16(reference), Zeros(70), atoms...);
+Bytes Picture(std::uint16_t reference, const std::string& atoms) {
+  return Made("avc1{ *6 $ *70 $ }", {U16(reference), Made(atoms)});
 }
 
 // An AAC description; QuickTime: version 1, 'esds' in 'wave'.
 Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
-  const Bytes decoder = Join(U8(0x40), U8(0x15), Zeros(3), U32(2 * rate), U32(rate), U8(5), U8(2),
-                             U8(profile), U8(0x10));
-  const Bytes esds = Atom("esds", U32(0), U8(3), U8(0x80), U8(0x80), U8(0x19),
-                          U16(static_cast<std::uint16_t>(rate)), U8(0), U8(4),
-                          U8(static_cast<std::uint8_t>(decoder.size())), decoder);
-  const Bytes head = Join(Zeros(6), U16(1), U16(isQuickTime ? 1 : 0), Zeros(18));
-  return isQuickTime ? Atom("mp4a", head, Zeros(16), Atom("wave", Atom("frma", Text("mp4a")), esds))
-                     : Atom("mp4a", head, esds);
+  const Bytes esds =
+      Made("esds{ 0 3/1 x808019 $ 0/1 4/1 17/1 0x40/1 0x15/1 *3 $ $ 5/1 2/1 $ 0x10/1 }",
+           {U16(static_cast<std::uint16_t>(rate)), U32(2 * rate), U32(rate), U8(profile)});
+  return isQuickTime ? Made("mp4a{ *6 1/2 1/2 *18 *16 wave{ frma{ 'mp4a' } $ } }", {esds})
+                     : Made("mp4a{ *6 1/2 0/2 *18 $ }", {esds});
 }
 
 TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
-  const auto rate = [](std::uint32_t bits) { return Atom("btrt", U32(0), U32(bits), U32(bits)); };
-  const Bytes setUp = Atom("avcC", U32(1)), other = Atom("avcC", U32(2));
-  const Bytes hdr = Atom("mdcv", Zeros(24)), dolby = Atom("dvcC", Zeros(24));
+  const std::string plain = "avcC{ 1 }", slow = plain + " btrt{ 0 5 5 }",
+                    fast = plain + " btrt{ 0 6 6 }", hdr = plain + " mdcv{ *24 }";
   struct Case {
     Bytes a, b;
     FourCC type;
     bool same;
   };
   const Case cases[] = {
-      {Picture(1, setUp), Picture(2, setUp), kPicture, true},
-      {Picture(1, setUp, rate(5)), Picture(1, setUp, rate(6)), kPicture, true},
-      {Picture(1, setUp, rate(5)), Picture(1, setUp), kPicture, true},
-      {Picture(1, setUp, rate(5), U32(0)), Picture(1, setUp, rate(6), U32(0)), kPicture, true},
-      {Picture(1, setUp), Picture(1, other), kPicture, false},
-      {Picture(1, setUp), Picture(1, setUp, hdr), kPicture, false},
-      {Picture(1, setUp, hdr), Picture(1, setUp, dolby), kPicture, false},
-      {Picture(1, setUp, rate(5)), Picture(1, setUp, rate(6)), FourCC{"meta"}, false},
-      {Picture(1, rate(5), Text("no atom")), Picture(1, rate(6), Text("no atom")), kPicture, false},
+      {Picture(1, plain), Picture(2, plain), kPicture, true},
+      {Picture(1, slow), Picture(1, fast), kPicture, true},
+      {Picture(1, slow), Picture(1, plain), kPicture, true},
+      {Picture(1, slow + " 0"), Picture(1, fast + " 0"), kPicture, true},
+      {Picture(1, plain), Picture(1, "avcC{ 2 }"), kPicture, false},
+      {Picture(1, plain), Picture(1, hdr), kPicture, false},
+      {Picture(1, hdr), Picture(1, plain + " dvcC{ *24 }"), kPicture, false},
+      {Picture(1, slow), Picture(1, fast), FourCC{"meta"}, false},
+      {Picture(1, slow + " 'no atom'"), Picture(1, fast + " 'no atom'"), kPicture, false},
       {Aac(96000, 0x11, false), Aac(64000, 0x11, false), kSound, true},
       {Aac(96000, 0x11, true), Aac(64000, 0x11, true), kSound, true},
       {Aac(96000, 0x11, false), Aac(96000, 0x12, false), kSound, false},
@@ -52,9 +47,8 @@ TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
       {Aac(96000, 0x11, false), Aac(96000, 0x11, true), kSound, false},
   };
   for (const Case& one : cases) {
-    const auto number = &one - cases;
-    EXPECT_EQ(DecodeAlike(one.a, one.b, one.type), one.same) << number;
-    EXPECT_EQ(DecodeAlike(one.b, one.a, one.type), one.same) << number;
+    EXPECT_EQ(DecodeAlike(one.a, one.b, one.type), one.same) << &one - cases;
+    EXPECT_EQ(DecodeAlike(one.b, one.a, one.type), one.same) << &one - cases;
   }
 }
 
@@ -71,15 +65,14 @@ TEST(SampleDescription, MayBeCutAnywhere) {
 }
 
 TEST(SampleDescription, HasANumberOfADataReferenceUnlessTextIsThere) {
-  Bytes entry = Picture(0x0102);
+  Bytes entry = Picture(0x0102, ""), text = Made("mett{ 'text/plain' }");
   EXPECT_EQ(ReferenceNumber(entry), 0x0102);
   SetReferenceNumber(entry, 0x10304);
-  EXPECT_EQ(entry, Picture(0x0304));
-  Bytes text = Atom("mett", Text("text/plain"));
+  EXPECT_EQ(entry, Picture(0x0304, ""));
   EXPECT_EQ(ReferenceNumber(text), std::nullopt);
   SetReferenceNumber(text, 1);
-  EXPECT_EQ(text, Atom("mett", Text("text/plain")));
-  EXPECT_EQ(ReferenceNumber(Atom("mp4v", Zeros(6), U8(1))), std::nullopt);
+  EXPECT_EQ(text, Made("mett{ 'text/plain' }"));
+  EXPECT_EQ(ReferenceNumber(Made("mp4v{ *6 1/1 }")), std::nullopt);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <utility>
-
 namespace toolbox {
 namespace {
 
@@ -16,12 +14,10 @@ constexpr Matrix Of(std::int32_t a, std::int32_t b, std::int32_t c, std::int32_t
 }
 
 TEST(Rotation, IsExactForMultiplesOf90Degrees) {
-  const std::pair<std::int32_t, Matrix> turns[] = {
-      {0, kIdentityMatrix},   {90, Of(0, 1, -1, 0)},    {180, Of(-1, 0, 0, -1)},
-      {270, Of(0, -1, 1, 0)}, {360, kIdentityMatrix},   {450, Of(0, 1, -1, 0)},
-      {-90, Of(0, -1, 1, 0)}, {-180, Of(-1, 0, 0, -1)}, {-450, Of(0, -1, 1, 0)},
-  };
-  for (const auto& [degrees, matrix] : turns) EXPECT_EQ(Rotation(degrees * kOne, 0, 0), matrix);
+  const Matrix turns[] = {kIdentityMatrix, Of(0, 1, -1, 0), Of(-1, 0, 0, -1), Of(0, -1, 1, 0)};
+  for (int turn = -5; turn <= 5; ++turn) {
+    EXPECT_EQ(Rotation(90 * turn * kOne, 0, 0), turns[turn & 3]) << turn;
+  }
 }
 
 TEST(Rotation, GoesClockwiseAboutItsPoint) {
@@ -32,20 +28,14 @@ TEST(Rotation, GoesClockwiseAboutItsPoint) {
 }
 
 TEST(Scaling, LeavesItsPointWhereItIs) {
-  EXPECT_EQ(Scaling(2 * kOne, 3 * kOne, 0, 0), Of(2, 0, 0, 3));
   EXPECT_EQ(Scaling(2 * kOne, 3 * kOne, 10 * kOne, 20 * kOne), Of(2, 0, 0, 3, -10, -40));
   EXPECT_EQ(Scaling(-kOne, kOne, 160 * kOne, 0), Of(-1, 0, 0, 1, 320)) << "mirrored";
 }
 
 TEST(Concatenation, DoesTheFirstThenTheSecond) {
-  const Matrix twice = Scaling(2 * kOne, 2 * kOne, 0, 0), moved = Translation(3 * kOne, 4 * kOne);
-  EXPECT_EQ(Concatenated(moved, twice), Of(2, 0, 0, 2, 6, 8));
-  EXPECT_EQ(Concatenated(twice, moved), Of(2, 0, 0, 2, 3, 4));
   EXPECT_EQ(Concatenated(Of(1, 2, 3, 4, 5, 6), kIdentityMatrix), Of(1, 2, 3, 4, 5, 6));
   EXPECT_EQ(Concatenated(Of(1, 2, 3, 4, 5, 6), Of(0, 1, -1, 0, 7, 8)), Of(-2, 1, -4, 3, 1, 13));
-  const Matrix quarter = Rotation(90 * kOne, 0, 0);
-  EXPECT_EQ(Concatenated(Concatenated(quarter, quarter), Concatenated(quarter, quarter)),
-            kIdentityMatrix);
+  EXPECT_EQ(Concatenated(Translation(3 * kOne, 4 * kOne), Of(2, 0, 0, 2)), Of(2, 0, 0, 2, 6, 8));
 }
 
 TEST(Concatenation, KeepsPerspectiveAndStopsAtTheLimits) {

@@ -2,93 +2,80 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "tests/toolbox/bytes.h"
+#include "tests/toolbox/movies.h"
 #include "toolbox/movie/sample_columns.h"
-#include "toolbox/movie/sample_table.h"
 
 namespace toolbox {
 namespace {
 
-SampleTable Grouped(std::vector<SampleGroup> groups, std::uint32_t count = 4) {
-  auto rows = std::make_shared<SampleRows>();
-  rows->count = count;
-  rows->AddTimes(count, 1);
-  rows->groups = std::move(groups);
+// Four samples in groups of that type. `rest` is what the 'sgpd' has after it; empty: no groups.
+SampleTable Grouped(FourCC type, std::uint32_t version, const std::string& rest,
+                    const std::vector<GroupRun>& runs) {
+  auto rows = PlainRows(4, 1, 1);
+  const SampleGroupDescriptions descriptions{version << 24, type, Made(rest)};
+  if (!rest.empty()) rows->groups = {{type, 0, 0, descriptions, runs}};
   return SampleTable(rows);
 }
 
-// An 'sgpd' of that version with 'rap ' entries of a byte each.
-SampleGroupDescriptions Descriptions(std::uint32_t version, const Bytes& entries,
-                                     std::uint32_t defaultNumber = 0) {
-  const auto count = static_cast<std::uint32_t>(entries.size());
-  return {version << 24, FourCC{"rap "},
-          Join(version >= 1 ? U32(1) : Bytes(), version >= 2 ? U32(defaultNumber) : Bytes(),
-               U32(count), entries)};
-}
-
-using Numbers = std::vector<std::uint32_t>;
-
-Numbers NumbersIn(const SampleTable& table, const JoinedGroup& group) {
-  Numbers numbers;
-  ForEachGroup(table, group, [&](std::uint32_t count, std::uint32_t number) {
-    numbers.insert(numbers.end(), count, number);
+// The number of the group of each sample, such as "1002"; "default" if all have the default number.
+std::string NumbersIn(const SampleTable& table) {
+  const auto groups = GroupsOf(table);
+  if (groups.empty()) return "no groups";
+  if (!groups[0].isMapped) return "default";
+  std::string numbers;
+  ForEachGroup(table, groups[0], [&](std::uint32_t count, std::uint32_t number) {
+    while (count-- != 0) numbers += std::to_string(number);
   });
   return numbers;
 }
 
 TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
-  static constexpr FourCC kRap{"rap "};
-  const auto of = [](SampleGroupDescriptions descriptions, std::vector<GroupRun> runs) {
-    return SampleGroup{kRap, 0, 0, std::move(descriptions), std::move(runs)};
-  };
-  const SampleGroup first = of(Descriptions(1, {7, 8}), {{0, 1}, {1, 0}, {3, 2}});
+  constexpr FourCC kRap{"rap "}, kOpaque{"oinf"};
+  const std::vector<GroupRun> runs{{0, 1}, {1, 0}, {3, 2}};
   struct Case {
-    SampleGroup second;
-    SampleGroupDescriptions descriptions;
-    Numbers numbers;  // of the last four samples
+    FourCC type;
+    std::uint32_t version;
+    const char* first;
+    std::uint32_t secondVersion;
+    const char* second;
+    std::vector<GroupRun> secondRuns;
+    const char *numbers, *joined;
   };
+  // Entries of a byte each; version 2 has a default number.
   const Case cases[] = {
-      {of(*first.descriptions, {{0, 2}, {2, 1}}), *first.descriptions, {2, 2, 1, 1}},
-      {of(Descriptions(1, {8, 9}), {{0, 2}, {2, 1}}), Descriptions(1, {7, 8, 9}), {3, 3, 2, 2}},
-      {of(Descriptions(0, {9}), {{0, 1}, {1, 0}}), Descriptions(1, {7, 8, 9}), {3, 0, 0, 0}},
-      {of(Descriptions(2, {9, 7}, 2), {}), Descriptions(1, {7, 8, 9}), {1, 1, 1, 1}},
-      {SampleGroup{FourCC{"tele"}, 0, 0, {}, {}}, *first.descriptions, {0, 0, 0, 0}}};
+      {kRap, 1, "1 2 x0708", 1, "1 2 x0708", {{0, 2}, {2, 1}}, "10022211", "1 2 x0708"},
+      {kRap, 1, "1 2 x0708", 1, "1 2 x0809", {{0, 2}, {2, 1}}, "10023322", "1 3 x070809"},
+      {kRap, 1, "1 2 x0708", 0, "1 x09", {{0, 1}, {1, 0}}, "10023000", "1 3 x070809"},
+      {kRap, 1, "1 2 x0708", 2, "1 2 2 x0907", {}, "10021111", "1 3 x070809"},
+      {kRap, 1, "1 2 x0708", 1, "", {}, "10020000", "1 2 x0708"},
+      {kRap, 2, "1 1 1 x07", 1, "", {}, "10020000", "1 1 1 x07"},
+      {kOpaque, 0, "2 x010203", 0, "2 x010203", {{0, 2}}, "10022222", "2 x010203"},
+      {kOpaque, 0, "2 x010203", 0, "2 x010204", {{0, 2}}, "no groups", ""},
+  };
   for (const Case& one : cases) {
-    SampleTable table = Grouped({first});
-    table.AppendSlice(Grouped({one.second}), {0, 4});
-    const auto groups = GroupsOf(table);
-    ASSERT_FALSE(groups.empty());
-    EXPECT_EQ(groups[0].descriptions, one.descriptions);
-    EXPECT_TRUE(groups[0].isMapped);
-    Numbers expected{1, 0, 0, 2};
-    expected.insert(expected.end(), one.numbers.begin(), one.numbers.end());
-    EXPECT_EQ(NumbersIn(table, groups[0]), expected);
+    SampleTable table = Grouped(one.type, one.version, one.first, runs);
+    table.AppendSlice(Grouped(one.type, one.secondVersion, one.second, one.secondRuns), {0, 4});
+    EXPECT_EQ(NumbersIn(table), one.numbers) << one.second;
+    for (const JoinedGroup& group : GroupsOf(table)) {
+      EXPECT_EQ(group.descriptions.value().rest, Made(one.joined)) << one.second;
+    }
   }
 }
 
 TEST(SampleGroups, MapTheDefaultNumberOnceNotAllSamplesHaveIt) {
-  const SampleGroup unmapped{FourCC{"rap "}, 0, 0, Descriptions(2, {7}, 1), {}};
-  SampleTable table = Grouped({unmapped});
-  EXPECT_FALSE(GroupsOf(table).at(0).isMapped);
-  table.AppendSlice(Grouped({}), {0, 4});
-  const auto groups = GroupsOf(table);
-  EXPECT_TRUE(groups.at(0).isMapped);
-  EXPECT_EQ(NumbersIn(table, groups[0]), (Numbers{1, 1, 1, 1, 0, 0, 0, 0}));
+  SampleTable table = Grouped(FourCC{"rap "}, 2, "1 1 1 x07", {});
+  EXPECT_EQ(NumbersIn(table), "default");
+  table.AppendSlice(Grouped({}, 0, "", {}), {0, 4});
+  EXPECT_EQ(NumbersIn(table), "11110000");
 }
 
-TEST(SampleGroups, AreLeftOutIfTheirEntriesCannotBeSeparated) {
-  const auto opaque = [](const Bytes& entries) {
-    SampleGroupDescriptions descriptions = Descriptions(0, entries);
-    descriptions.grouping = FourCC{"oinf"};
-    return SampleGroup{descriptions.grouping, 0, 0, descriptions, {{0, 1}}};
-  };
-  SampleTable table = Grouped({opaque({1, 2, 3})});
-  table.AppendSlice(Grouped({opaque({1, 2, 3})}), {1, 4});
-  EXPECT_EQ(GroupsOf(table).size(), 1U);
-  table.AppendSlice(Grouped({opaque({1, 2, 4})}), {0, 4});
-  EXPECT_TRUE(GroupsOf(table).empty());
+TEST(SampleGroups, StateHowFarBackDecodingStarts) {
+  const SampleTable table = Grouped(FourCC{"roll"}, 2, "2 2 2 -1/2 -3/2", {{1, 1}, {2, 0}, {3, 2}});
+  const std::optional<std::uint32_t> expected[] = {3, 1, {}, 3};
+  for (std::uint32_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(RollDistance(*table.WholeRows(), i), expected[i]) << i;
+  }
 }
 
 }  // namespace

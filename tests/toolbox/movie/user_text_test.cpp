@@ -11,20 +11,17 @@ namespace {
 
 constexpr FourCC kName{"\251nam"};
 
-Bytes Entry(std::uint16_t language, const Bytes& text) {
-  return Join(U16(static_cast<std::uint16_t>(text.size())), U16(language), text);
-}
-
 TEST(UserText, IsEntriesOfSizeLanguageAndText) {
   UserDataRecord data;
   SetText(data, kName, 1, 0, Text("Hi"));
-  EXPECT_EQ(data.Item(kName, 1), (Bytes{0, 2, 0, 0, 'H', 'i'}));
   SetText(data, kName, 1, 14, Bytes{0xB6});
   SetText(data, kName, 1, 0, Text("Hello"));
-  EXPECT_EQ(data.Item(kName, 1), (Bytes{0, 5, 0, 0, 'H', 'e', 'l', 'l', 'o', 0, 1, 0, 14, 0xB6}));
+  EXPECT_EQ(data.Item(kName, 1), Made("5/2 0/2 'Hello' 1/2 14/2 xB6"));
   EXPECT_EQ(TextOf(data, kName, 1, 14), Bytes{0xB6});
   EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 1, 15); }), userDataItemNotFound);
   EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 2, 0); }), userDataItemNotFound);
+  SetText(data, kName, 1, 0, Bytes(70000, 'x'));
+  EXPECT_EQ(TextOf(data, kName, 1, 0).size(), 65535U) << "cut where its size ends";
 }
 
 TEST(UserText, IsAddedOnlyToItemsOfTexts) {
@@ -37,32 +34,25 @@ TEST(UserText, IsAddedOnlyToItemsOfTexts) {
   EXPECT_EQ(CodeOf([&] { SetText(data, FourCC{"\251cmt"}, 0, 0, {}); }), userDataItemNotFound);
   EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 1, 0); }), userDataItemNotFound);
   EXPECT_EQ(data, before);
-  for (const Bytes& cut : {Bytes{0, 2, 0, 0, 'H'}, Bytes{0, 0, 0}, Bytes{0, 0, 0, 0, 1}}) {
-    EXPECT_EQ(ReadTextEntries(cut), std::nullopt);
+  for (const char* cut : {"2/2 0/2 'H'", "0/2 0/1", "0 1/1"}) {
+    EXPECT_EQ(ReadTextEntries(Made(cut)), std::nullopt) << cut;
   }
 }
 
-TEST(UserText, IsCutWhereItsSizeEnds) {
-  UserDataRecord data;
-  SetText(data, kName, 1, 0, Bytes(70000, 'x'));
-  EXPECT_EQ(TextOf(data, kName, 1, 0).size(), 65535U);
-  EXPECT_EQ(data.Item(kName, 1).size(), 4U + 65535U);
-}
-
 TEST(UserText, OfAnotherLanguageServesForLanguageZero) {
-  const Bytes iso = Entry(0x55C4, Text("Caf\u00e9 \u65e5")), roman = Entry(0, Text("own")),
-              unspecified = Entry(0x7FFF, Bytes{'a', 0x8E}), greek = Entry(14, Bytes{0xB6}),
-              wide = Entry(0x15C7, Bytes{0xFF, 0xFE, 0xE9, 0, 'a', 0});
-  const auto textIn = [](const Bytes& payload) {
+  const std::string own = "3/2 0/2 'own' ", unspecified = "2/2 0x7FFF/2 x618E ",
+                    iso = "9/2 0x55C4/2 'Caf\u00e9 \u65e5' ", greek = "1/2 14/2 xB6 ",
+                    wide = "6/2 0x15C7/2 xFFFEE9006100 ";
+  const auto textIn = [](const std::string& payload) {
     UserDataRecord data;
-    data.items = {{kName, payload}};
+    data.items = {{kName, Made(payload)}};
     return TextOf(data, kName, 1, 0);
   };
-  EXPECT_EQ(textIn(Join(greek, iso, unspecified, roman)), Text("own"));
-  EXPECT_EQ(textIn(Join(greek, iso, unspecified)), (Bytes{'a', 0x8E}));
-  EXPECT_EQ(textIn(Join(greek, iso, wide)), (Bytes{'C', 'a', 'f', 0x8E, ' ', '?'}));
-  EXPECT_EQ(textIn(wide), (Bytes{0x8E, 'a'}));
-  EXPECT_EQ(textIn(Entry(0x55C4, Bytes{'a', 0xFF})), (Bytes{'a', '?'}));
+  EXPECT_EQ(textIn(greek + iso + unspecified + own), Text("own"));
+  EXPECT_EQ(textIn(greek + iso + unspecified), Text("a\x8E"));
+  EXPECT_EQ(textIn(greek + iso + wide), Text("Caf\x8E ?"));
+  EXPECT_EQ(textIn(wide), Text("\x8E\x61"));
+  EXPECT_EQ(textIn("2/2 0x55C4/2 x61FF"), Text("a?"));
   EXPECT_EQ(CodeOf([&] { textIn(greek); }), userDataItemNotFound);
 }
 

@@ -25,8 +25,7 @@ class FileAtoms : public InFolder {
  protected:
   // What follows the movie header in a reference movie of a file that ends with `tail`.
   Bytes Copied(const Bytes& tail, const Bytes& front = {}) {
-    const auto movie = Opened("in.mov", front, tail);
-    return Behind(*movie);
+    return Behind(*Opened("in.mov", front, tail));
   }
   std::unique_ptr<MovieRecord> Opened(const std::string& name, const Bytes& front,
                                       const Bytes& tail, std::uint32_t samplesAt = 0) {
@@ -48,16 +47,14 @@ class FileAtoms : public InFolder {
 };
 
 TEST_F(FileAtoms, AreKeptUnlessTheyAreRoom) {
-  const Bytes own = Atom("uuid", Text("0123456789abcdef"), Text("kept"));
-  const Bytes places = Join(Atom("free", Zeros(99), Text("N 48.2")), Atom("skip", Text("x")));
+  const Bytes own = Made("uuid{ '0123456789abcdef' 'kept' }");
+  const Bytes places = Made("free{ *99 'N 48.2' } skip{ 'x' }");
   EXPECT_EQ(Copied(own, places), Join(places, own));
-  for (const Bytes& room :
-       {Atom("free"), Atom("free", Zeros(5000)), Atom("skip", Zeros(1)), Zeros(40), Zeros(3),
-        Atom("free", MovieHeaderAtom()), Atom("free", Atom("cmov")),
-        Atom("skip", Text("hdlr"), Zeros(4), Text("mdirappl")), Atom("wide"),
-        Atom("mdat", Text("media")), Atom("pnot", Zeros(12)), Atom("moof"), Atom("sidx", Zeros(4)),
-        Join(U32(4000), Text("mdat"), Text("cut off")), Join(U32(40), Text("moof"))}) {
-    EXPECT_EQ(Copied(room), Bytes()) << std::string(room.begin(), room.end());
+  for (const char* room :
+       {"free{ }", "free{ *5000 }", "skip{ *1 }", "*40", "*3", "free{ mvhd{ *100 } }",
+        "free{ cmov{ } }", "skip{ 'hdlr' *4 'mdirappl' }", "wide{ }", "mdat{ 'media' }",
+        "pnot{ *12 }", "moof{ }", "sidx{ *4 }", "4000 'mdat' 'cut off'", "40 'moof'"}) {
+    EXPECT_EQ(Copied(Made(room)), Bytes()) << room;
   }
 }
 
@@ -69,72 +66,52 @@ TEST_F(FileAtoms, EndBeforeMediaThatNoAtomContains) {
   EXPECT_EQ(Behind(*Opened("in.mov", {}, media, before - 59)), Bytes());
 }
 
-TEST_F(FileAtoms, EndWithATrailer) {
-  const Bytes trailer = Join(U32(7), Text("the camera's own"));
-  const Bytes own = Atom("uuid", Text("0123456789abcdef"));
-  const auto movie = Opened("in.mov", {}, Join(own, trailer));
-  const auto other = Opened("other.mov", {}, Join(own, trailer));
-  EXPECT_EQ(Behind(*movie), Join(own, trailer));
+TEST_F(FileAtoms, EndWithATrailerUntilMediaOfAnotherMovieIsAdded) {
+  const Bytes own = Made("uuid{ '0123456789abcdef' }"), all = Join(own, Made("7 'a trailer'"));
+  const auto movie = Opened("in.mov", {}, all), other = Opened("other.mov", {}, all);
+  EXPECT_EQ(Behind(*movie), all);
   movie->tracks[0]->edits.Delete({0}, {300}, movie->tracks[0]->TimeClock());
-  EXPECT_EQ(Behind(*movie), Join(own, trailer)) << "it is still that movie";
+  EXPECT_EQ(Behind(*movie), all) << "it is still that movie";
+  const auto second = movie->Clone(), third = movie->Clone();
   InsertMovieSegment(*other, *movie, {}, {600}, {300});
   EXPECT_EQ(Behind(*movie), own);
+  InsertTrackSegment(*other->tracks[0], *second->tracks[0], {}, {600}, {300});
+  EXPECT_EQ(Behind(*second), own);
+  std::ignore = third->tracks[0]->media->Append(other->tracks[0]->media->Copy(0, 6), 0, 6);
+  EXPECT_EQ(Behind(*third), own);
   AddMovieSelection(*movie, *other);
   EXPECT_EQ(Behind(*other), own);
-
-  const auto again = Opened("in.mov", {}, Join(own, trailer));
-  InsertTrackSegment(*other->tracks[0], *again->tracks[0], {}, {600}, {600});
-  EXPECT_EQ(Behind(*again), own);
-  const auto table = other->tracks[0]->media->Copy(0, 6);
-  const auto third = Opened("in.mov", {}, Join(own, trailer));
-  std::ignore = third->tracks[0]->media->Append(table, 0, 6);
-  EXPECT_EQ(Behind(*third), own);
 }
 
 // A 'meta' with items: 1 has two pieces, 2 is the second of them, 3 is in the atom itself.
-Bytes Items(std::uint32_t version, std::uint32_t at, bool isQuickTime) {
-  const auto number = [&](std::uint32_t value) {
-    return version == 2 ? U32(value) : U16(static_cast<std::uint16_t>(value));
-  };
-  const auto method = [&](std::uint16_t value) { return version == 0 ? Bytes() : U16(value); };
-  Bytes items = Join(number(1), method(0), U16(0), U32(at), U16(2), U32(0), U32(3), U32(5), U32(4),
-                     number(2), method(0), U16(0), U32(0), U16(1), U32(at + 5), U32(4));
-  if (version != 0)
-    items = Join(items, number(3), method(1), U16(0), U32(0), U16(1), U32(2), U32(1));
-  return Atom("meta", isQuickTime ? Bytes() : U32(0), Atom("hdlr", Zeros(24)),
-              Atom("iloc", U32(version << 24), U16(0x4440), number(version == 0 ? 2 : 3), items),
-              Atom("idat", Text("inside")));
+std::string Items(int version, int at) {
+  const std::string width = version == 2 ? "/4 " : "/2 ", method = version == 0 ? "" : "0/2 ";
+  return "meta{ " + std::string(version == 1 ? "" : "0 ") + "hdlr{ *24 } iloc{ " +
+         std::to_string(version) + "/1 0/3 0x4440/2 " + (version == 0 ? "2" : "3") + width +  //
+         "1" + width + method + "0/2 " + std::to_string(at) + " 2/2  0 3  5 4  " +  //
+         "2" + width + method + "0/2 0 1/2 " + std::to_string(at + 5) + " 4 " +
+         (version == 0 ? "" : "3" + width + "1/2 0/2 0 1/2  2 1 ") + "} idat{ 'inside' } } ";
 }
 
 TEST_F(FileAtoms, FindItemsAtTheirNewPlaces) {
-  const Bytes media = Atom("mdat", Text("....one..four...."));
-  for (const std::uint32_t version : {0U, 1U, 2U}) {
-    const Bytes copied = Copied({}, Join(media, Items(version, 12, version == 1)));
-    const Bytes file = Stored(folder_ / "out.mov");
-    ASSERT_EQ(Bytes(copied.begin(), copied.begin() + 23),
-              Join(Atom("wide"), Atom("mdat", Text("onefour"))));
-    const auto at = static_cast<std::uint32_t>(file.size() - copied.size() + 16);
+  for (const int version : {0, 1, 2}) {
+    const Bytes copied = Copied({}, Made("mdat{ '....one..four....' } " + Items(version, 12)));
+    ASSERT_EQ(Bytes(copied.begin(), copied.begin() + 23), Made("wide{ } mdat{ 'onefour' }"));
+    const std::uint64_t at = Stored(folder_ / "out.mov").size() - copied.size() + 16;
     EXPECT_TRUE(Contains(copied, Join(U64(at), U64(3), U64(at + 3), U64(4))));
-    EXPECT_TRUE(Contains(copied, Atom("idat", Text("inside"))));
-    const Bytes third = Join(U64(2), U64(1), Atom("idat", Text("inside")));
-    EXPECT_EQ(Contains(copied, third), version != 0);
+    EXPECT_TRUE(Contains(copied, Made("idat{ 'inside' }")));
+    EXPECT_EQ(Contains(copied, Made("2/8 1/8 idat{ 'inside' }")), version != 0);
   }
-  EXPECT_EQ(Copied(Atom("meta", U32(0), Atom("hdlr", Zeros(24)))),
-            Atom("meta", U32(0), Atom("hdlr", Zeros(24))));
+  EXPECT_EQ(Copied(Made("meta{ 0 hdlr{ *24 } }")), Made("meta{ 0 hdlr{ *24 } }"));
 }
 
-// A new file would move the items.
-TEST_F(FileAtoms, KeepItemsFromMoving) {
-  const auto movie = Opened("in.mov", {}, Join(Items(0, 0, false), Text("trailer")));
+TEST_F(FileAtoms, RefuseItemsThatAreNotThereOrWouldMove) {
+  EXPECT_EQ(CodeOf([&] { Copied(Made(Items(0, 100000))); }), eofErr);
+  EXPECT_EQ(CodeOf([&] { Copied(Made("meta{ 0 iloc{ 0x03000000 *20 } }")); }), featureUnsupported);
+  const auto movie = Opened("in.mov", {}, Made(Items(0, 0) + "'trailer'"));
   const FileSource file(folder_ / "in.mov", O_RDWR);
   EXPECT_EQ(CodeOf([&] { UpdateFile(*movie, folder_ / "in.mov", file, true); }),
             featureUnsupported);
-}
-
-TEST_F(FileAtoms, RefuseItemsThatAreNotThere) {
-  EXPECT_EQ(CodeOf([&] { Copied(Items(0, 100000, false)); }), eofErr);
-  const Bytes odd = Atom("meta", U32(0), Atom("iloc", U32(3 << 24), Zeros(20)));
-  EXPECT_EQ(CodeOf([&] { Copied(odd); }), featureUnsupported);
 }
 
 }  // namespace

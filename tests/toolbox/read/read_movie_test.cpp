@@ -5,37 +5,22 @@
 #include <algorithm>
 
 #include "tests/toolbox/bytes.h"
+#include "tests/toolbox/told.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/atoms/malformed.h"
-#include "toolbox/movie/presentation.h"
-#include "toolbox/movie/sample_columns.h"
-#include "toolbox/movie/sample_places.h"
 #include "toolbox/write/write_movie.h"
 
 namespace toolbox {
 namespace {
-
-using Edits = std::vector<Edit>;
-using Range = std::pair<std::uint64_t, std::uint64_t>;
-
-// The offset and size of each sample in its file.
-std::vector<Range> Places(const MediaRecord& media) {
-  std::vector<Range> places;
-  ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
-    std::uint64_t at = piece.offset;
-    for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
-      places.emplace_back(at, SizeOf(media.samples, i, 1, piece.description));
-      at += places.back().second;
-    }
-  });
-  return places;
-}
 
 Bytes Compressed(const Bytes& movie) {
   MovieDeflater deflater;
   deflater.Append(movie);
   return deflater.Finish().value();
 }
+
+// A table of samples whose tables are all given but for their description.
+Bytes Table(const std::string& tables) { return Made("stsd{ 0 1 test{ *6 1/2 } } " + tables); }
 
 class ReadMovie : public InFolder {
  protected:
@@ -46,123 +31,70 @@ class ReadMovie : public InFolder {
   std::unique_ptr<MovieRecord> ReadTrack(const TrackInFile& track) {
     return Read(Atom("moov", MovieHeaderAtom(), TrackAtom(track)));
   }
-  SampleTable ReadTable(const Bytes& table) {
-    return ReadTrack({.table = table})->tracks[0]->media->samples;
+  std::string Samples(const Bytes& table, const std::string& kind = "vide") {
+    return Told(ReadTrack({.kind = kind, .table = table})->tracks[0]->media->samples);
   }
-  EditList ReadEdits(const Bytes& entries, std::uint32_t mediaDelta = 300) {
-    return ReadTrack({.table = PlainTable(6, mediaDelta, 10, 0),
-                      .edits = Atom("edts", Atom("elst", entries))})
-        ->tracks[0]
-        ->edits;
-  }
-  OSErr CodeOfReading(const Bytes& file, References references = References::kResolve) {
-    try {
-      Read(file, references);
-      return noErr;
-    } catch (const Refused& refused) {
-      return refused.code;
-    } catch (const Malformed&) {
-      return badPublicMovieAtom;
-    }
+  OSErr CodeOfReading(const Bytes& file, References references = References::kResolve) try {
+    Read(file, references);
+    return noErr;
+  } catch (const Refused& refused) {
+    return refused.code;
+  } catch (const Malformed&) {
+    return badPublicMovieAtom;
   }
 };
 
 const Bytes kTrack = TrackAtom({.table = PlainTable(6, 300, 10, 40)});
 const Bytes kMovie = Atom("moov", MovieHeaderAtom(), kTrack);
 
-TEST_F(ReadMovie, TellsWhatTheHeadersSay) {
-  const Bytes header =
-      Atom("tkhd", U32(0x01000001), U64(0x100000000), U64(12), U32(7), Zeros(4), U64(1800),
-           Zeros(8), U16(3), U16(4), U16(0x80), Zeros(2), IdentityFields(), U32(5), U32(6));
-  const Bytes mediaHeader =
-      Atom("mdhd", U32(0x01000000), U64(21), U64(22), U32(44100), U64(0), U16(0x15C7), U16(9));
-  const Bytes movieHeader =
-      Atom("mvhd", U32(0x01000000), U64(31), U64(32), U32(1000), U64(0), U32(0x8000), U16(0x80),
-           Zeros(10), IdentityFields(), U32(1), U32(2), U32(3), U32(4), U32(5), U32(6), U32(8));
-  const Bytes user = Atom("udta", Atom("name", Text("a")), Atom("name", Text("b")), U32(0));
-  const auto movie =
-      Read(Atom("moov", movieHeader,
-                TrackAtom({.table = PlainTable(6, 300, 10, 0),
-                           .others = Join(Atom("tref", Atom("chap", U32(7), U32(99))), user),
-                           .header = header,
-                           .mediaHeader = mediaHeader}),
-                user));
-  EXPECT_EQ(movie->header.scale, 1000);
-  EXPECT_EQ(movie->header.created, 31U);
-  EXPECT_EQ(movie->header.rate, 0x8000);
-  EXPECT_EQ(movie->header.volume, 0x80);
-  EXPECT_EQ(movie->header.previewTime, 1);
-  EXPECT_EQ(movie->header.currentTime, 6);
-  EXPECT_EQ(movie->header.nextTrackId, 8U);
+TEST_F(ReadMovie, ConnectsItsTracksAndKnowsItsFile) {
+  const auto movie = Read(Made(
+      "moov{ $ $ $ udta{ name{ 'a' } name{ 'b' } 0 } }",
+      {MovieHeaderAtom(), kTrack, TrackAtom({.id = 7, .others = Made("tref{ chap{ 1 99 } }")})}));
+  ASSERT_EQ(movie->tracks.size(), 2U);
+  EXPECT_EQ(movie->header.nextTrackId, 8U) << "the file states 2";
   EXPECT_EQ(movie->file, OtherFile{folder_ / "in.mov"});
-  const UserDataRecord items{{{FourCC{"name"}, Text("a")}, {FourCC{"name"}, Text("b")}}};
-  EXPECT_EQ(movie->userData, items);
-  ASSERT_EQ(movie->tracks.size(), 1U);
-  const TrackRecord& track = *movie->tracks[0];
-  EXPECT_EQ(track.header.id, 7U);
-  EXPECT_EQ(track.header.flags, 1U);
-  EXPECT_EQ(track.header.created, 0x100000000U);
-  EXPECT_EQ(track.header.layer, 3);
-  EXPECT_EQ(track.header.alternateGroup, 4);
-  EXPECT_EQ(track.header.volume, 0x80);
-  EXPECT_EQ(std::pair(track.header.width, track.header.height), std::pair(5, 6));
-  EXPECT_EQ(track.userData, items);
-  ASSERT_EQ(track.references.size(), 1U);
-  EXPECT_EQ(track.references[0].targets,
+  EXPECT_EQ(movie->userData,
+            (UserDataRecord{{{FourCC{"name"}, Text("a")}, {FourCC{"name"}, Text("b")}}}));
+  EXPECT_EQ(movie->tracks[1]->references.at(0).targets,
             (std::vector{movie->tracks[0].get(), static_cast<TrackRecord*>(nullptr)}));
-  EXPECT_EQ(track.media->header.scale, 44100);
-  EXPECT_EQ(track.media->header.language, 0x15C7);
-  EXPECT_EQ(track.media->header.quality, 9);
-  EXPECT_EQ(track.media->Type(), FourCC{"vide"});
-  EXPECT_EQ(track.media->descriptions.size(), 1U);
 }
 
 TEST_F(ReadMovie, FindsTheHeaderAtAnyPlace) {
-  const Bytes data = Atom("mdat", Zeros(60)), stretched = Join(U32(0), Text("mdat"), Zeros(60));
-  const Bytes toTheEnd = Join(U32(0), Bytes(kMovie.begin() + 4, kMovie.end()));
-  const Bytes wide = WideAtom("moov", MovieHeaderAtom(), kTrack);
+  const Bytes data = Made("mdat{ *60 }"), toTheEnd(kMovie.begin() + 4, kMovie.end());
   for (const Bytes& file :
-       {kMovie, Join(Atom("ftyp", Text("qt  "), U32(0)), kMovie, data), Join(data, data, kMovie),
-        Join(kMovie, stretched), Join(data, toTheEnd), Join(data, wide),
+       {kMovie, Made("ftyp{ 'qt  ' 0 } $ mdat{ }", {kMovie}), Join(data, data, kMovie),
+        Made("$ 0 'mdat' *60", {kMovie}), Join(data, U32(0), toTheEnd),
+        Join(data, WideAtom("moov", MovieHeaderAtom(), kTrack)),
         Join(WideAtom("mdat", Zeros(60)), kMovie, Text("junk")), Compressed(kMovie),
-        StoreMovie(kMovie), Join(kMovie, Atom("moov", Text("another")))}) {
+        StoreMovie(kMovie), Made("$ moov{ 'another' }", {kMovie})}) {
     const auto movie = Read(file);
     ASSERT_EQ(movie->tracks.size(), 1U);
-    EXPECT_EQ(Places(*movie->tracks[0]->media).at(2), (Range{60, 10}));
+    EXPECT_EQ(Told(movie->tracks[0]->media->samples).substr(0, 23), "40+10:300 50+10:300 60+");
   }
 }
 
 TEST_F(ReadMovie, RefusesFilesWithTheCodeOfTheirFault) {
-  const auto cutMovie = Bytes(kMovie.begin(), kMovie.end() - 1);
-  const Bytes noHeader = Atom("moov", kTrack);
-  const auto compressed = [](const char* method, const Bytes& stream) {
-    return Atom("moov", Atom("cmov", Atom("dcom", Text(method)), Atom("cmvd", U32(100), stream)));
-  };
   Bytes damaged = Compressed(kMovie);
   damaged[damaged.size() / 2] ^= 0x55;
-  EXPECT_EQ(CodeOfReading({}), noMovieFound);
-  EXPECT_EQ(CodeOfReading(Text("just some text that is no movie")), noMovieFound);
-  EXPECT_EQ(CodeOfReading(Atom("mdat", Zeros(100))), noMovieFound);
-  EXPECT_EQ(CodeOfReading(cutMovie), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(noHeader), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(Atom("moov")), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(Atom("moov", MovieHeaderAtom(0))), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(damaged), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(compressed("zlib", Text("nonsense"))), badPublicMovieAtom);
-  EXPECT_EQ(CodeOfReading(compressed("nope", Text("nonsense"))), cantFindHandler);
-  EXPECT_EQ(CodeOf([&] { ReadMovieFile(folder_ / "none", References::kLeave); }),
-            couldNotResolveDataRef);
-  EXPECT_EQ(CodeOf([&] { ReadMovieFile(folder_ / "in.mov" / "x", References::kLeave); }),
-            couldNotResolveDataRef);
-  EXPECT_EQ(CodeOf([&] { ReadMovieFile(folder_, References::kLeave); }), notAFileErr);
-}
-
-TEST_F(ReadMovie, SaysWhereABrokenHeaderIsBroken) {
-  try {
-    ReadTrack({.table = Join(PlainTable(6, 300, 10, 0), Atom("stss", U32(0), U32(9)))});
-    FAIL();
-  } catch (const Malformed& fault) {
-    EXPECT_EQ(fault.path, "/moov/trak/mdia/minf/stbl/stss");
+  const std::pair<Bytes, OSErr> files[] = {
+      {{}, noMovieFound},
+      {Text("just some text that is no movie"), noMovieFound},
+      {Made("mdat{ *100 }"), noMovieFound},
+      {Bytes(kMovie.begin(), kMovie.end() - 1), badPublicMovieAtom},
+      {Atom("moov", kTrack), badPublicMovieAtom},
+      {Made("moov{ }"), badPublicMovieAtom},
+      {Atom("moov", MovieHeaderAtom(0)), badPublicMovieAtom},
+      {damaged, badPublicMovieAtom},
+      {Made("moov{ cmov{ dcom{ 'zlib' } cmvd{ 100 'nonsense' } } }"), badPublicMovieAtom},
+      {Made("moov{ cmov{ dcom{ 'nope' } cmvd{ 100 'nonsense' } } }"), cantFindHandler},
+  };
+  for (const auto& [file, code] : files) EXPECT_EQ(CodeOfReading(file), code) << file.size();
+  for (const auto& [name, code] : {std::pair("none", couldNotResolveDataRef),
+                                   {"in.mov/x", couldNotResolveDataRef},
+                                   {"", notAFileErr}}) {
+    const auto path = folder_ / name;
+    EXPECT_EQ(CodeOf([&] { ReadMovieFile(path, References::kLeave); }), code) << name;
   }
 }
 
@@ -178,9 +110,8 @@ TEST_F(ReadMovie, SurvivesAHeaderCutAnywhere) {
 }
 
 TEST_F(ReadMovie, WantsMediaThatAreInUse) {
-  const Bytes elsewhere =
-      Join(U32(0), U32(1), Atom("url ", U32(0), Text("http://host/a.mov"), U8(0)));
   const auto file = [&](const Bytes& table) {
+    const Bytes elsewhere = Made("0 1 url{ 0 'http://host/a.mov' 0/1 }");
     return Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table, .references = elsewhere}));
   };
   EXPECT_EQ(CodeOfReading(file(PlainTable(6, 300, 10, 0))), couldNotResolveDataRef);
@@ -188,167 +119,95 @@ TEST_F(ReadMovie, WantsMediaThatAreInUse) {
   EXPECT_EQ(CodeOfReading(file(Bytes())), noErr) << "no sample needs it";
 }
 
-// --- Edit lists
-
-Bytes Entry(std::uint32_t duration, std::uint32_t mediaTime, std::uint32_t rate = 0x10000) {
-  return Join(U32(duration), U32(mediaTime), U32(rate));
-}
-
-TEST_F(ReadMovie, TakesEditsAsTheyAre) {
-  EXPECT_EQ(
-      ReadEdits(Join(U32(0), U32(3), Entry(100, 0xFFFFFFFF), Entry(200, 50), Entry(300, 0, 0x8000)))
-          .Edits(),
-      (Edits{{{0}, {100}, {-1}}, {{100}, {200}, {50}}, {{300}, {300}, {0}, 0.5}}));
-  EXPECT_EQ(
-      ReadEdits(Join(U32(0x01000000), U32(1), U64(0x100000000), U64(50), U32(0x10000))).Edits(),
-      (Edits{{{0}, {0x100000000}, {50}}}));
-}
-
-TEST_F(ReadMovie, ReadsALastEditWithoutDurationAsTheRest) {
-  EXPECT_EQ(ReadEdits(Join(U32(0), U32(1), Entry(0, 300))).Edits(), (Edits{{{0}, {1500}, {300}}}));
-}
-
-TEST_F(ReadMovie, ShowsTheWholeMediaInPlaceOfABadEditList) {
-  const Edits whole{{{0}, {1800}, {0}}};
-  EXPECT_EQ(ReadEdits(Join(U32(0), U32(1), Entry(100, 0xFFFFFFFE))).Edits(), whole);
-  EXPECT_EQ(ReadEdits(Join(U32(0), U32(1), Entry(100, 0, 0xFFFF0000))).Edits(), whole);
-  EXPECT_EQ(ReadEdits(Join(U32(0x01000000), U32(1), U64(0xFFFFFFFFFFFFFFFF), U64(0), U32(0x10000)))
-                .Edits(),
-            whole);
+TEST_F(ReadMovie, TakesEditsAsTheyAreUnlessTheyAreImpossible) {
+  for (const auto& [entries, expected] :
+       {std::pair("0 3  100 -1 0x10000  200 50 0x10000  300 0 0x8000", "gap+100 50+200 0+300x0.5"),
+        {"0x01000000 1  0x100000000/8 50/8 0x10000", "50+4294967296"},
+        {"0 1  0 300 0x10000", "300+1500"},  // without a duration: the rest
+        {"0 1  100 -2 0x10000", "0+1800"},
+        {"0 1  100 0 0xFFFF0000", "0+1800"},
+        {"0x01000000 2  0x1FFFFFFFFFFFFFFF/8 0/8 0x10000  1/8 9/8 0x10000", "0+1800"},
+        {"0x01000000 1  -1/8 0/8 0x10000", "0+1800"}}) {
+    const Bytes list = Made("edts{ elst{ $ } }", {Made(entries)});
+    EXPECT_EQ(Told(*ReadTrack({.table = PlainTable(6, 300, 10, 0), .edits = list})), expected);
+  }
 }
 
 TEST_F(ReadMovie, WithoutEditListTrustsTheStatedDurationWithinAUnit) {
-  const auto durationWhenStated = [&](std::uint32_t stated) {
-    return ReadTrack({.scale = 1001, .duration = stated, .table = PlainTable(6, 300, 10, 0)})
-        ->tracks[0]
-        ->edits.Duration()
-        .units;
-  };
-  EXPECT_EQ(durationWhenStated(1078), 1078);
-  EXPECT_EQ(durationWhenStated(1080), 1080);
-  EXPECT_EQ(durationWhenStated(1077), 1079);
-  EXPECT_EQ(durationWhenStated(0xFFFFFFFF), 1079);
-  EXPECT_TRUE(ReadTrack({.duration = 600})->tracks[0]->edits.Edits().empty());
+  for (const auto& [stated, expected] : {std::pair(1078U, "0+1078"),
+                                         {1080U, "0+1080"},
+                                         {1077U, "0+1079"},
+                                         {1081U, "0+1079"},
+                                         {UINT32_MAX, "0+1079"}}) {
+    EXPECT_EQ(
+        Told(*ReadTrack({.scale = 1001, .duration = stated, .table = PlainTable(6, 300, 10, 0)})),
+        expected);
+  }
+  EXPECT_EQ(Told(*ReadTrack({.duration = 600})), "");
 }
 
-// --- Sample tables
-
 TEST_F(ReadMovie, ReadsEveryFormOfSizesAndOffsets) {
-  const auto table = [](const Bytes& sizes, const Bytes& offsets) {
-    return Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))),
-                Atom("stts", U32(0), U32(1), U32(3), U32(10)),
-                Atom("stsc", U32(0), U32(2), U32(1), U32(2), U32(1), U32(2), U32(1), U32(1)), sizes,
-                offsets);
-  };
-  const Bytes narrow = Atom("stco", U32(0), U32(2), U32(100), U32(50));
-  const Bytes wide = Atom("co64", U32(0), U32(2), U64(0x100000000), U64(50));
-  const auto places = [&](const Bytes& sizes, const Bytes& offsets) {
-    return Places(*ReadTrack({.table = table(sizes, offsets)})->tracks[0]->media);
-  };
-  const std::vector<Range> expected{{100, 5}, {105, 6}, {50, 7}};
-  EXPECT_EQ(places(Atom("stsz", U32(0), U32(0), U32(3), U32(5), U32(6), U32(7)), narrow), expected);
-  EXPECT_EQ(places(Atom("stz2", U32(0), U32(4), U32(3), U8(0x56), U8(0x70)), narrow), expected);
-  EXPECT_EQ(places(Atom("stz2", U32(0), U32(8), U32(3), U8(5), U8(6), U8(7)), narrow), expected);
-  EXPECT_EQ(places(Atom("stz2", U32(0), U32(16), U32(3), U16(5), U16(6), U16(7)), narrow),
-            expected);
-  EXPECT_EQ(places(Atom("stsz", U32(0), U32(9), U32(3)), wide),
-            (std::vector<Range>{{0x100000000, 9}, {0x100000009, 9}, {50, 9}}));
+  const std::string times = "stts{ 0 1 3 10 } stsc{ 0 2  1 2 1  2 1 1 } ",
+                    narrow = times + "stco{ 0 2 100 50 } ";
+  for (const char* sizes : {"stsz{ 0 0 3 5 6 7 }", "stz2{ 0 4 3 x5670 }", "stz2{ 0 8 3 x050607 }",
+                            "stz2{ 0 16 3 5/2 6/2 7/2 }"}) {
+    EXPECT_EQ(Samples(Table(narrow + sizes)), "100+5:10 105+6:10 50+7:10") << sizes;
+  }
+  EXPECT_EQ(Samples(Table(times + "stsz{ 0 9 3 } co64{ 0 2 0x100000000/8 50/8 }")),
+            "4294967296+9:10 4294967305+9:10 50+9:10");
 }
 
 TEST_F(ReadMovie, FitsTablesThatStateTooFewSamples) {
-  const SampleTable table =
-      ReadTable(Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))),
-                     Atom("stts", U32(0), U32(1), U32(2), U32(10)),
-                     Atom("ctts", U32(0), U32(1), U32(1), U32(0xFFFFFFFE)),
-                     Atom("stss", U32(0), U32(4), U32(3), U32(0), U32(1), U32(77)),
-                     Atom("stsc", U32(0), U32(1), U32(1), U32(3), U32(1)),
-                     Atom("stsz", U32(0), U32(4), U32(5)), Atom("stco", U32(0), U32(1), U32(0))));
-  EXPECT_EQ(table.Duration(), MediaTime{50});
-  EXPECT_EQ(ShownAt(table, 0), MediaTime{-2});
-  EXPECT_EQ(ShownAt(table, 1), MediaTime{10});
-  EXPECT_EQ(LocatedCount(table), 3U);
-  EXPECT_EQ(table.SyncAtOrBefore(1), 0U);
-  EXPECT_EQ(table.SyncAtOrBefore(4), 2U);
+  const std::string tables =
+      "stts{ 0 1 2 10 } ctts{ 0 1 1 -2 } stss{ 0 4 3 0 1 77 } stsz{ 0 4 5 } stco{ 0 2 0 50 } ";
+  EXPECT_EQ(Samples(Table(tables + "stsc{ 0 1 1 3 1 }")),
+            "0+4:10^-2 4+4:10~ 8+4:10 50+4:10~ 54+4:10~");
+  const auto few = ReadTrack({.table = Table(tables + "stsc{ 0 2 1 3 1 2 1 1 }")});
+  EXPECT_EQ(LocatedCount(few->tracks[0]->media->samples), 4U);
 
   // Missing values of samples are 0, but not for billions of samples that a small file claims.
   for (const auto& [samples, values] : {std::pair(6U, 3U), std::pair(4'000'000'000U, 0U)}) {
-    const SampleTable few =
-        ReadTable(Join(PlainTable(samples, 0, 4, 8), Atom("sdtp", U32(0), Text("abc"))));
-    EXPECT_EQ(few.WholeRows()->dependencies.size(), values);
+    const Bytes table = Join(PlainTable(samples, 0, 4, 8), Made("sdtp{ 0 'abc' }"));
+    const auto movie = ReadTrack({.table = table});
+    EXPECT_EQ(movie->tracks[0]->media->samples.WholeRows()->dependencies.size(), values);
   }
 }
 
 TEST_F(ReadMovie, RefusesTablesThatContradictThemselves) {
-  const auto codeOf = [&](const Bytes& chunks) {
-    return CodeOfReading(
-        Atom("moov", MovieHeaderAtom(),
-             TrackAtom({.table = Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))),
-                                      Atom("stsz", U32(0), U32(4), U32(5)), chunks)})));
-  };
-  const Bytes one = Atom("stco", U32(0), U32(2), U32(0), U32(9));
-  EXPECT_EQ(codeOf(Join(Atom("stsc", U32(0), U32(1), U32(1), U32(1), U32(1)), one)), noErr);
-  EXPECT_EQ(codeOf(Join(Atom("stsc", U32(0), U32(1), U32(0), U32(1), U32(1)), one)),
-            badPublicMovieAtom);
-  EXPECT_EQ(codeOf(Join(Atom("stsc", U32(0), U32(1), U32(1), U32(1), U32(2)), one)),
-            badPublicMovieAtom);
-  EXPECT_EQ(codeOf(Atom("co64", U32(0), U32(1), U64(0x8000000000000000))), badPublicMovieAtom);
-  EXPECT_EQ(codeOf(Atom("stts", U32(0), U32(1), U32(2), Zeros(3))), badPublicMovieAtom);
+  const std::string stco = "stco{ 0 2 0 9 } ", stbl = "/moov/trak/mdia/minf/stbl";
+  EXPECT_NO_THROW(Samples(Table("stsz{ 0 4 5 } " + stco + "stsc{ 0 1 1 3 1 }")));
+  for (const auto& [tables, path] : {std::pair(stco + "stsc{ 0 1 0 3 1 }", ""),
+                                     {stco + "stsc{ 0 2 1 3 1 1 2 1 }", ""},
+                                     {stco + "stsc{ 0 1 1 3 2 }", ""},
+                                     {stco + "stsc{ 0 1 1 3 0 }", ""},
+                                     {"co64{ 0 1 0x8000000000000000/8 }", ""},
+                                     {"stts{ 0 1 2 *3 }", "/stts"}}) {
+    try {
+      Samples(Table("stsz{ 0 4 5 } " + tables));
+      ADD_FAILURE() << tables;
+    } catch (const Malformed& fault) {
+      EXPECT_EQ(fault.path, stbl + path) << tables;
+    }
+  }
 }
 
-TEST_F(ReadMovie, KnowsThePacketsOfCompressedSound) {
-  const Bytes description = Atom("ima4", Zeros(6), U16(1), U16(1), Zeros(6), U16(2), U16(16),
-                                 U32(0), U32(44100U << 16), U32(64), U32(34), U32(68), U32(2));
-  const SampleTable table =
-      ReadTrack({.kind = "soun",
-                 .table = Join(Atom("stsd", U32(0), U32(1), description),
-                               Atom("stts", U32(0), U32(1), U32(640), U32(1)),
-                               Atom("stsc", U32(0), U32(1), U32(1), U32(640), U32(1)),
-                               Atom("stsz", U32(0), U32(1), U32(640)),
-                               Atom("stco", U32(0), U32(1), U32(0)))})
-          ->tracks[0]
-          ->media->samples;
-  EXPECT_EQ(PacketLength(table, 0), 64U);
-  EXPECT_EQ(SizeOf(table, 0, 640, 0), 680U);
-}
-
-TEST_F(ReadMovie, KnowsWhetherASampleOfPlainSoundIsOneFrame) {
-  const Bytes description =
-      Atom("sowt", Zeros(6), U16(1), Zeros(8), U16(2), U16(16), Zeros(4), U32(44100U << 16));
-  const auto bytes = [&](std::uint32_t delta, std::uint32_t size) {
-    const Bytes plain = PlainTable(6, delta, size, 8);
+TEST_F(ReadMovie, KnowsThePacketsAndFramesOfSound) {
+  const auto sound = [&](const std::string& description, const Bytes& plain) {
     const Bytes rest(plain.begin() + 32, plain.end());  // after 'stsd' and its entry
-    const Bytes table = Join(Atom("stsd", U32(0), U32(1), description), rest);
-    return SizeOf(ReadTrack({.kind = "soun", .table = table})->tracks[0]->media->samples, 0, 6, 0);
+    const auto movie =
+        ReadTrack({.kind = "soun", .table = Made("stsd{ 0 1 $ } $", {Made(description), rest})});
+    const SampleTable& samples = movie->tracks[0]->media->samples;
+    return std::pair(PacketLength(samples, 0),
+                     SizeOf(samples, 0, static_cast<std::uint32_t>(samples.Count()), 0));
   };
-  EXPECT_EQ(bytes(1, 1), 24U) << "the size in the table does not count";
-  EXPECT_EQ(bytes(1, 400), 24U);
-  EXPECT_EQ(bytes(100, 400), 2400U) << "samples of 100 frames";
-}
-
-// --- User data
-
-TEST_F(ReadMovie, ReadsUserDataUpToItsEnd) {
-  const auto items = [&](const Bytes& content) {
-    return Read(Atom("moov", MovieHeaderAtom(), Atom("udta", content)))->userData.items;
-  };
-  const std::vector<UserDataItem> one{{FourCC{"WLOC"}, U32(5)}};
-  const Bytes item = Atom("WLOC", U32(5));
-  EXPECT_EQ(items(item), one);
-  EXPECT_EQ(items(Join(item, U32(0))), one);
-  EXPECT_EQ(items(Join(item, U32(7), Text("tiny"))), one);
-  EXPECT_EQ(items(Join(item, U32(70), Text("long"))), one);
-  EXPECT_EQ(items(Join(item, Zeros(8))), one) << "a 0 ends the list, whatever follows it";
-}
-
-TEST_F(ReadMovie, AddsTheVersionThatMetaMayLack) {
-  const Bytes handler = Atom("hdlr", Zeros(8), Text("mdir"), Zeros(13));
-  const auto payload = [&](const Bytes& content) {
-    return Read(Atom("moov", MovieHeaderAtom(), Atom("udta", Atom("meta", content))))
-        ->userData.items.at(0)
-        .payload;
-  };
-  EXPECT_EQ(payload(Join(U32(0), handler)), Join(U32(0), handler));
-  EXPECT_EQ(payload(handler), Join(U32(0), handler));
+  using Found = std::pair<std::uint32_t, std::uint64_t>;
+  EXPECT_EQ(
+      sound("ima4{ *6 1/2 1/2 *6 2/2 16/2 0 44100/2 0/2 64 34 68 2 }", PlainTable(640, 1, 1, 0)),
+      Found(64, 680));
+  const std::string plain = "sowt{ *6 1/2 *8 2/2 16/2 *4 44100/2 0/2 }";
+  EXPECT_EQ(sound(plain, PlainTable(6, 1, 1, 8)), Found(1, 24)) << "the size does not count";
+  EXPECT_EQ(sound(plain, PlainTable(6, 1, 400, 8)), Found(1, 24));
+  EXPECT_EQ(sound(plain, PlainTable(6, 100, 400, 8)), Found(1, 2400)) << "samples of 100 frames";
 }
 
 }  // namespace

@@ -1,0 +1,184 @@
+// The formats of single values: Base64, chapters, tags and descriptions of sound.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/toolbox/bytes.h"
+#include "toolbox/atoms/base64.h"
+#include "toolbox/atoms/chapter_starts.h"
+#include "toolbox/atoms/sound_format.h"
+#include "toolbox/atoms/tag_atoms.h"
+
+namespace toolbox {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Base64, PadsToWholeGroups) {
+  EXPECT_EQ(Base64({}), "");
+  EXPECT_EQ(Base64(Text("foo")), "Zm9v");
+  EXPECT_EQ(Base64(Text("foob")), "Zm9vYg==");
+  EXPECT_EQ(Base64(Text("fooba")), "Zm9vYmE=");
+  EXPECT_EQ(Base64({0xFB, 0xFF, 0xBF, 0}), "+/+/AA==");
+}
+
+// Chapters at 0 s ("a"), 1.5 s (without a title) and 0x100000000 units ("bc").
+const Bytes kChapters = Made("0/8 1/1 'a'  15000000/8 0/1  0x100000000/8 2/1 'bc'");
+
+TEST(ChapterStarts, HaveACountOfEightOr32Bits) {
+  for (const char* head : {"0 3/1", "x01000000 9/1 3"}) {
+    const ChapterStarts found = ReadChapterStarts(Join(Made(head), kChapters));
+    EXPECT_EQ(found.stated, 3U);
+    EXPECT_EQ(found.starts, (std::vector<std::uint64_t>{0, 15'000'000, 0x100000000}));
+  }
+}
+
+TEST(ChapterStarts, AreReadAsFarAsTheListGoes) {
+  const Bytes whole = Join(Made("x01000000 0/1 -1"), kChapters);
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    const ChapterStarts found = ReadChapterStarts(ByteSpan(whole).first(size));
+    EXPECT_EQ(found.stated, size < 9 ? 0 : 0xFFFFFFFF) << size;
+    EXPECT_EQ(found.starts.size(), size < 19 ? 0U : size < 28 ? 1U : size < 39 ? 2U : 3U) << size;
+  }
+}
+
+// Such as "2x16 48000 signed little".
+std::string FormatOf(ByteSpan entry) {
+  const SoundFormat format = ReadSoundFormat(entry);
+  std::ostringstream text;
+  text << format.channels << 'x' << format.bits << ' ' << format.rate;
+  text << (format.isFloat ? " float" : format.isSigned ? " signed" : " unsigned");
+  if (format.isLittleEndian) text << " little";
+  return text.str();
+}
+
+// The start of an entry, up to its version; its usual fields: stereo, 16 bits, 44100 Hz; the start
+// of an AAC configuration.
+#define V0 " *7 1/1 0/2 *6 "
+#define USUAL "2/2 16/2 0 44100/2 0/2 "
+#define AAC " esds{ 0 x0319 1/2 x0004 17/1 x4015 *11 x0502"
+
+// Entries of every kind, each with the format that it states.
+const std::pair<const char*, const char*> kCases[] = {
+    {"twos{" V0 USUAL "}", "2x16 44100 signed"},
+    {"sowt{" V0 "1/2 16/2 0 8000/2 0x8000/2 }", "1x16 8000.5 signed little"},
+    {"raw{" V0 "1/2 8/2 0 11025/2 0/2 }", "1x8 11025 unsigned"},
+    {"in24{" V0 USUAL "}", "2x24 44100 signed"},
+    {"fl64{" V0 USUAL "}", "2x64 44100 float"},
+    // Version 1 has 16 bytes of sizes before the atoms.
+    {"fl32{ *7 1/1 1/2 *6 " USUAL "*16 wave{ frma{ 'fl32' } enda{ 1/2 } } }",
+     "2x32 44100 float little"},
+    // Version 2: its size, 96000 Hz as a double, 6 channels, a constant, 24 bits, flags, sizes.
+    {"lpcm{ *7 1/1 2/2 *6 3/2 16/2 -2/2 0/2 0x10000 72 x40F7700000000000 6 0x7F000000 24 12 18 1 }",
+     "6x24 96000 signed little"},
+    {"ipcm{" V0 USUAL "pcmC{ 0 x0118 } }", "2x24 44100 signed little"},
+    {"samr{" V0 USUAL "}", "1x16 44100 signed"},
+    {"ac-3{" V0 USUAL "dac3{ x103DE0 } }", "6x16 44100 signed"},
+    {"ac-3{" V0 USUAL "dac3{ x10 } }", "2x16 44100 signed"},
+    {"ec-3{" V0 USUAL "dec3{ x0600200200 } }", "1x16 44100 signed"},
+    {"alac{" V0 USUAL "alac{ 0 4096 x0018280A0E06 x00FF 0 0 96000 } }", "6x24 96000 signed"},
+    {"fLaC{" V0 USUAL "dfLa{ 0 x80000022 4096/2 4096/2 *6 x1770037000000000 } }",
+     "2x24 96000 signed"},
+    {"Opus{" V0 USUAL "dOps{ x0001 312/2 16000 *3 } }", "1x16 48000 signed"},
+    {"mp4a{" V0 USUAL AAC " x1208 x060102 } }", "1x16 44100 signed"},
+    {"mp4a{" V0 USUAL AAC " x11B8 x060102 } }", "8x16 48000 signed"},
+    // The rate in the entry is right if it is twice that of the configuration, 24000 Hz.
+    {"mp4a{" V0 "2/2 16/2 0 48000/2 0/2" AAC " x1310 x060102 } }", "2x16 48000 signed"},
+};
+
+TEST(SoundFormat, IsThatOfTheDecoderIfTheEntryHasAWholeConfiguration) {
+  for (const auto& [text, expected] : kCases) {
+    const Bytes entry = Made(text);
+    EXPECT_EQ(FormatOf(entry), expected) << text;
+    for (std::size_t size = 0; size < entry.size(); ++size) {
+      const SoundFormat cut = ReadSoundFormat(ByteSpan(entry).first(size));
+      EXPECT_EQ(cut.channels == 0, size < 36) << text << " " << size;
+    }
+  }
+}
+
+std::string TextOf(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
+
+// "type domain name kind value" of each tag.
+std::string TagsIn(const std::string& meta) {
+  std::string lines;
+  const Bytes bytes = Made(meta);
+  for (const Tag& tag : ReadTags(bytes)) {
+    lines += tag.type.Text() + ' ' + TextOf(tag.domain) + ' ' + TextOf(tag.name) + ' ' +
+             std::to_string(tag.kind) + ' ' + TextOf(tag.value) + '\n';
+  }
+  return lines;
+}
+
+TEST(Tags, HaveATypeOrANameOfTheirOwn) {
+  const std::string handler = "hdlr{ *8 'mdir' *13 } ";
+  const std::string items =
+      handler +
+      "ilst{ desc{ data{ 1 0 'Hi' } }"
+      " covr{ data{ 13 0 'jpeg' } name{ 'x' } data{ 14 0 'png' } }"
+      " ----{ mean{ 0 'org.x' } name{ 0 'ID' } data{ 0 0 '7' } } none{ } shrt{ data{ *7 } } }";
+  const std::string expected = "desc   1 Hi\ncovr   13 jpeg\ncovr   14 png\n---- org.x ID 0 7\n";
+  EXPECT_EQ(TagsIn("0 " + items), expected);
+  EXPECT_EQ(TagsIn(items), expected) << "QuickTime has no version";
+  EXPECT_EQ(TagsIn("0 " + handler), "");
+}
+
+TEST(Tags, HaveTheKeyWithTheNumberOfTheirType) {
+  for (const auto& [number, name] :
+       {std::pair("0", ""), {"1", "com.make"}, {"2", "com.model"}, {"3", ""}}) {
+    const Bytes meta = Made(
+        "hdlr{ *8 'mdir' *13 } keys{ 0 2 mdta{ 'com.make' } mdta{ 'com.model' } }"
+        " ilst{ 28 $ data{ 1 0 'text' } }",
+        {Made(number)});
+    EXPECT_EQ(TextOf(ReadTags(meta).at(0).name), name);
+  }
+}
+
+TEST(Tags, HaveNumbersOfTheirKind) {
+  struct Case {
+    std::uint32_t kind;
+    const char* value;
+    std::optional<std::int64_t> integer;
+    std::optional<double> real;
+  };
+  const Case cases[] = {
+      {Tag::kSignedNumber, "-5/1", -5, {}},
+      {Tag::kSignedNumber, "251/2", 251, {}},
+      {Tag::kSignedNumber, "-65536/3", -65536, {}},
+      {Tag::kUnsignedNumber, "251/1", 251, {}},
+      {Tag::kUnsignedNumber, "0x0102030405060708/8", 0x0102030405060708, {}},
+      {Tag::kUnsignedNumber, "*9", {}, {}},
+      {Tag::kSignedNumber, "", {}, {}},
+      {Tag::kFloat, "0xBFC00000", {}, -1.5},
+      {Tag::kDouble, "0x4004000000000000/8", {}, 2.5},
+      {Tag::kFloat, "0x4004000000000000/8", {}, {}},
+      {Tag::kUtf8Text, "'1'", {}, {}},
+  };
+  for (const Case& one : cases) {
+    const Bytes value = Made(one.value);
+    const Tag tag{.kind = one.kind, .value = value};
+    EXPECT_EQ(tag.Integer(), one.integer) << one.value;
+    EXPECT_EQ(tag.Real(), one.real) << one.value;
+  }
+  const Bytes track = Made("3 268/2 0/2"), genre = Made("265/2");
+  using Pair = std::pair<std::uint16_t, std::uint16_t>;
+  EXPECT_EQ(Tag{.value = track}.NumberAndTotal(), Pair(3, 268));
+  EXPECT_EQ(Tag{.value = ByteSpan(track).first(5)}.NumberAndTotal(), Pair(3, 0));
+  EXPECT_EQ(Tag{.value = genre}.Genre(), 265);
+}
+
+TEST(AssetText, EndsAtAZeroUnlessItIsUtf16) {
+  const auto text = [](FourCC type, const char* payload) {
+    const Bytes bytes = Made(payload);
+    const auto found = ReadAssetText(type, bytes);
+    return found ? std::to_string(found->language) + TextOf(found->text) : "none";
+  };
+  EXPECT_EQ(text(FourCC{"titl"}, "0 5575/2 'Hi' 0/1 'x'"), "5575Hi");
+  EXPECT_EQ(text(FourCC{"auth"}, "0 1/2 xFEFF00480069"), "1\xFE\xFF\0H\0i"s);
+  EXPECT_EQ(text(FourCC{"perf"}, "0 1/2"), "1");
+  EXPECT_EQ(text(FourCC{"perf"}, "*5"), "none");
+  EXPECT_EQ(text(FourCC{"loci"}, "0 1/2 'Hi'"), "none");
+}
+
+}  // namespace
+}  // namespace toolbox

@@ -1,0 +1,58 @@
+// Short texts of what a movie has in it, for tests to compare.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "toolbox/movie/movie.h"
+#include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_places.h"
+
+namespace toolbox {
+
+// Such as "gap+300 0+1361 7+1x0.5": media time + duration x rate of each edit.
+inline std::string Told(const EditList& list) {
+  std::ostringstream text;
+  MovieTime end;
+  for (const Edit& edit : list.Edits()) {
+    if (edit.start != end) text << "from " << edit.start.units << ' ';
+    end = edit.End();
+    if (edit.IsEmpty()) {
+      text << "gap";
+    } else {
+      text << edit.mediaTime.units;
+    }
+    text << '+' << edit.duration.units;
+    if (edit.rate != 1) text << 'x' << edit.rate;
+    if (end != list.Duration()) text << ' ';
+  }
+  return text.str();
+}
+
+// The edits of all tracks, such as "0+600 | gap+300 0+600".
+inline std::string Told(const MovieRecord& movie) {
+  std::string text;
+  for (const auto& track : movie.tracks) text += (text.empty() ? "" : " | ") + Told(track->edits);
+  return text;
+}
+
+// Such as "40+9:10 49+9:10^5~#1": offset in the file + size : duration of each sample, how much
+// later it is shown than decoded, ~ if it is no sync sample, and its description if not the first.
+inline std::string Told(const SampleTable& samples) {
+  std::ostringstream text;
+  ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
+    std::uint64_t at = piece.offset;
+    for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
+      const std::uint64_t size = SizeOf(samples, i, 1, piece.description);
+      const MediaTime later = ShownAt(samples, i) - samples.TimeOf(i);
+      text << (i == 0 ? "" : " ") << at << '+' << size << ':' << samples.DurationOf(i).units;
+      if (later != MediaTime{}) text << '^' << later.units;
+      if (samples.SyncAtOrBefore(i) != i) text << '~';
+      if (piece.description != 0) text << '#' << piece.description;
+      at += size;
+    }
+  });
+  return text.str();
+}
+
+}  // namespace toolbox
