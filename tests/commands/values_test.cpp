@@ -10,29 +10,26 @@
 namespace clipjoin {
 namespace {
 
+// Fields may be empty, and the fraction ends the text. Fields that are 0 do not count before the
+// others, nor as the first one. Fields have 32 bits.
 TEST(Duration, IsSecondsOrHoursMinutesAndSeconds) {
-  const std::map<std::string, double> durations{
-      {"75", 75},
-      {"100.45", 100.45},
-      {"1:10", 70},
-      {"01:10.4", 70.4},
-      {"61:10", 3670},
-      {"1:59:59", 7199},
-      {"100:59:59.5", 363599.5},
-      // Fields may be empty, and the fraction ends the text.
-      {"", 0},
-      {":::5", 5},
-      {"1.", 1},
-      {"1.5.5 s", 1.5},
-      {"1:2.5:60", 62.5},
-      // Fields that are 0 do not count before the others, nor as the first one.
-      {"0:75", 75},
-      {"0:99:00", 5940},
-      {"0:1:2:3", 3723},
-      // Fields have 32 bits.
-      {"4294967297", 1},
-      {"2147483648", -2147483648.0},
-  };
+  const std::map<std::string, double> durations{{"75", 75},
+                                                {"100.45", 100.45},
+                                                {"1:10", 70},
+                                                {"01:10.4", 70.4},
+                                                {"61:10", 3670},
+                                                {"1:59:59", 7199},
+                                                {"100:59:59.5", 363599.5},
+                                                {"", 0},
+                                                {":::5", 5},
+                                                {"1.", 1},
+                                                {"1.5.5 s", 1.5},
+                                                {"1:2.5:60", 62.5},
+                                                {"0:75", 75},
+                                                {"0:99:00", 5940},
+                                                {"0:1:2:3", 3723},
+                                                {"4294967297", 1},
+                                                {"2147483648", -2147483648.0}};
   for (const auto& [text, seconds] : durations) EXPECT_EQ(ParseDuration(text), seconds) << text;
 }
 
