@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <map>
+#include <utility>
+#include <vector>
 
 #include "clipjoin/report.h"
 
@@ -13,24 +15,26 @@ namespace {
 // Fields may be empty, and the fraction ends the text. Fields that are 0 do not count before the
 // others, nor as the first one. Fields have 32 bits.
 TEST(Duration, IsSecondsOrHoursMinutesAndSeconds) {
-  const std::map<std::string, double> durations{{"75", 75},
-                                                {"100.45", 100.45},
-                                                {"1:10", 70},
-                                                {"01:10.4", 70.4},
-                                                {"61:10", 3670},
-                                                {"1:59:59", 7199},
-                                                {"100:59:59.5", 363599.5},
-                                                {"", 0},
-                                                {":::5", 5},
-                                                {"1.", 1},
-                                                {"1.5.5 s", 1.5},
-                                                {"1:2.5:60", 62.5},
-                                                {"0:75", 75},
-                                                {"0:99:00", 5940},
-                                                {"0:1:2:3", 3723},
-                                                {"4294967297", 1},
-                                                {"2147483648", -2147483648.0}};
-  for (const auto& [text, seconds] : durations) EXPECT_EQ(ParseDuration(text), seconds) << text;
+  constexpr std::pair<const char*, double> kDurations[] = {
+      {"75", 75},
+      {"100.45", 100.45},
+      {"1:10", 70},
+      {"01:10.4", 70.4},
+      {"61:10", 3670},
+      {"1:59:59", 7199},
+      {"100:59:59.5", 363599.5},
+      {"", 0},
+      {":::5", 5},
+      {"1.", 1},
+      {"1.5.5 s", 1.5},
+      {"1:2.5:60", 62.5},
+      {"0:75", 75},
+      {"0:99:00", 5940},
+      {"0:1:2:3", 3723},
+      {"4294967297", 1},
+      {"2147483648", -2147483648.0},
+  };
+  for (const auto& [text, seconds] : kDurations) EXPECT_EQ(ParseDuration(text), seconds) << text;
 }
 
 TEST(Duration, IsRefusedWithItsWholeText) {
@@ -46,10 +50,11 @@ TEST(Duration, IsRefusedWithItsWholeText) {
 }
 
 TEST(Number, IsWhateverCanBeReadOfTheText) {
-  const std::map<std::string, double> numbers{{"2", 2},         {"-1.5", -1.5}, {"1e2", 100},
-                                              {"1.5x", 1.5},    {"1/2", 0.5},   {"-3/4th", -0.75},
-                                              {"2/0", HUGE_VAL}};
-  for (const auto& [text, number] : numbers) EXPECT_EQ(ParseNumber(text), number) << text;
+  constexpr std::pair<const char*, double> kNumbers[] = {
+      {"2", 2},     {"-1.5", -1.5},    {"1e2", 100},      {"1.5x", 1.5},
+      {"1/2", 0.5}, {"-3/4th", -0.75}, {"2/0", HUGE_VAL},
+  };
+  for (const auto& [text, number] : kNumbers) EXPECT_EQ(ParseNumber(text), number) << text;
   EXPECT_TRUE(std::isnan(ParseNumber("0/0")));
 }
 
