@@ -12,6 +12,7 @@
 #include "toolbox/atoms/text_atoms.h"
 #include "toolbox/calls/call.h"
 #include "toolbox/movie/movie.h"
+#include "utils/mpeg4_compatibility.h"
 
 namespace chapter {
 namespace {
@@ -75,6 +76,7 @@ TEST(Annotations, AreInTheFirstLanguageThatHasMostOfTheText) {
       {"日本", "0:3F3F0000 11:93FA967B"},
       {"ΑΒ", "0:3F3F0000 11:839F83A0"},
       {"Ελά 🎵!", "0:3F3F3F20 14:B6ECC020"},
+      {"Ab 🎵!", "0:416220"},
       // Nothing of these from the start on: the bytes themselves.
       {"", "0:"},
       {"🎵", "0:F09F8EB5"},
@@ -167,6 +169,14 @@ TEST(Annotations, ReportADamagedItemAndGoOn) {
   SetCallHook({});
   EXPECT_EQ(said, "Error in GetMoviesError at line 507 of clipjoin.cpp: -108\n");
   EXPECT_EQ(clipjoin::Close(true, 0), 1) << "the failure has been counted";
+}
+
+TEST(Annotations, AreNotTheLocationOfAWindow) {
+  MovieRecord movie;
+  movie.userData.items = {{FourCC{"WLOC"}, Zeros(4)}};
+  EXPECT_FALSE(utils::HasAnnotations(&movie));
+  movie.userData.items.push_back({kName, Roman("x")});
+  EXPECT_TRUE(utils::HasAnnotations(&movie));
 }
 
 TEST(TextEncodings, AreConvertedIntoEachOther) {

@@ -27,9 +27,9 @@ facts() {
     !/^(ftyp|elst|st..)/ { for (i = 2; i <= NF; ++i) print track, $1, $i }'
 }
 
-# changes OLD NEW: what NEW states and OLD does not: tracks and atom, and the fields that differ. Tracks, edit lists and
+# differences OLD NEW: what NEW states and OLD does not: tracks and atom, and the fields that differ. Tracks, edit lists and
 # user data that NEW does not have follow "-".
-changes() {
+differences() {
   diff <(facts "$1") <(facts "$2") | awk '
     function fact(from,   text) { for (text = $from; ++from <= NF;) text = text " " $from; return text }
     $3 ~ /^(dref|edts)$/ && />/ || $3 == "tkhd" && $4 ~ /^duration/ || $4 ~ /^(nextTrackId|modified)/ { next }
@@ -50,17 +50,12 @@ changes() {
 tune() {
   cliptune -q "$1" -o same.mov
   cliptune -q "$@" -o out.mov
-  changes same.mov out.mov
+  differences same.mov out.mov
 }
 
 # after TYPE COUNT FILE: that many bytes after each TYPE in a file, in hex.
 after() {
   perl -0777 -ne "while (/$1(.{$2})/gs) { print unpack('H*', \$1), \"\\n\" }" "$3"
-}
-
-# chapters FILE: start and title of each chapter.
-chapters() {
-  ffprobe -v error -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 "$1"
 }
 
 # unprivileged COMMAND...: runs a command that may not ignore the rights of files, even if root runs the tests.
