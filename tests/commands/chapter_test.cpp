@@ -107,9 +107,10 @@ TEST_F(Chapters, KeepTheirTimesAndTitlesInScalesThatDoNotFit) {
 TEST_F(Chapters, OfManyMinutesFitWhereAScaleIsFine) {
   AddPlainTrack(movie_, kSound, 1, PlainRows(1, 7200, 5));
   movie_.SetScale(10'000'000);
-  constexpr std::int64_t kHour = 36'000'000'000;
+  // A length of 32 bits holds an hour in units of 1/312500 s, which are 32 movie units.
+  constexpr std::int64_t kEnd = 72'000'000'000, kHour = kEnd / 2 + 32;
   EXPECT_EQ(Built({{10'000'000, 0, 0, "a"}, {10'000'000, kHour, 0, "b"}}),
-            (Rows{{0, kHour, "a"}, {kHour, kHour, "b"}}));
+            (Rows{{0, kHour, "a"}, {kHour, kEnd - kHour, "b"}}));
 }
 
 TEST_F(Chapters, AreNamedByOneTrack) {
@@ -240,7 +241,7 @@ TEST(ChapterToolXml, CountsSecondsInPowersOfSixtyAndTheirFractionInThirtieths) {
   }
 }
 
-TEST(PlaybackFlags, AreReadWithADefault) {
+TEST(PlaybackFlags, AreReadWithADefaultAndReplaced) {
   MovieRecord movie;
   EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5);
   EXPECT_EQ(SetMovieUserDataLong(&movie, kList, -2), noErr);
@@ -250,6 +251,9 @@ TEST(PlaybackFlags, AreReadWithADefault) {
   EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5) << "too short";
   EXPECT_FALSE(GetMovieUserDataByte(&movie, kList, true));
   EXPECT_EQ(SetMovieUserDataByte(nullptr, kList, 0), paramErr);
+  movie.userData.items = {{kList, {0}}, {kList, {1}}, {kList, {1, 1}}};
+  EXPECT_EQ(SetMovieUserDataByte(&movie, kList, 2), noErr);
+  EXPECT_EQ(movie.userData.items, (std::vector<UserDataItem>{{kList, {2}}}));
 }
 
 }  // namespace
