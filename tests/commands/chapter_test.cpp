@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <tuple>
 
+#include "chapter/chapter_list.h"
+#include "chapter/playback.h"
+#include "chapter/xml.h"
 #include "clipjoin/options.h"
 #include "clipjoin/report.h"
 #include "tests/toolbox/bytes.h"
@@ -12,18 +16,18 @@
 namespace chapter {
 namespace {
 
+using namespace toolbox;  // the bytes of a test
+using clipjoin::Chapter;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
-using toolbox::Bytes;
-using toolbox::FourCC;
-using toolbox::Track;
 
-constexpr FourCC kChap{"chap"}, kVideo{"vide"}, kSound{"soun"};
+constexpr FourCC kChap{"chap"}, kVideo{"vide"}, kSound{"soun"}, kList{"chpl"};
 
 using Row = std::tuple<std::int64_t, std::int64_t, std::string>;  // start, duration, title
+using Rows = std::vector<Row>;
 
-std::vector<Row> Read(toolbox::Movie movie) {
-  std::vector<Row> rows;
+Rows Read(Movie movie) {
+  Rows rows;
   for (const Chapter& chapter : ReadChapters(movie)) {
     EXPECT_EQ(chapter.scale, movie->header.scale);
     rows.emplace_back(chapter.start, chapter.duration, chapter.title);
@@ -34,177 +38,222 @@ std::vector<Row> Read(toolbox::Movie movie) {
 // A movie of ten seconds.
 class Chapters : public testing::Test {
  protected:
-  Chapters() { toolbox::AddPlainTrack(movie_, kVideo, 600, toolbox::PlainRows(10, 600, 5)); }
+  Chapters() { AddPlainTrack(movie_, kVideo, 600, PlainRows(10, 600, 5)); }
 
-  std::vector<Row> Built(const std::vector<Chapter>& chapters) {
-    EXPECT_EQ(AddChapterTrack(chapters, &movie_, nullptr), toolbox::noErr);
+  Rows Built(const std::vector<Chapter>& chapters) {
+    EXPECT_EQ(AddChapterTrack(chapters, &movie_, nullptr), noErr);
     return Read(&movie_);
   }
-  void Rescale(std::int32_t scale) { movie_.SetScale(scale); }
 
-  toolbox::MovieRecord movie_;
+  MovieRecord movie_;
 };
 
 TEST(ChapterTitles, AreTextInTheEncodingThatTheSampleStates) {
   const auto sample = [](const std::string& text, const Bytes& atoms) {
-    return toolbox::Join(toolbox::U16(static_cast<std::uint16_t>(text.size())), toolbox::Text(text),
-                         atoms);
+    return Join(U16(static_cast<std::uint16_t>(text.size())), Text(text), atoms);
   };
-  const auto encoded = [](std::uint32_t encoding) {
-    return toolbox::Atom("encd", toolbox::U32(encoding));
+  const auto encoded = [](std::uint32_t encoding) { return Atom("encd", U32(encoding)); };
+  const std::string e = "\xC3\xA9";
+  const Bytes samples[] = {
+      sample("\x8E", {}),  // Mac Roman
+      sample(e, encoded(256)),  // UTF-8 without a mark
+      sample(e, Join(Atom("styl", Zeros(14)), encoded(256))),
+      sample("\xFE\xFF" + std::string("\0\xE9", 2), encoded(256)),
+      sample("\xFF\xFE\xE9" + std::string(1, 0), encoded(256)),
+      sample(e, encoded(0x08000100)),
+      sample("\x8E", Join(encoded(0), encoded(256))),
+      // Nothing states an encoding that can be read.
+      sample("\x8E", Join(U32(11), Text("encd"), U32(256))),
+      sample("\x8E", Join(U32(13), Text("encd"), U32(256))),
+      sample("\x8E", Join(U32(0), Text("encd"), U32(256))),
+      sample("\x8E", Join(U32(0xFFFFFFFF), Text("styl"), encoded(256))),
+      sample("\x8E", Bytes{0, 0, 0, 12, 'e', 'n', 'c'}),
+      Bytes{0, 9, 0x8E},
   };
-  const Bytes style = toolbox::Atom("styl", toolbox::Zeros(14));
-  const std::string accented = "\xC3\xA9";
-  EXPECT_EQ(ChapterTitle(sample("\x8E", {})), accented) << "Mac Roman unless it says otherwise";
-  EXPECT_EQ(ChapterTitle(sample(accented, encoded(256))), accented) << "UTF-8 without a mark";
-  EXPECT_EQ(ChapterTitle(sample("x", toolbox::Join(style, encoded(256)))), "x");
-  EXPECT_EQ(ChapterTitle(sample("\xFE\xFF" + std::string("\0\xE9", 2), encoded(256))), accented);
-  EXPECT_EQ(ChapterTitle(sample("\xFF\xFE\xE9" + std::string(1, 0), encoded(256))), accented);
-  EXPECT_EQ(ChapterTitle(sample(accented, encoded(0x08000100))), accented);
-  EXPECT_EQ(ChapterTitle(sample("\x8E", toolbox::Join(encoded(0), encoded(256)))), accented)
-      << "the first mark counts";
-
-  // What is cut short is read as far as it goes.
+  for (const Bytes& bytes : samples) EXPECT_EQ(ChapterTitle(bytes), e) << &bytes - samples;
   EXPECT_EQ(ChapterTitle({}), "");
   EXPECT_EQ(ChapterTitle(Bytes{0}), "");
-  EXPECT_EQ(ChapterTitle(Bytes{0, 9, 'a', 'b'}), "ab");
-  for (const Bytes& broken :
-       {toolbox::Join(toolbox::U32(11), toolbox::Text("encd"), toolbox::U32(256)),
-        toolbox::Join(toolbox::U32(13), toolbox::Text("encd"), toolbox::U32(256)),
-        toolbox::Join(toolbox::U32(0), toolbox::Text("encd"), toolbox::U32(256)),
-        toolbox::Join(toolbox::U32(0xFFFFFFFF), toolbox::Text("styl"), encoded(256)),
-        Bytes{0, 0, 0, 12, 'e', 'n', 'c'}}) {
-    EXPECT_EQ(ChapterTitle(sample("\x8E", broken)), accented) << "no mark that can be read";
-  }
-  CaptureStderr();
-  EXPECT_EQ(ChapterTitle(sample("x", encoded(0x7FFF))), "");
-  EXPECT_NE(GetCapturedStderr(), "");
 }
 
 TEST_F(Chapters, AreSortedByRealTimeAndLastUntilTheNext) {
-  // Scales differ; of two at one time the first stays in front, and has no time.
+  // Scales differ; of two at one time, the first stays first and has no duration.
   EXPECT_EQ(Built({{600, 900, 0, "1.5 s"}, {600, 600, 0, "1 s"}, {30, 30, 0, "also 1 s"}}),
-            (std::vector<Row>{{600, 300, "also 1 s"}, {900, 5100, "1.5 s"}}));
+            (Rows{{600, 300, "also 1 s"}, {900, 5100, "1.5 s"}}));
   const Track track = movie_.tracks.back().get();
-  EXPECT_FALSE(track->IsEnabled());
-  EXPECT_EQ(toolbox::GetTrackOffset(track), 600);
+  EXPECT_EQ(GetTrackOffset(track), 600);
   EXPECT_EQ(track->media->samples.Count(), 3U);
-  EXPECT_EQ(track->media->samples.DurationOf(0), toolbox::MediaTime{});
+  EXPECT_EQ(track->media->samples.DurationOf(0), MediaTime{});
 }
 
-TEST_F(Chapters, BehindTheEndOfTheMovieAreLeftOut) {
-  CaptureStderr();
-  const Track track = BuildChapterTrack({{600, 6001, 0, "late"},
-                                         {600, 0, 0, "start"},
-                                         {600, 6000, 0, "at the end"},
-                                         {600, 9000, 0, "later"}},
-                                        &movie_);
-  EXPECT_EQ(GetCapturedStderr(), "Chapter late starts after the end of the movie.\n");
-  ASSERT_NE(track, nullptr);
-  EXPECT_EQ(track->media->samples.Count(), 2U);
-  EXPECT_EQ(track->edits.Duration(), toolbox::MovieTime{6000});
-}
-
-TEST_F(Chapters, AreNoTrackWhenThereAreNone) {
-  CaptureStderr();
-  EXPECT_EQ(BuildChapterTrack({}, &movie_), nullptr);
-  EXPECT_EQ(AddChapterTrack({{600, 7000, 0, "late"}}, &movie_, nullptr), toolbox::noErr);
-  EXPECT_NE(GetCapturedStderr(), "");
-  EXPECT_EQ(movie_.tracks.size(), 1U);
-  EXPECT_FALSE(HasChapters(&movie_));
-}
-
-TEST_F(Chapters, KeepTheirTimesInScalesThatDoNotFit) {
-  Rescale(1001);
+TEST_F(Chapters, AtOneTimeKeepTheirOrder) {
   std::vector<Chapter> chapters;
-  std::vector<std::int64_t> starts;
-  for (int i = 0; i < 100; ++i) {
-    chapters.push_back({30000, i * 3003, 0, std::to_string(i)});
-    starts.push_back((i * 3003 * 1001 + 29999) / 30000);
-  }
-  const std::vector<Row> built = Built(chapters);
+  for (int i = 0; i < 40; ++i) chapters.push_back({600, 0, 0, std::to_string(i)});
+  const std::vector<Chapter> arranged = Arranged(chapters, &movie_);
+  EXPECT_TRUE(std::ranges::equal(arranged, chapters, {}, &Chapter::title, &Chapter::title));
+}
+
+TEST_F(Chapters, KeepTheirTimesAndTitlesInScalesThatDoNotFit) {
+  movie_.SetScale(1001);
+  std::vector<Chapter> chapters;
+  for (int i = 0; i < 100; ++i) chapters.push_back({30000, i * 3003, 0, std::to_string(i)});
+  const Rows built = Built(chapters);
   ASSERT_EQ(built.size(), 100U);
-  for (std::size_t i = 0; i < built.size(); ++i) {
-    EXPECT_EQ(std::get<0>(built[i]), starts[i]);
-    EXPECT_EQ(std::get<2>(built[i]), std::to_string(i)) << "its own title, not the one before";
+  for (std::size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(std::get<0>(built[i]), (static_cast<std::int64_t>(i) * 3003 * 1001 + 29999) / 30000);
+    EXPECT_EQ(std::get<2>(built[i]), std::to_string(i));
   }
 }
 
 TEST_F(Chapters, OfManyMinutesFitWhereAScaleIsFine) {
-  toolbox::AddPlainTrack(movie_, kSound, 1, toolbox::PlainRows(1, 7200, 5));
-  Rescale(10'000'000);
-  constexpr std::int64_t kHour = 36'000'000'000;
+  AddPlainTrack(movie_, kSound, 1, PlainRows(1, 7200, 5));
+  movie_.SetScale(10'000'000);
+  // A length of 32 bits holds an hour in units of 1/312500 s, which are 32 movie units.
+  constexpr std::int64_t kEnd = 72'000'000'000, kHour = kEnd / 2 + 32;
   EXPECT_EQ(Built({{10'000'000, 0, 0, "a"}, {10'000'000, kHour, 0, "b"}}),
-            (std::vector<Row>{{0, kHour, "a"}, {kHour, kHour, "b"}}));
+            (Rows{{0, kHour, "a"}, {kHour, kEnd - kHour, "b"}}));
 }
 
-TEST_F(Chapters, AreNamedByOneTrackAlone) {
-  toolbox::TrackRecord& sound =
-      toolbox::AddPlainTrack(movie_, kSound, 600, toolbox::PlainRows(1, 10, 5));
-  toolbox::TrackRecord& picture = *movie_.tracks[0];
+TEST_F(Chapters, AreNamedByOneTrack) {
+  TrackRecord& sound = AddPlainTrack(movie_, kSound, 600, PlainRows(1, 10, 5));
+  TrackRecord& picture = *movie_.tracks[0];
   sound.AddReference(kChap, picture);
   sound.AddReference(kChap, sound);
   Built({{600, 0, 0, "a"}});
-  EXPECT_EQ(sound.CountReferences(kChap), 0U);
-  EXPECT_EQ(picture.Reference(kChap, 1), movie_.tracks.back().get());
-
   const Track chapters = movie_.tracks.back().get();
-  toolbox::SetTrackEnabled(&picture, false);
-  EXPECT_EQ(AddChapterReference(&movie_, chapters, nullptr), toolbox::noErr);
+  EXPECT_EQ(sound.CountReferences(kChap), 0U);
+  EXPECT_EQ(picture.Reference(kChap, 1), chapters);
+
+  SetTrackEnabled(&picture, false);
+  EXPECT_EQ(AddChapterReference(&movie_, chapters, nullptr), noErr);
   EXPECT_EQ(picture.CountReferences(kChap) + chapters->CountReferences(kChap), 0U);
-  EXPECT_EQ(sound.Reference(kChap, 1), chapters) << "what is heard where nothing is seen";
-  toolbox::SetTrackEnabled(&sound, false);
-  EXPECT_EQ(AddChapterReference(&movie_, chapters, nullptr), toolbox::trackNotInMovie);
+  EXPECT_EQ(sound.Reference(kChap, 1), chapters) << "what is heard if nothing is seen";
+  SetTrackEnabled(&sound, false);
+  EXPECT_EQ(AddChapterReference(&movie_, chapters, nullptr), trackNotInMovie);
   EXPECT_EQ(sound.CountReferences(kChap), 1U) << "nothing has changed";
-  EXPECT_EQ(AddChapterReference(&movie_, chapters, chapters), toolbox::noErr);
-  EXPECT_EQ(Read(&movie_), (std::vector<Row>{{0, 6000, "a"}})) << "a track may name itself";
+  EXPECT_EQ(AddChapterReference(&movie_, chapters, chapters), noErr);
+  EXPECT_EQ(Read(&movie_), (Rows{{0, 6000, "a"}})) << "a track may name itself";
 }
 
-TEST_F(Chapters, ReplaceATrackThatNobodyElseNeeds) {
+TEST_F(Chapters, ReplaceATrackThatNothingElseNeeds) {
   for (int i = 0; i < 3; ++i) Built({{600, 0, 0, "a"}});
   EXPECT_EQ(movie_.tracks.size(), 2U);
   movie_.tracks[0]->AddReference(FourCC{"subt"}, *movie_.tracks[1]);
   Built({{600, 0, 0, "b"}});
   EXPECT_EQ(movie_.tracks.size(), 3U) << "another reference to the old one";
-  toolbox::SetTrackEnabled(movie_.tracks[2].get(), true);
+  SetTrackEnabled(movie_.tracks[2].get(), true);
   Built({{600, 0, 0, "c"}});
   EXPECT_EQ(movie_.tracks.size(), 4U) << "the old one is shown";
 }
 
 TEST_F(Chapters, AreReadOnceHoweverManyNameThem) {
   Built({{600, 0, 0, "a"}, {600, 100, 0, "b"}});
-  toolbox::TrackRecord& chapters = *movie_.tracks.back();
-  toolbox::TrackRecord& picture = *movie_.tracks.front();
+  TrackRecord &chapters = *movie_.tracks.back(), &picture = *movie_.tracks.front();
   picture.references[0].targets.insert(picture.references[0].targets.begin(), nullptr);
   chapters.AddReference(kChap, chapters);
   chapters.AddReference(kChap, picture);
-  EXPECT_EQ(Read(&movie_), (std::vector<Row>{{0, 100, "a"}, {100, 5900, "b"}}));
+  EXPECT_EQ(Read(&movie_), (Rows{{0, 100, "a"}, {100, 5900, "b"}}));
 }
 
-TEST_F(Chapters, ThatAreNotWantedGoWithTheirTime) {
-  const auto filtered = [this](std::set<std::string> only, std::set<std::string> without) {
-    const auto movie = movie_.Clone();
-    clipjoin::FileOptions options;
-    options.includeChapters = std::move(only);
-    options.excludeChapters = std::move(without);
-    FilterChapters(movie.get(), options);
-    EXPECT_EQ(movie->tracks[0]->edits.Duration(), movie->Duration());
-    return Read(movie.get());
-  };
-  CaptureStderr();
-  const auto all =
-      Built({{600, 600, 0, "a"}, {600, 1200, 0, "b"}, {600, 2000, 0, "c"}, {600, 3000, 0, "b"}});
-  EXPECT_EQ(filtered({}, {}), all);
-  EXPECT_EQ(filtered({}, {"b"}), (std::vector<Row>{{600, 600, "a"}, {1200, 1000, "c"}}));
-  EXPECT_EQ(filtered({"c", "none"}, {}), (std::vector<Row>{{600, 1000, "c"}}));
-  EXPECT_EQ(filtered({"a", "b"}, {"b"}), (std::vector<Row>{{600, 600, "a"}}));
-  EXPECT_EQ(GetCapturedStderr(), "Warning: could not find chapter none\n");
-
+TEST_F(Chapters, ThatAreNotWantedGoWithTheirTimeOnceIfTheyOverlap) {
+  Built({{600, 600, 0, "a"}, {600, 1200, 0, "b"}, {600, 2000, 0, "c"}, {600, 3000, 0, "b"}});
   const Track second =
       BuildChapterTrack({{600, 0, 0, "x"}, {600, 900, 0, "y"}, {600, 2500, 0, "z"}}, &movie_);
   movie_.tracks[0]->AddReference(kChap, *second);
-  EXPECT_EQ(filtered({}, {"a", "x", "z"}),
-            (std::vector<Row>{{0, 800, "b"}, {800, 500, "c"}, {0, 1300, "y"}}));
+  clipjoin::FileOptions options;
+  options.excludeChapters = {"a", "x", "z"};
+  FilterChapters(&movie_, options);
+  EXPECT_EQ(movie_.tracks[0]->edits.Duration(), movie_.Duration());
+  EXPECT_EQ(Read(&movie_), (Rows{{0, 800, "b"}, {800, 500, "c"}, {0, 1300, "y"}}));
+}
+
+// A list of chapters at 0.5 s, 0 s and, after the end, at 20 s.
+const Bytes kListed = Join(U64(5'000'000), Bytes{3}, Text("two"), U64(0), Bytes{3}, Text("one"),
+                           U64(200'000'000), Bytes{0});
+const Bytes kHeads[] = {Join(U32(0), Bytes{3}), Join(U32(1 << 24), Bytes{0}, U32(3))};
+
+class ListOfChapters : public Chapters {
+ protected:
+  ListOfChapters() { movie_.userData.items = {{kList, Join(kHeads[0], kListed)}}; }
+};
+
+TEST_F(ListOfChapters, IsATrackUntilTheMovieIsWritten) {
+  for (const Bytes& head : kHeads) {
+    movie_.userData.items = {{kList, Join(head, kListed)}};
+    const ChapterList list(&movie_);
+    EXPECT_EQ(Read(&movie_), (Rows{{0, 300, "one"}, {300, 5700, "two"}}));
+    EXPECT_FALSE(movie_.tracks[1]->IsEnabled());
+    list.RemoveListOrTrack(&movie_);
+    EXPECT_EQ(movie_.tracks.size(), 1U);
+    EXPECT_EQ(movie_.tracks[0]->CountReferences(kChap), 0U);
+    EXPECT_EQ(movie_.userData.Item(kList, 1), Join(head, kListed));
+  }
+}
+
+TEST_F(ListOfChapters, IsReadWithoutATrack) {
+  Rows rows;
+  for (const Chapter& chapter : ReadChaptersOrList(&movie_)) {
+    rows.emplace_back(chapter.start, chapter.duration, chapter.title);
+  }
+  EXPECT_EQ(rows, (Rows{{0, 45000, "one"}, {45000, 855000, "two"}})) << "in units of 1/90000 s";
+  EXPECT_EQ(movie_.tracks.size(), 1U);
+  Built({{1, 3, 0, "of the track"}});
+  EXPECT_EQ(ReadChaptersOrList(&movie_)[0].title, "of the track");
+}
+
+TEST_F(ListOfChapters, FollowsTheTracksThatRemain) {
+  AddPlainTrack(movie_, kSound, 600, PlainRows(10, 600, 5));
+  ChapterList list(&movie_);
+  movie_.RemoveTrack(*movie_.tracks[0]);
+  EXPECT_FALSE(HasChapters(&movie_)) << "the picture referred to the chapters";
+  list.Attach(&movie_);
+  EXPECT_TRUE(HasChapters(&movie_));
+  movie_.RemoveTrack(*movie_.tracks[0]);
+  list.Attach(&movie_);
+  EXPECT_TRUE(movie_.tracks.empty());
+}
+
+TEST_F(ListOfChapters, IsReadAsFarAsItGoes) {
+  const Bytes whole = Join(U32(0), Bytes{200}, kListed);
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    movie_.userData.items = {{kList, {whole.data(), whole.data() + size}}};
+    const ChapterList list(&movie_);
+    const std::size_t expected = size < 14 ? 0 : size < 26 ? 1 : 2;
+    EXPECT_EQ(Read(&movie_).size(), expected) << size;
+    list.RemoveListOrTrack(&movie_);
+    EXPECT_EQ(movie_.tracks.size(), 1U) << size;
+  }
+}
+
+TEST(ChapterToolXml, CountsSecondsInPowersOfSixtyAndTheirFractionInThirtieths) {
+  struct Time {
+    std::int64_t start;
+    std::int32_t scale;
+    const char* text;
+  };
+  constexpr Time kTimes[] = {
+      {0, 600, "0.00"},         {599, 600, "0.29"},
+      {3000, 600, "05.00"},     {131, 2, "01:05.15"},
+      {3600, 1, "01:00:00.00"}, {216000LL * 600 + 20, 600, "01:00:00:00.01"},
+      {-300, 600, "0.-15"},     {2147483646, 2147483647, "0.29"},
+  };
+  for (const Time& time : kTimes) {
+    EXPECT_EQ(FormatChapterTime(time.start, time.scale), time.text);
+  }
+}
+
+TEST(PlaybackFlags, AreReadWithADefaultAndReplaced) {
+  MovieRecord movie;
+  EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5);
+  EXPECT_EQ(SetMovieUserDataLong(&movie, kList, -2), noErr);
+  EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), -2);
+  EXPECT_TRUE(GetMovieUserDataByte(&movie, kList, true));
+  EXPECT_EQ(SetMovieUserDataByte(&movie, kList, 0), noErr);
+  EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5) << "too short";
+  EXPECT_FALSE(GetMovieUserDataByte(&movie, kList, true));
+  EXPECT_EQ(SetMovieUserDataByte(nullptr, kList, 0), paramErr);
+  movie.userData.items = {{kList, {0}}, {kList, {1}}, {kList, {1, 1}}};
+  EXPECT_EQ(SetMovieUserDataByte(&movie, kList, 2), noErr);
+  EXPECT_EQ(movie.userData.items, (std::vector<UserDataItem>{{kList, {2}}}));
 }
 
 }  // namespace
