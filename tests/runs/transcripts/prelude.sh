@@ -16,3 +16,42 @@ streams() {
   ffprobe -v error -count_packets -show_entries stream=codec_type,codec_name,nb_read_packets \
     -of compact=p=0:nk=1 "$1"
 }
+
+# without_folder: a filter that removes the path of the folder from names.
+without_folder() { sed "s|$(pwd -P)/||g"; }
+
+# changed FILE TYPE NUMBER AT HEX: prints FILE with these bytes at AT in the content of the atom of that
+# type; NUMBER counts such atoms from 0. A negative AT counts from the end of the atom. Without a type,
+# AT is a place in the file.
+changed() {
+  python3 - "$@" <<'END'
+import sys
+name, kind, number, at, new = sys.argv[1:]
+data, new, start, at = bytearray(open(name, "rb").read()), bytes.fromhex(new), 0, int(at)
+for _ in range(int(number) + 1 if kind else 0):
+    start = data.index(kind.encode().decode("unicode_escape").encode("latin-1"), start) + 4
+at += start if at >= 0 else start - 8 + int.from_bytes(data[start - 8 : start - 4], "big")
+data[at : at + len(new)] = new
+sys.stdout.buffer.write(data)
+END
+}
+
+# valid SCHEMA: says whether the JSON on its standard input agrees with that schema of clipinfo.
+valid() {
+  python3 -c '
+import json, sys, jsonschema
+schema = json.load(open(sys.argv[1]))
+jsonschema.Draft202012Validator.check_schema(schema)
+jsonschema.Draft202012Validator(schema).validate(json.load(sys.stdin))
+print("valid")' "$(dirname "$BASH_ENV")/../../../clipinfo/$1"
+}
+
+# same OUTPUT INPUT...: compares them with clipinfo -same. Leaves out sizes and hashes, which depend on
+# the encoders.
+same() {
+  local text status
+  text=$(clipinfo -same "$1" -from "${@:2}" 2>&1)
+  status=$?
+  sed -E 's/, [0-9]+ bytes, hash [0-9a-f]{32}$//' <<<"$text" | without_folder
+  return $status
+}
