@@ -55,3 +55,11 @@ same() {
   sed -E 's/, [0-9]+ bytes, hash [0-9a-f]{32}$//' <<<"$text" | without_folder
   return $status
 }
+
+# The folder of the scripts that join many recordings, and: open: what has no movie in "joined", and what
+# is half done.
+batch=$(dirname "$BASH_ENV")/../../../examples/batch
+open() {
+  list-jobs recordings joined | tr '\0\n' '\n_'
+  ls -A joined/unproved
+}
