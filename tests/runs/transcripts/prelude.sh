@@ -63,3 +63,11 @@ open() {
   list-jobs recordings joined | tr '\0\n' '\n_'
   ls -A joined/unproved
 }
+
+# chapters FILE: the start in milliseconds and the title of each chapter, which two readers find.
+chapters() {
+  ffprobe -v error -show_chapters -of json "$1" | jq -r '[.chapters[] | "\((.start_time | tonumber * 1000 | round)) \(.tags.title)"] | join(", ")'
+}
+
+# frames FILE: the hashes of all decoded pictures.
+frames() { ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -f framemd5 - | sed '/^#/d; s/.*, *//'; }
