@@ -71,3 +71,24 @@ chapters() {
 
 # frames FILE: the hashes of all decoded pictures.
 frames() { ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -f framemd5 - | sed '/^#/d; s/.*, *//'; }
+
+# shows FILE: the time in milliseconds and the hash of each picture that a player shows.
+shows() {
+  ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -enc_time_base 1/1000 -f framemd5 - |
+    awk -F', *' '!/^#/ {print $3, $6}'
+}
+
+# what FILE...: duration and kinds of streams of each file, and what ffmpeg complains of.
+what() {
+  for file; do
+    ffprobe -v error -show_entries format=duration:stream=codec_type -of csv=p=0 "$file" | sort | tr '\n' ' '
+    echo "$file"
+    ffmpeg -v error -nostdin -i "$file" -fps_mode passthrough -f null -
+  done
+}
+
+# recipe TITLE: the commands of a recipe in the manual.
+recipe() {
+  sed -n "/^\.Ss $1\$/,/^\.S[sh] /p" "$(dirname "$BASH_ENV")/../../../man/Reelwork.7" |
+    sed -n '/^\.Bd/,/^\.Ed/{/^\.[BE]d/d; s/^\$ //; s/\\e/\\/g; s/\\-/-/g; s/\\(aq/'\''/g; p}'
+}
