@@ -157,11 +157,11 @@ class EveryMovie(runs.RunTest):
                 return None
             for name, form in forms.items():
                 output = self.folder / f"{number} {name}.mov"
-                runs.run("clipjoin", path, path, "-q", *form, "-o", output)
-                if output.exists():  # otherwise it is encrypted, or has no codec of MPEG-4
+                made = runs.run("clipjoin", path, path, "-q", *form, "-o", output)
+                if made.status == 0 and output.exists():  # not encrypted, and a codec of MPEG-4
                     done = info("-same", output, "-from", path, path)
                     found += [(path.name, name, done.out)] if done.status else []
-                    output.unlink()
+                output.unlink(missing_ok=True)
             return found
 
         results = [found for found in runs.in_parallel(faults, range(len(MOVIES))) if found is not None]
