@@ -5,6 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,75 +15,11 @@
 
 #include "clipinfo/modes.h"
 #include "tests/fuzz/seeds.h"
-#include "toolbox/atoms/header_atoms.h"
-#include "toolbox/atoms/sample_atoms.h"
-#include "toolbox/movie/matrix.h"
 #include "toolbox/toolbox.h"
 
 namespace {
 
-using toolbox::Bytes;
 using toolbox::FourCC;
-
-constexpr std::uint32_t kSamples = 6;
-
-// A track of six samples of two bytes, in two chunks from `offset` on.
-void PutTrack(auto& io, std::uint32_t id, FourCC type, const Bytes& description,
-              std::uint32_t offset) {
-  using toolbox::PutAtom;
-  const auto chunks = [&](auto& visit) {
-    visit(toolbox::ChunkOffsets::Row{offset});
-    visit(toolbox::ChunkOffsets::Row{offset + kSamples});
-  };
-  const auto oneTime = [](auto& visit) { visit(toolbox::TimeToSample::Row{kSamples, 100}); };
-  const auto oneRun = [](auto& visit) { visit(toolbox::SampleToChunk::Row{1, kSamples / 2, 1}); };
-  io.Atom(FourCC{"trak"}, [&] {
-    PutAtom(io, toolbox::TrackHeader{.flags = 0xF,
-                                     .duration = kSamples * 100,
-                                     .id = id,
-                                     .matrix = toolbox::kIdentityMatrix});
-    io.Atom(FourCC{"mdia"}, [&] {
-      PutAtom(io, toolbox::MediaHeader{.duration = kSamples * 100, .scale = 600});
-      PutAtom(io, toolbox::Handler{.componentType = FourCC{"mhlr"}, .subtype = type});
-      io.Atom(FourCC{"minf"}, [&] {
-        io.Atom(FourCC{"stbl"}, [&] {
-          PutAtom(io, toolbox::SampleDescriptions{.entries = {description}});
-          PutAtom(io, toolbox::TimeToSample{.rows = {1, oneTime}});
-          PutAtom(io, toolbox::SampleToChunk{.rows = {1, oneRun}});
-          PutAtom(io, toolbox::ConstantSampleSize{.size = 2, .count = kSamples});
-          PutAtom(io, toolbox::ChunkOffsets{.rows = {2, chunks}});
-        });
-      });
-    });
-  });
-}
-
-// A description of `size` bytes whose samples lie in the first data reference.
-Bytes Description(FourCC format, std::uint8_t size) {
-  Bytes bytes(size);
-  toolbox::ToBigEndian(std::uint32_t{size}, bytes.data());
-  toolbox::ToBigEndian(format.value, &bytes[4]);
-  bytes[15] = 1;
-  return bytes;
-}
-
-// One second of picture and of sound.
-Bytes GoodMovie() {
-  constexpr std::uint32_t kDataStart = 8, kTrackBytes = 2 * kSamples;
-  Bytes sound = Description(FourCC{"sowt"}, 36);
-  sound[25] = 1;  // channels
-  sound[27] = 16;  // bits
-  return toolbox::Encoded([&](auto& io) {
-    io.Atom(FourCC{"mdat"}, [&] { io.Append(Bytes(2 * kTrackBytes, 0x5A)); });
-    io.Atom(FourCC{"moov"}, [&] {
-      toolbox::PutAtom(
-          io, toolbox::MovieHeader{
-                  .duration = kSamples * 100, .scale = 600, .matrix = toolbox::kIdentityMatrix});
-      PutTrack(io, 1, FourCC{"vide"}, Description(FourCC{"raw "}, 86), kDataStart);
-      PutTrack(io, 2, FourCC{"soun"}, sound, kDataStart + kTrackBytes);
-    });
-  });
-}
 
 // A folder that goes with the process.
 class Folder {
@@ -92,7 +29,7 @@ class Folder {
     path_ = boost::filesystem::canonical(name.parent_path()) /
             boost::filesystem::unique_path(name.filename());
     boost::filesystem::create_directory(path_);
-    fuzz::WriteFile(Path("good.mov"), GoodMovie());
+    boost::filesystem::copy_file(GOOD_MOVIE, Path("good.mov"));
   }
   ~Folder() { boost::filesystem::remove_all(path_); }
   boost::filesystem::path Path(const char* name) const { return path_ / name; }
@@ -223,37 +160,33 @@ class Captured {
 // Does one of the things that clipinfo does with a movie, which need not be one that can be opened.
 void Inspect(const char* name, unsigned mode) {
   const Captured output(std::cout), errors(std::cerr);
-  const std::string file = Files().Path(name).native();
-  const auto isJson = [&] { return nlohmann::json::accept(output.Text()); };
-  switch (mode % 7) {
-    case 0:
-      try {
-        clipinfo::PrintSummary(clipinfo::OpenMovie(file));
-      } catch (...) {
-        std::ignore = clipinfo::LineFor(clipinfo::CaughtFailure(file));
-      }
-      break;
-    case 1:
-      clipinfo::PrintJson({.isJson = true, .movies = {{file}}});
-      fuzz::Check(isJson(), "the description is JSON");
-      break;
-    case 2:
-      clipinfo::Check({.isJson = true, .movies = {{file}}});
-      fuzz::Check(isJson(), "the findings are JSON");
-      break;
-    case 3:
-      clipinfo::WritePicture({.movies = {{file}}, .picture = Files().Path("picture.svg").native()});
-      break;
-    case 4:
-      clipinfo::PrintAtoms(file);
-      break;
-    case 5:
-      clipinfo::Compare({.movies = {{file}}, .from = {{file}}});
-      break;
-    default:
-      clipinfo::Compare(
-          {.movies = {{file}}, .from = {{Files().Path("good.mov").native()}, {file}}});
-  }
+  const auto path = [](const char* of) { return Files().Path(of).native(); };
+  const std::string file = path(name);
+  const auto summary = [&] {
+    try {
+      clipinfo::PrintSummary(clipinfo::OpenMovie(file));
+    } catch (...) {
+      std::ignore = clipinfo::LineFor(clipinfo::CaughtFailure(file));
+    }
+  };
+  const auto compare = [&](std::vector<clipinfo::Subject> inputs) {
+    clipinfo::Compare({.movies = {{file}}, .from = std::move(inputs)});
+  };
+  const std::function<void()> modes[] = {
+      summary,
+      [&] { clipinfo::PrintJson({.isJson = true, .movies = {{file}}}); },
+      [&] { clipinfo::Check({.isJson = true, .movies = {{file}}}); },
+      [&] { clipinfo::WritePicture({.movies = {{file}}, .picture = path("picture.svg")}); },
+      [&] { clipinfo::PrintAtoms(file); },
+      [&] { compare({{file}}); },
+      [&] {
+        compare({{path("good.mov")}, {file}});
+      },
+  };
+  mode %= std::size(modes);
+  modes[mode]();
+  const bool hasJson = mode == 1 || mode == 2;
+  fuzz::Check(!hasJson || nlohmann::json::accept(output.Text()), "the answer is JSON");
 }
 
 }  // namespace
@@ -264,7 +197,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   constexpr rlimit kLargestFile{1 << 20, 1 << 20};
   fuzz::Check(setrlimit(RLIMIT_FSIZE, &kLargestFile) == 0, "the size of files can be limited");
   std::signal(SIGXFSZ, [](int) {});
-  fuzz::WriteSeed("good.mov", GoodMovie());
   return 0;
 }
 
@@ -297,6 +229,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Join(good.get(), Open(kInput).get());
   JoinTracks(good.get(), Open(kInput).get());
   toolbox::AddMovieSelection(good.get(), Open(kInput).get());
-  WriteAndReopen(good.get(), form % 3);  // raw samples cannot be exported
+  WriteAndReopen(good.get(), form);
   return 0;
 }
