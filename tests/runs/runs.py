@@ -26,6 +26,8 @@ BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resol
 RELEASE_BIN = ROOT / "build" / "bin"
 CORPUS = pathlib.Path(os.environ.get("REELWORK_CORPUS", ROOT.parent / "shared"))
 MEDIA = CORPUS / "media"
+DATA = ROOT / "tests" / "data"
+MOVIES = sorted([*DATA.glob("*.m*"), *DATA.glob("*.3gp"), *MEDIA.glob("*/*")])
 
 SKIPPED = 77  # ctest takes this status for "skipped"
 CONTACT = "<reelwork@example.org>"
