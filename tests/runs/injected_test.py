@@ -37,9 +37,11 @@ class InjectedFailures(runs.RunTest):
         """`said` is all of standard error. `pictures`: how many the output has; None: it is old."""
         with self.subTest(failures, arguments=list(map(str, arguments))):
             (self.folder / out).write_bytes(b"old")
-            done = self.run_in_folder("failing_clipjoin", *arguments, "-o", out, env={"FAIL": failures})
+            command = ("failing_clipjoin", *arguments, "-o", out)
+            done = self.run_in_folder(*command, env={"FAIL": failures})
             told = re.sub(r" at line \d+ of ", " at line LINE of ", done.err)
-            said = said.replace("OUT", out).replace("ONE", str(self.one)).replace("TWO", str(self.two))
+            for word, name in (("OUT", out), ("ONE", self.one), ("TWO", self.two)):
+                said = said.replace(word, str(name))
             self.assertEqual((done.status, done.out, told), (status, "", said))
             self.assertEqual(os.listdir(self.folder), [out])
             if pictures is None:
@@ -104,7 +106,8 @@ class InjectedFailures(runs.RunTest):
                 self.assert_run(f"{call}:1:{code}", [self.one, *whole, "-q"], said, 0, None)
 
     def test_a_join_through_sample_tables_reports_each_failing_step(self):
-        scaled = runs.make_clip(self.movies / "s.mov", "-i", self.one, "-c", "copy", "-video_track_timescale", "90000")
+        by_90000 = ("-c", "copy", "-video_track_timescale", "90000")
+        scaled = runs.make_clip(self.movies / "s.mov", "-i", self.one, *by_90000)
         last = error("myAppendTrack", -50, "clipjoin.cpp")
         for call, line, goes_on in (
             ("GetMediaDataRefCount", 828, True), ("GetMediaDataRef", 834, True),
@@ -134,7 +137,8 @@ class InjectedFailures(runs.RunTest):
             (f"{CONVERT}:1:-48", error(CONVERT, -48), 0, 10),
             (f"{CONVERT}:*:-47", error(CONVERT, -47) * 10, 1, None),
             (f"{CONVERT}:1:-39", error(CONVERT, -39), 1, None),
-            (f"{ALIAS}:2:-37", error("PathToDataRef", -37) + error(CREATE, -109) + error(CONVERT, -109), 3, None),
+            (f"{ALIAS}:2:-37",
+             error("PathToDataRef", -37) + error(CREATE, -109) + error(CONVERT, -109), 3, None),
             ("OpenADefaultComponent:1:-2003", error("OpenADefaultComponent", -2003), 1, 10),
             ("MovieExportSetSettingsFromAtomContainer:1:-50", "", 0, 10),
             ("PtrToHand:1:-108", "", 0, 10),

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Joined and stacked movies play the pictures and the sound of their parts, each at its time."""
 
+import array
 import fractions
 import re
 import struct
@@ -10,7 +11,9 @@ from runs import RunTest, child, frames, make_clip, sound
 
 F = fractions.Fraction
 RATE, PACKET, UNIT = 48000, 1024, F(1, 600)
+PCM = ("-c:a", "pcm_s16le")
 MANUAL, SAME = "-manual-join", "-force-same-tracks"
+WHOLE = ("-self-contained", "-o", "out.mov")
 KEY, KEY_ID = "00112233445566778899aabbccddeeff", "0123456789abcdef0123456789abcdef"
 
 
@@ -23,8 +26,8 @@ def clip(path, seed, *options, codec="pcm_s16le", rate="25", size="96x64", secon
     """A clip with unique pictures, which are shown in another order than they are decoded in, and
     with noise if there is a codec for it."""
     picture = f"testsrc2=s={size}:r={rate}:d={seconds},hue=h={40 * seed}"
-    # The noise substitution of AAC is off, because with it the same packet decodes differently after
-    # other packets.
+    # The noise substitution of AAC is off, because with it the same packet decodes differently
+    # after other packets.
     coding = ["-c:a", codec, *(["-aac_pns", "0"] if codec == "aac" else [])] if codec else []
     return make_clip(
         path, "-f", "lavfi", "-i", picture, *(noise(seed, seconds=seconds) if codec else []),
@@ -43,7 +46,7 @@ def kinds(path):
 
 def descriptions(path, number):
     """The formats of the sample descriptions of a track."""
-    track = [c for kind, c in runs.atoms(runs.movie_header(path)) if kind == "trak"][number]
+    track = [data for kind, data in runs.atoms(runs.movie_header(path)) if kind == "trak"][number]
     return [kind for kind, _ in runs.atoms(child(track, "mdia", "minf", "stbl", "stsd")[8:])]
 
 
@@ -70,15 +73,16 @@ class JoinTest(RunTest):
         cls.by_12800 = clip(folder / "12800.mov", 12, scale, "12800", codec=None)
         cls.by_15360 = clip(folder / "15360.mov", 13, scale, "15360", codec=None, rate="30")
         cls.by_10007 = clip(folder / "10007.mov", 14, scale, "10007", codec=None, rate="30")
-        cls.baseline = clip(folder / "baseline.mov", 15, "-profile:v", "baseline", "-bf", "0", codec=None)
+        baseline = ("-profile:v", "baseline", "-bf", "0")
+        cls.baseline = clip(folder / "baseline.mov", 15, *baseline, codec=None)
 
     def assert_complains_no_more(self, joined, parts):
         known = {text for part in set(parts) for text in runs.complaints(part)}
         self.assertLessEqual(set(runs.complaints(joined)), known)
 
     def assert_pictures(self, joined, parts, number=1, within=F(1, 1000)):
-        """The first video track plays the pictures of the parts without gap or overlap. The times do
-        not come from ffmpeg, because it assumes that all edits reorder pictures in the same way."""
+        """The first video track plays the pictures of the parts without gap or overlap. The times
+        do not come from ffmpeg, because it assumes that all edits reorder pictures alike."""
         self.assert_same(hashes(joined), [h for part in parts for h in hashes(part)], "pictures")
         expected, start = [], 0
         for part in parts:
@@ -94,7 +98,8 @@ class JoinTest(RunTest):
             own = sound(part)
             # The first packet after a join follows another packet than in its file, so the decoder
             # adds another overlap to it.
-            start = PACKET if at and runs.description(part)["streams"][1]["codec_name"] == "aac" else 0
+            is_aac = runs.description(part)["streams"][1]["codec_name"] == "aac"
+            start = PACKET if at and is_aac else 0
             self.assertTrue(found[at + start : at + len(own)] == own[start:], f"{part} differs")
             at += len(own)
         self.assertEqual(len(found), at)
@@ -174,7 +179,8 @@ class JoinTest(RunTest):
         self.assertEqual(descriptions(joined, 0), ["avc1", "avc1"])
 
     def test_what_fits_no_track_gets_a_track_that_starts_later(self):
-        french = make_clip(self.folder / "french.mp4", "-i", self.two, "-c", "copy", "-metadata:s", "language=fra")
+        language = ("-c", "copy", "-metadata:s", "language=fra")
+        french = make_clip(self.folder / "french.mp4", "-i", self.two, *language)
         for parts, options, tracks in (
             ([self.one, self.tall], [], ["vide", "soun", "vide"]),
             ([self.one, self.ntsc], [], ["vide", "soun", "vide"]),
@@ -209,14 +215,16 @@ class JoinTest(RunTest):
 
     def test_sound_does_not_drift(self):
         # 100 004 samples are a length that no common movie time scale can state exactly.
-        part = make_clip(self.folder / "a.mov", *noise(1, 44100, 100_004 / 44100 + 1e-9), "-c:a", "pcm_s16le")
+        source = noise(1, 44100, 100_004 / 44100 + 1e-9)
+        part = make_clip(self.folder / "a.mov", *source, *PCM)
         joined = self.join_whole("out.mov", MANUAL, *[part] * 50)
         self.assertIsNone(runs.tracks(joined)[1].edits, "the whole media needs no edit list")
         self.assertLessEqual(abs(runs.movie_duration(joined) - F(50 * 100_004, 44100)), F(1, 1200))
         self.assertEqual(len(sound(joined)), 50 * 100_004)
         # 44100 samples end inside an AAC packet. ffmpeg plays that packet to its end and the next
         # clip by its time stamps, so the time stamps show where each clip starts.
-        part = make_clip(self.folder / "second.m4a", *noise(10, 44100), "-c:a", "aac", "-aac_pns", "0")
+        coding = ("-c:a", "aac", "-aac_pns", "0")
+        part = make_clip(self.folder / "second.m4a", *noise(10, 44100), *coding)
         own = frames(part, "a:0")
         found = {f.time: f.hash for f in frames(self.join_whole("out.mov", *[part] * 20), "a:0")}
         for number in range(20):
@@ -225,14 +233,17 @@ class JoinTest(RunTest):
         self.assertLessEqual(len(found), 20 * len(own))
 
     def test_sound_of_other_rates_and_two_tracks_of_sound(self):
-        one = make_clip(self.folder / "1.mov", *noise(1), "-c:a", "pcm_s16le")
-        slow = make_clip(self.folder / "slow.mov", *noise(2, 44100), "-c:a", "pcm_s16le")
-        both = make_clip(self.folder / "2.mov", *noise(3), *noise(4), "-map", "0", "-map", "1", "-c:a", "pcm_s16le")
+        one = make_clip(self.folder / "1.mov", *noise(1), *PCM)
+        slow = make_clip(self.folder / "slow.mov", *noise(2, 44100), *PCM)
+        two = (*noise(3), *noise(4), "-map", "0", "-map", "1")
+        both = make_clip(self.folder / "2.mov", *two, *PCM)
         joined = self.join_whole("out.mov", SAME, one, slow, one)
         first, second = runs.tracks(joined).values()
         self.assertEqual((first.scale, second.scale), (48000, 44100))
-        self.assertTrue(sound(joined) == sound(one) + runs.array.array("h", bytes(2 * RATE)) + sound(one))
-        self.assertEqual([(e.start, e.duration, e.media) for e in second.edits], [(0, 1, -1), (1, 1, 0)])
+        silence = array.array("h", bytes(2 * RATE))
+        self.assertTrue(sound(joined) == sound(one) + silence + sound(one))
+        edits = [(e.start, e.duration, e.media) for e in second.edits]
+        self.assertEqual(edits, [(0, 1, -1), (1, 1, 0)])
         # Of two tracks the second is joined first.
         joined = self.join_whole("out.mov", SAME, one, both)
         self.assertEqual(kinds(joined), ["soun"])
@@ -279,7 +290,7 @@ class JoinTest(RunTest):
         reference.rename(self.folder / "alone.mov")  # only the movie
         assert_flattens(self.folder / "alone.mov")
         parts[1].rename(self.folder / "elsewhere")
-        done = self.run_in_folder("clipjoin", "alone.mov", "-q", "-self-contained", "-o", "flat.mov")
+        done = self.run_in_folder("clipjoin", "alone.mov", "-q", *WHOLE)
         self.assertEqual(done.status, 0)
         self.assertIn("alone.mov does not exist. ", done.err)
         # With -noresolve the movie opens, and it plays when the missing file is back.
@@ -293,7 +304,8 @@ class JoinTest(RunTest):
                 self.assert_same(found, frames(parts[0], stream), stream)
 
     def test_encrypted_pictures_can_be_copied_but_not_edited(self):
-        scheme = ("-encryption_scheme", "cenc-aes-ctr", "-encryption_key", KEY, "-encryption_kid", KEY_ID)
+        scheme = ("-encryption_scheme", "cenc-aes-ctr")
+        scheme += ("-encryption_key", KEY, "-encryption_kid", KEY_ID)
         secret = clip(self.folder / "secret.mp4", 6, *scheme, codec=None)
         pictures = lambda path, key=KEY: frames(path, "v:0", "-decryption_key", key)  # noqa: E731
         own = pictures(secret)
@@ -316,9 +328,6 @@ class JoinTest(RunTest):
         self.assertFalse((self.folder / "out.mov").exists())
 
 
-WHOLE = ("-self-contained", "-o", "out.mov")
-
-
 class Stacks(RunTest):
     @classmethod
     def setUpClass(cls):
@@ -328,8 +337,10 @@ class Stacks(RunTest):
             return make_clip(folder / name, "-f", "lavfi", "-i", source, *options)
 
         cls.long = clip("long.mov", "testsrc=s=64x48:r=10:d=4", "-c:v", "mpeg4")
-        cls.short = clip("short.mov", "testsrc2=s=32x32:r=10:d=1", "-c:v", "mpeg4", "-movie_timescale", "48000")
-        cls.sound = make_clip(folder / "sound.mov", *noise(1, 8000, 2), "-c:a", "alac", "-metadata", "title=Noise")
+        by_48000 = ("-c:v", "mpeg4", "-movie_timescale", "48000")
+        cls.short = clip("short.mov", "testsrc2=s=32x32:r=10:d=1", *by_48000)
+        named = ("-c:a", "alac", "-metadata", "title=Noise")
+        cls.sound = make_clip(folder / "sound.mov", *noise(1, 8000, 2), *named)
 
     def stack(self, *arguments):
         done = self.run_in_folder("clipstak", *arguments, "-q", *WHOLE)
@@ -368,7 +379,8 @@ class Stacks(RunTest):
                     self.assert_same([h for _, h in found], [h for _, h in wanted], number)
                     late = max(abs(at - time) for (at, _), (time, _) in zip(found, wanted))
                     self.assertLessEqual(late, UNIT)
-                    self.assertAlmostEqual(float(streams[number - 1]["start_time"]), start, delta=0.03)
+                    at = float(streams[number - 1]["start_time"])
+                    self.assertAlmostEqual(at, start, delta=0.03)
 
     def test_settings_come_from_the_first_movie_or_the_last_with_use_settings(self):
         def with_settings(name, rate, volume, shift):
@@ -380,7 +392,9 @@ class Stacks(RunTest):
             (self.folder / name).write_bytes(data)
             return self.folder / name
 
-        scale_of = lambda path: runs.time_scale(child(runs.movie_header(path), "mvhd"))  # noqa: E731
+        def scale_of(path):
+            return runs.time_scale(child(runs.movie_header(path), "mvhd"))
+
         one = with_settings("one.mov", 0x8000, 0x40, 7 << 16)
         two = with_settings("two.mov", 0x20000, 0x80, 0)
         use = "-use-settings"

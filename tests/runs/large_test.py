@@ -117,8 +117,8 @@ class LargeMovies(runs.RunTest):
             longest = max(2 * counts[number] * delta / scales[number] for number in scales)
             self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
         found = runs.samples_by_track(self.folder / "whole.mov")[1]
-        # The second clip starts where the longest track ends, at a whole unit of the movie, which is
-        # longer than one media unit.
+        # The second clip starts where the longest track ends, at a whole unit of the movie, which
+        # is longer than one media unit.
         shift = found[counts[1]].dts - counts[1] * delta
         gap = max(counts[n] * delta * scales[1] // scales[n] for n in scales) - counts[1] * delta
         self.assertAlmostEqual(shift, gap, delta=scales[1] // 600)
@@ -186,7 +186,8 @@ class Bounds(runs.RunTest):
         self.assertRegex(done.err, r"\AError -2002 reading zeros\.mov\n")
 
     def test_standard_input_without_file_names_is_refused(self):
-        refused = "Error processing option -names-from-stdin: standard input is not a list of file names\n"
+        refused = "Error processing option -names-from-stdin: "
+        refused += "standard input is not a list of file names\n"
         names = self.folder / "names"
         names.write_text(100_001 * "a\n")
         for path in ("/dev/zero", names):

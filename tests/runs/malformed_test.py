@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Broken files: every command ends quickly, uses little memory, and prints one of its messages. With
-REELWORK_TRACE=1 a failure names the file and the place in it."""
+"""Broken files: every command ends quickly, uses little memory, and prints one of its messages.
+With REELWORK_TRACE=1 a failure names the file and the place in it."""
 
 import fcntl
 import os
@@ -42,7 +42,8 @@ def damaged(path, seed):
     header = max(data.find(b"moov"), 0)
     for _ in range(3):
         at = chance.randrange(header, min(header + 4000, len(data) - 4))
-        struct.pack_into(">I", data, at, chance.choice((0, 1, 0x7FFFFFFF, 0xFFFFFFFF, chance.getrandbits(32))))
+        numbers = (0, 1, 0x7FFFFFFF, 0xFFFFFFFF, chance.getrandbits(32))
+        struct.pack_into(">I", data, at, chance.choice(numbers))
     return data
 
 
@@ -105,8 +106,8 @@ class Trace(runs.RunTest):
         whole = (runs.DATA / "rotated.mov").read_bytes()
         file = self.store("short.mov", whole[:-100])
         for options in ([], ["-startAt", "0.5"]):
-            traced = self.run_in_folder("clipjoin", file, "-self-contained", *options, "-o", "out.mov",
-                                        env={"REELWORK_TRACE": "1"})  # fmt: skip
+            command = ("clipjoin", file, "-self-contained", *options, "-o", "out.mov")
+            traced = self.run_in_folder(*command, env={"REELWORK_TRACE": "1"})
             line = r"(?m)^Flatten\w+: -39: (.*): (\d+) bytes at (\d+) lie behind its end$"
             found = re.search(line, traced.err)
             self.assertEqual(found[1], str(file))

@@ -325,7 +325,8 @@ class EveryMovie(Mpeg4Test):
 
     def test_losses_are_reported_first(self):
         for options, said in (([], runs.ANNOTATIONS_ARE_LOST), (["-q"], "")):
-            done = self.run_in_folder("clipjoin", DATA / "chapters_both.m4b", *options, "-mp4", "-o", "out.m4a")
+            movie = DATA / "chapters_both.m4b"
+            done = self.run_in_folder("clipjoin", movie, *options, "-mp4", "-o", "out.m4a")
             self.assertEqual(done, runs.Result(0, "", said))
         self.assertEqual(child(Exported(self.folder / "out.m4a").movie, "udta", "meta"), b"")
 

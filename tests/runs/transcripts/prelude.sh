@@ -16,3 +16,9 @@ streams() {
   ffprobe -v error -count_packets -show_entries stream=codec_type,codec_name,nb_read_packets \
     -of compact=p=0:nk=1 "$1"
 }
+
+# tracks FILE: the kind of each track, whether it is enabled, and its length.
+tracks() {
+  paste -d ' ' <(ffprobe -v error -show_entries stream=codec_type:stream_disposition=default -of csv=p=0 "$1" |
+    sed 's/,1/ on/; s/,0/ off/') <(exiftool -a -s3 -TrackDuration "$1") | paste -sd , | sed 's/,/, /g'
+}
