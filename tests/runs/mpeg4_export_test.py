@@ -347,6 +347,13 @@ class EveryMovie(Mpeg4Test):
                 movie = runs.media_duration(child(exported.movie, "mvhd"))
                 self.assertAlmostEqual(float(movie), seconds, delta=0.01)
         hashes = [[frame.hash for frame in runs.frames(f)] for f in (self.export(*three), clip)]
+        for codec in ("libx264", "mpeg4"):  # pictures that take several packets
+            source = ("-f", "lavfi", "-i", "testsrc2=s=320x240:r=10:d=1", "-c:v", codec)
+            large = runs.make_clip(self.folder / "large.mp4", *source, "-qmin", "1", "-qmax", "4")
+            exported = self.assert_strict(self.export(large))
+            pictures = samples(exported.file, exported.of_kind("vide")[0])
+            self.assertGreater(max(len(picture.data) for picture in pictures), 3 * LIMIT)
+            self.assert_hinted(exported)
         self.assert_same(hashes[0], 3 * hashes[1], "frames")
 
     def test_books_have_chapters_where_readers_find_them(self):
