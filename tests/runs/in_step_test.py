@@ -46,7 +46,6 @@ def beeps(path, *options):
     return [float(end) for end in re.findall(r"silence_end: ([-\d.]+)", log)][:-1]
 
 
-@runs.has_tools("ffmpeg", "ffprobe")
 class InStep(runs.RunTest):
     def assert_in_step(self, joined, pictures, times):
         """The movie has that many pictures, and a flash and a beep at each of `times`."""

@@ -1,27 +1,29 @@
 #!/usr/bin/env python3
-"""Makes toolbox calls fail: tests the message, whether the failure is counted, and the exit
-status."""
+"""Makes toolbox calls fail: tests the message, whether the failure is counted, the exit status, and
+what happens to the old output."""
 
 import os
 import re
 import shutil
-import unittest
 
 import runs
 from runs import HINT, MORE_ERRORS, NOT_A_MOVIE, ONE_ERROR, REFERENCE_NOTICE
 
-BUSY = (
-    "The output file out.mov is busy.\nPlease check to see if another application has it open\n"
-)
-NO_PERMISSION = "You do not have permission to overwrite the output file\nout.mov\n"
+BUSY = "The output file OUT is busy.\nPlease check to see if another application has it open\n"
+NO_PERMISSION = "You do not have permission to overwrite the output file\nOUT\n"
+OPENING = ("QTNewDataReferenceFromFullPathCFString", "NewMovieFromDataRef", "OpenMovieStorage")
+CREATE, CONVERT, ALIAS = "CreateMovieStorage", "ConvertMovieToDataRef", OPENING[0]
+FLATTEN, INSERT = "FlattenMovieDataToDataRef", "InsertMovieSegment"
 
 
-def error(call, code, source="utils.cpp"):
-    return f"Error in {call} at line LINE of {source}: {code}\n"
+def error(call, code, source="utils.cpp", line="LINE"):
+    return f"Error in {call} at line {line} of {source}: {code}\n"
 
 
-@runs.has_tools("ffmpeg")
-@unittest.skipUnless((runs.BIN / "failing_clipjoin").exists(), "failing_clipjoin is not built")
+def inserting(code):
+    return error(INSERT, code, "clipjoin.cpp")
+
+
 class InjectedFailures(runs.RunTest):
     @classmethod
     def setUpClass(cls):
@@ -31,158 +33,123 @@ class InjectedFailures(runs.RunTest):
         for copy in (cls.two, cls.three):
             shutil.copy(cls.one, copy)
 
-    def assert_run(self, failures, arguments, said, status, written=None):
-        """`said` is all of standard error. `written`: whether the old output file is replaced."""
-        (self.folder / "out.mov").write_bytes(b"old")
-        done = self.run_in_folder(
-            "failing_clipjoin", *arguments, "-o", "out.mov", env={"FAIL": failures}
-        )
-        told = re.sub(r" at line \d+ of ", " at line LINE of ", done.err)
-        self.assertEqual(runs.Result(done.status, done.out, told), runs.Result(status, "", said))
-        self.assertEqual(os.listdir(self.folder), ["out.mov"])
-        if written is not None:
-            is_old = (self.folder / "out.mov").read_bytes() == b"old"
-            self.assertEqual(not is_old, written, "whether the output was written")
-
-    def assert_counted(self, failures, arguments, messages, written=None):
-        """-q does not silence the messages, but it does silence the closing lines."""
-        count = messages.count("Error in ")
-        closing = MORE_ERRORS if count > 1 else ONE_ERROR
-        whole = [*arguments, "-self-contained"]
-        self.assert_run(failures, whole, messages + closing, 1, written)
-        self.assert_run(failures, [*whole, "-q"], messages, 1, written)
-
-    def assert_not_counted(self, failures, arguments, message, written):
-        for quiet in ([], ["-q"]):
-            notice = "" if quiet or "-self-contained" in arguments else REFERENCE_NOTICE + ".\n"
-            self.assert_run(failures, [*arguments, *quiet], notice + message, 0, written)
+    def assert_run(self, failures, arguments, said, status, pictures, out="out.mov"):
+        """`said` is all of standard error. `pictures`: how many the output has; None: it is old."""
+        with self.subTest(failures, arguments=list(map(str, arguments))):
+            (self.folder / out).write_bytes(b"old")
+            command = ("failing_clipjoin", *arguments, "-o", out)
+            done = self.run_in_folder(*command, env={"FAIL": failures})
+            told = re.sub(r" at line \d+ of ", " at line LINE of ", done.err)
+            for word, name in (("OUT", out), ("ONE", self.one), ("TWO", self.two)):
+                said = said.replace(word, str(name))
+            self.assertEqual((done.status, done.out, told), (status, "", said))
+            self.assertEqual(os.listdir(self.folder), [out])
+            if pictures is None:
+                self.assertEqual((self.folder / out).read_bytes(), b"old")
+            else:
+                found = runs.samples_by_track(self.folder / out).get(1, [])
+                self.assertEqual(len(found), pictures)
 
     def test_a_requested_failure_that_does_not_happen_is_reported(self):
-        done = self.run_in_folder(
-            "failing_clipjoin", self.one, "-o", "out.mov", env={"FAIL": "NoSuchCall:1:-50"}
-        )
+        failing = {"FAIL": "NoSuchCall:1:-50"}
+        done = self.run_in_folder("failing_clipjoin", self.one, "-o", "out.mov", env=failing)
         self.assertEqual(done.status, 125)
-
-    # Joining
-
-    def test_a_segment_that_cannot_be_inserted_is_counted(self):
-        message = error("InsertMovieSegment", -2015, "clipjoin.cpp")
-        self.assert_counted(
-            "InsertMovieSegment:1:-2015", [self.one, self.two], message, written=True
-        )
-        self.assertEqual(self.pictures(), 10)
 
     def test_a_trace_names_the_failures(self):
         done = self.run_in_folder(
-            "failing_clipjoin", self.one, self.two, "-q", "-self-contained", "-o", "out.mov",
-            env={"FAIL": "InsertMovieSegment:1:-50", "REELWORK_TRACE": "1"},
+            "failing_clipjoin", self.one, self.two, "-q", "-o", "out.mov",
+            env={"FAIL": f"{INSERT}:1:-50", "REELWORK_TRACE": "1"},
         )  # fmt: skip
-        self.assertRegex(
-            done.err, r"(?m)^InsertMovieSegment: -50: the call hook refused it\nError in Ins"
-        )
+        line = rf"(?m)^{INSERT}: -50: the call hook refused it\nError in Ins"
+        self.assertRegex(done.err, line)
 
-    def test_movies_after_a_segment_that_cannot_be_inserted_are_joined(self):
-        message = error("InsertMovieSegment", -50, "clipjoin.cpp")
-        movies = [self.one, self.two, self.three]
-        self.assert_counted("InsertMovieSegment:1:-50", movies, message, written=True)
-        self.assertEqual(self.pictures(), 20)
-        self.assert_counted(
-            "InsertMovieSegment:*:-108", movies, message.replace("-50", "-108") * 2, written=True
-        )
-        self.assertEqual(self.pictures(), 10)
-
-    def test_an_unknown_duration_is_counted(self):
-        message = error("GetMoviesError", -2010, "clipjoin.cpp")
-        self.assert_counted("GetMovieDuration:1:-2010", [self.one, self.two], message, written=True)
-
-    def test_different_failures_add_up(self):
-        self.assert_counted(
-            "GetMovieDuration:1:-2010,InsertMovieSegment:*:-50",
-            [self.one, self.two, self.three],
-            error("GetMoviesError", -2010, "clipjoin.cpp") + self.after_duration_failure(),
-        )
-
-    def after_duration_failure(self):
-        # The run always tries to insert the third movie. It may or may not try the second, whose
-        # length is unknown.
-        done = self.run_in_folder(
-            "failing_clipjoin", self.one, self.two, self.three, "-q", "-o", "out.mov",
-            env={"FAIL": "GetMovieDuration:1:-2010,InsertMovieSegment:*:-50"},
-        )  # fmt: skip
-        count = done.err.count("InsertMovieSegment")
-        self.assertIn(count, (1, 2))
-        return error("InsertMovieSegment", -50, "clipjoin.cpp") * count
-
-    # Opening
-
-    OPENING = ("QTNewDataReferenceFromFullPathCFString", "NewMovieFromDataRef", "OpenMovieStorage")
+    def test_counted_failures_decide_the_status(self):
+        """-q does not silence the messages, but it does silence the closing lines."""
+        two, three = [self.one, self.two], [self.one, self.two, self.three]
+        for failures, movies, said, pictures in (
+            (f"{INSERT}:1:-2015", two, inserting(-2015), 10),
+            (f"{INSERT}:1:-50", three, inserting(-50), 20),
+            (f"{INSERT}:*:-108", three, inserting(-108) * 2, 10),
+            # The second movie, whose length is unknown, is left out.
+            ("GetMovieDuration:1:-2010", two, error("GetMoviesError", -2010, "clipjoin.cpp"), 10),
+            (f"{INSERT}:1:-50,{FLATTEN}:1:-47", two, inserting(-50) + BUSY, None),
+            (f"{ALIAS}:2:-37", two[:1], error("PathToDataRef", -37) + error(FLATTEN, -109), None),
+        ):  # fmt: skip
+            count = said.count("Error in ") - said.count(FLATTEN)
+            closing = MORE_ERRORS if count > 1 else ONE_ERROR
+            whole = [*movies, "-self-contained"]
+            self.assert_run(failures, whole, said + closing, 1, pictures)
+            self.assert_run(failures, [*whole, "-q"], said, 1, pictures)
 
     def test_an_input_that_cannot_be_opened_is_reported_but_not_counted(self):
-        one = str(self.one)
         quoting = HINT.replace("the file exists and that ", "that ")
-        for call in self.OPENING:
-            for code, message in (
-                (-2048, one + NOT_A_MOVIE),
-                (-2000, f"{one} does not exist. {quoting}"),
-                (-5000, f"Permissions error reading {one}\n"),
-                (-36, f"Error -36 reading {one}\n{HINT}"),
-                (-108, f"Error -108 reading {one}\n{HINT}"),
+        for call in OPENING:
+            for code, said in (
+                (-2048, "ONE" + NOT_A_MOVIE),
+                (-2000, f"ONE does not exist. {quoting}"),
+                (-5000, "Permissions error reading ONE\n"),
+                (-36, f"Error -36 reading ONE\n{HINT}"),
             ):
-                with self.subTest(call=call, code=code):
-                    self.assert_run(
-                        f"{call}:1:{code}", [one, self.two, "-q", "-self-contained"],
-                        message, 0, written=True,
-                    )  # fmt: skip
-                    self.assertEqual(self.pictures(), 10)
-
-    def test_the_hint_is_printed_once_per_run(self):
-        self.assert_run(
-            "NewMovieFromDataRef:1:-36,OpenMovieStorage:1:-49",
-            [self.one, self.two, self.three, "-q", "-self-contained"],
-            f"Error -36 reading {self.one}\n{HINT}Error -49 reading {self.two}\n", 0, written=True,
-        )  # fmt: skip
-
-    # Writing
+                movies = [self.one, self.two, "-q", "-self-contained"]
+                self.assert_run(f"{call}:1:{code}", movies, said, 0, 10)
+        # The hint is printed once.
+        movies = [self.one, self.two, self.three, "-q", "-self-contained"]
+        said = f"Error -36 reading ONE\n{HINT}Error -49 reading TWO\n"
+        self.assert_run("NewMovieFromDataRef:1:-36,OpenMovieStorage:1:-49", movies, said, 0, 10)
 
     def test_an_output_that_cannot_be_written_is_reported_but_not_counted(self):
-        for call, options in (
-            ("FlattenMovieDataToDataRef", ["-self-contained"]),
-            ("CreateMovieStorage", []),
-            ("AddMovieToStorage", []),
-            ("CloseComponent", []),
-        ):
-            for code, message in (
-                (-47, BUSY),
-                (-5000, NO_PERMISSION),
-                (-34, error(call, -34)),
-                (-39, error(call, -39)),
-            ):
-                with self.subTest(call=call, code=code):
-                    self.assert_not_counted(
-                        f"{call}:1:{code}", [self.one, *options], message, written=False
-                    )
+        for call in (FLATTEN, CREATE, "AddMovieToStorage", "CloseComponent"):
+            for code, said in ((-47, BUSY), (-5000, NO_PERMISSION), (-34, error(call, -34))):
+                whole = ["-self-contained"] if call == FLATTEN else []
+                notice = "" if whole else REFERENCE_NOTICE + ".\n"
+                self.assert_run(f"{call}:1:{code}", [self.one, *whole], notice + said, 0, None)
+                self.assert_run(f"{call}:1:{code}", [self.one, *whole, "-q"], said, 0, None)
 
-    def test_a_path_without_a_reference_is_counted_and_the_writing_fails_after_it(self):
-        # The second reference is the one to the output.
-        self.assert_run(
-            "QTNewDataReferenceFromFullPathCFString:2:-37", [self.one, "-self-contained"],
-            error("PathToDataRef", -37) + error("FlattenMovieDataToDataRef", -109) + ONE_ERROR, 1,
-            written=False,
-        )  # fmt: skip
-        self.assert_run(
-            "QTNewDataReferenceFromFullPathCFString:2:-37", [self.one, "-q"],
-            error("PathToDataRef", -37) + error("CreateMovieStorage", -109), 1, written=False,
-        )  # fmt: skip
+    def test_a_join_through_sample_tables_reports_each_failing_step(self):
+        by_90000 = ("-c", "copy", "-video_track_timescale", "90000")
+        scaled = runs.make_clip(self.movies / "s.mov", "-i", self.one, *by_90000)
+        last = error("myAppendTrack", -50, "clipjoin.cpp")
+        for call, line, goes_on in (
+            ("GetMediaDataRefCount", 828, True), ("GetMediaDataRef", 834, True),
+            ("AddMediaDataRef", 836, True), ("QTSampleTableCreateMutable", 859, False),
+            ("CopyMediaMutableSampleTable", 881, False), ("AddSampleTableToMedia", 883, False),
+            ("QTSampleTableGetProperty", 888, False), ("InsertMediaIntoTrack", 892, True),
+        ):  # fmt: skip
+            said = error(call, -50, "clipjoin.cpp", line)
+            said += ONE_ERROR if goes_on else last + MORE_ERRORS
+            for option in ("-unique-tracks", "-manual-join"):
+                done = self.run_in_folder(
+                    "failing_clipjoin", option, scaled, scaled, "-self-contained", "-o", "out.mov",
+                    env={"FAIL": f"{call}:1:-50"},
+                )  # fmt: skip
+                told = re.sub(r"(myAppendTrack at line )\d+", r"\1LINE", done.err)
+                self.assertEqual((done.status, told), (1, said), option)
 
-    def test_a_counted_failure_decides_the_status_although_writing_failed_too(self):
-        self.assert_run(
-            "InsertMovieSegment:1:-50,FlattenMovieDataToDataRef:1:-47",
-            [self.one, self.two, "-self-contained"],
-            error("InsertMovieSegment", -50, "clipjoin.cpp") + BUSY + ONE_ERROR, 1, written=False,
-        )  # fmt: skip
-
-    def pictures(self):
-        return sum(len(s) for s in runs.samples_by_track(self.folder / "out.mov").values())
+    def test_an_mpeg4_file_is_tried_ten_times(self):
+        """Files without hints are made if hints cannot be."""
+        for failures, said, count, pictures in (
+            (f"{CREATE}:1:-47", error(CREATE, -47), 0, 10),
+            (f"{CREATE}:1:-48,{CREATE}:2:-47", error(CREATE, -48) + error(CREATE, -47), 0, 10),
+            (f"{CREATE}:*:-47", error(CREATE, -47) * 10 + BUSY, 1, 10),
+            (f"{CREATE}:*:-48", error(CREATE, -48) * 10, 1, 10),
+            (f"{CREATE}:1:-47,{CREATE}:2:-34", error(CREATE, -47) + error(CREATE, -34), 1, 10),
+            (f"{CREATE}:1:-5000", error(CREATE, -5000), 1, 10),
+            (f"{CONVERT}:1:-48", error(CONVERT, -48), 0, 10),
+            (f"{CONVERT}:*:-47", error(CONVERT, -47) * 10, 1, None),
+            (f"{CONVERT}:1:-39", error(CONVERT, -39), 1, None),
+            (f"{ALIAS}:2:-37",
+             error("PathToDataRef", -37) + error(CREATE, -109) + error(CONVERT, -109), 3, None),
+            ("OpenADefaultComponent:1:-2003", error("OpenADefaultComponent", -2003), 1, 10),
+            ("MovieExportSetSettingsFromAtomContainer:1:-50", "", 0, 10),
+            ("PtrToHand:1:-108", "", 0, 10),
+        ):  # fmt: skip
+            closing = ("", ONE_ERROR)[count] if count < 2 else MORE_ERRORS
+            out, plain = "out.mp4", not failures.startswith("C")
+            said = runs.ANNOTATIONS_ARE_LOST + said + closing
+            self.assert_run(failures, [self.one, "-mp4"], said, int(count > 0), pictures, out)
+            if pictures:
+                kinds = [track.kind for track in runs.tracks(self.folder / out).values()]
+                self.assertEqual(kinds, ["vide"] if plain else ["vide", "hint"])
 
 
 if __name__ == "__main__":

@@ -1,16 +1,14 @@
 #!/usr/bin/env python3
 """Movies with more bytes, time units or samples than 32 bits can count. Their media is a hole in
-the file."""
+the file, with noise at its end."""
 
-import os
+import random
 import resource
 import struct
-import unittest
 import zlib
 
 import runs
 
-FOUR_GIB = 1 << 32
 SANITIZERS = b"__asan_init" in (runs.BIN / "clipjoin").read_bytes() if runs.BIN.exists() else False
 RATE = 44100
 
@@ -20,43 +18,12 @@ def atom(kind, *content):
     return struct.pack(">I4s", 8 + len(data), kind) + data
 
 
-def rebuilt(header, change):
-    """A copy of the content of a movie header, in which each atom has the type and content that
-    change(type, content) returns."""
-    inner = b""
-    for kind, content in runs.atoms(header):
-        if kind in ("trak", "mdia", "minf", "stbl"):
-            content = rebuilt(content, change)
-        kind, content = change(kind, content)
-        inner += atom(kind.encode("latin-1"), content)
-    return inner
-
-
-def far_away(clip, path, distance):
-    """The clip, with a hole before its media."""
-    ftyp, media = (runs.child(clip, kind) for kind in ("ftyp", "mdat"))
-    start = clip.index(media)
-
-    def change(kind, content):
-        if kind != "stco":
-            return kind, content
-        offsets = struct.unpack_from(f">{len(content) // 4 - 2}I", content, 8)
-        moved = [distance + offset - start for offset in offsets]
-        return "co64", content[:8] + struct.pack(f">{len(moved)}Q", *moved)
-
-    with open(path, "wb") as file:
-        file.write(atom(b"ftyp", ftyp))
-        file.write(struct.pack(">I4sQ", 1, b"mdat", distance + len(media) - file.tell()))
-        file.seek(distance)
-        file.write(media)
-        file.write(atom(b"moov", rebuilt(runs.child(clip, "moov"), change)))
-
-
+NOISE = random.Random(1).randbytes(2 * RATE)
 IDENTITY = struct.pack(">9i", 1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30)
 
 
 def plain_sound(path, frames, bits=16):
-    """A movie of uncompressed, silent sound with one channel. Its media is a hole."""
+    """A movie of uncompressed sound with one channel. It is silent but for its last second."""
     size = bits // 8
     sound = struct.pack(">6xH8xHHI", 1, 1, bits, 0) + struct.pack(">I", RATE << 16)
     chunk = 4096
@@ -88,8 +55,8 @@ def plain_sound(path, frames, bits=16):
     )  # fmt: skip
     with open(path, "wb") as file:
         file.write(struct.pack(">I4sQ", 1, b"mdat", 16 + frames * size))
-        file.truncate(16 + frames * size)
-        file.seek(0, os.SEEK_END)
+        file.seek(16 + max(frames - RATE, 0) * size)
+        file.write(NOISE[-frames * size :] if frames < RATE else NOISE[: RATE * size])
         file.write(movie)
     return path
 
@@ -104,50 +71,41 @@ def seconds_used(work):
     return used() - before
 
 
-@runs.has_tools("ffmpeg", "ffprobe")
 class LargeMovies(runs.RunTest):
-    @classmethod
-    def setUpClass(cls):
-        cls.clip = runs.make_clip(
-            runs.temporary_folder(cls) / "clip.mov",
-            "-f", "lavfi", "-i", "testsrc2=s=64x48:r=10:d=2", "-f", "lavfi", "-i", "sine=d=2",
-            "-c:v", "libx264", "-bf", "2", "-g", "5", "-c:a", "aac",
-        )  # fmt: skip
-
     def test_media_beyond_four_gibibytes(self):
-        far = self.folder / "far.mov"
-        far_away(self.clip.read_bytes(), far, FOUR_GIB + 12345)
-        self.assertLess(far.stat().st_blocks * 512, 1 << 20, "the file system has no holes")
-        self.assertEqual(len(runs.frames(far)), 20, "the test is wrong")
-        whole = self.join_whole("whole.mov", far)
-        self.assertEqual(runs.samples_by_track(whole), runs.samples_by_track(self.clip))
-        joined = self.join("joined.mov", far, self.clip, far)
-        self.assertIn(b"co64", joined.read_bytes())
-        again = self.join_whole("again.mov", joined)
-        self.assertEqual(
-            [f.hash for f in runs.frames(again)], 3 * [f.hash for f in runs.frames(self.clip)]
-        )
-        cut = self.join("cut.mov", far, options=["-self-contained", "-startAt", "1"])
-        self.assertEqual(
-            [f.hash for f in runs.frames(cut)], [f.hash for f in runs.frames(self.clip)][10:]
-        )
-        done = self.run_in_folder("cliptune", far, "-save-in-place", "-set-looping")
+        frames = (1 << 31) + 100_000
+        long = plain_sound(self.folder / "long.mov", frames)
+        self.assertLess(long.stat().st_blocks * 512, 8 << 20, "the file system has no holes")
+        refers = self.folder / "refers.mov"
+        self.assertLess(seconds_used(lambda: self.join(refers, long)), 2)
+        self.assertIn(b"co64", refers.read_bytes())
+        last = frames // RATE - 2
+        for source in (long, refers):
+            options = ["-self-contained", "-startAt", str(last)]
+            cut = self.join("cut.mov", source, options=options)
+            found = runs.sound(cut)
+            self.assertEqual(len(found), frames - last * RATE)
+            self.assertEqual(found[-RATE:].tobytes(), NOISE)
+        done = self.run_in_folder("cliptune", long, "-save-in-place", "-set-looping")
         self.assertEqual(done, runs.Result(0, "", ""))
-        self.assertEqual(len(runs.frames(far)), 20)
+        cut = self.join("cut.mov", long, options=options)
+        self.assertEqual(runs.sound(cut)[-RATE:].tobytes(), NOISE)
 
-    def test_more_than_four_thousand_million_time_units(self):
+    def test_times_beyond_32_bits(self):
+        """The clip plays slower by changed deltas, so that each sample lasts for days."""
         delta = 0x7FFFFFF0
-
-        def change(kind, content):
-            if kind == "stts":
-                content = struct.pack(">4I", 0, 1, struct.unpack_from(">I", content, 8)[0], delta)
-            return (kind, content) if kind not in ("edts", "ctts") else ("free", content)
-
-        data = self.clip.read_bytes()
-        header = runs.child(data, "moov")
+        data = bytearray((runs.DATA / "h264.mp4").read_bytes())
+        for unused in (b"edts", b"ctts"):
+            data = data.replace(unused, b"free")
+        at = data.find(b"stts")
+        while at >= 0:
+            rows = struct.unpack_from(">I", data, at + 8)[0]
+            for row in range(rows):
+                struct.pack_into(">I", data, at + 16 + 8 * row, delta)
+            at = data.find(b"stts", at + 4)
         slow = self.folder / "slow.mov"
-        slow.write_bytes(data.replace(atom(b"moov", header), atom(b"moov", rebuilt(header, change))))
-        scales = {number: track.scale for number, track in runs.tracks(self.clip).items()}
+        slow.write_bytes(data)
+        scales = {number: track.scale for number, track in runs.tracks(slow).items()}
         counts = {number: len(found) for number, found in runs.samples_by_track(slow).items()}
         for name, options in (("reference.mov", []), ("whole.mov", ["-self-contained"])):
             out = self.join(name, slow, slow, options=options)
@@ -159,30 +117,13 @@ class LargeMovies(runs.RunTest):
             longest = max(2 * counts[number] * delta / scales[number] for number in scales)
             self.assertAlmostEqual(float(runs.movie_duration(out)) / longest, 1, delta=1e-9)
         found = runs.samples_by_track(self.folder / "whole.mov")[1]
-        # The second clip starts where the longest track ends, at a whole unit of the movie, which is
-        # longer than one media unit.
+        # The second clip starts where the longest track ends, at a whole unit of the movie, which
+        # is longer than one media unit.
         shift = found[counts[1]].dts - counts[1] * delta
         gap = max(counts[n] * delta * scales[1] // scales[n] for n in scales) - counts[1] * delta
         self.assertAlmostEqual(shift, gap, delta=scales[1] // 600)
         times = [i * delta + (shift if i >= counts[1] else 0) for i in range(2 * counts[1])]
         self.assert_same([p.dts for p in found], times)
-
-    def test_an_hour_of_uncompressed_sound_takes_little_time(self):
-        hour = plain_sound(self.folder / "hour.mov", 3600 * RATE)
-
-        def refer():
-            self.join("reference.mov", hour, hour, hour)
-
-        # With sanitizers this is ten times slower.
-        self.assertLess(seconds_used(refer), 2)
-        self.assertAlmostEqual(
-            float(runs.movie_duration(self.folder / "reference.mov")), 3 * 3600, delta=0.01
-        )
-        cut = self.join(
-            "cut.mov", hour, options=["-self-contained", "-startAt", "1800", "-trimTo", "10"]
-        )
-        self.assertEqual(len(runs.sound(cut)), 10 * RATE)
-        self.assertLess(cut.stat().st_size, 10 * RATE * 2 + 10000)
 
     def test_the_largest_sample_count_of_a_file(self):
         frames = (1 << 31) + 1000
@@ -245,7 +186,8 @@ class Bounds(runs.RunTest):
         self.assertRegex(done.err, r"\AError -2002 reading zeros\.mov\n")
 
     def test_standard_input_without_file_names_is_refused(self):
-        refused = "Error processing option -names-from-stdin: standard input is not a list of file names\n"
+        refused = "Error processing option -names-from-stdin: "
+        refused += "standard input is not a list of file names\n"
         names = self.folder / "names"
         names.write_text(100_001 * "a\n")
         for path in ("/dev/zero", names):

@@ -26,6 +26,9 @@ BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resol
 RELEASE_BIN = ROOT / "build" / "bin"
 CORPUS = pathlib.Path(os.environ.get("REELWORK_CORPUS", ROOT.parent / "shared"))
 MEDIA = CORPUS / "media"
+DATA = ROOT / "tests" / "data"
+# The small movies of the project, and the collection.
+MOVIES = sorted([*DATA.glob("*.m*"), *DATA.glob("*.3gp"), *MEDIA.glob("*/*.[mM3]*")])
 
 SKIPPED = 77  # ctest takes this status for "skipped"
 CONTACT = "<reelwork@example.org>"
@@ -42,6 +45,11 @@ ONE_ERROR = (
 MORE_ERRORS = (
     f"(Yes, we know these error messages stink. Email us at {CONTACT}\n"
     "if you can't figure out what they mean.)\n"
+)
+
+ANNOTATIONS_ARE_LOST = (
+    "Warning: the movie has annotations that will not appear in the output file.\n"
+    "iTunes can be used to manually add annotations to m4a files.\n"
 )
 
 needs_corpus = unittest.skipUnless(MEDIA.is_dir(), f"there is no collection {MEDIA}")

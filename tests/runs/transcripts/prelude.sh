@@ -153,3 +153,9 @@ recipe() {
   sed -n "/^\.Ss $1\$/,/^\.S[sh] /p" "$(dirname "$BASH_ENV")/../../../man/Reelwork.7" |
     sed -n '/^\.Bd/,/^\.Ed/{/^\.[BE]d/d; s/^\$ //; s/\\e/\\/g; s/\\-/-/g; s/\\(aq/'\''/g; p}'
 }
+
+# tracks FILE: the kind of each track, whether it is enabled, and its length.
+tracks() {
+  paste -d ' ' <(ffprobe -v error -show_entries stream=codec_type:stream_disposition=default -of csv=p=0 "$1" |
+    sed 's/,1/ on/; s/,0/ off/') <(exiftool -a -s3 -TrackDuration "$1") | paste -sd , | sed 's/,/, /g'
+}
