@@ -52,6 +52,7 @@ void PartsWriter::CopyMedia(const WritePart& part, Disk& disk) {
   SideBySide(windows, ThreadsToCopy(part, disk), [&](std::uint64_t index, Bytes&) {
     CopyWindow({index * kWindow, std::min(part.size, (index + 1) * kWindow)}, part.at, disk);
   });
+  Report(0);  // of what the other threads have copied since the last report
 }
 
 std::uint64_t PartsWriter::ThreadsToCopy(const WritePart& part, Disk& disk) const {
