@@ -147,7 +147,9 @@ class Bounds(runs.RunTest):
         results = []
 
         def work():
-            results.append(self.run_in_folder(*arguments, preexec_fn=limit, **more))
+            results.append(
+                self.run_in_folder(*arguments, preexec_fn=limit, timeout=300, **more)
+            )
 
         # A debug build is five times slower than a release, and one with sanitizers twenty times.
         self.assertLess(seconds_used(work), seconds * (20 if SANITIZERS else 5))
