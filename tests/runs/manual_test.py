@@ -21,9 +21,8 @@ if INSTALLED.is_dir():
     PAGES["clipinfo"] = INSTALLED / "man1" / "clipinfo.1.gz"
     PAGES["Reelwork"] = INSTALLED / "man7" / "Reelwork.7.gz"
 else:
-    PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in COMMANDS}
-    PAGES["clipinfo"] = ROOT / "man" / "clipinfo.1"
-    PAGES["Reelwork"] = ROOT / "man" / "Reelwork.7"
+    PAGES = {name: BIN.parent / "man" / f"{name}.1" for name in (*COMMANDS, "clipinfo")}
+    PAGES["Reelwork"] = BIN.parent / "man" / "Reelwork.7"
 
 TAGS_ARE_LOST = (
     "Warning: the movie has annotations that will not appear in the output file.\n"
@@ -96,7 +95,9 @@ class Pages(unittest.TestCase):
             for line in subprocess.run(
                 ["mandoc", "-T", "lint"], input=text_of(page), capture_output=True, text=True
             ).stdout.splitlines()
-            if not re.search(rf"referenced manual not found: Xr ({ours})|outdated mandoc.db", line)
+            if not re.search(
+                rf"referenced manual not found: Xr ({ours})|outdated mandoc.db|Os Reelwork", line
+            )
         ]
         self.assertEqual(found, [])
 
