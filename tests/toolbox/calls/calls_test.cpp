@@ -1,5 +1,6 @@
+// The contracts of the calls that no command can show: null arguments, the movies error, the hook,
+// and files that change between two calls.
 #include <gtest/gtest.h>
-#include <sys/file.h>
 
 #include <memory>
 #include <new>
@@ -7,7 +8,6 @@
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/malformed.h"
 #include "toolbox/calls/call.h"
-#include "toolbox/disk/descriptor.h"
 #include "toolbox/toolbox.h"
 
 namespace toolbox {
@@ -22,21 +22,23 @@ class Calls : public InFolder {
   Calls() { std::ignore = GetMoviesError(); }
   ~Calls() override { SetCallHook({}); }
 
-  // Data references live as long as the test.
-  Handle To(const fs::path& path) {
+  // The code for a path, and its data reference, which lives as long as the test.
+  OSErr CodeOfPath(const std::string& path, Handle& handle, int style = kQTPOSIXPathStyle) {
     const CFStringRef text =
         CFStringCreateWithCString(nullptr, path.c_str(), kCFStringEncodingUTF8);
-    Handle handle = nullptr;
     FourCC type;
-    EXPECT_EQ(QTNewDataReferenceFromFullPathCFString(text, kQTPOSIXPathStyle, 0, &handle, &type),
-              noErr);
-    EXPECT_EQ(type, kAlias);
+    const OSErr code = QTNewDataReferenceFromFullPathCFString(text, style, 0, &handle, &type);
     CFRelease(text);
     handles_.emplace_back(handle, DisposeHandle);
+    return code;
+  }
+  Handle To(const fs::path& path) {
+    Handle handle = nullptr;
+    EXPECT_EQ(CodeOfPath(path.native(), handle), noErr);
     return handle;
   }
-  OSErr Open(const fs::path& path, Movie& movie) {
-    return NewMovieFromDataRef(&movie, newMovieActive, nullptr, To(path), kAlias);
+  OSErr Open(const fs::path& path, Movie& movie, std::int16_t flags = newMovieActive) {
+    return NewMovieFromDataRef(&movie, flags, nullptr, To(path), kAlias);
   }
   OSErr Create(const fs::path& path, std::uint32_t flags, DataHandler& handler) {
     return CreateMovieStorage(To(path), kAlias, kCreator, smSystemScript, flags, &handler, nullptr);
@@ -66,19 +68,34 @@ TEST_F(Calls, LeaveTheirResultAsTheMoviesErrorUntilItIsAskedFor) {
   EXPECT_EQ(GetMoviesError(), noErr) << "every call overwrites it";
 }
 
-TEST_F(Calls, AnswerNullReferencesWithTheirCodes) {
+TEST_F(Calls, RefuseNullAndImpossibleArguments) {
   const Movie movie = NewMovie(0);
+  const Handle handle = NewHandleClear(1);
   DataHandler handler = nullptr;
   Movie opened = nullptr;
+  Handle made = nullptr;
   EXPECT_EQ(InsertMovieSegment(nullptr, movie, 0, 1, 0), invalidMovie);
   EXPECT_EQ(InsertMovieSegment(movie, nullptr, 0, 1, 0), invalidMovie);
   EXPECT_EQ(NewMovieFromDataRef(&opened, 0, nullptr, nullptr, kAlias), nilHandleErr);
+  EXPECT_EQ(NewMovieFromDataRef(&opened, 0, nullptr, handle, FourCC{"url "}), noDataHandler);
   EXPECT_EQ(OpenMovieStorage(nullptr, kAlias, 0, &handler), nilHandleErr);
   EXPECT_EQ(AddMovieToStorage(movie, nullptr), fnOpnErr);
   EXPECT_EQ(CloseMovieStorage(nullptr), fnOpnErr);
   EXPECT_EQ(CloseComponent(DataHandler{}), invalidComponentID);
   EXPECT_EQ(Flatten(nullptr, folder_ / "out.mov"), invalidMovie);
   EXPECT_FALSE(fs::exists(folder_ / "out.mov"));
+  EXPECT_EQ(CodeOfPath("", made), paramErr);
+  EXPECT_EQ(CodeOfPath("a.mov", made), paramErr);
+  EXPECT_EQ(CodeOfPath("/a.mov", made, 1), paramErr);
+  EXPECT_EQ(CodeOfPath("/" + std::string(300, 'x'), made), bdNamErr);
+  EXPECT_EQ(QTNewDataReferenceFromFullPathCFString(nullptr, kQTPOSIXPathStyle, 0, &made, nullptr),
+            paramErr);
+  EXPECT_EQ(made, nullptr);
+  EXPECT_EQ(PtrAndHand("ab", nullptr, 2), nilHandleErr);
+  EXPECT_EQ(PtrAndHand("ab", handle, -1), paramErr);
+  EXPECT_EQ(PtrAndHand(nullptr, handle, 0), noErr);
+  EXPECT_EQ(PtrAndHand("ab", handle, 2), noErr);
+  EXPECT_EQ(handle->bytes, (Bytes{0, 'a', 'b'}));
   const auto errorOf = [](auto&& call) {
     call();
     return GetMoviesError();
@@ -89,8 +106,9 @@ TEST_F(Calls, AnswerNullReferencesWithTheirCodes) {
   EXPECT_EQ(errorOf([] { DisposeHandle(nullptr); }), noErr);
   EXPECT_EQ(errorOf([] { std::ignore = NewHandle(-1); }), paramErr);
   EXPECT_EQ(errorOf([] { std::ignore = CFStringCreateWithCString(nullptr, "x", 9); }), paramErr);
+  EXPECT_EQ(errorOf([] { std::ignore = CFStringGetCString(nullptr, nullptr, 3, 0); }), paramErr);
   EXPECT_EQ(GetMovieTimeScale(movie), 600);
-  DisposeMovie(movie);
+  DisposeMovie(movie), DisposeHandle(handle);
 }
 
 TEST_F(Calls, AnswerWithACodeWhateverIsThrown) {
@@ -102,133 +120,72 @@ TEST_F(Calls, AnswerWithACodeWhateverIsThrown) {
   EXPECT_EQ(GetMoviesError(), eofErr);
 }
 
-TEST_F(Calls, FailAsTheHookSays) {
-  int count = 0;
-  SetCallHook([&](std::string_view name) {
-    return name == "NewMovie" && ++count == 2 ? OSErr{memFullErr} : OSErr{noErr};
-  });
-  const Movie first = NewMovie(0), second = NewMovie(0);
-  EXPECT_NE(first, nullptr);
-  EXPECT_EQ(second, nullptr);
-  EXPECT_EQ(GetMoviesError(), memFullErr);
+TEST_F(Calls, DoNothingIfTheHookRefusesThem) {
+  const Movie movie = NewMovie(0);
   SetCallHook([](std::string_view name) { return name == "SetMovieTimeScale" ? ioErr : noErr; });
-  SetMovieTimeScale(first, 1000);
+  SetMovieTimeScale(movie, 1000);
   EXPECT_EQ(GetMoviesError(), ioErr);
-  EXPECT_EQ(GetMovieTimeScale(first), 600) << "a call that fails does nothing";
-  DisposeMovie(first);
+  EXPECT_EQ(GetMovieTimeScale(movie), 600);
+  DisposeMovie(movie);
 }
 
-TEST_F(Calls, TakeOnlyAbsolutePathsOfPossibleNames) {
-  Handle handle = nullptr;
-  FourCC type;
-  const auto codeOf = [&](const std::string& path, int style = kQTPOSIXPathStyle) {
-    const CFStringRef text =
-        CFStringCreateWithCString(nullptr, path.c_str(), kCFStringEncodingUTF8);
-    const OSErr code = QTNewDataReferenceFromFullPathCFString(text, style, 0, &handle, &type);
-    CFRelease(text);
-    return code;
-  };
-  EXPECT_EQ(codeOf(""), paramErr);
-  EXPECT_EQ(codeOf("a.mov"), paramErr);
-  EXPECT_EQ(codeOf("/a.mov", 1), paramErr);
-  EXPECT_EQ(codeOf("/" + std::string(300, 'x')), bdNamErr);
-  EXPECT_EQ(QTNewDataReferenceFromFullPathCFString(nullptr, kQTPOSIXPathStyle, 0, &handle, &type),
-            paramErr);
-  EXPECT_EQ(handle, nullptr);
-}
-
-TEST_F(Calls, SayWhyAMovieDoesNotOpen) {
-  Movie movie = nullptr;
-  EXPECT_EQ(Open(folder_ / "none.mov", movie), couldNotResolveDataRef);
-  EXPECT_EQ(Open(Store("empty", {}), movie), noMovieFound);
-  EXPECT_EQ(Open(Store("broken", Atom("moov", Zeros(3))), movie), badPublicMovieAtom);
-  EXPECT_EQ(Open(folder_, movie), notAFileErr);
-  EXPECT_EQ(NewMovieFromDataRef(&movie, 0, nullptr, To(folder_), FourCC{"url "}), noDataHandler);
-  EXPECT_EQ(movie, nullptr);
-}
-
-TEST_F(Calls, WriteAndOpenBothFormsOfAMovie) {
+TEST_F(Calls, WriteAndOpenAReferenceMovie) {
   Movie movie = nullptr;
   DataHandler handler = nullptr;
-  ASSERT_EQ(Open(StoreMovie("in.mov"), movie), noErr);
-  EXPECT_EQ(Flatten(movie, folder_ / "flat.mov"), noErr);
-  ASSERT_EQ(Create(folder_ / "ref.mov", 0, handler), noErr);
+  const fs::path ref = folder_ / "ref.mov", in = StoreMovie("in.mov");
+  ASSERT_EQ(Open(in, movie), noErr);
+  ASSERT_EQ(Create(ref, 0, handler), noErr);
   EXPECT_EQ(AddMovieToStorage(movie, handler), noErr);
-  EXPECT_FALSE(fs::exists(folder_ / "ref.mov")) << "it takes its name when it is closed";
+  EXPECT_FALSE(fs::exists(ref)) << "it takes its name when it is closed";
   EXPECT_EQ(CloseMovieStorage(handler), noErr);
+  EXPECT_EQ(CloseMovieStorage(handler), fnOpnErr);
   DisposeMovie(movie);
-  for (const char* name : {"flat.mov", "ref.mov"}) {
-    std::int16_t resource = 0;
-    ASSERT_EQ(NewMovieFromDataRef(&movie, 0, &resource, To(folder_ / name), kAlias), noErr);
-    EXPECT_EQ(resource, -1);
-    EXPECT_EQ(GetMovieDuration(movie), 1800);
-    DisposeMovie(movie);
-  }
-  fs::remove(folder_ / "in.mov");
-  EXPECT_EQ(Open(folder_ / "ref.mov", movie), couldNotResolveDataRef);
-  EXPECT_EQ(NewMovieFromDataRef(&movie, newMovieDontResolveDataRefs, nullptr,
-                                To(folder_ / "ref.mov"), kAlias),
-            noErr);
+  std::int16_t resource = 0;
+  ASSERT_EQ(NewMovieFromDataRef(&movie, 0, &resource, To(ref), kAlias), noErr);
+  EXPECT_EQ(resource, -1);
+  EXPECT_EQ(GetMovieDuration(movie), 1800);
+  DisposeMovie(movie);
+  fs::remove(in);
+  EXPECT_EQ(Open(ref, movie), couldNotResolveDataRef);
+  EXPECT_EQ(Open(ref, movie, newMovieDontResolveDataRefs), noErr);
   EXPECT_EQ(Flatten(movie, folder_ / "again.mov"), couldNotResolveDataRef);
   DisposeMovie(movie);
 }
 
-TEST_F(Calls, NeverWriteAMovieOverItsOwnMedia) {
+TEST_F(Calls, NeverWriteAMovieOverItsOwnMediaOrOverAnotherFile) {
   Movie movie = nullptr;
   DataHandler handler = nullptr;
-  ASSERT_EQ(Open(StoreMovie("in.mov"), movie), noErr);
-  const Bytes before = Stored(folder_ / "in.mov");
-  fs::create_symlink(folder_ / "in.mov", folder_ / "link.mov");
+  const fs::path in = StoreMovie("in.mov"), there = StoreMovie("there.mov");
+  ASSERT_EQ(Open(in, movie), noErr);
+  const Bytes before = Stored(in);
+  fs::create_symlink(in, folder_ / "link.mov");
   for (const char* name : {"in.mov", "link.mov"}) {
     EXPECT_EQ(Create(folder_ / name, createMovieFileDeleteCurFile, handler), fBsyErr);
     EXPECT_EQ(Flatten(movie, folder_ / name), fBsyErr);
-    EXPECT_EQ(Stored(folder_ / "in.mov"), before) << "written by way of " << name;
+    EXPECT_EQ(Stored(in), before) << "written by way of " << name;
   }
+  EXPECT_EQ(Create(there, 0, handler), dupFNErr);
+  EXPECT_EQ(Flatten(movie, there, 0), dupFNErr);
+  EXPECT_EQ(OpenMovieStorage(To(folder_ / "none"), kAlias, kDataHCanWrite, &handler), fnfErr);
+  EXPECT_EQ(handler, nullptr);
+  ASSERT_EQ(OpenMovieStorage(To(there), kAlias, kDataHCanRead, &handler), noErr);
+  EXPECT_EQ(AddMovieToStorage(movie, handler), dataNotOpenForWrite);
+  EXPECT_EQ(UpdateMovieInStorage(movie, handler), dataNotOpenForWrite);
+  EXPECT_EQ(CloseComponent(handler), noErr);
   DisposeMovie(movie);
 }
 
-TEST_F(Calls, NeverUpdateAFileThatSomebodyHasChanged) {
+TEST_F(Calls, NeverUpdateAFileThatSomebodyHasReplaced) {
   const fs::path path = StoreMovie("in.mov");
-  for (const bool isReplaced : {false, true}) {
-    Movie movie = nullptr;
-    DataHandler handler = nullptr;
-    ASSERT_EQ(Open(path, movie), noErr);
-    ASSERT_EQ(OpenMovieStorage(To(path), kAlias, kDataHCanRead | kDataHCanWrite, &handler), noErr);
-    if (isReplaced) {
-      StoreMovie("other.mov");
-      fs::rename(folder_ / "other.mov", path);
-    } else {
-      Bytes longer = Stored(path);
-      longer.resize(longer.size() + 8);
-      Store("in.mov", longer);
-    }
-    const Bytes before = Stored(path);
-    EXPECT_EQ(UpdateMovieInStorage(movie, handler), fBsyErr);
-    EXPECT_EQ(Stored(path), before);
-    EXPECT_EQ(CloseMovieStorage(handler), noErr);
-    DisposeMovie(movie);
-  }
-}
-
-TEST_F(Calls, SayWhyAFileCannotBeWritten) {
-  const Movie movie = NewMovie(0);
+  Movie movie = nullptr;
   DataHandler handler = nullptr;
-  const fs::path there = StoreMovie("there.mov");
-  EXPECT_EQ(Create(there, 0, handler), dupFNErr);
-  EXPECT_EQ(Create(folder_ / "no" / "out.mov", 0, handler), dirNFErr);
-  EXPECT_EQ(Create(folder_, createMovieFileDeleteCurFile, handler), notAFileErr);
-  EXPECT_EQ(OpenMovieStorage(To(folder_ / "none"), kAlias, kDataHCanWrite, &handler), fnfErr);
-  EXPECT_EQ(handler, nullptr);
-  EXPECT_EQ(Flatten(movie, there, 0), dupFNErr);
-  ASSERT_EQ(OpenMovieStorage(To(there), kAlias, kDataHCanRead, &handler), noErr);
-  EXPECT_EQ(AddMovieToStorage(movie, handler), dataNotOpenForWrite);
-  EXPECT_EQ(CloseComponent(handler), noErr);
-  {
-    const Descriptor locked(there, 0);
-    ASSERT_EQ(flock(locked.Number(), LOCK_EX | LOCK_NB), 0);
-    EXPECT_EQ(OpenMovieStorage(To(there), kAlias, kDataHCanWrite, &handler), fBsyErr);
-    EXPECT_EQ(Flatten(movie, there), fBsyErr);
-  }
+  ASSERT_EQ(Open(path, movie), noErr);
+  ASSERT_EQ(OpenMovieStorage(To(path), kAlias, kDataHCanRead | kDataHCanWrite, &handler), noErr);
+  const Bytes before = Stored(path);
+  fs::rename(StoreMovie("other.mov"), path);
+  EXPECT_EQ(UpdateMovieInStorage(movie, handler), fBsyErr);
+  EXPECT_EQ(Stored(path), before);
+  EXPECT_EQ(CloseMovieStorage(handler), noErr);
   DisposeMovie(movie);
 }
 

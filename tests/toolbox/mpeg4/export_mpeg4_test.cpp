@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <sstream>
 #include <vector>
 
 #include "tests/toolbox/bytes.h"
@@ -156,32 +157,28 @@ TEST_F(Export, TakesOnlyTheTracksThatBelong) {
 
 TEST_F(Export, KeepsTheChapters) {
   constexpr FourCC kChapters{"chap"}, kText{"text"};
-  TrackRecord& titles = AddPlainTrack(movie_, kText, 600, PlainRows(1, 600, 10));
-  TrackRecord& more = AddPlainTrack(movie_, kText, 600, PlainRows(1, 600, 10));
-  for (TrackRecord* text : {&titles, &more}) {
-    text->media->descriptions = {{Atom("text", Zeros(6), U16(1), Zeros(43)), 0}};
-  }
-  // Only these two become part of the file: neither images nor a track that shows nothing.
-  pictures_->Refer(kChapters, titles);
-  sound_->Refer(kChapters, titles);
-  sound_->Refer(kChapters, more);
+  const auto addText = [&](std::uint32_t count) -> TrackRecord& {
+    TrackRecord& text = AddPlainTrack(movie_, kText, 600, PlainRows(count, 600, 10));
+    text.media->descriptions = {{Atom("text", Zeros(6), U16(1), Zeros(43)), 0}};
+    return text;
+  };
+  TrackRecord &titles = addText(1), &more = addText(1), &nothing = addText(0);
   TrackRecord& images = AddPlainTrack(movie_, kVideo, 600, PlainRows(1, 600, 10));
   images.header.flags = 0;
-  sound_->Refer(kChapters, images);
-  sound_->Refer(kChapters, AddPlainTrack(movie_, kText, 600, PlainRows(0, 600, 10)));
+  // Only the first two become part of the file.
+  pictures_->Refer(kChapters, titles);
+  for (TrackRecord* text : {&titles, &more, &images, &nothing}) sound_->Refer(kChapters, *text);
   using Chapters = std::vector<TrackRecord*>;
   const FilePlan plan = Planned(true);
   const auto& tracks = plan.movie->tracks;
-  const Chapters both{tracks.at(2).get(), tracks.at(3).get()};
+  ASSERT_EQ(tracks.size(), 6U) << "with two hint tracks at the end";
+  const Chapters both{tracks[2].get(), tracks[3].get()};
   EXPECT_EQ(tracks[0]->references.at(0).targets, Chapters{both[0]});
   EXPECT_EQ(tracks[1]->references.at(0).targets, both);
   EXPECT_EQ(both[0]->header.flags, 6U);
   EXPECT_EQ(both[0]->media->infoSiblings.at(0).type, FourCC{"gmhd"});
   EXPECT_EQ(both[0]->media->descriptions.at(0).bytes, titles.media->descriptions[0].bytes);
-  EXPECT_EQ(tracks.at(4)->media->Type(), FourCC{"hint"});
-  EXPECT_EQ(tracks.size(), 6U);
-  // A track that is left out passes its chapters on.
-  sound_->header.flags = 0;
+  sound_->header.flags = 0;  // a track that is left out passes its chapters on
   const FilePlan silent = Planned();
   const auto& left = silent.movie->tracks;
   ASSERT_EQ(left.size(), 3U);
@@ -194,14 +191,11 @@ TEST_F(Export, KeepsTheChapters) {
 }
 
 TEST_F(Export, NamesLanguagesAsIsoDoes) {
-  for (const auto& [quickTime, iso] : std::vector<std::pair<int, int>>{{0, 0x15C7},
-                                                                       {2, 0x10B5},
-                                                                       {46, 0x08AC},
-                                                                       {47, 0x55C4},
-                                                                       {0x7FFF, 0x55C4},
-                                                                       {0x55C4, 0x55C4},
-                                                                       {0x15C7, 0x15C7}}) {
-    pictures_->media->header.language = static_cast<std::uint16_t>(quickTime);
+  constexpr std::uint16_t kLanguages[][2] = {{0, 0x15C7},     {2, 0x10B5},      {46, 0x08AC},
+                                             {47, 0x55C4},    {0x7FFF, 0x55C4}, {0x55C4, 0x55C4},
+                                             {0x15C7, 0x15C7}};
+  for (const auto& [quickTime, iso] : kLanguages) {
+    pictures_->media->header.language = quickTime;
     EXPECT_EQ(Planned().movie->tracks[0]->media->header.language, iso) << quickTime;
   }
 }
@@ -222,123 +216,48 @@ TEST_F(Export, HasABrandThatAllowsNegativeOffsets) {
 
 // Folding speeds
 
-using Times = std::vector<std::pair<std::uint32_t, std::int64_t>>;
-Times TimesOf(const TrackRecord& track) {
-  Times times;
-  ForEachTime(track.media->samples,
-              [&](std::uint32_t count, std::int64_t delta) { times.emplace_back(count, delta); });
-  return times;
-}
-
-// Pictures that are all sync samples, with a fine time scale. Edits are {duration, media time,
-// rate}.
-struct Part {
-  std::int64_t duration, media;
-  double rate;
-};
-std::unique_ptr<MovieRecord> Shown(const std::vector<Part>& parts) {
-  auto movie = std::make_unique<MovieRecord>();
-  TrackRecord& track = AddPlainTrack(*movie, kVideo, 60000, PlainRows(10, 6000, 10));
+// The folded track in one line: its time scale, the samples as number x duration, and the edits as
+// start, length, media time and rate.
+std::string Folded(std::int32_t scale, std::uint32_t delta, const std::vector<Edit>& edits) {
+  MovieRecord movie;
+  TrackRecord& track = AddPlainTrack(movie, kVideo, scale, PlainRows(10, delta, 10));
   track.edits = {};
-  for (const Part& part : parts) {
-    track.edits.Append({part.duration}, {part.media}, part.rate, track.TimeClock());
+  for (const Edit& edit : edits) {
+    track.edits.Append(edit.duration, edit.mediaTime, edit.rate, track.TimeClock());
   }
   FoldRates(track);
-  return movie;
+  std::ostringstream text;
+  text << track.media->header.scale;
+  const SampleTable& samples = track.media->samples;
+  ForEachPiece(samples, {0, samples.Count()}, [&](const SamplePiece& piece) {
+    text << " " << piece.count << "@" << piece.offset;
+  });
+  ForEachTime(samples,
+              [&](std::uint32_t count, std::int64_t each) { text << " " << count << "x" << each; });
+  for (const Edit& edit : track.edits.Edits()) {
+    text << " [" << edit.start.units << " +" << edit.duration.units << " " << edit.mediaTime.units
+         << " " << edit.rate << "]";
+  }
+  return text.str();
 }
 
 TEST(FoldRates, MakesSamplesAsLongAsTheyAreShown) {
-  const auto twice = Shown({{300, 0, 2.0}});
-  EXPECT_EQ(TimesOf(*twice->tracks[0]), (Times{{10, 3000}}));
-  EXPECT_EQ(twice->tracks[0]->edits.Edits(), (std::vector<Edit>{{{0}, {300}, {0}, 1.0}}));
-
+  EXPECT_EQ(Folded(60000, 6000, {{{}, {300}, {0}, 2.0}}), "60000 10@0 10x3000 [0 +300 0 1]");
   // A third of the speed from the middle of the third sample on.
-  const auto slow = Shown({{360, 15000, 1.0 / 3}});
-  EXPECT_EQ(TimesOf(*slow->tracks[0]), (Times{{3, 18000}}));
-  EXPECT_EQ(slow->tracks[0]->edits.Edits(), (std::vector<Edit>{{{0}, {360}, {9000}, 1.0}}));
-}
-
-TEST(FoldRates, KeepsWhatIsShownAtSeveralSpeedsOnceForEach) {
-  const auto movie = Shown({{120, 0, 1.0}, {60, -1, 1.0}, {120, 0, 2.0}, {30, 6000, 0.0}});
-  const TrackRecord& track = *movie->tracks[0];
-  EXPECT_EQ(TimesOf(track), (Times{{2, 6000}, {4, 3000}, {1, 6000}}));
-  EXPECT_EQ(track.edits.Edits(), (std::vector<Edit>{{{0}, {120}, {0}, 1.0},
-                                                    {{120}, {60}, {-1}, 1.0},
-                                                    {{180}, {120}, {12000}, 1.0},
-                                                    {{300}, {30}, {24000}, 0.0}}));
-  std::vector<std::uint64_t> offsets;
-  ForEachPiece(track.media->samples, {0, 7}, [&](const SamplePiece& piece) {
-    for (std::uint32_t i = 0; i < piece.count; ++i) offsets.push_back(piece.offset + 10 * i);
-  });
-  EXPECT_EQ(offsets, (std::vector<std::uint64_t>{0, 10, 0, 10, 20, 30, 10}));
-}
-
-TEST(FoldRates, MakesCoarseScalesFineAndLeavesPlainTracksAlone) {
-  MovieRecord movie;
-  TrackRecord& track = AddPlainTrack(movie, kVideo, 24, PlainRows(48, 1, 10));
-  const EditList plain = track.edits;
-  FoldRates(track);
-  EXPECT_EQ(track.media->header.scale, 24);
-  EXPECT_EQ(track.edits, plain);
-  track.edits = {};
-  track.edits.Append({400}, {0}, 3.0, track.TimeClock());
-  FoldRates(track);
-  EXPECT_EQ(track.media->header.scale, 90000);
-  EXPECT_EQ(TimesOf(track), (Times{{48, 1250}}));
+  EXPECT_EQ(Folded(60000, 6000, {{{}, {360}, {15000}, 1.0 / 3}}),
+            "60000 3@20 3x18000 [0 +360 9000 1]");
+  // What is shown at several speeds is there once for each.
+  EXPECT_EQ(
+      Folded(60000, 6000,
+             {{{}, {120}, {0}}, {{}, {60}, {-1}}, {{}, {120}, {0}, 2.0}, {{}, {30}, {6000}, 0.0}}),
+      "60000 2@0 4@0 1@10 2x6000 4x3000 1x6000 "
+      "[0 +120 0 1] [120 +60 -1 1] [180 +120 12000 1] [300 +30 24000 0]");
+  // A coarse scale becomes fine, but not if there is nothing to fold.
+  EXPECT_EQ(Folded(24, 1, {{{}, {250}, {0}}}), "24 10@0 10x1 [0 +250 0 1]");
+  EXPECT_EQ(Folded(24, 1, {{{}, {80}, {0}, 3.0}}), "90000 10@0 10x1250 [0 +80 0 1]");
 }
 
 // Hints
-
-// A packet of a hint sample: its kind with the marker, its sequence number and its entries.
-Bytes Packet(std::uint8_t kind, std::uint16_t sequence, std::uint16_t entries, const Bytes& all) {
-  return Join(U32(0), U8(0x80), U8(kind), U16(sequence), U16(0), U16(entries), all);
-}
-Bytes Said(const Bytes& bytes) {
-  return Join(U8(1), U8(static_cast<std::uint8_t>(bytes.size())), bytes, Zeros(14 - bytes.size()));
-}
-Bytes Media(std::uint16_t length, std::uint32_t sample, std::uint32_t offset) {
-  return Join(U8(2), U8(0), U16(length), U32(sample), U32(offset), U16(1), U16(1));
-}
-
-TEST_F(Export, HintsSayWhatGoesIntoEachPacket) {
-  const FilePlan plan = Planned(true);
-  ASSERT_EQ(plan.made.size(), 2U);
-  Bytes made;
-  for (const MadeData& data : plan.made) {
-    const std::size_t before = made.size();
-    data.make(plan, [&](ByteSpan bytes) { made.insert(made.end(), bytes.begin(), bytes.end()); });
-    EXPECT_EQ(made.size() - before, data.size);
-  }
-  // 1438 bytes a packet: the first unit in two fragments, of type 5, then the second.
-  const auto picture = [](std::uint32_t sample, std::uint16_t sequence) {
-    const auto number = [sequence](int more) {
-      return static_cast<std::uint16_t>(sequence + more);
-    };
-    return Join(
-        U16(3), U16(0),
-        Packet(96, number(0), 2, Join(Said(Join(U8(0x7C), U8(0x85))), Media(1436, sample, 5))),
-        Packet(96, number(1), 2, Join(Said(Join(U8(0x7C), U8(0x45))), Media(163, sample, 1441))),
-        Packet(96 | 0x80, number(2), 1, Media(392, sample, 1608)));
-  };
-  // Four units of sound are 93 ms.
-  const auto sound = [](std::uint16_t sequence, std::uint32_t first, std::uint16_t count) {
-    Bytes header = U16(static_cast<std::uint16_t>(16 * count)), units;
-    for (std::uint32_t i = 0; i < count; ++i) {
-      header = Join(header, U16(100 << 3));
-      units = Join(units, Media(100, first + i, 0));
-    }
-    return Join(U16(1), U16(0),
-                Packet(97 | 0x80, sequence, static_cast<std::uint16_t>(count + 1),
-                       Join(Said(header), units)));
-  };
-  EXPECT_EQ(made,
-            Join(picture(1, 0), picture(2, 3), sound(0, 1, 4), sound(1, 5, 4), sound(2, 9, 2)));
-}
-
-TEST_F(Export, ASessionDescriptionHoldsTheParameterSetsInBase64) {
-  EXPECT_EQ(DescribePayload(*Planned().movie->tracks[0]->media).parameters,
-            "profile-level-id=64001E; packetization-mode=1; sprop-parameter-sets=Z2FiYw==,aGQ=");
-}
 
 TEST_F(Export, AHintTrackThatCannotBeMadeIsLeftOut) {
   const auto hints = [&](std::uint32_t packetSize) {
