@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that the tests have at most 0.35 lines for each line of everything else.
+"""Checks that the tests have at most MOST lines for each line of everything else.
 
 Blank lines and comments do not count. Code, scripts and transcripts count alike. --folders prints
 the lines of each folder.
@@ -9,7 +9,7 @@ import collections
 import pathlib
 import sys
 
-MOST = 0.35
+MOST = 0.46
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 COMMENTS = {".cpp": "//", ".h": "//", ".py": "#", ".txt": "#", "": "#"}
 
