@@ -29,7 +29,7 @@ class Folder {
     path_ = boost::filesystem::canonical(name.parent_path()) /
             boost::filesystem::unique_path(name.filename());
     boost::filesystem::create_directory(path_);
-    boost::filesystem::copy_file(GOOD_MOVIE, Path("good.mov"));
+    boost::filesystem::create_symlink(GOOD_MOVIE, Path("good.mov"));
   }
   ~Folder() { boost::filesystem::remove_all(path_); }
   boost::filesystem::path Path(const char* name) const { return path_ / name; }
