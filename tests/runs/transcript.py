@@ -13,6 +13,7 @@ A line of a transcript is one of these:
     ~ PATTERN    A line that the command prints, as a regular expression.
     ~~           Any number of lines that the command prints.
     [STATUS]     Its exit status, if that is not 0.
+    needs: NAME  Programs and devices that few machines have; without them, the file is skipped.
     # TEXT       A comment.
 
 Blank lines do not count, neither here nor in what is printed. --accept writes what the commands
@@ -38,6 +39,8 @@ ENVIRONMENT = {
     "SOURCE_DATE_EPOCH": "1000000000",
 }
 COMMAND, MORE, TEXT, PATTERN, ANY, CASE = "$ ", "> ", "  ", "~ ", "~~", "== "
+NEEDS = "needs: "
+SKIPPED = 77  # ctest takes this status for "skipped"
 
 
 class Step:
@@ -66,6 +69,12 @@ def read(path):
             cases[-1][1][-1].command += "\n" + line[len(MORE) :]
         elif line.startswith((TEXT, PATTERN, ANY, "[")):
             cases[-1][1][-1].expected.append(line.rstrip())
+        elif line.startswith(NEEDS):
+            names = line[len(NEEDS) :].split()
+            missing = [name for name in names if not (os.path.exists(name) or shutil.which(name))]
+            if missing:
+                print(f"{path.name} is skipped, because these are missing: {', '.join(missing)}")
+                sys.exit(SKIPPED)
         elif line and not line.startswith("#"):
             sys.exit(f"{path}:{number + 1}: what is this line?")
     return cases

@@ -159,3 +159,62 @@ tracks() {
   paste -d ' ' <(ffprobe -v error -show_entries stream=codec_type:stream_disposition=default -of csv=p=0 "$1" |
     sed 's/,1/ on/; s/,0/ off/') <(exiftool -a -s3 -TrackDuration "$1") | paste -sd , | sed 's/,/, /g'
 }
+
+# wait_until COMMAND...: waits until it succeeds, for up to a minute.
+wait_until() {
+  local end=$((SECONDS + 60))
+  until "$@"; do
+    ((SECONDS < end)) || { echo "waited in vain: $*"; return 1; }
+    sleep 0.1
+  done
+}
+
+# start_slurm: starts Slurm until the case ends, in the folder "slurm". This machine is the controller
+# and the only node.
+start_slurm() {
+  local home=$PWD/slurm host=$(hostname -s) user=$(id -un) program
+  chmod 755 . .. # munged insists on it
+  mkdir -m 755 slurm && head -c 64 /dev/urandom >slurm/munge.key && chmod 400 slurm/munge.key
+  export SLURM_CONF=$home/slurm.conf
+  cat >"$SLURM_CONF" <<END
+ClusterName=test
+SlurmctldHost=$host(127.0.0.1)
+SlurmctldPort=$((20000 + $$ % 10000))
+SlurmdPort=$((30000 + $$ % 10000))
+SlurmUser=$user
+SlurmdUser=$user
+AuthInfo=socket=$home/munge.socket
+StateSaveLocation=$home/state
+SlurmdSpoolDir=$home/spool
+SlurmctldPidFile=$home/slurmctld.pid
+SlurmdPidFile=$home/slurmd.pid
+SlurmctldLogFile=$home/slurmctld.log
+SlurmdLogFile=$home/slurmd.log
+ProctrackType=proctrack/linuxproc
+SelectType=select/cons_tres
+SelectTypeParameters=CR_CPU
+SchedulerParameters=batch_sched_delay=0,sched_interval=1
+MpiDefault=none
+NodeName=$host NodeAddr=127.0.0.1 CPUs=$(nproc)
+PartitionName=test Nodes=ALL Default=YES
+END
+  trap 'kill $(cat slurm/*.pid); wait_until is_printed "" find slurm -name "*.pid"' EXIT
+  munged --num-threads=1 --key-file="$home/munge.key" --socket="$home/munge.socket" \
+    --pid-file="$home/munged.pid" --log-file="$home/munged.log" --seed-file="$home/munged.seed"
+  for program in slurmctld slurmd; do "$program" >/dev/null 2>&1; done
+  wait_until is_printed idle sinfo -h -o %T
+}
+
+# is_printed TEXT COMMAND...: whether the command prints that.
+is_printed() { [[ $("${@:2}") == "$1" ]]; }
+
+# mount_recordings OPTION...: mounts bucket/recordings at "recordings" until the case ends.
+mount_recordings() {
+  export RCLONE_CONFIG=/dev/null RCLONE_CACHE_DIR=$PWD/cache
+  export RCLONE_CONFIG_REMOTE_TYPE=alias RCLONE_CONFIG_REMOTE_REMOTE=$PWD/bucket
+  rclone mount --daemon "$@" remote:recordings recordings >mount.log 2>&1 || cat mount.log
+  trap unmount_recordings EXIT
+}
+
+# unmount_recordings: ends the mount, when its files are closed.
+unmount_recordings() { wait_until fusermount3 -u recordings; trap - EXIT; }
