@@ -26,6 +26,14 @@ foreach(tree ${trees})
   file(CHMOD ${documents}/changelog.Debian ${documents}/copyright
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
+  # pkg-config looks into this folder even for another architecture.
+  if(EXISTS ${tree}/lib/pkgconfig)
+    file(READ ${tree}/lib/pkgconfig/reelwork.pc text)
+    string(REPLACE "\${pcfiledir}/" "\${pcfiledir}/../" text "${text}")
+    file(WRITE ${tree}/lib/${CPACK_LIBRARY_ARCHITECTURE}/pkgconfig/reelwork.pc "${text}")
+    file(REMOVE_RECURSE ${tree}/lib/pkgconfig)
+  endif()
+
   file(GLOB to_compress ${documents}/changelog* ${tree}/share/man/man*/*)
   execute_process(COMMAND gzip -9n ${to_compress} COMMAND_ERROR_IS_FATAL ANY)
   if(EXISTS ${tree}/share/zsh/site-functions)
