@@ -6,6 +6,8 @@
 
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_groups.h"
 #include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
@@ -53,6 +55,18 @@ inline std::string Told(const SampleTable& samples) {
     }
   });
   return text.str();
+}
+
+// The number of the group of each sample, such as "1002"; "default" if all have the default number.
+inline std::string ToldGroups(const SampleTable& samples) {
+  const auto groups = GroupsOf(samples);
+  if (groups.empty()) return "no groups";
+  if (!groups[0].isMapped) return "default";
+  std::string numbers;
+  ForEachGroup(samples, groups[0], [&](std::uint32_t count, std::uint32_t number) {
+    while (count-- != 0) numbers += std::to_string(number);
+  });
+  return numbers;
 }
 
 }  // namespace toolbox
