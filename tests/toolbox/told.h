@@ -17,16 +17,12 @@ inline std::string Told(const EditList& list) {
   std::ostringstream text;
   MovieTime end;
   for (const Edit& edit : list.Edits()) {
+    if (end != MovieTime{}) text << ' ';
     if (edit.start != end) text << "from " << edit.start.units << ' ';
-    end = edit.End();
-    if (edit.IsEmpty()) {
-      text << "gap";
-    } else {
-      text << edit.mediaTime.units;
-    }
+    text << (edit.IsEmpty() ? "gap" : std::to_string(edit.mediaTime.units));
     text << '+' << edit.duration.units;
     if (edit.rate != 1) text << 'x' << edit.rate;
-    if (end != list.Duration()) text << ' ';
+    end = edit.End();
   }
   return text.str();
 }

@@ -29,10 +29,7 @@ std::pair<std::string, Bytes> Retell(ByteSpan content) {
 
 // The text describes both the bytes, as Made reads it, and what is printed: all words with a name.
 // A text in double quotes is the rest of the atom and may be shorter.
-struct Layout {
-  std::pair<std::string, Bytes> (*retell)(ByteSpan);
-  const char* text;
-};
+using Layout = std::pair<decltype(&Retell<FileType>), const char*>;
 
 #define MATRIX "a=1 b=2 u=3 c=4 d=5 v=6 tx=-7 ty=8 w=9"
 
@@ -187,7 +184,7 @@ TEST(OffsetRuns, AreFoundForEachSampleAmongMany) {
   for (std::uint32_t i = 0; i < 2000; i += 5) {
     rows = Join(rows, Made("2 0 3"), U32(static_cast<std::uint32_t>(offset(i + 2))));
   }
-  for (const OffsetRuns& runs : {added, *OffsetRuns::ViewOf(rows, 2000)}) {
+  for (const OffsetRuns& runs : {added, OffsetRuns::ViewOf(rows, 2000).value()}) {
     EXPECT_EQ(runs.Smallest(), -40000);
     EXPECT_EQ(runs.Largest(), 0);
     for (std::uint32_t i = 0; i < 2000; ++i) {
