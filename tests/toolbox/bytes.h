@@ -14,10 +14,12 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "toolbox/atoms/malformed.h"
 #include "toolbox/bytes.h"
 #include "toolbox/refused.h"
 
@@ -42,19 +44,23 @@ Bytes Join(const Parts&... parts) {
   return all;
 }
 
+inline Bytes First(const Bytes& bytes, std::size_t count) {
+  return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count)};
+}
+inline bool Contains(const Bytes& bytes, const Bytes& part) {
+  return std::search(bytes.begin(), bytes.end(), part.begin(), part.end()) != bytes.end();
+}
+
 // The words of `text`, which are separated by blanks or line ends. Quoted parts may have blanks.
 inline std::vector<std::string> Words(const std::string& text) {
-  std::vector<std::string> words(1);
-  bool isQuoted = false;
-  for (const char letter : text) {
-    if (letter == '\'' || letter == '"') isQuoted = !isQuoted;
-    if (isQuoted || (letter != ' ' && letter != '\n')) {
-      words.back() += letter;
-    } else if (!words.back().empty()) {
-      words.emplace_back();
-    }
+  std::istringstream in(text);
+  std::vector<std::string> words;
+  for (std::string word, rest; in >> word; words.push_back(word)) {
+    const auto quote = word.find_first_of("'\"");
+    if (quote == word.npos || word.find(word[quote], quote + 1) != word.npos) continue;
+    std::getline(in, rest, word[quote]);
+    word += rest + word[quote];
   }
-  if (words.back().empty()) words.pop_back();
   return words;
 }
 
@@ -164,6 +170,8 @@ inline OSErr CodeOf(const std::function<void()>& body) try {
   return noErr;
 } catch (const Refused& refused) {
   return refused.code;
+} catch (const Malformed&) {
+  return badPublicMovieAtom;
 }
 
 // A test with its own folder.

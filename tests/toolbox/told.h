@@ -6,6 +6,8 @@
 
 #include "toolbox/movie/movie.h"
 #include "toolbox/movie/presentation.h"
+#include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_groups.h"
 #include "toolbox/movie/sample_places.h"
 
 namespace toolbox {
@@ -15,16 +17,12 @@ inline std::string Told(const EditList& list) {
   std::ostringstream text;
   MovieTime end;
   for (const Edit& edit : list.Edits()) {
+    if (end != MovieTime{}) text << ' ';
     if (edit.start != end) text << "from " << edit.start.units << ' ';
-    end = edit.End();
-    if (edit.IsEmpty()) {
-      text << "gap";
-    } else {
-      text << edit.mediaTime.units;
-    }
+    text << (edit.IsEmpty() ? "gap" : std::to_string(edit.mediaTime.units));
     text << '+' << edit.duration.units;
     if (edit.rate != 1) text << 'x' << edit.rate;
-    if (end != list.Duration()) text << ' ';
+    end = edit.End();
   }
   return text.str();
 }
@@ -53,6 +51,18 @@ inline std::string Told(const SampleTable& samples) {
     }
   });
   return text.str();
+}
+
+// The number of the group of each sample, such as "1002"; "default" if all have the default number.
+inline std::string ToldGroups(const SampleTable& samples) {
+  const auto groups = GroupsOf(samples);
+  if (groups.empty()) return "no groups";
+  if (!groups[0].isMapped) return "default";
+  std::string numbers;
+  ForEachGroup(samples, groups[0], [&](std::uint32_t count, std::uint32_t number) {
+    while (count-- != 0) numbers += std::to_string(number);
+  });
+  return numbers;
 }
 
 }  // namespace toolbox

@@ -5,6 +5,7 @@
 
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/auxiliary_atoms.h"
+#include "toolbox/atoms/encoded_tables.h"
 #include "toolbox/atoms/field_printer.h"
 #include "toolbox/atoms/fragment_atoms.h"
 #include "toolbox/atoms/gps_locations.h"
@@ -16,27 +17,19 @@
 namespace toolbox {
 namespace {
 
-struct Retold {
-  Bytes bytes;
-  std::string printed;
-};
-
-// Decodes the content of an atom, prints its fields and encodes it again.
+// Decodes the content of an atom. Gives what is printed of its fields, and the atom encoded again.
 template <class A>
-Retold Retell(ByteSpan content) {
+std::pair<std::string, Bytes> Retell(ByteSpan content) {
   const A atom = Decode<A>(content);
   std::ostringstream text;
   FieldPrinter printer(text, true);
   AtomFields(printer, atom);
-  return {Encode(atom), text.str()};
+  return {text.str(), Encode(atom)};
 }
 
 // The text describes both the bytes, as Made reads it, and what is printed: all words with a name.
 // A text in double quotes is the rest of the atom and may be shorter.
-struct Layout {
-  Retold (*retell)(ByteSpan);
-  const char* text;
-};
+using Layout = std::pair<decltype(&Retell<FileType>), const char*>;
 
 #define MATRIX "a=1 b=2 u=3 c=4 d=5 v=6 tx=-7 ty=8 w=9"
 
@@ -44,19 +37,14 @@ const Layout kLayouts[] = {
     {Retell<FileType>,
      "ftyp{ majorBrand='qt  ' minorVersion=537199360 compatibleBrands=\"qt  \" }"},
     {Retell<MovieHeader>,
-     "mvhd{ 0/1 flags=258/3 created=11 modified=12 scale=600 duration=13 rate=98304 volume=384/2"
-     " '0123456789' " MATRIX " previewTime=21 previewDuration=22 posterTime=23 selectionTime=24"
-     " selectionDuration=25 currentTime=26 nextTrackId=27 }"},
-    {Retell<MovieHeader>,
-     "mvhd{ version=1/1 0/3 created=4294967297/8 modified=12/8 scale=600 duration=78187493530/8"
-     " rate=65536 volume=256/2 *10 " MATRIX " previewTime=0 previewDuration=0 posterTime=0"
-     " selectionTime=0 selectionDuration=0 currentTime=0 nextTrackId=27 }"},
+     "mvhd{ version=1/1 flags=258/3 created=4294967297/8 modified=12/8 scale=600"
+     " duration=78187493530/8 rate=98304 volume=384/2 '0123456789' " MATRIX " previewTime=21"
+     " previewDuration=22 posterTime=23 selectionTime=24 selectionDuration=25 currentTime=26"
+     " nextTrackId=27 }"},
     {Retell<TrackHeader>,
-     "tkhd{ 0/1 flags=15/3 created=11 modified=12 id=3 'res1' duration=1800 'reserved' layer=-1/2"
-     " alternateGroup=2/2 volume=256/2 'rs' " MATRIX " width=20971520 height=15761408 }"},
-    {Retell<TrackHeader>,
-     "tkhd{ version=1/1 flags=1/3 created=11/8 modified=12/8 id=3 *4 duration=4294967296/8 *8"
-     " layer=0/2 alternateGroup=0/2 volume=0/2 *2 " MATRIX " width=1 height=2 }"},
+     "tkhd{ version=1/1 flags=15/3 created=11/8 modified=12/8 id=3 'res1' duration=4294967296/8"
+     " 'reserved' layer=-1/2 alternateGroup=2/2 volume=256/2 'rs' " MATRIX
+     " width=20971520 height=15761408 }"},
     {Retell<EditEntries>,
      "elst{ 0 entries=2 { duration=1200 mediaTime=-1 rate=65536 }"
      " { duration=4294967294 mediaTime=2147483647 rate=43691 } }"},
@@ -64,11 +52,8 @@ const Layout kLayouts[] = {
      "elst{ version=1/1 0/3 entries=2 { duration=5/8 mediaTime=-1/8 rate=65536 }"
      " { duration=6/8 mediaTime=2147483648/8 rate=131072 } }"},
     {Retell<MediaHeader>,
-     "mdhd{ 0 created=11 modified=12 scale=44100 duration=4294967295 language=21956/2"
-     " quality=7/2 }"},
-    {Retell<MediaHeader>,
      "mdhd{ version=1/1 0/3 created=11/8 modified=8589934592/8 scale=90000 duration=14/8"
-     " language=0/2 quality=0/2 }"},
+     " language=21956/2 quality=7/2 }"},
     {Retell<Handler>,
      "hdlr{ 0 componentType='mhlr' subtype='vide' manufacturer='appl' componentFlags=1"
      " componentFlagsMask=2 name=\"abc\" }"},
@@ -78,16 +63,13 @@ const Layout kLayouts[] = {
     {Retell<TimeToSample>, "stts{ 0 rows=2 { count=14 delta=10 } { count=1 delta=2147483653 } }"},
     {Retell<CompositionOffsets>,
      "ctts{ version=1/1 0/3 rows=2 { count=3 offset=20 } { count=4 offset=-10 } }"},
-    {Retell<SyncSamples>, "stss{ 0 rows=2 { number=1 } { number=256 } }"},
     {Retell<PartialSyncSamples>, "stps{ 0 rows=1 { number=258 } }"},
     {Retell<SampleToChunk>,
      "stsc{ 0 rows=2 { firstChunk=1 samplesPerChunk=5 description=1 }"
      " { firstChunk=9 samplesPerChunk=3 description=2 } }"},
-    {Retell<ConstantSampleSize>, "stsz{ 0 size=4 count=159000000 }"},
     {Retell<SampleSizes>, "stsz{ 0 constant=0 rows=2 { size=1000 } { size=16909060 } }"},
     {Retell<CompactSampleSizes>, "stz2{ 0 fieldBits=4 count=3 fields=\"ab\" }"},
     {Retell<ChunkOffsets>, "stco{ 0 rows=2 { offset=48 } { offset=4294967295 } }"},
-    {Retell<WideChunkOffsets>, "co64{ 0 rows=1 { offset=72623859790382856/8 } }"},
     {Retell<DegradationPriorities>, "stdp{ 0 samples=\"abcd\" }"},
     {Retell<PaddingBits>, "padb{ 0 count=3 samples=\"5p\" }"},
     {Retell<SampleDependencies>, "sdtp{ 0 samples=\"ab\" }"},
@@ -106,7 +88,6 @@ const Layout kLayouts[] = {
      " averageBitRate=132868 reserved=0 }"},
     {Retell<TrackDefaults>,
      "trex{ 0 track=3 description=1 duration=1024 size=4 sampleFlags=65536 }"},
-    {Retell<TrackFragmentHeader>, "tfhd{ 0/1 flags=131072/3 track=3 }"},
     {Retell<TrackFragmentHeader>,
      "tfhd{ 0/1 flags=59/3 track=3 baseDataOffset=4294967296/8 description=2 duration=1024 size=4"
      " sampleFlags=65536 }"},
@@ -132,9 +113,7 @@ TEST(Fields, MeanTheSameInBytesAndInValues) {
       if (!isBrace) bytes = Join(bytes, Made(word));
       if (isBrace || word.find('=') != word.npos) printed += ' ' + word.substr(0, word.find('/'));
     }
-    const Retold retold = retell(bytes);
-    EXPECT_EQ(retold.printed, printed);
-    EXPECT_EQ(retold.bytes, Made(words[0] + " $ }", {bytes}));
+    EXPECT_EQ(retell(bytes), std::pair(printed, Made(words[0] + " $ }", {bytes})));
 
     for (std::size_t size = 0; size < std::min(least, bytes.size()); ++size) {
       EXPECT_THROW(retell(ByteSpan(bytes).first(size)), Malformed) << size << " bytes";
@@ -155,38 +134,126 @@ TEST(Fields, RefuseAnUnknownVersionAndImpossibleEntries) {
   }
 }
 
-// A table that states `stated` rows and writes `made`.
-CompositionOffsets Offsets(std::uint32_t stated, std::uint32_t made) {
+TEST(Fields, WriteEveryRowInOnePieceOrInBlocks) {
   using Row = CompositionOffsets::Row;
-  return {0, Rows<Row>(stated, [made](RowBatches<Row>& rows) {
-            for (std::uint32_t i = 0; i < made; ++i) rows({i, -static_cast<std::int32_t>(i)});
-          })};
+  Bytes content = Made("0 600");
+  for (std::uint32_t i = 0; i < 600; ++i) content = Join(content, U32(i), U32(0 - i));
+  const Bytes whole = Join(Zeros(5000), Atom("ctts", content));
+  const Rows<Row> made(600, [](RowBatches<Row>& rows) {
+    for (std::uint32_t i = 0; i < 600; ++i) rows({i, -static_cast<std::int32_t>(i)});
+  });
+  const auto put = [&](auto& io) {
+    io.Append(Zeros(5000));  // more than a block
+    PutAtom(io, CompositionOffsets{0, made});
+  };
+  EXPECT_EQ(Encoded(put), whole);
+  Bytes block(4096), joined;
+  FieldSizer sizer;
+  put(sizer);
+  FieldWriter writer(sizer.Found(), block, [&](ByteSpan bytes) {
+    EXPECT_LE(bytes.size(), block.size());
+    joined.insert(joined.end(), bytes.begin(), bytes.end());
+  });
+  put(writer);
+  writer.Flush();
+  EXPECT_EQ(joined, whole);
 }
 
-TEST(Fields, WriteEveryRowInOnePieceOrInBlocks) {
-  for (const std::uint32_t count : {0U, 1U, 256U, 257U, 600U}) {
-    Bytes content = Join(U32(0), U32(count));
-    for (std::uint32_t i = 0; i < count; ++i) content = Join(content, U32(i), U32(0 - i));
-    const CompositionOffsets table = Offsets(count, count);
-    const Bytes whole = Join(Zeros(5000), Atom("ctts", content));
-    const auto put = [&](auto& io) {
-      io.Append(Zeros(5000));  // more than a block
-      PutAtom(io, table);
-    };
-    EXPECT_EQ(Encoded(put), whole);
-    FieldSizer sizer;
-    put(sizer);
-    Bytes block(4096), joined;
-    FieldWriter writer(sizer.Found(), block, [&](ByteSpan bytes) {
-      EXPECT_LE(bytes.size(), block.size());
-      joined.insert(joined.end(), bytes.begin(), bytes.end());
-    });
-    put(writer);
-    writer.Flush();
-    EXPECT_EQ(joined, whole);
+// --- Tables that stay encoded
+
+TEST(EncodedNumbers, AreAViewUntilANumberIsAdded) {
+  Bytes file = Made("7 0xFFFFFFFF");
+  EncodedNumbers numbers(false, file);
+  EncodedNumbers longer = numbers;
+  longer.Add(2, 9);
+  file[3] = 8;
+  EXPECT_EQ(numbers[0], 8U);
+  longer.Add(std::uint64_t{1} << 32);
+  const ByteSpan all = longer.Encoded(0, longer.Count());
+  EXPECT_EQ(Bytes(all.begin(), all.end()), Made("7/8 0xFFFFFFFF/8 9/8 9/8 0x100000000/8"));
+  EXPECT_EQ(longer[4], 0x100000000U);
+}
+
+TEST(OffsetRuns, AreFoundForEachSampleAmongMany) {
+  OffsetRuns added;
+  Bytes rows;
+  const auto offset = [](std::uint32_t sample) {
+    return sample % 5 < 2 ? 0 : static_cast<std::int32_t>(sample / 5) - 40000;
+  };
+  for (std::uint32_t i = 0; i < 2000; ++i) added.Add(1, offset(i));
+  for (std::uint32_t i = 0; i < 2000; i += 5) {
+    rows = Join(rows, Made("2 0 3"), U32(static_cast<std::uint32_t>(offset(i + 2))));
   }
-  EXPECT_THROW(Encode(Offsets(300, 299)), Malformed) << "not as it was measured";
-  EXPECT_THROW(Encode(Offsets(300, 301)), Malformed);
+  for (const OffsetRuns& runs : {added, OffsetRuns::ViewOf(rows, 2000).value()}) {
+    EXPECT_EQ(runs.Smallest(), -40000);
+    EXPECT_EQ(runs.Largest(), 0);
+    for (std::uint32_t i = 0; i < 2000; ++i) {
+      EXPECT_EQ(runs.From(i)->offset, offset(i));
+      EXPECT_EQ(runs.From(i)->sample, i - i % 5 + (i % 5 < 2 ? 0 : 2));
+    }
+  }
+  // Rows that would not be written so are no view.
+  for (const auto& [bad, count] :
+       {std::pair("2 5  1 6", 2U), {"2 5  1 6", 4U}, {"2 5  1 5", 3U}, {"2 5  1 6  0 7", 3U}}) {
+    EXPECT_FALSE(OffsetRuns::ViewOf(Made(bad), count)) << bad;
+  }
+}
+
+// Such as "1: 0-9/3 #0; ": the chunk, the samples, how many of them a chunk has, the description.
+std::string RunsFrom(const ChunkRuns& runs, std::uint32_t sample) {
+  std::ostringstream text;
+  for (ChunkRuns::Walk run = runs.From(sample); !run.IsAtEnd(); run.Next()) {
+    text << run->chunk << ": " << run->sample << '-' << run->end << '/' << run->samplesPerChunk
+         << " #" << run->description << "; ";
+  }
+  return text.str();
+}
+
+TEST(ChunkRuns, IncludeChunksWithoutSamples) {
+  ChunkRuns runs;
+  runs.Add(1, 2, 3, 0);
+  runs.Add(3, 1, 3, 0);  // continues the run
+  runs.Add(7, 1, 4, 1);
+  EXPECT_EQ(RunsFrom(runs, 0), "1: 0-9/3 #0; 4: 9-9/0 #1; 7: 9-13/4 #1; ");
+  EXPECT_EQ(RunsFrom(runs, 9), "7: 9-13/4 #1; ");
+  EXPECT_EQ(runs.Samples(), 13U);
+  EXPECT_EQ(runs.Descriptions(), 2U);
+}
+
+TEST(ChunkRuns, AreAViewOfRowsInOrder) {
+  const Bytes good = Made("1 2 1  4 5 2");
+  const ChunkRuns runs = ChunkRuns::ViewOf(good, 5, 16, 2).value();
+  EXPECT_EQ(RunsFrom(runs, 0), "0: 0-6/2 #0; 3: 6-16/5 #1; ");
+  EXPECT_EQ(runs.Descriptions(), 2U);
+  EXPECT_EQ(ChunkRuns::ViewOf(good, 5, 100, 2)->Samples(), 16U);
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 15, 2)) << "more than there are";
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 3, 16, 2)) << "of chunks that are not there";
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 16, 1)) << "of a description that is not there";
+  for (const char* rows : {"2 2 1  2 5 1", "1 0 1  2 5 1", "0 1 1"}) {
+    EXPECT_FALSE(ChunkRuns::ViewOf(Made(rows), 5, 16, 1)) << rows;
+  }
+}
+
+TEST(ChunkRuns, StayInsideTheTablesWhenTheFileChanges) {
+  const Bytes good = Made("1 2 1  4 5 1");
+  for (std::size_t i = 0; i < good.size(); ++i) {
+    for (const std::uint8_t value : Bytes{0, 1, 9, 0xFF}) {
+      Bytes file = good;
+      const auto runs = ChunkRuns::ViewOf(file, 5, 16, 1);
+      ASSERT_TRUE(runs);
+      file[i] = value;
+      try {
+        for (ChunkRuns::Walk run = runs->From(0); !run.IsAtEnd(); run.Next()) {
+          const std::uint32_t samples = run->end - run->sample;
+          ASSERT_LE(run->end, 16U);
+          ASSERT_EQ(run->description, 0U);
+          ASSERT_TRUE(samples == 0 || run->chunk + (samples - 1) / run->samplesPerChunk < 5);
+        }
+      } catch (const Refused& refused) {
+        EXPECT_EQ(refused.code, invalidSampleTable);
+      }
+    }
+  }
 }
 
 }  // namespace

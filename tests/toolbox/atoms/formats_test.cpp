@@ -1,4 +1,4 @@
-// The formats of single values: Base64, chapters, tags and descriptions of sound.
+// The formats of single values: Base64, chapters, tags and sample descriptions.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -6,6 +6,7 @@
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/base64.h"
 #include "toolbox/atoms/chapter_starts.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/atoms/sound_format.h"
 #include "toolbox/atoms/tag_atoms.h"
 
@@ -15,9 +16,6 @@ namespace {
 using namespace std::string_literals;
 
 TEST(Base64, PadsToWholeGroups) {
-  EXPECT_EQ(Base64({}), "");
-  EXPECT_EQ(Base64(Text("foo")), "Zm9v");
-  EXPECT_EQ(Base64(Text("foob")), "Zm9vYg==");
   EXPECT_EQ(Base64(Text("fooba")), "Zm9vYmE=");
   EXPECT_EQ(Base64({0xFB, 0xFF, 0xBF, 0}), "+/+/AA==");
 }
@@ -25,20 +23,18 @@ TEST(Base64, PadsToWholeGroups) {
 // Chapters at 0 s ("a"), 1.5 s (without a title) and 0x100000000 units ("bc").
 const Bytes kChapters = Made("0/8 1/1 'a'  15000000/8 0/1  0x100000000/8 2/1 'bc'");
 
-TEST(ChapterStarts, HaveACountOfEightOr32Bits) {
-  for (const char* head : {"0 3/1", "x01000000 9/1 3"}) {
-    const ChapterStarts found = ReadChapterStarts(Join(Made(head), kChapters));
-    EXPECT_EQ(found.stated, 3U);
-    EXPECT_EQ(found.starts, (std::vector<std::uint64_t>{0, 15'000'000, 0x100000000}));
-  }
-}
-
 TEST(ChapterStarts, AreReadAsFarAsTheListGoes) {
-  const Bytes whole = Join(Made("x01000000 0/1 -1"), kChapters);
-  for (std::size_t size = 0; size <= whole.size(); ++size) {
-    const ChapterStarts found = ReadChapterStarts(ByteSpan(whole).first(size));
-    EXPECT_EQ(found.stated, size < 9 ? 0 : 0xFFFFFFFF) << size;
-    EXPECT_EQ(found.starts.size(), size < 19 ? 0U : size < 28 ? 1U : size < 39 ? 2U : 3U) << size;
+  const std::vector<std::uint64_t> starts{0, 15'000'000, 0x100000000};
+  for (const char* head : {"0 3/1", "x01000000 9/1 3"}) {
+    const Bytes whole = Join(Made(head), kChapters);
+    EXPECT_EQ(ReadChapterStarts(whole).stated, 3U);
+    EXPECT_EQ(ReadChapterStarts(whole).starts, starts);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+      const std::size_t missing = whole.size() - size;
+      EXPECT_EQ(ReadChapterStarts(First(whole, size)).starts.size(), missing > 20   ? 0U
+                                                                     : missing > 11 ? 1U
+                                                                                    : 2U);
+    }
   }
 }
 
@@ -110,7 +106,7 @@ std::string TagsIn(const std::string& meta) {
   return lines;
 }
 
-TEST(Tags, HaveATypeOrANameOfTheirOwn) {
+TEST(Tags, HaveATypeOrANameOfTheirOwnOrAKey) {
   const std::string handler = "hdlr{ *8 'mdir' *13 } ";
   const std::string items =
       handler +
@@ -121,45 +117,36 @@ TEST(Tags, HaveATypeOrANameOfTheirOwn) {
   EXPECT_EQ(TagsIn("0 " + items), expected);
   EXPECT_EQ(TagsIn(items), expected) << "QuickTime has no version";
   EXPECT_EQ(TagsIn("0 " + handler), "");
-}
-
-TEST(Tags, HaveTheKeyWithTheNumberOfTheirType) {
-  for (const auto& [number, name] :
-       {std::pair("0", ""), {"1", "com.make"}, {"2", "com.model"}, {"3", ""}}) {
-    const Bytes meta = Made(
-        "hdlr{ *8 'mdir' *13 } keys{ 0 2 mdta{ 'com.make' } mdta{ 'com.model' } }"
-        " ilst{ 28 $ data{ 1 0 'text' } }",
-        {Made(number)});
-    EXPECT_EQ(TextOf(ReadTags(meta).at(0).name), name);
-  }
+  // The type may be the number of a key.
+  const Bytes keys = Made(handler +
+                              "keys{ 0 2 mdta{ 'make' } mdta{ 'model' } } ilst{ 24 0 $ 24 1 $"
+                              " 24 2 $ 24 3 $ }",
+                          std::vector(4, Made("data{ 1 0 }")));
+  std::string names;
+  for (const Tag& tag : ReadTags(keys)) names += TextOf(tag.name) + '|';
+  EXPECT_EQ(names, "|make|model||");
 }
 
 TEST(Tags, HaveNumbersOfTheirKind) {
-  struct Case {
-    std::uint32_t kind;
-    const char* value;
-    std::optional<std::int64_t> integer;
-    std::optional<double> real;
+  const auto number = [](std::uint32_t kind, const char* text) {
+    const Bytes value = Made(text);
+    const Tag tag{.kind = kind, .value = value};
+    EXPECT_FALSE(tag.Integer() && tag.Real());
+    return tag.Integer() ? std::to_string(*tag.Integer())
+           : tag.Real()  ? std::to_string(*tag.Real())
+                         : "none";
   };
-  const Case cases[] = {
-      {Tag::kSignedNumber, "-5/1", -5, {}},
-      {Tag::kSignedNumber, "251/2", 251, {}},
-      {Tag::kSignedNumber, "-65536/3", -65536, {}},
-      {Tag::kUnsignedNumber, "251/1", 251, {}},
-      {Tag::kUnsignedNumber, "0x0102030405060708/8", 0x0102030405060708, {}},
-      {Tag::kUnsignedNumber, "*9", {}, {}},
-      {Tag::kSignedNumber, "", {}, {}},
-      {Tag::kFloat, "0xBFC00000", {}, -1.5},
-      {Tag::kDouble, "0x4004000000000000/8", {}, 2.5},
-      {Tag::kFloat, "0x4004000000000000/8", {}, {}},
-      {Tag::kUtf8Text, "'1'", {}, {}},
-  };
-  for (const Case& one : cases) {
-    const Bytes value = Made(one.value);
-    const Tag tag{.kind = one.kind, .value = value};
-    EXPECT_EQ(tag.Integer(), one.integer) << one.value;
-    EXPECT_EQ(tag.Real(), one.real) << one.value;
-  }
+  EXPECT_EQ(number(Tag::kSignedNumber, "-5/1"), "-5");
+  EXPECT_EQ(number(Tag::kSignedNumber, "251/2"), "251");
+  EXPECT_EQ(number(Tag::kSignedNumber, "-65536/3"), "-65536");
+  EXPECT_EQ(number(Tag::kSignedNumber, ""), "none");
+  EXPECT_EQ(number(Tag::kUnsignedNumber, "251/1"), "251");
+  EXPECT_EQ(number(Tag::kUnsignedNumber, "0x0102030405060708/8"), "72623859790382856");
+  EXPECT_EQ(number(Tag::kUnsignedNumber, "*9"), "none");
+  EXPECT_EQ(number(Tag::kFloat, "0xBFC00000"), "-1.500000");
+  EXPECT_EQ(number(Tag::kDouble, "0x4004000000000000/8"), "2.500000");
+  EXPECT_EQ(number(Tag::kFloat, "0x4004000000000000/8"), "none");
+  EXPECT_EQ(number(Tag::kUtf8Text, "'1'"), "none");
   const Bytes track = Made("3 268/2 0/2"), genre = Made("265/2");
   using Pair = std::pair<std::uint16_t, std::uint16_t>;
   EXPECT_EQ(Tag{.value = track}.NumberAndTotal(), Pair(3, 268));
@@ -178,6 +165,62 @@ TEST(AssetText, EndsAtAZeroUnlessItIsUtf16) {
   EXPECT_EQ(text(FourCC{"perf"}, "0 1/2"), "1");
   EXPECT_EQ(text(FourCC{"perf"}, "*5"), "none");
   EXPECT_EQ(text(FourCC{"loci"}, "0 1/2 'Hi'"), "none");
+}
+
+// --- Sample descriptions
+
+constexpr FourCC kPicture{"vide"}, kSound{"soun"};
+
+Bytes Picture(std::uint16_t reference, const std::string& atoms) {
+  return Made("avc1{ *6 $ *70 $ }", {U16(reference), Made(atoms)});
+}
+
+// An AAC description; QuickTime: version 1, 'esds' in 'wave'.
+Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
+  const Bytes esds = Made("esds{ 0 3/1 x808019 *3 4/1 17/1 x4015 *3 $ $ 5/1 2/1 $ 0x10/1 }",
+                          {U32(2 * rate), U32(rate), U8(profile)});
+  return Made(
+      isQuickTime ? "mp4a{ *6 1/2 1/2 *34 wave{ frma{ 'mp4a' } $ } }" : "mp4a{ *6 1/2 0/2 *18 $ }",
+      {esds});
+}
+
+TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
+  const std::string plain = "avcC{ 1 }", slow = plain + " btrt{ 0 5 5 }",
+                    fast = plain + " btrt{ 0 6 6 }", hdr = plain + " mdcv{ *24 }";
+  const auto expectSame = [](const Bytes& a, const Bytes& b, bool same, FourCC type = kPicture) {
+    EXPECT_EQ(DecodeAlike(a, b, type), same) << testing::PrintToString(a);
+    EXPECT_EQ(DecodeAlike(b, a, type), same) << testing::PrintToString(b);
+  };
+  expectSame(Picture(1, plain), Picture(2, plain), true);
+  expectSame(Picture(1, slow + " 0"), Picture(1, fast + " 0"), true);
+  expectSame(Picture(1, slow), Picture(1, plain), true);
+  expectSame(Picture(1, plain), Picture(1, "avcC{ 2 }"), false);
+  expectSame(Picture(1, plain), Picture(1, hdr), false);
+  expectSame(Picture(1, hdr), Picture(1, plain + " dvcC{ *24 }"), false);
+  expectSame(Picture(1, slow), Picture(1, fast), false, FourCC{"meta"});
+  expectSame(Picture(1, slow + " 'no atom'"), Picture(1, fast + " 'no atom'"), false);
+  for (const bool isQuickTime : {false, true}) {
+    const Bytes aac = Aac(96000, 0x11, isQuickTime);
+    expectSame(aac, Aac(64000, 0x11, isQuickTime), true, kSound);
+    expectSame(aac, Aac(96000, 0x12, isQuickTime), false, kSound);
+    expectSame(aac, Aac(96000, 0x11, !isQuickTime), false, kSound);
+    for (std::size_t size = 1; size < aac.size(); ++size) {  // it may be cut anywhere
+      Bytes other = First(aac, size);
+      other.back() ^= 1;
+      if (size > 20) expectSame(First(aac, size), other, false, kSound);
+    }
+  }
+}
+
+TEST(SampleDescription, HasANumberOfADataReferenceUnlessTextIsThere) {
+  Bytes entry = Picture(0x0102, ""), text = Made("mett{ 'text/plain' }");
+  EXPECT_EQ(ReferenceNumber(entry), 0x0102);
+  SetReferenceNumber(entry, 0x10304);
+  EXPECT_EQ(entry, Picture(0x0304, ""));
+  EXPECT_EQ(ReferenceNumber(text), std::nullopt);
+  SetReferenceNumber(text, 1);
+  EXPECT_EQ(text, Made("mett{ 'text/plain' }"));
+  EXPECT_EQ(ReferenceNumber(Made("mp4v{ *6 1/1 }")), std::nullopt);
 }
 
 }  // namespace

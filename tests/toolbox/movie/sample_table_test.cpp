@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <utility>
 
@@ -10,13 +11,15 @@
 #include "tests/toolbox/random.h"
 #include "tests/toolbox/told.h"
 #include "toolbox/movie/sample_columns.h"
+#include "toolbox/movie/sample_groups.h"
+#include "toolbox/movie/sample_times.h"
 
 namespace toolbox {
 namespace {
 
 // A sample in the simple model that the table is compared with.
 struct Sample {
-  std::int64_t duration = 0;
+  std::int64_t time = 0, duration = 0;  // decode time
   std::int32_t offset = 0;
   std::uint32_t size = 0, description = 0;
   std::uint64_t at = 0;  // in its file
@@ -27,69 +30,49 @@ struct Sample {
 };
 
 struct Source {
-  Bytes file;  // rows of 'ctts' and 'stsc' that the table may be a view of
   SampleTable table;
   std::vector<Sample> samples;
 };
 
-// Makes the offsets and chunks of `rows` views of rows in a file, as they are after reading.
-void ViewFile(Source& source, SampleRows& rows) {
-  Bytes offsets, chunks;
-  rows.offsets.ForEach(0, rows.offsets.Samples(), [&](std::uint32_t count, std::int32_t offset) {
-    offsets = Join(offsets, U32(count), U32(static_cast<std::uint32_t>(offset)));
-  });
-  for (ChunkRuns::Walk run = rows.chunkRuns.From(0); !run.IsAtEnd(); run.Next()) {
-    chunks =
-        Join(chunks, U32(run->chunk + 1), U32(run->samplesPerChunk), U32(run->description + 1));
-  }
-  const auto chunkCount = static_cast<std::uint32_t>(rows.chunkOffsets.Count());
-  source.file = Join(offsets, chunks);
-  const ByteSpan file = source.file;
-  if (!offsets.empty()) rows.offsets = *OffsetRuns::ViewOf(file.first(offsets.size()), rows.count);
-  rows.chunkRuns = *ChunkRuns::ViewOf(file.subspan(offsets.size()), chunkCount, rows.count, 3);
-}
-
+// Samples in chunks of three descriptions. Those of some files have only the tables that must be.
 Source SomeSource(Random& random, std::uint32_t count) {
-  const bool hasOffsets = random.Flip(), hasSync = random.Flip(), hasPartial = random.Flip(),
-             hasDependencies = random.Flip(), hasSizes = random.Flip();
+  const bool isPlain = random.Below(3) == 0;
   Source source;
   auto rows = std::make_shared<SampleRows>();
   rows->count = count;
-  if (!hasSizes) rows->constantSize = 3;
-  if (hasSync) rows->sync.emplace();
+  if (isPlain) {
+    rows->constantSize = 3;
+  } else {
+    rows->sync.emplace();
+  }
   std::uint64_t place = 1000;
   for (std::uint32_t i = 0, chunk = 0; i < count; ++chunk) {
     const std::uint32_t perChunk = std::min(1 + random.Below(3), count - i);
-    Sample sample{.description = random.Below(3)};
+    Sample sample{.size = 3, .description = random.Below(3), .isSync = true};
     place += random.Below(20);
     rows->AddChunks(chunk, 1, perChunk, sample.description);
     rows->chunkOffsets.Add(place);
     for (const std::uint32_t end = i + perChunk; i < end; ++i) {
       sample.duration = 1 + random.Below(3);
-      sample.offset = hasOffsets ? static_cast<std::int32_t>(random.Below(16)) - 5 : 0;
-      sample.size = hasSizes ? random.Below(9) : 3;
-      sample.at = std::exchange(place, place + sample.size);
-      sample.isSync = !hasSync || random.Below(3) == 0;
-      sample.isPartial = !sample.isSync && hasPartial && random.Flip();
-      sample.dependency = static_cast<std::uint8_t>(hasDependencies ? random.Below(256) : 0);
       rows->AddTimes(1, static_cast<std::uint32_t>(sample.duration));
-      if (hasOffsets) rows->AddOffsets(1, sample.offset);
-      if (hasSizes) rows->sizes.Add(sample.size);
-      if (hasSync && sample.isSync) rows->sync->push_back(i);
-      if (sample.isPartial) rows->partialSync.push_back(i);
-      if (hasDependencies) rows->dependencies.push_back(sample.dependency);
+      if (!isPlain) {
+        sample.offset = static_cast<std::int32_t>(random.Below(16)) - 5;
+        sample.size = random.Below(9);
+        sample.isSync = random.Below(3) == 0;
+        sample.isPartial = !sample.isSync && random.Flip();
+        sample.dependency = static_cast<std::uint8_t>(random.Below(256));
+        rows->AddOffsets(1, sample.offset);
+        rows->sizes.Add(sample.size);
+        if (sample.isSync) rows->sync->push_back(i);
+        if (sample.isPartial) rows->partialSync.push_back(i);
+        rows->dependencies.push_back(sample.dependency);
+      }
+      sample.at = std::exchange(place, place + sample.size);
       source.samples.push_back(sample);
     }
   }
-  if (random.Flip()) ViewFile(source, *rows);
   source.table = SampleTable(std::move(rows));
   return source;
-}
-
-std::vector<std::int64_t> TimesOf(const std::vector<Sample>& samples) {
-  std::vector<std::int64_t> times{0};
-  for (const Sample& sample : samples) times.push_back(times.back() + sample.duration);
-  return times;
 }
 
 // A table of random slices, and the model of it.
@@ -100,6 +83,9 @@ class Joined : public testing::TestWithParam<unsigned> {
     for (int i = 0; i < 8; ++i) Append();
   }
   void Append();
+  std::int64_t End() const {
+    return samples_.empty() ? 0 : samples_.back().time + samples_.back().duration;
+  }
 
   Random random_{GetParam()};
   std::vector<Source> sources_;
@@ -123,53 +109,49 @@ void Joined::Append() {
   const bool continues = index == lastIndex && from == lastEnd && map == lastMap;
 
   const std::int64_t base = table_.AppendSlice(source.table, {from, to}, map).units;
-  const std::int64_t end = TimesOf(samples_).back();
   if (from == to) {
-    EXPECT_EQ(base, end);
+    EXPECT_EQ(base, End());
     return;
   }
+  const std::uint64_t stretch = continues ? samples_.back().stretchStart : samples_.size();
+  std::vector<Sample> added;
   std::int64_t time = 0, shownFrom = INT64_MAX, shownUntil = INT64_MIN;
   for (std::uint64_t i = from; i < to; ++i) {
-    const Sample& sample = source.samples[i];
+    Sample& sample = added.emplace_back(source.samples[i]);
+    sample.time = base + time;
+    sample.description = map[sample.description];
+    sample.stretchStart = stretch;
     shownFrom = std::min(shownFrom, time + sample.offset);
     time += sample.duration;
     shownUntil = std::max(shownUntil, time + sample.offset);
   }
-  const std::int64_t overlap = samples_.empty() || continues ? 0 : shownUntil_ - end - shownFrom;
+  const std::int64_t overlap = samples_.empty() || continues ? 0 : shownUntil_ - End() - shownFrom;
   if (overlap > 0) samples_.back().duration += overlap;
-  EXPECT_EQ(base, end + std::max<std::int64_t>(overlap, 0));
+  EXPECT_EQ(base, End());
   shownUntil_ = std::max(shownUntil_, base + shownUntil);
-
-  const std::uint64_t stretch = continues ? samples_.back().stretchStart : samples_.size();
-  for (std::uint64_t i = from; i < to; ++i) {
-    Sample sample = source.samples[i];
-    sample.description = map[sample.description];
-    sample.stretchStart = stretch;
-    samples_.push_back(sample);
-  }
+  samples_.insert(samples_.end(), added.begin(), added.end());
   last_ = {index, to, map};
 }
 
 TEST_P(Joined, TellsTheTimeOfEverySample) {
-  const auto times = TimesOf(samples_);
   TimeCursor forward(table_), anyhow(table_);
   for (std::uint64_t i = 0; i < samples_.size(); ++i) {
-    EXPECT_EQ(table_.TimeOf(i).units, times[i]);
-    EXPECT_EQ(table_.DurationOf(i).units, samples_[i].duration);
-    EXPECT_EQ(ShownAt(table_, i).units, times[i] + samples_[i].offset);
-    EXPECT_EQ(forward.TimeOf(i).units, times[i]);
-    EXPECT_EQ(forward.DurationOf(i).units, samples_[i].duration);
-    const std::uint64_t other = random_.Below(samples_.size() + 1);
-    EXPECT_EQ(anyhow.TimeOf(other).units, times[other]);
+    const Sample &sample = samples_[i], &other = samples_[random_.Below(samples_.size())];
+    EXPECT_EQ(table_.TimeOf(i).units, sample.time);
+    EXPECT_EQ(table_.DurationOf(i).units, sample.duration);
+    EXPECT_EQ(ShownAt(table_, i).units, sample.time + sample.offset);
+    EXPECT_EQ(forward.TimeOf(i).units, sample.time);
+    EXPECT_EQ(forward.DurationOf(i).units, sample.duration);
+    EXPECT_EQ(anyhow.TimeOf(static_cast<std::uint64_t>(&other - samples_.data())).units,
+              other.time);
+    for (std::int64_t later = 0; later < sample.duration; ++later) {
+      ASSERT_EQ(table_.SampleAt({sample.time + later}), i);
+    }
   }
-  EXPECT_EQ(table_.Duration().units, times.back());
-  EXPECT_EQ(table_.TimeOf(samples_.size()).units, times.back());
+  EXPECT_EQ(table_.Duration().units, End());
+  EXPECT_EQ(anyhow.TimeOf(samples_.size()).units, End());
   EXPECT_EQ(table_.SampleAt({-1}), 0U);
-  EXPECT_EQ(table_.SampleAt({times.back()}), samples_.size() - 1);
-  for (std::int64_t time = 0; time < times.back(); ++time) {
-    const auto after = std::ranges::upper_bound(times, time);
-    ASSERT_EQ(table_.SampleAt({time}), static_cast<std::uint64_t>(after - times.begin() - 1));
-  }
+  EXPECT_EQ(table_.SampleAt({End()}), samples_.size() - 1);
 }
 
 TEST_P(Joined, WalksEverySample) {
@@ -194,15 +176,25 @@ TEST_P(Joined, WalksEverySample) {
   EXPECT_EQ(next, seen.size());
   ForEachSync(table_, [&](std::uint64_t sample) { seen.at(sample).isSync = true; });
   ForEachPartialSync(table_, [&](std::uint64_t sample) { seen.at(sample).isPartial = true; });
-  ForEachPiece(table_, {0, seen.size()}, [&](const SamplePiece& piece) {
-    std::uint64_t at = piece.offset;
-    for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
-      seen.at(i).description = piece.description;
-      seen[i].at = std::exchange(at, at + seen[i].size);
-    }
-    EXPECT_EQ(piece.offset + piece.size, at);
-  });
+  EXPECT_EQ(LocatedCount(table_), seen.size());
+  for (std::uint64_t from = 0, to = 0; from < seen.size(); from = to) {
+    to = from + 1 + random_.Below(seen.size() - from);
+    std::vector<bool> used(5), expectedUse(5);
+    ForEachPiece(table_, {from, to}, [&](const SamplePiece& piece) {
+      EXPECT_EQ(SizeOf(table_, piece.sample, piece.count, piece.description), piece.size);
+      std::uint64_t at = piece.offset;
+      for (std::uint64_t i = piece.sample; i < piece.sample + piece.count; ++i) {
+        seen.at(i).description = piece.description;
+        seen[i].at = std::exchange(at, at + seen[i].size);
+      }
+      EXPECT_EQ(piece.offset + piece.size, at);
+      expectedUse.at(piece.description) = true;
+    });
+    MarkDescriptions(table_, {from, to}, used);
+    EXPECT_EQ(used, expectedUse);
+  }
   for (std::uint64_t i = 0; i < seen.size(); ++i) {
+    seen[i].time = table_.TimeOf(i).units;
     seen[i].stretchStart = table_.SliceOf(i).first;
     std::uint64_t sync = i;
     while (sync > samples_[i].stretchStart && !samples_[sync].isSync && !samples_[sync].isPartial) {
@@ -213,32 +205,10 @@ TEST_P(Joined, WalksEverySample) {
   EXPECT_TRUE(seen == samples_);
 }
 
-TEST_P(Joined, FindsTheBytesOfEveryStretch) {
-  EXPECT_EQ(LocatedCount(table_), samples_.size());
-  for (int round = 0; round < 30; ++round) {
-    const std::uint64_t from = random_.Below(samples_.size());
-    const std::uint64_t to = from + 1 + random_.Below(samples_.size() - from);
-    std::uint64_t next = from;
-    std::vector<bool> used(5), expectedUse(5);
-    ForEachPiece(table_, {from, to}, [&](const SamplePiece& piece) {
-      EXPECT_EQ(piece.sample, next);
-      EXPECT_EQ(piece.offset, samples_[next].at);
-      next += piece.count;
-      EXPECT_EQ(piece.offset + piece.size, samples_[next - 1].at + samples_[next - 1].size);
-      EXPECT_EQ(SizeOf(table_, piece.sample, piece.count, piece.description), piece.size);
-      expectedUse.at(piece.description) = true;
-    });
-    EXPECT_EQ(next, to);
-    MarkDescriptions(table_, {from, to}, used);
-    EXPECT_EQ(used, expectedUse);
-  }
-}
-
 // The samples that a player has to decode for [from, to), found by trying all: the one that is
 // shown at `from`, those that are shown before `to`, and the samples between them.
 TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
-  const auto times = TimesOf(samples_);
-  const auto shown = [&](std::uint64_t i) { return times[i] + samples_[i].offset; };
+  const auto shown = [&](std::uint64_t i) { return samples_[i].time + samples_[i].offset; };
   const std::int64_t end = std::min(table_.Duration().units, shownUntil_);
   for (int round = 0; round < 200; ++round) {
     const auto from = std::int64_t{random_.Below(static_cast<std::uint64_t>(end))};
@@ -320,6 +290,128 @@ TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
   EXPECT_EQ(LocatedCount(table), 5U);
   EXPECT_NO_THROW(CheckLocated(table, {0, 5}));
   EXPECT_THROW(CheckLocated(table, {4, 6}), Refused);
+}
+
+// --- The samples that a track shows, in movie time
+
+using Shown = std::vector<ShownSample>;
+
+// The times found by asking for the first sample and then for each next one.
+Shown Walk(const TrackRecord& track) {
+  Shown found;
+  auto next = NextShownSample(track, {-7}, true);
+  for (; next; next = NextShownSample(track, next->start, false)) found.push_back(*next);
+  return found;
+}
+
+// The same by looking at every movie unit.
+Shown Watched(const TrackRecord& track) {
+  Shown found;
+  const SampleTable& samples = track.media->samples;
+  for (const Edit& edit : track.edits.Edits()) {
+    std::optional<std::uint64_t> before;
+    for (MovieTime time = edit.start; time < edit.End(); time += MovieTime{1}) {
+      const auto shown = MediaTimeAt(track, time);
+      if (!shown) continue;
+      const auto [first, last] = SamplesShownIn(samples, *shown, *shown + MediaTime{1});
+      const auto now = first == last ? std::nullopt : std::optional(first);
+      if (now && now == before) {
+        found.back().duration += MovieTime{1};
+      } else if (now) {
+        found.push_back({time, MovieTime{1}});
+      }
+      before = now;
+    }
+  }
+  return found;
+}
+
+TEST(SamplesByTime, AreFoundInEveryEditThatShowsThem) {
+  MovieRecord movie;
+  TrackRecord& track = AddPlainTrack(movie, FourCC{"text"}, 600, PlainRows(4, 100, 10));
+  track.edits = {};
+  for (const auto& [length, media, rate] :
+       {std::tuple(50, -1, 1.0), {100, 150, 1.0}, {50, -1, 1.0}, {100, 0, 2.0}, {30, 399, 0.0}}) {
+    track.edits.Append({length}, {media}, rate, track.TimeClock());
+  }
+  EXPECT_EQ(Walk(track), Watched(track));
+  for (const auto& [time, media] : {std::pair(-1, -1), {49, -1}, {50, 150}, {249, 98}, {330, -1}}) {
+    EXPECT_EQ(MediaTimeAt(track, {time}).value_or(Edit::kNothing), MediaTime{media});
+  }
+}
+
+TEST(SamplesByTime, AreThoseThatOneWouldSee) {
+  Random random(5);
+  for (int round = 0; round < 150 && !testing::Test::HasFailure(); ++round) {
+    auto rows = PlainRows(0, 0, 1);
+    rows->count = 1 + random.Below(12);
+    for (std::uint32_t i = 0; i < rows->count; ++i) {
+      rows->AddTimes(1, random.Below(3) * random.Below(40));
+      if (round % 2 == 1) rows->AddOffsets(1, static_cast<std::int32_t>(random.Below(80)) - 20);
+    }
+    MovieRecord movie;
+    movie.header.scale = 1 + static_cast<std::int32_t>(random.Below(100));
+    const auto scale = 1 + static_cast<std::int32_t>(random.Below(100));
+    TrackRecord& track = AddPlainTrack(movie, FourCC{"text"}, scale, rows);
+    track.edits = {};
+    for (int edit = 0; edit < 4; ++edit) {
+      const bool isEmpty = random.Below(4) == 0;
+      const MediaTime media = isEmpty ? Edit::kNothing : MediaTime{random.Below(200)};
+      const double rate = isEmpty ? 1.0 : std::array{1.0, 1.0, 0.5, 3.0, 0.0}[random.Below(5)];
+      track.edits.Append({random.Below(60)}, media, rate, track.TimeClock());
+    }
+    EXPECT_EQ(Walk(track), Watched(track)) << "round " << round;
+  }
+}
+
+// --- Groups of samples
+
+// Four samples in groups of that type. `rest` is what the 'sgpd' has after it; empty: no groups.
+SampleTable Grouped(FourCC type, std::uint32_t version, const std::string& rest,
+                    const std::vector<GroupRun>& runs) {
+  auto rows = PlainRows(4, 1, 1);
+  const SampleGroupDescriptions descriptions{version << 24, type, Made(rest)};
+  if (!rest.empty()) rows->groups = {{type, 0, 0, descriptions, runs}};
+  return SampleTable(rows);
+}
+
+TEST(SampleGroups, AreNumberedTogetherForAllFiles) {
+  constexpr FourCC kRap{"rap "}, kOpaque{"oinf"};
+  using Runs = std::vector<GroupRun>;
+  const Runs runs{{0, 1}, {1, 0}, {3, 2}};
+  // Entries of a byte each; version 2 has a default number.
+  const std::tuple<FourCC, std::uint32_t, const char*, Runs, std::uint32_t, const char*, Runs,
+                   const char*, const char*>
+      cases[] = {
+          {kRap, 1, "1 2 x0708", runs, 1, "1 2 x0708", {{0, 2}, {2, 1}}, "10022211", "1 2 x0708"},
+          {kRap, 1, "1 2 x0708", runs, 1, "1 2 x0809", {{0, 2}, {2, 1}}, "10023322", "1 3 x070809"},
+          {kRap, 1, "1 2 x0708", runs, 0, "1 x09", {{0, 1}, {1, 0}}, "10023000", "1 3 x070809"},
+          {kRap, 1, "1 2 x0708", runs, 2, "1 2 2 x0907", {}, "10021111", "1 3 x070809"},
+          {kRap, 1, "1 2 x0708", runs, 1, "", {}, "10020000", "1 2 x0708"},
+          {kRap, 2, "1 1 1 x07", runs, 1, "", {}, "10020000", "1 1 1 x07"},
+          // The default number is stated as such only if all samples have it.
+          {kRap, 2, "1 1 1 x07", {}, 1, "", {}, "11110000", "1 1 1 x07"},
+          {kRap, 2, "1 1 1 x07", {}, 2, "1 1 1 x07", {}, "default", "1 1 1 x07"},
+          {kOpaque, 0, "2 x010203", runs, 0, "2 x010203", {{0, 2}}, "10022222", "2 x010203"},
+          {kOpaque, 0, "2 x010203", runs, 0, "2 x010204", {{0, 2}}, "no groups", ""},
+      };
+  for (const auto& [type, version, first, firstRuns, nextVersion, next, nextRuns, numbers, joined] :
+       cases) {
+    SampleTable table = Grouped(type, version, first, firstRuns);
+    table.AppendSlice(Grouped(type, nextVersion, next, nextRuns), {0, 4});
+    EXPECT_EQ(ToldGroups(table), numbers) << next;
+    for (const JoinedGroup& group : GroupsOf(table)) {
+      EXPECT_EQ(group.descriptions.value().rest, Made(joined)) << next;
+    }
+  }
+}
+
+TEST(SampleGroups, StateHowFarBackDecodingStarts) {
+  const SampleTable table = Grouped(FourCC{"roll"}, 2, "2 2 2 -1/2 -3/2", {{1, 1}, {2, 0}, {3, 2}});
+  const std::optional<std::uint32_t> expected[] = {3, 1, {}, 3};
+  for (std::uint32_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(RollDistance(*table.WholeRows(), i), expected[i]) << i;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 #include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
 #include "tests/toolbox/told.h"
+#include "toolbox/atoms/text_atoms.h"
+#include "toolbox/movie/cuts.h"
+#include "toolbox/movie/user_text.h"
 
 namespace toolbox {
 namespace {
@@ -12,58 +15,92 @@ namespace {
 constexpr FourCC kVideo{"vide"}, kSound{"soun"}, kText{"text"}, kChapters{"chap"};
 constexpr MovieTime kAll{kLongest};
 
-// A movie with 600 units a second, opened from a file of that name. Its tracks last three seconds.
+// A movie with 600 units a second, opened from a file of that name. It has a track of three seconds
+// for each letter of `tracks`:
+//
+//   v  video        l  video with an edit that reaches past its media
+//   s  sound        S  sound that is disabled       e  sound that ends after one second
+//   t  text         0  text whose samples last no time
 struct TestMovie : MovieRecord {
-  explicit TestMovie(const std::string& name) { file = OtherFile{"/" + name}; }
-
-  TrackRecord& Video() { return AddPlainTrack(*this, kVideo, 600, PlainRows(6, 300, 100)); }
-  TrackRecord& Sound() {
-    return AddPlainTrack(*this, kSound, 44100, PlainRows(30, 4410, 50, 1000));
+  explicit TestMovie(const std::string& name, const std::string& tracks = "") {
+    file = OtherFile{"/" + name};
+    for (const char letter : tracks) Add(letter);
   }
-  TrackRecord& Text() { return AddPlainTrack(*this, kText, 600, PlainRows(3, 600, 20, 3000)); }
+  TrackRecord& operator[](std::size_t track) { return *tracks.at(track); }
+  std::uint64_t Count(std::size_t track) { return tracks.at(track)->media->samples.Count(); }
+
+ private:
+  void Add(char letter) {
+    if (letter == '0') AddPlainTrack(*this, kText, 600, PlainRows(5, 0, 20, 4000));
+    if (letter == 't') AddPlainTrack(*this, kText, 600, PlainRows(3, 600, 20, 3000));
+    if (letter == 'v' || letter == 'l') AddPlainTrack(*this, kVideo, 600, PlainRows(6, 300, 100));
+    if (letter == 's' || letter == 'S' || letter == 'e') {
+      AddPlainTrack(*this, kSound, 44100, PlainRows(30, 4410, 50, 1000));
+    }
+    TrackRecord& track = *tracks.back();
+    if (letter == 'S') track.header.flags = 0;
+    if (letter == 'e') track.edits.Delete({600}, {1200}, track.TimeClock());
+    if (letter == 'l') track.edits.Append({600}, {1500}, 1.0, track.TimeClock());
+  }
 };
 
-std::uint64_t Count(const MovieRecord& movie, std::size_t track) {
-  return movie.tracks.at(track)->media->samples.Count();
+void Append(const MovieRecord& source, MovieRecord& movie) {
+  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
 }
 
-TEST(InsertMovieSegment, GoesIntoTheTracksThatFit) {
-  TestMovie movie("a"), source("b");
-  movie.Video(), movie.Sound(), source.Video();
+TEST(InsertMovieSegment, GoesIntoTheTracksThatFitAndKeepsAllInStep) {
+  const std::tuple<const char*, const char*, std::int64_t, std::int64_t, std::int64_t, const char*>
+      cases[] = {
+          {"ss", "sss", 0, 600, 1800, "0+2400 | 0+2400 | gap+1800 0+600"},
+          {"Ss", "s", 0, kLongest, 1800, "0+1800 | 0+3600"},
+          {"S", "s", 0, kLongest, 1800, "0+3600"},  // any state is better than a new track
+          {"vst", "ve", 300, 600, 1200,
+           "0+1200 2100+600 1200+600 | 0+1200 154350+300 gap+300 88200+600 | 0+1200 gap+600 "
+           "1200+600"},
+          {"l", "v", 0, kLongest, 2400,
+           "0+1800 1500+300 gap+300 1800+1800"},  // shows no new samples
+          {"v", "", 0, kLongest, 500, "0+1800"},
+          {"v", "v", 100, 0, 500, "0+1800"},
+          {"v", "v", 1800, kLongest, 500, "0+1800"},
+      };
+  for (const auto& [tracks, more, from, length, at, expected] : cases) {
+    TestMovie movie("a", tracks), source("b", more);
+    const std::string before = Told(source);
+    InsertMovieSegment(source, movie, {from}, {length}, {at});
+    EXPECT_EQ(Told(movie), expected);
+    EXPECT_EQ(Told(source), before);
+  }
+}
+
+TEST(InsertMovieSegment, AddsReferencesAndDescriptionsOnce) {
+  TestMovie movie("a", "vs"), source("b", "vs");
   // Sound shows nothing, so its geometry does not matter.
-  TrackHeader& sound = source.Sound().header;
+  TrackHeader& sound = source[1].header;
   sound.width = sound.height = sound.matrix[6] = 1;
-  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
-  EXPECT_EQ(Told(movie), "0+3600 | 0+3600");
-  EXPECT_EQ(Told(source), "0+1800 | 0+1800");
   for (int repeated = 0; repeated < 2; ++repeated) {
+    Append(source, movie);
+    ASSERT_EQ(movie.tracks.size(), 2U);
     for (const auto& track : movie.tracks) {
       EXPECT_EQ(track->media->dataReferences,
                 (std::vector<DataReference>{ThisFile{}, OtherFile{"/b"}}));
       ASSERT_EQ(track->media->descriptions.size(), 2U);
       EXPECT_EQ(track->media->descriptions[1].dataReference, 1U);
     }
-    InsertMovieSegment(source, movie, {}, kAll, movie.Duration());  // adds neither again
   }
 }
 
 TEST(InsertMovieSegment, JoinsSamplesThatLastNoTime) {
-  TestMovie movie("a"), source("b"), other("c");
-  for (TestMovie* each : {&movie, &source}) {
-    each->Text();
-    AddPlainTrack(*each, kText, 600, PlainRows(5, 0, 20, 4000));
-  }
-  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
-  EXPECT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(Count(movie, 0), 6U);
-  EXPECT_EQ(Count(movie, 1), 10U);
-  const TrackRecord& timeless = AddPlainTrack(other, kText, 600, PlainRows(7, 0, 20, 4000));
-  EXPECT_THROW(InsertTrackSegment(timeless, *movie.tracks[0], {}, {}, {}), Refused);
-  InsertTrackSegment(timeless, *movie.tracks[1], {}, {}, {});
-  EXPECT_EQ(Count(movie, 1), 17U);
+  TestMovie movie("a", "t0"), source("b", "t0"), other("c", "0");
+  Append(source, movie);
+  ASSERT_EQ(movie.tracks.size(), 2U);
+  EXPECT_EQ(movie.Count(0), 6U);
+  EXPECT_EQ(movie.Count(1), 10U);
+  EXPECT_THROW(InsertTrackSegment(other[0], movie[0], {}, {}, {}), Refused);
+  InsertTrackSegment(other[0], movie[1], {}, {}, {});
+  EXPECT_EQ(movie.Count(1), 15U);
   AddMovieSelection(source, movie);
-  EXPECT_EQ(movie.tracks.size(), 4U);
-  EXPECT_EQ(Count(movie, 3), 5U);
+  ASSERT_EQ(movie.tracks.size(), 4U);
+  EXPECT_EQ(movie.Count(3), 5U);
 }
 
 TEST(InsertMovieSegment, MakesANewTrackForWhatDoesNotFit) {
@@ -76,124 +113,67 @@ TEST(InsertMovieSegment, MakesANewTrackForWhatDoesNotFit) {
       [](TrackRecord& track) { track.media->header.language = 1; },
       [](TrackRecord& track) { track.media->header.scale = 2998; },
       [](TrackRecord& track) {
-        track.siblings.push_back({FourCC{"clip"}, Made("clip{ 1 }")});
+        track.siblings = {{FourCC{"clip"}, Made("clip{ }")}};
       },
       [](TrackRecord& track) {
-        track.siblings.push_back({FourCC{"matt"}, Made("matt{ 1 }")});
+        track.siblings = {{FourCC{"matt"}, Made("matt{ }")}};
       },
       [](TrackRecord& track) { track.media->handler.subtype = kText; },
   };
   for (const Change& change : changes) {
-    TestMovie movie("a"), source("b");
-    movie.Video();
-    change(source.Video());
+    TestMovie movie("a", "v"), source("b", "v");
+    change(source[0]);
     InsertMovieSegment(source, movie, {}, kAll, {1800});
     EXPECT_EQ(Told(movie), "0+1800 | gap+1800 0+1800") << &change - changes;
-    const TrackRecord &added = *movie.tracks.back(), &like = *source.tracks[0];
+    const TrackRecord &added = movie[1], &like = source[0];
     EXPECT_EQ(added.media->header.scale, like.media->header.scale);
     EXPECT_EQ(added.header.width, like.header.width);
     EXPECT_EQ(added.header.id, 2U);
   }
 }
 
-TEST(InsertMovieSegment, UsesEachTrackOnceInItsOrder) {
-  TestMovie movie("a"), source("b");
-  movie.Sound(), movie.Sound();
-  source.Sound(), source.Sound(), source.Sound();
-  InsertMovieSegment(source, movie, {}, {600}, {1800});
-  EXPECT_EQ(Told(movie), "0+2400 | 0+2400 | gap+1800 0+600");
-}
-
-TEST(InsertMovieSegment, PrefersATrackInTheSameEnabledState) {
-  TestMovie movie("a"), source("b"), disabled("c");
-  movie.Sound().header.flags = 0;
-  movie.Sound(), source.Sound();
-  InsertMovieSegment(source, movie, {}, kAll, {1800});
-  EXPECT_EQ(Told(movie), "0+1800 | 0+3600");
-  disabled.Sound().header.flags = 0;
-  InsertMovieSegment(source, disabled, {}, kAll, {1800});
-  EXPECT_EQ(Told(disabled), "0+3600") << "any state is better than a new track";
-}
-
 TEST(InsertMovieSegment, KeepsReferencesBetweenTracksThatCameAlong) {
-  TestMovie movie("a"), source("b");
-  TrackRecord& video = movie.Video();
-  TrackRecord& chapters = source.Text();
-  source.Video().Refer(kChapters, chapters);
+  TestMovie movie("a", "v"), source("b", "tv");
+  source[1].Refer(kChapters, source[0]);
   for (int i = 0; i < 2; ++i) {
-    InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
-    ASSERT_EQ(video.references.size(), 1U);
-    EXPECT_EQ(video.references[0].type, kChapters);
-    EXPECT_EQ(video.references[0].targets, (std::vector<TrackRecord*>{movie.tracks[1].get()}));
+    Append(source, movie);
+    ASSERT_EQ(movie[0].references.size(), 1U);
+    EXPECT_EQ(movie[0].references[0].type, kChapters);
+    EXPECT_EQ(movie[0].references[0].targets, std::vector{&movie[1]});
   }
   EXPECT_EQ(Told(movie), "0+3600 1800+1800 | gap+1800 0+1800 0+1800");
 }
 
 TEST(InsertMovieSegment, FillsAnEmptyMovieButForWhatIsTheMoviesOwn) {
-  MovieRecord movie;
-  TestMovie source("b");
+  TestMovie movie("a"), source("b", "vs");
   source.header.matrix[0] = 5;
   source.userData.items.push_back({FourCC{"name"}, {'x'}});
-  TrackRecord& video = source.Video();
-  video.userData.items.push_back({FourCC{"name"}, {'v'}});
-  source.Sound().header.volume = 0x100;
+  source[0].userData.items.push_back({FourCC{"name"}, {'v'}});
+  source[1].header.volume = 0x100;
   // Its packets name samples by number.
-  AddPlainTrack(source, FourCC{"hint"}, 600, PlainRows(6, 300, 10)).Refer(FourCC{"hint"}, video);
+  AddPlainTrack(source, FourCC{"hint"}, 600, PlainRows(6, 300, 10))
+      .Refer(FourCC{"hint"}, source[0]);
   InsertMovieSegment(source, movie, {}, kAll, {});
   ASSERT_EQ(movie.tracks.size(), 2U);
   EXPECT_EQ(movie.header.matrix, kIdentityMatrix);
   EXPECT_TRUE(movie.userData.items.empty());
-  EXPECT_EQ(movie.tracks[0]->userData, video.userData);
-  EXPECT_EQ(movie.tracks[1]->header.volume, 0x100);
-  EXPECT_EQ(movie.tracks[0]->media->dataReferences, (std::vector<DataReference>{OtherFile{"/b"}}));
-}
-
-TEST(InsertMovieSegment, OfAnEmptySourceChangesNothing) {
-  TestMovie movie("a"), source("b");
-  movie.Video();
-  InsertMovieSegment(source, movie, {}, kAll, {500});
-  source.Video();
-  InsertMovieSegment(source, movie, {100}, {0}, {500});
-  InsertMovieSegment(source, movie, {1800}, kAll, {500});
-  EXPECT_EQ(Told(movie), "0+1800");
-  EXPECT_EQ(Count(movie, 0), 6U);
-}
-
-TEST(InsertMovieSegment, KeepsAllTracksInStep) {
-  TestMovie movie("a"), source("b");
-  movie.Video(), movie.Sound(), movie.Text();
-  source.Video();
-  source.Sound().edits.Delete({600}, {1200}, source.tracks[1]->TimeClock());  // it ends early
-  InsertMovieSegment(source, movie, {300}, {600}, {1200});
-  EXPECT_EQ(Told(movie),
-            "0+1200 2100+600 1200+600 | 0+1200 154350+300 gap+300 88200+600"
-            " | 0+1200 gap+600 1200+600");
-}
-
-TEST(InsertMovieSegment, ShowsNoNewSamplesInAnEditThatReachesPastItsMedia) {
-  TestMovie movie("a"), source("b");
-  TrackRecord& video = movie.Video();
-  video.edits.Append({600}, {1500}, 1.0, video.TimeClock());
-  source.Video();
-  InsertMovieSegment(source, movie, {}, kAll, movie.Duration());
-  EXPECT_EQ(Told(movie), "0+1800 1500+300 gap+300 1800+1800");
+  EXPECT_EQ(movie[0].userData, source[0].userData);
+  EXPECT_EQ(movie[1].header.volume, 0x100);
+  EXPECT_EQ(movie[0].media->dataReferences, (std::vector<DataReference>{OtherFile{"/b"}}));
 }
 
 TEST(InsertMovieSegment, StoresAMediaOnceHoweverOftenItIsJoined) {
-  TestMovie movie("a"), source("b");
-  source.Video();
+  TestMovie movie("a"), source("b", "v");
   for (int i = 0; i < 3; ++i) InsertMovieSegment(source, movie, {300}, {600}, movie.Duration());
-  EXPECT_EQ(Count(movie, 0), 6U);
+  EXPECT_EQ(movie.Count(0), 6U);
   EXPECT_EQ(Told(movie), "300+600 300+600 300+600");
   InsertMovieSegment(source, source, {}, {600}, {1800});
-  EXPECT_EQ(Count(source, 0), 6U);
+  EXPECT_EQ(source.Count(0), 6U);
   EXPECT_EQ(Told(source), "0+1800 0+600");
 }
 
 TEST(InsertMovieSegment, ThatIsRefusedChangesNothing) {
-  TestMovie movie("a"), source("b"), unsaved("c");
-  movie.Video(), source.Video();
-  unsaved.Sound(), unsaved.Video();
+  TestMovie movie("a", "v"), source("b", "v"), unsaved("c", "sv");
   unsaved.file.reset();
   const auto codeOf = [&](const MovieRecord& from, MovieTime in, MovieTime length, MovieTime at) {
     return CodeOf([&] { InsertMovieSegment(from, movie, in, length, at); });
@@ -208,32 +188,120 @@ TEST(InsertMovieSegment, ThatIsRefusedChangesNothing) {
   AddPlainTrack(source, kVideo, 600, cut);
   EXPECT_EQ(codeOf(source, {}, kAll, {}), invalidSampleTable);
   EXPECT_EQ(Told(movie), "0+1800");
-  EXPECT_EQ(Count(movie, 0), 6U);
+  EXPECT_EQ(movie.Count(0), 6U);
 }
 
 // --- Other changes to a whole movie
 
-TEST(Movie, CloneKeepsReferencesAmongItsOwnTracks) {
-  TestMovie movie("a");
-  TrackRecord& chapters = movie.Text();
-  movie.Video().Refer(kChapters, chapters);
+TEST(Movie, CloneKeepsReferencesAndNoTwoTracksHaveOneId) {
+  TestMovie movie("a", "tv");
+  movie[1].Refer(kChapters, movie[0]);
   const auto clone = movie.Clone();
   ASSERT_EQ(clone->tracks.size(), 2U);
   EXPECT_EQ(clone->tracks[1]->movie, clone.get());
   EXPECT_EQ(clone->tracks[1]->references[0].targets[0], clone->tracks[0].get());
   clone->RemoveTrack(*clone->tracks[0]);
   EXPECT_TRUE(clone->tracks[0]->references.empty());
-  EXPECT_EQ(movie.tracks[1]->references[0].targets[0], &chapters);
+  EXPECT_EQ(movie[1].references[0].targets[0], &movie[0]);
+  // ISO/IEC 14496-12 8.2.2.3: a next track id of all ones means that any free one may be taken.
+  movie.header.nextTrackId = UINT32_MAX;
+  movie.AddTrack();
+  EXPECT_EQ(movie.AddTrack().header.id, 4U);
+  EXPECT_EQ(movie.header.nextTrackId, UINT32_MAX);
 }
 
-// ISO/IEC 14496-12 8.2.2.3: a next track id of all ones means that any free one may be taken.
-TEST(Movie, NeverGivesTwoTracksOneId) {
-  TestMovie movie("a");
-  movie.Video();
-  movie.header.nextTrackId = UINT32_MAX;
-  movie.Video();
-  EXPECT_EQ(movie.Video().header.id, 3U);
-  EXPECT_EQ(movie.header.nextTrackId, UINT32_MAX);
+class Cuts : public testing::Test {
+ protected:
+  TestMovie movie_{"a", "vs"};
+  TrackRecord &video_ = movie_[0], &sound_ = movie_[1];
+};
+
+TEST_F(Cuts, RefuseWhatIsNoStretchAndChangeNothing) {
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {-1}, {5}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {0}, {-5}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { DeleteSegment(movie_, {1801}, {5}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(video_, {-1}, {5}, {6}); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(movie_, {0}, {0}, {6}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { ScaleSegment(movie_, {0}, {6}, {0}); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, MovieTime{-2}, {0}, {5}, 1); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {1801}, {5}, 1); }), invalidTime);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {0}, {-5}, 1); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(video_, {}, {0}, {5}, 0); }), invalidDuration);
+  EXPECT_EQ(CodeOf([&] { InsertMedia(movie_.AddTrack(), {}, {0}, {5}, 1); }), noMediaHandler);
+  EXPECT_EQ(CodeOf([&] { SetOffset(video_, {-1}); }), invalidTime);
+  // It is no failure if there is nothing to do.
+  DeleteSegment(video_, {1800}, {5});
+  InsertMedia(video_, {}, {1800}, {0}, 1);
+  EXPECT_EQ(Told(video_.edits), "0+1800");
+}
+
+TEST_F(Cuts, EndTracksAndThePreviewTogether) {
+  movie_.header.previewTime = 1500;
+  movie_.header.previewDuration = movie_.header.posterTime = 1750;
+  ScaleSegment(movie_, {90}, {10}, {20});
+  DeleteSegment(movie_, {95}, {10});
+  EXPECT_EQ(Told(movie_), "0+90 90+5x0.5 98+5x0.5 100+1700 | 0+90 6615+5x0.5 7167+5x0.5 7350+1700");
+  DeleteSegment(movie_, {1700}, {kLongest});
+  EXPECT_EQ(movie_.header.previewDuration, 200);
+  EXPECT_EQ(movie_.header.posterTime, 1700);
+}
+
+TEST_F(Cuts, ShowMediaForAsLongAsItLastsAfterAnOffset) {
+  DeleteSegment(sound_, {0}, {1800});
+  InsertMedia(sound_, MovieTime{300}, {0}, {100000}, 1);  // after a gap: 1360.54 units
+  InsertMedia(sound_, {}, {7}, {1}, 1);  // not a unit long, and yet there
+  EXPECT_EQ(Told(sound_.edits), "gap+300 0+1361 7+1");
+  InsertMedia(sound_, MovieTime{0}, {0}, {44100}, 2);
+  EXPECT_EQ(Told(sound_.edits), "0+300x2 gap+300 0+1361 7+1");
+  SetOffset(video_, {50});
+  SetOffset(video_, {30});
+  EXPECT_EQ(Told(video_.edits), "gap+30 0+1800");
+  DeleteSegment(video_, video_.edits.Offset(), video_.edits.Duration());
+  SetOffset(video_, {30});
+  EXPECT_EQ(Told(video_.edits), "");
+}
+
+// --- Texts of user data
+
+constexpr FourCC kName{"\251nam"};
+
+TEST(UserText, IsEntriesOfSizeLanguageAndText) {
+  UserDataRecord data;
+  SetText(data, kName, 1, 0, Text("Hi"));
+  SetText(data, kName, 1, 14, Bytes{0xB6});
+  SetText(data, kName, 1, 0, Text("Hello"));
+  EXPECT_EQ(data.Item(kName, 1), Made("5/2 0/2 'Hello' 1/2 14/2 xB6"));
+  EXPECT_EQ(TextOf(data, kName, 1, 14), Bytes{0xB6});
+  SetText(data, kName, 1, 0, Bytes(70000, 'x'));
+  EXPECT_EQ(TextOf(data, kName, 1, 0).size(), 65535U) << "cut where its size ends";
+}
+
+TEST(UserText, IsAddedOnlyToItemsOfTexts) {
+  const UserDataRecord before{{{kName, Text("raw text")}}};
+  UserDataRecord data = before;
+  EXPECT_EQ(CodeOf([&] { SetText(data, kName, 1, 0, {}); }), paramErr);
+  EXPECT_EQ(CodeOf([&] { SetText(data, FourCC{"name"}, 1, 0, {}); }), paramErr);
+  EXPECT_EQ(CodeOf([&] { SetText(data, kName, 3, 0, {}); }), userDataItemNotFound);
+  EXPECT_EQ(data, before);
+  for (const char* cut : {"2/2 0/2 'H'", "0/2 0/1", "0 1/1"}) {
+    EXPECT_EQ(ReadTextEntries(Made(cut)), std::nullopt) << cut;
+  }
+}
+
+TEST(UserText, OfAnotherLanguageServesForLanguageZero) {
+  const std::string own = "3/2 0/2 'own' ", unspecified = "2/2 0x7FFF/2 x618E ",
+                    iso = "9/2 0x55C4/2 'Caf\u00e9 \u65e5' ", greek = "1/2 14/2 xB6 ",
+                    wide = "6/2 0x15C7/2 xFFFEE9006100 ";
+  for (const auto& [payload, expected] : {std::pair(greek + iso + unspecified + own, "own"),
+                                          {greek + iso + unspecified, "a\x8E"},
+                                          {greek + iso + wide, "Caf\x8E ?"},
+                                          {wide, "\x8E\x61"},
+                                          {"2/2 0x55C4/2 x61FF", "a?"}}) {
+    EXPECT_EQ(TextOf({{{kName, Made(payload)}}}, kName, 1, 0), Text(expected)) << payload;
+  }
+  const UserDataRecord data{{{kName, Made(greek)}}};
+  EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 1, 0); }), userDataItemNotFound);
+  EXPECT_EQ(CodeOf([&] { TextOf(data, kName, 1, 15); }), userDataItemNotFound);
 }
 
 }  // namespace
