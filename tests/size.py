@@ -11,16 +11,16 @@ import sys
 
 MOST = 0.46
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-COMMENTS = {".cpp": "//", ".h": "//", ".py": "#", ".txt": "#", "": "#"}
+COMMENTS = {".cpp": "//", ".h": "//"} | dict.fromkeys((".py", ".txt", ".cmake", ".awk", ".fish", ""), "#")
 
 
 def lines_of(path):
     """The lines of a file that count, or 0 if it is neither code nor a script nor a transcript."""
     comment = COMMENTS.get(path.suffix)
-    if comment is None or path.name == "CMakeLists.txt":
+    if comment is None or path.is_symlink():
         return 0
     text = path.read_bytes()
-    if not path.suffix and not text.startswith(b"#!"):
+    if not path.suffix and not text.startswith(b"#!") and "completions" not in path.parts:
         return 0
     lines = (line.strip() for line in text.decode().splitlines())
     return sum(bool(line) and not line.startswith(comment) for line in lines)
