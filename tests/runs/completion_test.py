@@ -54,34 +54,31 @@ SHELLS = (
 FILES = ["one.mov", "out.mov"]
 
 
-def usage(command):
-    return runs.run(command).err
-
-
 def expected():
-    """What is offered for a command line."""
+    """What is offered for each command line."""
+    usage = {name: runs.run(name).err for name in ("clipjoin", "clipstak", "cliptune", "clipinfo")}
+    help_text = runs.run("clipstak", "-transparency-mode", "help").err
+    modes = re.findall(r"^-transparency-mode (\S+)", help_text, re.M)
     lines = {
         "clipjoin -clipstak one.mov -pl": ["-placeAt"],
         "cliptune -timescale -": ["-sameAsTrack"],
-        "clipinfo -": set(re.findall(r"(?<=[ \[])-[a-zA-Z]+", usage("clipinfo"))),
+        "clipinfo -": set(re.findall(r"(?<=[ \[])-[a-zA-Z]+", usage.pop("clipinfo"))),
         "clipinfo one.mov -same out.mov -tr": ["-trimTo"],
+        "clipstak one.mov -transparency-mode ": [*modes, "help"],
     }
-    for command in ("clipjoin", "clipstak", "cliptune"):
-        lines[f"{command} -"] = re.findall(r"^ {3,4}(-[a-z][^ \n]*)", usage(command), re.M)
-    help_text = runs.run("clipstak", "-transparency-mode", "help").err
-    modes = re.findall(r"^-transparency-mode (\S+)", help_text, re.M)
-    lines["clipstak one.mov -transparency-mode "] = [*modes, "help"]
+    for command, text in usage.items():
+        lines[f"{command} -"] = re.findall(r"^ {3,4}(-[a-z][^ \n]*)", text, re.M)
     for words in (
         "clipjoin", "clipjoin -list", "cliptune one.mov -o", "clipjoin -scaleToLengthOfMovie",
         "cliptune -chapter-tool-xml", "clipinfo", "clipinfo -svg", "clipinfo -same one.mov -from",
     ):  # fmt: skip
         lines[f"{words} o"] = FILES
     # Nothing is offered if the value cannot be completed.
-    for option in re.findall(r"^ {3,4}(-[a-z]\S*) (?:[a-z]\w*|X Y)(?: |$)", usage("clipstak"), re.M):
-        if not re.search("^-o$|xml$|LengthOfMovie$|-mode$|^-timescale$", option):
-            lines[f"clipstak {option} "] = []
-    for words in ("clipjoin -add-chapter name", "clipstak -transparency-mode blend", "clipinfo -startAt"):
-        lines[f"{words} "] = []
+    valued = re.findall(r"^ {3,4}(-[a-z]\S*) (?:[a-z]\w*|X Y)(?: |$)", usage["clipstak"], re.M)
+    known = "^-o$|xml$|LengthOfMovie$|-mode$|^-timescale$"
+    options = [f"clipstak {option}" for option in valued if not re.search(known, option)]
+    others = ["clipjoin -add-chapter name", "clipstak -transparency-mode blend", "clipinfo -startAt"]
+    lines |= {f"{words} ": [] for words in options + others}
     return {line: sorted(set(offered)) for line, offered in lines.items()}
 
 

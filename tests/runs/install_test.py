@@ -3,6 +3,7 @@
 in examples/ can be built with the installed toolbox."""
 
 import os
+import re
 import subprocess
 import unittest
 
@@ -16,10 +17,8 @@ FOLDERS = ("completions/bash", "completions/fish", "completions/zsh", "man", "ex
 
 
 def cached(name):
-    for line in (BUILD / "CMakeCache.txt").read_text().splitlines():
-        if line.startswith(f"{name}:"):
-            return line.partition("=")[2]
-    return ""
+    text = (BUILD / "CMakeCache.txt").read_text()
+    return (re.findall(rf"(?m)^{name}:\w+=(.*)$", text) or [""])[0]
 
 
 def call(*command, **more):
@@ -36,9 +35,7 @@ class Installation(unittest.TestCase):
         folder = runs.temporary_folder(cls)
         call("cmake", "--install", BUILD, "--prefix", folder / "first")
         # The pkg-config and CMake files use relative paths, so they also work after a move.
-        cls.tree = folder / "moved"
-        (folder / "first").rename(cls.tree)
-        cls.folder = folder
+        cls.folder, cls.tree = folder, (folder / "first").rename(folder / "moved")
         # If the library was built with sanitizers, the program needs them too.
         cls.flags = "-fsanitize=address,undefined" if cached("REELWORK_SANITIZE") == "ON" else ""
 
@@ -78,14 +75,11 @@ class Installation(unittest.TestCase):
 
     def test_builds_a_program_through_pkg_config(self):
         (package,) = self.tree.rglob("reelwork.pc")
-        paths = {**os.environ, "PKG_CONFIG_PATH": str(package.parent)}
-        self.assertEqual(call("pkg-config", "--modversion", "reelwork", env=paths).strip(),
-                         cached("CMAKE_PROJECT_VERSION"))  # fmt: skip
-        flags = call("pkg-config", "--cflags", "--libs", "reelwork", env=paths).split()
-        program = self.folder / "cut"
+        ask = lambda *options: call("pkg-config", *options, package).split()  # noqa: E731
+        self.assertEqual(ask("--modversion"), [cached("CMAKE_PROJECT_VERSION")])
         call(cached("CMAKE_CXX_COMPILER"), "-std=c++20", *self.flags.split(), ROOT / "examples/cut.cpp",
-             *flags, "-o", program)  # fmt: skip
-        self.assert_cuts(program)
+             *ask("--cflags", "--libs"), "-o", self.folder / "cut")  # fmt: skip
+        self.assert_cuts(self.folder / "cut")
 
 
 RELEASE = ROOT / "build/bin/clipjoin"
