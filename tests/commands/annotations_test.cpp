@@ -99,15 +99,12 @@ TEST(Annotations, StopWhereAListIsMalformed) {
   const std::string name = Tag("\251nam", "'x'");
   for (const auto& [atoms, items, fault] : std::vector<std::tuple<std::string, Items, std::string>>{
            {"90 'ilst' " + name, none, "ilst length 90 at 0 exceeds container length 33"},
-           {"0x80000010 'ilst' " + name, none,
-            "ilst length -2147483632 at 0 exceeds container length 33"},
            {"ilst{ " + name + "} uuid{ *2 }", found,
             "uuid length 10 at 25 exceeds container length 33"},
            {"ilst{ " + name + "7 'y\x1Bll' *20 }", found,
             "y\\x1bll length 7 at 25 exceeds container length 61"},
            // Padding is no fault, and ends a list.
            {"ilst{ " + name + "*4 }", found, ""},
-           {"ilst{ " + name + "*40 }", found, ""},
            {"free{ } ilst{ " + name + "}", none, ""},
            {"ilst{ " + name + "} *3", found, ""},
            {"", none, ""}}) {

@@ -136,24 +136,6 @@ TEST_F(Calls, NeverUpdateAFileThatSomebodyHasReplaced) {
   EXPECT_EQ(CloseMovieStorage(handler_), fnOpnErr);
 }
 
-TEST(StringCalls, CountUnitsOfUtf16) {
-  const String string = Made("a𝄞é日");
-  EXPECT_EQ(CFStringGetLength(string.get()), 5);
-  std::uint8_t bytes[8] = {};
-  std::int64_t used = -1;
-  const auto get = [&](CFRange range, std::uint8_t* into) {
-    return CFStringGetBytes(string.get(), range, kCFStringEncodingUnicode, 0, false, into, 5,
-                            &used);
-  };
-  EXPECT_EQ(get({0, 5}, nullptr), 5);
-  EXPECT_EQ(used, 10) << "only counted";
-  EXPECT_EQ(get({0, 5}, bytes), 1) << "two units are not split";
-  for (const CFRange outside : {CFRange{0, 6}, CFRange{-1, 1}, CFRange{2, -1}, CFRange{6, 0}}) {
-    EXPECT_EQ(get(outside, bytes), 0);
-    EXPECT_EQ(GetMoviesError(), paramErr);
-  }
-}
-
 TEST(StringCalls, GiveAWholeTextOrNone) {
   const String string = Made("\x8E", kCFStringEncodingMacRoman), path = Made("/\xFF");
   char text[3] = "xx";
