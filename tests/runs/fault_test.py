@@ -24,8 +24,9 @@ class FailingDisk(runs.RunTest):
     @classmethod
     def setUpClass(cls):
         cls.clip = runs.make_clip(
-            runs.temporary_folder(cls) / "clip.mov", "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=1",
-            "-f", "lavfi", "-i", "sine=d=1", "-c:v", "mpeg4", "-c:a", "aac",
+            runs.temporary_folder(cls) / "clip.mov",
+            "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=1", "-f", "lavfi", "-i", "sine=d=1",
+            "-c:v", "mpeg4", "-c:a", "aac",
         )  # fmt: skip
         cls.samples = runs.samples_by_track(cls.clip)
 
@@ -45,7 +46,7 @@ class FailingDisk(runs.RunTest):
             yield name, self.clip.read_bytes() + end, save
 
     def state(self, name):
-        """The file; after a save, whether its movie loops, and then it has all samples of the clip."""
+        """The file; after a save, whether its movie loops. It then has all samples of the clip."""
         if not name.startswith("save"):
             return self.out.read_bytes() if self.out.exists() else None
         found = runs.samples_by_track(self.out)
@@ -62,8 +63,8 @@ class FailingDisk(runs.RunTest):
         return self.run_in_folder(PROGRAMS / command[0], *command[1:], env=environment)
 
     def each_call(self, **faults):
-        """Runs each job once for each of its calls that write, with a fault at that call. Yields the
-        name of the job, the result, and whether the new file is there; otherwise the old one is."""
+        """Runs each job once for each of its calls that write, with a fault at that call. Yields
+        the name of the job, the result, and whether the new file is there, not the old one."""
         for name, old, command in self.jobs():
             self.run_job(old, ["clipjoin"])
             was = self.state(name)
