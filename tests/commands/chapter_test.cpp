@@ -49,28 +49,14 @@ class Chapters : public testing::Test {
 };
 
 TEST(ChapterTitles, AreTextInTheEncodingThatTheSampleStates) {
-  const auto sample = [](const std::string& text, const Bytes& atoms) {
-    return Join(U16(static_cast<std::uint16_t>(text.size())), Text(text), atoms);
-  };
-  const auto encoded = [](std::uint32_t encoding) { return Atom("encd", U32(encoding)); };
-  const std::string e = "\xC3\xA9";
-  const Bytes samples[] = {
-      sample("\x8E", {}),  // Mac Roman
-      sample(e, encoded(256)),  // UTF-8 without a mark
-      sample(e, Join(Atom("styl", Zeros(14)), encoded(256))),
-      sample("\xFE\xFF" + std::string("\0\xE9", 2), encoded(256)),
-      sample("\xFF\xFE\xE9" + std::string(1, 0), encoded(256)),
-      sample(e, encoded(0x08000100)),
-      sample("\x8E", Join(encoded(0), encoded(256))),
+  const std::string macRoman = "1/2 x8E ", utf8 = "2/2 xC3A9 ", mark = "encd{ 256 } ";
+  const std::string samples[] = {
+      macRoman, utf8 + mark, utf8 + "styl{ *14 } " + mark, "4/2 xFEFF00E9 " + mark,
+      "4/2 xFFFEE900 " + mark, utf8 + "encd{ 0x08000100 }", macRoman + "encd{ 0 } " + mark,
       // Nothing states an encoding that can be read.
-      sample("\x8E", Join(U32(11), Text("encd"), U32(256))),
-      sample("\x8E", Join(U32(13), Text("encd"), U32(256))),
-      sample("\x8E", Join(U32(0), Text("encd"), U32(256))),
-      sample("\x8E", Join(U32(0xFFFFFFFF), Text("styl"), encoded(256))),
-      sample("\x8E", Bytes{0, 0, 0, 12, 'e', 'n', 'c'}),
-      Bytes{0, 9, 0x8E},
-  };
-  for (const Bytes& bytes : samples) EXPECT_EQ(ChapterTitle(bytes), e) << &bytes - samples;
+      macRoman + "11 'encd' 256", macRoman + "13 'encd' 256", macRoman + "0 'encd' 256",
+      macRoman + "-1 'styl' " + mark, macRoman + "12 'enc'", "9/2 x8E"};
+  for (const auto& sample : samples) EXPECT_EQ(ChapterTitle(Made(sample)), "\xC3\xA9") << sample;
   EXPECT_EQ(ChapterTitle({}), "");
   EXPECT_EQ(ChapterTitle(Bytes{0}), "");
 }
@@ -85,23 +71,19 @@ TEST_F(Chapters, AreSortedByRealTimeAndLastUntilTheNext) {
   EXPECT_EQ(track->media->samples.DurationOf(0), MediaTime{});
 }
 
-TEST_F(Chapters, AtOneTimeKeepTheirOrder) {
-  std::vector<Chapter> chapters;
-  for (int i = 0; i < 40; ++i) chapters.push_back({600, 0, 0, std::to_string(i)});
-  const std::vector<Chapter> arranged = Arranged(chapters, &movie_);
-  EXPECT_TRUE(std::ranges::equal(arranged, chapters, {}, &Chapter::title, &Chapter::title));
-}
-
-TEST_F(Chapters, KeepTheirTimesAndTitlesInScalesThatDoNotFit) {
+TEST_F(Chapters, KeepTheirOrderAndTheirTimesInScalesThatDoNotFit) {
   movie_.SetScale(1001);
-  std::vector<Chapter> chapters;
-  for (int i = 0; i < 100; ++i) chapters.push_back({30000, i * 3003, 0, std::to_string(i)});
-  const Rows built = Built(chapters);
-  ASSERT_EQ(built.size(), 100U);
-  for (std::size_t i = 0; i < 100; ++i) {
-    EXPECT_EQ(std::get<0>(built[i]), (static_cast<std::int64_t>(i) * 3003 * 1001 + 29999) / 30000);
-    EXPECT_EQ(std::get<2>(built[i]), std::to_string(i));
+  std::vector<Chapter> atOnce, chapters;
+  Rows expected;
+  const auto at = [](std::int64_t i) { return (i * 3003 * 1001 + 29999) / 30000; };
+  for (int i = 0; i < 100; ++i) {
+    atOnce.push_back({600, 0, 0, std::to_string(i)});
+    chapters.push_back({30000, i * 3003, 0, std::to_string(i)});
+    expected.emplace_back(at(i), (i == 99 ? 10010 : at(i + 1)) - at(i), std::to_string(i));
   }
+  EXPECT_TRUE(
+      std::ranges::equal(Arranged(atOnce, &movie_), atOnce, {}, &Chapter::title, &Chapter::title));
+  EXPECT_EQ(Built(chapters), expected);
 }
 
 TEST_F(Chapters, OfManyMinutesFitWhereAScaleIsFine) {
@@ -167,9 +149,8 @@ TEST_F(Chapters, ThatAreNotWantedGoWithTheirTimeOnceIfTheyOverlap) {
 }
 
 // A list of chapters at 0.5 s, 0 s and, after the end, at 20 s.
-const Bytes kListed = Join(U64(5'000'000), Bytes{3}, Text("two"), U64(0), Bytes{3}, Text("one"),
-                           U64(200'000'000), Bytes{0});
-const Bytes kHeads[] = {Join(U32(0), Bytes{3}), Join(U32(1 << 24), Bytes{0}, U32(3))};
+const Bytes kListed = Made("5000000/8 3/1 'two' 0/8 3/1 'one' 200000000/8 0/1");
+const Bytes kHeads[] = {Made("0 3/1"), Made("0x1000000 0/1 3")};
 
 class ListOfChapters : public Chapters {
  protected:
@@ -190,11 +171,10 @@ TEST_F(ListOfChapters, IsATrackUntilTheMovieIsWritten) {
 }
 
 TEST_F(ListOfChapters, IsReadWithoutATrack) {
-  Rows rows;
-  for (const Chapter& chapter : ReadChaptersOrList(&movie_)) {
-    rows.emplace_back(chapter.start, chapter.duration, chapter.title);
-  }
-  EXPECT_EQ(rows, (Rows{{0, 45000, "one"}, {45000, 855000, "two"}})) << "in units of 1/90000 s";
+  const auto read = ReadChaptersOrList(&movie_);
+  ASSERT_EQ(read.size(), 2U);
+  EXPECT_EQ(std::tuple(read[1].start, read[1].duration, read[1].title), (Row{45000, 855000, "two"}))
+      << "in units of 1/90000 s";
   EXPECT_EQ(movie_.tracks.size(), 1U);
   Built({{1, 3, 0, "of the track"}});
   EXPECT_EQ(ReadChaptersOrList(&movie_)[0].title, "of the track");
@@ -225,20 +205,12 @@ TEST_F(ListOfChapters, IsReadAsFarAsItGoes) {
 }
 
 TEST(ChapterToolXml, CountsSecondsInPowersOfSixtyAndTheirFractionInThirtieths) {
-  struct Time {
-    std::int64_t start;
-    std::int32_t scale;
-    const char* text;
-  };
-  constexpr Time kTimes[] = {
+  const std::tuple<std::int64_t, std::int32_t, const char*> times[] = {
       {0, 600, "0.00"},         {599, 600, "0.29"},
       {3000, 600, "05.00"},     {131, 2, "01:05.15"},
       {3600, 1, "01:00:00.00"}, {216000LL * 600 + 20, 600, "01:00:00:00.01"},
-      {-300, 600, "0.-15"},     {2147483646, 2147483647, "0.29"},
-  };
-  for (const Time& time : kTimes) {
-    EXPECT_EQ(FormatChapterTime(time.start, time.scale), time.text);
-  }
+      {-300, 600, "0.-15"},     {2147483646, 2147483647, "0.29"}};
+  for (const auto& [start, scale, text] : times) EXPECT_EQ(FormatChapterTime(start, scale), text);
 }
 
 TEST(PlaybackFlags, AreReadWithADefaultAndReplaced) {

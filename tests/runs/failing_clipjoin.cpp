@@ -7,51 +7,36 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
-#include <vector>
 
 #include "clipjoin/clipjoin.h"
 #include "toolbox/calls/call.h"
 
-namespace {
-
-struct Failure {
-  std::string call, number;  // which call of that name, from 1, or "*"
-  toolbox::OSErr code = toolbox::noErr;
-  bool hasHappened = false;
-};
-
-std::vector<Failure> ParseFailures(const std::string& text) {
-  const std::regex form("(\\w+):(\\d+|\\*):(-?\\d+)");
-  std::vector<Failure> failures;
-  for (std::sregex_iterator at(text.begin(), text.end(), form), end; at != end; ++at) {
-    failures.push_back({(*at)[1], (*at)[2], static_cast<toolbox::OSErr>(std::stoi((*at)[3]))});
-  }
-  return failures;
-}
-
-}  // namespace
-
 int main(int count, char** arguments) {
+  std::map<std::string, int> codes, calls;  // by name and number of a call, and by name
   const char* wanted = std::getenv("FAIL");
-  std::vector<Failure> failures = ParseFailures(wanted != nullptr ? wanted : "");
-  std::map<std::string, int, std::less<>> calls;
+  std::istringstream failures(wanted != nullptr ? wanted : "");
+  for (std::string failure; std::getline(failures, failure, ',');) {
+    const auto colon = failure.rfind(':');
+    codes[failure.substr(0, colon)] = std::stoi(failure.substr(colon + 1));
+  }
+  std::set<std::string> happened;
   toolbox::SetCallHook([&](std::string_view name) -> toolbox::OSErr {
-    const std::string number = std::to_string(++calls[std::string(name)]);
-    for (Failure& failure : failures) {
-      if (failure.call != name || (failure.number != "*" && failure.number != number)) continue;
-      failure.hasHappened = true;
-      return failure.code;
+    const std::string call(name), number = std::to_string(++calls[call]);
+    for (const std::string& key : {call + ":" + number, call + ":*"}) {
+      if (!codes.contains(key)) continue;
+      happened.insert(key);
+      return static_cast<toolbox::OSErr>(codes[key]);
     }
     return toolbox::noErr;
   });
   int status = clipjoin::Run({arguments, static_cast<std::size_t>(count)});
   toolbox::SetCallHook({});
-  for (const Failure& failure : failures) {
-    if (failure.hasHappened) continue;
-    std::fprintf(stderr, "failing_clipjoin: no call %s:%s\n", failure.call.c_str(),
-                 failure.number.c_str());
+  for (const auto& [key, code] : codes) {
+    if (happened.contains(key)) continue;
+    std::fprintf(stderr, "failing_clipjoin: no call %s\n", key.c_str());
     status = 125;
   }
   return status;

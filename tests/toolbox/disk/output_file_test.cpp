@@ -1,16 +1,13 @@
+// Files on the real file system: those that are written, and those that are read.
 #include "toolbox/disk/output_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <future>
 #include <optional>
 #include <tuple>
@@ -38,28 +35,8 @@ void Append(OutputFile& file, const ByteSource& source, std::uint64_t from, std:
   file.Copy(file.Position(), source, from, length);
 }
 
-// The code that `body` is refused with in a child process.
-OSErr CodeInChild(const std::function<void()>& body) {
-  int channel[2];
-  if (pipe(channel) != 0) throw RefusedBy(errno);
-  const pid_t child = fork();
-  if (child == 0) {
-    const OSErr code = CodeOf(body);
-    _exit(write(channel[1], &code, sizeof code) == sizeof code ? 0 : 1);
-  }
-  close(channel[1]);
-  OSErr code = paramErr;  // nothing here is refused with it: the child did not come so far
-  if (read(channel[0], &code, sizeof code) != sizeof code) code = paramErr;
-  close(channel[0]);
-  waitpid(child, nullptr, 0);
-  return code;
-}
-
 class Output : public InFolder {
  protected:
-  Output() { fs::permissions(folder_, fs::perms(0777)); }
-  ~Output() override { fs::permissions(folder_, fs::perms(0777)); }
-
   OSErr CodeOfOpening() const {
     return CodeOf([&] { OutputFile{target_}; });
   }
@@ -162,31 +139,9 @@ TEST_F(Output, NeverReplacesAFileThatAppearedMeanwhileOrIsInUse) {
   EXPECT_EQ(CodeOfOpening(), noErr);
 }
 
-TEST_F(Output, WantsPermissionForTheFileAndForTheFolder) {
-  Store("out.mov", Text("old"));
-  // Root may write anywhere, so a child process becomes another user.
-  for (const auto& [file, folder, code] : {std::tuple{0444, 0777, afpAccessDenied},
-                                           {0666, 0777, noErr},
-                                           {0666, 0555, afpAccessDenied}}) {
-    fs::permissions(target_, fs::perms(file));
-    fs::permissions(folder_, fs::perms(folder));
-    EXPECT_EQ(CodeInChild([&] {
-                if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(1);
-                OutputFile{target_};
-              }),
-              code);
-  }
-  EXPECT_EQ(Stored(target_), Text("old"));
-}
-
 TEST_F(Output, WritesDevicesAndPipesDirectly) {
-  OutputFile nowhere("/dev/null");
-  Append(nowhere, Noise(3 << 20, 1));
-  nowhere.Commit();
-  EXPECT_TRUE(fs::is_other("/dev/null"));
   OutputFile full("/dev/full");
   EXPECT_EQ(CodeOf([&] { Append(full, Text("no room")); }), dskFulErr);
-
   const Bytes content = Noise(300'000, 2);
   const FileSource source(Store("in", content));
   ASSERT_EQ(mkfifo(target_.c_str(), 0600), 0);
@@ -271,27 +226,34 @@ TEST_F(Output, RefusesASourceThatEndsTooSoonAndIsNeverCommittedAfter) {
   EXPECT_EQ(FilesInFolder(), 2);
 }
 
-TEST_F(Output, LeavesNothingWhenTheFileGrowsTooLarge) {
-  Store("out.mov", Text("old"));
-  const Bytes content = Noise(300'000, 1);
-  const FileSource source(Store("in", content));
-  const std::function<void(OutputFile&)> writers[] = {
-      [](OutputFile& file) { file.Reserve(300'000); },
-      [&](OutputFile& file) { Append(file, content); },
-      [&](OutputFile& file) { Append(file, source, 0, 300'000); }};
-  for (const auto& write : writers) {
-    EXPECT_EQ(CodeInChild([&] {
-                std::signal(SIGXFSZ, SIG_IGN);
-                const rlimit most = {100'000, 100'000};
-                setrlimit(RLIMIT_FSIZE, &most);
-                OutputFile file(target_);
-                write(file);
-                file.Commit();
-              }),
-              ioErr);
+class Source : public InFolder {};
+
+TEST_F(Source, IsReadWithinItsBoundsOnly) {
+  const Bytes content = Text("0123456789");
+  const FileSource file(Store("file", content));
+  const MemorySource memory(content);
+  for (const ByteSource* source :
+       {static_cast<const ByteSource*>(&file), static_cast<const ByteSource*>(&memory)}) {
+    EXPECT_EQ(source->Size(), 10u);
+    Bytes three(3);
+    source->Read(7, three);
+    EXPECT_EQ(three, Text("789"));
+    for (const std::uint64_t at : {std::uint64_t{8}, std::uint64_t{INT64_MAX}, UINT64_MAX - 1}) {
+      EXPECT_EQ(CodeOf([&] { source->Read(at, three); }), eofErr) << at;
+    }
   }
-  EXPECT_EQ(Stored(target_), Text("old"));
-  EXPECT_EQ(FilesInFolder(), 2);
+  EXPECT_EQ(CodeOf([&] { FileSource(folder_ / "none"); }), fnfErr);
+  EXPECT_EQ(CodeOf([&] { FileSource{folder_}; }), notAFileErr);
+}
+
+TEST_F(Source, WhatIsOwnedOutlastsItsFile) {
+  const Bytes bytes = Noise(3 << 20, 1);
+  const HeldBytes held = FileSource(Store("file", bytes)).Load(5, bytes.size() - 5);
+  const std::uint8_t* before = held.Span().data();
+  held.Detach();
+  Store("file", {});
+  EXPECT_EQ(held.Span().data(), before);
+  EXPECT_TRUE(std::ranges::equal(held.Span(), ByteSpan(bytes).subspan(5)));
 }
 
 }  // namespace

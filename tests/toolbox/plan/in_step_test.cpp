@@ -220,41 +220,5 @@ TEST_F(InStepOf, SomeEditsStay) {
   EXPECT_TRUE(Times().empty()) << "another order";
 }
 
-TEST_F(InStepOf, APacketThatWasCutIsHeardOnce) {
-  const auto rows = PlainRows(20, 1024, 4);
-  TrackRecord& track = Show(Kind::kPackets, rows, rows);
-  const Clock clock = track.TimeClock();
-  track.edits = {};
-  track.edits.Append({100}, {0}, 1.0, clock);  // 4800 units end in packet 4
-  track.edits.Append({100}, {20 * 1024 + 4800}, 1.0, clock);
-  std::vector<std::int64_t> expected;
-  for (std::int64_t i = 0; i < 10; ++i) expected.push_back(1024 * i / kTick);
-  EXPECT_EQ(Times(), expected);
-  track.edits.Insert({}, {100}, {10}, clock);
-  EXPECT_EQ(Times()[5], 110) << "after a gap, its part before the cut is not heard";
-}
-
-TEST_F(InStepOf, PacketsForTheDecoderGoIntoAGapOnlyIfTheyFit) {
-  auto delayed = std::make_shared<SampleRows>();
-  delayed->count = 6;
-  delayed->AddTimes(1, 5000);
-  delayed->AddTimes(5, 1024);
-  delayed->sizes.Add(6, 4);
-  delayed->AddChunks(0, 1, 6, 0);
-  delayed->chunkOffsets.Add(9000);
-  for (const std::int64_t gap : {30, 200}) {
-    movie_.tracks.clear();
-    TrackRecord& track = Show(Kind::kPackets, PlainRows(20, 1024, 4), delayed);
-    track.edits = {};
-    track.edits.Append({400}, {0}, 1.0, track.TimeClock());
-    track.edits.Append({gap}, Edit::kNothing, 1.0, track.TimeClock());
-    track.edits.Append({100}, {20 * 1024 + 5000}, 1.0, track.TimeClock());
-    const auto shown = Shown(*LaidOutInStep(movie_)->tracks[0]);
-    const auto first = std::ranges::find(shown, 9004U) - shown.begin();
-    EXPECT_EQ(first, 400 + gap);
-    EXPECT_EQ(std::ranges::count(shown, 9000U) != 0, gap == 200);
-  }
-}
-
 }  // namespace
 }  // namespace toolbox

@@ -23,47 +23,15 @@ class Header final : public PlannedHeader {
   std::uint64_t size_;
 };
 
-UpdateSteps StepsFor(const MemorySource& source, std::uint64_t dataSize = 0,
-                     std::uint64_t unit = 1) {
+UpdateSteps StepsFor(const ByteSource& source, std::uint64_t unit = 1) {
   FilePlan plan;
   plan.movie = std::make_unique<MovieRecord>();
-  plan.dataSize = dataSize;
   Header header(100);
   return StepsForUpdate(plan, ReadOutline(source), header, [unit] { return unit; });
 }
 
 const Bytes kMovie = Atom("moov", MovieHeaderAtom());  // 116 bytes
 const Bytes kMedia = Atom("mdat", Zeros(12));
-WriteBytes Freed(std::uint64_t atom) { return {atom + 4, Text("free")}; }
-const WriteBytes kOldAgain{4, Text("moov")};
-const Stage kSynced{{Sync{}}, {}};
-
-TEST(UpdateSteps, AppendTheMovieAndThenFreeTheOldOne) {
-  const Bytes file = Join(kMovie, kMedia);
-  const UpdateSteps steps = StepsFor(MemorySource(file), 30);
-  const std::uint64_t end = file.size(), data = end + 16;
-  EXPECT_EQ(steps.inPlace,
-            (std::vector<Stage>{{{WriteBytes{end, Join(Atom("wide"), U32(38), Text("mdat"))},
-                                  WritePart{data, 30, kCopiedMedia, 0},
-                                  WritePart{data + 30, 100, kMovieHeader, data}, Sync{}},
-                                 {CutOff{end}}},
-                                {{Freed(0)}, {kOldAgain, CutOff{end}}},
-                                kSynced}));
-  EXPECT_TRUE(steps.newFile.empty());
-}
-
-TEST(UpdateSteps, FreeLeftoversFirstAndPutTheMovieThere) {
-  const Bytes file = Join(kMovie, kMedia, kMovie);
-  const std::uint64_t room = kMovie.size() + kMedia.size();
-  EXPECT_EQ(StepsFor(MemorySource(file)).inPlace,
-            (std::vector<Stage>{
-                {{Freed(room), Sync{}}, {}},
-                {{WriteBytes{room + 8, Zeros(92)}, WriteBytes{room + 100, Atom("free", Zeros(8))},
-                  Sync{}, WriteBytes{room, Join(U32(100), Text("moov"))}, Sync{}},
-                 {Freed(room)}},
-                {{Freed(0)}, {kOldAgain, Freed(room)}},
-                kSynced}));
-}
 
 TEST(UpdateSteps, MakeANewFileWhereNothingCanBeAppended) {
   const Bytes type = Atom("ftyp", Text("qt  "), Zeros(4)), large = Atom("mdat", Zeros(1 << 20));
@@ -79,15 +47,23 @@ TEST(UpdateSteps, MakeANewFileWhereNothingCanBeAppended) {
                            {}},
                           NamingStage(140)}));
   // If blocks can be shared, the media data goes to the same place in a block: again to byte 132.
-  const auto shared = StepsFor(largeSource, 0, 4096).newFile.at(0).steps;
+  const auto shared = StepsFor(largeSource, 4096).newFile.at(0).steps;
   EXPECT_EQ(shared.at(2), Step(WriteBytes{116, Atom("free", Zeros(8))}));
   EXPECT_EQ(std::get<CopyBytes>(shared.at(3)).at, 132U);
-  EXPECT_EQ(StepsFor(largeSource, 0, 16).newFile.at(0).steps.size(), 3U);
+  EXPECT_EQ(StepsFor(largeSource, 16).newFile.at(0).steps.size(), 3U);
 }
 
-class GpsDataInANewFile : public InFolder {};
+class UpdateOfALongFile : public InFolder {};
 
-TEST_F(GpsDataInANewFile, HasNewOffsetsOrIsLeftOutBeyond4GiB) {
+TEST_F(UpdateOfALongFile, GivesMediaToTheEndASizeOf64Bits) {
+  const auto path = Store("in.mov", Join(kMovie, Atom("wide"), U32(0), Text("mdat")));
+  boost::filesystem::resize_file(path, 5ULL << 30);
+  const FileSource source(path);
+  EXPECT_EQ(StepsFor(source).inPlace.at(0).steps.at(0),
+            Step(WriteBytes{116, Join(U32(1), Text("mdat"), U64((5ULL << 30) - 116))}));
+}
+
+TEST_F(UpdateOfALongFile, GivesGpsDataNewOffsetsOrLeavesItOutBeyond4GiB) {
   const Bytes start = Join(kMovie, WideAtom("mdat"));
   constexpr std::uint64_t kEnd = (4ULL << 30) + 1000;
   const auto path = Store("in.mov", start);

@@ -4,16 +4,19 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 #include "tests/toolbox/bytes.h"
+#include "tests/toolbox/movies.h"
 #include "toolbox/disk/output_file.h"
+#include "toolbox/movie/sample_columns.h"
 #include "toolbox/movie/sample_places.h"
 #include "toolbox/movie/segments.h"
 #include "toolbox/plan/flatten.h"
 #include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
-#include "toolbox/read/top_level.h"
+#include "toolbox/write/storage.h"
 #include "toolbox/write/write_file.h"
 
 namespace toolbox {
@@ -43,14 +46,6 @@ std::optional<Bytes> Content(const Bytes& file, const char* type) {
   if (found == file.end()) return std::nullopt;
   const auto size = static_cast<std::ptrdiff_t>(FromBigEndian<std::uint32_t>(&*(found - 4)));
   return Bytes(found + 4, found - 4 + size);
-}
-
-std::string TopLevel(const Bytes& file) {
-  std::string types;
-  const MemorySource source(file);
-  TopLevelWalk walk(source);
-  while (const auto found = walk.Next()) types += found->type.Text() + " ";
-  return types;
 }
 
 // All bytes of the samples of a track, read at the places that its table gives.
@@ -100,24 +95,6 @@ Bytes TwoTracks(std::uint32_t samples, std::uint32_t size, const Bytes& data) {
            TrackAtom({.id = 2, .kind = "soun", .table = PlainTable(samples, 60, size, second)})));
 }
 
-TEST_F(WriteMovie, HasEverySampleAtItsOffset) {
-  const Bytes data = Numbered(6000), video(data.begin(), data.begin() + 3000);
-  const auto movie = Opened("in.mov", TwoTracks(30, 100, data));
-  for (const auto& [layout, types] : {std::pair{FileLayout{true, false}, "ftyp moov wide mdat "},
-                                      {FileLayout{true, true}, "ftyp moov free wide mdat "},
-                                      {FileLayout{false, false}, "ftyp wide mdat moov "},
-                                      {FileLayout{false, true}, "ftyp wide mdat moov "}}) {
-    const Bytes file = Flattened(*movie, layout);
-    EXPECT_EQ(TopLevel(file), types);
-    EXPECT_EQ(Content(file, "dcom").has_value(), layout.compress);
-    const auto output = ReadOutput();
-    ASSERT_EQ(output->tracks.size(), 2U);
-    EXPECT_EQ(Join(SampleBytes(*output->tracks[0]), SampleBytes(*output->tracks[1])), data);
-    EXPECT_EQ(SampleBytes(*output->tracks[0]), video);
-    EXPECT_EQ(output->tracks[0]->edits, movie->tracks[0]->edits);
-  }
-}
-
 // A file system that shares blocks is rare where tests run, but the layout for it is valid
 // anywhere.
 TEST_F(WriteMovie, PutsMediaWhereBlocksCanBeShared) {
@@ -161,39 +138,29 @@ TEST_F(WriteMovie, CopiesLongMediaSideBySide) {
     const auto output = ReadOutput();
     EXPECT_TRUE(Join(SampleBytes(*output->tracks[0]), SampleBytes(*output->tracks[1])) == data);
   }
-  // A source that was changed is found by whichever thread opens it, and nothing replaces the file.
-  const FilePlan plan = PlanFlattened(*movie, {});
-  boost::filesystem::resize_file(folder_ / "in.mov", data.size() / 2);
-  const auto before = StateOf(folder_ / "out.mov");
-  EXPECT_THROW(Write(plan), Refused);
-  EXPECT_EQ(StateOf(folder_ / "out.mov"), before);
 }
 
 // --- Nothing is lost
 
 TEST_F(WriteMovie, KeepsUnknownAtomsByteForByteInTheirPlaces) {
-  const auto strange = [](const char* where) { return Atom("????", Text(where)); };
   // A file as this project writes it, with unknown atoms at every level.
   const auto fileWith = [&](const Bytes& endOfUserData) {
-    const Bytes user = Atom("udta", Atom("name", Text("abc")), endOfUserData);
-    const Bytes dates = Join(U32(1), U32(2082845800)), lasts = U32(300);
+    const Bytes user = Made("udta{ name{ 'abc' } $ }", {endOfUserData});
+    const std::string dates = " 1 2082845800 ";
     const TrackInFile track{
-        .table = Join(strange("in stbl"), PlainTable(5, 60, 100, 36), Atom("cslg", Zeros(24))),
-        .edits = Join(Atom("tapt", Text("aperture")),
-                      Atom("edts", strange("in edts"),
-                           Atom("elst", U32(0), U32(1), lasts, U32(0), U32(0x10000)))),
-        .others = Join(Atom("tref", Atom("chap", U32(0))), strange("in trak"), user),
-        .references = Join(U32(0), U32(1), Atom("alis", U32(1))),
-        .inMedia = Join(strange("in mdia"), user),
-        .inInformation = strange("in minf"),
-        .header = Atom("tkhd", U32(0xF), dates, U32(1), Zeros(4), lasts, Zeros(16),
-                       IdentityFields(), U32(320 << 16), U32(240 << 16)),
-        .mediaHeader = Atom("mdhd", U32(0), dates, U32(600), lasts, U16(0x55C4), U16(7))};
+        .table = Made("????{ 'stbl' } $ cslg{ *24 }", {PlainTable(5, 60, 100, 36)}),
+        .edits = Made("tapt{ 'aperture' } edts{ ????{ 'edts' } elst{ 0 1 300 0 0x10000 } }"),
+        .others = Made("tref{ chap{ 0 } } ????{ 'trak' } $", {user}),
+        .references = Made("0 1 alis{ 1 }"),
+        .inMedia = Made("????{ 'mdia' } $", {user}),
+        .inInformation = Made("????{ 'minf' }"),
+        .header =
+            Made("tkhd{ 15" + dates + "1 *4 300 *16 $ 0x1400000 0xF00000 }", {IdentityFields()}),
+        .mediaHeader = Made("mdhd{ 0" + dates + "600 300 0x55C4/2 7/2 }")};
     Bytes header = MovieHeaderAtom();
-    std::ranges::copy(Join(dates, U32(600), lasts), header.begin() + 12);
-    return Join(FileTypeOf({}), Atom("wide"), Atom("mdat", Numbered(500)),
-                Atom("moov", header, strange("in moov"), TrackAtom(track),
-                     Atom("meta", Text("not understood")), user));
+    std::ranges::copy(Made(dates + "600 300"), header.begin() + 12);
+    return Made("$ wide{ } mdat{ $ } moov{ $ ????{ 'moov' } $ meta{ 'not understood' } $ }",
+                {FileTypeOf({}), Numbered(500), header, TrackAtom(track), user});
   };
   const auto movie = Opened("in.mov", fileWith(U32(0)));
   const auto headerOf = [](const Bytes& file) {
@@ -209,11 +176,9 @@ TEST_F(WriteMovie, KeepsUnknownAtomsByteForByteInTheirPlaces) {
 }
 
 TEST_F(WriteMovie, KeepsTheTablesOfMediaWithoutSamples) {
-  const Bytes groups = Atom("sgpd", U32(0x01000000), Text("roll"), U32(2), U32(1), U16(0xFFFF));
-  const Bytes strange = Join(Atom("????", Text("of nothing")), groups);
+  const Bytes strange = Made("????{ 'of nothing' } sgpd{ 0x01000000 'roll' 2 1 xFFFF }");
   const Bytes table =
-      Join(Atom("stsd", U32(0), U32(1), Atom("test", Zeros(6), U16(1))), Atom("stts", Zeros(8)),
-           Atom("stsc", Zeros(8)), Atom("stsz", Zeros(12)), Atom("stco", Zeros(8)), strange);
+      Made("stsd{ 0 1 test{ *6 1/2 } } stts{ *8 } stsc{ *8 } stsz{ *12 } stco{ *8 } $", {strange});
   const auto movie = Opened("in.mov", Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table})));
   for (const Bytes& file : {Flattened(*movie), Written(PlanReference(*movie))}) {
     EXPECT_NE(Find(file, strange), file.end());
@@ -223,44 +188,41 @@ TEST_F(WriteMovie, KeepsTheTablesOfMediaWithoutSamples) {
 // --- Tables with a value for each sample
 
 // A file of a movie of six samples of ten bytes, with more tables.
-Bytes FileWith(const Bytes& tables, const char* format = "test") {
+Bytes FileWith(const Bytes& tables, const std::string& format = "test") {
   const Bytes plain = PlainTable(6, 100, 10, 8);
   const std::ptrdiff_t old = 16 + 16;  // 'stsd' with an entry that says nothing
-  const Bytes table = Join(Atom("stsd", U32(0), U32(1), Atom(format, Zeros(6), U16(1))),
+  const Bytes table = Join(Made("stsd{ 0 1 " + format + "{ *6 1/2 } }"),
                            Bytes(plain.begin() + old, plain.end()), tables);
   return Join(Atom("mdat", Numbered(60)),
               Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table})));
 }
 
 TEST_F(WriteMovie, CutsAndJoinsTheTablesOfEachSample) {
-  const Bytes each = Join(U16(1), U16(2), U16(3), U16(4), U16(5), U16(6));
-  const auto movie = Opened(
-      "in.mov",
-      FileWith(Join(Atom("sdtp", U32(0), Text("abcdef")), Atom("stdp", U32(0), each),
-                    Atom("padb", U32(0), U32(6), U8(0x12), U8(0x34), U8(0x56)),
-                    Atom("stps", U32(0), U32(1), U32(3)), Atom("stss", U32(0), U32(1), U32(1)),
-                    Atom("cslg", Zeros(24)), Atom("subs", Zeros(8)))));
-  const auto plain = Opened("plain.mov", FileWith({}));
-  const auto stated = [&](const char* type) { return Content(Flattened(*movie), type); };
-  EXPECT_EQ(stated("padb"), Join(U32(0), U32(6), U8(0x12), U8(0x34), U8(0x56)));
-  EXPECT_EQ(stated("cslg"), Zeros(24)) << "no sample has changed";
-
-  InsertMovieSegment(*plain, *movie, {}, {600}, {600});
-  EXPECT_EQ(stated("sdtp"), Join(U32(0), Text("abcdef"), Zeros(6)));
-  EXPECT_EQ(stated("stdp"), Join(U32(0), each, Zeros(12)));
-  EXPECT_EQ(stated("padb"), Join(U32(0), U32(12), U8(0x12), U8(0x34), U8(0x56), Zeros(3)));
-  EXPECT_EQ(stated("stps"), Join(U32(0), U32(1), U32(3)));
-  EXPECT_EQ(stated("stss"),
-            Join(U32(0), U32(7), U32(1), U32(7), U32(8), U32(9), U32(10), U32(11), U32(12)));
-  EXPECT_EQ(stated("cslg"), std::nullopt);
-  EXPECT_EQ(stated("subs"), std::nullopt);
-
+  const auto movie =
+      Opened("in.mov", FileWith(Made("sdtp{ 0 'abcdef' } stdp{ 0 x000100020003000400050006 }"
+                                     " padb{ 0 6 x123456 } stps{ 0 1 3 } stss{ 0 1 1 } cslg{ *24 }"
+                                     " subs{ *8 }")));
+  const auto expect = [&](const std::map<std::string, std::string>& tables) {
+    const Bytes file = Flattened(*movie);
+    for (const auto& [type, content] : tables) {
+      const std::optional<Bytes> expected =
+          content.empty() ? std::nullopt : std::optional(Made(content));
+      EXPECT_EQ(Content(file, type.c_str()), expected) << type;
+    }
+  };
+  expect({{"padb", "0 6 x123456"}, {"cslg", "*24"}});
+  InsertMovieSegment(*Opened("plain.mov", FileWith({})), *movie, {}, {600}, {600});
+  expect({{"sdtp", "0 'abcdef' *6"},
+          {"stdp", "0 x000100020003000400050006 *12"},
+          {"padb", "0 12 x123456 *3"},
+          {"stps", "0 1 3"},
+          {"stss", "0 7 1 7 8 9 10 11 12"},
+          {"cslg", ""},
+          {"subs", ""}});
   // It starts at the partial sync sample and has an odd number of samples.
   movie->tracks[0]->edits.Delete({900}, {300}, movie->tracks[0]->TimeClock());
   movie->tracks[0]->edits.Delete({0}, {200}, movie->tracks[0]->TimeClock());
-  EXPECT_EQ(stated("sdtp"), Join(U32(0), Text("cdef"), Zeros(3)));
-  EXPECT_EQ(stated("padb"), Join(U32(0), U32(7), U8(0x34), U8(0x56), Zeros(2)));
-  EXPECT_EQ(stated("stps"), Join(U32(0), U32(1), U32(1)));
+  expect({{"sdtp", "0 'cdef' *3"}, {"padb", "0 7 x3456 *2"}, {"stps", "0 1 1"}});
 }
 
 TEST_F(WriteMovie, RefusesATableForBillionsOfClaimedSamples) {
@@ -275,9 +237,7 @@ TEST_F(WriteMovie, RefusesATableForBillionsOfClaimedSamples) {
 }
 
 // Six samples with two bytes of auxiliary information each, which starts at byte 20.
-Bytes Beside() {
-  return Join(Atom("saiz", U32(0), U8(2), U32(6)), Atom("saio", U32(0), U32(1), U32(20)));
-}
+Bytes Beside() { return Made("saiz{ 0 2/1 6 } saio{ 0 1 20 }"); }
 
 TEST_F(WriteMovie, CopiesAuxiliaryData) {
   const auto movie = Opened("in.mov", FileWith(Beside(), "encv"));
@@ -317,8 +277,76 @@ TEST_F(WriteMovie, RefusesWhatWouldLeaveSamplesEncrypted) {
   EXPECT_EQ(codeOfWriting(*secret), featureUnsupported);
   EXPECT_EQ(CodeOf([&] { Write(PlanReference(*secret)); }), noErr);
   EXPECT_EQ(Content(Flattened(*open), "saio"), std::nullopt) << "nobody needs it";
-  const auto torn = Opened("torn.mov", FileWith(Atom("saio", U32(0), U32(1), U32(20)), "encv"));
+  const auto torn = Opened("torn.mov", FileWith(Made("saio{ 0 1 20 }"), "encv"));
   EXPECT_EQ(codeOfWriting(*torn), invalidSampleTable);
+}
+
+// --- Files that change, or that something still needs, while they are written
+
+TEST_F(WriteMovie, UsesNoFileThatHasChanged) {
+  const auto input = folder_ / "in.mov", output = Store("out.mov", Text("old"));
+  const std::function<void(const MovieRecord&)> writers[] = {
+      [&](const MovieRecord& movie) { WriteSelfContained(movie, {}, output, Existing::kReplace); },
+      [&](const MovieRecord& movie) {
+        StorageRecord* storage = CreateStorage(output, Existing::kReplace);
+        AddToStorage(movie, storage);
+        CloseStorage(storage);
+      },
+      [&](const MovieRecord& movie) {
+        const std::unique_ptr<StorageRecord, void (*)(StorageRecord*)> storage(
+            OpenStorage(input, StorageAccess::kUpdate), CloseStorage);
+        UpdateStorage(movie, storage.get());
+      }};
+  for (const auto& write : writers) {
+    const auto movie = Opened("in.mov", TwoTracks(3, 10, Zeros(60)));
+    Store("in.mov", TwoTracks(3, 10, Zeros(66)));
+    EXPECT_EQ(CodeOf([&] { write(*movie); }), fBsyErr);
+  }
+  // A change while the file is copied is noticed at the end.
+  const auto movie = Opened("in.mov", TwoTracks(6, 1 << 20, Zeros(12 << 20)));
+  bool isCopying = false;
+  movie->progress = [&](std::uint64_t, std::uint64_t) {
+    isCopying = true;
+    boost::filesystem::last_write_time(input, 1'000'000'000);
+  };
+  EXPECT_EQ(CodeOf([&] { writers[0](*movie); }), fBsyErr);
+  EXPECT_TRUE(isCopying);
+  EXPECT_EQ(Stored(output), Text("old"));
+}
+
+// The second new header may overwrite the tables of the movie that is still open.
+TEST_F(WriteMovie, CanBeUpdatedAgainAndAgain) {
+  constexpr std::uint32_t kSamples = 600'000;
+  MovieRecord made;
+  const auto media = Store("media", {}), path = folder_ / "movie.mov";
+  made.file = OtherFile{media};
+  boost::filesystem::resize_file(media, std::uint64_t{kSamples} * 100);
+  auto rows = PlainRows(kSamples, 10, 0);
+  rows->sizes = {};
+  for (std::uint32_t i = 0; i < kSamples; ++i) rows->sizes.Add(1 + i % 97);
+  TrackRecord& track = AddPlainTrack(made, FourCC{"vide"}, 600, rows, OtherFile{media});
+  track.edits.Append({600}, {0}, 1.0, track.TimeClock());
+  StorageRecord* storage = CreateStorage(path, Existing::kRefuse);
+  AddToStorage(made, storage);
+  CloseStorage(storage);
+
+  const auto movie = ReadMovieFile(path, References::kResolve);
+  storage = OpenStorage(path, StorageAccess::kUpdate);
+  for (std::int16_t time = 0; time < 4; ++time) {
+    movie->tracks[0]->header.layer = time;
+    // The tables move towards the start of the file.
+    if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
+    UpdateStorage(*movie, storage);
+    const auto saved = ReadMovieFile(path, References::kResolve);
+    ASSERT_EQ(saved->tracks[0]->header.layer, time);
+    std::uint32_t sample = 0;
+    ForEachEncodedSize(saved->tracks[0]->media->samples, [&](ByteSpan sizes) {
+      Rows<SampleSize>(sizes).ForEach(
+          [&](const SampleSize& row) { ASSERT_EQ(row.size, 1 + sample++ % 97); });
+    });
+    ASSERT_EQ(sample, kSamples);
+  }
+  CloseStorage(storage);
 }
 
 }  // namespace
