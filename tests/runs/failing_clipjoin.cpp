@@ -3,7 +3,8 @@
 //   FAIL=InsertMovieSegment:1:-50,GetMovieDuration:*:-108
 //
 // fails the first call of one name with -50 and every call of the other with -108. The program ends
-// with status 125 if a requested failure did not happen.
+// with status 125 if a requested failure did not happen. failing_writes.cpp makes system calls
+// fail.
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -12,6 +13,7 @@
 #include <string>
 
 #include "clipjoin/clipjoin.h"
+#include "clipjoin/process.h"
 #include "toolbox/calls/call.h"
 
 int main(int count, char** arguments) {
@@ -32,6 +34,7 @@ int main(int count, char** arguments) {
     }
     return toolbox::noErr;
   });
+  clipjoin::HandleSignals();
   int status = clipjoin::Run({arguments, static_cast<std::size_t>(count)});
   toolbox::SetCallHook({});
   for (const auto& [key, code] : codes) {

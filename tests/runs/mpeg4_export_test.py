@@ -3,6 +3,7 @@
 
 import base64
 import collections
+import fractions
 import itertools
 import re
 import struct
@@ -226,10 +227,18 @@ class Mpeg4(runs.RunTest):
         self.assertGreaterEqual(flat[0].kind, 96, "a dynamic payload type")
         settings = lines["a=fmtp"].split(" ", 1)[1].split(";")
         words = dict(setting.strip().split("=", 1) for setting in settings)
-        largest, average = struct.unpack_from(">HH", child(hint.content, "mdia", "minf", "hmhd"), 4)
+        header = child(hint.content, "mdia", "minf", "hmhd")
+        largest, average, most_bits, bits = struct.unpack_from(">HHII", header, 4)
         self.assertLessEqual(largest, LIMIT)
         self.assertEqual(largest, max(packet.size for packet in flat))
-        self.assertEqual(average, sum(packet.size for packet in flat) // len(flat))
+        sizes = [sum(packet.size for packet in group) for group in sent]
+        self.assertEqual(average, sum(sizes) // len(flat))
+        seconds = collections.Counter()
+        for h, size in zip(hints, sizes):
+            seconds[h.time // hint.scale] += 8 * size
+        self.assertEqual(most_bits, max(seconds.values()))
+        lasts = fractions.Fraction(sum(h.duration for h in hints), hint.scale)
+        self.assertAlmostEqual(bits, 8 * sum(sizes) / lasts, delta=1)
         kind, content = description(track)
         counts = [1] * len(hints)  # of the media samples that a hint sample sends
         if kind == "mp4a":

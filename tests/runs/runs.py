@@ -25,7 +25,6 @@ from fractions import Fraction
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resolve()
-RELEASE_BIN = ROOT / "build" / "bin"
 CORPUS = pathlib.Path(os.environ.get("REELWORK_CORPUS", ROOT.parent / "shared"))
 MEDIA = CORPUS / "media"
 DATA = ROOT / "tests" / "data"

@@ -1,5 +1,5 @@
-// Preloaded (LD_PRELOAD) into a command, this makes one of its writing calls fail. It then prints
-// "fault" on standard error.
+// Part of failing_clipjoin: system calls that write, one of which fails on request. It then prints
+// "fault" on standard error. They replace those of the C library and of the sanitizers.
 //
 //   FAULT_AT=n       the n-th call is the one, counted from 1
 //   FAULT_ERROR=n    it fails with that errno,
