@@ -19,9 +19,10 @@ PROMISED = re.compile(
     r"|.+ does not exist\. Make sure that special characters are properly quoted or\n.*\n"
     r"|Permissions error reading .+\n"
     r"|Error -\d+ reading .+\n|Error processing user data; .+\n"
-    r"|" + re.escape(runs.HINT) + r"|" + re.escape(runs.REFERENCE_NOTICE) + r"s?\.\n"
+    r"|Make sure the file exists and that special characters .+\n.+ into the Terminal window\.\n"
+    r"|A non-self-contained movie is being created\. Do not delete your original movies?\.\n"
     r"|Error in \w+ at line \d+ of (clipjoin|utils|chapter)\.cpp: -\d+\n"
-    r"|" + re.escape(runs.ONE_ERROR) + "|" + re.escape(runs.MORE_ERRORS) + ")*"
+    r"|\(Yes, we know .+ stink.*\n.+ means?\.\)\n)*"
 )
 
 

@@ -32,24 +32,6 @@ DATA = ROOT / "tests" / "data"
 MOVIES = sorted([*DATA.glob("*.m*"), *DATA.glob("*.3gp"), *MEDIA.glob("*/*.[mM3]*")])
 
 SANITIZERS = BIN.exists() and b"__asan_init" in (BIN / "clipjoin").read_bytes()
-REFERENCE_NOTICE = "A non-self-contained movie is being created. Do not delete your original movie"
-HINT = (
-    "Make sure the file exists and that special characters are properly quoted or\n"
-    "escaped. You may wish to drag the file from the Finder into the Terminal window.\n"
-)
-NOT_A_MOVIE = " does not appear to be a valid movie file. Skipping it.\n"
-ONE_ERROR = (
-    "(Yes, we know this error message stinks. Email us at <reelwork@example.org>\n"
-    "if you can't figure out what it means.)\n"
-)
-MORE_ERRORS = ONE_ERROR.replace("this error message stinks", "these error messages stink")
-MORE_ERRORS = MORE_ERRORS.replace("it means", "they mean")
-ANNOTATIONS_ARE_LOST = (
-    "Warning: the movie has annotations that will not appear in the output file.\n"
-    "iTunes can be used to manually add annotations to m4a files.\n"
-)
-
-needs_root = unittest.skipUnless(os.geteuid() == 0, "only root can become another user")
 
 Result = collections.namedtuple("Result", "status out err")
 Packet = collections.namedtuple("Packet", "pts dts duration flags data_hash pos size")

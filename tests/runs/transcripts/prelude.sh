@@ -117,9 +117,12 @@ same() {
   return $status
 }
 
-# The folder of the scripts that join many recordings, and: open: what has no movie in "joined", and what
-# is half done.
+# The folder of the scripts that join many recordings. They are found by their names, after the programs in the
+# folder "bin" of a transcript. A script that starts with this file keeps the PATH that it is given.
 batch=$(dirname "$BASH_ENV")/../../../examples/batch
+[[ $PATH == *"$batch"* ]] || PATH=$PWD/bin:$batch:$PATH
+
+# open: what has no movie in "joined", and what is half done.
 open() {
   list-jobs recordings joined | tr '\0\n' '\n_'
   ls -A joined/unproved
