@@ -11,19 +11,17 @@ import sys
 
 MOST = 0.46
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-COMMENTS = {".cpp": "//", ".h": "//"} | dict.fromkeys((".py", ".txt", ".cmake", ".awk", ".fish", ""), "#")
+SCRIPTS = (".py", ".sh", ".txt", ".cmake", ".awk", ".fish")
 
 
 def lines_of(path):
     """The lines of a file that count, or 0 if it is neither code nor a script nor a transcript."""
-    comment = COMMENTS.get(path.suffix)
-    if comment is None or path.is_symlink():
-        return 0
     text = path.read_bytes()
-    if not path.suffix and not text.startswith(b"#!") and "completions" not in path.parts:
+    is_script = path.suffix in SCRIPTS or text.startswith(b"#!") or "completions" in path.parts
+    if path.is_symlink() or not (is_script or path.suffix in (".cpp", ".h")):
         return 0
     lines = (line.strip() for line in text.decode().splitlines())
-    return sum(bool(line) and not line.startswith(comment) for line in lines)
+    return sum(bool(line) and not line.startswith("#" if is_script else "//") for line in lines)
 
 
 counts = collections.Counter()
