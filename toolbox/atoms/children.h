@@ -105,7 +105,8 @@ class ChildReader {
   template <class A>
   void Read(std::optional<A>& member) {
     for (Child& child : children_) {
-      if ((member = Take<A>(child))) return;
+      member = Take<A>(child);
+      if (member) return;
     }
   }
   // Takes the first of the alternatives that is present. The order is that of the variant.

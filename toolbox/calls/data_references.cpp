@@ -41,7 +41,7 @@ boost::filesystem::path PathOf(Handle dataRef, FourCC type) {
 // The movie's own file becomes ThisFile, so that the reference stays right if the file is renamed.
 DataReference ReferenceFrom(Handle dataRef, FourCC type, const std::optional<OtherFile>& ownFile) {
   if (type == kMemory) return BlockOf(Valid(dataRef));
-  const OtherFile file = FileAt(PathOf(dataRef, type));
+  OtherFile file = FileAt(PathOf(dataRef, type));
   if (file == ownFile) return ThisFile{};
   return file;
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -31,14 +32,14 @@ void CopyExtendedAttributes(int old, int file) {
       Sized([old](char* list, std::size_t size) { return flistxattr(old, list, size); });
   // Each name ends with a 0 byte.
   for (std::size_t at = 0; at < names.size();) {
-    const std::string_view name = &names[at];
-    at += name.size() + 1;
+    const char* const name = &names[at];
+    at += std::strlen(name) + 1;
     try {
-      const std::string value = Sized(
-          [&](char* bytes, std::size_t size) { return fgetxattr(old, name.data(), bytes, size); });
-      Required([&] { return fsetxattr(file, name.data(), value.data(), value.size(), 0); });
+      const std::string value =
+          Sized([&](char* bytes, std::size_t size) { return fgetxattr(old, name, bytes, size); });
+      Required([&] { return fsetxattr(file, name, value.data(), value.size(), 0); });
     } catch (const Refused&) {
-      if (name.starts_with("user.")) throw;
+      if (std::string_view(name).starts_with("user.")) throw;
     }
   }
 }

@@ -24,7 +24,10 @@ void BlockCache::Read(const ByteSource& source, std::uint64_t at, std::span<std:
   const std::uint64_t index = at / kBlockSize, start = index * kBlockSize;
   Block& block = Find(source, index);
   // A piece that crosses the end of its block is read directly below.
-  if (block.asked < kOften && ++block.asked == kOften) block.reader.At(source, start, kBlockSize);
+  if (block.asked < kOften) {
+    ++block.asked;
+    if (block.asked == kOften) block.reader.At(source, start, kBlockSize);
+  }
 
   if (block.asked == kOften && at + into.size() <= start + kBlockSize) {
     const ByteSpan piece = block.reader.At(source, at, into.size());
