@@ -105,6 +105,7 @@ TEST_F(Chapters, AreNamedByOneTrack) {
   EXPECT_EQ(sound.Reference(kChap, 1), chapters) << "what is heard if nothing is seen";
   SetTrackEnabled(&sound, false);
   EXPECT_EQ(AddChapterReference(&movie_, chapters, chapters), noErr);
+  sound.AddReference(kChap, *chapters);
   chapters->references[0].targets.insert(chapters->references[0].targets.begin(), nullptr);
   EXPECT_EQ(Read(&movie_), (Rows{{0, 6000, "a"}})) << "once, and a track may name itself";
 }
