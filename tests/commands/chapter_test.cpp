@@ -1,25 +1,22 @@
 #include "chapter/chapter.h"
 
-#include <gtest/gtest.h>
+#include <boost/algorithm/hex.hpp>
 
-#include <algorithm>
-#include <tuple>
-
+#include "chapter/annotations.h"
 #include "chapter/chapter_list.h"
 #include "chapter/playback.h"
+#include "chapter/text.h"
 #include "chapter/xml.h"
 #include "clipjoin/options.h"
 #include "clipjoin/report.h"
-#include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
+#include "toolbox/atoms/text_atoms.h"
 
 namespace chapter {
 namespace {
 
 using namespace toolbox;  // the bytes of a test
 using clipjoin::Chapter;
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
 
 constexpr FourCC kChap{"chap"}, kVideo{"vide"}, kSound{"soun"}, kList{"chpl"};
 
@@ -71,18 +68,15 @@ TEST_F(Chapters, AreSortedByRealTimeAndLastUntilTheNext) {
   EXPECT_EQ(track->media->samples.DurationOf(0), MediaTime{});
 }
 
-TEST_F(Chapters, KeepTheirOrderAndTheirTimesInScalesThatDoNotFit) {
+TEST_F(Chapters, KeepTheirTimesInScalesThatDoNotFit) {
   movie_.SetScale(1001);
-  std::vector<Chapter> atOnce, chapters;
+  std::vector<Chapter> chapters;
   Rows expected;
   const auto at = [](std::int64_t i) { return (i * 3003 * 1001 + 29999) / 30000; };
   for (int i = 0; i < 100; ++i) {
-    atOnce.push_back({600, 0, 0, std::to_string(i)});
     chapters.push_back({30000, i * 3003, 0, std::to_string(i)});
     expected.emplace_back(at(i), (i == 99 ? 10010 : at(i + 1)) - at(i), std::to_string(i));
   }
-  EXPECT_TRUE(
-      std::ranges::equal(Arranged(atOnce, &movie_), atOnce, {}, &Chapter::title, &Chapter::title));
   EXPECT_EQ(Built(chapters), expected);
 }
 
@@ -110,10 +104,10 @@ TEST_F(Chapters, AreNamedByOneTrack) {
   EXPECT_EQ(picture.CountReferences(kChap) + chapters->CountReferences(kChap), 0U);
   EXPECT_EQ(sound.Reference(kChap, 1), chapters) << "what is heard if nothing is seen";
   SetTrackEnabled(&sound, false);
-  EXPECT_EQ(AddChapterReference(&movie_, chapters, nullptr), trackNotInMovie);
-  EXPECT_EQ(sound.CountReferences(kChap), 1U) << "nothing has changed";
   EXPECT_EQ(AddChapterReference(&movie_, chapters, chapters), noErr);
-  EXPECT_EQ(Read(&movie_), (Rows{{0, 6000, "a"}})) << "a track may name itself";
+  sound.AddReference(kChap, *chapters);
+  chapters->references[0].targets.insert(chapters->references[0].targets.begin(), nullptr);
+  EXPECT_EQ(Read(&movie_), (Rows{{0, 6000, "a"}})) << "once, and a track may name itself";
 }
 
 TEST_F(Chapters, ReplaceATrackThatNothingElseNeeds) {
@@ -125,15 +119,6 @@ TEST_F(Chapters, ReplaceATrackThatNothingElseNeeds) {
   SetTrackEnabled(movie_.tracks[2].get(), true);
   Built({{600, 0, 0, "c"}});
   EXPECT_EQ(movie_.tracks.size(), 4U) << "the old one is shown";
-}
-
-TEST_F(Chapters, AreReadOnceHoweverManyNameThem) {
-  Built({{600, 0, 0, "a"}, {600, 100, 0, "b"}});
-  TrackRecord &chapters = *movie_.tracks.back(), &picture = *movie_.tracks.front();
-  picture.references[0].targets.insert(picture.references[0].targets.begin(), nullptr);
-  chapters.AddReference(kChap, chapters);
-  chapters.AddReference(kChap, picture);
-  EXPECT_EQ(Read(&movie_), (Rows{{0, 100, "a"}, {100, 5900, "b"}}));
 }
 
 TEST_F(Chapters, ThatAreNotWantedGoWithTheirTimeOnceIfTheyOverlap) {
@@ -218,14 +203,132 @@ TEST(PlaybackFlags, AreReadWithADefaultAndReplaced) {
   EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5);
   EXPECT_EQ(SetMovieUserDataLong(&movie, kList, -2), noErr);
   EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), -2);
-  EXPECT_TRUE(GetMovieUserDataByte(&movie, kList, true));
   EXPECT_EQ(SetMovieUserDataByte(&movie, kList, 0), noErr);
   EXPECT_EQ(GetMovieUserDataLong(&movie, kList, 5), 5) << "too short";
   EXPECT_FALSE(GetMovieUserDataByte(&movie, kList, true));
-  EXPECT_EQ(SetMovieUserDataByte(nullptr, kList, 0), paramErr);
   movie.userData.items = {{kList, {0}}, {kList, {1}}, {kList, {1, 1}}};
   EXPECT_EQ(SetMovieUserDataByte(&movie, kList, 2), noErr);
   EXPECT_EQ(movie.userData.items, (std::vector<UserDataItem>{{kList, {2}}}));
+}
+
+// --- Annotations
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+using Items = std::vector<UserDataItem>;
+
+constexpr FourCC kName{"\251nam"}, kMeta{"meta"};
+
+Bytes Roman(const std::string& text) {
+  return Join(U16(static_cast<std::uint16_t>(text.size())), U16(0), Text(text));
+}
+
+// What a 'meta' item of these atoms adds to a movie's user data, and what is printed.
+std::pair<Items, std::string> Converted(const Bytes& atoms) {
+  MovieRecord movie;
+  const UserDataItem meta{kMeta, Join(Zeros(4), atoms)};
+  movie.userData.items = {meta};
+  CaptureStderr();
+  ConvertMovieTags(&movie);
+  const std::string said = GetCapturedStderr();
+  EXPECT_EQ(movie.userData.items.front(), meta) << "it stays";
+  return {{movie.userData.items.begin() + 1, movie.userData.items.end()}, said};
+}
+
+// The texts that are stored for a text: the Mac Roman one and the one of a language, in hex.
+std::string Stored(const std::string& text) {
+  UserDataRecord data;
+  AddUserDataTextUtf8(&data, kName, text);
+  std::string stored;
+  const auto entries = ReadTextEntries(data.Item(kName, 1));
+  for (const TextEntry& entry : entries.value()) {
+    stored += (stored.empty() ? "" : " ") + std::to_string(entry.language) + ":" +
+              boost::algorithm::hex(std::string(entry.text.begin(), entry.text.end()));
+  }
+  return stored;
+}
+
+TEST(Annotations, AreInTheFirstLanguageThatHasMostOfTheText) {
+  const std::map<std::string, std::string> texts{
+      {"Cafe\u0301", "0:4361668E"},
+      {"“–€”", "0:D2D0DBD3"},
+      {"Žluť", "0:3F6C753F 24:EB6C75E9"},
+      {"żółw", "0:3F973F77 24:FD97B877"},
+      {"İs", "0:3F73 17:DC73"},
+      {"Țară", "0:3F61723F 37:DE6172BE"},
+      {"Ελά", "0:3F3F3F 14:B6ECC0"},
+      {"שלום", "0:3F3F3F3F 10:F9ECE5ED"},
+      {"한국", "0:3F3F0000 23:C7D1B1B9"},
+      {"日本", "0:3F3F0000 11:93FA967B"},
+      {"Ελά 🎵!", "0:3F3F3F20 14:B6ECC020"},
+      // Nothing of these from the start on: the bytes themselves.
+      {"", "0:"},
+      {"🎵", "0:F09F8EB5"},
+      {"\xFF\xFE", "0:FFFE"}};
+  for (const auto& [text, stored] : texts) EXPECT_EQ(Stored(text), stored) << text;
+}
+
+// A tag, for Made.
+std::string Tag(const std::string& type, const std::string& value) {
+  return type + "{ data{ 1 0 " + value + " } } ";
+}
+
+TEST(Annotations, TakeTheNamesThatQuickTimeHasForTags) {
+  const std::string list = Tag("\251wrt", "'W'") + Tag("\251grp", "'G'") + Tag("\251too", "'T'") +
+                           Tag("\251cmt", "'C'") + Tag("trkn", "x0000000301") +
+                           Tag("covr", "'picture'") + Tag("tmpo", "120/2") + Tag("tmpo", "9/2");
+  const Items expected{{{"\251com"}, Roman("W")},     {{"\251des"}, Roman("G")},
+                       {{"\251enc"}, Roman("T")},     {{"\251cmt"}, Roman("C")},
+                       {{"\251trk"}, Roman("3/256")}, {{"tmpo"}, U16(9)}};
+  EXPECT_EQ(Converted(Made("hdlr{ *25 } ilst{ " + list + "\251nam{ 'cut' } } free{ *9 }")).first,
+            expected);
+  const std::map<int, std::string> genres{{0, ""}, {1, "Blues"}, {126, "Dance Hall"}, {127, ""}};
+  for (const auto& [number, name] : genres) {
+    const std::string genre = Tag("gnre", std::to_string(number) + "/2");
+    EXPECT_EQ(Converted(Made("ilst{ " + genre + "}")).first, (Items{{{"\251gen"}, Roman(name)}}));
+  }
+}
+
+TEST(Annotations, StopWhereAListIsMalformed) {
+  const Items none, name{{kName, Roman("x")}};
+  const std::string tag = Tag("\251nam", "'x'");
+  for (const auto& [atoms, items, fault] : std::vector<std::tuple<std::string, Items, std::string>>{
+           {"90 'ilst' " + tag, none, "ilst length 90 at 0 exceeds container length 33"},
+           {"ilst{ " + tag + "} uuid{ *2 }", name,
+            "uuid length 10 at 25 exceeds container length 33"},
+           {"ilst{ " + tag + "7 'y\x1Bll' *20 }", name,
+            "y\\x1bll length 7 at 25 exceeds container length 61"},
+           // Padding is no fault, and ends a list.
+           {"ilst{ " + tag + "*4 }", name, ""},
+           {"free{ } ilst{ " + tag + "}", none, ""},
+           {"ilst{ " + tag + "} *3", name, ""},
+           {"", none, ""}}) {
+    const auto [found, said] = Converted(Made(atoms));
+    EXPECT_EQ(found, items) << atoms;
+    const std::string start = "Error processing user data; atom ";
+    EXPECT_EQ(said, fault.empty() ? "" : start + fault + "\n");
+  }
+  EXPECT_EQ(clipjoin::Close(true, 0), 0) << "no failure has been counted";
+  MovieRecord movie;
+  movie.userData.items = {{kMeta, {0, 0}}};
+  ConvertMovieTags(&movie);
+  ConvertMovieTags(nullptr);
+  Bytes nest = Made(tag);
+  for (int i = 0; i < 100; ++i) nest = Atom("ilst", nest);
+  EXPECT_EQ(Converted(nest).first.size(), 1U) << "lists in lists are not followed to their end";
+}
+
+TEST(TextEncodings, AreConvertedIntoEachOther) {
+  CaptureStderr();
+  const auto converted = ConvertTextEncoding;
+  EXPECT_EQ(converted("Caf\x8E", kCFStringEncodingMacRoman, kCFStringEncodingUTF8), "Café");
+  EXPECT_EQ(converted({"\xFF\xFEi\0", 4}, kCFStringEncodingUnicode, kCFStringEncodingUTF8), "i");
+  EXPECT_EQ(converted("日本", kCFStringEncodingUTF8, kCFStringEncodingMacRoman), "");
+  EXPECT_EQ(converted({"a\0b", 3}, 0, kCFStringEncodingUTF8), "a");
+  EXPECT_EQ(converted("a\xFF", kCFStringEncodingUTF8, 0), "");
+  EXPECT_EQ(converted("b", 0x12345678, 0), "");
+  EXPECT_EQ(GetCapturedStderr(),
+            "Error encoding a\xFF to 134217984\nError encoding b to 305419896\n");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Makes the bytes of tests from numbers, texts and atoms, up to whole movie files, and a folder for
-// them.
+// What all tests of bytes include: GoogleTest, the containers, and functions that make bytes from
+// numbers, texts and atoms, up to whole movie files, and a folder for them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,9 +14,15 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "toolbox/atoms/malformed.h"
@@ -25,17 +31,37 @@
 
 namespace toolbox {
 
+namespace fs = boost::filesystem;
+
+// Numbers that look random and are the same in every run.
+class Random {
+ public:
+  explicit Random(std::uint32_t seed) : engine_(seed) {}
+
+  // A number from 0 to limit - 1.
+  std::uint32_t Below(std::uint64_t limit) { return static_cast<std::uint32_t>(engine_() % limit); }
+  bool Flip() { return Below(2) == 0; }
+
+ private:
+  std::mt19937 engine_;
+};
+
 inline Bytes BigEndian(std::uint64_t value, int size) {
   Bytes bytes;
   while (size-- > 0) bytes.push_back(static_cast<std::uint8_t>(value >> 8 * size));
   return bytes;
 }
-inline Bytes U8(std::uint8_t value) { return {value}; }
 inline Bytes U16(std::uint16_t value) { return BigEndian(value, 2); }
 inline Bytes U32(std::uint32_t value) { return BigEndian(value, 4); }
 inline Bytes U64(std::uint64_t value) { return BigEndian(value, 8); }
 inline Bytes Zeros(std::size_t count) { return Bytes(count); }
 inline Bytes Text(const std::string& text) { return {text.begin(), text.end()}; }
+inline Bytes Noise(std::size_t size, std::uint32_t seed = 1) {
+  Random random(seed);
+  Bytes bytes(size);
+  std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(random.Below(256)); });
+  return bytes;
+}
 
 template <std::same_as<Bytes>... Parts>
 Bytes Join(const Parts&... parts) {
@@ -108,16 +134,10 @@ inline Bytes Made(const std::string& text, const std::vector<Bytes>& parts = {})
   return bytes;
 }
 
-// An atom with a size of 32 bits, or of 64.
 template <std::same_as<Bytes>... Parts>
 Bytes Atom(const std::string& type, const Parts&... parts) {
-  const Bytes content = Join(parts...);
-  return Join(U32(static_cast<std::uint32_t>(8 + content.size())), Text(type), content);
-}
-template <std::same_as<Bytes>... Parts>
-Bytes WideAtom(const std::string& type, const Parts&... parts) {
-  const Bytes content = Join(parts...);
-  return Join(U32(1), Text(type), U64(16 + content.size()), content);
+  return Made("$ $ $", {U32(static_cast<std::uint32_t>((8 + ... + parts.size()))), Text(type),
+                        Join(parts...)});
 }
 
 inline Bytes IdentityFields() { return Made("0x10000 *12 0x10000 *12 0x40000000"); }
@@ -178,24 +198,24 @@ inline OSErr CodeOf(const std::function<void()>& body) try {
 class InFolder : public testing::Test {
  protected:
   InFolder() {
-    std::string name = (boost::filesystem::temp_directory_path() / "reelwork_XXXXXX").string();
+    std::string name = (fs::temp_directory_path() / "reelwork_XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
-    folder_ = boost::filesystem::canonical(name);
+    folder_ = fs::canonical(name);
   }
-  ~InFolder() override { boost::filesystem::remove_all(folder_); }
+  ~InFolder() override { fs::remove_all(folder_); }
 
-  boost::filesystem::path Store(const std::string& name, const Bytes& bytes) const {
+  fs::path Store(const std::string& name, const Bytes& bytes) const {
     std::ofstream((folder_ / name).string(), std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()),
                static_cast<std::streamsize>(bytes.size()));
     return folder_ / name;
   }
-  static Bytes Stored(const boost::filesystem::path& path) {
+  static Bytes Stored(const fs::path& path) {
     std::ifstream file(path.string(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   }
 
-  boost::filesystem::path folder_;
+  fs::path folder_;
 };
 
 }  // namespace toolbox

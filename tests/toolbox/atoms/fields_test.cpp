@@ -1,13 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-
+// The fields of atoms, tables that stay encoded, and atoms with children.
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/auxiliary_atoms.h"
+#include "toolbox/atoms/container_atoms.h"
 #include "toolbox/atoms/encoded_tables.h"
 #include "toolbox/atoms/field_printer.h"
 #include "toolbox/atoms/fragment_atoms.h"
+#include "toolbox/atoms/framing.h"
 #include "toolbox/atoms/gps_locations.h"
 #include "toolbox/atoms/group_atoms.h"
 #include "toolbox/atoms/header_atoms.h"
@@ -16,6 +14,8 @@
 
 namespace toolbox {
 namespace {
+
+using namespace std::string_literals;
 
 // Decodes the content of an atom. Gives what is printed of its fields, and the atom encoded again.
 template <class A>
@@ -46,9 +46,6 @@ const Layout kLayouts[] = {
      " 'reserved' layer=-1/2 alternateGroup=2/2 volume=256/2 'rs' " MATRIX
      " width=20971520 height=15761408 }"},
     {Retell<EditEntries>,
-     "elst{ 0 entries=2 { duration=1200 mediaTime=-1 rate=65536 }"
-     " { duration=4294967294 mediaTime=2147483647 rate=43691 } }"},
-    {Retell<EditEntries>,
      "elst{ version=1/1 0/3 entries=2 { duration=5/8 mediaTime=-1/8 rate=65536 }"
      " { duration=6/8 mediaTime=2147483648/8 rate=131072 } }"},
     {Retell<MediaHeader>,
@@ -60,23 +57,10 @@ const Layout kLayouts[] = {
     {Retell<VideoMediaHeader>,
      "vmhd{ 0/1 flags=1/3 mode=2/2 opColor=3/2 opColor=4/2 opColor=65535/2 }"},
     {Retell<SoundMediaHeader>, "smhd{ 0 balance=-256/2 reserved=5/2 }"},
-    {Retell<TimeToSample>, "stts{ 0 rows=2 { count=14 delta=10 } { count=1 delta=2147483653 } }"},
     {Retell<CompositionOffsets>,
      "ctts{ version=1/1 0/3 rows=2 { count=3 offset=20 } { count=4 offset=-10 } }"},
-    {Retell<PartialSyncSamples>, "stps{ 0 rows=1 { number=258 } }"},
-    {Retell<SampleToChunk>,
-     "stsc{ 0 rows=2 { firstChunk=1 samplesPerChunk=5 description=1 }"
-     " { firstChunk=9 samplesPerChunk=3 description=2 } }"},
-    {Retell<SampleSizes>, "stsz{ 0 constant=0 rows=2 { size=1000 } { size=16909060 } }"},
-    {Retell<CompactSampleSizes>, "stz2{ 0 fieldBits=4 count=3 fields=\"ab\" }"},
-    {Retell<ChunkOffsets>, "stco{ 0 rows=2 { offset=48 } { offset=4294967295 } }"},
-    {Retell<DegradationPriorities>, "stdp{ 0 samples=\"abcd\" }"},
-    {Retell<PaddingBits>, "padb{ 0 count=3 samples=\"5p\" }"},
-    {Retell<SampleDependencies>, "sdtp{ 0 samples=\"ab\" }"},
-    {Retell<SampleToGroup>, "sbgp{ 0 grouping='roll' rows=1 { count=7 group=1 } }"},
     {Retell<SampleToGroup>,
      "sbgp{ version=1/1 0/3 grouping='rap ' parameter=9 rows=1 { count=7 group=0 } }"},
-    {Retell<SampleGroupDescriptions>, "sgpd{ version=1/1 0/3 grouping='roll' rest=\"abc\" }"},
     {Retell<CompactSampleToGroup>,
      "csgp{ 0/1 flags=64/3 grouping='rap ' parameter=9 patterns=1 packed=\"ab\" }"},
     {Retell<AuxiliarySizes>,
@@ -91,7 +75,6 @@ const Layout kLayouts[] = {
     {Retell<TrackFragmentHeader>,
      "tfhd{ 0/1 flags=59/3 track=3 baseDataOffset=4294967296/8 description=2 duration=1024 size=4"
      " sampleFlags=65536 }"},
-    {Retell<FragmentDecodeTime>, "tfdt{ version=1/1 0/3 time=4294967296/8 }"},
     {Retell<TrackRun>,
      "trun{ 0/1 flags=1797/3 count=1 dataOffset=-4 firstSampleFlags=7 rows=\"abcdefghijkl\" }"},
 };
@@ -132,31 +115,6 @@ TEST(Fields, RefuseAnUnknownVersionAndImpossibleEntries) {
   for (const char* entries : {"0 1 7 *12", "0 0x7FFFFFFF 8 'test'", "0 2 8 'test'"}) {
     EXPECT_THROW(Decode<SampleDescriptions>(Made(entries)), Malformed) << entries;
   }
-}
-
-TEST(Fields, WriteEveryRowInOnePieceOrInBlocks) {
-  using Row = CompositionOffsets::Row;
-  Bytes content = Made("0 600");
-  for (std::uint32_t i = 0; i < 600; ++i) content = Join(content, U32(i), U32(0 - i));
-  const Bytes whole = Join(Zeros(5000), Atom("ctts", content));
-  const Rows<Row> made(600, [](RowBatches<Row>& rows) {
-    for (std::uint32_t i = 0; i < 600; ++i) rows({i, -static_cast<std::int32_t>(i)});
-  });
-  const auto put = [&](auto& io) {
-    io.Append(Zeros(5000));  // more than a block
-    PutAtom(io, CompositionOffsets{0, made});
-  };
-  EXPECT_EQ(Encoded(put), whole);
-  Bytes block(4096), joined;
-  FieldSizer sizer;
-  put(sizer);
-  FieldWriter writer(sizer.Found(), block, [&](ByteSpan bytes) {
-    EXPECT_LE(bytes.size(), block.size());
-    joined.insert(joined.end(), bytes.begin(), bytes.end());
-  });
-  put(writer);
-  writer.Flush();
-  EXPECT_EQ(joined, whole);
 }
 
 // --- Tables that stay encoded
@@ -254,6 +212,94 @@ TEST(ChunkRuns, StayInsideTheTablesWhenTheFileChanges) {
       }
     }
   }
+}
+
+// --- Atoms with children
+
+// Such as "one 1|two 22|".
+std::string Split(const Bytes& bytes, ByteSpan* tail = nullptr) {
+  std::string text;
+  for (const AtomView& atom : SplitAtoms(bytes, tail)) {
+    text += atom.type.Text() + std::string(atom.content.begin(), atom.content.end()) + '|';
+  }
+  return text;
+}
+
+TEST(Framing, UnderstandsAllThreeKindsOfSizesButNoneThatCannotBe) {
+  EXPECT_EQ(Split(Made("one{ '1' } 1 'two ' 18/8 '22' 0 'rest' '333'")), "one 1|two 22|rest333|");
+  EXPECT_EQ(Split(Made("one{ '1' } *7")), "one 1|");
+  for (const char* bad : {"7 'tiny' *8", "1 'wide' 15/8 *8", "1 'wide' -1/8", "1 'wide' *7",
+                          "17 'long' *8", "8 'cut'", "one{ } 'x'"}) {
+    EXPECT_THROW(Split(Made(bad)), Malformed) << bad;
+  }
+  const Bytes broken = Made("one{ '1' } 9 'long'");
+  ByteSpan tail;
+  EXPECT_EQ(Split(broken, &tail), "one 1|");
+  EXPECT_EQ(tail.size(), 8U);
+}
+
+// A container with a child of each quantity.
+struct Box {
+  static constexpr FourCC kType{"box "};
+  Handler handler;
+  std::optional<FileType> type;
+  std::vector<std::variant<ChunkOffsets, SyncSamples>> tables;
+  Siblings others;
+  static void Children(auto& io, auto& box) { io(box.handler, box.type, box.tables, box.others); }
+};
+
+const Bytes kHandler = Made("hdlr{ 0 'mhlrvideappl' *8 'x' }"), kSync = Made("stss{ 0 1 7 }");
+
+TEST(Containers, KeepStrangersAndTheOrderOfAllByteForByte) {
+  const Bytes content = Made(
+      "what{ 'first' } $ ftyp{ 'qt  ' 1 } 1 'wide' 17/8 '2' stco{ 0 0 } $ what{ } $"
+      " ftyp{ 'only one is known' }",
+      {kSync, kHandler, kSync});
+  const Box box = Decode<Box>(content);
+  EXPECT_EQ(box.tables.size(), 3U);
+  EXPECT_EQ(Encode(box), Atom("box ", content));
+}
+
+TEST(Containers, PutNewChildrenInTheOrderOfTheListAndLeaveNoGaps) {
+  Box box = Decode<Box>(Made("$ $ kept{ }", {kSync, kHandler}));
+  box.tables.clear();
+  box.type = FileType{FourCC{"new "}, 1, {}};
+  EXPECT_EQ(Encode(box), Made("box{ $ kept{ } ftyp{ 'new ' 1 } }", {kHandler}));
+  const Box last = Decode<Box>(Made("$ 0 'last' 'abc'", {kHandler}));
+  EXPECT_EQ(last.others.back().bytes, Made("last{ 'abc' }")) << "its size is stated";
+}
+
+TEST(Containers, TakeOneTableOfAKindAndJoinListsOfOneType) {
+  const Bytes tables = Made("co64{ 0 1 9/8 } stco{ 0 1 9 } stsz{ 0 5 3 } stz2{ }");
+  const auto table = Decode<SampleTableAtoms>(tables);
+  EXPECT_EQ(std::get<ChunkOffsets>(table.chunkOffsets.value()).rows.Count(), 1U);
+  EXPECT_EQ(FindSibling(table.others, FourCC{"co64"})->bytes, Made("co64{ 0 1 9/8 }"));
+  EXPECT_EQ(std::get<ConstantSampleSize>(table.sizes.value()).count, 3U);
+  EXPECT_EQ(Encode(Decode<TrackReferenceAtoms>(Made("hint{ 1 } chap{ 2 3 } hint{ 4 'odd' }"))),
+            Made("tref{ hint{ 1 4 } chap{ 2 3 } }"));
+}
+
+TEST(UserDataAtoms, EndEarlyAndGiveMetaItsVersion) {
+  for (const char* end : {"", "0", "7 'tiny'", "70 'long'", "*8", "0 'junk'"}) {
+    EXPECT_EQ(
+        Encode(Decode<UserDataAtoms>(Made("meta{ hdlr{ *25 } } name{ 'Ann' } $", {Made(end)}))),
+        Made("udta{ meta{ 0 hdlr{ *25 } } name{ 'Ann' } }"))
+        << end;
+  }
+}
+
+TEST(Handler, HasItsNameAsTheKindOfFileWantsIt) {
+  const auto named = [](FourCC componentType, const std::string& name) {
+    return Handler{.componentType = componentType, .name = Text(name)};
+  };
+  const FourCC quickTime{"mhlr"};
+  EXPECT_EQ(QuickTimeHandler(named({}, "Ann\0x"s)).name, Text("\3Ann"));
+  EXPECT_EQ(QuickTimeHandler(named({}, "")).componentType, quickTime);
+  EXPECT_EQ(QuickTimeHandler(named(quickTime, "Ann")).name, Text("Ann"));
+  EXPECT_EQ(IsoHandler(named(quickTime, "\3Ann")).name, Text("Ann\0"s));
+  EXPECT_EQ(IsoHandler(named(quickTime, "\3\xC4nn")).name, Text("\0"s));
+  EXPECT_EQ(NewHandler({}, FourCC{"vide"}, "Ann").name, Text("Ann\0"s));
+  EXPECT_EQ(NewHandler(quickTime, FourCC{"vide"}, "Ann").name, Text("\3Ann"));
 }
 
 }  // namespace

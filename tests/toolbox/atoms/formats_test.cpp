@@ -1,8 +1,4 @@
 // The formats of single values: Base64, chapters, tags and sample descriptions.
-#include <gtest/gtest.h>
-
-#include <sstream>
-
 #include "tests/toolbox/bytes.h"
 #include "toolbox/atoms/base64.h"
 #include "toolbox/atoms/chapter_starts.h"
@@ -30,10 +26,10 @@ TEST(ChapterStarts, AreReadAsFarAsTheListGoes) {
     EXPECT_EQ(ReadChapterStarts(whole).stated, 3U);
     EXPECT_EQ(ReadChapterStarts(whole).starts, starts);
     for (std::size_t size = 0; size < whole.size(); ++size) {
-      const std::size_t missing = whole.size() - size;
-      EXPECT_EQ(ReadChapterStarts(First(whole, size)).starts.size(), missing > 20   ? 0U
-                                                                     : missing > 11 ? 1U
-                                                                                    : 2U);
+      const std::size_t missing = whole.size() - size, found = missing > 20   ? 0
+                                                               : missing > 11 ? 1
+                                                                              : 2;
+      EXPECT_EQ(ReadChapterStarts(First(whole, size)).starts.size(), found);
     }
   }
 }
@@ -178,7 +174,7 @@ Bytes Picture(std::uint16_t reference, const std::string& atoms) {
 // An AAC description; QuickTime: version 1, 'esds' in 'wave'.
 Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
   const Bytes esds = Made("esds{ 0 3/1 x808019 *3 4/1 17/1 x4015 *3 $ $ 5/1 2/1 $ 0x10/1 }",
-                          {U32(2 * rate), U32(rate), U8(profile)});
+                          {U32(2 * rate), U32(rate), Bytes{profile}});
   return Made(
       isQuickTime ? "mp4a{ *6 1/2 1/2 *34 wave{ frma{ 'mp4a' } $ } }" : "mp4a{ *6 1/2 0/2 *18 $ }",
       {esds});
@@ -196,7 +192,6 @@ TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
   expectSame(Picture(1, slow), Picture(1, plain), true);
   expectSame(Picture(1, plain), Picture(1, "avcC{ 2 }"), false);
   expectSame(Picture(1, plain), Picture(1, hdr), false);
-  expectSame(Picture(1, hdr), Picture(1, plain + " dvcC{ *24 }"), false);
   expectSame(Picture(1, slow), Picture(1, fast), false, FourCC{"meta"});
   expectSame(Picture(1, slow + " 'no atom'"), Picture(1, fast + " 'no atom'"), false);
   for (const bool isQuickTime : {false, true}) {

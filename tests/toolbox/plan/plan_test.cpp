@@ -1,14 +1,11 @@
 #include "toolbox/plan/plan.h"
 
-#include <gtest/gtest.h>
-
 #include <regex>
-#include <sstream>
 
-#include "tests/toolbox/bytes.h"
 #include "tests/toolbox/movies.h"
-#include "tests/toolbox/told.h"
+#include "toolbox/atoms/sample_entries.h"
 #include "toolbox/plan/flatten.h"
+#include "toolbox/plan/in_step.h"
 #include "toolbox/plan/reference.h"
 #include "toolbox/write/write_movie.h"
 
@@ -64,7 +61,7 @@ class Plan : public InFolder {
   Plan() { HasFile(1 << 20); }
   void HasFile(std::uint64_t size) {
     movie_.file = OtherFile{Store("media", {})};
-    boost::filesystem::resize_file(folder_ / "media", size);
+    fs::resize_file(folder_ / "media", size);
   }
   FilePlan Flattened(FlattenOptions options = {}) { return PlanFlattened(movie_, options); }
 
@@ -150,15 +147,12 @@ TEST_F(Plan, PutsChunksInTheOrderInWhichTheyAreShown) {
 // Ten seconds with a picture of 30 bytes and a sound sample of 10 bytes each second. Chunks of
 // `together` samples alternate between the two; `gap` bytes in the middle are unused.
 TEST_F(Plan, CopiesAnInterleavedFileAsItIs) {
-  struct Case {
-    std::uint32_t together;
-    std::uint64_t gap, mostChunks;
-    std::string printed;
-  };
   const std::string whole = "0-10@100>0 | 0-10@130>30 | 100+400";
   for (const auto& [together, gap, mostChunks, printed] :
-       {Case{1, 0, 20, whole}, Case{1, 0, 19, "packed"}, Case{5, 0, 20, "packed"},
-        Case{1, 7, 20, "0-5@100>0 5-10@307>200 | 0-5@130>30 5-10@337>230 | 100+200 307+200"}}) {
+       {std::tuple(1U, 0U, 20U, whole),
+        {1, 0, 19, "packed"},
+        {5, 0, 20, "packed"},
+        {1, 7, 20, "0-5@100>0 5-10@307>200 | 0-5@130>30 5-10@337>230 | 100+200 307+200"}}) {
     movie_.tracks.clear();
     for (const bool isSound : {false, true}) {
       auto rows = PlainRows(10, 600, isSound ? 10 : 30);
@@ -208,7 +202,6 @@ TEST_F(Plan, DropsHintTracksWhoseNumbersNoLongerHold) {
   EXPECT_EQ(Printed(Flattened({.onlyEnabled = true})), "0-3 3-6 | 0+60");
   EXPECT_EQ(Flattened().tracks.size(), 3U);
   Show(video, {{100, 300}});
-  EXPECT_EQ(Flattened().tracks.size(), 2U);
   EXPECT_EQ(Flattened().movie->tracks.size(), 2U);
 }
 
@@ -218,25 +211,11 @@ TEST_F(Plan, RefusesMediaThatAreNotThere) {
     media.dataReferences = {std::move(reference)};
     return CodeOf([&] { Flattened(); });
   };
-  EXPECT_EQ(codeWith(Unresolved{FourCC{"alis"}, 0, {}}), couldNotResolveDataRef);
   EXPECT_EQ(codeWith(OtherFile{Store("short", Zeros(59))}), eofErr);
   EXPECT_EQ(codeWith(OtherFile{Store("enough", Zeros(60))}), noErr);
   movie_.file.reset();
   EXPECT_EQ(codeWith(ThisFile{}), couldNotResolveDataRef);
   EXPECT_EQ(CodeOf([&] { PlanReference(movie_); }), couldNotResolveDataRef);
-}
-
-TEST_F(Plan, OfAReferenceMovieCopiesOnlyWhatIsInMemory) {
-  AddPlainTrack(movie_, kVideo, 600, PlainRows(6, 100, 10, 500));
-  AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 10), OtherFile{"/elsewhere"});
-  AddPlainTrack(movie_, kText, 600, PlainRows(3, 200, 5, 10),
-                InMemory{std::make_shared<Bytes>(25)});
-  const FilePlan plan = PlanReference(movie_);
-  EXPECT_EQ(Printed(plan), "| | 0-1 1-2 2-3 | 10+15");
-  const DataReference expected[] = {*movie_.file, OtherFile{"/elsewhere"}, ThisFile{}};
-  for (std::size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(plan.movie->tracks[i]->media->dataReferences, std::vector{expected[i]});
-  }
 }
 
 // Wide chunk offsets are stated only for the tracks that need them.
@@ -264,6 +243,211 @@ TEST_F(Plan, GivesTheSameHeaderHoweverOftenItWasMeasured) {
     const std::sregex_iterator found(text.begin(), text.end(), wideTable);
     EXPECT_EQ(std::distance(found, {}), wideTables) << start;
   }
+}
+
+// --- Tracks in step
+
+constexpr std::int32_t kMovieScale = 1000, kMediaScale = 48'000;
+constexpr std::int64_t kTick = kMediaScale / kMovieScale;
+constexpr std::uint64_t kNothing = 0, kMade = UINT64_MAX;
+
+enum class Kind { kPictures, kText, kPackets, kFrames };
+
+FourCC TypeOf(Kind kind) {
+  return kind == Kind::kPictures ? FourCC{"vide"} : FourCC{kind == Kind::kText ? "text" : "soun"};
+}
+
+SampleDescription DescriptionOf(Kind kind) {
+  if (kind == Kind::kPictures) return Described(FourCC{"avc1"});
+  if (kind == Kind::kText) return Described(FourCC{"tx3g"});
+  SoundEntry entry;
+  entry.format = kind == Kind::kFrames ? FourCC{"ulaw"} : FourCC{"mp4a"};
+  if (kind == Kind::kPackets) {
+    const AudioConfig config{AudioConfig::kLowComplexity, kMediaScale, 2};
+    entry.rest = EncodeElementaryStream(AacStream(config, 0, 0), LengthBytes::kOne);
+  }
+  return {Encode(entry), 0};
+}
+
+// A clip of samples of one byte, each recognized by its place. Pictures are reordered in groups of
+// 8, or not at all.
+std::shared_ptr<SampleRows> Clip(Random& random, Kind kind, std::uint64_t place) {
+  const bool isReordered = random.Flip();
+  if (kind == Kind::kFrames) return PlainRows(3000 + random.Below(9000), 1, 1, place);
+  const std::uint32_t delta = kind == Kind::kPackets ? 1024 : 40 * kTick + random.Below(50);
+  const std::uint32_t count = 1 + random.Below(38);
+  auto rows = PlainRows(count, delta, 1, place);
+  if (kind != Kind::kPictures) return rows;
+  rows->sync.emplace();
+  for (std::uint32_t i = 0; i < count; i += 8) rows->sync->push_back(i);
+  for (std::uint32_t i = 0; isReordered && i < count; ++i) {
+    // Decoded I P b b P b b P, shown I b b P b b P P.
+    const std::uint32_t in = i % 8;
+    const bool isEnd = in == 7 || i == count - 1 || (i + 1 == count - 1 && in % 3 == 1);
+    const std::uint32_t late = in == 0 || isEnd ? 1 : in % 3 == 1 ? 3 : 0;
+    rows->AddOffsets(1, static_cast<std::int32_t>(late * delta));
+  }
+  return rows;
+}
+
+// What a track shows at the end of each unit of the movie: the place of the sample, kMade for one
+// that is in no file, or kNothing.
+std::vector<std::uint64_t> Shown(const TrackRecord& track) {
+  const MediaRecord& media = *track.media;
+  std::map<std::int64_t, std::uint64_t> places;  // by the time from which they are shown
+  ForEachPiece(media.samples, {0, media.samples.Count()}, [&](const SamplePiece& piece) {
+    const bool isMade = std::holds_alternative<InMemory>(media.ReferenceOf(piece.description));
+    for (std::uint64_t i = 0; i < piece.count; ++i) {
+      places[ShownAt(media.samples, piece.sample + i).units] =
+          isMade ? kMade : piece.offset + i * (piece.size / piece.count);
+    }
+  });
+  std::vector<std::uint64_t> shown;
+  for (const Edit& edit : track.edits.Edits()) {
+    for (MovieTime time{1}; time <= edit.duration; time += MovieTime{1}) {
+      const auto next = edit.IsEmpty()
+                            ? places.begin()
+                            : places.lower_bound(edit.ShownAt(time, track.TimeClock()).units);
+      shown.push_back(next == places.begin() ? kNothing : std::prev(next)->second);
+    }
+  }
+  return shown;
+}
+
+// Random clips of one kind, joined, and cut at random places.
+class InStep : public testing::TestWithParam<std::tuple<Kind, unsigned>> {
+ protected:
+  InStep() {
+    movie_.header.scale = kMovieScale;
+    for (std::uint32_t clip = 0; clip < 5; ++clip) {
+      const auto rows = Clip(random_, kind_, 1'000'000 * (clip + 1));
+      if (clip != 0) {
+        track_->media->samples.AppendSlice(SampleTable(rows), {0, rows->count});
+      } else {
+        track_ = &AddPlainTrack(movie_, TypeOf(kind_), kMediaScale, rows);
+        track_->edits = {};
+        track_->media->descriptions = {DescriptionOf(kind_)};
+      }
+      Show(*rows, clip == 0);
+    }
+  }
+
+  // Adds an edit for the last clip. Pictures start at a sync sample, or a little after it.
+  void Show(const SampleRows& rows, bool isFirst) {
+    const Clock clock = track_->TimeClock();
+    const SampleTable& samples = track_->media->samples;
+    const SampleSlice& slice = samples.SliceOf(samples.Count() - rows.count);
+    const std::uint32_t first = random_.Flip() ? 0 : 8;
+    MediaTime from = slice.ShownAt(std::min(first, rows.count - 1));
+    if (random_.Flip()) from += MediaTime{random_.Below(kMediaScale / 50)};
+    const MediaTime end = slice.time + slice.ShownUntil();
+    MovieTime length = clock.Lasting(end - from, 1.0, Rounding::kDown);
+    if (random_.Flip()) length.units -= random_.Below(static_cast<std::uint64_t>(length.units) / 3);
+    if (random_.Below(3) == 0 && (!isFirst || random_.Flip())) {
+      track_->edits.Append({1 + random_.Below(300)}, Edit::kNothing, 1.0, clock);
+    }
+    track_->edits.Append(length, from, 1.0, clock);
+  }
+
+  Kind kind_ = std::get<0>(GetParam());
+  Random random_{std::get<1>(GetParam())};
+  MovieRecord movie_;
+  TrackRecord* track_ = nullptr;
+};
+
+TEST_P(InStep, OneEditShowsWhatSeveralDid) {
+  const auto result = LaidOutInStep(movie_);
+  if (!result) {
+    // Samples between two segments must be decoded.
+    EXPECT_EQ(kind_, Kind::kPictures);
+    return;
+  }
+  const TrackRecord& made = *result->tracks[0];
+  ASSERT_EQ(made.edits.Edits().size(), made.edits.Offset() == MovieTime{} ? 1 : 2);
+  const std::vector<std::uint64_t> before = Shown(*track_), after = Shown(made);
+  ASSERT_EQ(after.size(), before.size());
+  // A packet can start an eighth of itself early; nothing else moves by more than three ticks.
+  const std::size_t margin = kind_ == Kind::kPackets ? 1024 / 8 / kTick + 3 : 3;
+  std::uint64_t last = kNothing;
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (before[i] != kNothing) last = before[i];
+    const auto isOther = [&](std::uint64_t place) { return place != before[i]; };
+    const auto near = before.begin() + static_cast<std::ptrdiff_t>(i < margin ? 0 : i - margin);
+    const auto end = before.begin() + static_cast<std::ptrdiff_t>(i + margin + 1);
+    if (i + margin >= before.size() || std::any_of(near, end, isOther) || last == kNothing)
+      continue;
+    // In a gap a picture is held, and anything else is made. A packet may end in the gap.
+    const bool isHeld = before[i] != kNothing || kind_ == Kind::kPictures;
+    if (before[i] == kNothing && kind_ == Kind::kPackets) {
+      ASSERT_NE(after[i], kNothing) << i;
+    } else {
+      ASSERT_EQ(after[i], isHeld ? last : kMade) << i;
+    }
+  }
+  const SampleTable& samples = made.media->samples;
+  for (std::uint64_t i = 0; i < samples.Count(); ++i) {
+    ASSERT_GE(samples.DurationOf(i), MediaTime{1});
+    ASSERT_LE(samples.DurationOf(i), MediaTime{UINT32_MAX});
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, InStep,
+                         testing::Combine(testing::Values(Kind::kPictures, Kind::kText,
+                                                          Kind::kPackets, Kind::kFrames),
+                                          testing::Range(1U, 26U)));
+
+class InStepOf : public testing::Test {
+ protected:
+  // Adds a track of two clips with `count` pictures of 40 ms each, and an edit for each.
+  TrackRecord& Show(std::uint32_t count) {
+    movie_.header.scale = kMovieScale;
+    const auto rows = PlainRows(count, 40 * kTick, 1);
+    TrackRecord& track = AddPlainTrack(movie_, FourCC{"vide"}, kMediaScale, rows);
+    track.media->descriptions = {DescriptionOf(Kind::kPictures)};
+    const MediaTime base = track.media->samples.AppendSlice(SampleTable(rows), {0, count});
+    track.edits.AppendMedia(base, rows->duration, 1.0, track.TimeClock());
+    return track;
+  }
+  // The decode times of the samples of the first track of the result, in whole ms; nothing if no
+  // track changes.
+  std::vector<std::int64_t> Times() const {
+    std::vector<std::int64_t> times;
+    if (const auto result = LaidOutInStep(movie_)) {
+      const SampleTable& samples = result->tracks[0]->media->samples;
+      for (std::uint64_t i = 0; i < samples.Count(); ++i)
+        times.push_back(samples.TimeOf(i).units / kTick);
+    }
+    return times;
+  }
+
+  MovieRecord movie_;
+};
+
+TEST_F(InStepOf, PicturesAreNotHeldBeforeThoseOfAnotherTrack) {
+  TrackRecord& track = Show(2);
+  TrackRecord& other = Show(2);
+  const Clock clock = track.TimeClock();
+  for (TrackRecord* each : {&track, &other}) each->edits.Insert({}, {80}, {100}, clock);
+  EXPECT_EQ(Times(), (std::vector<std::int64_t>{0, 40, 180, 220})) << "both have a gap there";
+  other.edits = track.edits.Segment({180}, {80}, clock);
+  other.edits.Insert({}, {}, {179}, clock);
+  EXPECT_TRUE(Times().empty());
+  other.header.flags &= ~TrackHeader::kEnabled;
+  EXPECT_EQ(Times().size(), 4U);
+}
+
+TEST_F(InStepOf, SomeEditsStay) {
+  TrackRecord& track = Show(9);
+  const Clock clock = track.TimeClock();
+  const EditList whole = track.edits;
+  track.edits.Scale({0}, {80}, {40}, clock);
+  EXPECT_TRUE(Times().empty()) << "two rates";
+  track.edits = whole;
+  track.edits.Insert(whole.Segment({0}, {360}, clock), {720}, {360}, clock);
+  EXPECT_TRUE(Times().empty()) << "shown twice";
+  track.edits = whole.Segment({360}, {360}, clock);
+  track.edits.Insert(whole.Segment({0}, {360}, clock), {360}, {360}, clock);
+  EXPECT_TRUE(Times().empty()) << "another order";
 }
 
 }  // namespace

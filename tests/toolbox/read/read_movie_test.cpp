@@ -1,18 +1,14 @@
 #include "toolbox/read/read_movie.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <tuple>
-
-#include "tests/toolbox/bytes.h"
-#include "tests/toolbox/told.h"
+#include "tests/toolbox/movies.h"
 #include "toolbox/atoms/compressed_movie.h"
 #include "toolbox/disk/output_file.h"
 #include "toolbox/movie/segments.h"
 #include "toolbox/plan/reference.h"
 #include "toolbox/read/file_atoms.h"
+#include "toolbox/read/read_adts.h"
 #include "toolbox/write/update_file.h"
 #include "toolbox/write/write_file.h"
 #include "toolbox/write/write_movie.h"
@@ -43,8 +39,8 @@ class ReadMovie : public InFolder {
   std::string Samples(const Bytes& table) {
     return Told(ReadTrack({.table = table})->tracks[0]->media->samples);
   }
-  OSErr CodeOfReading(const Bytes& file, References references = References::kResolve) {
-    return CodeOf([&] { Read(file, references); });
+  OSErr CodeOfReading(const Bytes& file) {
+    return CodeOf([&] { Read(file, References::kResolve); });
   }
 };
 
@@ -52,14 +48,12 @@ const Bytes kTable = PlainTable(6, 300, 10, 40), kTrack = TrackAtom({.table = kT
 const Bytes kMovie = Atom("moov", MovieHeaderAtom(), kTrack);
 
 TEST_F(ReadMovie, ConnectsItsTracksAndKnowsItsFile) {
-  const auto movie = Read(Made(
-      "moov{ $ $ $ udta{ name{ 'a' } name{ 'b' } 0 } }",
-      {MovieHeaderAtom(), kTrack, TrackAtom({.id = 7, .others = Made("tref{ chap{ 1 99 } }")})}));
+  const auto movie =
+      Read(Made("moov{ $ $ $ }", {MovieHeaderAtom(), kTrack,
+                                  TrackAtom({.id = 7, .others = Made("tref{ chap{ 1 99 } }")})}));
   ASSERT_EQ(movie->tracks.size(), 2U);
   EXPECT_EQ(movie->header.nextTrackId, 8U) << "the file states 2";
   EXPECT_EQ(movie->file, OtherFile{folder_ / "in.mov"});
-  EXPECT_EQ(movie->userData,
-            (UserDataRecord{{{FourCC{"name"}, Text("a")}, {FourCC{"name"}, Text("b")}}}));
   EXPECT_EQ(movie->tracks[1]->references.at(0).targets,
             (std::vector{movie->tracks[0].get(), static_cast<TrackRecord*>(nullptr)}));
 }
@@ -69,8 +63,8 @@ TEST_F(ReadMovie, FindsTheHeaderAtAnyPlace) {
   for (const Bytes& file :
        {kMovie, Made("ftyp{ 'qt  ' 0 } $ mdat{ }", {kMovie}), Join(data, data, kMovie),
         Made("$ 0 'mdat' *60", {kMovie}), Join(data, U32(0), toTheEnd),
-        Join(data, WideAtom("moov", MovieHeaderAtom(), kTrack)),
-        Join(WideAtom("mdat", Zeros(60)), kMovie, Text("junk")), Compressed(kMovie),
+        Made("$ 1 'moov' $ $ $", {data, U64(kMovie.size() + 8), MovieHeaderAtom(), kTrack}),
+        Join(Made("1 'mdat' 76/8 *60"), kMovie, Text("junk")), Compressed(kMovie),
         StoreMovie(kMovie), Made("$ moov{ 'another' }", {kMovie})}) {
     const auto movie = Read(file);
     ASSERT_EQ(movie->tracks.size(), 1U);
@@ -91,19 +85,13 @@ TEST_F(ReadMovie, RefusesFilesWithTheCodeOfTheirFault) {
       {Made("moov{ cmov{ dcom{ 'nope' } cmvd{ 100 'nonsense' } } }"), cantFindHandler},
   };
   for (const auto& [file, code] : files) EXPECT_EQ(CodeOfReading(file), code) << file.size();
-  EXPECT_EQ(CodeOf([&] { ReadMovieFile(folder_ / "none", References::kLeave); }),
-            couldNotResolveDataRef);
-  EXPECT_EQ(CodeOf([&] { ReadMovieFile(folder_, References::kLeave); }), notAFileErr);
 }
 
 TEST_F(ReadMovie, WantsMediaThatAreInUse) {
-  const auto file = [&](const Bytes& table) {
-    const Bytes elsewhere = Made("0 1 url{ 0 'http://host/a.mov' 0/1 }");
-    return Atom("moov", MovieHeaderAtom(), TrackAtom({.table = table, .references = elsewhere}));
-  };
-  EXPECT_EQ(CodeOfReading(file(kTable)), couldNotResolveDataRef);
-  EXPECT_EQ(CodeOfReading(file(kTable), References::kLeave), noErr);
-  EXPECT_EQ(CodeOfReading(file(Bytes())), noErr) << "no sample needs it";
+  for (const auto& [table, code] : {std::pair(kTable, couldNotResolveDataRef), {{}, noErr}}) {
+    const TrackInFile track{.table = table, .references = Made("0 1 url{ 0 'http://host/a.mov' }")};
+    EXPECT_EQ(CodeOfReading(Atom("moov", MovieHeaderAtom(), TrackAtom(track))), code);
+  }
 }
 
 TEST_F(ReadMovie, TakesEditsAsTheyAreUnlessTheyAreImpossible) {
@@ -276,6 +264,68 @@ TEST_F(FileAtoms, RefuseItemsThatAreNotThereOrWouldMove) {
   const FileSource file(folder_ / "in.mov", O_RDWR);
   EXPECT_EQ(CodeOf([&] { UpdateFile(*movie, folder_ / "in.mov", file, true); }),
             featureUnsupported);
+}
+
+// --- Raw AAC
+
+constexpr std::uint8_t kStereo = 0x80, kMono = 0x40;  // in the fourth byte
+constexpr std::uint8_t k44100 = 0x50, k48000 = 0x4C, kNoRate = 0x7C;  // AAC LC, in the third
+
+// A frame with a header of 7 bytes and `size` bytes of data.
+Bytes Frame(std::uint32_t size, std::uint8_t rate = k44100, std::uint8_t channels = kStereo,
+            std::uint8_t blocks = 1) {
+  const std::uint32_t all = 7 + size;
+  return Join(Bytes{0xFF, 0xF1, rate, static_cast<std::uint8_t>(channels | all >> 11),
+                    static_cast<std::uint8_t>(all >> 3), static_cast<std::uint8_t>(all << 5 | 0x1F),
+                    static_cast<std::uint8_t>(0xFC | (blocks - 1))},
+              Zeros(size));
+}
+
+std::unique_ptr<MovieRecord> Read(const Bytes& file) { return ReadAdtsFile(MemorySource(file)); }
+
+std::string Samples(const Bytes& file) {
+  const auto movie = Read(file);
+  return movie ? Told(movie->tracks.at(0)->media->samples) : "none";
+}
+
+TEST(ReadAdts, MakesATrackOfFrames) {
+  const auto movie = Read(Join(Frame(20), Frame(3000), Frame(0, k44100, kStereo, 3)));
+  const MediaRecord& media = *movie->tracks.at(0)->media;
+  EXPECT_EQ(Told(media.samples), "7+20:1024 34+3000:1024 3041+0:3072");
+  EXPECT_EQ(Told(*movie), "0+70") << "of 600 units a second";
+  EXPECT_EQ(media.descriptions.at(0).bytes,
+            Made("mp4a{ *6 1/2 *8 2/2 16/2 0 44100/2 0/2 esds{ 0 3/1 25/1 *3 4/1 17/1 x401500"
+                 " 3000/2 0 $ 5/1 2/1 x1210 6/1 1/1 2/1 } }",
+                 {U32(3020 * 8 * 44100 / 5120)}));
+}
+
+TEST(ReadAdts, FindsItsWayThroughWhatIsNoFrame) {
+  const Bytes frame = Frame(5);
+  const Bytes cut = First(frame, frame.size() - 1);
+  EXPECT_EQ(Samples(Made("'ID3' x0400 0/1 0x0102 *130 'ID3' x0400 x10 1 *11 $ $", {frame, frame})),
+            "168+5:1024 180+5:1024");
+  // A header in rubbish, which nothing follows.
+  EXPECT_EQ(Samples(Made("$ $ 'rub' $ 'bish' $ $", {frame, frame, frame, frame, frame})),
+            "7+5:1024 19+5:1024 50+5:1024 62+5:1024");
+  for (const Bytes& end : {Made("'TAG' *125"), cut}) {
+    EXPECT_EQ(Samples(Join(frame, frame, end)), "7+5:1024 19+5:1024");
+  }
+  for (const Bytes& other : {Frame(5, k48000), Frame(5, k44100, kMono)}) {  // it ends there
+    EXPECT_EQ(Samples(Join(frame, frame, other, frame)), "7+5:1024 19+5:1024");
+    EXPECT_EQ(Samples(Join(frame, other, frame)), "none") << "one frame may be chance";
+  }
+  Bytes checked = Join(frame, frame);
+  for (const std::size_t at : {1U, 13U}) checked[at] = 0xF0;
+  EXPECT_EQ(Samples(checked), "9+3:1024 21+3:1024") << "a checksum before the data";
+}
+
+TEST(ReadAdts, TakesNothingElseForSound) {
+  for (const Bytes& file : {Bytes(), Text("some text that is longer than a header"), Frame(5),
+                            Join(Frame(5, kNoRate), Frame(5, kNoRate)), Text("ID3"),
+                            Made("'ID3' 4/2 0/1 0x7F7F7F7F $ $", {Frame(5), Frame(5)}),
+                            Join(Text("x"), Frame(5), Frame(5)), Bytes(1000, 0xFF)}) {
+    EXPECT_EQ(Read(file), nullptr);
+  }
 }
 
 }  // namespace

@@ -1,9 +1,5 @@
 #include "toolbox/references/data_references.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "tests/toolbox/bytes.h"
 #include "toolbox/references/aliases.h"
 #include "toolbox/references/urls.h"
@@ -11,7 +7,6 @@
 namespace toolbox {
 namespace {
 
-namespace fs = boost::filesystem;
 using namespace std::string_literals;
 using Path = std::optional<fs::path>;
 
@@ -72,22 +67,20 @@ TEST_F(DataReferences, AreWrittenForTheRealPlaceOfBothFiles) {
 }
 
 TEST(Url, LeadsToAPathOnThisHost) {
-  const std::pair<std::string, Path> urls[] = {{"file:///m/a%20b.mov\0ignored"s, "/m/a b.mov"},
-                                               {"FILE://LocalHost/m/%C3%a9.mov", "/m/\u00E9.mov"},
-                                               {"file:/m/./x/../a.mov", "/m/a.mov"},
-                                               {"/m/100%.mov", "/m/100%.mov"},
-                                               {"/m/%4", "/m/%4"},
-                                               {"a.mov", "/no/such/a.mov"},
-                                               {"../in/a%3Ab?#.mo%76", "/no/in/a:b?#.mov"},
-                                               {"in/a:b.mov", "/no/such/in/a:b.mov"},
-                                               {"http://localhost/a.mov", {}},
-                                               {"file://elsewhere/a.mov", {}},
-                                               {"file:a.mov", {}},
-                                               {"file://localhost", {}},
-                                               {"/m/a%00.mov", {}},
-                                               {"", {}}};
+  const std::map<std::string, Path> urls{{"file:///m/a%20b.mov\0ignored"s, "/m/a b.mov"},
+                                         {"FILE://LocalHost/m/%C3%a9.mov", "/m/\u00E9.mov"},
+                                         {"file:/m/./x/../a.mov", "/m/a.mov"},
+                                         {"/m/100%.mov", "/m/100%.mov"},
+                                         {"/m/%4", "/m/%4"},
+                                         {"a.mov", "/no/such/a.mov"},
+                                         {"../in/a%3Ab?#.mo%76", "/no/in/a:b?#.mov"},
+                                         {"in/a:b.mov", "/no/such/in/a:b.mov"}};
   for (const auto& [url, path] : urls) {
     EXPECT_EQ(ResolveUrl(Text(url), "/no/such/ref.mov"), path) << url;
+  }
+  for (const char* url : {"http://localhost/a.mov", "file://elsewhere/a.mov", "file:a.mov",
+                          "file://localhost", "/m/a%00.mov", ""}) {
+    EXPECT_EQ(ResolveUrl(Text(url), "/no/such/ref.mov"), Path()) << url;
   }
   EXPECT_EQ(ResolveUrl(Text("a.mov"), ""), Path());
 }

@@ -1,10 +1,5 @@
 #include "toolbox/text/encoding.h"
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <tuple>
-
 #include "tests/toolbox/bytes.h"
 #include "toolbox/text/language.h"
 #include "toolbox/text/unicode.h"
@@ -48,19 +43,17 @@ TEST(TextEncoding, HasTheBytesOfItsTable) {
 
 TEST(TextEncoding, GivesBackEveryByteThatStandsForACharacter) {
   for (const TextEncoding encoding : {0U, 4U, 5U, 6U, 7U, 21U, 29U, 35U, 36U, 37U, 38U, 140U}) {
-    int holes = 0, differing = 0;
+    int holes = 0;
     for (int byte = 0; byte < 256; ++byte) {
-      const Bytes one{static_cast<std::uint8_t>(byte)};
-      const auto text = DecodeText(one, encoding, false);
+      const auto text = DecodeText(Bytes{static_cast<std::uint8_t>(byte)}, encoding, false);
       holes += !text;
       if (!text) continue;
       const Bytes again = Encode(*text, encoding).bytes;
       EXPECT_EQ(DecodeText(again, encoding, false), text) << encoding << ": " << byte;
-      differing += again != one;
+      // Arabic and Farsi have the punctuation of ASCII twice, once for each direction of writing.
+      if (encoding != kArabic && encoding != kFarsi) EXPECT_EQ(again.at(0), byte) << encoding;
     }
     EXPECT_EQ(holes, encoding == kHebrew ? 101 : encoding == kThai ? 41 : 0) << encoding;
-    // Arabic and Farsi have the punctuation of ASCII twice, once for each direction of writing.
-    EXPECT_EQ(differing > 0, encoding == kArabic || encoding == kFarsi) << encoding;
   }
 }
 
