@@ -9,7 +9,7 @@ import collections
 import pathlib
 import sys
 
-MOST = 0.46
+MOST = 0.35
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SCRIPTS = (".py", ".sh", ".txt", ".cmake", ".awk", ".fish")
 

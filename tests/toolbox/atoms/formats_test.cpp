@@ -1,7 +1,5 @@
-// The formats of single values: Base64, chapters, tags and sample descriptions.
+// The formats of single values: sound formats, tags and sample descriptions.
 #include "tests/toolbox/bytes.h"
-#include "toolbox/atoms/base64.h"
-#include "toolbox/atoms/chapter_starts.h"
 #include "toolbox/atoms/sample_entries.h"
 #include "toolbox/atoms/sound_format.h"
 #include "toolbox/atoms/tag_atoms.h"
@@ -10,29 +8,6 @@ namespace toolbox {
 namespace {
 
 using namespace std::string_literals;
-
-TEST(Base64, PadsToWholeGroups) {
-  EXPECT_EQ(Base64(Text("fooba")), "Zm9vYmE=");
-  EXPECT_EQ(Base64({0xFB, 0xFF, 0xBF, 0}), "+/+/AA==");
-}
-
-// Chapters at 0 s ("a"), 1.5 s (without a title) and 0x100000000 units ("bc").
-const Bytes kChapters = Made("0/8 1/1 'a'  15000000/8 0/1  0x100000000/8 2/1 'bc'");
-
-TEST(ChapterStarts, AreReadAsFarAsTheListGoes) {
-  const std::vector<std::uint64_t> starts{0, 15'000'000, 0x100000000};
-  for (const char* head : {"0 3/1", "x01000000 9/1 3"}) {
-    const Bytes whole = Join(Made(head), kChapters);
-    EXPECT_EQ(ReadChapterStarts(whole).stated, 3U);
-    EXPECT_EQ(ReadChapterStarts(whole).starts, starts);
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-      const std::size_t missing = whole.size() - size, found = missing > 20   ? 0
-                                                               : missing > 11 ? 1
-                                                                              : 2;
-      EXPECT_EQ(ReadChapterStarts(First(whole, size)).starts.size(), found);
-    }
-  }
-}
 
 // Such as "2x16 48000 signed little".
 std::string FormatOf(ByteSpan entry) {

@@ -272,22 +272,6 @@ TEST_F(TextMedia, OfAFileIsHeldInMemoryUntilTheFileIsWritten) {
   EXPECT_EQ(Read(media, 0), Failed(couldNotResolveDataRef));
 }
 
-TEST_F(TextMedia, IsAskedForTheNextSampleOneWay) {
-  TimeValue time = 7;
-  const Track track = NewMovieTrack(movie_, 0, 0, 0);
-  for (const auto& [flags, rate, code] : {std::tuple{+nextTimeMediaSample, fixedOne, noErr},
-                                          {nextTimeMediaSample, -fixedOne, featureUnsupported},
-                                          {nextTimeMediaSample | 2, fixedOne, paramErr},
-                                          {nextTimeEdgeOK, fixedOne, paramErr},
-                                          {4, fixedOne, featureUnsupported}}) {
-    GetTrackNextInterestingTime(track, static_cast<std::int16_t>(flags), 0, rate, &time, nullptr);
-    EXPECT_EQ(time, -1);
-    EXPECT_EQ(GetMoviesError(), code) << flags;
-  }
-  EXPECT_EQ(TrackTimeToMediaTime(0, nullptr), -1);
-  EXPECT_EQ(GetMoviesError(), invalidTrack);
-}
-
 TEST_F(TextMedia, IsNamedByTrackReferences) {
   const Movie other = NewMovie(0);
   const Track a = NewMovieTrack(movie_, 0, 0, 0), b = NewMovieTrack(movie_, 0, 0, 0);

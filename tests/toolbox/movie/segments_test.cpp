@@ -328,14 +328,6 @@ TEST(EditList, PartsThatFollowOneAnotherInTheMediaDoNotDrift) {
   EXPECT_EQ(Told(list), "0+1360599 5+600 44105+1200x0.5") << "the first lasts 1360598.6 units";
 }
 
-TEST(EditList, ScalingKeepsWhatIsShownAndMovesTheRest) {
-  EditList list = ListOf({{100, 0}, {50, -1}, {100, 5000}});
-  list.Scale({80}, {90}, {180}, kEqual);  // beyond the gap on both sides
-  EXPECT_EQ(Told(list), "0+80 80+40x0.5 gap+100 5000+40x0.5 5020+80");
-  list.Scale({220}, {1000}, {1}, kEqual);  // reaches past the end; what becomes too short is gone
-  EXPECT_EQ(Told(list), "0+80 80+40x0.5");
-}
-
 TEST(Rescale, RoundsAsAskedFarBeyond64Bits) {
   EXPECT_EQ(Rescale(1, 2, 1), 1);
   EXPECT_EQ(Rescale(-1, 2, 1), 0);

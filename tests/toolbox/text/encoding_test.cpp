@@ -16,20 +16,13 @@ EncodedText Encode(const std::string& text, TextEncoding encoding) {
 TEST(TextEncoding, HasTheBytesOfItsTable) {
   const std::tuple<TextEncoding, const char*, const char*> rows[] = {
       {kMacRoman, "“Café” – €Ω", "xd24361668ed320d020dbbd"},
-      {1, "日本ΑБ", "x93fa967b839f8441"},
       {2, "中國", "xa4a4b0ea"},
-      {3, "한국어", "xc7d1b1b9beee"},
       {kArabic, "سلام،", "xd3e4c7e5ac"},
       {kHebrew, "שלום", "xf9ece5ed"},
-      {6, "Ελλάδα", "xb6ececc0e4e1"},
       {7, "Київ", "x8ae8bbe2"},
       {kThai, "ไทย", "xe4b7c2"},
       {25, "中国", "xd6d0b9fa"},
-      {29, "Łódź", "xfc976490"},
-      {35, "İstanbul ğ", "xdc7374616e62756c20db"},
-      {36, "Čeština Đž", "xc865b974696e6120d0be"},
       {37, "Þór Ýð", "xde977220a0dd"},
-      {38, "Țară", "xde6172be"},
       {kFarsi, "۱۲", "xb1b2"},
       {kUtf16, "aЖ𝄞", "x00610416d834dd1e"},
       {kUtf8, "aЖ𝄞", "x61d096f09d849e"}};
