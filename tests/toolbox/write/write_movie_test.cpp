@@ -6,6 +6,7 @@
 #include "toolbox/plan/flatten.h"
 #include "toolbox/plan/reference.h"
 #include "toolbox/read/read_movie.h"
+#include "toolbox/references/sources.h"
 #include "toolbox/write/storage.h"
 #include "toolbox/write/write_file.h"
 
@@ -254,16 +255,19 @@ TEST_F(WriteMovie, UsesNoFileThatHasChanged) {
     Store("in.mov", TwoTracks(3, 10, Zeros(66)));
     EXPECT_EQ(CodeOf([&] { write(*movie); }), fBsyErr);
   }
-  // A change while the file is copied is noticed at the end.
-  const auto movie = Opened("in.mov", TwoTracks(6, 1 << 20, Zeros(12 << 20)));
-  bool isCopying = false;
-  movie->progress = [&](std::uint64_t, std::uint64_t) {
-    isCopying = true;
-    fs::last_write_time(input, 1'000'000'000);
-  };
-  EXPECT_EQ(CodeOf([&] { writers[0](*movie); }), fBsyErr);
-  EXPECT_TRUE(isCopying);
-  EXPECT_EQ(Stored(output), Text("old"));
+  // A change while a file is copied is noticed at the end: of the movie file, or of another one.
+  for (const auto& changing : {input, Store("media", Zeros(12 << 20))}) {
+    const auto movie = Opened("in.mov", TwoTracks(6, 1 << 20, Zeros(12 << 20)));
+    if (changing != input) movie->tracks[0]->media->dataReferences = {FileAt(changing)};
+    bool isCopying = false;
+    movie->progress = [&](std::uint64_t, std::uint64_t) {
+      isCopying = true;
+      boost::filesystem::last_write_time(changing, 1'000'000'000);
+    };
+    EXPECT_EQ(CodeOf([&] { writers[0](*movie); }), fBsyErr);
+    EXPECT_TRUE(isCopying);
+    EXPECT_EQ(Stored(output), Text("old"));
+  }
 }
 
 // The second new header may overwrite the tables of the movie that is still open.
