@@ -262,7 +262,7 @@ TEST_F(WriteMovie, UsesNoFileThatHasChanged) {
     bool isCopying = false;
     movie->progress = [&](std::uint64_t, std::uint64_t) {
       isCopying = true;
-      boost::filesystem::last_write_time(changing, 1'000'000'000);
+      fs::last_write_time(changing, 1'000'000'000);
     };
     EXPECT_EQ(CodeOf([&] { writers[0](*movie); }), fBsyErr);
     EXPECT_TRUE(isCopying);
