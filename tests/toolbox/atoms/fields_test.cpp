@@ -65,7 +65,6 @@ const Layout kLayouts[] = {
      "csgp{ 0/1 flags=64/3 grouping='rap ' parameter=9 patterns=1 packed=\"ab\" }"},
     {Retell<AuxiliarySizes>,
      "saiz{ 0/1 flags=1/3 type='cenc' parameter=3 constant=0/1 count=2 sizes=\"ab\" }"},
-    {Retell<AuxiliaryOffsets>, "saio{ version=1/1 0/3 count=1 table=\"abcdefgh\" }"},
     {Retell<GpsLocations>, "gps{ head=1103806595073/8 table=\"abcdefgh\" }"},
     {Retell<HintHeader>,
      "hmhd{ 0 largestPacket=1450/2 averagePacket=1200/2 highestBitRate=16909060"

@@ -237,15 +237,6 @@ TEST(SampleTable, SplitsNoPacket) {
   EXPECT_EQ(places, (decltype(places){{34, 68}, {1000, 102}}));
 }
 
-TEST(SampleTable, KnowsHowManySamplesLieInAChunk) {
-  auto rows = PlainRows(6, 10, 1);
-  rows->count = 10;
-  const SampleTable table(rows);
-  EXPECT_EQ(LocatedCount(table), 6U);
-  EXPECT_NO_THROW(CheckLocated(table, {0, 6}));
-  EXPECT_THROW(CheckLocated(table, {5, 7}), Refused);
-}
-
 // --- The samples that a track shows, in movie time
 
 using Shown = std::vector<ShownSample>;
