@@ -19,7 +19,7 @@ class AtomTypes {
   void operator()(const auto&... members) { (Add(members), ...); }
 
   template <class A>
-  void Add(A atom) {
+  void Add(const A& atom) {
     if constexpr (!requires { atom.content; }) visit_.template operator()<A>();
     if constexpr (toolbox::Container<A>) A::Children(*this, atom);
   }

@@ -160,7 +160,6 @@ void InsertMovieSegment(const MovieRecord& source, MovieRecord& movie, MovieTime
   // Tracks that are enabled or disabled like their source are preferred. Each track is used at most
   // once.
   std::vector<TrackRecord*> free;
-  free.reserve(movie.tracks.size());
   for (const auto& track : movie.tracks) free.push_back(track.get());
   for (const bool sameState : {true, false}) {
     for (Insertion& insertion : insertions) {

@@ -92,7 +92,6 @@ class HintMaker {
   void SendSound() {
     if (units_.empty()) return;
     std::vector<std::uint64_t> sizes;
-    sizes.reserve(units_.size());
     for (const MediaSample& unit : units_) sizes.push_back(unit.size);
     const Bytes header = SoundUnitHeaders(sizes);
     hint_.Clear(0);
