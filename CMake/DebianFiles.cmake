@@ -26,7 +26,7 @@ foreach(tree ${trees})
   file(CHMOD ${documents}/changelog.Debian ${documents}/copyright
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
-  # pkg-config looks into this folder even for another architecture.
+  # pkg-config of another architecture looks only into the folder of that architecture.
   if(EXISTS ${tree}/lib/pkgconfig)
     file(READ ${tree}/lib/pkgconfig/reelwork.pc text)
     string(REPLACE "\${pcfiledir}/" "\${pcfiledir}/../" text "${text}")

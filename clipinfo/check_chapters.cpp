@@ -83,8 +83,8 @@ void CheckList(const MovieToCheck& movie) {
     return start > static_cast<std::uint64_t>(end);
   });
   if (after != 0) {
-    warn(Counted(static_cast<std::uint64_t>(after), "chapter") +
-         " of the list start after the end of the movie");
+    warn("the list has " + Counted(static_cast<std::uint64_t>(after), "chapter") +
+         " after the end of the movie");
   }
 }
 

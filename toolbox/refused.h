@@ -35,7 +35,7 @@ inline void CheckEnd(std::uint64_t at, std::uint64_t size, std::uint64_t end,
                      const std::string& file = {}) {
   if (at <= end && size <= end - at) return;
   throw Refused{eofErr,
-                std::to_string(size) + " bytes at " + std::to_string(at) + " lie behind its end",
+                std::to_string(size) + " bytes at " + std::to_string(at) + " are after its end",
                 file};
 }
 

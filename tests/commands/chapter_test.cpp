@@ -121,7 +121,7 @@ TEST_F(Chapters, ReplaceATrackThatNothingElseNeeds) {
   EXPECT_EQ(movie_.tracks.size(), 4U) << "the old one is shown";
 }
 
-TEST_F(Chapters, ThatAreNotWantedGoWithTheirTimeOnceIfTheyOverlap) {
+TEST_F(Chapters, ThatAreRemovedTakeTheirTimeWithThemOnce) {
   Built({{600, 600, 0, "a"}, {600, 1200, 0, "b"}, {600, 2000, 0, "c"}, {600, 3000, 0, "b"}});
   const Track second =
       BuildChapterTrack({{600, 0, 0, "x"}, {600, 900, 0, "y"}, {600, 2500, 0, "z"}}, &movie_);

@@ -56,7 +56,7 @@ void RunCommand(const std::string& command) {
   boost::filesystem::remove(kOutput);
 }
 
-// Does one of the things that clipinfo does with a movie, which need not be one that can be opened.
+// Runs a mode of clipinfo on the input, which may be damaged.
 // Returns whether it prints JSON.
 bool Inspect(unsigned mode) {
   const auto summary = [] {
@@ -85,8 +85,8 @@ bool Inspect(unsigned mode) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // Sixty thousand chunks may all claim the same bytes: what is written out ends somewhere. The
-  // fuzzer would end at this signal if it had no handler.
+  // Many chunks can claim the same bytes, so the output is limited to 1 MiB. Without a handler, the
+  // signal would end the fuzzer.
   constexpr rlimit kLargestFile{1 << 20, 1 << 20};
   fuzz::Check(setrlimit(RLIMIT_FSIZE, &kLargestFile) == 0, "the size of files can be limited");
   std::signal(SIGXFSZ, [](int) {});

@@ -1,9 +1,9 @@
-// Part of failing_clipjoin: system calls that write, one of which fails on request. It then prints
-// "fault" on standard error. They replace those of the C library and of the sanitizers.
+// System calls that write, for failing_clipjoin. The call that FAULT_AT names fails and prints
+// "fault" on standard error. These functions replace those of the C library and of the sanitizers.
 //
 //   FAULT_AT=n       the n-th call is the one, counted from 1
 //   FAULT_ERROR=n    it fails with that errno,
-//   FAULT_SIGNAL=n   or the process gets that signal just before the call
+//   FAULT_SIGNAL=n   or the process gets that signal, which must end it, just before the call
 //   FAULT_NAMED=1    no file can be created without a name, as on some file systems
 //
 // It counts the calls below, which change a file or a folder, except those on the standard streams.

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """If the disk is full or fails at any call that writes, or if the process ends there, a file is the
-old one or the complete new one. The CutShort unit tests try every form of file in memory; these
-tests use the real system calls."""
+old one or the complete new one; where there was none, it may be empty if the process ends. The
+CutShort unit tests try every form of file in memory; these tests use the real system calls."""
 
 import errno
 import itertools
@@ -63,14 +63,14 @@ class FailingDisk(runs.RunTest):
 
     def each_call(self, **faults):
         """Runs each job once for each of its calls that write, with a fault at that call. Yields
-        the name of the job, the result, and whether the new file is there, not the old one."""
+        the name of the job, the result, and whether the new file is in place."""
         for name, old, command in self.jobs():
             self.run_job(old, ["clipjoin"])
             was = self.state(name)
             self.assertEqual(self.run_job(old, command), (0, "", ""))
             new = self.state(name)
             self.assertNotEqual(was, new)
-            # A name that was free is taken by an empty file at first.
+            # For a new name, an empty file is created first.
             begun = [b""] if old is None and "FAULT_SIGNAL" in faults else []
             for call in itertools.count(1):
                 with self.subTest(name, call=call, **faults):

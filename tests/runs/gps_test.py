@@ -42,7 +42,7 @@ class Dashcam(runs.RunTest):
     def record(self, name, seconds=(1, 2), inside=True, table=None, trailer=b""):
         """A recording with a block for each of the seconds between media and movie: inside the atom
         of the media, or as atoms next to it. `table` replaces the true locations. Returns its path
-        and what the atom locates; None is an entry that is not in use."""
+        and what the atom locates; None is an unused entry."""
         data, blocks = self.clip.read_bytes(), [block(second) for second in seconds]
         end, media = (data.index(kind) - 4 for kind in (b"moov", b"mdat"))
         table = table or locations((0, 0), *[(end + SIZE * i, SIZE) for i in range(len(blocks))])

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Movies with more bytes or time units than 32 bits can count. Their media is a hole in
-the file, with noise at its end."""
+"""Movies with more bytes or time units than 32 bits can count, whose media is a hole in the file; and
+what headers may cost that unpack to much more than their length."""
 
 import random
 import re
@@ -15,7 +15,7 @@ NOISE = random.Random(1).randbytes(2 * RATE)
 
 
 def plain_sound(path, frames):
-    """A movie of uncompressed sound with one channel. It is silent but for its last second."""
+    """A movie of uncompressed sound with one channel. It is silent except in its last second."""
     form = runs.atom("sowt", struct.pack(">6xH8xHHII", 1, 1, 16, 0, RATE << 16))
     track = runs.made_track("soun", 1, RATE, form, frames, 2, 16, 4096)
     with open(path, "wb") as file:
@@ -93,11 +93,11 @@ class Bounds(runs.RunTest):
         limit = None if runs.SANITIZERS else lambda: resource.setrlimit(*limits)
         run = lambda: self.run_in_folder(*arguments, preexec_fn=limit, timeout=300)  # noqa: E731
         seconds_taken, done = seconds_used(run)
-        # A debug build is five times slower than a release, and one with sanitizers twenty times.
+        # Debug builds may be five times slower, and those with sanitizers twenty times.
         self.assertLess(seconds_taken, seconds * (20 if runs.SANITIZERS else 5))
         return done
 
-    def test_a_header_that_repeats_one_thing_costs_20_times_its_length(self):
+    def test_a_header_that_repeats_one_thing_needs_20_times_its_length(self):
         clip = plain_sound(self.folder / "clip.mov", 5000).read_bytes()
         movie, track = (
             runs.atom(kind, content) for kind, content in runs.atoms(runs.child(clip, "moov"))
@@ -119,7 +119,7 @@ class Bounds(runs.RunTest):
                     self.assertEqual((done.status, done.err), (0, ""))
             self.assertEqual(runs.movie_header(self.folder / "out.mov").count(b"tkhd"), tracks)
 
-    def test_a_compressed_header_is_read_up_to_64_times_its_length(self):
+    def test_a_compressed_header_of_more_than_64_times_its_length_is_refused(self):
         def compressed(length):
             data = runs.u32(length) + zlib.compress(runs.atom("moov", bytes(length - 8)), 9)
             packed = runs.atom("dcom", b"zlib") + runs.atom("cmvd", data)

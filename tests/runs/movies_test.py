@@ -112,7 +112,7 @@ class Movie:
         return codec.startswith("pcm_") or tag in ("fpcm", "ipcm")
 
     def edits(self):
-        """(options, what the output shows); the second movie of a join is the movie itself."""
+        """(options, what the output shows) of each edit."""
         movie, end = self.tracks, self.end
         units = lambda seconds: F(round(F(seconds) * self.scale), self.scale)  # noqa: E731
         third = units(end / 3)
@@ -146,8 +146,7 @@ def header_of(track):
 
 
 def uncounted(name):
-    """A handler name without its length byte, which only QuickTime has. Readers expect it by the
-    brand."""
+    """A handler name without its length byte, which only QuickTime has. Readers expect the length byte only if the brand is QuickTime's."""
     return name[1:] if name and ord(name[0]) == len(name) - 1 else name
 
 

@@ -1,5 +1,5 @@
-// What all tests of bytes include: GoogleTest, the containers, and functions that make bytes from
-// numbers, texts and atoms, up to whole movie files, and a folder for them.
+// Helpers for tests: bytes that are made from numbers, texts and atoms, up to whole movie files,
+// and a fixture with a folder of its own. GoogleTest and the containers are included.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -81,11 +81,13 @@ inline bool Contains(const Bytes& bytes, const Bytes& part) {
 inline std::vector<std::string> Words(const std::string& text) {
   std::istringstream in(text);
   std::vector<std::string> words;
-  for (std::string word, rest; in >> word; words.push_back(word)) {
+  for (std::string word, rest; in >> word;) {
     const auto quote = word.find_first_of("'\"");
-    if (quote == word.npos || word.find(word[quote], quote + 1) != word.npos) continue;
-    std::getline(in, rest, word[quote]);
-    word += rest + word[quote];
+    if (quote != word.npos && word.find(word[quote], quote + 1) == word.npos) {
+      std::getline(in, rest, word[quote]);
+      word += rest + word[quote];
+    }
+    words.push_back(word);
   }
   return words;
 }

@@ -167,7 +167,7 @@ tracks() {
 wait_until() {
   local end=$((SECONDS + 60))
   until "$@"; do
-    ((SECONDS < end)) || { echo "waited in vain: $*"; return 1; }
+    ((SECONDS < end)) || { echo "still failed after a minute: $*"; return 1; }
     sleep 0.1
   done
 }
@@ -176,7 +176,7 @@ wait_until() {
 # and the only node.
 start_slurm() {
   local home=$PWD/slurm host=$(hostname -s) user=$(id -un) program
-  chmod 755 . .. # munged insists on it
+  chmod 755 . .. # munged requires these permissions
   mkdir -m 755 slurm && head -c 64 /dev/urandom >slurm/munge.key && chmod 400 slurm/munge.key
   export SLURM_CONF=$home/slurm.conf
   cat >"$SLURM_CONF" <<END
@@ -219,5 +219,5 @@ mount_recordings() {
   trap unmount_recordings EXIT
 }
 
-# unmount_recordings: ends the mount, when its files are closed.
+# unmount_recordings: unmounts as soon as its files are closed.
 unmount_recordings() { wait_until fusermount3 -u recordings; trap - EXIT; }

@@ -17,9 +17,10 @@ namespace {
 
 using namespace std::string_literals;
 
-// Decodes the content of an atom. Gives what is printed of its fields, and the atom encoded again.
+// Decodes the content of an atom. Decodes an atom. Returns its printed fields, and the atom encoded
+// again.
 template <class A>
-std::pair<std::string, Bytes> Retell(ByteSpan content) {
+std::pair<std::string, Bytes> PrintedAndEncoded(ByteSpan content) {
   const A atom = Decode<A>(content);
   std::ostringstream text;
   FieldPrinter printer(text, true);
@@ -29,52 +30,52 @@ std::pair<std::string, Bytes> Retell(ByteSpan content) {
 
 // The text describes both the bytes, as Made reads it, and what is printed: all words with a name.
 // A text in double quotes is the rest of the atom and may be shorter.
-using Layout = std::pair<decltype(&Retell<FileType>), const char*>;
+using Layout = std::pair<decltype(&PrintedAndEncoded<FileType>), const char*>;
 
 #define MATRIX "a=1 b=2 u=3 c=4 d=5 v=6 tx=-7 ty=8 w=9"
 
 const Layout kLayouts[] = {
-    {Retell<FileType>,
+    {PrintedAndEncoded<FileType>,
      "ftyp{ majorBrand='qt  ' minorVersion=537199360 compatibleBrands=\"qt  \" }"},
-    {Retell<MovieHeader>,
+    {PrintedAndEncoded<MovieHeader>,
      "mvhd{ version=1/1 flags=258/3 created=4294967297/8 modified=12/8 scale=600"
      " duration=78187493530/8 rate=98304 volume=384/2 '0123456789' " MATRIX " previewTime=21"
      " previewDuration=22 posterTime=23 selectionTime=24 selectionDuration=25 currentTime=26"
      " nextTrackId=27 }"},
-    {Retell<TrackHeader>,
+    {PrintedAndEncoded<TrackHeader>,
      "tkhd{ version=1/1 flags=15/3 created=11/8 modified=12/8 id=3 'res1' duration=4294967296/8"
      " 'reserved' layer=-1/2 alternateGroup=2/2 volume=256/2 'rs' " MATRIX
      " width=20971520 height=15761408 }"},
-    {Retell<EditEntries>,
+    {PrintedAndEncoded<EditEntries>,
      "elst{ version=1/1 0/3 entries=2 { duration=5/8 mediaTime=-1/8 rate=65536 }"
      " { duration=6/8 mediaTime=2147483648/8 rate=131072 } }"},
-    {Retell<MediaHeader>,
+    {PrintedAndEncoded<MediaHeader>,
      "mdhd{ version=1/1 0/3 created=11/8 modified=8589934592/8 scale=90000 duration=14/8"
      " language=21956/2 quality=7/2 }"},
-    {Retell<Handler>,
+    {PrintedAndEncoded<Handler>,
      "hdlr{ 0 componentType='mhlr' subtype='vide' manufacturer='appl' componentFlags=1"
      " componentFlagsMask=2 name=\"abc\" }"},
-    {Retell<VideoMediaHeader>,
+    {PrintedAndEncoded<VideoMediaHeader>,
      "vmhd{ 0/1 flags=1/3 mode=2/2 opColor=3/2 opColor=4/2 opColor=65535/2 }"},
-    {Retell<SoundMediaHeader>, "smhd{ 0 balance=-256/2 reserved=5/2 }"},
-    {Retell<CompositionOffsets>,
+    {PrintedAndEncoded<SoundMediaHeader>, "smhd{ 0 balance=-256/2 reserved=5/2 }"},
+    {PrintedAndEncoded<CompositionOffsets>,
      "ctts{ version=1/1 0/3 rows=2 { count=3 offset=20 } { count=4 offset=-10 } }"},
-    {Retell<SampleToGroup>,
+    {PrintedAndEncoded<SampleToGroup>,
      "sbgp{ version=1/1 0/3 grouping='rap ' parameter=9 rows=1 { count=7 group=0 } }"},
-    {Retell<CompactSampleToGroup>,
+    {PrintedAndEncoded<CompactSampleToGroup>,
      "csgp{ 0/1 flags=64/3 grouping='rap ' parameter=9 patterns=1 packed=\"ab\" }"},
-    {Retell<AuxiliarySizes>,
+    {PrintedAndEncoded<AuxiliarySizes>,
      "saiz{ 0/1 flags=1/3 type='cenc' parameter=3 constant=0/1 count=2 sizes=\"ab\" }"},
-    {Retell<GpsLocations>, "gps{ head=1103806595073/8 table=\"abcdefgh\" }"},
-    {Retell<HintHeader>,
+    {PrintedAndEncoded<GpsLocations>, "gps{ head=1103806595073/8 table=\"abcdefgh\" }"},
+    {PrintedAndEncoded<HintHeader>,
      "hmhd{ 0 largestPacket=1450/2 averagePacket=1200/2 highestBitRate=16909060"
      " averageBitRate=132868 reserved=0 }"},
-    {Retell<TrackDefaults>,
+    {PrintedAndEncoded<TrackDefaults>,
      "trex{ 0 track=3 description=1 duration=1024 size=4 sampleFlags=65536 }"},
-    {Retell<TrackFragmentHeader>,
+    {PrintedAndEncoded<TrackFragmentHeader>,
      "tfhd{ 0/1 flags=59/3 track=3 baseDataOffset=4294967296/8 description=2 duration=1024 size=4"
      " sampleFlags=65536 }"},
-    {Retell<TrackRun>,
+    {PrintedAndEncoded<TrackRun>,
      "trun{ 0/1 flags=1797/3 count=1 dataOffset=-4 firstSampleFlags=7 rows=\"abcdefghijkl\" }"},
 };
 
@@ -149,7 +150,7 @@ TEST(OffsetRuns, AreFoundForEachSampleAmongMany) {
       EXPECT_EQ(runs.From(i)->sample, i - i % 5 + (i % 5 < 2 ? 0 : 2));
     }
   }
-  // Rows that would not be written so are no view.
+  // Rows in a form that we would not write cannot be a view.
   for (const auto& [bad, count] :
        {std::pair("2 5  1 6", 2U), {"2 5  1 6", 4U}, {"2 5  1 5", 3U}, {"2 5  1 6  0 7", 3U}}) {
     EXPECT_FALSE(OffsetRuns::ViewOf(Made(bad), count)) << bad;
@@ -183,9 +184,9 @@ TEST(ChunkRuns, AreAViewOfRowsInOrder) {
   EXPECT_EQ(RunsFrom(runs, 0), "0: 0-6/2 #0; 3: 6-16/5 #1; ");
   EXPECT_EQ(runs.Descriptions(), 2U);
   EXPECT_EQ(ChunkRuns::ViewOf(good, 5, 100, 2)->Samples(), 16U);
-  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 15, 2)) << "more than there are";
-  EXPECT_FALSE(ChunkRuns::ViewOf(good, 3, 16, 2)) << "of chunks that are not there";
-  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 16, 1)) << "of a description that is not there";
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 15, 2)) << "more samples than exist";
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 3, 16, 2)) << "chunks that do not exist";
+  EXPECT_FALSE(ChunkRuns::ViewOf(good, 5, 16, 1)) << "a description that does not exist";
   for (const char* rows : {"2 2 1  2 5 1", "1 0 1  2 5 1", "0 1 1"}) {
     EXPECT_FALSE(ChunkRuns::ViewOf(Made(rows), 5, 16, 1)) << rows;
   }
@@ -224,7 +225,7 @@ std::string Split(const Bytes& bytes, ByteSpan* tail = nullptr) {
   return text;
 }
 
-TEST(Framing, UnderstandsAllThreeKindsOfSizesButNoneThatCannotBe) {
+TEST(Framing, ReadsAllThreeKindsOfSizesAndRefusesImpossibleOnes) {
   EXPECT_EQ(Split(Made("one{ '1' } 1 'two ' 18/8 '22' 0 'rest' '333'")), "one 1|two 22|rest333|");
   EXPECT_EQ(Split(Made("one{ '1' } *7")), "one 1|");
   for (const char* bad : {"7 'tiny' *8", "1 'wide' 15/8 *8", "1 'wide' -1/8", "1 'wide' *7",
@@ -249,7 +250,7 @@ struct Box {
 
 const Bytes kHandler = Made("hdlr{ 0 'mhlrvideappl' *8 'x' }"), kSync = Made("stss{ 0 1 7 }");
 
-TEST(Containers, KeepStrangersAndTheOrderOfAllByteForByte) {
+TEST(Containers, KeepUnknownAtomsAndTheOrderOfAllAtoms) {
   const Bytes content = Made(
       "what{ 'first' } $ ftyp{ 'qt  ' 1 } 1 'wide' 17/8 '2' stco{ 0 0 } $ what{ } $"
       " ftyp{ 'only one is known' }",
@@ -259,7 +260,7 @@ TEST(Containers, KeepStrangersAndTheOrderOfAllByteForByte) {
   EXPECT_EQ(Encode(box), Atom("box ", content));
 }
 
-TEST(Containers, PutNewChildrenInTheOrderOfTheListAndLeaveNoGaps) {
+TEST(Containers, PutNewChildrenAtTheirPlacesAndCloseGaps) {
   Box box = Decode<Box>(Made("$ $ kept{ }", {kSync, kHandler}));
   box.tables.clear();
   box.type = FileType{FourCC{"new "}, 1, {}};
@@ -278,7 +279,7 @@ TEST(Containers, TakeOneTableOfAKindAndJoinListsOfOneType) {
             Made("tref{ hint{ 1 4 } chap{ 2 3 } }"));
 }
 
-TEST(UserDataAtoms, EndEarlyAndGiveMetaItsVersion) {
+TEST(UserDataAtoms, EndAtTheFirstInvalidAtomAndGiveMetaAVersion) {
   for (const char* end : {"", "0", "7 'tiny'", "70 'long'", "*8", "0 'junk'"}) {
     EXPECT_EQ(
         Encode(Decode<UserDataAtoms>(Made("meta{ hdlr{ *25 } } name{ 'Ann' } $", {Made(end)}))),
@@ -287,7 +288,7 @@ TEST(UserDataAtoms, EndEarlyAndGiveMetaItsVersion) {
   }
 }
 
-TEST(Handler, HasItsNameAsTheKindOfFileWantsIt) {
+TEST(Handler, StoresItsNameInTheFormOfTheFileType) {
   const auto named = [](FourCC componentType, const std::string& name) {
     return Handler{.componentType = componentType, .name = Text(name)};
   };

@@ -153,7 +153,7 @@ Bytes Aac(std::uint32_t rate, std::uint8_t profile, bool isQuickTime) {
       {esds});
 }
 
-TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
+TEST(SampleDescription, IsTheSameWithOtherDataReferencesAndBitRates) {
   const std::string plain = "avcC{ 1 }", slow = plain + " btrt{ 0 5 5 }",
                     fast = plain + " btrt{ 0 6 6 }", hdr = plain + " mdcv{ *24 }";
   const auto expectSame = [](const Bytes& a, const Bytes& b, bool same, FourCC type = kPicture) {
@@ -172,7 +172,7 @@ TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
     expectSame(aac, Aac(64000, 0x11, isQuickTime), true, kSound);
     expectSame(aac, Aac(96000, 0x12, isQuickTime), false, kSound);
     expectSame(aac, Aac(96000, 0x11, !isQuickTime), false, kSound);
-    for (std::size_t size = 1; size < aac.size(); ++size) {  // it may be cut anywhere
+    for (std::size_t size = 1; size < aac.size(); ++size) {  // truncated descriptions never match
       Bytes other = First(aac, size);
       other.back() ^= 1;
       if (size > 20) expectSame(First(aac, size), other, false, kSound);
@@ -180,7 +180,7 @@ TEST(SampleDescription, IsTheSameWhateverItSaysOfFilesAndBitRates) {
   }
 }
 
-TEST(SampleDescription, HasANumberOfADataReferenceUnlessTextIsThere) {
+TEST(SampleDescription, HasADataReferenceNumberUnlessTextIsInItsPlace) {
   Bytes entry = Picture(0x0102, ""), text = Made("mett{ 'text/plain' }");
   EXPECT_EQ(ReferenceNumber(entry), 0x0102);
   SetReferenceNumber(entry, 0x10304);

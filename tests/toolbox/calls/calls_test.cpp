@@ -22,7 +22,7 @@ OSErr CodeOfPath(const std::string& path, Handle& handle, int style = kQTPOSIXPa
   return QTNewDataReferenceFromFullPathCFString(Made(path).get(), style, 0, &handle, &type);
 }
 
-// The code that a call without a code leaves.
+// The movies error after a call that returns no code.
 OSErr ErrorOf(const std::function<void()>& call) {
   call();
   return GetMoviesError();
@@ -140,7 +140,7 @@ TEST(StringCalls, GiveAWholeTextOrNone) {
 
 // --- Samples, text samples, sample tables and data references
 
-constexpr FourCC kVideo{"vide"}, kText{"text"}, kMemory{"hndl"}, kEncoding{"encd"}, kChap{"chap"};
+constexpr FourCC kVideo{"vide"}, kText{"text"}, kMemory{"hndl"}, kEncoding{"encd"};
 
 class TextMedia : public Calls {
  protected:
@@ -174,7 +174,7 @@ class TextMedia : public Calls {
   static Bytes Failed(OSErr code) { return U16(static_cast<std::uint16_t>(code)); }
 };
 
-TEST_F(TextMedia, HoldsSamplesOfACountATextAndAMark) {
+TEST_F(TextMedia, SamplesHaveALengthATextAndAnEncoding) {
   const Media media = NewText(Made(Zeros(4)));
   const std::uint32_t encoding = 256;
   TimeValue start = 0, duration = 0;
@@ -195,7 +195,7 @@ TEST_F(TextMedia, HoldsSamplesOfACountATextAndAMark) {
   EXPECT_EQ(description->bytes, toolbox::Made("text{ *6 1/2 4 1 *36 }"));
 }
 
-TEST_F(TextMedia, TakesWhatItHasRoomFor) {
+TEST_F(TextMedia, LimitsTextLengthAndDuration) {
   const Media media = NewText(Made(Zeros(4)));
   ASSERT_EQ(BeginMediaEdits(media), noErr);
   EXPECT_EQ(Add(media, std::string(65534, 'a') + "\xC3\xA9z", 1), noErr);
@@ -204,9 +204,9 @@ TEST_F(TextMedia, TakesWhatItHasRoomFor) {
   EXPECT_EQ(Add(media, "", std::int64_t{UINT32_MAX} + 1), invalidDuration);
   EXPECT_EQ(Add(media, "", -1), invalidDuration);
   ASSERT_EQ(EndMediaEdits(media), noErr);
-  EXPECT_EQ(Read(media, 0).size(), 2U + 65534) << "cut in front of the character that is cut";
+  EXPECT_EQ(Read(media, 0).size(), 2U + 65534) << "a character that does not fit whole is left out";
   EXPECT_EQ(Read(media, 0, 65535), Failed(maxSizeToGrowTooSmall));
-  EXPECT_EQ(Read(media, 1), Zeros(2)) << "a sample without length is never on show";
+  EXPECT_EQ(Read(media, 1), Zeros(2)) << "a sample that lasts no time is never shown";
   EXPECT_EQ(Read(media, -1), Failed(invalidTime));
   EXPECT_EQ(Read(media, GetMediaDuration(media)), Failed(invalidTime));
 }
@@ -226,7 +226,7 @@ TEST_F(TextMedia, IsOpenedBeforeItIsAddedToAndClosedOnce) {
   EXPECT_EQ(BeginMediaEdits(media), dataNotOpenForWrite);
 }
 
-TEST_F(TextMedia, IsKeptInOneBlockByAllWhoCarryTheReference) {
+TEST_F(TextMedia, WithOneDataReferenceSharesOneBlock) {
   Handle stated = nullptr;
   FourCC type;
   EXPECT_EQ(GetMovieDefaultDataRef(movie_, &stated, &type), noDefaultDataRef);
@@ -251,7 +251,7 @@ TEST_F(TextMedia, IsKeptInOneBlockByAllWhoCarryTheReference) {
   EXPECT_EQ(SetMovieDefaultDataRef(movie_, nullptr, kMemory), nilHandleErr);
 }
 
-TEST_F(TextMedia, OfAFileIsHeldInMemoryUntilTheFileIsWritten) {
+TEST_F(TextMedia, StaysInMemoryUntilTheFileIsWritten) {
   movie_->file = OtherFile{"/a.mov"};
   movie_->defaultDataReference = movie_->file;
   Handle stated = nullptr;
@@ -268,29 +268,6 @@ TEST_F(TextMedia, OfAFileIsHeldInMemoryUntilTheFileIsWritten) {
   EXPECT_EQ(Read(media, 0), Failed(fnfErr));
   media->dataReferences[1] = Unresolved{kAlias, 0, {}};
   EXPECT_EQ(Read(media, 0), Failed(couldNotResolveDataRef));
-}
-
-TEST_F(TextMedia, IsNamedByTrackReferences) {
-  const Movie other = NewMovie(0);
-  const Track a = NewMovieTrack(movie_, 0, 0, 0), b = NewMovieTrack(movie_, 0, 0, 0);
-  for (const auto& [target, type, number] :
-       {std::tuple{b, kChap, 1}, {b, kText, 1}, {a, kChap, 2}, {b, kChap, 3}}) {
-    std::int32_t found = 0;
-    EXPECT_EQ(AddTrackReference(a, target, type, &found), noErr);
-    EXPECT_EQ(found, number);
-  }
-  EXPECT_EQ(GetNextTrackReferenceType(a, FourCC()), kChap);
-  EXPECT_EQ(GetNextTrackReferenceType(a, kChap), kText);
-  EXPECT_EQ(GetNextTrackReferenceType(a, kText), FourCC());
-  for (const int i : {-1, 0, 4}) {
-    EXPECT_EQ(GetTrackReference(a, kChap, i), nullptr);
-    EXPECT_EQ(DeleteTrackReference(a, kChap, i), badTrackIndex);
-  }
-  EXPECT_EQ(DeleteTrackReference(a, kChap, 1), noErr);
-  EXPECT_EQ(GetTrackReference(a, kChap, 1), a);
-  EXPECT_EQ(AddTrackReference(a, NewMovieTrack(other, 0, 0, 0), kChap, nullptr), trackNotInMovie);
-  EXPECT_EQ(AddTrackReference(a, nullptr, kChap, nullptr), invalidTrack);
-  DisposeMovie(other);
 }
 
 // Two movies in two files, each with a track of six samples.
@@ -319,7 +296,7 @@ class SampleTables : public InFolder {
   TimeValue start_ = -1, value_ = 0;
 };
 
-TEST_F(SampleTables, HoldTheSamplesFromATimeOnWithinTheirLimits) {
+TEST_F(SampleTables, HaveTheSamplesFromATimeUpToACountOrDuration) {
   constexpr TimeValue kRows[][5] = {
       {0, 0, 0, 0, 6},       {250, 0, 0, 200, 4},  {599, 0, 0, 500, 1},   {100, 2, 0, 100, 2},
       {100, 0, 350, 100, 3}, {100, 0, 50, 100, 1}, {100, 9, 9999, 100, 5}};
@@ -332,7 +309,7 @@ TEST_F(SampleTables, HoldTheSamplesFromATimeOnWithinTheirLimits) {
   }
 }
 
-TEST_F(SampleTables, SayWhatTheyCannotDo) {
+TEST_F(SampleTables, RefuseWhatTheyCannotDo) {
   const Media media = First(one_), secret = First(two_);
   secret->descriptions = {Described(FourCC{"encv"})};
   EXPECT_EQ(QTSampleTableCreateMutable(nullptr, 0, nullptr, &table_), paramErr);
@@ -381,7 +358,8 @@ TEST_F(SampleTables, DataReferencesAreCopiedAndAppended) {
     DisposeHandle(handle);
   }
   const auto& added = other->dataReferences;
-  EXPECT_EQ(added[1], DataReference(*one_.file)) << "what was its own file is another's";
+  EXPECT_EQ(added[1], DataReference(*one_.file))
+      << "this movie's own file is another file to the other movie";
   EXPECT_EQ(*std::get<InMemory>(added[2]).data, Text("abc"));
   EXPECT_EQ(added[3], media->dataReferences[2]);
   // Any path to the other movie's file means that movie's own file.

@@ -25,7 +25,7 @@ struct Source {
   std::vector<Sample> samples;
 };
 
-// Samples in chunks of three descriptions. Those of some files have only the tables that must be.
+// Samples in chunks of three descriptions. Some sources have only the required tables.
 Source SomeSource(Random& random, std::uint32_t count) {
   const bool isPlain = random.Below(3) == 0;
   Source source;
@@ -206,11 +206,15 @@ TEST_P(Joined, FindsWhatIsShownInReorderedVideo) {
     const std::int64_t to = from + 1 + random_.Below(12);
     std::optional<std::uint64_t> onShow;
     std::uint64_t first = samples_.size(), last = 0;
+    const auto include = [&](std::uint64_t i) {
+      first = std::min(first, i);
+      last = std::max(last, i);
+    };
     for (std::uint64_t i = 0; i < samples_.size(); ++i) {
       if (shown(i) <= from && (!onShow || shown(i) >= shown(*onShow))) onShow = i;
-      if (shown(i) > from && shown(i) < to) first = std::min(first, i), last = i;
+      if (shown(i) > from && shown(i) < to) include(i);
     }
-    if (onShow) first = std::min(first, *onShow), last = std::max(last, *onShow);
+    if (onShow) include(*onShow);
     if (first == samples_.size()) continue;  // before the first is shown
     ASSERT_EQ(SamplesShownIn(table_, {from}, {to}), (SampleRange{first, last + 1}));
   }
@@ -249,7 +253,7 @@ Shown Walk(const TrackRecord& track) {
   return found;
 }
 
-// The same by looking at every movie unit.
+// The same samples, found by checking every unit of the movie.
 Shown Watched(const TrackRecord& track) {
   Shown found;
   const SampleTable& samples = track.media->samples;
@@ -271,7 +275,7 @@ Shown Watched(const TrackRecord& track) {
   return found;
 }
 
-TEST(SamplesByTime, AreThoseThatOneWouldSee) {
+TEST(SamplesByTime, AreTheSamplesShownAtEachUnit) {
   Random random(5);
   for (int round = 0; round < 150 && !testing::Test::HasFailure(); ++round) {
     auto rows = PlainRows(0, 0, 1);

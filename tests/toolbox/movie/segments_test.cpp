@@ -51,7 +51,7 @@ TEST(InsertMovieSegment, GoesIntoTheTracksThatFitAndKeepsAllInStep) {
       cases[] = {
           {"ss", "sss", 0, 600, 1800, "0+2400 | 0+2400 | gap+1800 0+600"},
           {"Ss", "s", 0, kLongest, 1800, "0+1800 | 0+3600"},
-          {"S", "s", 0, kLongest, 1800, "0+3600"},  // any state is better than a new track
+          {"S", "s", 0, kLongest, 1800, "0+3600"},  // a disabled track is preferred to a new one
           {"vst", "ve", 300, 600, 1200,
            "0+1200 2100+600 1200+600 | 0+1200 154350+300 gap+300 88200+600 | 0+1200 gap+600 "
            "1200+600"},
@@ -197,7 +197,7 @@ class Cuts : public testing::Test {
   TrackRecord &video_ = movie_[0], &sound_ = movie_[1];
 };
 
-TEST_F(Cuts, RefuseWhatIsNoStretchAndChangeNothing) {
+TEST_F(Cuts, RefuseInvalidRangesWithoutChanges) {
   EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {-1}, {5}); }), invalidTime);
   EXPECT_EQ(CodeOf([&] { DeleteSegment(video_, {0}, {-5}); }), invalidDuration);
   EXPECT_EQ(CodeOf([&] { DeleteSegment(movie_, {1801}, {5}); }), invalidTime);
@@ -214,7 +214,7 @@ TEST_F(Cuts, RefuseWhatIsNoStretchAndChangeNothing) {
   EXPECT_EQ(Told(video_.edits), "0+1800");
 }
 
-TEST_F(Cuts, EndTracksAndThePreviewTogether) {
+TEST_F(Cuts, OfTheEndShortenThePreviewToo) {
   movie_.header.previewTime = 1500;
   movie_.header.previewDuration = movie_.header.posterTime = 1750;
   ScaleSegment(movie_, {90}, {10}, {20});
@@ -225,10 +225,10 @@ TEST_F(Cuts, EndTracksAndThePreviewTogether) {
   EXPECT_EQ(movie_.header.posterTime, 1700);
 }
 
-TEST_F(Cuts, ShowMediaForAsLongAsItLastsAfterAnOffset) {
+TEST_F(Cuts, KeepTheLengthOfInsertedMedia) {
   DeleteSegment(sound_, {0}, {1800});
   InsertMedia(sound_, MovieTime{300}, {0}, {100000}, 1);  // after a gap: 1360.54 units
-  InsertMedia(sound_, {}, {7}, {1}, 1);  // not a unit long, and yet there
+  InsertMedia(sound_, {}, {7}, {1}, 1);  // shorter than a movie unit, but kept
   EXPECT_EQ(Told(sound_.edits), "gap+300 0+1361 7+1");
   InsertMedia(sound_, MovieTime{0}, {0}, {44100}, 2);
   EXPECT_EQ(Told(sound_.edits), "0+300x2 gap+300 0+1361 7+1");
@@ -252,7 +252,8 @@ TEST(UserText, IsEntriesOfSizeLanguageAndText) {
   EXPECT_EQ(data.Item(kName, 1), Made("5/2 0/2 'Hello' 1/2 14/2 xB6"));
   EXPECT_EQ(TextOf(data, kName, 1, 14), Bytes{0xB6});
   SetText(data, kName, 1, 0, Bytes(70000, 'x'));
-  EXPECT_EQ(TextOf(data, kName, 1, 0).size(), 65535U) << "cut where its size ends";
+  EXPECT_EQ(TextOf(data, kName, 1, 0).size(), 65535U)
+      << "cut at the largest length that its size field can state";
 }
 
 TEST(UserText, IsAddedOnlyToItemsOfTexts) {
@@ -267,7 +268,7 @@ TEST(UserText, IsAddedOnlyToItemsOfTexts) {
   }
 }
 
-TEST(UserText, OfAnotherLanguageServesForLanguageZero) {
+TEST(UserText, OfAnotherLanguageIsUsedIfLanguageZeroIsMissing) {
   const std::string own = "3/2 0/2 'own' ", unspecified = "2/2 0x7FFF/2 x618E ",
                     iso = "9/2 0x55C4/2 'Caf\u00e9 \u65e5' ", greek = "1/2 14/2 xB6 ",
                     wide = "6/2 0x15C7/2 xFFFEE9006100 ";
@@ -294,7 +295,7 @@ EditList ListOf(const std::vector<std::pair<std::int64_t, std::int64_t>>& parts)
   return list;
 }
 
-// As edit_list.h defines the normal form: appending the edits one by one joins none of them.
+// In the normal form (edit_list.h), no two edits are joined when the edits are appended again.
 void ExpectNormal(const EditList& list) {
   EditList again;
   for (const Edit& edit : list.Edits()) {
@@ -335,7 +336,8 @@ TEST(Rescale, RoundsAsAskedFarBeyond64Bits) {
   EXPECT_EQ(Rescale(INT64_MAX / 8, 1000, 1001), INT64_MAX / 8 / 1000 * 1001 + 976);
   EXPECT_EQ(Rescale(INT64_MAX, 1, INT32_MAX), kLongest);
   EXPECT_EQ(Rescale(-INT64_MAX, 1, INT32_MAX), -kLongest);
-  constexpr std::int64_t kEnd = std::int64_t{1} << 32, kFar = 1 << 29;  // scales for 128 bits
+  constexpr std::int64_t kEnd = std::int64_t{1} << 32,
+                         kFar = 1 << 29;  // scales so large that the arithmetic needs 128 bits
   for (const std::int64_t units : {-kEnd - 1, -kEnd, std::int64_t{-7}, kEnd, kEnd + 1}) {
     for (const Rounding rounding : {Rounding::kNearest, Rounding::kDown, Rounding::kUp}) {
       EXPECT_EQ(Rescale(units, 600, 44101, rounding),
@@ -439,7 +441,7 @@ TEST(Matrix, RotatesByAnyAngle) {
   EXPECT_EQ(Rotation(kOne / 2, 0, 0)[1], 572) << "fractions of a degree count";
 }
 
-TEST(Matrix, IsOneAfterTheOtherAndStopsAtTheLimits) {
+TEST(Matrix, AppliesInOrderAndStopsAtTheLimits) {
   EXPECT_EQ(Concatenated(Of(1, 2, 3, 4, 5, 6), Of(0, 1, -1, 0, 7, 8)), Of(-2, 1, -4, 3, 1, 13));
   Matrix perspective = kIdentityMatrix;
   perspective[2] = 0x08000000;  // u = 1/8

@@ -17,7 +17,8 @@ namespace {
 
 constexpr FourCC kVideo{"vide"}, kSound{"soun"};
 
-// 128 kbit/s, AAC, low complexity, 44100 Hz, two channels; its descriptors as `writer` sizes them.
+// 128 kbit/s, AAC, low complexity, 44100 Hz, two channels; the short stream has sizes of one byte,
+// the other of four.
 const std::string kAac = "x4015000000 128000 128000 x05021210";
 const Bytes kShortStream = Made("esds{ 0 x03190007000411 " + kAac + " x060102 }");
 const Bytes kStream = Made("esds{ 0 x038080801F0000000480808011 " + kAac + " x068080800102 }");

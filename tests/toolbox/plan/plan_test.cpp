@@ -25,7 +25,8 @@ std::string Printed(const FilePlan& plan) {
     track.ForEachCopied([&](std::uint64_t first, std::uint32_t count) {
       text << first << "-" << first + count;
       if (kept) text << "@" << kept->at(stretch).source << ">" << kept->at(stretch).destination;
-      text << " ", ++stretch;
+      text << " ";
+      ++stretch;
     });
     text << "| ";
   }
@@ -171,14 +172,15 @@ TEST_F(Plan, CopiesAnInterleavedFileAsItIs) {
   HasFile(506);
   EXPECT_EQ(CodeOf([&] { Flattened({.maxChunksKept = 20}); }), eofErr);
   movie_.RemoveTrack(*movie_.tracks[1]);
-  EXPECT_EQ(Flattened({.maxChunksKept = 20}).dataSize, 300U) << "without bytes that nobody shows";
+  EXPECT_EQ(Flattened({.maxChunksKept = 20}).dataSize, 300U) << "without bytes that no track shows";
 }
 
 TEST_F(Plan, MergesDescriptionsThatAreEqualAndDropsTheUnused) {
   auto rows = PlainRows(6, 50, 10);
   rows->chunkRuns = {};
   for (std::uint32_t chunk = 0; chunk < 3; ++chunk) rows->AddChunks(chunk, 1, 2, chunk);
-  rows->chunkOffsets.Add(100), rows->chunkOffsets.Add(200);
+  rows->chunkOffsets.Add(100);
+  rows->chunkOffsets.Add(200);
   MediaRecord& media = *AddPlainTrack(movie_, kVideo, 600, rows).media;
   media.dataReferences.push_back(OtherFile{Store("other", Zeros(1000))});
   media.descriptions = {Described(FourCC{"same"}), Described(FourCC{"same"}),
@@ -218,13 +220,15 @@ TEST_F(Plan, RefusesMediaThatAreNotThere) {
   EXPECT_EQ(CodeOf([&] { PlanReference(movie_); }), couldNotResolveDataRef);
 }
 
-// Wide chunk offsets are stated only for the tracks that need them.
-TEST_F(Plan, GivesTheSameHeaderHoweverOftenItWasMeasured) {
+// The second time, each track knows whether it needs wide chunk offsets.
+TEST_F(Plan, HasTheSameHeaderWhenItIsMeasuredAgain) {
   const std::uint32_t count = 50'000;
   HasFile(count * 11 + 6 * 100);
   auto rows = PlainRows(count, 10, 11);  // its sizes fill more than a block
   rows->sizes = {};
-  rows->sizes.Add(7, 11), rows->sizes.Add(10), rows->sizes.Add(count - 8, 11);
+  rows->sizes.Add(7, 11);
+  rows->sizes.Add(10);
+  rows->sizes.Add(count - 8, 11);
   AddPlainTrack(movie_, kVideo, 600, rows, OtherFile{folder_ / "media"});
   AddPlainTrack(movie_, kSound, 600, PlainRows(6, 100, 100, count * 11));
   const FilePlan plan = Flattened({.interleave = false});
@@ -332,7 +336,7 @@ class InStep : public testing::TestWithParam<std::tuple<Kind, unsigned>> {
     }
   }
 
-  // Adds an edit for the last clip. Pictures start at a sync sample, or a little after it.
+  // Adds an edit for the last clip. It starts with the first sample or a few samples later.
   void Show(const SampleRows& rows, bool isFirst) {
     const Clock clock = track_->TimeClock();
     const SampleTable& samples = track_->media->samples;
@@ -358,7 +362,7 @@ class InStep : public testing::TestWithParam<std::tuple<Kind, unsigned>> {
 TEST_P(InStep, OneEditShowsWhatSeveralDid) {
   const auto result = LaidOutInStep(movie_);
   if (!result) {
-    // Samples between two segments must be decoded.
+    // There is none if samples that no edit shows must be decoded between two segments.
     EXPECT_EQ(kind_, Kind::kPictures);
     return;
   }
@@ -396,7 +400,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, InStep,
                                                           Kind::kPackets, Kind::kFrames),
                                           testing::Range(1U, 26U)));
 
-class InStepOf : public testing::Test {
+class InStepEdits : public testing::Test {
  protected:
   // Adds a track of two clips with `count` pictures of 40 ms each, and an edit for each.
   TrackRecord& Show(std::uint32_t count) {
@@ -423,7 +427,7 @@ class InStepOf : public testing::Test {
   MovieRecord movie_;
 };
 
-TEST_F(InStepOf, PicturesAreNotHeldBeforeThoseOfAnotherTrack) {
+TEST_F(InStepEdits, PicturesAreNotHeldBeforeThoseOfAnotherTrack) {
   TrackRecord& track = Show(2);
   TrackRecord& other = Show(2);
   const Clock clock = track.TimeClock();
@@ -436,7 +440,7 @@ TEST_F(InStepOf, PicturesAreNotHeldBeforeThoseOfAnotherTrack) {
   EXPECT_EQ(Times().size(), 4U);
 }
 
-TEST_F(InStepOf, SomeEditsStay) {
+TEST_F(InStepEdits, TwoRatesRepeatsAndReorderingAreKept) {
   TrackRecord& track = Show(9);
   const Clock clock = track.TimeClock();
   const EditList whole = track.edits;

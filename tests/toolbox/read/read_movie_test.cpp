@@ -87,7 +87,7 @@ TEST_F(ReadMovie, RefusesFilesWithTheCodeOfTheirFault) {
   for (const auto& [file, code] : files) EXPECT_EQ(CodeOfReading(file), code) << file.size();
 }
 
-TEST_F(ReadMovie, WantsMediaThatAreInUse) {
+TEST_F(ReadMovie, RequiresTheMediaThatItUses) {
   for (const auto& [table, code] : {std::pair(kTable, couldNotResolveDataRef), {{}, noErr}}) {
     const TrackInFile track{.table = table, .references = Made("0 1 url{ 0 'http://host/a.mov' }")};
     EXPECT_EQ(CodeOfReading(Atom("moov", MovieHeaderAtom(), TrackAtom(track))), code);
@@ -106,7 +106,7 @@ TEST_F(ReadMovie, TakesEditsAsTheyAreUnlessTheyAreImpossible) {
     const Bytes list = Made("edts{ elst{ $ } }", {Made(entries)});
     EXPECT_EQ(Told(*ReadTrack({.table = kTable, .edits = list})), expected);
   }
-  // Without an edit list, the stated duration is right within a unit.
+  // Without an edit list, the stated duration is used if it is within a unit of that of the media.
   const std::pair<std::uint32_t, const char*> durations[] = {
       {1078, "0+1078"}, {1080, "0+1080"}, {1077, "0+1079"}, {1081, "0+1079"}};
   for (const auto& [stated, expected] : durations) {
@@ -115,7 +115,7 @@ TEST_F(ReadMovie, TakesEditsAsTheyAreUnlessTheyAreImpossible) {
   EXPECT_EQ(Told(*ReadTrack({.duration = 600})), "");
 }
 
-TEST_F(ReadMovie, ReadsEveryFormOfSizesAndOffsetsAndFitsShortTables) {
+TEST_F(ReadMovie, ReadsEveryFormOfSizesAndOffsetsAndAdjustsShortTables) {
   const std::string runs = "stts{ 0 1 3 10 } stsc{ 0 2  1 2 1  2 1 1 } ",
                     narrow = runs + "stco{ 0 2 100 50 } ",
                     few = "stts{ 0 1 2 10 } ctts{ 0 1 1 -2 } stss{ 0 4 3 0 1 77 } stsz{ 0 4 5 }",
@@ -197,7 +197,7 @@ class FileAtoms : public InFolder {
   }
 };
 
-TEST_F(FileAtoms, AreKeptUnlessTheyAreRoom) {
+TEST_F(FileAtoms, AreKeptUnlessTheyAreFreeSpaceOrMedia) {
   const Bytes own = Made("uuid{ '0123456789abcdef' 'kept' }");
   const Bytes places = Made("free{ *99 'N 48.2' } skip{ 'x' }");
   EXPECT_EQ(Copied(own, places), Join(places, own));
@@ -209,7 +209,7 @@ TEST_F(FileAtoms, AreKeptUnlessTheyAreRoom) {
   }
 }
 
-TEST_F(FileAtoms, EndBeforeMediaThatNoAtomContains) {
+TEST_F(FileAtoms, EndBeforeMediaOutsideAtoms) {
   const Bytes media = Join(U32(7), Text(std::string(80, 'm')));
   const Bytes before =
       Atom("moov", MovieHeaderAtom(), TrackAtom({.table = PlainTable(0, 0, 0, 0)}));
@@ -218,7 +218,7 @@ TEST_F(FileAtoms, EndBeforeMediaThatNoAtomContains) {
   EXPECT_EQ(Behind(*Opened("in.mov", {}, media, at - 59)), Bytes());
 }
 
-TEST_F(FileAtoms, EndWithATrailerUntilMediaOfAnotherMovieIsAdded) {
+TEST_F(FileAtoms, LoseATrailerOnceMediaOfAnotherMovieIsAdded) {
   const Bytes own = Made("uuid{ '0123456789abcdef' }"), all = Join(own, Made("7 'a trailer'"));
   const auto movie = Opened("in.mov", {}, all), other = Opened("other.mov", {}, all);
   EXPECT_EQ(Behind(*movie), all);
@@ -235,7 +235,8 @@ TEST_F(FileAtoms, EndWithATrailerUntilMediaOfAnotherMovieIsAdded) {
   EXPECT_EQ(Behind(*other), own);
 }
 
-// A 'meta' with items: 1 has two pieces, 2 is the second of them, 3 is in the atom itself.
+// A 'meta' with items: Item 1 has two extents. Item 2 is the second of these. Item 3 is in the atom
+// itself.
 std::string Items(int version, int at) {
   const std::string width = version == 2 ? "/4 " : "/2 ", method = version == 0 ? "" : "0/2 ";
   return "meta{ " + std::string(version == 1 ? "" : "0 ") + "hdlr{ *24 } iloc{ " +
@@ -299,18 +300,19 @@ TEST(ReadAdts, MakesATrackOfFrames) {
                  {U32(3020 * 8 * 44100 / 5120)}));
 }
 
-TEST(ReadAdts, FindsItsWayThroughWhatIsNoFrame) {
+TEST(ReadAdts, SkipsBytesThatAreNotFrames) {
   const Bytes frame = Frame(5);
   const Bytes cut = First(frame, frame.size() - 1);
   EXPECT_EQ(Samples(Made("'ID3' x0400 0/1 0x0102 *130 'ID3' x0400 x10 1 *11 $ $", {frame, frame})),
             "168+5:1024 180+5:1024");
-  // A header in rubbish, which nothing follows.
+  // A frame header between other bytes, with no frame after it, is ignored.
   EXPECT_EQ(Samples(Made("$ $ 'rub' $ 'bish' $ $", {frame, frame, frame, frame, frame})),
             "7+5:1024 19+5:1024 50+5:1024 62+5:1024");
   for (const Bytes& end : {Made("'TAG' *125"), cut}) {
     EXPECT_EQ(Samples(Join(frame, frame, end)), "7+5:1024 19+5:1024");
   }
-  for (const Bytes& other : {Frame(5, k48000), Frame(5, k44100, kMono)}) {  // it ends there
+  for (const Bytes& other :
+       {Frame(5, k48000), Frame(5, k44100, kMono)}) {  // a frame with other settings ends the sound
     EXPECT_EQ(Samples(Join(frame, frame, other, frame)), "7+5:1024 19+5:1024");
     EXPECT_EQ(Samples(Join(frame, other, frame)), "none") << "one frame may be chance";
   }

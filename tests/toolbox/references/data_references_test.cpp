@@ -96,7 +96,7 @@ TEST(Url, IsRelativeInTheFolderOfTheMovie) {
 
 // --- Alias records
 
-TEST(AliasRecord, IsThisForAFileInASiblingFolder) {
+TEST(AliasRecord, HasTheseBytesForAFileInASiblingFolder) {
   const char* expected =
       "*4 272/2 2/2 *2 12/1 'Macintosh HD' *19 'H+' *6 5/1 'a.mov' *66 'TVODMooV'"
       " levelsFrom=2/2 levelsTo=2/2 *16"
@@ -140,7 +140,7 @@ TEST(AliasRecord, KeepsEveryNameWhole) {
   EXPECT_THROW(AliasRecord("/" + std::string(33000, 'n'), ""), Refused);
 }
 
-TEST_F(DataReferences, LeadThereAfterTheCommonFolderHasMoved) {
+TEST_F(DataReferences, StillResolveAfterTheCommonFolderHasMoved) {
   const fs::path link = folder_ / "link.mov";
   fs::create_symlink(folder_ / "elsewhere/all/same/ref.mov", link);
   for (const std::string target :
@@ -154,13 +154,13 @@ TEST_F(DataReferences, LeadThereAfterTheCommonFolderHasMoved) {
   }
 }
 
-TEST_F(DataReferences, PreferTheRelativeThenTheAbsoluteWayThenTheName) {
+TEST_F(DataReferences, ResolveByRelativeThenAbsolutePathThenName) {
   const Bytes record = AliasRecord(File("clips/a.mov"), File("out/ref.mov"));
   const fs::path ref = File("copy/out/ref.mov");
   const Path besideIt = File("copy/out/a.mov"), relative = File("copy/clips/a.mov");
   EXPECT_EQ(ResolveAlias(record, ref), relative);
   fs::remove(*relative);
-  fs::create_directory(*relative);  // a folder is not what is looked for
+  fs::create_directory(*relative);  // a folder is not a match
   EXPECT_EQ(ResolveAlias(record, ref), folder_ / "clips/a.mov");
   EXPECT_EQ(ResolveAlias(record, ""), folder_ / "clips/a.mov");
   fs::remove(folder_ / "clips/a.mov");
@@ -188,7 +188,7 @@ TEST_F(DataReferences, ReadRecordsOfOtherPrograms) {
   std::ranges::replace(up, '/', ':');
   const std::tuple<Bytes, fs::path, Path> records[] = {
       {Version3(Tagged(18, Below("out/b:c.mov"))), "", target},
-      // An end of the tags, which some leave out
+      // The end tag, which some programs leave out
       {Version3(Join(Tagged(14, Wide("b/c.mov")), Tagged(0xFFFF, ""), Text("rest"))), ref, target},
       {Version3(Join(Tagged(18, "b:c.mov"), Tagged(19, "/" + Below("out")))), "", target},
       {Version3(Tagged(14, Wide("b/c.mov"))), ref, target},
@@ -204,7 +204,7 @@ TEST_F(DataReferences, ReadRecordsOfOtherPrograms) {
   }
   File("out/in/x");
   File("a.mov");
-  for (const Bytes& tags :  // no way leads through ".." or a zero
+  for (const Bytes& tags :  // a path with ".." or a zero byte is never followed
        {Tagged(18, Below("out/../a.mov")),
         Join(Tagged(18, "a.mov"), Tagged(19, "/" + Below("out/.."))), Tagged(2, up),
         Tagged(14, Wide("../a.mov")), Tagged(18, Below("a.mov\0"s))}) {

@@ -50,16 +50,17 @@ TEST(TextEncoding, GivesBackEveryByteThatStandsForACharacter) {
   }
 }
 
-TEST(TextEncoding, ComposesAndStopsAtWhatDoesNotFitOrPutsALossByteThere) {
+TEST(TextEncoding, ComposesAndStopsAtOrReplacesWhatItLacks) {
   for (const auto& [text, encoding, loss, most, bytes, length] :
        {std::tuple("Cafe\u0301", kMacRoman, '\0', 9U, "x4361668e", 5U),
         {"\u1100\u1161", 3U, '\0', 9U, "xb0a1", 2U},  // two letters, one syllable
-        {"Cafx\u0301s", kMacRoman, '\0', 9U, "x436166", 3U},  // whole or not at all
-        {"e\u0301", kUtf8, '\0', 9U, "x65cc81", 2U},  // as it is
+        {"Cafx\u0301s", kMacRoman, '\0', 9U, "x436166",
+         3U},  // a letter and its accent are not separated
+        {"e\u0301", kUtf8, '\0', 9U, "x65cc81", 2U},  // UTF-8 keeps it decomposed
         {"aЖb", kMacRoman, '\0', 9U, "x61", 1U},
         {"aЖ𝄞x\u0301b", kMacRoman, '?', 9U, "x613f3f783f62", 7U},
         {"日本", 1U, '\0', 3U, "x93fa", 1U},  // no character is split
-        {"a", 9U, '?', 9U, "'?'", 1U}}) {  // no converter
+        {"a", 9U, '?', 9U, "'?'", 1U}}) {  // an unknown encoding
     const EncodedText encoded =
         EncodeText(Utf16(text), encoding, static_cast<std::uint8_t>(loss), most);
     EXPECT_EQ(encoded.bytes, Made(bytes)) << text;

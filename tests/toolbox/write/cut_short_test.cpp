@@ -35,7 +35,10 @@ class MemoryDisk final : public Disk {
     for (const Step& step : std::span(steps_).first(count)) {
       Do(step, file);
       unsynced.push_back(step);
-      if (std::holds_alternative<toolbox::Sync>(step)) synced = file, unsynced.clear();
+      if (std::holds_alternative<toolbox::Sync>(step)) {
+        synced = file;
+        unsynced.clear();
+      }
       if (std::holds_alternative<toolbox::TakeName>(step)) isNamed = true;
     }
     if (!isNamed) return {old_};
@@ -209,7 +212,8 @@ TEST_F(CutShort, ANewFileIsThereWholeOrNotAtAll) {
        {FileLayout{false, false}, {false, true}, {true, false}, {true, true}}) {
     const Writer writer = [&](MovieRecord& movie, MemoryDisk& disk) {
       WriteFile(PlanFlattened(movie, {}), layout, folder_ / "out.mov", disk);
-      disk.Sync(), disk.TakeName();
+      disk.Sync();
+      disk.TakeName();
     };
     Check("self-contained", old, writer, true);
   }
@@ -278,7 +282,8 @@ TEST_F(UpdateOfALongFile, GivesGpsDataNewOffsetsOrLeavesItOutBeyond4GiB) {
   FileOutline outline = ReadOutline(MemorySource(start));
   outline.source = &source;
   outline.size = kEnd;
-  outline.end = outline.atoms.back().at + (outline.atoms.back().size = kEnd - 1000 - 116);
+  outline.atoms.back().size = kEnd - 1000 - 116;
+  outline.end = outline.atoms.back().at + outline.atoms.back().size;
   const auto atom = [](std::uint32_t at) {
     return Atom("gps ", U64(0x0000010100000002), Zeros(8), U32(at), U32(16));
   };

@@ -228,18 +228,18 @@ TEST_F(WriteMovie, RefusesWhatWouldLeaveSamplesEncrypted) {
   };
   EXPECT_EQ(CodeOf([&] { AddMovieSelection(*secret, *open); }), featureUnsupported);
   InsertMovieSegment(*open, *secret, {}, {600}, {600});
-  EXPECT_EQ(secret->tracks.size(), 2U) << "what is encrypted is left alone";
+  EXPECT_EQ(secret->tracks.size(), 2U) << "nothing is joined to an encrypted track";
   EXPECT_EQ(codeOfWriting(*secret), noErr);
   for (MovieRecord* movie : {&*open, &*secret})
     movie->tracks[0]->edits.Delete({0}, {300}, movie->tracks[0]->TimeClock());
   EXPECT_EQ(codeOfWriting(*secret), featureUnsupported);
   EXPECT_EQ(CodeOf([&] { Write(PlanReference(*secret)); }), noErr);
-  EXPECT_EQ(Content(Flattened(*open), "saio"), std::nullopt) << "nobody needs it";
+  EXPECT_EQ(Content(Flattened(*open), "saio"), std::nullopt) << "no sample uses it any more";
   const auto torn = Opened("torn.mov", FileWith(Made("saio{ 0 1 20 }"), "encv"));
   EXPECT_EQ(codeOfWriting(*torn), invalidSampleTable);
 }
 
-// --- Files that change, or that something still needs, while they are written
+// --- Input files that change, or that are still in use, while a movie is written
 
 TEST_F(WriteMovie, UsesNoFileThatHasChanged) {
   const auto input = folder_ / "in.mov", output = Store("out.mov", Text("old"));
@@ -271,7 +271,7 @@ TEST_F(WriteMovie, UsesNoFileThatHasChanged) {
 }
 
 // The second new header may overwrite the tables of the movie that is still open.
-TEST_F(WriteMovie, CanBeUpdatedAgainAndAgain) {
+TEST_F(WriteMovie, KeepsItsTablesInSeveralUpdates) {
   constexpr std::uint32_t kSamples = 600'000;
   MovieRecord made;
   const auto media = Store("media", {}), path = folder_ / "out.mov";
@@ -286,13 +286,13 @@ TEST_F(WriteMovie, CanBeUpdatedAgainAndAgain) {
 
   const auto movie = ReadMovieFile(path, References::kResolve);
   StorageRecord* storage = OpenStorage(path, StorageAccess::kUpdate);
-  for (std::int16_t time = 0; time < 4; ++time) {
-    movie->tracks[0]->header.layer = time;
+  for (std::int16_t layer = 0; layer < 4; ++layer) {
+    movie->tracks[0]->header.layer = layer;
     // The tables move towards the start of the file.
-    if (time == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
+    if (layer == 1) movie->tracks[0]->edits.Delete({0}, {6'000'000}, track.TimeClock());
     UpdateStorage(*movie, storage);
     const auto saved = ReadMovieFile(path, References::kResolve);
-    ASSERT_EQ(saved->tracks[0]->header.layer, time);
+    ASSERT_EQ(saved->tracks[0]->header.layer, layer);
     std::uint32_t sample = 0;
     ForEachEncodedSize(saved->tracks[0]->media->samples, [&](ByteSpan sizes) {
       Rows<SampleSize>(sizes).ForEach(
