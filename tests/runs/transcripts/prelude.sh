@@ -203,7 +203,8 @@ PartitionName=test Nodes=ALL Default=YES
 END
   trap 'kill $(cat slurm/*.pid); wait_until is_printed "" find slurm -name "*.pid"' EXIT
   munged --num-threads=1 --key-file="$home/munge.key" --socket="$home/munge.socket" \
-    --pid-file="$home/munged.pid" --log-file="$home/munged.log" --seed-file="$home/munged.seed"
+    --pid-file="$home/munged.pid" --log-file="$home/munged.log" --seed-file="$home/munged.seed" ||
+    return
   for program in slurmctld slurmd; do "$program" >/dev/null 2>&1; done
   wait_until is_printed idle sinfo -h -o %T
 }
