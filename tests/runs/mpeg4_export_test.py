@@ -344,6 +344,9 @@ class Mpeg4(runs.RunTest):
                 self.assertAlmostEqual(float(movie), seconds, delta=0.01)
         hashes = [[frame.hash for frame in runs.frames(f)] for f in (self.export(*three), clip)]
         self.assert_same(hashes[0], 3 * hashes[1], "frames")
+        # Four of these units nearly fill a packet.
+        noise = ("-f", "lavfi", "-i", "anoisesrc=r=44100:d=4", "-c:a", "aac", "-b:a", "123k")
+        self.export(runs.make_clip(self.folder / "noise.m4a", *noise))
         for codec in ("libx264", "mpeg4"):  # pictures that take several packets
             source = ("-f", "lavfi", "-i", "testsrc2=s=320x240:r=10:d=1", "-c:v", codec)
             large = runs.make_clip(self.folder / "large.mp4", *source, "-qmin", "1", "-qmax", "4")
