@@ -70,8 +70,8 @@ TEST(ExportSettings, KeepTheirBytes) {
   EXPECT_EQ(sum.checksum(), 3427588868U);
 }
 
-// A field may be empty. A fraction ends the text. Each field has 32 bits and wraps around. Limits
-// of minutes and seconds are only for a text with a field before them that is not 0.
+// A field may be empty. A fraction ends the text. Fields that are 0 at the start do not count; of
+// the others there are at most three, and only the first can be 60 or more. A field has 32 bits.
 TEST(Duration, IsSecondsOrHoursMinutesAndSeconds) {
   constexpr std::pair<const char*, double> kDurations[] = {
       {"75", 75},       {"1:10", 70},      {"100.45", 100.45}, {"100:59:59.5", 363599.5},

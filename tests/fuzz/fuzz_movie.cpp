@@ -56,8 +56,7 @@ void RunCommand(const std::string& command) {
   boost::filesystem::remove(kOutput);
 }
 
-// Runs a mode of clipinfo on the input, which may be damaged.
-// Returns whether it prints JSON.
+// Runs a mode of clipinfo on the input, which may be damaged. Returns whether it prints JSON.
 bool Inspect(unsigned mode) {
   const auto summary = [] {
     try {

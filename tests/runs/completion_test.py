@@ -7,8 +7,8 @@ import subprocess
 
 import runs
 
-# Each script is given the folder of the completions and command lines. It prints "= LINE" for each line, and then
-# what the shell offers.
+# Each script is given the folder of the completions and command lines. It prints "= LINE" for each
+# line, and then what the shell offers.
 BASH = r"""
 for line in "${@:2}"; do
   echo "= $line"

@@ -51,8 +51,8 @@ def beeps(path, *options):
 
 class InStep(runs.RunTest):
     def assert_in_step(self, joined, pictures, starts, sounds=None):
-        """The movie has that many pictures, a flash for each clip that starts at `starts`, and a beep
-        for each at `sounds`, which are the same by default. No track shows media in two edits."""
+        """The movie has that many pictures. `starts` are the start times of the clips with a flash,
+        `sounds` of those with a beep (default: `starts`). No track shows media in two edits."""
         for track in runs.tracks(joined).values():
             self.assertLessEqual(len([e for e in track.edits or [] if e.media >= 0]), 1)
         for options in ((), ONE_EDIT):

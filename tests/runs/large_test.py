@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Movies with more bytes or time units than 32 bits can count, whose media is a hole in the file; and
-what headers may cost that unpack to much more than their length."""
+"""Movies with more bytes or time units than 32 bits can count, whose media is a hole in the file;
+and what headers may cost that unpack to much more than their length."""
 
 import random
 import re

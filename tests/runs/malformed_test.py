@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Broken files: the commands end quickly, use little memory, and print one of their messages. Inputs
-that once made a fuzz target fail are given to all modes of clipinfo too."""
+"""Broken files: the commands end quickly, use little memory, and print one of their messages.
+Inputs that once made a fuzz target fail are given to all modes of clipinfo too."""
 
 import random
 import re

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The manual pages are well-formed and explain all error numbers, and the examples in the pages and in
-the README work."""
+"""The manual pages are well-formed and explain all error numbers, and the examples in the pages and
+in the README work."""
 
 import gzip
 import os

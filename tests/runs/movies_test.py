@@ -31,8 +31,8 @@ ENCRYPTED = {"fragmented/av1-clearkey-cbcs-video.mp4", "fragmented/cbcs.mp4"}
 # No edit can show telemetry of duration 0, so a join leaves out that of later movies.
 WITHOUT_TIME = {("gpmf/max-heromode.mp4", 5)}
 
-# What exiftool derives from the file, its path and its layout, or computes from the samples, and lists
-# of times that a join turns into chapters.
+# What exiftool derives from the file, its path and its layout, or computes from the samples, and
+# lists of times that a join turns into chapters.
 FILE_FACTS = re.compile(
     r"(SourceFile|ExifToolVersion|Directory|File\w+|MIMEType|MajorBrand|MinorVersion|Wide|Warning"
     r"|CompatibleBrands|(Track|Media)?ModifyDate|MediaData\w+|AvgBitrate|NextTrackID|Error"
@@ -138,15 +138,15 @@ DESCRIPTIONS = ("mdia", "minf", "stbl", "stsd")
 
 
 def header_of(track):
-    """The descriptions of the samples, and what the track header states besides times: the flags,
-    and all from the layer to the size."""
+    """The descriptions of the samples, and the fields of the track header that are not times: the
+    flags, and everything from the layer to the size."""
     head, table = runs.child(track.content, "tkhd"), runs.child(track.content, *DESCRIPTIONS)
     (count,) = struct.unpack_from(">I", table, 4)
     return list(runs.atoms(table[8:]))[:count], head[1:4], head[-52:]
 
 
 def uncounted(name):
-    """A handler name without its length byte, which only QuickTime has. Readers expect the length byte only if the brand is QuickTime's."""
+    """A handler name without its length byte, which readers expect only if the brand is QuickTime's."""
     return name[1:] if name and ord(name[0]) == len(name) - 1 else name
 
 

@@ -218,7 +218,7 @@ class Mpeg4(runs.RunTest):
             self.assert_sends(path, hint, track)
 
     def assert_sends(self, path, hint, track):
-        """The packets of the hint track send the whole media track, as its session description says."""
+        """The hint track sends the whole media track, as its session description says."""
         media, hints = samples(path, track.number), samples(path, hint.number)
         sent = [list(packets(h.data, media)) for h in hints]
         flat = [packet for group in sent for packet in group]

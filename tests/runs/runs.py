@@ -315,22 +315,22 @@ def stretches(path):
     return found
 
 
-def presented(path, number, track=None):
-    """(time, hash) of each sample of the track that `track`, a list of stretches, shows for longer
+def presented(path, number, parts=None):
+    """(time, hash) of each sample of the track that `parts`, a list of stretches, show for longer
     than a rounding error. By default these are the edits of the track."""
-    track = stretches(path).get(number, []) if track is None else track
-    scale, end = tracks(path)[number].scale, tracks(path)[number].media_end
+    parts = stretches(path).get(number, []) if parts is None else parts
+    scale, media_end = tracks(path)[number].scale, tracks(path)[number].media_end
     samples = [s for s in samples_by_track(path).get(number, []) if s.pts is not None]
     samples.sort(key=lambda sample: sample.pts)
     # ffprobe sometimes guesses durations. A sample cannot last beyond the start of the next one.
     gaps = [after.pts - s.pts for s, after in zip(samples, samples[1:])] + [math.inf]
     usual = statistics.median_low(gaps) if len(gaps) > 1 else 0
     lasts = [min(max(s.duration or 0, usual), gap) for s, gap in zip(samples, gaps)]
-    if samples and samples[-1].pts < end:
-        lasts[-1] = end - samples[-1].pts
-    margin = Fraction(3, 1000) + max((s.rate or 0 for s in track), default=0) * Fraction(3, 600)
+    if samples and samples[-1].pts < media_end:
+        lasts[-1] = media_end - samples[-1].pts
+    margin = Fraction(3, 1000) + max((s.rate or 0 for s in parts), default=0) * Fraction(3, 600)
     found = []
-    for stretch in (s for s in track if s.media is not None):
+    for stretch in (s for s in parts if s.media is not None):
         low, high = stretch.media, stretch.media + (stretch.end - stretch.start) * stretch.rate
         for sample, length in zip(samples, lasts):
             start, end = Fraction(sample.pts, scale), Fraction(sample.pts + length, scale)

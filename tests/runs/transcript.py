@@ -126,7 +126,8 @@ def check(path, is_accepting):
                     continue
                 wrong += 1
                 print(f"{path}:{step.line + 1}: {title}\n$ {step.command}")
-                print("\n".join(difflib.unified_diff(step.expected, printed, "expected", "printed", lineterm="")))
+                names = ("expected", "printed")
+                print(*difflib.unified_diff(step.expected, printed, *names, lineterm=""), sep="\n")
             if number != 0:
                 shutil.rmtree(folder)
     if is_accepting:

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
@@ -19,7 +18,6 @@
 #include <optional>
 #include <random>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -200,8 +198,8 @@ inline OSErr CodeOf(const std::function<void()>& body) try {
 class InFolder : public testing::Test {
  protected:
   InFolder() {
-    std::string name = (fs::temp_directory_path() / "reelwork_XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
+    const fs::path name = fs::temp_directory_path() / fs::unique_path("reelwork-%%%%%%%%%%%%%%%%");
+    fs::create_directory(name);
     folder_ = fs::canonical(name);
   }
   ~InFolder() override { fs::remove_all(folder_); }

@@ -1,7 +1,7 @@
 # Shared by all transcripts: makes movies, and asks other programs about them.
 
-# clip FILE [SECONDS [OPTION...]]: makes a movie with the given length (default 1) and ffmpeg's options. The
-# same arguments always give the same bytes.
+# clip FILE [SECONDS [OPTION...]]: makes a movie with the given length (default 1) and ffmpeg's
+# options. The same arguments always give the same bytes.
 clip() {
   local file=$1 seconds=${2:-1}
   shift $(($# < 2 ? $# : 2))
@@ -17,7 +17,8 @@ streams() {
     -of compact=p=0:nk=1 "$1"
 }
 
-# facts FILE: one line for each fact that the header of a movie states: track ID, atom, and a field or a table.
+# facts FILE: one line for each fact that the header of a movie states: track ID, atom, and a field
+# or a table.
 facts() {
   clipinfo -atoms "$1" | awk '
     { sub(/^ *(in cmov )?[0-9]+ /, ""); gsub(/\x27/, ""); sub(/ [0-9]+/, ""); sub(/ unknown$|entries=1 /, "") }
@@ -27,8 +28,8 @@ facts() {
     !/^(ftyp|elst|st..)/ { for (i = 2; i <= NF; ++i) print track, $1, $i }'
 }
 
-# differences OLD NEW: what NEW states and OLD does not: tracks and atom, and the fields that differ. Tracks, edit lists and
-# user data that NEW does not have follow "-".
+# differences OLD NEW: what NEW states and OLD does not: tracks and atom, and the fields that
+# differ. Tracks, edit lists and user data that NEW does not have follow "-".
 differences() {
   diff <(facts "$1") <(facts "$2") | awk '
     function fact(from,   text) { for (text = $from; ++from <= NF;) text = text " " $from; return text }
@@ -46,7 +47,8 @@ differences() {
     }'
 }
 
-# tune FILE OPTION...: makes out.mov from FILE, by reference, and prints what the options have changed.
+# tune FILE OPTION...: makes out.mov from FILE, by reference, and prints what the options have
+# changed.
 tune() {
   cliptune -q "$1" -o same.mov
   cliptune -q "$@" -o out.mov
@@ -58,7 +60,8 @@ after() {
   perl -0777 -ne "while (/$1(.{$2})/gs) { print unpack('H*', \$1), \"\\n\" }" "$3"
 }
 
-# unprivileged COMMAND...: runs a command that may not ignore the rights of files, even if root runs the tests.
+# unprivileged COMMAND...: runs a command that may not ignore the rights of files, even if root runs
+# the tests.
 unprivileged() {
   if ((EUID)); then "$@"; else setpriv --bounding-set=-dac_override,-dac_read_search -- "$@"; fi
 }
@@ -68,8 +71,8 @@ sound() {
   ffmpeg -v error -nostdin -i "$1" -map a:0 -f md5 -
 }
 
-# edits FILE: the edits of each track by its ID, as DURATION@MEDIATIME, in movie and media units, and the rate if it is
-# not 1.
+# edits FILE: the edits of each track by its ID, as DURATION@MEDIATIME, in movie and media units,
+# and the rate if it is not 1.
 edits() {
   facts "$1" | awk '$2 == "elst" {
     printf "%s%s:", separator, $1; separator = "  "
@@ -81,9 +84,9 @@ edits() {
 # without_folder: a filter that removes the path of the folder from names.
 without_folder() { sed "s|$(pwd -P)/||g"; }
 
-# changed FILE TYPE NUMBER AT HEX: prints FILE with these bytes at AT in the content of the atom of that
-# type; NUMBER counts such atoms from 0. A negative AT counts from the end of the atom. Without a type,
-# AT is a place in the file.
+# changed FILE TYPE NUMBER AT HEX: prints FILE with these bytes at AT in the content of the atom of
+# that type; NUMBER counts such atoms from 0. A negative AT counts from the end of the atom. Without
+# a type, AT is a place in the file.
 changed() {
   python3 - "$@" <<'END'
 import sys
@@ -107,8 +110,8 @@ jsonschema.Draft202012Validator(schema).validate(json.load(sys.stdin))
 print("valid")' "$(dirname "$BASH_ENV")/../../../clipinfo/$1"
 }
 
-# same OUTPUT INPUT...: compares them with clipinfo -same. Leaves out sizes and hashes, which depend on
-# the encoders.
+# same OUTPUT INPUT...: compares them with clipinfo -same. Leaves out sizes and hashes, which depend
+# on the encoders.
 same() {
   local text status
   text=$(clipinfo -same "$1" -from "${@:2}" 2>&1)
@@ -117,8 +120,9 @@ same() {
   return $status
 }
 
-# The folder of the scripts that join many recordings. They are found by their names, after the programs in the
-# folder "bin" of a transcript. A script that starts with this file keeps the PATH that it is given.
+# The folder of the scripts that join many recordings. They are found by their names, after the
+# programs in the folder "bin" of a transcript. A script that starts with this file keeps the PATH
+# that it is given.
 batch=$(dirname "$BASH_ENV")/../../../examples/batch
 [[ $PATH == *"$batch"* ]] || PATH=$PWD/bin:$batch:$PATH
 
@@ -172,8 +176,8 @@ wait_until() {
   done
 }
 
-# start_slurm: starts Slurm until the case ends, in the folder "slurm". This machine is the controller
-# and the only node.
+# start_slurm: starts Slurm until the case ends, in the folder "slurm". This machine is the
+# controller and the only node.
 start_slurm() {
   local home=$PWD/slurm host=$(hostname -s) user=$(id -un) program
   chmod 755 . .. # munged requires these permissions
