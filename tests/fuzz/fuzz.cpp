@@ -1,22 +1,45 @@
 // Bytes taken for a movie file: joined, stacked, edited and exported as the commands do it, or
-// shown, checked, compared and drawn as clipinfo does it. What is written can be opened.
+// shown, checked, compared and drawn as clipinfo does it. What is written can be opened. Or bytes
+// taken for each atom in turn: what can be read can be written, and reads the same again.
 #include <sys/resource.h>
 
 #include <array>
 #include <boost/algorithm/string.hpp>
+#include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <sstream>
 #include <vector>
 
+#include "clipinfo/known_atoms.h"
 #include "clipinfo/modes.h"
 #include "clipjoin/clipjoin.h"
-#include "tests/fuzz/seeds.h"
+#include "toolbox/atoms/field_printer.h"
 
 namespace {
+
+using toolbox::Bytes;
+using toolbox::ByteSpan;
+
+// Ends the process, so that the fuzzer keeps the input, unless `holds`.
+void Check(bool holds, const std::string& what) {
+  if (holds) return;
+  std::cerr << "does not hold: " << what << '\n';
+  std::abort();
+}
+
+void WriteFile(const boost::filesystem::path& path, ByteSpan bytes) {
+  boost::filesystem::ofstream file(path, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+  file.close();
+  Check(file.good(), "a file can be written: " + path.native());
+}
 
 constexpr char kInput[] = "input.mov", kGood[] = "good.mov", kOutput[] = "output.mov";
 
@@ -81,42 +104,81 @@ bool Inspect(unsigned mode) {
   return mode < 2;
 }
 
+template <class A>
+void ReadAndWrite(ByteSpan content) {
+  Bytes written;
+  try {
+    const A atom = toolbox::Decode<A>(content);
+    if constexpr (!toolbox::Container<A> && !toolbox::ReadsItself<A>) {
+      std::ostringstream text;
+      toolbox::FieldPrinter printer(text);
+      toolbox::AtomFields(printer, atom);
+    }
+    written = toolbox::Encode(atom);
+  } catch (const toolbox::Malformed&) {
+    return;
+  }
+  const auto frame = toolbox::ReadFrame(written, written.size());
+  Check(frame && frame->type == A::kType && frame->size == written.size(),
+        "an atom is framed by its size and type");
+  const A again = toolbox::Decode<A>(ByteSpan(written).subspan(frame->headerSize));
+  Check(toolbox::Encode(again) == written, "an atom written is read as it was written");
+}
+
+void Split(ByteSpan content) {
+  ByteSpan tail;
+  std::size_t size = 0;
+  for (const toolbox::AtomView& atom : toolbox::SplitAtoms(content, &tail)) {
+    size += atom.whole.size();
+  }
+  Check(size + tail.size() == content.size(), "atoms and tail are all the bytes");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   // Many chunks can claim the same bytes, so the output is limited to 1 MiB. Without a handler, the
   // signal would end the fuzzer.
   constexpr rlimit kLargestFile{1 << 20, 1 << 20};
-  fuzz::Check(setrlimit(RLIMIT_FSIZE, &kLargestFile) == 0, "the size of files can be limited");
+  Check(setrlimit(RLIMIT_FSIZE, &kLargestFile) == 0, "the size of files can be limited");
   std::signal(SIGXFSZ, [](int) {});
-  if (const char* seeds = std::getenv("REELWORK_SEEDS")) {  // a movie with alias records
+  if (const char* seeds = std::getenv("REELWORK_SEEDS")) {  // a reference movie, and each atom
     const std::string seed = std::string(seeds) + "/reference.mov";
     clipjoin::Run(std::array{"clipjoin", GOOD_MOVIE, "-q", "-o", seed.c_str()});
+    clipinfo::ForEachKnownAtom([&]<class A>() {
+      const Bytes atom = toolbox::Encode(A{});
+      WriteFile(boost::filesystem::path(seeds) / A::kType.Text(), ByteSpan(atom).subspan(8));
+    });
   }
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  // The bytes of the input choose what is done with it, so that it is the same in every run.
+  const unsigned choice = std::accumulate(data, data + size, 0U);
+  if (choice % 8 >= 5) {
+    clipinfo::ForEachKnownAtom([&]<class A>() { ReadAndWrite<A>({data, size}); });
+    Split({data, size});
+    return 0;
+  }
   static const Folder folder;
   // The fuzzer may have been given relative paths.
   const boost::filesystem::path before = boost::filesystem::current_path();
   boost::filesystem::current_path(folder.path);
-  fuzz::WriteFile(kInput, {data, size});
+  WriteFile(kInput, {data, size});
   // What the commands print. The fuzzer writes its own messages elsewhere.
   std::ostringstream output, errors;
   std::streambuf* const streams[] = {std::cout.rdbuf(output.rdbuf()),
                                      std::cerr.rdbuf(errors.rdbuf())};
-  // The bytes of the input choose what is done with it, so that it is the same in every run.
-  const unsigned choice = std::accumulate(data, data + size, 0U);
   bool isJson = false;
-  if (choice % 5 >= 3) {
-    isJson = Inspect(choice / 5);
+  if (choice % 8 >= 3) {
+    isJson = Inspect(choice / 8);
   } else {
-    RunCommand(kCommands[choice / 5 % std::size(kCommands)]);
+    RunCommand(kCommands[choice / 8 % std::size(kCommands)]);
   }
   std::cout.rdbuf(streams[0]);
   std::cerr.rdbuf(streams[1]);
   boost::filesystem::current_path(before);
-  fuzz::Check(!isJson || nlohmann::json::accept(output.str()), "the answer is JSON");
+  Check(!isJson || nlohmann::json::accept(output.str()), "the answer is JSON");
   return 0;
 }
