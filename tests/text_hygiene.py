@@ -1,34 +1,19 @@
 #!/usr/bin/env python3
 """Checks all text files for blanks at line ends, CR, tabs in C++ and a missing final newline."""
 
-import os
 import pathlib
 import re
-import subprocess
 import sys
 
 root = pathlib.Path(__file__).resolve().parent.parent
-
-
-def project_files():
-    """All files that are not ignored; outside a repository, all files except those of builds."""
-    git = ["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"]
-    listing = subprocess.run(git, capture_output=True)
-    if listing.returncode == 0:
-        return sorted({root / os.fsdecode(name) for name in listing.stdout.split(b"\0") if name})
-    return sorted(
-        path for path in root.rglob("*") if path.relative_to(root).parts[0] not in (".git", "build")
-    )
 
 
 def faults(path, data):
     """Yields (line number, description) for every fault in `data`."""
     lines = data.split(b"\n")
     for number, line in enumerate(lines, 1):
-        if line.endswith(b"\r"):
-            yield number, "a carriage return"
-        elif re.search(rb"[ \t]$", line):
-            yield number, "blanks at the end of the line"
+        if re.search(rb"[ \t\r]$", line):
+            yield number, "a blank or a carriage return at the end of the line"
         if b"\t" in line and path.suffix in (".h", ".cpp"):
             yield number, "a tab"
     if lines[-1]:
@@ -36,8 +21,8 @@ def faults(path, data):
 
 
 found = checked = 0
-for path in project_files():
-    if not path.is_file() or path.is_symlink():
+for path in sorted(root.rglob("*")):
+    if path.relative_to(root).parts[0] in (".git", "build") or path.is_symlink() or path.is_dir():
         continue
     data = path.read_bytes()
     if b"\0" in data:

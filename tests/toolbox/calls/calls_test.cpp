@@ -186,11 +186,13 @@ TEST_F(TextMedia, SamplesHaveALengthATextAndAnEncoding) {
   ASSERT_EQ(EndMediaEdits(media), noErr);
   const Handle out = Made({}), description = Made({});
   std::int32_t size = 0, number = 0, count = 0;
+  std::int16_t flags = -1;
   ASSERT_EQ(GetMediaSample(media, out, 0, &size, 149, &start, &duration, description, &number, 0,
-                           &count, nullptr),
+                           &count, &flags),
             noErr);
   EXPECT_EQ(out->bytes, toolbox::Made("5/2 'Intro' encd{ 256 }"));
-  EXPECT_EQ(std::tuple(size, start, duration, number, count), std::tuple(19, 100, 50, 1, 1));
+  EXPECT_EQ(std::tuple(size, start, duration, number, count, flags),
+            std::tuple(19, 100, 50, 1, 1, 0));
   // Format, data reference 1, flags, justification; colours and box are zeros; no font.
   EXPECT_EQ(description->bytes, toolbox::Made("text{ *6 1/2 4 1 *36 }"));
 }

@@ -341,14 +341,15 @@ class InStep : public testing::TestWithParam<std::tuple<Kind, unsigned>> {
     const Clock clock = track_->TimeClock();
     const SampleTable& samples = track_->media->samples;
     const SampleSlice& slice = samples.SliceOf(samples.Count() - rows.count);
-    const std::uint32_t first = random_.Flip() ? 0 : 8;
+    const std::uint32_t first = std::array{0U, 2U, 8U}[random_.Below(3)];
     MediaTime from = slice.ShownAt(std::min(first, rows.count - 1));
     if (random_.Flip()) from += MediaTime{random_.Below(kMediaScale / 50)};
     const MediaTime end = slice.time + slice.ShownUntil();
     MovieTime length = clock.Lasting(end - from, 1.0, Rounding::kDown);
     if (random_.Flip()) length.units -= random_.Below(static_cast<std::uint64_t>(length.units) / 3);
-    if (random_.Below(3) == 0 && (!isFirst || random_.Flip())) {
-      track_->edits.Append({1 + random_.Below(300)}, Edit::kNothing, 1.0, clock);
+    if (random_.Flip() && (!isFirst || random_.Flip())) {
+      track_->edits.Append({1 + random_.Below(random_.Flip() ? 30 : 300)}, Edit::kNothing, 1.0,
+                           clock);
     }
     track_->edits.Append(length, from, 1.0, clock);
   }
