@@ -12,6 +12,7 @@ import runs
 from runs import Result
 
 OLD = b"what was here before\n" * 1000
+NAMED = {"FAULT_NAMED": "1"}
 TRAILER = b"\0\0\0\5no atom"  # nothing can be appended to it, so a new file replaces the old one
 
 
@@ -23,12 +24,6 @@ class FailingDisk(runs.RunTest):
             "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=1", "-f", "lavfi", "-i", "sine=d=1",
             "-c:v", "mpeg4", "-c:a", "aac",
         )  # fmt: skip
-        cls.samples = cls.samples_of(cls.clip)
-
-    @staticmethod
-    def samples_of(path):
-        found = runs.samples_by_track(path)
-        return {n: [packet._replace(pos=None) for packet in found[n]] for n in found}
 
     def setUp(self):
         super().setUp()
@@ -49,7 +44,7 @@ class FailingDisk(runs.RunTest):
         """The file; after a save, whether its movie loops. It then has all samples of the clip."""
         if not name.startswith("save"):
             return self.out.read_bytes() if self.out.exists() else None
-        self.assertEqual(self.samples_of(self.out), self.samples)
+        self.assertEqual(runs.samples(self.out), runs.samples(self.clip))
         return b"LOOP" in runs.movie_header(self.out)
 
     def run_job(self, old, command, **faults):
@@ -86,35 +81,33 @@ class FailingDisk(runs.RunTest):
             self.assertGreater(call, 3)
 
     def test_a_full_or_failing_disk_at_any_call(self):
-        for number, code in ((errno.ENOSPC, -34), (errno.EIO, -36)):
-            for more in ({}, {"FAULT_NAMED": "1"}):
-                for name, done, is_new in self.each_call(FAULT_ERROR=str(number), **more):
-                    # A failure may be silent only if the call just makes writing faster, or if it
-                    # keeps an attribute of the old file that the system may refuse.
-                    error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
-                    self.assertRegex(done.err, f"^({error}){'*' if is_new else '+'}$")
-                    if name.startswith("save"):
-                        self.assertEqual(done.status, 1 if done.err else 0)
-                    left = [] if "new [" in name and not is_new else ["out.mov"]
-                    self.assertEqual(os.listdir(self.folder), left)
+        for number, code, more in ((errno.ENOSPC, -34, {}), (errno.EIO, -36, NAMED)):
+            for name, done, is_new in self.each_call(FAULT_ERROR=str(number), **more):
+                # A failure may be silent only if the call just makes writing faster, or if it
+                # keeps an attribute of the old file that the system may refuse.
+                error = rf"Error in \w+ at line \d+ of utils\.cpp: {code}\n"
+                self.assertRegex(done.err, f"^({error}){'*' if is_new else '+'}$")
+                if name.startswith("save"):
+                    self.assertEqual(done.status, 1 if done.err else 0)
+                left = [] if "new [" in name and not is_new else ["out.mov"]
+                self.assertEqual(os.listdir(self.folder), left)
 
     def test_a_process_that_ends_at_any_call(self):
-        for number in (signal.SIGKILL, signal.SIGTERM):
-            for more in ({}, {"FAULT_NAMED": "1"}):
-                hidden = 0
-                for name, done, _ in self.each_call(FAULT_SIGNAL=str(int(number)), **more):
-                    self.assertEqual(done.status, -number)
-                    left = set(os.listdir(self.folder)) - {"out.mov"}
-                    hidden += len(left) if name.startswith("replace") else 0
-                    if name.startswith("save") and number == signal.SIGKILL:  # it can be repeated
-                        save = ["out.mov", "-save-in-place", "-set-looping", "-q"]
-                        self.assertEqual(self.run_in_folder("cliptune", *save), (0, "", ""))
-                        self.assertTrue(self.state(name))
-                if number == signal.SIGTERM:
-                    self.assertEqual(hidden, 0)
-                elif not more:
-                    # A file without a name gets a hidden one just before it replaces another.
-                    self.assertEqual(hidden, 3)
+        for number, more in ((signal.SIGKILL, {}), (signal.SIGKILL, NAMED), (signal.SIGTERM, NAMED)):
+            hidden = 0
+            for name, done, _ in self.each_call(FAULT_SIGNAL=str(int(number)), **more):
+                self.assertEqual(done.status, -number)
+                left = set(os.listdir(self.folder)) - {"out.mov"}
+                hidden += len(left) if name.startswith("replace") else 0
+                if name.startswith("save") and number == signal.SIGKILL:  # it can be repeated
+                    save = ["out.mov", "-save-in-place", "-set-looping", "-q"]
+                    self.assertEqual(self.run_in_folder("cliptune", *save), (0, "", ""))
+                    self.assertTrue(self.state(name))
+            if number == signal.SIGTERM:
+                self.assertEqual(hidden, 0)
+            elif not more:
+                # A file without a name gets a hidden one just before it replaces another.
+                self.assertEqual(hidden, 3)
 
 
 if __name__ == "__main__":

@@ -39,7 +39,7 @@ class SharedBlocks(runs.RunTest):
         ):
             self.check(name, inputs, "clipjoin", *inputs, "-q", *options, "-o", name)
         copy = self.join(outside / "joined.mov", "one.mov", "two.mov", WHOLE)
-        self.assertEqual(runs.frames(self.folder / "joined.mov"), runs.frames(copy))
+        self.assertEqual(runs.samples(self.folder / "joined.mov"), runs.samples(copy))
         # No atom can follow these bytes, so a save writes a new file.
         with open(self.folder / "joined.mov", "ab") as file:
             file.write(b"trailing")

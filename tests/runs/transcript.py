@@ -35,9 +35,11 @@ ENVIRONMENT = {
     **os.environ,
     "PATH": f"{BIN}:{os.environ['PATH']}",
     "BASH_ENV": str(HERE / "transcripts" / "prelude.sh"),
+    "KEPT": str(BIN.parent / "kept"),
     "LC_ALL": "C.UTF-8",
     "SOURCE_DATE_EPOCH": "1000000000",
 }
+pathlib.Path(ENVIRONMENT["KEPT"]).mkdir(exist_ok=True)
 COMMAND, MORE, TEXT, PATTERN, ANY, CASE = "$ ", "> ", "  ", "~ ", "~~", "== "
 NEEDS = "needs: "
 SKIPPED = 77  # ctest takes this status for "skipped"
