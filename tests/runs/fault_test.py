@@ -12,19 +12,12 @@ import runs
 from runs import Result
 
 OLD = b"what was here before\n" * 1000
-NAMED = {"FAULT_NAMED": "1"}
+CLIP = runs.DATA / "h264.mp4"
+ALWAYS_NAMED = {"FAULT_NAMED": "1"}  # as on file systems where each file has a name
 TRAILER = b"\0\0\0\5no atom"  # nothing can be appended to it, so a new file replaces the old one
 
 
 class FailingDisk(runs.RunTest):
-    @classmethod
-    def setUpClass(cls):
-        cls.clip = runs.make_clip(
-            runs.temporary_folder(cls) / "clip.mov",
-            "-f", "lavfi", "-i", "testsrc=s=64x48:r=10:d=1", "-f", "lavfi", "-i", "sine=d=1",
-            "-c:v", "mpeg4", "-c:a", "aac",
-        )  # fmt: skip
-
     def setUp(self):
         super().setUp()
         self.out = self.folder / "out.mov"
@@ -33,18 +26,18 @@ class FailingDisk(runs.RunTest):
         """(name, the old file, command) of each job: joins in each form that make a new file or
         replace one, and saves in place and by a new file."""
         for options in ([], ["-self-contained"], ["-mp4"]):
-            command = ["clipjoin", self.clip, self.clip, "-q", *options, "-o", "out.mov"]
+            command = ["clipjoin", CLIP, CLIP, "-q", *options, "-o", "out.mov"]
             yield f"replace {options}", OLD, command
             yield f"new {options}", None, command
         for name, end in (("save", b""), ("save in a new file", TRAILER)):
             save = ["cliptune", "out.mov", "-save-in-place", "-set-looping", "-q"]
-            yield name, self.clip.read_bytes() + end, save
+            yield name, CLIP.read_bytes() + end, save
 
     def state(self, name):
         """The file; after a save, whether its movie loops. It then has all samples of the clip."""
         if not name.startswith("save"):
             return self.out.read_bytes() if self.out.exists() else None
-        self.assertEqual(runs.samples(self.out), runs.samples(self.clip))
+        self.assertEqual(runs.samples(self.out), runs.samples(CLIP))
         return b"LOOP" in runs.movie_header(self.out)
 
     def run_job(self, old, command, **faults):
@@ -81,7 +74,7 @@ class FailingDisk(runs.RunTest):
             self.assertGreater(call, 3)
 
     def test_a_full_or_failing_disk_at_any_call(self):
-        for number, code, more in ((errno.ENOSPC, -34, {}), (errno.EIO, -36, NAMED)):
+        for number, code, more in ((errno.ENOSPC, -34, {}), (errno.EIO, -36, ALWAYS_NAMED)):
             for name, done, is_new in self.each_call(FAULT_ERROR=str(number), **more):
                 # A failure may be silent only if the call just makes writing faster, or if it
                 # keeps an attribute of the old file that the system may refuse.
@@ -93,7 +86,7 @@ class FailingDisk(runs.RunTest):
                 self.assertEqual(os.listdir(self.folder), left)
 
     def test_a_process_that_ends_at_any_call(self):
-        for number, more in ((signal.SIGKILL, {}), (signal.SIGKILL, NAMED), (signal.SIGTERM, NAMED)):
+        for number, more in itertools.product((signal.SIGKILL, signal.SIGTERM), ({}, ALWAYS_NAMED)):
             hidden = 0
             for name, done, _ in self.each_call(FAULT_SIGNAL=str(int(number)), **more):
                 self.assertEqual(done.status, -number)

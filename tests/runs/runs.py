@@ -8,12 +8,10 @@ import array
 import collections
 import concurrent.futures
 import functools
-import hashlib
 import json
 import math
 import os
 import pathlib
-import pickle
 import re
 import shutil
 import statistics
@@ -21,10 +19,11 @@ import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import unittest
 import zlib
 from fractions import Fraction
+
+from kept import kept
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BIN = pathlib.Path(os.environ.get("REELWORK_BIN", ROOT / "build" / "bin")).resolve()
@@ -62,29 +61,8 @@ def run(program, *arguments, cwd=None, timeout=60, **more):
     return Result(done.returncode, *text)
 
 
-# Other programs start slowly, and most changes of the code change few of the files that they read.
-# So the build folder keeps what they say about a file, and the clips that they make.
-KEPT = BIN.parent / "kept"
-
-
-def kept(command, make):
-    """The path of a file that depends only on a command and on the files that it names. `make` writes
-    the file if it is not kept yet."""
-    key = hashlib.sha256(str(os.stat(shutil.which(command[0])).st_mtime_ns).encode())
-    for word in map(pathlib.Path, command):
-        key.update(word.name.encode() + word.read_bytes() if word.is_file() else bytes(word))
-        key.update(b"\0")
-    path = KEPT / (key.hexdigest() + pathlib.Path(command[-1]).suffix)
-    if not path.exists():
-        KEPT.mkdir(exist_ok=True)
-        fresh = path.with_stem(f"{path.stem}-{os.getpid()}-{threading.get_ident()}")
-        make(fresh)
-        fresh.rename(path)
-    return path
-
-
 def is_self_contained(path):
-    """Whether a file has all media of its movie."""
+    """Whether a movie needs no other file."""
     try:
         tables = [
             child(track, "mdia", "minf", "dinf", "dref")[8:]
@@ -96,19 +74,23 @@ def is_self_contained(path):
 
 
 def read_by(tool, *arguments):
-    """The standard output and standard error of another tool."""
+    """The standard output and standard error of another tool. They are kept if it reads only one
+    file, a movie of less than 16 MB that needs no other file."""
     command = [tool, *map(os.fspath, arguments)]
+    files = [name for name in command if os.path.isfile(name)]
 
-    def ask(folder=None):
-        words = [os.path.basename(word) if folder and os.path.isfile(word) else word for word in command]
-        done = subprocess.run(words, cwd=folder, capture_output=True, timeout=120)
-        return done.stdout, done.stderr.decode("utf-8", "replace")
+    def ask(path=None):
+        done = subprocess.run(command, capture_output=True, timeout=120, check=bool(path))
+        answer = done.stdout.decode("latin-1"), done.stderr.decode("utf-8", "replace")
+        return path.write_text(json.dumps(answer)) if path else answer
 
-    files = [pathlib.Path(word) for word in command if os.path.isfile(word)]
-    if len(files) != 1 or files[0].stat().st_size >= 1 << 24 or not is_self_contained(files[0]):
-        return ask()
-    answer = kept(command, lambda path: path.write_bytes(pickle.dumps(ask(files[0].parent))))
-    return pickle.loads(answer.read_bytes())
+    try:
+        is_small = len(files) == 1 and os.path.getsize(files[0]) < 1 << 24
+        is_kept = is_small and is_self_contained(files[0])
+        out, err = json.loads(kept(command, ask).read_text()) if is_kept else ask()
+    except subprocess.CalledProcessError:
+        out, err = ask()
+    return out.encode("latin-1"), err
 
 
 def in_parallel(work, items):
@@ -216,13 +198,12 @@ def by_file(work):
     return find
 
 
-@by_file
 def ffprobe(path, *options):
-    """ffprobe's output, which is cached: ffprobe starts slowly, and the output can be long."""
     out, _ = read_by("ffprobe", "-v", "error", *options, "-of", "json", path)
     return {"streams": [], "packets": [], **json.loads(out or "{}")}
 
 
+@by_file
 def description(path):
     """What ffprobe reports about the file and its streams."""
     return ffprobe(path, "-show_format", "-show_streams")
@@ -245,7 +226,7 @@ def samples_by_track(path):
 
 
 def samples(path):
-    """The same without the places of packets in the file."""
+    """The packets by track number, without their places in the file."""
     found = samples_by_track(path)
     return {number: [packet._replace(pos=None) for packet in found[number]] for number in found}
 

@@ -29,17 +29,18 @@ import subprocess
 import sys
 import tempfile
 
+import kept
+
 HERE = pathlib.Path(__file__).resolve().parent
 BIN = pathlib.Path(os.environ.get("REELWORK_BIN", HERE.parent.parent / "build" / "bin")).resolve()
 ENVIRONMENT = {
     **os.environ,
     "PATH": f"{BIN}:{os.environ['PATH']}",
     "BASH_ENV": str(HERE / "transcripts" / "prelude.sh"),
-    "KEPT": str(BIN.parent / "kept"),
+    "KEPT": str(kept.FOLDER),
     "LC_ALL": "C.UTF-8",
     "SOURCE_DATE_EPOCH": "1000000000",
 }
-pathlib.Path(ENVIRONMENT["KEPT"]).mkdir(exist_ok=True)
 COMMAND, MORE, TEXT, PATTERN, ANY, CASE = "$ ", "> ", "  ", "~ ", "~~", "== "
 NEEDS = "needs: "
 SKIPPED = 77  # ctest takes this status for "skipped"

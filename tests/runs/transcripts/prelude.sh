@@ -1,34 +1,27 @@
 # Shared by all transcripts: makes movies, and asks other programs about them.
 
-# Other programs start slowly. So the folder $KEPT keeps the clips that they make and what they say.
-
-# kept PROGRAM ARGUMENT...: the path for a result that depends on that and on the standard input.
-kept() { echo "$KEPT/$({ stat -Lc %Y "$(type -P "$1")"; printf '%s\n' "$@"; cat; } | sha256sum | cut -c-64)"; }
-
 # clip FILE [SECONDS [OPTION...]]: makes a movie with the given length (default 1) and ffmpeg's
-# options. The same arguments always give the same bytes.
+# options. The same arguments always give the same bytes, so the folder $KEPT has them for the next
+# time.
 clip() {
-  local file=$1 seconds=${2:-1} made
+  local file=$1 seconds=${2:-1} made new
   shift $(($# < 2 ? $# : 2))
   (($#)) || set -- -c:v mpeg4
-  made=$(kept ffmpeg "$seconds" "$@" <<<clip).${file##*.}
-  [[ -e $made ]] || ffmpeg -v error -nostdin -y -fflags +bitexact \
-    -f lavfi -i "testsrc=s=64x48:r=10:d=$seconds" -f lavfi -i "sine=sample_rate=8000:d=$seconds" \
-    -c:a pcm_s16le -map 0 -map 1 "$@" -flags:v +bitexact -flags:a +bitexact "$file" || return
-  [[ -e $made ]] || { cp "$file" "$made-$$" && mv "$made-$$" "$made"; }
+  made=$KEPT/$({ stat -Lc %Y "$(type -P ffmpeg)"; declare -f clip; printf '%s\n' "$seconds" "$@"; } |
+    sha256sum | cut -c-64).${file##*.}
+  if [[ ! -e $made ]]; then
+    new=${made%.*}-$BASHPID.${file##*.}
+    ffmpeg -v error -nostdin -y -fflags +bitexact -f lavfi -i "testsrc=s=64x48:r=10:d=$seconds" \
+      -f lavfi -i "sine=sample_rate=8000:d=$seconds" -c:a pcm_s16le -map 0 -map 1 "$@" \
+      -flags:v +bitexact -flags:a +bitexact "$new" || return
+    mv "$new" "$made"
+  fi
   cp "$made" "$file"
-}
-
-# said PROGRAM ARGUMENT...: what a program says about files in this folder.
-said() {
-  local said=$(find . -type f -size -16M -exec sha256sum {} + | sort | kept "$@")
-  [[ -e $said ]] || { "$@" >"$said-$$" 2>&1; mv "$said-$$" "$said"; }
-  cat "$said"
 }
 
 # streams FILE: one line for each stream: its kind, codec, and number of packets.
 streams() {
-  said ffprobe -v error -count_packets -show_entries stream=codec_type,codec_name,nb_read_packets \
+  ffprobe -v error -count_packets -show_entries stream=codec_type,codec_name,nb_read_packets \
     -of compact=p=0:nk=1 "$1"
 }
 
@@ -83,7 +76,7 @@ unprivileged() {
 
 # sound FILE: the checksum of the sound that ffmpeg decodes.
 sound() {
-  said ffmpeg -v error -nostdin -i "$1" -map a:0 -f md5 -
+  ffmpeg -v error -nostdin -i "$1" -map a:0 -f md5 -
 }
 
 # edits FILE: the edits of each track by its ID, as DURATION@MEDIATIME, in movie and media units,
@@ -149,24 +142,24 @@ open() {
 
 # chapters FILE: the start in milliseconds and the title of each chapter, which two readers find.
 chapters() {
-  said ffprobe -v error -show_chapters -of json "$1" | jq -r '[.chapters[] | "\((.start_time | tonumber * 1000 | round)) \(.tags.title)"] | join(", ")'
+  ffprobe -v error -show_chapters -of json "$1" | jq -r '[.chapters[] | "\((.start_time | tonumber * 1000 | round)) \(.tags.title)"] | join(", ")'
 }
 
 # frames FILE: the hashes of all decoded pictures.
-frames() { said ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -f framemd5 - | sed '/^#/d; s/.*, *//'; }
+frames() { ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -f framemd5 - | sed '/^#/d; s/.*, *//'; }
 
 # shows FILE: the time in milliseconds and the hash of each picture that a player shows.
 shows() {
-  said ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -enc_time_base 1/1000 -f framemd5 - |
+  ffmpeg -v error -nostdin -i "$1" -map 0:v -fps_mode passthrough -enc_time_base 1/1000 -f framemd5 - |
     awk -F', *' '!/^#/ {print $3, $6}'
 }
 
 # what FILE...: duration and kinds of streams of each file, and what ffmpeg complains of.
 what() {
   for file; do
-    said ffprobe -v error -show_entries format=duration:stream=codec_type -of csv=p=0 "$file" | sort | tr '\n' ' '
+    ffprobe -v error -show_entries format=duration:stream=codec_type -of csv=p=0 "$file" | sort | tr '\n' ' '
     echo "$file"
-    said ffmpeg -v error -nostdin -i "$file" -fps_mode passthrough -f null -
+    ffmpeg -v error -nostdin -i "$file" -fps_mode passthrough -f null -
   done
 }
 
@@ -178,7 +171,7 @@ recipe() {
 
 # tracks FILE: the kind of each track, whether it is enabled, and its length.
 tracks() {
-  paste -d ' ' <(said ffprobe -v error -show_entries stream=codec_type:stream_disposition=default -of csv=p=0 "$1" |
+  paste -d ' ' <(ffprobe -v error -show_entries stream=codec_type:stream_disposition=default -of csv=p=0 "$1" |
     sed 's/,1/ on/; s/,0/ off/') <(exiftool -a -s3 -TrackDuration "$1") | paste -sd , | sed 's/,/, /g'
 }
 
