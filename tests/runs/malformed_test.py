@@ -2,6 +2,7 @@
 """Broken files: the commands end quickly, use little memory, and print one of their messages.
 Inputs that once made the fuzz target fail are given to all modes of clipinfo too."""
 
+import os
 import random
 import re
 import resource
@@ -12,7 +13,8 @@ import runs
 
 SECONDS = 5 if runs.SANITIZERS else 1  # of the processor
 MEMORY = resource.RLIM_INFINITY if runs.SANITIZERS else 100 << 20
-LIMITED = {"ASAN_OPTIONS": "max_allocation_size_mb=1024:hard_rss_limit_mb=1024"}
+LIMITS = ":max_allocation_size_mb=1024:hard_rss_limit_mb=1024"
+LIMITED = {"ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + LIMITS}
 
 PROMISED = re.compile(
     r"(.+ does not appear to be a valid movie file\. Skipping it\.\n"
