@@ -43,7 +43,7 @@ function __reelwork_expects
         case -sameAsTrack -trimToLengthOf -scaleToLengthOf -track -notrack -enable -disable \
                 -chapter -nochapter -chapter-name -chapter-track -add-chapter \
                 -startAt -trimTo -duration -trimBy -scaleTo -scaleMovieTo -placeAt \
-                -rate '-?scale' '-m?scale' -rotate -mrotate -about -htranslate -vtranslate
+                -rate -{h,v,s,mh,mv,ms}scale -rotate -mrotate -about -htranslate -vtranslate
             echo value
         case '*'
             if string match -q -- '-*' (commandline -ct); and not contains -- - $words
